@@ -1,0 +1,68 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "QuillmarkKit/Support/Crypto.h"
+#include "QuillmarkKit/Support/Fields.h"
+
+namespace quillmark {
+
+/// The signature algorithms of DKIM (RFC 6376, section 3.3; RFC 8463).
+enum class SignatureAlgorithm { rsaSHA256, rsaSHA1, ed25519SHA256 };
+constexpr auto namesOf(SignatureAlgorithm) {
+    return EnumTable<SignatureAlgorithm, 3>{EnumStyle::word, {"rsa-sha256", "rsa-sha1", "ed25519-sha256"}};
+}
+/// The algorithm with exactly this `a=` value.
+std::optional<SignatureAlgorithm> signatureAlgorithm(std::string_view name);
+HashAlgorithm hashAlgorithm(SignatureAlgorithm algorithm);
+
+/// The public key record of a selector (RFC 6376, section 3.6.1).
+struct DKIMKeyRecord {
+    std::string keyType = "rsa";  ///< `k=`, lower-case
+    std::string publicKey = {};   ///< `p=`, decoded bytes
+    bool testing = false;         ///< `t=y`
+    bool strict = false;          ///< `t=s`: the domain of `i=` must be exactly `d=`
+    std::optional<std::vector<std::string>> hashAlgorithms = {};  ///< `h=`, lower-case; absent: any
+    std::optional<std::vector<std::string>> serviceTypes = {};    ///< `s=`, lower-case; kept, not judged
+    bool operator==(const DKIMKeyRecord&) const = default;
+
+    struct Revoked {  ///< an empty `p=`
+        bool operator==(const Revoked&) const = default;
+    };
+    struct Unusable {
+        std::string message = {};
+        bool operator==(const Unusable&) const = default;
+    };
+    using Problem = std::variant<Revoked, Unusable>;
+
+    static std::variant<DKIMKeyRecord, Problem> parse(std::string_view text);
+};
+
+/// Why a signature could not be verified with a key.
+struct KeyError {
+    enum class Kind { keyTypeMismatch, hashNotAllowed, unusableKey, didNotVerify };
+    Kind kind = Kind::didNotVerify;
+    std::string description = {};  ///< a short English reason
+    bool operator==(const KeyError&) const = default;
+};
+
+/// A signature that verified.
+struct Verified {
+    std::optional<int> keyBits = {};  ///< an RSA key's block size in bits; absent for Ed25519
+    bool operator==(const Verified&) const = default;
+};
+
+/// Verifies a signature over signed header data that is given by its digest, made with
+/// `hashAlgorithm(algorithm)`. (Ed25519 signs the digest itself, RFC 8463, section 3.)
+std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,
+                                                 SignatureAlgorithm algorithm, const DKIMKeyRecord& record);
+
+/// The PKCS#1 key inside a SubjectPublicKeyInfo (RFC 5280, section 4.1.2.7), or the bytes as they are when
+/// they are anything else. A view into `der`.
+std::string_view rsaKeyBytes(std::string_view der);
+
+}  // namespace quillmark

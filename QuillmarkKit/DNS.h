@@ -1,0 +1,91 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <stdexcept>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace quillmark {
+
+/// The record types that a check asks for, by their DNS type code (RFC 1035, RFC 3596).
+enum class DNSRecordType : int { a = 1, mx = 15, txt = 16, aaaa = 28 };
+
+/// The type of a code; nothing for a code that is none of the four.
+std::optional<DNSRecordType> dnsRecordType(int code);
+/// "A", "MX", "TXT" or "AAAA".
+std::string_view mnemonic(DNSRecordType type);
+
+/// What a resolver answered.
+struct DNSAnswer {
+    /// The data of every record of the asked type, in the order they came: TXT unquoted and joined, MX as
+    /// "10 mx.example.org.".
+    struct Records {
+        std::vector<std::string> data = {};
+        bool operator==(const Records&) const = default;
+    };
+    /// The name exists but has no record of the asked type.
+    struct NoData {
+        bool operator==(const NoData&) const = default;
+    };
+    /// The name does not exist.
+    struct NXDomain {
+        bool operator==(const NXDomain&) const = default;
+    };
+    std::variant<Records, NoData, NXDomain> value = NoData{};
+    bool operator==(const DNSAnswer&) const = default;
+
+    static DNSAnswer records(std::vector<std::string> data) { return {Records{std::move(data)}}; }
+    static DNSAnswer noData() { return {NoData{}}; }
+    static DNSAnswer nxdomain() { return {NXDomain{}}; }
+
+    /// The records' data; empty for the two other answers. Valid while the answer lives.
+    std::span<const std::string> data() const;
+};
+
+/// Why no answer could be had, in plain words; the only error a resolver throws.
+class DNSLookupError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Where DNS facts come from.
+class DNSResolver {
+public:
+    DNSResolver() = default;
+    DNSResolver(const DNSResolver&) = delete;
+    DNSResolver& operator=(const DNSResolver&) = delete;
+    virtual ~DNSResolver() = default;
+
+    /// Asks for the records of one type of a name without a trailing dot; case does not matter. Blocks until
+    /// there is an answer. Throws `DNSLookupError`; soon after `stop` is requested, too. Safe from many
+    /// threads at once.
+    virtual DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) = 0;
+};
+
+/// Fixed answers, for tests and for checks without a network.
+class StaticResolver : public DNSResolver {
+public:
+    /// Keys are a lower-case name, "|" and a mnemonic: "example.org|TXT".
+    using Answers = std::map<std::string, DNSAnswer, std::less<>>;
+
+    /// `failing`: lower-case names whose every lookup fails with "no resolver answered". `errors`: keys like
+    /// those of `answers` whose lookup fails with the given message.
+    explicit StaticResolver(Answers answers, std::set<std::string, std::less<>> failing = {},
+                            std::map<std::string, std::string, std::less<>> errors = {});
+
+    /// What the table holds; else no data when it holds another type of that name, else no such domain.
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
+
+private:
+    const Answers m_answers;
+    const std::set<std::string, std::less<>> m_failing;
+    const std::map<std::string, std::string, std::less<>> m_errors;
+};
+
+}  // namespace quillmark

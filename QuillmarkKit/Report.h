@@ -1,0 +1,304 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <variant>
+#include <vector>
+
+#include "QuillmarkKit/ARC.h"
+#include "QuillmarkKit/Addresses.h"
+#include "QuillmarkKit/AuthResults.h"
+#include "QuillmarkKit/DKIM.h"
+#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/UUID.h"
+
+/// The result of one check: data only. The names in the tables below are a file format (docs/formats.md) and
+/// must not change.
+namespace quillmark {
+
+/// What the message says of itself.
+struct MessageSummary {
+    std::vector<MailAddress> from = {}, replyTo = {}, to = {};  ///< of all fields of the name, in order
+    std::string subject = {};                                   ///< decoded; empty when absent
+    std::optional<Date> date = {};
+    std::optional<std::string> messageID = {};
+    std::optional<std::string> returnPath = {};  ///< the envelope sender, without < and >; never empty
+    bool operator==(const MessageSummary&) const = default;
+};
+constexpr auto fieldsOf(const MessageSummary*) {
+    using T = MessageSummary;
+    return std::tuple{Field{"from", &T::from},
+                      Field{"replyTo", &T::replyTo},
+                      Field{"to", &T::to},
+                      Field{"subject", &T::subject},
+                      Field{"date", &T::date},
+                      Field{"messageID", &T::messageID},
+                      Field{"returnPath", &T::returnPath}};
+}
+
+/// Whether the server that handed the message over may send for the envelope's domain (RFC 7208).
+struct SPFFinding {
+    struct Status {
+        struct Judged {
+            SPFResult result = SPFResult::none;
+            bool operator==(const Judged&) const = default;
+        };
+        struct NoEnvelopeSender {
+            bool operator==(const NoEnvelopeSender&) const = default;
+        };
+        struct NoSenderIP {
+            bool operator==(const NoSenderIP&) const = default;
+        };
+        std::variant<Judged, NoEnvelopeSender, NoSenderIP> value = NoSenderIP{};
+        bool operator==(const Status&) const = default;
+    };
+    Status status = {};
+    std::optional<std::string> domain = {};   ///< the envelope domain that was checked
+    std::optional<SenderIP> ip = {};          ///< the address that was judged, and where it came from
+    std::optional<std::string> matched = {};  ///< the term that decided
+    std::optional<std::string> detail = {};   ///< why no term decided
+    bool operator==(const SPFFinding&) const = default;
+};
+constexpr auto casesOf(const SPFFinding::Status*) {
+    return std::array{"judged", "noEnvelopeSender", "noSenderIP"};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::Judged*) {
+    return std::tuple{Field{"_0", &SPFFinding::Status::Judged::result}};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::NoEnvelopeSender*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding::Status::NoSenderIP*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding*) {
+    using T = SPFFinding;
+    return std::tuple{Field{"status", &T::status}, Field{"domain", &T::domain}, Field{"ip", &T::ip},
+                      Field{"matched", &T::matched}, Field{"detail", &T::detail}};
+}
+
+enum class AlignmentMode { relaxed, strict };
+constexpr auto namesOf(AlignmentMode) {
+    return EnumTable<AlignmentMode, 2>{EnumStyle::word, {"relaxed", "strict"}};
+}
+
+/// Whether what was proven belongs to the domain in From, and what its owner asks of receivers (RFC 7489).
+struct DMARCFinding {
+    enum class Status { pass, fail, noPolicy, lookupFailed, noFromDomain };
+    Status status = Status::noPolicy;
+    std::string fromDomain = {};
+    std::string organizationalDomain = {};
+    std::optional<std::string> policy = {};           ///< `p=`
+    std::optional<std::string> subdomainPolicy = {};  ///< `sp=`
+    std::optional<std::string> appliedPolicy = {};    ///< the one that applies to this From domain
+    int percent = 100;                                ///< `pct=`, 0 to 100
+    AlignmentMode dkimMode = AlignmentMode::relaxed;
+    AlignmentMode spfMode = AlignmentMode::relaxed;
+    std::optional<std::string> record = {};             ///< as published
+    std::optional<std::string> recordDomain = {};       ///< where it was found
+    std::optional<std::string> alignedDKIMDomain = {};  ///< of the passing, aligned signature
+    bool spfAligned = false;
+    bool operator==(const DMARCFinding&) const = default;
+};
+constexpr auto namesOf(DMARCFinding::Status) {
+    return EnumTable<DMARCFinding::Status, 5>{EnumStyle::object,
+                                              {"pass", "fail", "noPolicy", "lookupFailed", "noFromDomain"}};
+}
+constexpr auto fieldsOf(const DMARCFinding*) {
+    using T = DMARCFinding;
+    return std::tuple{Field{"status", &T::status},
+                      Field{"fromDomain", &T::fromDomain},
+                      Field{"organizationalDomain", &T::organizationalDomain},
+                      Field{"policy", &T::policy},
+                      Field{"subdomainPolicy", &T::subdomainPolicy},
+                      Field{"appliedPolicy", &T::appliedPolicy},
+                      Field{"percent", &T::percent},
+                      Field{"dkimMode", &T::dkimMode},
+                      Field{"spfMode", &T::spfMode},
+                      Field{"record", &T::record},
+                      Field{"recordDomain", &T::recordDomain},
+                      Field{"alignedDKIMDomain", &T::alignedDKIMDomain},
+                      Field{"spfAligned", &T::spfAligned}};
+}
+
+/// A warning sign: a trick that a valid signature does not rule out.
+struct LookAlikeFlag {
+    struct ReplyToDiffers {
+        std::string replyTo = {}, from = {};
+        bool operator==(const ReplyToDiffers&) const = default;
+    };
+    struct DisplayNameMismatch {
+        std::string shown = {}, actual = {};
+        bool operator==(const DisplayNameMismatch&) const = default;
+    };
+    struct Punycode {
+        std::string domain = {}, unicode = {};
+        bool operator==(const Punycode&) const = default;
+    };
+    struct MixedScripts {
+        std::string domain = {};
+        bool operator==(const MixedScripts&) const = default;
+    };
+    struct YoungDomain {
+        std::string domain = {};
+        Date registered = {};
+        int days = 0;  ///< from the registration to the check, in whole days
+        bool operator==(const YoungDomain&) const = default;
+    };
+    struct MultipleFrom {
+        bool operator==(const MultipleFrom&) const = default;
+    };
+    std::variant<ReplyToDiffers, DisplayNameMismatch, Punycode, MixedScripts, YoungDomain, MultipleFrom>
+        value = MultipleFrom{};
+    bool operator==(const LookAlikeFlag&) const = default;
+};
+constexpr auto casesOf(const LookAlikeFlag*) {
+    return std::array{"replyToDiffers", "displayNameMismatch", "punycode",
+                      "mixedScripts",   "youngDomain",         "multipleFrom"};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::ReplyToDiffers*) {
+    using T = LookAlikeFlag::ReplyToDiffers;
+    return std::tuple{Field{"replyTo", &T::replyTo}, Field{"from", &T::from}};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::DisplayNameMismatch*) {
+    using T = LookAlikeFlag::DisplayNameMismatch;
+    return std::tuple{Field{"shown", &T::shown}, Field{"actual", &T::actual}};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::Punycode*) {
+    using T = LookAlikeFlag::Punycode;
+    return std::tuple{Field{"domain", &T::domain}, Field{"unicode", &T::unicode}};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::MixedScripts*) {
+    return std::tuple{Field{"domain", &LookAlikeFlag::MixedScripts::domain}};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::YoungDomain*) {
+    using T = LookAlikeFlag::YoungDomain;
+    return std::tuple{Field{"domain", &T::domain}, Field{"registered", &T::registered},
+                      Field{"days", &T::days}};
+}
+constexpr auto fieldsOf(const LookAlikeFlag::MultipleFrom*) { return std::tuple{}; }
+
+/// When the sender's domain was registered.
+struct DomainAge {
+    struct Status {
+        struct Known {
+            Date registered = {};
+            bool operator==(const Known&) const = default;
+        };
+        struct NotPublished {
+            bool operator==(const NotPublished&) const = default;
+        };
+        struct Unavailable {
+            std::string reason = {};
+            bool operator==(const Unavailable&) const = default;
+        };
+        struct Skipped {
+            bool operator==(const Skipped&) const = default;
+        };
+        std::variant<Known, NotPublished, Unavailable, Skipped> value = Skipped{};
+        bool operator==(const Status&) const = default;
+    };
+    std::string domain = {};  ///< the organizational domain of From; empty when there is none
+    Status status = {};
+    bool operator==(const DomainAge&) const = default;
+};
+constexpr auto casesOf(const DomainAge::Status*) {
+    return std::array{"known", "notPublished", "unavailable", "skipped"};
+}
+constexpr auto fieldsOf(const DomainAge::Status::Known*) {
+    return std::tuple{Field{"_0", &DomainAge::Status::Known::registered}};
+}
+constexpr auto fieldsOf(const DomainAge::Status::NotPublished*) { return std::tuple{}; }
+constexpr auto fieldsOf(const DomainAge::Status::Unavailable*) {
+    return std::tuple{Field{"_0", &DomainAge::Status::Unavailable::reason}};
+}
+constexpr auto fieldsOf(const DomainAge::Status::Skipped*) { return std::tuple{}; }
+constexpr auto fieldsOf(const DomainAge*) {
+    using T = DomainAge;
+    return std::tuple{Field{"domain", &T::domain}, Field{"status", &T::status}};
+}
+
+enum class VerdictKind {
+    verified,
+    verifiedHeadersOnly,
+    signedByOther,
+    signatureBroken,
+    keyGone,
+    couldNotCheck,
+    allowedServerOnly,
+    cannotProve,
+};
+constexpr auto namesOf(VerdictKind) {
+    return EnumTable<VerdictKind, 8>{EnumStyle::word,
+                                     {"verified", "verifiedHeadersOnly", "signedByOther", "signatureBroken",
+                                      "keyGone", "couldNotCheck", "allowedServerOnly", "cannotProve"}};
+}
+
+enum class Tone { good, caution, bad, unknown };
+constexpr auto namesOf(Tone) {
+    return EnumTable<Tone, 4>{EnumStyle::word, {"good", "caution", "bad", "unknown"}};
+}
+
+/// What can be said about who sent the message.
+struct Verdict {
+    VerdictKind kind = VerdictKind::cannotProve;
+    Tone tone = Tone::bad;
+    std::string domain = {};      ///< the domain the verdict speaks of, such as the signing domain
+    std::string fromDomain = {};  ///< empty unless From holds exactly one address
+    std::vector<std::string> arcVouchers =
+        {};  ///< who vouches, by an intact ARC chain, for what they passed on
+    bool operator==(const Verdict&) const = default;
+};
+constexpr auto fieldsOf(const Verdict*) {
+    using T = Verdict;
+    return std::tuple{Field{"kind", &T::kind}, Field{"tone", &T::tone}, Field{"domain", &T::domain},
+                      Field{"fromDomain", &T::fromDomain}, Field{"arcVouchers", &T::arcVouchers}};
+}
+
+/// What the checks cannot prove.
+enum class Limit { domainNotCompany, compromisedMailbox, oldKeys, forwarding, spfFromReceived, headersOnly };
+constexpr auto namesOf(Limit) {
+    return EnumTable<Limit, 6>{EnumStyle::word,
+                               {"domainNotCompany", "compromisedMailbox", "oldKeys", "forwarding",
+                                "spfFromReceived", "headersOnly"}};
+}
+
+/// The complete, self-contained result of checking one message.
+struct ProofReport {
+    UUID id = {};
+    Date checkedAt = {};
+    std::optional<std::string> fileName = {};
+    MessageSummary summary = {};
+    bool headersOnly = false;  ///< the message has no body
+    std::vector<DKIMResult> dkim = {};
+    SPFFinding spf = {};
+    DMARCFinding dmarc = {};
+    ARCFinding arc = {};
+    std::vector<AuthResults> receiverResults = {};  ///< topmost first
+    std::vector<LookAlikeFlag> flags = {};          ///< in the order they were raised
+    DomainAge domainAge = {};
+    Verdict verdict = {};
+    std::vector<Limit> limits = {};
+    bool operator==(const ProofReport&) const = default;
+};
+constexpr auto fieldsOf(const ProofReport*) {
+    using T = ProofReport;
+    return std::tuple{Field{"id", &T::id},
+                      Field{"checkedAt", &T::checkedAt},
+                      Field{"fileName", &T::fileName},
+                      Field{"summary", &T::summary},
+                      Field{"headersOnly", &T::headersOnly},
+                      Field{"dkim", &T::dkim},
+                      Field{"spf", &T::spf},
+                      Field{"dmarc", &T::dmarc},
+                      Field{"arc", &T::arc},
+                      Field{"receiverResults", &T::receiverResults},
+                      Field{"flags", &T::flags},
+                      Field{"domainAge", &T::domainAge},
+                      Field{"verdict", &T::verdict},
+                      Field{"limits", &T::limits}};
+}
+
+}  // namespace quillmark

@@ -1,0 +1,60 @@
+#include "QuillmarkKit/Support/Base64.h"
+
+#include <array>
+#include <cstdint>
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+constexpr std::array<std::int8_t, 256> values = [] {
+    std::array<std::int8_t, 256> table{};
+    table.fill(-1);
+    for (std::size_t i = 0; i < alphabet.size(); ++i) {
+        table[static_cast<unsigned char>(alphabet[i])] = static_cast<std::int8_t>(i);
+    }
+    return table;
+}();
+
+}  // namespace
+
+std::optional<std::string> decodedBase64(std::string_view text) {
+    if (text.size() % 4 != 0) return std::nullopt;
+    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
+    const std::string_view digits = text.substr(0, text.size() - padding);
+    std::string bytes;
+    bytes.reserve(text.size() / 4 * 3);
+    std::uint32_t bits = 0;
+    int held = 0;
+    for (const char c : digits) {
+        const int value = values[static_cast<unsigned char>(c)];
+        if (value < 0) return std::nullopt;
+        bits = (bits << 6 | static_cast<std::uint32_t>(value)) & 0xFFFFFF;
+        held += 6;
+        if (held >= 8) {
+            held -= 8;
+            bytes += static_cast<char>(bits >> held & 0xFF);
+        }
+    }
+    return bytes;
+}
+
+std::string encodedBase64(std::string_view bytes) {
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    const auto byte = [&](std::size_t i) {
+        return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0u;
+    };
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        const std::uint32_t bits = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
+        text += alphabet[bits >> 18];
+        text += alphabet[bits >> 12 & 63];
+        text += i + 1 < bytes.size() ? alphabet[bits >> 6 & 63] : '=';
+        text += i + 2 < bytes.size() ? alphabet[bits & 63] : '=';
+    }
+    return text;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Digests and signatures. The one file that includes OpenSSL is `Crypto.cpp` (and the HTTPS engine's library
+/// uses its own). Everything runs in a library context of its own, so that no policy in the machine's
+/// configuration can change a verdict.
+namespace quillmark {
+
+enum class HashAlgorithm { sha256, sha1 };
+
+/// A digest in the making. Copying copies the state, so that the digests of several prefixes cost one pass.
+class Hasher {
+public:
+    explicit Hasher(HashAlgorithm algorithm);
+    Hasher(const Hasher& other);
+    Hasher& operator=(const Hasher& other);
+    Hasher(Hasher&&) noexcept;
+    Hasher& operator=(Hasher&&) noexcept;
+    ~Hasher();
+
+    void add(std::string_view bytes);
+    /// The digest of all that was added: 32 bytes, or 20 for SHA-1. May be asked once.
+    std::string digest();
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+/// The digest of `bytes` in one step.
+std::string hash(HashAlgorithm algorithm, std::string_view bytes);
+
+/// An RSA public key.
+class RSAPublicKey {
+public:
+    /// From the DER bytes of a PKCS#1 RSAPublicKey (RFC 8017, appendix A.1.1). Nothing when they are no key,
+    /// or one that must not be used: a modulus that is even, not positive or over 16,384 bits; an exponent
+    /// that is even, below 3 or over 64 bits.
+    static std::optional<RSAPublicKey> fromPKCS1(std::string_view der);
+
+    /// The modulus' length in bytes, leading zeros not counted.
+    std::size_t blockSize() const;
+
+    /// RSASSA-PKCS1-v1_5 (RFC 8017, section 8.2.2) of a message given by its digest. No policy on key sizes
+    /// applies; the padding is compared whole.
+    bool verify(HashAlgorithm algorithm, std::string_view digest, std::string_view signature) const;
+
+private:
+    struct Key;
+    explicit RSAPublicKey(std::shared_ptr<const Key> key) : m_key(std::move(key)) {}
+    std::shared_ptr<const Key> m_key;
+};
+
+/// Ed25519 (RFC 8032) with a raw public key of 32 bytes. Nothing when the key is no key.
+std::optional<bool> verifyEd25519(std::string_view publicKey, std::string_view message,
+                                  std::string_view signature);
+
+}  // namespace quillmark

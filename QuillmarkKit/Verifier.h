@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
+#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Report.h"
+
+namespace quillmark {
+
+/// The library's main entry: one message in, one report out. Stateless; one verifier may check many messages
+/// from many threads at once.
+class Verifier {
+public:
+    /// Without a registry the domain's age is not asked for. `suffixes` must outlive the verifier.
+    explicit Verifier(std::shared_ptr<DNSResolver> resolver,
+                      std::shared_ptr<RegistrationLookup> registry = nullptr,
+                      const PublicSuffixList& suffixes = PublicSuffixList::shared());
+
+    /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
+    /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
+    /// still, but what was not yet asked says so. `now` is the time of the check.
+    ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
+                       std::stop_token stop = {}) const;
+    /// The same under a given identity.
+    ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now, UUID id,
+                       std::stop_token stop = {}) const;
+
+private:
+    std::shared_ptr<DNSResolver> m_resolver;
+    std::shared_ptr<RegistrationLookup> m_registry;
+    const PublicSuffixList& m_suffixes;
+};
+
+/// What a message says of itself.
+MessageSummary summary(const MailMessage& message);
+
+}  // namespace quillmark
