@@ -1,0 +1,96 @@
+#include "QuillmarkKit/IPAddress.h"
+
+#include <gtest/gtest.h>
+
+namespace quillmark {
+namespace {
+
+using namespace std::string_view_literals;
+
+TEST(IPAddress, parseAndDescription) {
+    const struct {
+        std::string_view text, description;
+    } rows[] = {
+        {"  192.0.2.7\t", "192.0.2.7"},
+        {"IPv6:2001:DB8::1", "2001:db8::1"},
+        {"ipv6:192.0.2.1", "192.0.2.1"},
+        {"203.0.113.9%x", "203.0.113.9"},
+        {"fe80::1%en0", "fe80::1"},
+        {"::ffff:10.0.0.1", "10.0.0.1"},
+        {"::FFFF:c000:0201", "192.0.2.1"},
+        {"2001:db8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},
+        {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},  // one group of zeros is not compressed
+        {"::", "::"},
+        {"64:ff9b::192.0.2.33", "64:ff9b::c000:221"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const auto address = IPAddress::parse(row.text);
+        ASSERT_TRUE(address);
+        EXPECT_EQ(address->description(), row.description);
+        EXPECT_EQ(IPAddress::parse(row.description), address);
+    }
+    for (const auto text :
+         {""sv, "192.0.2"sv, "192.0.2.256"sv, "192.0.2.1.5"sv, "192.0.2.1\0"sv, "0x7f.0.0.1"sv,
+          "[192.0.2.1]"sv, "1::2::3"sv, "2001:db8"sv, "12345::"sv, "%1"sv, "example.org"sv}) {
+        EXPECT_FALSE(IPAddress::parse(text)) << text;
+    }
+    EXPECT_FALSE(IPAddress::parse("::1%" + std::string(61, 'x')));  // 65 bytes
+    EXPECT_TRUE(IPAddress::parse("::1%" + std::string(60, 'x') + "   "));
+}
+
+TEST(IPAddress, dottedNibbles) {
+    EXPECT_EQ(IPAddress::parse("192.0.2.3")->dottedNibbles(), "192.0.2.3");
+    EXPECT_EQ(IPAddress::parse("2001:db8::cb01")->dottedNibbles(),
+              "2.0.0.1.0.d.b.8.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.c.b.0.1");
+    EXPECT_EQ(IPAddress().dottedNibbles(), "");
+}
+
+TEST(IPAddress, isPublic) {
+    for (const char* text :
+         {"1.0.0.0",         "9.255.255.255", "11.0.0.0",      "100.63.255.255", "100.128.0.0",
+          "126.255.255.255", "128.0.0.0",     "169.253.0.1",   "169.255.0.1",    "172.15.0.1",
+          "172.32.0.1",      "192.167.0.1",   "192.0.2.1",     "192.169.0.1",    "::2",
+          "::100:0",         "::192.0.2.1",   "2001:db8::1",   "223.255.255.1",  "fbff::1",
+          "fe00::1",         "fec0::1",       "64:ff9b::a00:1"}) {
+        EXPECT_TRUE(IPAddress::parse(text)->isPublic()) << text;
+    }
+    for (const char* text : {"0.0.0.0",     "10.0.0.1",    "100.64.0.1", "100.127.255.255",
+                             "127.0.0.1",   "169.254.1.1", "172.16.0.1", "172.31.0.1",
+                             "192.168.1.1", "224.0.0.1",   "240.0.0.1",  "255.255.255.255",
+                             "::",          "::1",         "fc00::1",    "fdff::1",
+                             "ff02::1",     "fe80::1",     "febf::1",    "::ffff:10.0.0.1"}) {
+        EXPECT_FALSE(IPAddress::parse(text)->isPublic()) << text;
+    }
+    EXPECT_FALSE(IPAddress().isPublic());
+}
+
+TEST(IPAddress, matches) {
+    const struct {
+        const char *address, *network;
+        int length;
+        bool inside;
+    } rows[] = {
+        {"192.0.2.1", "192.0.2.0", 24, true},
+        {"192.0.2.1", "192.0.2.0", 31, true},
+        {"192.0.2.1", "192.0.2.0", 32, false},
+        {"192.0.2.1", "192.0.2.0", 33, false},  // as 32
+        {"192.0.2.1", "192.0.2.1", 99, true},
+        {"192.0.2.1", "10.0.0.0", 0, true},
+        {"192.0.2.1", "10.0.0.0", -1, true},
+        {"192.0.2.129", "192.0.2.0", 25, false},
+        {"192.0.2.129", "192.0.2.200", 25, true},
+        {"2001:db8:8000::1", "2001:db8::", 32, true},
+        {"2001:db8:8000::1", "2001:db8::", 33, false},
+        {"192.0.2.1", "::", 0, false},
+        {"::1", "0.0.0.0", 0, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.address) + " in " + row.network + "/" + std::to_string(row.length));
+        EXPECT_EQ(IPAddress::parse(row.address)->matches(*IPAddress::parse(row.network), row.length),
+                  row.inside);
+    }
+}
+
+}  // namespace
+}  // namespace quillmark
