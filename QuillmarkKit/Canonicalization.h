@@ -7,7 +7,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "QuillmarkKit/Message.h"
@@ -32,12 +32,24 @@ struct CanonicalizationPair {
     static std::optional<CanonicalizationPair> parse(std::optional<std::string_view> value);
 };
 
-/// Where canonical bytes go, piece by piece: a digest, or text in tests. The pieces are views that are valid
-/// during the call only. (A class rather than a callable, so that the hot loops below lie in one .cpp file.)
+/// Where canonical bytes go, piece by piece. The pieces are views that are valid during the call only. (A
+/// class rather than a callable, so that the hot loops below lie in one .cpp file.)
 class ByteSink {
 public:
     virtual ~ByteSink() = default;
     virtual void add(std::string_view bytes) = 0;
+};
+
+/// A sink that hashes.
+class HashingSink : public ByteSink {
+public:
+    explicit HashingSink(HashAlgorithm algorithm) : m_hasher(algorithm) {}
+    void add(std::string_view bytes) override { m_hasher.add(bytes); }
+    /// The digest of all that was added. May be asked once.
+    std::string digest() { return m_hasher.digest(); }
+
+private:
+    Hasher m_hasher;
 };
 
 /// The canonical form of one field, without a line end. A field without ":" passes as it stands.
@@ -74,7 +86,9 @@ public:
                      std::optional<std::uint64_t> limit, std::stop_token stop = {});
 
 private:
+    using Asked = std::tuple<Canonicalization, HashAlgorithm, std::optional<std::uint64_t>>;
     std::string_view m_body;
+    std::map<Asked, Hash> m_hashes = {};
 };
 
 }  // namespace quillmark

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,11 +26,26 @@ public:
     /// Whether two names belong to one organization; false when either is empty.
     bool sameOrganization(std::string_view a, std::string_view b) const;
 
-    /// Whether the name itself is a public suffix; false for a name that is in no rule.
-    bool isPublicSuffix(std::string_view name) const;
-
     /// How many rules of all three kinds there are.
-    std::size_t ruleCount() const;
+    std::size_t ruleCount() const { return m_ruleCount; }
+
+private:
+    /// A name and what the list says of it: bits of Kind.
+    struct Slot {
+        std::string_view name = {};  // into the text
+        std::uint32_t kinds = 0;     // 0: the slot is free
+    };
+    enum Kind : std::uint32_t { rule = 1, wildcard = 2, exception = 4 };
+
+    /// Reads a text that is in lower case already and outlives the list, or is owned by it.
+    void read(std::string_view text);
+    void add(std::string_view name, Kind kind);
+    std::uint32_t kinds(std::string_view name, std::uint64_t hash) const;
+
+    std::shared_ptr<const std::string> m_text = {};  // null when the text is not ours
+    std::vector<Slot> m_slots = {};  // a hash table with open addressing; its size is a power of two
+    std::size_t m_ruleCount = 0;
+    std::size_t m_mostLabels = 1;  // of any rule, its wildcard counted
 };
 
 }  // namespace quillmark

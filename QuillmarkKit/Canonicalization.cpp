@@ -1,0 +1,245 @@
+#include "QuillmarkKit/Canonicalization.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <unordered_map>
+
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::string_view lineEnd = "\r\n";
+
+/// Gathers small pieces in front of a sink; large ones pass where they lie.
+class Gathering {
+public:
+    explicit Gathering(ByteSink& sink) : m_sink(sink) {}
+    ~Gathering() { flush(); }
+    Gathering(const Gathering&) = delete;
+    Gathering& operator=(const Gathering&) = delete;
+
+    void add(std::string_view bytes) {
+        m_count += bytes.size();
+        const bool isLarge = bytes.size() > m_buffer.size() / 2;
+        if (isLarge || bytes.size() > m_buffer.size() - m_used) flush();
+        if (isLarge) {
+            m_sink.add(bytes);
+            return;
+        }
+        if (bytes.empty()) return;
+        std::memcpy(m_buffer.data() + m_used, bytes.data(), bytes.size());
+        m_used += bytes.size();
+    }
+    void add(char byte) {
+        if (m_used == m_buffer.size()) flush();
+        m_buffer[m_used++] = byte;
+        ++m_count;
+    }
+    void flush() {
+        if (m_used > 0) m_sink.add({m_buffer.data(), m_used});
+        m_used = 0;
+    }
+    /// How many bytes were added in all.
+    std::uint64_t count() const { return m_count; }
+
+private:
+    ByteSink& m_sink;
+    std::uint64_t m_count = 0;
+    std::size_t m_used = 0;
+    std::array<char, 4096> m_buffer;  // not cleared: only what was written is read
+};
+
+/// The end of a body's content: empty lines, and under relaxed lines of blanks, count for nothing there.
+std::string_view withoutEmptyLinesAtEnd(std::string_view body, Canonicalization canonicalization) {
+    for (;;) {
+        if (canonicalization == Canonicalization::relaxed) {
+            while (!body.empty() && isBlank(body.back())) body.remove_suffix(1);
+        }
+        if (!body.ends_with(lineEnd)) return body;
+        body.remove_suffix(2);
+    }
+}
+
+/// How much is looked at, and handed over, in one go: it stays in the processor's cache between the two.
+constexpr std::size_t stretch = 64 * 1024;
+/// How much is taken through the buffer when anything in it must change.
+constexpr std::size_t block = 256;
+
+/// Whether a tab, or a blank before another, a tab or a CR, stands in `block` bytes. Reads one byte more.
+/// Written without a branch, so that the compiler makes it sixteen bytes at a time.
+bool mustChange(const char* bytes) {
+    unsigned char found = 0;
+    for (std::size_t i = 0; i < block; ++i) {
+        const char c = bytes[i], next = bytes[i + 1];
+        const auto tab = static_cast<unsigned char>(c == '\t');
+        const auto blank = static_cast<unsigned char>(c == ' ');
+        const auto follows = static_cast<unsigned char>(static_cast<unsigned char>(next == ' ') |
+                                                        static_cast<unsigned char>(next == '\t') |
+                                                        static_cast<unsigned char>(next == '\r'));
+        found = static_cast<unsigned char>(found | tab | (blank & follows));
+    }
+    return found != 0;
+}
+
+/// Relaxes from `at` to at least `end`: up to the end of the run of blanks that stands there. The text does
+/// not end in a blank. Returns where it stopped.
+std::size_t relax(std::string_view text, std::size_t at, std::size_t end, Gathering& out) {
+    while (at < end) {
+        if (!isBlank(text[at])) {
+            out.add(text[at++]);
+            continue;
+        }
+        while (isBlank(text[at])) ++at;
+        if (text.substr(at, 2) != lineEnd) out.add(' ');
+    }
+    return at;
+}
+
+void relaxBody(std::string_view text, Gathering& out, const std::stop_token& stop) {
+    std::size_t at = 0, sinceLook = 0;
+    while (at < text.size()) {
+        const std::size_t begin = at;
+        const std::size_t end = std::min(begin + stretch, text.size());
+        while (at + block < text.size() && at < end && !mustChange(text.data() + at)) at += block;
+        out.add(text.substr(begin, at - begin));
+        if (at < end) at = relax(text, at, std::min(at + block, text.size()), out);
+        sinceLook += at - begin;
+        if (sinceLook < (std::size_t{1} << 20)) continue;
+        if (stop.stop_requested()) return;
+        sinceLook = 0;
+    }
+}
+
+/// Passes on the first bytes, up to a limit.
+class LimitedHash : public ByteSink {
+public:
+    LimitedHash(HashAlgorithm algorithm, std::optional<std::uint64_t> limit)
+        : m_hash(algorithm), m_limit(limit) {}
+    void add(std::string_view bytes) override {
+        if (m_limit) {
+            bytes =
+                bytes.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), *m_limit)));
+            *m_limit -= bytes.size();
+        }
+        m_hash.add(bytes);
+    }
+    std::string digest() { return m_hash.digest(); }
+
+private:
+    HashingSink m_hash;
+    std::optional<std::uint64_t> m_limit;  // what is left of it
+};
+
+}  // namespace
+
+std::optional<CanonicalizationPair> CanonicalizationPair::parse(std::optional<std::string_view> value) {
+    if (!value || value->empty()) return CanonicalizationPair{};
+    const auto named = [](std::string_view name) -> std::optional<Canonicalization> {
+        if (equalsIgnoringCase(name, "simple")) return Canonicalization::simple;
+        if (equalsIgnoringCase(name, "relaxed")) return Canonicalization::relaxed;
+        return std::nullopt;
+    };
+    const auto slash = value->find('/');
+    const auto header = named(value->substr(0, slash));
+    const auto body =
+        slash == std::string_view::npos ? Canonicalization::simple : named(value->substr(slash + 1));
+    if (!header || !body) return std::nullopt;
+    return CanonicalizationPair{*header, *body};
+}
+
+void canonicalizeHeader(std::string_view raw, Canonicalization canonicalization, ByteSink& sink) {
+    const auto colon = raw.find(':');
+    if (canonicalization == Canonicalization::simple || colon == std::string_view::npos) {
+        sink.add(raw);
+        return;
+    }
+    Gathering out(sink);
+    std::string_view name = raw.substr(0, colon);
+    while (!name.empty() && isBlank(name.back())) name.remove_suffix(1);
+    for (const char c : name) out.add(asciiLowered(c));
+    out.add(':');
+    bool written = false,
+         blank = false;  // whether the value has begun; whether a blank waits for what follows
+    for (const char c : raw.substr(colon + 1)) {
+        if (c == '\r' || c == '\n') continue;
+        if (isBlank(c)) {
+            blank = written;
+            continue;
+        }
+        if (blank) out.add(' ');
+        out.add(c);
+        written = true;
+        blank = false;
+    }
+}
+
+std::uint64_t canonicalizeBody(std::string_view body, Canonicalization canonicalization, ByteSink& sink,
+                               std::stop_token stop) {
+    Gathering out(sink);
+    std::string_view content = withoutEmptyLinesAtEnd(body, canonicalization);
+    if (canonicalization == Canonicalization::relaxed) {
+        if (content.empty()) return 0;
+        relaxBody(content, out, stop);
+    } else {
+        constexpr std::size_t megabyte = std::size_t{1} << 20;
+        while (!content.empty() && !stop.stop_requested()) {
+            out.add(content.substr(0, megabyte));
+            content.remove_prefix(std::min(content.size(), megabyte));
+        }
+    }
+    out.add(lineEnd);
+    return out.count();
+}
+
+std::string withEmptiedSignature(std::string_view raw) {
+    const auto colon = raw.find(':');
+    if (colon == std::string_view::npos) return std::string(raw);
+    std::string emptied(raw.substr(0, colon + 1));
+    emptied.reserve(raw.size());
+    std::string_view rest = raw.substr(colon + 1);
+    for (;;) {
+        const bool closed = rest.find(';') != std::string_view::npos;
+        const std::string_view segment = takePiece(rest, ';');
+        const auto equals = segment.find('=');
+        const std::string_view name = trimmed(segment.substr(0, std::min(equals, segment.size())), " \t\r\n");
+        const bool isSignature = equals != std::string_view::npos && (name == "b" || name == "B");
+        emptied += isSignature ? segment.substr(0, equals + 1) : segment;
+        if (!closed) return emptied;
+        emptied += ';';
+    }
+}
+
+void addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
+                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink) {
+    // How many fields of a name are used up, from the bottom, by where the name's positions lie.
+    std::unordered_map<const std::uint32_t*, std::size_t> used;
+    for (const std::string& name : names) {
+        const auto positions = message.positions(name);
+        if (positions.empty()) continue;
+        std::size_t& count = used[positions.data()];
+        while (count < positions.size()) {
+            const HeaderField& field = message.headers()[positions[positions.size() - ++count]];
+            if (field == signature) continue;
+            canonicalizeHeader(field.raw, canonicalization, sink);
+            sink.add(lineEnd);
+            break;
+        }
+    }
+    canonicalizeHeader(withEmptiedSignature(signature.raw), canonicalization, sink);
+}
+
+const BodyHashes::Hash& BodyHashes::hash(Canonicalization canonicalization, HashAlgorithm algorithm,
+                                         std::optional<std::uint64_t> limit, std::stop_token stop) {
+    const auto [entry, isNew] = m_hashes.try_emplace(Asked{canonicalization, algorithm, limit});
+    if (isNew) {
+        LimitedHash sink(algorithm, limit);
+        entry->second.canonicalLength = canonicalizeBody(m_body, canonicalization, sink, std::move(stop));
+        entry->second.digest = sink.digest();
+    }
+    return entry->second;
+}
+
+}  // namespace quillmark

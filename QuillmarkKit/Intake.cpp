@@ -1,0 +1,60 @@
+#include "QuillmarkKit/Intake.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t readAtMost = largestMessage + 1;
+constexpr std::size_t firstRead = 64 * 1024;
+
+Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
+
+}  // namespace
+
+std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor) {
+    struct stat status = {};
+    if (fstat(descriptor, &status) != 0) return unreadable(errno);
+    std::size_t expected = firstRead;
+    if (S_ISREG(status.st_mode) && status.st_size > 0) {
+        if (static_cast<std::size_t>(status.st_size) > largestMessage) return Refusal{Refusal::TooLarge{}};
+        expected =
+            static_cast<std::size_t>(status.st_size) + 1;  // one more, so that its end is met without growing
+    }
+    ByteBuffer bytes(expected);
+    for (;;) {
+        if (bytes.size() == bytes.capacity()) bytes.grow(std::min(2 * bytes.capacity(), readAtMost));
+        const std::size_t room = std::min(bytes.capacity(), readAtMost) - bytes.size();
+        const ssize_t count = read(descriptor, bytes.data() + bytes.size(), room);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return unreadable(errno);
+        if (count == 0) return bytes;
+        bytes.setSize(bytes.size() + static_cast<std::size_t>(count));
+        if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
+    }
+}
+
+std::variant<ByteBuffer, Refusal> readFile(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return unreadable(errno);
+    auto bytes = readDescriptor(descriptor);
+    close(descriptor);
+    return bytes;
+}
+
+std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode) {
+    MailMessage message = MailMessage::parse(std::move(bytes), mode);
+    for (const auto* name : {"From", "DKIM-Signature", "Received"}) {
+        if (message.first(name)) return message;
+    }
+    return Refusal{Refusal::NotAnEmail{}};
+}
+
+}  // namespace quillmark

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Support/ByteBuffer.h"
+
+/// From the bytes of a file or a paste to the message in them, or the reason why there is none, as a value.
+namespace quillmark {
+
+/// Why something was not taken in.
+struct Refusal {
+    struct Unreadable {
+        std::string reason = {};  ///< the system's words
+        bool operator==(const Unreadable&) const = default;
+    };
+    struct TooLarge {
+        bool operator==(const TooLarge&) const = default;
+    };
+    struct NotAnEmail {
+        bool operator==(const NotAnEmail&) const = default;
+    };
+    std::variant<Unreadable, TooLarge, NotAnEmail> value = NotAnEmail{};
+    bool operator==(const Refusal&) const = default;
+};
+
+/// The largest message that is taken in, in bytes.
+constexpr std::size_t largestMessage = 50'000'000;
+
+/// The bytes of a file, a FIFO or a device, of which at most one byte more than `largestMessage` is ever
+/// read. Blocks. A file that changes meanwhile gives what was there when it was read.
+std::variant<ByteBuffer, Refusal> readFile(const std::string& path);
+/// The same from an open file, which stays open.
+std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor);
+
+/// The message in the bytes, if they hold a From, Received or DKIM-Signature field.
+std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode);
+
+}  // namespace quillmark

@@ -1,0 +1,176 @@
+#include "QuillmarkKit/Support/Crypto.h"
+
+#include <openssl/bn.h>
+#include <openssl/evp.h>
+#include <openssl/provider.h>
+
+#include <array>
+#include <new>
+#include <utility>
+
+#include "QuillmarkKit/Support/DER.h"
+
+namespace quillmark {
+
+namespace {
+
+template <auto release>
+struct Release {
+    template <typename T>
+    void operator()(T* object) const {
+        release(object);
+    }
+};
+using Bignum = std::unique_ptr<BIGNUM, Release<BN_free>>;
+using BignumContext = std::unique_ptr<BN_CTX, Release<BN_CTX_free>>;
+using PKey = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
+using DigestContext = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
+
+/// What is fetched once. Never freed: threads may verify until the process ends.
+struct Library {
+    OSSL_LIB_CTX* context = OSSL_LIB_CTX_new();
+    OSSL_PROVIDER* provider = OSSL_PROVIDER_load(context, "default");
+    EVP_MD* sha256 = EVP_MD_fetch(context, "SHA256", nullptr);
+    EVP_MD* sha1 = EVP_MD_fetch(context, "SHA1", nullptr);
+};
+
+const Library& library() {
+    static const Library shared;
+    return shared;
+}
+
+const EVP_MD* digestOf(HashAlgorithm algorithm) {
+    return algorithm == HashAlgorithm::sha256 ? library().sha256 : library().sha1;
+}
+
+const unsigned char* bytesOf(std::string_view text) {
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+}  // namespace
+
+struct Hasher::State {
+    DigestContext context{EVP_MD_CTX_new()};
+};
+
+Hasher::Hasher(HashAlgorithm algorithm) : m_state(std::make_unique<State>()) {
+    if (!m_state->context || EVP_DigestInit_ex2(m_state->context.get(), digestOf(algorithm), nullptr) != 1) {
+        throw std::bad_alloc();
+    }
+}
+Hasher::Hasher(const Hasher& other) : m_state(std::make_unique<State>()) {
+    if (!m_state->context || EVP_MD_CTX_copy_ex(m_state->context.get(), other.m_state->context.get()) != 1) {
+        throw std::bad_alloc();
+    }
+}
+Hasher& Hasher::operator=(const Hasher& other) {
+    if (this != &other) *this = Hasher(other);
+    return *this;
+}
+Hasher::Hasher(Hasher&&) noexcept = default;
+Hasher& Hasher::operator=(Hasher&&) noexcept = default;
+Hasher::~Hasher() = default;
+
+void Hasher::add(std::string_view bytes) {
+    EVP_DigestUpdate(m_state->context.get(), bytes.data(), bytes.size());
+}
+
+std::string Hasher::digest() {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes = {};
+    unsigned size = 0;
+    EVP_DigestFinal_ex(m_state->context.get(), bytes.data(), &size);
+    return {reinterpret_cast<const char*>(bytes.data()), size};
+}
+
+std::string hash(HashAlgorithm algorithm, std::string_view bytes) {
+    Hasher hasher(algorithm);
+    hasher.add(bytes);
+    return hasher.digest();
+}
+
+struct RSAPublicKey::Key {
+    Bignum modulus, exponent;
+};
+
+namespace {
+
+constexpr int mostModulusBits = 16'384;
+constexpr int mostExponentBits = 64;
+
+/// A positive INTEGER.
+Bignum takePositive(std::string_view& der) {
+    const auto content = takeDER(der, 0x02);
+    if (!content || content->empty() || (bytesOf(*content)[0] & 0x80) != 0) return nullptr;
+    if (content->size() > std::size_t{mostModulusBits} / 8 + 64) return nullptr;
+    return Bignum(BN_bin2bn(bytesOf(*content), static_cast<int>(content->size()), nullptr));
+}
+
+/// What a signature over the digest must open to (EMSA-PKCS1-v1_5; RFC 8017, section 9.2); empty when the
+/// block is too small for it.
+std::string paddedDigest(HashAlgorithm algorithm, std::string_view digest, std::size_t size) {
+    using namespace std::string_literals;
+    std::string block = algorithm == HashAlgorithm::sha256
+                            ? "\x30\x31\x30\x0d\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01\x05\x00\x04\x20"s
+                            : "\x30\x21\x30\x09\x06\x05\x2b\x0e\x03\x02\x1a\x05\x00\x04\x14"s;
+    block += digest;
+    constexpr std::size_t leastPadding = 8;
+    if (size < block.size() + leastPadding + 3) return {};
+    return "\x00\x01"s + std::string(size - block.size() - 3, '\xFF') + '\0' + block;
+}
+
+bool mayBeUsed(const BIGNUM* modulus, const BIGNUM* exponent) {
+    return BN_is_odd(modulus) && BN_num_bits(modulus) <= mostModulusBits && BN_is_odd(exponent) &&
+           !BN_is_one(exponent) && BN_num_bits(exponent) <= mostExponentBits && BN_num_bits(modulus) > 1;
+}
+
+}  // namespace
+
+std::optional<RSAPublicKey> RSAPublicKey::fromPKCS1(std::string_view der) {
+    // RSAPublicKey ::= SEQUENCE { modulus INTEGER, publicExponent INTEGER }
+    auto sequence = takeDER(der, 0x30);
+    if (!sequence || !der.empty()) return std::nullopt;
+    Bignum modulus = takePositive(*sequence);
+    Bignum exponent = modulus ? takePositive(*sequence) : nullptr;
+    if (!exponent || !sequence->empty() || !mayBeUsed(modulus.get(), exponent.get())) return std::nullopt;
+
+    return RSAPublicKey(std::make_shared<const Key>(Key{std::move(modulus), std::move(exponent)}));
+}
+
+std::size_t RSAPublicKey::blockSize() const {
+    return static_cast<std::size_t>(BN_num_bytes(m_key->modulus.get()));
+}
+
+bool RSAPublicKey::verify(HashAlgorithm algorithm, std::string_view digest,
+                          std::string_view signature) const {
+    // The library's own verification takes a third longer with a key that is used once, and asks the
+    // machine's policy what it may verify. Nothing here is secret, so the exponentiation and one comparison
+    // are all there is to it.
+    const std::string expected = paddedDigest(algorithm, digest, blockSize());
+    if (expected.empty() || signature.size() != expected.size()) return false;
+    const BignumContext context(BN_CTX_new());
+    const Bignum base(BN_bin2bn(bytesOf(signature), static_cast<int>(signature.size()), nullptr));
+    const Bignum result(BN_new());
+    if (!context || !base || !result || BN_cmp(base.get(), m_key->modulus.get()) >= 0) return false;
+    std::string block(expected.size(), '\0');
+    return BN_mod_exp_mont(result.get(), base.get(), m_key->exponent.get(), m_key->modulus.get(),
+                           context.get(), nullptr) == 1 &&
+           BN_bn2binpad(result.get(), reinterpret_cast<unsigned char*>(block.data()),
+                        static_cast<int>(block.size())) > 0 &&
+           block == expected;
+}
+
+std::optional<bool> verifyEd25519(std::string_view publicKey, std::string_view message,
+                                  std::string_view signature) {
+    const PKey key(EVP_PKEY_new_raw_public_key_ex(library().context, "ED25519", nullptr, bytesOf(publicKey),
+                                                  publicKey.size()));
+    if (!key) return std::nullopt;
+    const DigestContext context(EVP_MD_CTX_new());
+    if (!context || EVP_DigestVerifyInit_ex(context.get(), nullptr, nullptr, library().context, nullptr,
+                                            key.get(), nullptr) != 1) {
+        return std::nullopt;
+    }
+    return EVP_DigestVerify(context.get(), bytesOf(signature), signature.size(), bytesOf(message),
+                            message.size()) == 1;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,108 @@
+#include "QuillmarkKit/Support/Serialization.h"
+
+#include <array>
+#include <cstdio>
+
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+/// No document of ours is nested half as deep.
+constexpr int deepest = 64;
+
+/// Whether a terminal could do something else with it than show it. (dump() escapes what lies below U+0020.)
+constexpr bool isHarmful(char32_t c) {
+    return (c >= 0x7F && c <= 0x9F) || c == 0x061C || c == 0x200E || c == 0x200F ||
+           (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+/// The lead bytes of the characters above: all else is passed over quickly.
+constexpr bool mayBeginHarm(char c) { return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2'; }
+
+}  // namespace
+
+JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
+    if (text.size() > sizeLimit) throw DecodingError("too large");
+    bool tooDeep = false;
+    // The callback sees every value before it is kept; beyond the bound all of them are dropped.
+    const auto keep = [&](int depth, JSON::parse_event_t, const JSON&) {
+        if (depth > deepest) tooDeep = true;
+        return !tooDeep;
+    };
+    JSON document = JSON::parse(text, keep, false);
+    if (tooDeep) throw DecodingError("nested too deep");
+    if (document.is_discarded()) throw DecodingError("this is no JSON");
+    return document;
+}
+
+std::string compactText(const JSON& json) {
+    const std::string raw = json.dump(-1, ' ', false, JSON::error_handler_t::replace);
+    std::string text;
+    text.reserve(raw.size());
+    std::string_view rest = raw;
+    while (!rest.empty()) {
+        std::size_t plain = 0;
+        while (plain < rest.size() && !mayBeginHarm(rest[plain])) ++plain;
+        text += rest.substr(0, plain);
+        rest.remove_prefix(plain);
+        if (rest.empty()) break;
+        const std::string_view before = rest;
+        const char32_t scalar = takeScalar(rest);
+        if (isHarmful(scalar)) {
+            std::array<char, 8> escape = {};
+            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(scalar));
+            text += escape.data();
+        } else {
+            text += before.substr(0, before.size() - rest.size());
+        }
+    }
+    return text;
+}
+
+namespace serialization {
+
+void Decoder::fail(const std::string& what) const {
+    throw DecodingError(m_path.empty() ? what : m_path + ": " + what);
+}
+
+std::int64_t Decoder::integer(const JSON& json, std::int64_t least, std::int64_t most) const {
+    if (!json.is_number_integer()) fail("expected a whole number");
+    const bool fits =
+        !json.is_number_unsigned() ||
+        json.get<std::uint64_t>() <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    const auto value = fits ? json.get<std::int64_t>() : 0;
+    if (!fits || value < least || value > most) fail("number out of range");
+    return value;
+}
+
+Date Decoder::date(const JSON& json) const {
+    if (!json.is_number()) fail("expected a date");
+    // Whole seconds do not go through floating point, which has not room for all of them in milliseconds.
+    constexpr std::int64_t most = (std::numeric_limits<std::int64_t>::max() / 1000) - 978'307'200;
+    if (json.is_number_integer()) return referenceDate + std::chrono::seconds(integer(json, -most, most));
+    const auto seconds = json.get<double>();
+    if (!(std::abs(seconds) < static_cast<double>(most / 2))) fail("number out of range");
+    return referenceDate + std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
+TextMap Decoder::textMap(const JSON& json) {
+    if (!json.is_object()) fail("expected an object");
+    TextMap map;
+    for (const auto& [key, value] : json.items()) {  // sorted by key, as a TextMap is
+        map.emplace_back(key, inside(key, [&] { return decoded<std::string>(value); }));
+    }
+    return map;
+}
+
+const std::string& Decoder::onlyKey(const JSON& json) {
+    if (!json.is_object()) fail("expected an object");
+    if (json.size() != 1) fail("Invalid number of keys found, expected one.");
+    if (!json.front().is_object()) fail("expected an object of the case’s values");
+    return json.begin().key();
+}
+
+}  // namespace serialization
+
+}  // namespace quillmark

@@ -1,0 +1,241 @@
+#pragma once
+
+// Included by .cpp files only: it brings in the JSON library, of which this and Serialization.cpp are the
+// home.
+
+#include <cmath>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/DecodingError.h"
+#include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/UUID.h"
+
+/// JSON to and from any type that describes itself (Fields.h). Leaf types: text, whole numbers, booleans,
+/// dates, UUIDs, lists, maps from text to text.
+namespace quillmark {
+
+using JSON = nlohmann::json;
+
+/// A JSON text of at most `sizeLimit` bytes, nested at most 64 deep, read without recursion. Of several
+/// members with one name the last counts. Throws `DecodingError`.
+JSON parsedJSON(std::string_view text, std::size_t sizeLimit);
+
+/// One line of JSON, keys sorted. Bytes that are not UTF-8 become U+FFFD; control characters, line separators
+/// and bidirectional controls are escaped, so that showing the text on a terminal does no harm.
+std::string compactText(const JSON& json);
+
+/// What decoding does with a member that is missing though it is not optional.
+enum class MissingMembers { fail, keepDefault };
+
+namespace serialization {
+
+template <typename T>
+concept Keyed = requires { fieldsOf(static_cast<const T*>(nullptr)); };
+template <typename T>
+concept Cased = requires { casesOf(static_cast<const T*>(nullptr)); };
+template <typename T>
+concept Named = std::is_enum_v<T> && requires(T value) { namesOf(value); };
+
+template <typename T>
+struct IsList : std::false_type {};
+template <typename T>
+struct IsList<std::vector<T>> : std::true_type {};
+template <typename T>
+struct IsOptional : std::false_type {};
+template <typename T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+
+template <typename T>
+JSON encode(const T& value) {
+    if constexpr (std::same_as<T, Date>) {
+        const std::int64_t milliseconds = (value - referenceDate).count();
+        if (milliseconds % 1000 == 0) return milliseconds / 1000;
+        return static_cast<double>(milliseconds) / 1000;
+    } else if constexpr (std::same_as<T, UUID>) {
+        return value.text();
+    } else if constexpr (std::same_as<T, TextMap>) {
+        JSON object = JSON::object();
+        for (const auto& [key, text] : value) object[key] = text;
+        return object;
+    } else if constexpr (IsList<T>::value) {
+        JSON list = JSON::array();
+        for (const auto& element : value) list.push_back(encode(element));
+        return list;
+    } else if constexpr (Named<T>) {
+        if (namesOf(value).style == EnumStyle::object) return JSON{{nameOf(value), JSON::object()}};
+        return nameOf(value);
+    } else if constexpr (Cased<T>) {
+        constexpr auto names = casesOf(static_cast<const T*>(nullptr));
+        static_assert(names.size() == std::variant_size_v<decltype(value.value)>, "one name for each case");
+        return std::visit(
+            [&](const auto& values) { return JSON{{names[value.value.index()], encode(values)}}; },
+            value.value);
+    } else if constexpr (Keyed<T>) {
+        JSON object = JSON::object();
+        const auto add = [&](const auto& field) {
+            const auto& member = value.*field.member;
+            if constexpr (IsOptional<std::remove_cvref_t<decltype(member)>>::value) {
+                if (member) object[field.name] = encode(*member);
+            } else {
+                object[field.name] = encode(member);
+            }
+        };
+        std::apply([&](const auto&... field) { (add(field), ...); },
+                   fieldsOf(static_cast<const T*>(nullptr)));
+        return object;
+    } else {
+        return value;
+    }
+}
+
+/// Reads one value, keeping the path to where it is.
+class Decoder {
+public:
+    explicit Decoder(MissingMembers missing) : m_missing(missing) {}
+
+    template <typename T>
+    T decoded(const JSON& json) {
+        if constexpr (std::same_as<T, std::string>) {
+            if (!json.is_string()) fail("expected a text");
+            return json.get<std::string>();
+        } else if constexpr (std::same_as<T, bool>) {
+            if (!json.is_boolean()) fail("expected true or false");
+            return json.get<bool>();
+        } else if constexpr (std::integral<T>) {
+            return static_cast<T>(
+                integer(json, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+        } else if constexpr (std::same_as<T, Date>) {
+            return date(json);
+        } else if constexpr (std::same_as<T, UUID>) {
+            const auto id = UUID::parse(decoded<std::string>(json));
+            if (!id) fail("expected a UUID");
+            return *id;
+        } else if constexpr (std::same_as<T, TextMap>) {
+            return textMap(json);
+        } else if constexpr (IsList<T>::value) {
+            return list<typename T::value_type>(json);
+        } else if constexpr (Named<T>) {
+            return enumerator<T>(json);
+        } else if constexpr (Cased<T>) {
+            return cased<T>(json);
+        } else {
+            static_assert(Keyed<T>, "a type that describes itself");
+            return keyed<T>(json);
+        }
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const;
+    std::int64_t integer(const JSON& json, std::int64_t least, std::int64_t most) const;
+    Date date(const JSON& json) const;
+    TextMap textMap(const JSON& json);
+    /// The one key of an object; its value must be an object.
+    const std::string& onlyKey(const JSON& json);
+
+    /// Runs `read` with `step` added to the path.
+    template <typename Read>
+    auto inside(const std::string& step, Read read) {
+        const std::size_t length = m_path.size();
+        m_path += step.starts_with('[') || m_path.empty() ? step : "." + step;
+        auto result = read();
+        m_path.resize(length);
+        return result;
+    }
+
+    template <typename Element>
+    std::vector<Element> list(const JSON& json) {
+        if (!json.is_array()) fail("expected a list");
+        std::vector<Element> elements;
+        elements.reserve(json.size());
+        for (std::size_t i = 0; i < json.size(); ++i) {
+            elements.push_back(
+                inside("[" + std::to_string(i) + "]", [&] { return decoded<Element>(json[i]); }));
+        }
+        return elements;
+    }
+
+    template <typename Enum>
+    Enum enumerator(const JSON& json) {
+        constexpr auto table = namesOf(Enum());
+        const bool asObject =
+            table.style == EnumStyle::object || (table.style == EnumStyle::wordOrObject && json.is_object());
+        const std::string name = asObject ? onlyKey(json) : decoded<std::string>(json);
+        for (std::size_t i = 0; i < table.names.size(); ++i) {
+            if (name == table.names[i]) return static_cast<Enum>(i);
+        }
+        fail("unknown case \"" + name + "\"");
+    }
+
+    template <typename T>
+    T cased(const JSON& json) {
+        const std::string& name = onlyKey(json);
+        return inside(name, [&] { return caseNamed<T, 0>(name, json.front()); });
+    }
+
+    template <typename T, std::size_t index>
+    T caseNamed(const std::string& name, const JSON& values) {
+        constexpr auto names = casesOf(static_cast<const T*>(nullptr));
+        if constexpr (index == names.size()) {
+            fail("unknown case");
+        } else {
+            if (name != names[index]) return caseNamed<T, index + 1>(name, values);
+            return T{keyed<std::variant_alternative_t<index, decltype(T::value)>>(values)};
+        }
+    }
+
+    template <typename T>
+    T keyed(const JSON& json) {
+        if (!json.is_object()) fail("expected an object");
+        T value;
+        const auto read = [&](const auto& field) {
+            auto& member = value.*field.member;
+            using Member = std::remove_cvref_t<decltype(member)>;
+            const auto found = json.find(field.name);
+            inside(field.name, [&] {
+                if constexpr (IsOptional<Member>::value) {
+                    if (found != json.end()) member = decoded<typename Member::value_type>(*found);
+                } else {
+                    if (found != json.end()) {
+                        member = decoded<Member>(*found);
+                    } else if (m_missing == MissingMembers::fail) {
+                        fail("missing");
+                    }
+                }
+                return 0;
+            });
+        };
+        std::apply([&](const auto&... field) { (read(field), ...); },
+                   fieldsOf(static_cast<const T*>(nullptr)));
+        return value;
+    }
+
+    MissingMembers m_missing;
+    std::string m_path = {};
+};
+
+}  // namespace serialization
+
+template <typename T>
+JSON encoded(const T& value) {
+    return serialization::encode(value);
+}
+
+/// Throws `DecodingError` with the path to the fault.
+template <typename T>
+T decoded(const JSON& json, MissingMembers missing = MissingMembers::fail) {
+    return serialization::Decoder(missing).decoded<T>(json);
+}
+
+}  // namespace quillmark

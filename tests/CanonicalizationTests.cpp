@@ -1,0 +1,180 @@
+#include "QuillmarkKit/Canonicalization.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "tests/ReferenceCanonicalization.h"
+
+namespace quillmark {
+namespace {
+
+using enum Canonicalization;
+using reference::Kept;
+
+TEST(Canonicalization, parse) {
+    const struct {
+        std::optional<std::string_view> value;
+        std::optional<CanonicalizationPair> pair;
+    } rows[] = {
+        {std::nullopt, CanonicalizationPair{simple, simple}},
+        {"", CanonicalizationPair{simple, simple}},
+        {"Relaxed", CanonicalizationPair{relaxed, simple}},
+        {"simple", CanonicalizationPair{simple, simple}},
+        {"simple/RELAXED", CanonicalizationPair{simple, relaxed}},
+        {"relaxed/", std::nullopt},
+        {"/relaxed", std::nullopt},
+        {"relaxed/relaxed/simple", std::nullopt},
+        {"relaxed/fast", std::nullopt},
+        {" relaxed", std::nullopt},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(CanonicalizationPair::parse(row.value), row.pair) << row.value.value_or("-");
+}
+
+TEST(Canonicalization, header) {
+    const struct {
+        std::string_view raw, relaxedForm;
+    } rows[] = {
+        {"SUBJECT :  Hello\r\n\t World  ", "subject:Hello World"},
+        {"A:a\r\nb", "a:ab"},
+        {"A:a\r\n\tb", "a:a b"},
+        {"A: \t\r\n ", "a:"},
+        {" A\t:x", " a:x"},
+        {"no colon \t", "no colon \t"},
+        {"\xC3\x84: \xC3\x84", "\xC3\x84:\xC3\x84"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.raw);
+        Kept relaxedText, simpleText;
+        canonicalizeHeader(row.raw, relaxed, relaxedText);
+        canonicalizeHeader(row.raw, simple, simpleText);
+        EXPECT_EQ(relaxedText.text, row.relaxedForm);
+        EXPECT_EQ(simpleText.text, row.raw);
+    }
+}
+
+std::string canonical(std::string_view body, Canonicalization canonicalization) {
+    Kept kept;
+    const auto length = canonicalizeBody(body, canonicalization, kept);
+    EXPECT_EQ(length, kept.text.size());
+    return kept.text;
+}
+
+TEST(Canonicalization, body) {
+    const struct {
+        std::string_view body, simpleForm, relaxedForm;
+    } rows[] = {
+        {"", "\r\n", ""},
+        {"\r\n\r\n", "\r\n", ""},
+        {" \t\r\n\t", " \t\r\n\t\r\n", ""},
+        {"a", "a\r\n", "a\r\n"},
+        {"  a  b  \r\n", "  a  b  \r\n", " a b\r\n"},
+        {"a\r\n \r\nb\r\n\r\n \r\n", "a\r\n \r\nb\r\n\r\n \r\n", "a\r\n\r\nb\r\n"},
+        {"a\nb \n\r\n", "a\nb \n\r\n", "a\nb \n\r\n"},  // a bare LF is a byte of its line
+        {"a \r\r\n", "a \r\r\n", "a \r\r\n"},
+        {"a \rb", "a \rb\r\n", "a \rb\r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.body);
+        EXPECT_EQ(canonical(row.body, simple), row.simpleForm);
+        EXPECT_EQ(canonical(row.body, relaxed), row.relaxedForm);
+    }
+}
+
+/// Bodies of several blocks and stretches in length, with runs of blanks and line ends at every place of a
+/// block.
+TEST(Canonicalization, agreesWithTheReference) {
+    std::mt19937 random(1);
+    const std::string_view pieces[] = {" ", "\t", "\r\n", "\r", "\n", "a", "bc", "  \r\n", " \t "};
+    for (int round = 0; round < 300; ++round) {
+        std::string body;
+        const std::size_t length = round < 250 ? random() % 1200 : random() % 200'000;
+        while (body.size() < length) {
+            if (random() % 3 == 0) {
+                body.append(random() % 300, 'x');  // a stretch in which nothing changes
+            } else {
+                body += pieces[random() % std::size(pieces)];
+            }
+        }
+        for (const auto canonicalization : {simple, relaxed}) {
+            ASSERT_TRUE(canonical(body, canonicalization) == reference::body(body, canonicalization))
+                << round;
+        }
+    }
+    // Every cut of one body.
+    std::string whole =
+        "one  two \t\r\n" + std::string(250, 'y') + " \r\n \r\n" + std::string(260, 'z') + "  end\r\n\r\n";
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+        ASSERT_EQ(canonical(whole.substr(0, cut), relaxed), reference::body(whole.substr(0, cut), relaxed))
+            << cut;
+        ASSERT_EQ(canonical(whole.substr(cut), simple), reference::body(whole.substr(cut), simple)) << cut;
+    }
+}
+
+TEST(Canonicalization, stops) {
+    std::stop_source stop;
+    stop.request_stop();
+    const std::string body(5 << 20, 'x');
+    for (const auto canonicalization : {simple, relaxed}) {
+        Kept kept;
+        canonicalizeBody(body, canonicalization, kept, stop.get_token());
+        EXPECT_LT(kept.text.size(), std::size_t{2} << 20);
+    }
+}
+
+TEST(Canonicalization, emptiedSignature) {
+    const struct {
+        std::string_view raw, emptied;
+    } rows[] = {
+        {"S: a=1; b = abc; bh=xyz", "S: a=1; b =; bh=xyz"},
+        {"S: b=abc", "S: b="},
+        {"S: b=abc;", "S: b=;"},
+        {"S:\r\n\tb\r\n =a\r\n b; c=d", "S:\r\n\tb\r\n =; c=d"},
+        {"S: B=x; b=y=z; bb=1", "S: B=; b=; bb=1"},
+        {"S: b; ;;", "S: b; ;;"},
+        {"b=x", "b=x"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(withEmptiedSignature(row.raw), row.emptied) << row.raw;
+}
+
+TEST(Canonicalization, signedHeaderData) {
+    const auto message = MailMessage::parse(
+        "From: top\r\nS: h; b=1\r\nFrom: middle\r\nTo: x\r\nFROM: bottom\r\nS: h; b=1\r\nS: h; b=2\r\n\r\n");
+    const HeaderField signature = message.headers()[1];  // the field below is the same byte for byte
+    const struct {
+        std::vector<std::string> names;
+        std::string data;
+    } rows[] = {
+        {{"from"}, "from:bottom\r\n"},
+        {{"From", "to", "FROM", "from", "from"}, "from:bottom\r\nto:x\r\nfrom:middle\r\nfrom:top\r\n"},
+        {{"cc", "to", "to"}, "to:x\r\n"},
+        {{"s", "s", "s"}, "s:h; b=2\r\n"},
+        {{}, ""},
+    };
+    for (const auto& row : rows) {
+        Kept kept;
+        addSignedHeaderData(message, row.names, signature, relaxed, kept);
+        EXPECT_EQ(kept.text, row.data + "s:h; b=");
+    }
+}
+
+TEST(Canonicalization, bodyHashes) {
+    const std::string body = "a  b\r\n\r\n";
+    BodyHashes hashes(body);
+    const auto sha256 = [](std::string_view text) { return hash(HashAlgorithm::sha256, text); };
+    const auto& whole = hashes.hash(relaxed, HashAlgorithm::sha256, std::nullopt);
+    EXPECT_EQ(whole.digest, sha256("a b\r\n"));
+    EXPECT_EQ(whole.canonicalLength, 5u);
+    EXPECT_EQ(hashes.hash(simple, HashAlgorithm::sha256, std::nullopt).digest, sha256("a  b\r\n"));
+    EXPECT_EQ(hashes.hash(simple, HashAlgorithm::sha1, std::nullopt).digest,
+              hash(HashAlgorithm::sha1, "a  b\r\n"));
+    EXPECT_EQ(hashes.hash(relaxed, HashAlgorithm::sha256, 2).digest, sha256("a "));
+    EXPECT_EQ(hashes.hash(relaxed, HashAlgorithm::sha256, 2).canonicalLength, 5u);
+    EXPECT_EQ(hashes.hash(relaxed, HashAlgorithm::sha256, 0).digest, sha256(""));
+    EXPECT_EQ(&hashes.hash(relaxed, HashAlgorithm::sha256, std::nullopt), &whole);  // worked out once
+}
+
+}  // namespace
+}  // namespace quillmark

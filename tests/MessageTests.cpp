@@ -1,0 +1,124 @@
+#include "QuillmarkKit/Message.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace quillmark {
+namespace {
+
+TEST(Message, parse) {
+    using Fields = std::vector<std::string>;
+    const struct {
+        std::string_view bytes;
+        Fields raw;
+        std::optional<std::string> body;
+        ParseMode mode = ParseMode::strict;
+    } rows[] = {
+        {"", {}, std::nullopt},
+        {"A: 1\r\nB: 2\r\n\r\nbody\r\n", {"A: 1", "B: 2"}, "body\r\n"},
+        {"A: 1\nB: 2\n\nbody\n", {"A: 1", "B: 2"}, "body\r\n"},
+        {"A: 1\rB: 2\r\rbody\r", {"A: 1", "B: 2"}, "body\r\n"},
+        {"A: 1\n\nx\r\ry\n\rz", {"A: 1"}, "x\r\n\r\ny\r\n\r\nz"},
+        {"\r\n\r\nFrom x y\r\nA: 1\r\n", {"A: 1"}, std::nullopt},
+        {"From x y", {}, std::nullopt},
+        {"From : a@b\r\nB: 2\r\n\r\n", {"B: 2"}, ""},
+        {"\xEF\xBB\xBF"
+         "A: 1\r\n\r\n",
+         {"A: 1"},
+         ""},
+        {"A: 1\r\n\tfolded\r\n \r\nB: 2\r\n\r\n", {"A: 1\r\n\tfolded\r\n ", "B: 2"}, ""},
+        {"A:\r\nB : 2\r\n", {"A:", "B : 2"}, std::nullopt},
+        {"A: 1\r\nno field\r\nB: 2\r\n\r\nbody", {"A: 1"}, std::nullopt},
+        {"A: 1\r\n: x\r\nB: 2\r\n\r\nbody", {"A: 1"}, std::nullopt},
+        {"A: 1\r\nN\xC3\xA9: x\r\nB: 2\r\n\r\nbody", {"A: 1"}, std::nullopt},
+        {"garbage\r\n more\r\nA: 1\r\n\r\n", {"A: 1"}, ""},
+        {"garbage\r\n\r\nA: 1\r\n", {}, "A: 1\r\n"},
+        {" A: 1\r\nB: 2\r\n", {"B: 2"}, std::nullopt},
+        {" \t A: 1\r\nB: 2\r\n", {"A: 1", "B: 2"}, std::nullopt, ParseMode::lenient},
+        {"  \r\n\r\n \r\nA: 1\r\n\r\nx", {"A: 1"}, "x", ParseMode::lenient},
+        {"A: 1\r\n\r\n \t\r\n", {"A: 1"}, std::nullopt, ParseMode::lenient},
+        {"A: 1\r\n\r\n \t\r\n", {"A: 1"}, " \t\r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        const auto message = MailMessage::parse(row.bytes, row.mode);
+        Fields raw;
+        for (const auto& field : message.headers()) raw.emplace_back(field.raw);
+        EXPECT_EQ(raw, row.raw);
+        EXPECT_EQ(message.body(), row.body);
+        if (message.headers().empty()) continue;
+        const auto again = MailMessage::parse(message.bytes());
+        EXPECT_EQ(again.bytes(), message.bytes());
+        EXPECT_EQ(again.body(), message.body());
+    }
+}
+
+TEST(Message, values) {
+    const struct {
+        std::string_view field, name, value;
+    } rows[] = {
+        {"Subject: one\r\n two", "Subject", "one two"},
+        {"A \t:  x \t", "A", "x"},
+        {"A:", "A", ""},
+        {"A: caf\xC3\xA9", "A", "caf\u00E9"},
+        {"A: caf\xE9", "A", "caf\u00E9"},
+        {"A: \u3000x\u00A0", "A", "x"},
+        {"A: b: c", "A", "b: c"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.field);
+        const auto message = MailMessage::parse(row.field);
+        ASSERT_EQ(message.headers().size(), 1u);
+        EXPECT_EQ(message.headers()[0].name, row.name);
+        EXPECT_EQ(message.headers()[0].value(), row.value);
+    }
+}
+
+TEST(Message, lookupsByName) {
+    const auto message = MailMessage::parse(
+        "To: 1\nX-Long-Name-A: 2\nx-long-name-b: 3\nTO: 4\nX-LONG-NAME-A: 5\nT: 6\nToo: 7\nX-Long-N: 8\n");
+    const auto values = [&](std::string_view name) {
+        std::string list;
+        for (const auto i : message.positions(name)) list += message.headers()[i].value();
+        return list;
+    };
+    for (const auto& [name, list] : {std::pair{"to", "14"},
+                                     {"X-long-NAME-a", "25"},
+                                     {"X-LONG-NAME-B", "3"},
+                                     {"t", "6"},
+                                     {"too", "7"},
+                                     {"x-long-n", "8"},
+                                     {"x", ""},
+                                     {"", ""},
+                                     {"x-long-name-c", ""}}) {
+        EXPECT_EQ(values(name), list) << name;
+    }
+    ASSERT_NE(message.first("to"), nullptr);
+    EXPECT_EQ(message.first("to")->value(), "1");
+    EXPECT_EQ(message.first("cc"), nullptr);
+    EXPECT_EQ(MailMessage().first("to"), nullptr);
+}
+
+TEST(Message, copiesKeepViewsAlive) {
+    const HeaderField* field = nullptr;
+    MailMessage kept;
+    {
+        const auto message =
+            MailMessage::parse("A: a value that is not short enough to lie inside an object\n");
+        field = message.first("a");
+        kept = message;
+    }
+    EXPECT_EQ(field->value(), "a value that is not short enough to lie inside an object");
+}
+
+TEST(Message, linesThatEndWellAreKeptInPlace) {
+    ByteBuffer bytes(std::string_view("A: 1\r\n\r\nbody\r\n"));
+    const char* place = bytes.data();
+    const auto message = MailMessage::parse(std::move(bytes));
+    EXPECT_EQ(message.headers()[0].raw.data(), place);
+}
+
+}  // namespace
+}  // namespace quillmark

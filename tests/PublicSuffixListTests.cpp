@@ -1,0 +1,98 @@
+#include "QuillmarkKit/PublicSuffixList.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace quillmark {
+namespace {
+
+TEST(PublicSuffixList, theSharedList) {
+    const auto& list = PublicSuffixList::shared();
+    EXPECT_GE(list.ruleCount(), 5000u);
+    const struct {
+        std::string_view name, organization;
+    } rows[] = {
+        {"Mail.Example.CO.UK.", "example.co.uk"},
+        {"example.com", "example.com"},
+        {"a.b.example.com", "example.com"},
+        {"co.uk", "co.uk"},
+        {"CO..UK.", "co..uk"},
+        {"x..example..com", "example.com"},
+        {"localhost", "localhost"},
+        {"", ""},
+        {"...", "..."},
+        {".Com.", "com"},
+        {"unlisted.invalidtld", "unlisted.invalidtld"},
+        {"a.b.unlisted.invalidtld", "unlisted.invalidtld"},
+        // Wildcards and exceptions.
+        {"ck", "ck"},
+        {"foo.ck", "foo.ck"},
+        {"shop.foo.ck", "shop.foo.ck"},
+        {"a.shop.foo.ck", "shop.foo.ck"},
+        {"www.ck", "www.ck"},
+        {"a.www.ck", "www.ck"},
+        {"www.city.kawasaki.jp", "city.kawasaki.jp"},
+        {"a.b.c.kawasaki.jp", "b.c.kawasaki.jp"},
+        {"a.b.kobe.jp", "a.b.kobe.jp"},
+        {"www.test.k12.ak.us", "test.k12.ak.us"},
+        // Both forms of a rule beyond ASCII: strangers under it are no organization.
+        {"a.食狮.公司.cn", "食狮.公司.cn"},
+        {"a.xn--85x722f.xn--55qx5d.cn", "xn--85x722f.xn--55qx5d.cn"},
+        {"a.b.xn--p1ai", "b.xn--p1ai"},
+        {"МОСКВА.РФ", "москва.рф"},
+        // The private section counts.
+        {"a.somebody.github.io", "somebody.github.io"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(list.organizationalDomain(row.name), row.organization) << row.name;
+    EXPECT_TRUE(list.sameOrganization("a.example.org", "B.EXAMPLE.org"));
+    EXPECT_FALSE(list.sameOrganization("a.co.uk", "b.co.uk"));
+    EXPECT_FALSE(list.sameOrganization("", ""));
+}
+
+TEST(PublicSuffixList, theFileIsInLowerCaseAndHasBothForms) {
+    std::ifstream file(QUILLMARK_SUFFIX_LIST);
+    std::stringstream text;
+    text << file.rdbuf();
+    const auto parsed = PublicSuffixList::parse(text.str());
+    EXPECT_EQ(parsed.ruleCount(), PublicSuffixList::shared().ruleCount());
+    for (std::string line; std::getline(text, line);) {
+        const bool isUnicode =
+            std::ranges::any_of(line, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+        if (isUnicode) {
+            ASSERT_TRUE(std::getline(text, line));
+            EXPECT_NE(line.find("xn--"), std::string::npos) << line;
+        }
+    }
+}
+
+TEST(PublicSuffixList, parse) {
+    const auto list = PublicSuffixList::parse(
+        "// a comment\ncom\r\nUK trailing text\n\n*.uk\n!Free.UK\v\u2028jp\u0085\u2029*.jp\fb.c.jp\n "
+        "uk.leading");
+    EXPECT_EQ(list.ruleCount(), 7u);
+    for (const auto& [name, organization] : {std::pair{"x.a.co.uk", "a.co.uk"},
+                                             {"x.free.uk", "free.uk"},
+                                             {"x.b.c.jp", "x.b.c.jp"},
+                                             {"a.x.y.jp", "x.y.jp"},
+                                             {"b.a.x.y.jp", "x.y.jp"}}) {
+        EXPECT_EQ(list.organizationalDomain(name), organization) << name;
+    }
+    const auto fallback = PublicSuffixList::parse("com\nnet\norg");
+    EXPECT_EQ(fallback.organizationalDomain("a.b.example.de"), "example.de");
+    EXPECT_EQ(fallback.organizationalDomain("x.y.co.uk"), "co.uk");
+    EXPECT_EQ(PublicSuffixList::parse("").organizationalDomain("a.b.c"), "b.c");
+}
+
+TEST(PublicSuffixList, namesOfManyLabels) {
+    std::string name;
+    for (int i = 0; i < 1'000'000; ++i) name += "a.";
+    EXPECT_EQ(PublicSuffixList::shared().organizationalDomain(name + "co.uk"), "a.co.uk");
+    EXPECT_EQ(PublicSuffixList::shared().organizationalDomain(std::string(1'000'000, '.') + "com"), "com");
+}
+
+}  // namespace
+}  // namespace quillmark
