@@ -1,0 +1,204 @@
+#include "CommandLine/CheckCommand.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+#include "CommandLine/FixedAnswers.h"
+#include "CommandLine/OrderedRun.h"
+#include "CommandLine/Output.h"
+#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Verifier.h"
+#include "Wording/Wording.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t aheadPerWorker = 4;
+constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
+
+constexpr std::string_view standardInput = "-";
+
+/// Stands where there is no network: no lookup has an answer.
+class OfflineResolver : public DNSResolver {
+public:
+    DNSAnswer lookup(std::string_view, DNSRecordType, std::stop_token) override {
+        throw DNSLookupError("no resolver answered");
+    }
+};
+
+/// What a file is called in its report: the last component of its path. Standard input and pasted text have
+/// no name.
+std::optional<std::string> reportName(const CheckCommand& command, std::string_view file) {
+    if (command.pasted || file == standardInput) return std::nullopt;
+    while (file.size() > 1 && file.ends_with('/')) file.remove_suffix(1);
+    return repairedUTF8(file.substr(file.rfind('/') + 1));
+}
+
+/// The bytes that reading a file will take; the most there can be when only reading can tell.
+std::size_t expectedSize(const std::string& file) {
+    struct stat status = {};
+    if (file == standardInput || stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return largestMessage;
+    return std::min(static_cast<std::size_t>(status.st_size), largestMessage);
+}
+
+/// One file from bytes to what is printed for it.
+OrderedRun::Outcome checked(const CheckCommand& command, const Verifier& verifier, Date now,
+                            const std::string& file) {
+    const auto name = reportName(command, file);
+    auto bytes = file == standardInput ? readDescriptor(STDIN_FILENO) : readFile(file);
+    if (const auto* refusal = std::get_if<Refusal>(&bytes)) return {.problem = problemLine(*refusal, name)};
+    const auto message = messageIn(std::move(std::get<ByteBuffer>(bytes)),
+                                   command.pasted ? ParseMode::lenient : ParseMode::strict);
+    if (const auto* refusal = std::get_if<Refusal>(&message)) return {.problem = problemLine(*refusal, name)};
+    const ProofReport report = verifier.verify(std::get<MailMessage>(message), name, now);
+    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report)};
+}
+
+/// What the options say a check is made with.
+struct Sources {
+    std::shared_ptr<DNSResolver> resolver = {};
+    std::shared_ptr<RegistrationLookup> registry = {};
+    Date now = {};
+    std::size_t workers = std::max(1u, std::thread::hardware_concurrency());
+};
+
+Sources sources(const CheckCommand& command) {
+    Sources sources;
+    sources.now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    if (command.dnsFile) {
+        FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
+        if (fixed.at) sources.now = *fixed.at;
+        if (fixed.registrations && command.domainAge) {
+            sources.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
+        }
+        sources.resolver = std::make_shared<StaticResolver>(
+            std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors));
+    } else {
+        sources.resolver = std::make_shared<OfflineResolver>();
+    }
+    if (command.registrationsFile && command.domainAge) {
+        sources.registry =
+            std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
+    }
+    if (command.at) sources.now = *parsedRFC3339(*command.at);
+    return sources;
+}
+
+/// A fault in the arguments that their parser cannot see, or nothing.
+std::optional<std::string> usageFault(const CheckCommand& command) {
+    if (std::ranges::count(command.files, standardInput) > 1)
+        return "standard input (-) can be read only once";
+    if (command.at && !parsedRFC3339(*command.at)) {
+        return "--at takes a time such as 2026-11-21T10:00:00Z, not “" + *command.at + "”";
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+int CheckCommand::run() const {
+    if (const auto fault = usageFault(*this)) {
+        writeProblem(*fault);
+        return 2;
+    }
+    Sources from;
+    try {
+        from = sources(*this);
+    } catch (const AnswersFileError& error) {
+        writeProblem(error.what());
+        return 2;
+    }
+    const Verifier verifier(from.resolver, from.registry);
+    const std::size_t workers = std::min(from.workers, files.size());
+    OrderedRun run(files.size(), workers * aheadPerWorker, memoryInFlight);
+    const auto work = [&] {
+        while (const auto number = run.take()) {
+            const std::string& file = files[*number];
+            try {
+                run.reserve(*number, expectedSize(file));
+                run.finish(*number, checked(*this, verifier, from.now, file));
+            } catch (const std::exception& error) {  // of memory there may be too little
+                const Refusal refusal{Refusal::Unreadable{error.what()}};
+                run.finish(*number, {.problem = problemLine(refusal, reportName(*this, file))});
+            }
+        }
+    };
+    std::vector<std::jthread> threads;
+    threads.reserve(workers);
+    for (std::size_t i = 0; i < workers; ++i) threads.emplace_back(work);
+
+    int status = 0;
+    bool first = true;
+    while (const auto outcome = run.next()) {
+        if (!outcome->problem.empty()) {
+            writeProblem(outcome->problem);
+            status = 1;
+            continue;
+        }
+        const std::string separator = json || first ? "" : "\n";
+        first = false;
+        if (!writeOutput(separator + outcome->report)) {
+            writeProblem("The reports couldn’t be written: " + std::generic_category().message(errno));
+            _exit(1);  // without waiting for checks whose reports nobody can have
+        }
+    }
+    return status;
+}
+
+namespace {
+
+void addSignature(std::string& text, const DKIMResult& signature) {
+    text += "  " + std::string(marker(tone(signature))) + " Signature of " +
+            forDisplay(signature.domain, 300) + ": " + std::string(label(signature.status));
+    if (!signature.detail.empty()) text += " (" + forDisplay(signature.detail, 300) + ")";
+    text += "\n";
+    if (signature.unsignedBodyBytes.value_or(0) > 0) {
+        text += "      It covers only the first " + std::to_string(*signature.bodyLength) +
+                " bytes of the body. The " + std::to_string(*signature.unsignedBodyBytes) +
+                " bytes after them could have been added by anyone.\n";
+    }
+    if (!signature.unsignedImportant.empty()) {
+        text += "      Not covered by it: ";
+        for (const std::string& name : signature.unsignedImportant) {
+            text += (&name == signature.unsignedImportant.data() ? "" : ", ") + name;
+        }
+        text += ". These lines could have been changed or added.\n";
+    }
+}
+
+}  // namespace
+
+std::string shortSummary(const ProofReport& report) {
+    constexpr std::size_t mostShown = 100;  // addresses
+    std::string text = std::string(marker(report.verdict.tone)) + " " + headline(report.verdict) + "\n";
+    text += "  " + explanation(report.verdict) + "\n";
+    if (report.fileName) text += "  File: " + forDisplay(*report.fileName, 300) + "\n";
+    text += "  From: ";
+    for (std::size_t i = 0; i < std::min(mostShown, report.summary.from.size()); ++i) {
+        text += (i == 0 ? "" : ", ") + displayForm(report.summary.from[i]);
+    }
+    if (report.summary.from.empty()) text += "(no From address)";
+    if (report.summary.from.size() > mostShown) {
+        text += " and " + std::to_string(report.summary.from.size() - mostShown) + " more";
+    }
+    text += "\n  Subject: " +
+            (report.summary.subject.empty() ? "(no subject)" : forDisplay(report.summary.subject, 500)) +
+            "\n";
+    if (report.dkim.empty()) text += "  No DKIM signature.\n";
+    for (const DKIMResult& signature : report.dkim) addSignature(text, signature);
+    return text;
+}
+
+}  // namespace quillmark

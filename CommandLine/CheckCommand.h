@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "QuillmarkKit/Report.h"
+
+namespace quillmark {
+
+/// `quillmark check`.
+struct CheckCommand {
+    std::vector<std::string> files = {};  ///< "-" is standard input
+    bool json = false;
+    bool pasted = false;
+    bool domainAge = true;
+    std::optional<std::string> dnsFile = {}, registrationsFile = {};
+    std::optional<std::string> at = {};  ///< RFC 3339
+
+    /// Checks every file and writes the reports in input order as soon as they are ready. Returns the exit
+    /// status: 0 when every message was checked, 1 when some input could not be, 2 when the arguments or the
+    /// answers file are at fault.
+    int run() const;
+};
+
+/// The headline, what the message says of itself and what came of each signature, for a person.
+std::string shortSummary(const ProofReport& report);
+
+}  // namespace quillmark

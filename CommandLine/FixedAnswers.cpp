@@ -1,0 +1,132 @@
+#include "CommandLine/FixedAnswers.h"
+
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+using JSON = nlohmann::json;
+
+/// Throws with the place of the fault: answers["example.org|A"]: …
+[[noreturn]] void fail(const std::string& member, const std::string& key, const std::string& what) {
+    throw AnswersFileError(member + (key.empty() ? "" : "[\"" + key + "\"]") + ": " + what);
+}
+
+std::string text(const JSON& value, const std::string& member, const std::string& key) {
+    if (!value.is_string()) fail(member, key, "expected a text");
+    return value.get<std::string>();
+}
+
+Date date(const JSON& value, const std::string& member, const std::string& key) {
+    const auto parsed = parsedRFC3339(text(value, member, key));
+    if (!parsed) fail(member, key, "expected a time such as 2026-11-21T10:00:00Z");
+    return *parsed;
+}
+
+/// A name and a record type: "Example.org|txt" is "example.org|TXT".
+std::string lookupKey(const std::string& member, const std::string& key) {
+    const auto bar = key.rfind('|');
+    if (bar == std::string::npos) fail(member, key, "expected a name and a type, such as example.org|TXT");
+    std::string type = key.substr(bar);
+    for (char& c : type) {
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+    }
+    return asciiLowered(key.substr(0, bar)) + type;
+}
+
+DNSAnswer answer(const JSON& value, const std::string& key) {
+    if (value == "noData") return DNSAnswer::noData();
+    if (value == "nxdomain") return DNSAnswer::nxdomain();
+    if (!value.is_array()) fail("answers", key, "expected a list of texts, \"noData\" or \"nxdomain\"");
+    std::vector<std::string> data;
+    data.reserve(value.size());
+    for (const JSON& record : value) data.push_back(text(record, "answers", key));
+    return data.empty() ? DNSAnswer::noData() : DNSAnswer::records(std::move(data));
+}
+
+StaticRegistry::Entries registrationDates(const JSON& object) {
+    StaticRegistry::Entries entries;
+    for (const auto& [domain, value] : object.items()) {
+        auto& entry = entries[asciiLowered(domain)];
+        if (value.is_null()) {
+            entry = std::optional<Date>();
+        } else if (value.is_object() && value.size() == 1 && value.contains("error")) {
+            entry = text(value["error"], "registrations", domain);
+        } else {
+            entry = std::optional<Date>(date(value, "registrations", domain));
+        }
+    }
+    return entries;
+}
+
+JSON parsed(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw AnswersFileError(std::generic_category().message(errno));
+    JSON document;
+    try {
+        document = JSON::parse(file);
+    } catch (const JSON::exception&) {
+        throw AnswersFileError("this is no JSON");
+    }
+    if (!document.is_object()) throw AnswersFileError("expected a JSON object");
+    return document;
+}
+
+/// Hands a member of the file to `use` if it is there; it must be of that type.
+void read(const JSON& document, const char* member, JSON::value_t type,
+          const std::function<void(const JSON&)>& use) {
+    const auto found = document.find(member);
+    if (found == document.end()) return;
+    if (found->type() != type)
+        fail(member, "", type == JSON::value_t::array ? "expected a list" : "expected an object");
+    use(*found);
+}
+
+bool isAnswersFile(const JSON& document) {
+    return document.contains("answers") ||
+           (document.contains("registrations") && !document["registrations"].contains("error"));
+}
+
+}  // namespace
+
+FixedAnswers FixedAnswers::read(const std::string& path) {
+    const JSON document = parsed(path);
+    if (!document.contains("answers")) throw AnswersFileError("the member \"answers\" is missing");
+    FixedAnswers fixed;
+    const auto member = [&](const char* name, JSON::value_t type, const auto& use) {
+        quillmark::read(document, name, type, use);
+    };
+    member("answers", JSON::value_t::object, [&](const JSON& object) {
+        for (const auto& [key, value] : object.items()) {
+            fixed.answers.insert_or_assign(lookupKey("answers", key), answer(value, key));
+        }
+    });
+    member("failing", JSON::value_t::array, [&](const JSON& list) {
+        for (const JSON& name : list) fixed.failing.insert(asciiLowered(text(name, "failing", "")));
+    });
+    member("errors", JSON::value_t::object, [&](const JSON& object) {
+        for (const auto& [key, value] : object.items()) {
+            fixed.errors.insert_or_assign(lookupKey("errors", key), text(value, "errors", key));
+        }
+    });
+    member("registrations", JSON::value_t::object,
+           [&](const JSON& object) { fixed.registrations = registrationDates(object); });
+    if (document.contains("at")) fixed.at = date(document["at"], "at", "");
+    return fixed;
+}
+
+StaticRegistry::Entries FixedAnswers::readRegistrations(const std::string& path) {
+    const JSON document = parsed(path);
+    if (!isAnswersFile(document)) return registrationDates(document);
+    StaticRegistry::Entries entries;
+    quillmark::read(document, "registrations", JSON::value_t::object,
+                    [&](const JSON& object) { entries = registrationDates(object); });
+    return entries;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Support/Date.h"
+
+namespace quillmark {
+
+/// Why an answers file cannot be used, in one line.
+class AnswersFileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// DNS answers and registration dates from a file in place of the network (docs/formats.md).
+struct FixedAnswers {
+    StaticResolver::Answers answers = {};
+    std::set<std::string, std::less<>> failing = {};
+    std::map<std::string, std::string, std::less<>> errors = {};
+    std::optional<StaticRegistry::Entries> registrations = {};
+    std::optional<Date> at = {};  ///< the time of the check
+
+    /// Reads an answers file. Throws `AnswersFileError`.
+    static FixedAnswers read(const std::string& path);
+    /// The registration dates of a file that holds nothing else, or of an answers file.
+    static StaticRegistry::Entries readRegistrations(const std::string& path);
+};
+
+}  // namespace quillmark

@@ -1,0 +1,42 @@
+#include "CommandLine/OrderedRun.h"
+
+#include <utility>
+
+namespace quillmark {
+
+std::optional<std::size_t> OrderedRun::take() {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_taken == m_count || m_taken < m_given + m_ahead; });
+    if (m_taken == m_count) return std::nullopt;
+    return m_taken++;
+}
+
+void OrderedRun::reserve(std::size_t number, std::size_t bytes) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return number == m_given || m_held + bytes <= m_memory; });
+    m_reserved[number] += bytes;
+    m_held += bytes;
+}
+
+void OrderedRun::finish(std::size_t number, Outcome outcome) {
+    const std::size_t bytes = outcome.report.size() + outcome.problem.size();
+    const std::lock_guard lock(m_mutex);
+    std::size_t& reserved = m_reserved[number];
+    m_held = m_held - reserved + bytes;
+    reserved = bytes;
+    m_finished.emplace(number, std::move(outcome));
+    m_changed.notify_all();
+}
+
+std::optional<OrderedRun::Outcome> OrderedRun::next() {
+    std::unique_lock lock(m_mutex);
+    if (m_given == m_count) return std::nullopt;
+    m_changed.wait(lock, [&] { return m_finished.contains(m_given); });
+    auto finished = m_finished.extract(m_given);
+    m_held -= m_reserved.extract(m_given).mapped();
+    ++m_given;
+    m_changed.notify_all();
+    return std::move(finished.mapped());
+}
+
+}  // namespace quillmark

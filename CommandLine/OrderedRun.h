@@ -1,0 +1,46 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace quillmark {
+
+/// Hands out the numbers 0 … count-1 to several workers and gives their outcomes back in that order. Workers
+/// run at most a window ahead of what was given back, and what they hold in memory is bounded. Safe from many
+/// threads at once.
+class OrderedRun {
+public:
+    struct Outcome {
+        std::string report = {};   ///< empty when there is none
+        std::string problem = {};  ///< one line; empty when there is none
+    };
+
+    /// `ahead`: how far workers may run ahead. `memory`: how many bytes they may hold together.
+    OrderedRun(std::size_t count, std::size_t ahead, std::size_t memory)
+        : m_count(count), m_ahead(ahead), m_memory(memory) {}
+
+    /// A worker takes the next number; nothing when there are no more. Waits while the window is full.
+    std::optional<std::size_t> take();
+    /// Waits until `bytes` more fit into memory. The number that is given back next never waits, so that
+    /// something larger than the whole bound goes through alone.
+    void reserve(std::size_t number, std::size_t bytes);
+    /// Brings a number's outcome, which takes the place of the bytes reserved for it.
+    void finish(std::size_t number, Outcome outcome);
+
+    /// The next outcome in order; nothing when all were given back. Waits for it.
+    std::optional<Outcome> next();
+
+private:
+    const std::size_t m_count, m_ahead, m_memory;
+    std::mutex m_mutex = {};
+    std::condition_variable m_changed = {};
+    std::size_t m_taken = 0, m_given = 0, m_held = 0;
+    std::map<std::size_t, std::size_t> m_reserved = {};  // bytes by number
+    std::map<std::size_t, Outcome> m_finished = {};
+};
+
+}  // namespace quillmark

@@ -1,0 +1,65 @@
+#include "CommandLine/Output.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+std::timed_mutex outputMutex;  // held while a report is written
+
+bool writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+}  // namespace
+
+bool writeOutput(std::string_view bytes) {
+    const std::lock_guard lock(outputMutex);
+    if (writeAll(STDOUT_FILENO, bytes)) return true;
+    if (errno == EPIPE) _exit(128 + SIGPIPE);
+    return false;
+}
+
+void writeProblem(std::string_view message) {
+    writeAll(STDERR_FILENO,
+             "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
+}
+
+void endOnSignals() {
+    signal(SIGPIPE,
+           SIG_IGN);  // NOLINT(bugprone-*): a closed pipe or connection is an error where it is written
+    sigset_t ours;
+    sigemptyset(&ours);
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction current = {};
+        sigaction(number, nullptr, &current);
+        if (current.sa_handler != SIG_IGN) sigaddset(&ours, number);  // ignored on purpose, by nohup for one
+    }
+    pthread_sigmask(SIG_BLOCK, &ours, nullptr);
+    std::thread([ours] {
+        int number = 0;
+        while (sigwait(&ours, &number) != 0) {
+        }
+        // A reader that does not read must not keep us from ending.
+        const std::unique_lock lock(outputMutex, std::chrono::milliseconds(100));
+        _exit(128 + number);
+    }).detach();
+}
+
+}  // namespace quillmark

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+namespace quillmark {
+
+/// Writes all of `bytes` to standard output. When the reader has gone the process ends quietly, as if by
+/// SIGPIPE. False when it cannot be written otherwise (a full disk); `errno` says why.
+bool writeOutput(std::string_view bytes);
+
+/// Writes one line, "quillmark: " and `message`, to standard error. The message goes through the filter for
+/// text that somebody else wrote.
+void writeProblem(std::string_view message);
+
+/// From now on SIGINT and SIGTERM end the process at once with 128 and the signal's number, but never in the
+/// middle of a report. Before any other thread starts.
+void endOnSignals();
+
+}  // namespace quillmark

@@ -1,0 +1,304 @@
+// The program from outside: arguments and files in; exit status, standard output and standard error out.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace quillmark {
+namespace {
+
+using JSON = nlohmann::json;
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
+
+/// A folder of its own for one test.
+class Folder {
+public:
+    Folder() {
+        std::string pattern = (fs::temp_directory_path() / "quillmark-test-XXXXXX").string();
+        m_path = mkdtemp(pattern.data());
+    }
+    ~Folder() { fs::remove_all(m_path); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+    std::string write(const std::string& name, std::string_view bytes) const {
+        std::ofstream(m_path / name, std::ios::binary) << bytes;
+        return *this / name;
+    }
+
+private:
+    fs::path m_path;
+};
+
+struct Ended {
+    int status = 0;  ///< exit status, or 1000 and the signal that ended it
+    std::string output = {}, problems = {};
+};
+
+/// A running program; `input` is a file for its standard input.
+pid_t started(const std::vector<std::string>& arguments, const std::string& output,
+              const std::string& problems, const std::string& input = "/dev/null") {
+    std::vector<std::string> words = {QUILLMARK_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, problems.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    pid_t child = 0;
+    EXPECT_EQ(posix_spawn(&child, QUILLMARK_PROGRAM, &files, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&files);
+    return child;
+}
+
+int ended(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+Ended run(const std::vector<std::string>& arguments, const std::string& input = "/dev/null") {
+    const Folder folder;
+    Ended run;
+    run.status = ended(started(arguments, folder / "out", folder / "err", input));
+    run.output = contents(folder / "out");
+    run.problems = contents(folder / "err");
+    return run;
+}
+
+std::vector<JSON> reports(const std::string& output) {
+    std::vector<JSON> list;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) list.push_back(JSON::parse(line));
+    return list;
+}
+
+const fs::path samples = QUILLMARK_SAMPLES;
+constexpr std::string_view plain = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
+
+TEST(CommandLine, samplesGiveTheirExpectedReports) {
+    std::size_t count = 0;
+    for (const auto& entry : fs::directory_iterator(samples)) {
+        if (entry.path().extension() != ".eml") continue;
+        SCOPED_TRACE(entry.path().filename());
+        ++count;
+        fs::path base = entry.path();
+        base.replace_extension();
+        const Ended checked =
+            run({"check", "--json", "--dns", base.string() + ".dns.json", entry.path().string()});
+        EXPECT_EQ(checked.status, 0);
+        EXPECT_EQ(checked.problems, "");
+        auto report = reports(checked.output);
+        ASSERT_EQ(report.size(), 1u);
+        report[0].erase("id");
+        EXPECT_EQ(report[0], JSON::parse(contents(base.string() + ".report.json"))) << report[0].dump(4);
+    }
+    EXPECT_GE(count, 2u);
+}
+
+TEST(CommandLine, usage) {
+    const Folder folder;
+    const std::string mail = folder.write("a.eml", plain);
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+    } rows[] = {
+        {{"--version"}, 0},
+        {{"--help"}, 0},
+        {{"check", "--help"}, 0},
+        {{}, 2},
+        {{"frobnicate"}, 2},
+        {{"check"}, 2},
+        {{"check", "--nonsense", mail}, 2},
+        {{"check", "-", "-"}, 2},
+        {{"check", mail, "--at", "yesterday"}, 2},
+        {{"check", mail, "--dns"}, 2},
+        {{"check", mail, "--dns", folder / "missing"}, 2},
+        {{"check", mail, "--dns", folder.write("bad.json", "{")}, 2},
+        {{"check", mail, "--dns", folder.write("list.json", "[]")}, 2},
+        {{"check", mail, "--dns", folder.write("key.json", R"({"answers":{"x":[]}})")}, 2},
+        {{"check", mail, "--dns", folder.write("value.json", R"({"answers":{"x|A":5}})")}, 2},
+        {{"check", mail, "--dns", folder.write("at.json", R"({"answers":{},"at":"now"})")}, 2},
+        {{"check", mail, "--registrations", folder.write("dates.json", R"({"example.org":"soon"})")}, 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        const Ended result = run(row.arguments);
+        EXPECT_EQ(result.status, row.status) << result.problems;
+        EXPECT_EQ(std::ranges::count(result.problems, '\n'), row.status == 0 ? 0 : 1) << result.problems;
+        EXPECT_EQ(result.output.empty(), row.status != 0);
+    }
+}
+
+TEST(CommandLine, inputsThatCannotBeRead) {
+    const Folder folder;
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})");
+    const std::string good = folder.write("[good]", plain);
+    const std::string odd = folder.write("odd\nname\x1B", "no mail");
+    const std::string empty = folder.write("empty", "");
+    const std::string exact = folder.write("exact", "");
+    const std::string large = folder.write("large", "");
+    fs::resize_file(large, 50'000'001);
+    const Ended result = run({"check", "--json", "--dns", dns, good, folder / "missing", odd, empty, large,
+                              folder / ".", "/dev/zero", "--", good, folder.write("-x", plain)});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.problems,
+              "quillmark: “missing” couldn’t be read: No such file or directory\n"
+              "quillmark: “odd name\uFFFD” doesn’t look like an email: no From, Received or DKIM-Signature "
+              "header was "
+              "found.\n"
+              "quillmark: “empty” doesn’t look like an email: no From, Received or DKIM-Signature header was "
+              "found.\n"
+              "quillmark: “large” is larger than 50 MB, too large for a single email.\n"
+              "quillmark: “.” couldn’t be read: Is a directory\n"
+              "quillmark: “zero” is larger than 50 MB, too large for a single email.\n");
+    const auto good2 = reports(result.output);
+    ASSERT_EQ(good2.size(), 3u);
+    EXPECT_EQ(good2[0]["fileName"], "[good]");
+    EXPECT_NE(good2[0]["id"], good2[1]["id"]);
+
+    const Ended pasted = run({"check", "--dns", dns, "-"}, empty);
+    EXPECT_EQ(pasted.status, 1);
+    EXPECT_EQ(pasted.problems,
+              "quillmark: That doesn’t look like an email: no From, Received or DKIM-Signature header was "
+              "found. Paste "
+              "the message’s full source or its headers.\n");
+}
+
+TEST(CommandLine, standardInputAndPasted) {
+    const Folder folder;
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})");
+    const std::string paste = folder.write("paste", " \r\n\r\n  From: a@example.org\r\n\r\n \r\n");
+    const Ended pasted = run({"check", "--json", "--pasted", "--dns", dns, paste});
+    ASSERT_EQ(pasted.status, 0) << pasted.problems;
+    const auto report = reports(pasted.output).at(0);
+    EXPECT_FALSE(report.contains("fileName"));
+    EXPECT_EQ(report["headersOnly"], true);
+    EXPECT_EQ(report["domainAge"]["status"], JSON::parse(R"({"skipped":{}})"));
+    EXPECT_EQ(run({"check", "--dns", dns, "-"}, paste).status,
+              1);  // without --pasted the same bytes are no mail
+    EXPECT_EQ(run({"check", "--dns", dns, "-"}, folder.write("mail", plain)).status, 0);
+}
+
+TEST(CommandLine, registrationsAndTime) {
+    const Folder folder;
+    const std::string mail = folder.write("a.eml", plain);
+    const std::string dns = folder.write("dns.json", R"({"answers":{},"at":"2026-11-21T10:00:00Z"})");
+    const struct {
+        std::string dates;  ///< the file of registration dates; none when empty
+        std::vector<std::string> options;
+        std::string status;
+        int checkedAt = 816948000;
+    } rows[] = {
+        {"", {}, R"({"skipped":{}})"},
+        {"", {"--at", "2026-11-21T10:00:01Z"}, R"({"skipped":{}})", 816948001},
+        {R"({"Example.ORG":"2024-05-01T00:00:00Z"})", {}, R"({"known":{"_0":736214400}})"},
+        {R"({"example.org":null})", {}, R"({"notPublished":{}})"},
+        {R"({"example.org":{"error":"closed"}})", {}, R"({"unavailable":{"_0":"closed"}})"},
+        {"{}", {}, R"({"unavailable":{"_0":"not in the test registry"}})"},
+        {R"({"answers":{},"registrations":{"example.org":null}})", {}, R"({"notPublished":{}})"},
+        {R"({"example.org":null})", {"--no-domain-age"}, R"({"skipped":{}})"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.dates + row.status);
+        std::vector<std::string> arguments = {"check", "--json", "--dns", dns, mail};
+        if (!row.dates.empty()) {
+            arguments.insert(arguments.end(), {"--registrations", folder.write("dates.json", row.dates)});
+        }
+        arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+        const Ended result = run(arguments);
+        ASSERT_EQ(result.status, 0) << result.problems;
+        const auto report = reports(result.output).at(0);
+        EXPECT_EQ(report["domainAge"]["status"], JSON::parse(row.status));
+        EXPECT_EQ(report["checkedAt"], row.checkedAt);
+    }
+}
+
+TEST(CommandLine, manyFilesStayInOrder) {
+    const Folder folder;
+    std::vector<std::string> arguments = {"check", "--json", "--dns",
+                                          folder.write("dns.json", R"({"answers":{}})")};
+    for (int i = 0; i < 300; ++i) {
+        // Every tenth is large, so that it is ready late.
+        const std::string body(i % 10 == 0 ? 2'000'000 : 10, 'x');
+        arguments.push_back(folder.write("m" + std::to_string(i), "From: a@example.org\n\n" + body));
+    }
+    const Ended result = run(arguments);
+    const auto list = reports(result.output);
+    ASSERT_EQ(list.size(), 300u);
+    for (std::size_t i = 0; i < list.size(); ++i) EXPECT_EQ(list[i]["fileName"], "m" + std::to_string(i));
+}
+
+TEST(CommandLine, interruptedAndCutOff) {
+    const Folder folder;
+    const std::string fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})");
+    // The program waits for somebody to write into the FIFO.
+    const pid_t child = started({"check", "--dns", dns, fifo}, folder / "out", folder / "err");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    kill(child, SIGINT);
+    EXPECT_EQ(ended(child), 130);
+    EXPECT_EQ(contents(folder / "err"), "");
+
+    // A reader that goes away after the first line ends the program without a word.
+    std::string files;
+    for (int i = 0; i < 2000; ++i) files += " " + folder.write("m", plain);
+    const std::string command = std::string("set -o pipefail; ") + QUILLMARK_PROGRAM +
+                                " check --json --dns " + dns + files + " 2>" + (folder / "err") +
+                                " | head -n 1 >/dev/null";
+    const int status = std::system(("bash -c '" + command + "'").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 141);
+    EXPECT_EQ(contents(folder / "err"), "");
+
+    const pid_t full = started({"check", "--dns", dns, folder / "m"}, "/dev/full", folder / "err");
+    EXPECT_EQ(ended(full), 1);
+    EXPECT_EQ(contents(folder / "err"),
+              "quillmark: The reports couldn’t be written: No space left on device\n");
+}
+
+TEST(CommandLine, nothingInAMessageReachesTheTerminalRaw) {
+    const Folder folder;
+    const std::string mail =
+        folder.write("a\x1B.eml",
+                     "From: \"=?utf-8?Q?Bank=1B[2J=0A[OK]?=\" <a@b\u202E>\r\n"
+                     "Subject: =?utf-8?Q?x=0A[OK]_Signed_by_bank.example=C2=9B?=\r\n"
+                     "DKIM-Signature: v=1; a=\x1B; b=; bh=; d=x\x07; h=from; s=\u2028\r\n\r\n");
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})");
+    for (const std::string format : {"--json", "--no-domain-age"}) {
+        const Ended result = run({"check", format, "--dns", dns, mail});
+        ASSERT_EQ(result.status, 0);
+        for (const std::string_view harm : {"\x1B", "\x07", "\u009B", "\u202E", "\u2028", "\n[OK]"}) {
+            EXPECT_EQ(result.output.find(harm), std::string::npos) << format;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quillmark

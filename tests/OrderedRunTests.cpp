@@ -1,0 +1,44 @@
+#include "CommandLine/OrderedRun.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace quillmark {
+namespace {
+
+TEST(OrderedRun, orderWindowAndMemory) {
+    constexpr std::size_t count = 500, ahead = 8, memory = 100;
+    OrderedRun run(count, ahead, memory);
+    std::atomic<std::size_t> given = 0, held = 0, mostHeld = 0, furthest = 0;
+    std::vector<std::jthread> workers;
+    for (int i = 0; i < 6; ++i) {
+        workers.emplace_back([&] {
+            while (const auto number = run.take()) {
+                furthest = std::max(furthest.load(), *number - std::min(*number, given.load()));
+                const std::size_t bytes =
+                    *number % 50 == 0 ? 1000 : 30;  // some are larger than the whole bound
+                run.reserve(*number, bytes);
+                if (bytes <= memory) mostHeld = std::max(mostHeld.load(), held += bytes);
+                std::this_thread::yield();
+                if (bytes <= memory) held -= bytes;
+                run.finish(*number, {.report = std::to_string(*number)});
+            }
+        });
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto outcome = run.next();
+        ASSERT_TRUE(outcome);
+        ASSERT_EQ(outcome->report, std::to_string(i));
+        given = i + 1;
+    }
+    EXPECT_FALSE(run.next());
+    EXPECT_LE(furthest, ahead);
+    EXPECT_LE(mostHeld, memory + 30);  // the one that is next in order does not wait
+}
+
+}  // namespace
+}  // namespace quillmark
