@@ -1,11 +1,16 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <variant>
+#include <vector>
 
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Fields.h"
 
 namespace quillmark {
@@ -38,5 +43,38 @@ constexpr auto fieldsOf(const SenderIP*) {
     using T = SenderIP;
     return std::tuple{Field{"ip", &T::ip}, Field{"source", &T::source}, Field{"helo", &T::helo}};
 }
+
+/// What one Received field (RFC 5321, section 4.4) says about its hop, read forgivingly.
+struct ReceivedHop {
+    std::optional<std::string> fromName = {};  ///< who handed the message over, by its own word
+    std::optional<std::string> fromIP = {};    ///< its address, as written
+    std::optional<std::string> by = {};        ///< who took it and wrote the field
+    bool operator==(const ReceivedHop&) const = default;
+
+    /// From the unfolded value of a field. Never fails: what cannot be found is absent. An address in square
+    /// brackets goes before one alone in parentheses, and that before a bare one.
+    static ReceivedHop parse(std::string_view value);
+};
+constexpr auto fieldsOf(const ReceivedHop*) {
+    using T = ReceivedHop;
+    return std::tuple{Field{"fromName", &T::fromName}, Field{"fromIP", &T::fromIP}, Field{"by", &T::by}};
+}
+
+/// The server that SPF is judged for: the client of the topmost Received-SPF field, else the topmost public
+/// address that a Received field came from. Nothing when no field names one. These lines are part of the
+/// message, so that only those which the reader's own provider added can be trusted.
+std::optional<SenderIP> senderIP(const MailMessage& message);
+
+/// One step on the message's way.
+struct PathStep {
+    ReceivedHop hop = {};
+    std::optional<Date> date = {};  ///< when it arrived there, by that server's clock
+    std::optional<std::chrono::milliseconds> delay =
+        {};  ///< since the nearest earlier step with a date; negative when clocks disagree
+    bool operator==(const PathStep&) const = default;
+};
+
+/// All steps that the Received fields tell of, oldest first.
+std::vector<PathStep> receivedPath(const MailMessage& message);
 
 }  // namespace quillmark
