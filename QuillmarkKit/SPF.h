@@ -1,5 +1,12 @@
 #pragma once
 
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Support/Fields.h"
 
 namespace quillmark {
@@ -10,5 +17,31 @@ constexpr auto namesOf(SPFResult) {
     return EnumTable<SPFResult, 7>{EnumStyle::word,
                                    {"pass", "fail", "softfail", "neutral", "none", "permerror", "temperror"}};
 }
+
+/// Asks a domain's published record whether a server may send its mail (RFC 7208, section 4). Not as in the
+/// RFC: `ptr` never matches, a name that does not exist is no error, and the macros `p`, `c`, `r` and `t` are
+/// unknown. May be used for any number of evaluations; it must not outlive its resolver.
+struct SPFEvaluator {
+    /// Exactly one of `matched` and `detail` is there.
+    struct Outcome {
+        SPFResult result = SPFResult::none;
+        std::optional<std::string> matched = {};  ///< the term that decided: "-all in example.org"
+        std::optional<std::string> detail = {};   ///< why no term decided
+        bool operator==(const Outcome&) const = default;
+    };
+    /// What one evaluation has used up, included and redirected records counted in.
+    struct State {
+        int lookups = 0;  ///< terms that cost a lookup
+        int voids = 0;    ///< lookups that came back empty
+    };
+
+    DNSResolver& resolver;
+
+    /// Judges the server at `address` that announced itself as `helo` for mail of `sender` (the envelope's
+    /// address), whose domain is `domain`. Blocks for at most 11 records, 10 terms and 10 hosts for each `mx`
+    /// term. Never throws but for want of memory: an error of the resolver, and a stop, is a `temperror`.
+    Outcome evaluate(const IPAddress& address, std::string_view domain, std::string_view sender,
+                     std::optional<std::string_view> helo = {}, std::stop_token stop = {}) const;
+};
 
 }  // namespace quillmark
