@@ -1,0 +1,384 @@
+#include "QuillmarkKit/Support/HTTP.h"
+
+#include <arpa/inet.h>
+#include <curl/curl.h>
+#include <netinet/in.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <array>
+#include <new>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+namespace quillmark {
+
+namespace {
+
+constexpr long connectionsOverHTTP2 = 2;
+constexpr long connectionsOverHTTP1 = 30;  // 32 with those on which the protocol was learnt
+/// How long requests to a host nobody asked before are held back, so that the first answer may tell how many
+/// connections it wants. A host that is slower than that gets the two of HTTP/2.
+constexpr std::chrono::milliseconds learningTime{500};
+/// The heads of an answer together, in bytes.
+constexpr std::size_t headLimit = 256 * 1024;
+
+constexpr std::size_t spareHandles = 64, hostsRemembered = 1000;
+
+constexpr std::array failureTexts{
+    "timed out",       "no connection",    "name not found",  "certificate not trusted",
+    "connection lost", "answer too large", "transfer failed", "stopped"};
+
+struct FreeCURL {
+    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using Easy = std::unique_ptr<CURL, FreeCURL>;
+using HeaderList = std::unique_ptr<curl_slist, FreeCURL>;
+
+HTTPFailure failureOf(CURLcode code) {
+    switch (code) {
+        case CURLE_OPERATION_TIMEDOUT:
+            return HTTPFailure::timedOut;
+        case CURLE_COULDNT_CONNECT:
+            return HTTPFailure::noConnection;
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return HTTPFailure::nameNotFound;
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+        case CURLE_SSL_ISSUER_ERROR:
+            return HTTPFailure::certificateNotTrusted;
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_GOT_NOTHING:
+        case CURLE_SEND_ERROR:
+        case CURLE_RECV_ERROR:
+        case CURLE_PARTIAL_FILE:
+        case CURLE_HTTP2:
+        case CURLE_HTTP2_STREAM:
+            return HTTPFailure::connectionLost;
+        default:
+            return HTTPFailure::transferFailed;
+    }
+}
+
+std::string part(CURLU* url, CURLUPart which) {
+    char* text = nullptr;
+    if (curl_url_get(url, which, &text, CURLU_DEFAULT_PORT) != CURLUE_OK) return {};
+    std::string copy = text;
+    curl_free(text);
+    return copy;
+}
+
+/// Where a URL leads, as far as redirects and connections ask.
+struct Target {
+    std::string host = {};      ///< with its port: "example.org:443"
+    bool isPlainHTTPS = false;  ///< https, without a user name or a password
+    bool isLiteral = false;     ///< an IP address, in whichever way it was written
+};
+
+std::optional<Target> targetOf(const std::string& text) {
+    const std::unique_ptr<CURLU, FreeCURL> url(curl_url());
+    if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
+    const std::string host = part(url.get(), CURLUPART_HOST);  // libcurl writes 0x7f.1 as 127.0.0.1 here
+    in_addr address{};
+    return Target{.host = host + ":" + part(url.get(), CURLUPART_PORT),
+                  .isPlainHTTPS = part(url.get(), CURLUPART_SCHEME) == "https" &&
+                                  part(url.get(), CURLUPART_USER).empty() &&
+                                  part(url.get(), CURLUPART_PASSWORD).empty(),
+                  .isLiteral = host.starts_with('[') || inet_pton(AF_INET, host.c_str(), &address) == 1};
+}
+
+bool isLoopback(std::string_view address) { return address.starts_with("127.") || address == "::1"; }
+
+}  // namespace
+
+HTTPError::HTTPError(HTTPFailure failure)
+    : std::runtime_error(failureTexts[static_cast<std::size_t>(failure)]), m_failure(failure) {}
+
+/// One GET. The caller fills in the first block; the loop's thread owns the second until `isDone`, which the
+/// loop's lock guards.
+struct HTTPEngine::Transfer {
+    std::string url = {};
+    std::vector<std::string> headers = {};
+    std::size_t bodyLimit = 0;
+    std::function<bool(std::string_view)> mayReach = {};
+    std::function<void(Protocol)> learn = {};
+    Clock::time_point deadline = {};
+
+    HTTPResponse response = {};
+    std::string redirect = {};
+    std::size_t headSize = 0;
+    bool isTooLarge = false, isRefused = false;
+    CURL* easy = nullptr;  // while it runs
+    HeaderList headerList = {};
+    CURLcode result = CURLE_OK;
+
+    bool isDone = false;
+    std::condition_variable_any finished = {};
+
+    static std::size_t takeHead(const char* bytes, std::size_t, std::size_t size, void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        const std::string_view line(bytes, size);
+        if (line.starts_with("HTTP/")) {
+            transfer.learn(line.starts_with("HTTP/1") ? Protocol::http1 : Protocol::http2);
+        }
+        transfer.headSize += size;
+        transfer.isTooLarge = transfer.headSize > headLimit;
+        return transfer.isTooLarge ? 0 : size;
+    }
+
+    static std::size_t takeBody(const char* bytes, std::size_t, std::size_t size, void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        std::string& body = transfer.response.body;
+        transfer.isTooLarge = size > transfer.bodyLimit - body.size();
+        if (transfer.isTooLarge) return 0;
+        body.append(bytes, size);
+        return size;
+    }
+
+    static int checkAddress(void* self, char* address, char*, int, int) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.isRefused = transfer.mayReach && !transfer.mayReach(address);
+        return transfer.isRefused ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    }
+};
+
+/// One thread that owns one multi handle: the connections of all hosts of one kind.
+class HTTPEngine::Loop {
+public:
+    Loop(const HTTPOptions& options, long connectionsPerHost)
+        : m_options(options), m_connectionsPerHost(connectionsPerHost) {}
+    ~Loop();
+
+    /// Hands a transfer to the thread and waits for its end, its deadline or the stop.
+    void run(const std::shared_ptr<Transfer>& transfer, std::stop_token stop);
+
+private:
+    void work();
+    void begin(std::shared_ptr<Transfer> transfer);
+    void setUp(Transfer& transfer) const;
+    void end(Transfer& transfer, CURLcode result);
+    void remove(Transfer& transfer);
+
+    const HTTPOptions& m_options;
+    const long m_connectionsPerHost;
+
+    std::mutex m_mutex;
+    std::vector<std::shared_ptr<Transfer>> m_arrived, m_abandoned;
+    bool m_isEnding = false;
+
+    // The thread's own, but for waking it up.
+    std::unordered_map<Transfer*, std::shared_ptr<Transfer>> m_running;
+    std::vector<Easy> m_spare;
+    CURLM* m_multi = nullptr;
+    std::thread m_thread;
+};
+
+HTTPEngine::Loop::~Loop() {
+    if (!m_multi) return;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isEnding = true;
+    }
+    curl_multi_wakeup(m_multi);
+    m_thread.join();
+    curl_multi_cleanup(m_multi);
+}
+
+void HTTPEngine::Loop::run(const std::shared_ptr<Transfer>& transfer, std::stop_token stop) {
+    std::unique_lock lock(m_mutex);
+    if (!m_multi) {
+        m_multi = curl_multi_init();
+        if (!m_multi) throw std::bad_alloc();
+        curl_multi_setopt(m_multi, CURLMOPT_MAX_HOST_CONNECTIONS, m_connectionsPerHost);
+        m_thread = std::thread([this] { work(); });
+    }
+    m_arrived.push_back(transfer);
+    curl_multi_wakeup(m_multi);
+    const auto isDone = [&] { return transfer->isDone; };
+    // The deadline is kept here: libcurl does not time a transfer that waits for a connection.
+    if (transfer->finished.wait_until(lock, stop, transfer->deadline, isDone)) return;
+    m_abandoned.push_back(transfer);
+    curl_multi_wakeup(m_multi);
+    throw HTTPError(stop.stop_requested() ? HTTPFailure::stopped : HTTPFailure::timedOut);
+}
+
+void HTTPEngine::Loop::work() {
+    // Signals are for the program's own threads; a broken connection must not raise SIGPIPE.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+
+    for (;;) {
+        std::vector<std::shared_ptr<Transfer>> arrived, abandoned;
+        {
+            const std::lock_guard lock(m_mutex);
+            if (m_isEnding) break;
+            arrived.swap(m_arrived);
+            abandoned.swap(m_abandoned);
+        }
+        for (auto& transfer : arrived) begin(std::move(transfer));
+        for (const auto& transfer : abandoned) remove(*transfer);
+        int count = 0;
+        curl_multi_perform(m_multi, &count);
+        while (const CURLMsg* message = curl_multi_info_read(m_multi, &count)) {
+            void* transfer = nullptr;
+            curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+            end(*static_cast<Transfer*>(transfer), message->data.result);
+        }
+        curl_multi_poll(m_multi, nullptr, 0, 60'000, nullptr);
+    }
+    while (!m_running.empty()) remove(*m_running.begin()->first);
+}
+
+void HTTPEngine::Loop::begin(std::shared_ptr<Transfer> transfer) {
+    Easy easy;
+    if (m_spare.empty()) {
+        easy.reset(curl_easy_init());
+        if (!easy) throw std::bad_alloc();
+    } else {
+        easy = std::move(m_spare.back());
+        m_spare.pop_back();
+    }
+    for (const auto& header : transfer->headers) {
+        transfer->headerList.reset(curl_slist_append(transfer->headerList.release(), header.c_str()));
+    }
+    transfer->easy = easy.release();
+    setUp(*transfer);
+    curl_multi_add_handle(m_multi, transfer->easy);
+    Transfer* const key = transfer.get();
+    m_running.emplace(key, std::move(transfer));
+}
+
+void HTTPEngine::Loop::setUp(Transfer& transfer) const {
+    const auto set = [&](CURLoption option, auto value) { curl_easy_setopt(transfer.easy, option, value); };
+    set(CURLOPT_URL, transfer.url.c_str());
+    set(CURLOPT_PROTOCOLS_STR, "https");
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    set(CURLOPT_PIPEWAIT, 1L);
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    // One file of certificates is parsed once a loop, a directory of them for every connection.
+    set(CURLOPT_CAPATH, static_cast<char*>(nullptr));
+    if (!m_options.caFile.empty()) set(CURLOPT_CAINFO, m_options.caFile.c_str());
+    set(CURLOPT_PROXY, m_options.proxy.c_str());  // empty: not the environment's either
+    set(CURLOPT_NOPROXY, m_options.noProxy.c_str());
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    set(CURLOPT_HTTPHEADER, transfer.headerList.get());
+    set(CURLOPT_ACCEPT_ENCODING, "identity");
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);  // giving up does not wait for the system's resolver
+    set(CURLOPT_HEADERFUNCTION, &Transfer::takeHead);
+    set(CURLOPT_HEADERDATA, &transfer);
+    set(CURLOPT_WRITEFUNCTION, &Transfer::takeBody);
+    set(CURLOPT_WRITEDATA, &transfer);
+    set(CURLOPT_PREREQFUNCTION, &Transfer::checkAddress);
+    set(CURLOPT_PREREQDATA, &transfer);
+    set(CURLOPT_PRIVATE, &transfer);
+}
+
+void HTTPEngine::Loop::end(Transfer& transfer, CURLcode result) {
+    long status = 0;
+    curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    const char* redirect = nullptr;
+    curl_easy_getinfo(transfer.easy, CURLINFO_REDIRECT_URL, &redirect);
+    if (redirect) transfer.redirect = redirect;
+    transfer.response.status = static_cast<int>(status);
+    transfer.result = result;
+    const auto held = m_running.at(&transfer);
+    remove(transfer);
+    {
+        const std::lock_guard lock(m_mutex);
+        transfer.isDone = true;
+    }
+    transfer.finished.notify_one();
+}
+
+void HTTPEngine::Loop::remove(Transfer& transfer) {
+    if (!transfer.easy) return;  // it ended before the news that nobody waits for it
+    Easy easy(std::exchange(transfer.easy, nullptr));
+    curl_multi_remove_handle(m_multi, easy.get());
+    curl_easy_reset(easy.get());
+    if (m_spare.size() < spareHandles) m_spare.push_back(std::move(easy));
+    m_running.erase(&transfer);
+}
+
+HTTPEngine::HTTPEngine(HTTPOptions options)
+    : m_options(std::move(options)),
+      m_http2(std::make_unique<Loop>(m_options, connectionsOverHTTP2)),
+      m_http1(std::make_unique<Loop>(m_options, connectionsOverHTTP1)) {}
+
+HTTPEngine::~HTTPEngine() = default;
+
+HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
+    static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    auto target = targetOf(request.url);
+    if (!isReady || !target || !target->isPlainHTTPS) throw HTTPError(HTTPFailure::transferFailed);
+
+    const auto deadline = Clock::now() + request.timeOut;
+    std::string url = request.url;
+    std::optional<HTTPResponse> redirecting;
+    for (int left = request.redirects.most;; --left) {
+        const auto transfer = std::make_shared<Transfer>();
+        transfer->url = url;
+        transfer->headers = request.headers;
+        transfer->bodyLimit = request.bodyLimit;
+        transfer->deadline = deadline;
+        if (redirecting && m_options.proxy.empty()) transfer->mayReach = checkOf(request.redirects);
+        run(target->host, transfer, stop);
+        // A redirect that must not be followed is the answer.
+        if (transfer->isRefused) return std::move(*redirecting);
+        if (transfer->isTooLarge) throw HTTPError(HTTPFailure::answerTooLarge);
+        if (transfer->result != CURLE_OK) throw HTTPError(failureOf(transfer->result));
+        if (transfer->redirect.empty() || left <= 0) return std::move(transfer->response);
+        target = targetOf(transfer->redirect);
+        if (!target || !target->isPlainHTTPS || target->isLiteral) return std::move(transfer->response);
+        url = std::move(transfer->redirect);
+        redirecting = std::move(transfer->response);
+    }
+}
+
+std::function<bool(std::string_view)> HTTPEngine::checkOf(const HTTPRedirects& redirects) const {
+    if (!redirects.mayReach || !m_options.allowLoopback) return redirects.mayReach;
+    return [mayReach = redirects.mayReach](std::string_view address) {
+        return isLoopback(address) || mayReach(address);
+    };
+}
+
+void HTTPEngine::run(const std::string& host, const std::shared_ptr<Transfer>& transfer,
+                     std::stop_token stop) {
+    transfer->learn = [this, host](Protocol protocol) { learn(host, protocol); };
+    std::unique_lock lock(m_mutex);
+    if (m_hosts.size() > hostsRemembered) m_hosts.clear();
+    if (const Host known = m_hosts[host]; known.protocol == Protocol::beingLearnt) {
+        m_learnt.wait_until(lock, stop, std::min(known.learningUntil, transfer->deadline),
+                            [&] { return m_hosts[host].protocol != Protocol::beingLearnt; });
+    }
+    Host& known = m_hosts[host];
+    const bool isFirst = known.protocol == Protocol::unknown;
+    if (isFirst) known = {Protocol::beingLearnt, Clock::now() + learningTime};
+    Loop& loop = known.protocol == Protocol::http1 ? *m_http1 : *m_http2;
+    lock.unlock();
+
+    try {
+        loop.run(transfer, std::move(stop));
+    } catch (...) {
+        if (isFirst) learn(host, Protocol::unknown);
+        throw;
+    }
+    if (isFirst && transfer->result != CURLE_OK) learn(host, Protocol::unknown);
+}
+
+void HTTPEngine::learn(const std::string& host, Protocol protocol) {
+    const std::lock_guard lock(m_mutex);
+    Host& known = m_hosts[host];
+    // Who learnt nothing does not take away what somebody else did.
+    if (protocol == Protocol::unknown && known.protocol != Protocol::beingLearnt) return;
+    known.protocol = protocol;
+    m_learnt.notify_all();
+}
+
+}  // namespace quillmark

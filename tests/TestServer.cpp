@@ -1,0 +1,374 @@
+#include "TestServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace quillmark::test {
+
+namespace {
+
+void require(bool isGood, const char* what) {
+    if (!isGood) throw std::runtime_error(what);
+}
+
+struct Free {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+    void operator()(X509* certificate) const { X509_free(certificate); }
+    void operator()(SSL* connection) const { SSL_free(connection); }
+};
+using Key = std::unique_ptr<EVP_PKEY, Free>;
+using X509Certificate = std::unique_ptr<X509, Free>;
+
+void addExtension(X509* certificate, X509* issuer, int kind, const char* value) {
+    X509V3_CTX context;
+    X509V3_set_ctx_nodb(&context);
+    X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
+    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, kind, value);
+    require(extension && X509_add_ext(certificate, extension, -1), "certificate extension");
+    X509_EXTENSION_free(extension);
+}
+
+/// A certificate of `key`, valid from `begin` to `end` (seconds from now). Without an issuer it is an
+/// authority that signs itself.
+X509Certificate certificate(EVP_PKEY* key, const char* name, const char* hosts, long begin, long end,
+                            X509* issuer = nullptr, EVP_PKEY* issuerKey = nullptr) {
+    X509Certificate made(X509_new());
+    static long serial = 0;
+    X509_set_version(made.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(made.get()), ++serial);
+    X509_gmtime_adj(X509_getm_notBefore(made.get()), begin);
+    X509_gmtime_adj(X509_getm_notAfter(made.get()), end);
+    X509_set_pubkey(made.get(), key);
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(made.get()), "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
+    X509_set_issuer_name(made.get(), X509_get_subject_name(issuer ? issuer : made.get()));
+    X509* const signer = issuer ? issuer : made.get();
+    addExtension(made.get(), signer, NID_basic_constraints, issuer ? "CA:FALSE" : "critical,CA:TRUE");
+    if (hosts) addExtension(made.get(), signer, NID_subject_alt_name, hosts);
+    require(X509_sign(made.get(), issuer ? issuerKey : key, EVP_sha256()) > 0, "sign a certificate");
+    return made;
+}
+
+void writePEM(const std::string& path, X509* certificate) {
+    std::FILE* file = std::fopen(path.c_str(), "w");
+    require(file && PEM_write_X509(file, certificate), "write a certificate");
+    std::fclose(file);
+}
+
+int listenOnLoopback(int& port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const bare = reinterpret_cast<sockaddr*>(&address);
+    require(socket >= 0 && ::bind(socket, bare, size) == 0 && ::listen(socket, 256) == 0 &&
+                ::getsockname(socket, bare, &size) == 0,
+            "listen on loopback");
+    port = ntohs(address.sin_port);
+    return socket;
+}
+
+bool accepts(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool isThere = ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(socket);
+    return isThere;
+}
+
+/// Makes closing the socket send a reset in place of an orderly end.
+void armReset(int socket) {
+    const linger abort{1, 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+}
+
+bool write(SSL* connection, std::string_view bytes) {
+    return SSL_write(connection, bytes.data(), static_cast<int>(bytes.size())) > 0;
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "quillmark-XXXXXX").string();
+    require(::mkdtemp(pattern.data()), "make a folder");
+    m_path = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+std::string TemporaryFolder::write(std::string_view name, std::string_view bytes) const {
+    std::ofstream(file(name), std::ios::binary) << bytes;
+    return file(name);
+}
+
+const Authority& Authority::shared() {
+    static const Authority authority;
+    return authority;
+}
+
+Authority::Authority() {
+    const char* const hosts = "DNS:localhost,DNS:first.localhost,DNS:second.localhost";
+    constexpr long day = 24 * 60 * 60;
+    const Key caKey(EVP_EC_gen("P-256")), otherKey(EVP_EC_gen("P-256")), key(EVP_EC_gen("P-256"));
+    const auto ca = certificate(caKey.get(), "Test authority", nullptr, -day, day);
+    const auto other = certificate(otherKey.get(), "Other authority", nullptr, -day, day);
+    const auto sign = [&](Certificate which, const char* names, long begin, long end) {
+        const bool isOther = which == Certificate::otherAuthority;
+        const auto made =
+            certificate(key.get(), "Test server", names, begin, end, isOther ? other.get() : ca.get(),
+                        isOther ? otherKey.get() : caKey.get());
+        writePEM(certificateFile(which), made.get());
+    };
+    writePEM(caFile(), ca.get());
+    sign(Certificate::good, hosts, -day, day);
+    sign(Certificate::otherName, "DNS:elsewhere.example", -day, day);
+    sign(Certificate::expired, hosts, -2 * day, -day);
+    sign(Certificate::otherAuthority, hosts, -day, day);
+    std::FILE* file = std::fopen(keyFile().c_str(), "w");
+    require(file && PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr),
+            "write the key");
+    std::fclose(file);
+}
+
+std::string Authority::certificateFile(Certificate which) const {
+    return m_folder.file("certificate-" + std::to_string(static_cast<int>(which)) + ".pem");
+}
+
+TestServer::TestServer(std::function<Reply(const std::string&)> answer, Certificate certificate,
+                       Handshake handshake)
+    : m_answer(std::move(answer)), m_handshake(handshake), m_context(SSL_CTX_new(TLS_server_method())) {
+    const Authority& authority = Authority::shared();
+    require(SSL_CTX_use_certificate_file(m_context, authority.certificateFile(certificate).c_str(),
+                                         SSL_FILETYPE_PEM) == 1 &&
+                SSL_CTX_use_PrivateKey_file(m_context, authority.keyFile().c_str(), SSL_FILETYPE_PEM) == 1,
+            "set up the server");
+    ::signal(SIGPIPE, SIG_IGN);  // the server's own writes; the engine blocks the signal for itself
+    m_listener = listenOnLoopback(m_port);
+    m_threads.emplace_back([this] { accept(); });
+}
+
+TestServer::~TestServer() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isEnding = true;
+        for (const int socket : m_sockets) ::shutdown(socket, SHUT_RDWR);
+    }
+    m_changed.notify_all();
+    ::shutdown(m_listener, SHUT_RDWR);
+    m_threads.front().join();  // which alone adds to the others
+    for (std::size_t i = 1; i < m_threads.size(); ++i) m_threads[i].join();
+    ::close(m_listener);
+    SSL_CTX_free(m_context);
+}
+
+std::string TestServer::url(std::string_view target) const {
+    return "https://localhost:" + std::to_string(m_port) + std::string(target);
+}
+
+std::vector<std::string> TestServer::requests() const {
+    const std::lock_guard lock(m_mutex);
+    return m_requests;
+}
+
+bool TestServer::waitForRequests(std::size_t count) const {
+    std::unique_lock lock(m_mutex);
+    return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_requests.size() >= count; });
+}
+
+std::size_t TestServer::connections() const {
+    const std::lock_guard lock(m_mutex);
+    return m_connections;
+}
+
+std::size_t TestServer::mostConnections() const {
+    const std::lock_guard lock(m_mutex);
+    return m_mostConnections;
+}
+
+void TestServer::accept() {
+    for (;;) {
+        const int socket = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::lock_guard lock(m_mutex);
+        if (m_isEnding || socket < 0) {
+            if (socket >= 0) ::close(socket);
+            return;
+        }
+        m_sockets.insert(socket);
+        ++m_connections;
+        m_mostConnections = std::max(m_mostConnections, m_sockets.size());
+        m_threads.emplace_back([this, socket] { serve(socket); });
+    }
+}
+
+void TestServer::serve(int socket) {
+    if (m_handshake == Handshake::reset) {
+        char first = 0;
+        ::recv(socket, &first, 1, 0);
+        armReset(socket);
+    } else if (m_handshake == Handshake::hang) {
+        char bytes[1024];
+        while (::recv(socket, bytes, sizeof bytes, 0) > 0) {
+        }
+    } else {
+        const std::unique_ptr<SSL, Free> connection(SSL_new(m_context));
+        SSL_set_fd(connection.get(), socket);
+        if (SSL_accept(connection.get()) == 1) speak(connection.get(), socket);
+    }
+    const std::lock_guard lock(m_mutex);
+    m_sockets.erase(socket);
+    ::close(socket);
+}
+
+void TestServer::speak(SSL* connection, int socket) {
+    std::string waiting;
+    for (;;) {
+        const auto end = waiting.find("\r\n\r\n");
+        if (end == std::string::npos) {
+            char bytes[4096];
+            const int count = SSL_read(connection, bytes, sizeof bytes);
+            if (count <= 0) return;
+            waiting.append(bytes, static_cast<std::size_t>(count));
+            continue;
+        }
+        const std::string head = waiting.substr(0, end + 2);
+        waiting.erase(0, end + 4);
+        {
+            const std::lock_guard lock(m_mutex);
+            m_requests.push_back(head);
+        }
+        m_changed.notify_all();
+        const auto begin = head.find(' ') + 1;
+        if (!send(connection, socket, m_answer(head.substr(begin, head.find(' ', begin) - begin)))) return;
+    }
+}
+
+/// Whether the connection goes on.
+bool TestServer::send(SSL* connection, int socket, const Reply& reply) {
+    using Fault = Reply::Fault;
+    if (!pause(reply.delay)) return false;
+    if (reply.fault == Fault::resetBeforeHead) armReset(socket);
+    if (reply.fault == Fault::resetBeforeHead) return false;
+    if (reply.fault == Fault::hangBeforeHead) return pause(std::chrono::minutes(1)), false;
+
+    std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " Reason\r\n";
+    for (const auto& header : reply.headers) head += header + "\r\n";
+    const bool hasLength = reply.fault != Fault::endless && reply.fault != Fault::endlessHead;
+    if (hasLength && reply.status != 204) {
+        head += "Content-Length: " + std::to_string(reply.body.size()) + "\r\n";
+    }
+    while (reply.fault == Fault::endlessHead) {
+        if (!write(connection, head)) return false;
+        head = "X-More: " + std::string(1000, 'x') + "\r\n";
+    }
+    head += "\r\n";
+
+    const std::string_view body = reply.body;
+    switch (reply.fault) {
+        case Fault::resetAfterHead:
+            write(connection, head + std::string(body.substr(0, body.size() / 2)));
+            armReset(socket);
+            return false;
+        case Fault::hangAfterHead:
+            write(connection, head + std::string(body.substr(0, body.size() / 2)));
+            return pause(std::chrono::minutes(1)), false;
+        case Fault::truncated:
+            write(connection, head + std::string(body.substr(0, body.size() / 2)));
+            SSL_shutdown(connection);
+            return false;
+        case Fault::drip:
+            if (!write(connection, head)) return false;
+            for (const char byte : body) {
+                if (!pause(std::chrono::milliseconds(20)) || !write(connection, {&byte, 1})) return false;
+            }
+            return true;
+        case Fault::endless:
+            if (!write(connection, head)) return false;
+            while (write(connection, std::string(16384, ' '))) {
+            }
+            return false;
+        case Fault::notHTTP:
+            write(connection, "220 mail.example.org ESMTP\r\n");
+            return false;
+        default:
+            return write(connection, head + reply.body);
+    }
+}
+
+/// Waits; false when the server ends.
+bool TestServer::pause(std::chrono::milliseconds time) {
+    std::unique_lock lock(m_mutex);
+    return !m_changed.wait_for(lock, time, [&] { return m_isEnding; });
+}
+
+int unusedPort() {
+    int port = 0;
+    ::close(listenOnLoopback(port));
+    return port;
+}
+
+HTTP2Server::HTTP2Server(std::string_view name, std::string_view bytes) {
+    m_folder.write(name, bytes);
+    const Authority& authority = Authority::shared();
+    m_port = unusedPort();
+    std::vector<std::string> words{"nghttpd",
+                                   "--address=127.0.0.1",
+                                   "--htdocs=" + m_folder.file(""),
+                                   std::to_string(m_port),
+                                   authority.keyFile(),
+                                   authority.certificateFile(Certificate::good)};
+    std::vector<char*> arguments;
+    for (auto& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    require(::posix_spawn(&m_process, "/usr/sbin/nghttpd", nullptr, nullptr, arguments.data(), environ) == 0,
+            "start nghttpd: is nghttp2-server installed?");
+    for (int i = 0; i < 500 && !accepts(m_port); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    require(accepts(m_port), "nghttpd does not answer");
+}
+
+HTTP2Server::~HTTP2Server() {
+    ::kill(m_process, SIGKILL);
+    ::waitpid(m_process, nullptr, 0);
+}
+
+std::size_t HTTP2Server::connections() const {
+    char local[16];
+    std::snprintf(local, sizeof local, "0100007F:%04X", static_cast<unsigned>(m_port));
+    const std::string established = "01";
+    std::ifstream table("/proc/net/tcp");
+    std::size_t count = 0;
+    for (std::string line; std::getline(table, line);) {
+        std::string number, here, there, state;
+        std::istringstream(line) >> number >> here >> there >> state;
+        if (here == local && state == established) ++count;
+    }
+    return count;
+}
+
+}  // namespace quillmark::test
