@@ -1,0 +1,283 @@
+#include "QuillmarkKit/DKIM.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "QuillmarkKit/Support/Text.h"
+#include "tests/TestSigner.h"
+
+namespace quillmark {
+namespace {
+
+using Status = DKIMResult::Status;
+using test::keyRecord;
+using test::PrivateKey;
+using test::Signature;
+using test::signedMessage;
+
+const std::string plain =
+    "From: Alice <a@example.org>\r\nSubject: Hello\r\n\tworld\r\nTo: b@example.com\r\n\r\nBody  text "
+    "\r\n\r\n";
+const Date now = Date(std::chrono::seconds(1'800'000'000));
+
+const PrivateKey& rsaKey() {
+    static const PrivateKey key = PrivateKey::rsa(1024);
+    return key;
+}
+
+DKIMResult check(std::string_view message, StaticResolver::Answers answers,
+                 SignatureChecker::Kind kind = SignatureChecker::Kind::dkim) {
+    const auto parsed = MailMessage::parse(message);
+    StaticResolver resolver(std::move(answers), {"key._domainkey.broken.example"});
+    std::optional<BodyHashes> hashes;
+    if (parsed.body()) hashes.emplace(*parsed.body());
+    return SignatureChecker{parsed, hashes ? &*hashes : nullptr, resolver, now}.check(
+        parsed.headers().front(), kind);
+}
+
+StaticResolver::Answers answers(std::vector<std::string> records) {
+    return {{"key._domainkey.example.org|TXT", DNSAnswer::records(std::move(records))}};
+}
+
+std::string replaced(std::string text, std::string_view what, std::string_view with) {
+    const auto at = text.find(what);
+    EXPECT_NE(at, std::string::npos) << what;
+    return at == std::string::npos ? text : text.replace(at, what.size(), with);
+}
+
+TEST(DKIM, everyAlgorithmAndCanonicalization) {
+    const PrivateKey ed25519 = PrivateKey::ed25519();
+    for (const auto algorithm :
+         {SignatureAlgorithm::rsaSHA256, SignatureAlgorithm::rsaSHA1, SignatureAlgorithm::ed25519SHA256}) {
+        const bool isRSA = algorithm != SignatureAlgorithm::ed25519SHA256;
+        const PrivateKey& key = isRSA ? rsaKey() : ed25519;
+        for (const char* canonicalization :
+             {"simple/simple", "simple/relaxed", "relaxed/simple", "relaxed/relaxed"}) {
+            SCOPED_TRACE(std::string(nameOf(algorithm)) + canonicalization);
+            const std::string message =
+                signedMessage(plain, {.algorithm = algorithm, .canonicalization = canonicalization}, key);
+            const auto records = answers({keyRecord(key, isRSA ? "rsa" : "ed25519")});
+            const DKIMResult result = check(message, records);
+            EXPECT_EQ(result.status, Status::pass) << result.detail;
+            EXPECT_TRUE(result.bodyChecked);
+            EXPECT_EQ(result.keyBits, isRSA ? std::optional(1024) : std::nullopt);
+            EXPECT_EQ(check(replaced(message, "Hello", "Hallo"), records).status, Status::headersChanged);
+            EXPECT_EQ(check(replaced(message, "Body", "Bady"), records).status, Status::bodyChanged);
+            const bool relaxed = std::string_view(canonicalization).ends_with("relaxed");
+            EXPECT_EQ(check(replaced(message, "Body  ", "Body "), records).status,
+                      relaxed ? Status::pass : Status::bodyChanged);
+        }
+    }
+}
+
+TEST(DKIM, lineEndsAndEightBitBytesAreNoChange) {
+    const std::string latin1 =
+        "From: J\xFCrgen <j@example.org>\r\nSubject: Gr\xFC\xDF\x65\r\n\r\nGr\xFC\xDF\x65\r\n";
+    std::string message = signedMessage(latin1, {.canonicalization = "simple/simple"}, rsaKey());
+    EXPECT_EQ(check(message, answers({keyRecord(rsaKey())})).status, Status::pass);
+    std::erase(message, '\r');
+    EXPECT_EQ(check(message, answers({keyRecord(rsaKey())})).status, Status::pass);
+}
+
+/// Faults in the tags, each met before any key is asked for: the first in the order of the steps is told.
+TEST(DKIM, tagsThatAreNoSignature) {
+    const std::string good = "v=1; a=rsa-sha256; b=AAAA; bh=AAAA; d=example.org; h=From:to; s=key";
+    const struct {
+        std::string tags;
+        Status status;
+        std::string detail;
+    } rows[] = {
+        {"d=a; d=b", Status::malformed, "tag d= appears twice"},
+        {good + "; D=x", Status::malformed, "tag d= appears twice"},
+        {"a=rsa-sha256", Status::malformed, "no v= tag"},
+        {"v=2", Status::malformed, "v=2"},
+        {"v=1.0", Status::malformed, "v=1.0"},
+        {"v=1", Status::malformed, "no a= tag"},
+        {"v=1; a=x; h=from; d=x; s=y", Status::malformed, "no b= tag"},
+        {"v=1; a=x; b=; h=from; d=x; s=y", Status::malformed, "no bh= tag"},
+        {"v=1; a=x; b=; bh=; s=y; h=from", Status::malformed, "no d= tag"},
+        {"v=1; a=x; b=; bh=; s=y; d=x", Status::malformed, "no h= tag"},
+        {"v=1; a=x; b=; bh=; d=x; h=from", Status::malformed, "no s= tag"},
+        {"v=1; a=x; b=; bh=; d=; h=to; s=y", Status::malformed, "empty d= or s="},
+        {"v=1; a=x; b=; bh=; d=x; h=to; s= ", Status::malformed, "empty d= or s="},
+        {"v=1; a=x; b=; bh=; d=x; h=to:fromm; s=y", Status::malformed, "From isn't signed (h=)"},
+        {replaced(good, "rsa-sha256", "RSA-SHA256"), Status::unsupportedAlgorithm, "a=RSA-SHA256"},
+        {replaced(good, "rsa-sha256", ""), Status::unsupportedAlgorithm, "a="},
+        {good + "; c=relaxed/", Status::malformed, "c=relaxed/"},
+        {replaced(good, "bh=AAAA", "bh=AAA"), Status::malformed, "b= or bh= is not base64"},
+        {replaced(good, "b=AAAA", "b=A*AA"), Status::malformed, "b= or bh= is not base64"},
+        {good + "; i=@notexample.org", Status::malformed, "i= is outside d="},
+        {good + "; i=example.org", Status::malformed, "i= is outside d="},
+        {good + "; i=", Status::malformed, "i= is outside d="},
+        {good + "; l=-1", Status::malformed, "l=-1"},
+        {good + "; l=", Status::malformed, "l="},
+        {good + "; l=99999999999999999999", Status::malformed, "l=99999999999999999999"},
+        {good + "; i=x@A.Example.ORG; c=Relaxed", Status::keyNotPublished,
+         "key._domainkey.example.org: no key"},
+        {replaced(good, "d=example.org", "d=broken.example"), Status::lookupFailed, "no resolver answered"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.tags);
+        const auto result = check("DKIM-Signature: " + row.tags + "\r\nFrom: a@b\r\n\r\n", {});
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.detail, row.detail);
+        EXPECT_FALSE(result.bodyChecked);
+    }
+}
+
+TEST(DKIM, keys) {
+    const std::string message = signedMessage(plain, {}, rsaKey());
+    const std::string good = keyRecord(rsaKey());
+    const struct {
+        std::vector<std::string> records;
+        Status status;
+        std::string detail;
+    } rows[] = {
+        {{good}, Status::pass, ""},
+        {{"v=spf1 -all", "p", good, "v=DKIM1; p="}, Status::pass, ""},  // the first that has a p= tag
+        {{}, Status::keyNotPublished, "key._domainkey.example.org: no key"},
+        {{"v=DKIM1; k=rsa"}, Status::keyNotPublished, "key._domainkey.example.org: no key"},
+        {{"v=DKIM1; p="}, Status::keyRevoked, ""},
+        {{"v=dkim1; p=AAAA"}, Status::keyUnusable, "v=dkim1"},
+        {{"p=AAA"}, Status::keyUnusable, "p= is not base64"},
+        {{"p=AAAA"}, Status::keyUnusable, "the key's bytes are not a key"},
+        {{replaced(good, "k=rsa", "k=ed25519")},
+         Status::keyUnusable,
+         "the key is for ed25519, the signature uses rsa-sha256"},
+        {{good + "; h=sha1"}, Status::keyUnusable, "the key does not allow sha256"},
+        {{good + "; h=sha1: SHA256"}, Status::pass, ""},
+        {{keyRecord(PrivateKey::rsa(1024))}, Status::headersChanged, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.records));
+        const auto result = check(message, answers(row.records));
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.detail, row.detail);
+    }
+    // The key's size counts only once its signature has verified.
+    for (const auto& [bits, status] :
+         {std::pair{512u, Status::keyTooWeak}, {1016u, Status::keyTooWeak}, {1023u, Status::pass}}) {
+        const PrivateKey key = PrivateKey::rsa(bits);
+        const auto result = check(signedMessage(plain, {}, key), answers({keyRecord(key)}));
+        EXPECT_EQ(result.status, status);
+        EXPECT_EQ(result.detail, status == Status::pass ? "" : std::to_string(bits) + "-bit RSA key");
+        EXPECT_EQ(result.keyBits, bits == 1023 ? 1024 : static_cast<int>(bits));
+    }
+}
+
+TEST(DKIM, identityAndStrictKeys) {
+    const std::string testing = keyRecord(rsaKey()) + "; t=y:s";
+    const auto identified = [](const std::string& identity) {
+        return signedMessage(plain, {.tags = "v=1; d=Example.org; s=key; h=From:Subject" + identity},
+                             rsaKey());
+    };
+    EXPECT_EQ(check(identified("; i=a@sub.example.org"), answers({keyRecord(rsaKey())})).status,
+              Status::pass);
+    EXPECT_EQ(check(identified("; i=a@EXAMPLE.org"), answers({testing})).status, Status::pass);
+    EXPECT_EQ(check(identified(""), answers({testing})).status, Status::pass);
+    const auto outside = check(identified("; i=a@sub.example.org"), answers({testing}));
+    EXPECT_EQ(outside.status, Status::malformed);
+    EXPECT_EQ(outside.detail, "the key requires i= to be exactly d= (t=s)");
+    EXPECT_TRUE(outside.testing);
+    EXPECT_EQ(outside.identity, "a@sub.example.org");
+}
+
+TEST(DKIM, bodyLength) {
+    const auto limited = [](const std::string& length) {
+        return signedMessage(plain, {.tags = "v=1; d=example.org; s=key; h=from:subject; l=" + length},
+                             rsaKey());
+    };
+    const auto records = answers({keyRecord(rsaKey())});
+    // The canonical body is "Body text" and CR LF: 11 bytes.
+    const struct {
+        std::string length;
+        Status status;
+        std::string detail;
+        std::optional<std::int64_t> unsignedBytes;
+    } rows[] = {
+        {"11", Status::pass, "", 0},
+        {"00004", Status::pass, "", 7},
+        {"0", Status::pass, "", 11},
+        {"12", Status::bodyChanged, "l=12 is longer than the body", std::nullopt},
+        {"00012", Status::bodyChanged, "l=12 is longer than the body", std::nullopt},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.length);
+        const auto result = check(limited(row.length), records);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.detail, row.detail);
+        EXPECT_EQ(result.bodyLength, decimal(row.length));
+        EXPECT_EQ(result.unsignedBodyBytes, row.unsignedBytes);
+        EXPECT_TRUE(result.bodyChecked);
+    }
+    EXPECT_EQ(check(limited("4") + "appended", records).unsignedBodyBytes, 7 + 2 + 10);
+}
+
+TEST(DKIM, headersOnly) {
+    std::string message = signedMessage(plain, {.tags = "v=1; d=example.org; s=key; h=from; l=3"}, rsaKey());
+    message.resize(message.find("\r\n\r\n") + 2);
+    const auto result = check(message, answers({keyRecord(rsaKey())}));
+    EXPECT_EQ(result.status, Status::pass);
+    EXPECT_FALSE(result.bodyChecked);
+    EXPECT_EQ(result.bodyLength, 3);
+    EXPECT_EQ(result.unsignedBodyBytes, std::nullopt);
+}
+
+TEST(DKIM, timesAndAsWritten) {
+    const auto records = answers({keyRecord(rsaKey())});
+    const auto dated = [&](const std::string& tags) {
+        return check(
+            signedMessage(plain, {.tags = "v=1; d=Example.ORG; s=key; h= From : subject ::; " + tags},
+                          rsaKey()),
+            records);
+    };
+    auto result = dated("t=1700000000; x=1799999999");
+    EXPECT_EQ(result.status, Status::pass);
+    EXPECT_TRUE(result.expired);
+    EXPECT_EQ(result.signedAt, Date(std::chrono::seconds(1'700'000'000)));
+    EXPECT_EQ(result.domain, "Example.ORG");
+    EXPECT_EQ(result.signedHeaders, (std::vector<std::string>{"From", "subject"}));
+    EXPECT_EQ(result.canonicalization, "relaxed/relaxed");
+    EXPECT_FALSE(dated("x=1800000000").expired);
+    for (const char* number : {"", "-1", "1.5", "1e9", "1234567890123456"}) {
+        result = dated("t=" + std::string(number) + "; x=" + number);
+        EXPECT_EQ(result.signedAt, std::nullopt) << number;
+        EXPECT_EQ(result.expiresAt, std::nullopt) << number;
+        EXPECT_EQ(result.status, Status::pass);
+    }
+    EXPECT_TRUE(dated("x=999999999999999").expiresAt);
+}
+
+TEST(DKIM, linesThatAReaderReliesOn) {
+    const auto records = answers({keyRecord(rsaKey())});
+    const auto uncovered = [&](const std::string& above, const std::string& tags) {
+        const std::string signedOne =
+            signedMessage(plain, {.tags = "v=1; d=example.org; s=key; " + tags}, rsaKey());
+        const auto end = signedOne.find("\r\nFrom:") + 2;  // a line put on top of the signed ones
+        const auto result = check(signedOne.substr(0, end) + above + signedOne.substr(end), records);
+        EXPECT_EQ(result.status, Status::pass);
+        return result.unsignedImportant;
+    };
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(uncovered("", "h=from:subject:to:date"), Names{});
+    EXPECT_EQ(uncovered("", "h=from"), (Names{"Subject", "To"}));
+    EXPECT_EQ(uncovered("Subject: Pay now\r\n", "h=from:subject:to"), Names{"Subject"});
+    EXPECT_EQ(uncovered("From: x@evil.example\r\nreply-to: y\r\nCC: z\r\nDate: d\r\nContent-Type: t\r\n",
+                        "h=from:To:SUBJECT"),
+              (Names{"From", "Date", "Cc", "Reply-To"}));
+    EXPECT_EQ(uncovered("Content-Type: t\r\n", "h=from:to:subject; l=0"), Names{"Content-Type"});
+}
+
+TEST(DKIM, ofAForwarder) {
+    const auto records = answers({keyRecord(rsaKey()) + "; t=s"});
+    const std::string message = signedMessage(
+        plain, {.tags = "i=1; d=example.org; s=key; h=from", .fieldName = "ARC-Message-Signature"}, rsaKey());
+    const auto result = check(message, records, SignatureChecker::Kind::arc);
+    EXPECT_EQ(result.status, Status::pass) << result.detail;
+    EXPECT_EQ(result.identity, std::nullopt);
+    EXPECT_EQ(check(message, records).detail, "no v= tag");
+}
+
+}  // namespace
+}  // namespace quillmark
