@@ -3,8 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "QuillmarkKit/DMARC.h"
+#include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/SPF.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "QuillmarkKit/Verdict.h"
+#include "QuillmarkKit/WarningSigns.h"
 
 namespace quillmark {
 
@@ -46,14 +51,63 @@ std::vector<AuthResults> receiverResults(const MailMessage& message) {
     return results;
 }
 
-DomainAge::Status domainAge(const std::string& domain, RegistrationLookup& registry, std::stop_token stop) {
-    try {
-        if (const auto registered = registry.registrationDate(domain, std::move(stop))) {
-            return {DomainAge::Status::Known{*registered}};
+/// Who the envelope says sent the message, and the domain whose SPF record is asked: the Return-Path, or else
+/// the name that the sending server announced (RFC 7208, section 2.4).
+struct EnvelopeSender {
+    std::string address = {}, domain = {};
+};
+std::optional<EnvelopeSender> envelopeSender(const MessageSummary& summary, const SenderIP& server) {
+    if (summary.returnPath && summary.returnPath->find('@') != std::string::npos) {
+        return EnvelopeSender{*summary.returnPath, MailAddress::domainPart(*summary.returnPath)};
+    }
+    if (server.helo && server.helo->find('.') != std::string::npos) {
+        const std::string name = unicodeLowered(*server.helo);
+        return EnvelopeSender{"postmaster@" + name, name};
+    }
+    return std::nullopt;
+}
+
+SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSResolver& resolver,
+               const std::stop_token& stop) {
+    SPFFinding finding;
+    const auto server = senderIP(message);
+    const auto address = server ? IPAddress::parse(server->ip) : std::nullopt;
+    if (!address) return finding;
+    finding.ip = server;
+    const auto sender = envelopeSender(summary, *server);
+    if (!sender) {
+        finding.status.value = SPFFinding::Status::NoEnvelopeSender{};
+        return finding;
+    }
+    auto outcome =
+        SPFEvaluator{resolver}.evaluate(*address, sender->domain, sender->address, server->helo, stop);
+    finding.status.value = SPFFinding::Status::Judged{outcome.result};
+    finding.domain = sender->domain;
+    finding.matched = std::move(outcome.matched);
+    finding.detail = std::move(outcome.detail);
+    return finding;
+}
+
+/// Asks for the registration dates of the sender's domain, which the finding tells, and of the Reply-To
+/// domains; each young one is a warning sign.
+void addDomainAge(ProofReport& report, RegistrationLookup& registry, const PublicSuffixList& suffixes,
+                  const std::stop_token& stop) {
+    for (const std::string& domain : registrationDomains(report.summary, suffixes)) {
+        DomainAge::Status status;
+        try {
+            const auto registered = registry.registrationDate(domain, stop);
+            if (registered) {
+                status.value = DomainAge::Status::Known{*registered};
+                if (auto sign = youngDomain(domain, *registered, report.checkedAt)) {
+                    report.flags.push_back(std::move(*sign));
+                }
+            } else {
+                status.value = DomainAge::Status::NotPublished{};
+            }
+        } catch (const RDAPError& error) {
+            status.value = DomainAge::Status::Unavailable{error.what()};
         }
-        return {DomainAge::Status::NotPublished{}};
-    } catch (const RDAPError& error) {
-        return {DomainAge::Status::Unavailable{error.what()}};
+        if (domain == report.domainAge.domain) report.domainAge.status = std::move(status);
     }
 }
 
@@ -99,17 +153,12 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, *m_resolver, now, stop};
     report.dkim = dkim(message, checker);
 
-    report.dmarc.fromDomain = from;
-    report.dmarc.organizationalDomain = m_suffixes.organizationalDomain(from);
-    if (from.empty()) report.dmarc.status = DMARCFinding::Status::noFromDomain;
-
+    report.spf = spf(message, report.summary, *m_resolver, stop);
+    report.dmarc = dmarc(from, report.dkim, report.spf, *m_resolver, m_suffixes, stop);
     report.receiverResults = receiverResults(message);
-
-    report.domainAge.domain = report.dmarc.organizationalDomain;
-    if (m_registry && !report.domainAge.domain.empty()) {
-        report.domainAge.status = domainAge(report.domainAge.domain, *m_registry, stop);
-    }
-
+    report.flags = warningSigns(report.summary, m_suffixes);
+    report.domainAge.domain = m_suffixes.organizationalDomain(from);
+    if (m_registry) addDomainAge(report, *m_registry, m_suffixes, stop);
     report.verdict = verdict(from, report.dkim, report.dmarc, report.arc, m_suffixes);
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();

@@ -1,0 +1,184 @@
+// Whole messages through the whole pipeline.
+
+#include "QuillmarkKit/Verifier.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "tests/TestSigner.h"
+
+namespace quillmark {
+namespace {
+
+const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+
+ProofReport report(std::string_view message, StaticResolver::Answers answers = {},
+                   std::shared_ptr<RegistrationLookup> registry = nullptr) {
+    const Verifier verifier(std::make_shared<StaticResolver>(std::move(answers)), std::move(registry));
+    return verifier.verify(MailMessage::parse(message), "a.eml", now);
+}
+
+TEST(Verifier, summary) {
+    const auto facts = summary(MailMessage::parse(
+        "Return-Path: < b@example.org >\r\nFrom: A <a@example.org>\r\nFrom: b@example.org, c@example.org\r\n"
+        "Reply-To: r@example.org\r\nTo: t@example.org\r\nSubject: =?utf-8?q?Caf=C3=A9?=\r\nSubject: "
+        "second\r\n"
+        "Date: Sat, 21 Nov 2026 11:00:00 +0100\r\nMessage-ID:\r\n"));
+    EXPECT_EQ(facts.from,
+              (std::vector<MailAddress>{
+                  {"A", "a@example.org"}, {std::nullopt, "b@example.org"}, {std::nullopt, "c@example.org"}}));
+    EXPECT_EQ(facts.replyTo.size(), 1u);
+    EXPECT_EQ(facts.to.size(), 1u);
+    EXPECT_EQ(facts.subject, "Café");
+    EXPECT_EQ(facts.date, now);
+    EXPECT_EQ(facts.messageID, "");
+    EXPECT_EQ(facts.returnPath, "b@example.org");
+    EXPECT_EQ(summary(MailMessage::parse("Return-Path: <>\r\n")).returnPath, std::nullopt);
+    EXPECT_EQ(summary({}), MessageSummary{});
+}
+
+TEST(Verifier, anEmptyMessageHasAWholeReport) {
+    const auto empty = report("");
+    EXPECT_EQ(empty.fileName, "a.eml");
+    EXPECT_EQ(empty.checkedAt, now);
+    EXPECT_NE(empty.id, UUID{});
+    EXPECT_NE(empty.id, report("").id);
+    EXPECT_TRUE(empty.headersOnly);
+    EXPECT_EQ(empty.verdict, (Verdict{VerdictKind::cannotProve, Tone::bad, "", "", {}}));
+    EXPECT_EQ(empty.dmarc.status, DMARCFinding::Status::noFromDomain);
+    EXPECT_EQ(empty.limits,
+              (std::vector{Limit::domainNotCompany, Limit::compromisedMailbox, Limit::headersOnly}));
+}
+
+TEST(Verifier, signaturesAndOneSender) {
+    const auto key = test::PrivateKey::ed25519();
+    const StaticResolver::Answers answers = {
+        {"key._domainkey.example.org|TXT", DNSAnswer::records({test::keyRecord(key, "ed25519")})}};
+    const auto signedBy = [&](const std::string& message) {
+        return test::signedMessage(message, {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+    };
+    const std::string message = signedBy("From: a@mail.example.org\r\nSubject: x\r\n\r\nbody\r\n");
+    const auto verified = report(message, answers);
+    EXPECT_EQ(verified.verdict,
+              (Verdict{VerdictKind::verified, Tone::good, "example.org", "mail.example.org", {}}));
+    EXPECT_FALSE(verified.headersOnly);
+    EXPECT_EQ(verified.dmarc.alignedDKIMDomain, "example.org");
+
+    // A message that names two senders belongs to nobody's domain, whoever signed it.
+    const auto two =
+        report(signedBy("From: a@example.org, b@example.org\r\nSubject: x\r\n\r\nbody\r\n"), answers);
+    EXPECT_EQ(two.verdict.kind, VerdictKind::signedByOther);
+    EXPECT_EQ(two.verdict.fromDomain, "");
+    EXPECT_EQ(two.dmarc.status, DMARCFinding::Status::noFromDomain);
+    EXPECT_EQ(two.flags, (std::vector{LookAlikeFlag{LookAlikeFlag::MultipleFrom{}}}));
+    // A part of From that is no address does not make a second sender.
+    EXPECT_EQ(
+        report(signedBy("From: a@example.org, \"x\"\r\nSubject: x\r\n\r\nbody\r\n"), answers).verdict.kind,
+        VerdictKind::verified);
+
+    std::string many;
+    for (int i = 0; i < 12; ++i) many += "DKIM-Signature: v=" + std::to_string(i) + "\r\n";
+    const auto ten = report(many + "From: a@example.org\r\n\r\n").dkim;
+    ASSERT_EQ(ten.size(), 10u);
+    EXPECT_EQ(ten[9].detail, "v=9");
+}
+
+TEST(Verifier, theEnvelopeAndItsServer) {
+    const StaticResolver::Answers answers = {
+        {"example.org|TXT", DNSAnswer::records({"v=spf1 ip4:192.0.2.1 -all"})},
+        {"helo.example.org|TXT", DNSAnswer::records({"v=spf1 ?all"})},
+        {"_dmarc.example.org|TXT", DNSAnswer::records({"v=DMARC1; p=reject"})}};
+    using Finding = SPFFinding::Status;
+    const std::string received = "Received: from helo.EXAMPLE.org ([192.0.2.1]) by mx.example.net; x\r\n";
+    const struct {
+        std::string fields;
+        decltype(Finding::value) status;
+        std::optional<std::string> domain, matched;
+        VerdictKind verdict;
+    } rows[] = {
+        {"Return-Path: <a@Example.ORG>\r\n" + received, Finding::Judged{SPFResult::pass}, "example.org",
+         "ip4:192.0.2.1 in example.org", VerdictKind::allowedServerOnly},
+        {"Return-Path: <\"a@b\"@example.org>\r\n" + received, Finding::Judged{SPFResult::pass}, "example.org",
+         "ip4:192.0.2.1 in example.org", VerdictKind::allowedServerOnly},
+        {"Return-Path: <>\r\n" + received, Finding::Judged{SPFResult::neutral}, "helo.example.org",
+         "?all in helo.example.org", VerdictKind::cannotProve},
+        {"Received: from host ([192.0.2.1]) by mx.example.net; x\r\n", Finding::NoEnvelopeSender{},
+         std::nullopt, std::nullopt, VerdictKind::cannotProve},
+        {"Return-Path: <a@example.org>\r\n", Finding::NoSenderIP{}, std::nullopt, std::nullopt,
+         VerdictKind::cannotProve},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.fields);
+        const auto checked = report(row.fields + "From: a@example.org\r\n\r\n", answers);
+        EXPECT_EQ(checked.spf.status.value, row.status);
+        EXPECT_EQ(checked.spf.domain, row.domain);
+        EXPECT_EQ(checked.spf.matched, row.matched);
+        EXPECT_EQ(checked.spf.ip.has_value(), row.fields.find("Received") != std::string::npos);
+        EXPECT_EQ(checked.verdict.kind, row.verdict);
+        EXPECT_EQ(checked.dmarc.policy, "reject");
+    }
+}
+
+TEST(Verifier, receiverResults) {
+    const auto results = report(
+                             "Authentication-Results: top; dkim=pass\r\nFrom: "
+                             "a@example.org\r\nAuthentication-Results: below\r\n")
+                             .receiverResults;
+    ASSERT_EQ(results.size(), 2u);
+    EXPECT_EQ(results[0].server, "top");
+    EXPECT_EQ(results[1].server, "below");
+}
+
+TEST(Verifier, domainAges) {
+    const Date young = now - std::chrono::days(89), old = now - std::chrono::days(90);
+    const auto registry =
+        std::make_shared<StaticRegistry>(StaticRegistry::Entries{{"example.org", young},
+                                                                 {"shop.example", young},
+                                                                 {"old.example", old},
+                                                                 {"none.example", std::optional<Date>()},
+                                                                 {"closed.example", "closed"}});
+    using Status = DomainAge::Status;
+    const struct {
+        std::string fields, domain;
+        decltype(Status::value) status;
+        std::size_t youngSigns;
+    } rows[] = {
+        {"From: a@mail.example.org\r\n", "example.org", Status::Known{young}, 1},
+        {"From: a@old.example\r\nReply-To: b@x.shop.example, c@shop.example\r\n", "old.example",
+         Status::Known{old}, 1},
+        {"From: a@none.example\r\n", "none.example", Status::NotPublished{}, 0},
+        {"From: a@closed.example\r\nReply-To: b@shop.example\r\n", "closed.example",
+         Status::Unavailable{"closed"}, 1},
+        {"From: a@example.org, b@example.org\r\n", "", Status::Skipped{}, 0},
+        {"Subject: x\r\n", "", Status::Skipped{}, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.fields);
+        const auto checked = report(row.fields + "\r\n", {}, registry);
+        EXPECT_EQ(checked.domainAge, (DomainAge{row.domain, {row.status}}));
+        const auto signs = std::ranges::count_if(checked.flags, [](const LookAlikeFlag& flag) {
+            return std::holds_alternative<LookAlikeFlag::YoungDomain>(flag.value);
+        });
+        EXPECT_EQ(static_cast<std::size_t>(signs), row.youngSigns);
+    }
+    const auto skipped = report("From: a@mail.example.org\r\n\r\n");
+    EXPECT_EQ(skipped.domainAge, (DomainAge{"example.org", {Status::Skipped{}}}));
+}
+
+TEST(Verifier, eachFailedLookupIsAStatus) {
+    const Verifier verifier(std::make_shared<StaticResolver>(
+        StaticResolver::Answers{},
+        std::set<std::string, std::less<>>{"s._domainkey.example.org", "_dmarc.example.org"}));
+    const auto checked = verifier.verify(
+        MailMessage::parse("DKIM-Signature: v=1; a=rsa-sha256; b=; bh=; d=example.org; s=s; h=from\r\n"
+                           "From: a@example.org\r\n\r\n"),
+        std::nullopt, now);
+    EXPECT_EQ(checked.dkim.at(0).status, DKIMResult::Status::lookupFailed);
+    EXPECT_EQ(checked.dmarc.status, DMARCFinding::Status::lookupFailed);
+    EXPECT_EQ(checked.verdict.kind, VerdictKind::couldNotCheck);
+}
+
+}  // namespace
+}  // namespace quillmark

@@ -1,0 +1,64 @@
+#include "Wording/Wording.h"
+
+#include <gtest/gtest.h>
+
+namespace quillmark {
+namespace {
+
+TEST(Wording, headlines) {
+    using enum VerdictKind;
+    const struct {
+        VerdictKind kind;
+        std::string fromDomain, headline;
+    } rows[] = {
+        {verified, "s.example", "Signed by d.example, unchanged since sent"},
+        {verifiedHeadersOnly, "s.example", "Signed by d.example; the body wasn’t checked"},
+        {signedByOther, "s.example", "Signed by d.example, not by s.example"},
+        {signedByOther, "", "Signed by d.example, not by the sender"},
+        {signatureBroken, "s.example", "Signature broken: changed after sending or forwarded"},
+        {keyGone, "s.example", "Can’t check: d.example’s signing key is no longer published"},
+        {couldNotCheck, "s.example", "Couldn’t check: the key lookup failed"},
+        {allowedServerOnly, "s.example", "Not signed, but sent from a server s.example allows"},
+        {allowedServerOnly, "", "Not signed, but sent from a server the sender allows"},
+        {cannotProve, "s.example", "Can’t prove who sent this"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(headline({row.kind, Tone::good, "d.example", row.fromDomain, {}}), row.headline);
+        EXPECT_FALSE(explanation({row.kind, Tone::good, "d.example", row.fromDomain, {}}).empty());
+    }
+    EXPECT_EQ(headline({verified, Tone::good, "d\n[OK] \u202Ex", "", {}}),
+              "Signed by d [OK] ‹U+202E›x, unchanged since sent");
+    EXPECT_NE(explanation({signatureBroken, Tone::caution, "d", "", {"list.example"}}).find("list.example"),
+              std::string::npos);
+}
+
+TEST(Wording, problemLines) {
+    const Refusal unreadable{Refusal::Unreadable{"no\nway"}}, large{Refusal::TooLarge{}},
+        none{Refusal::NotAnEmail{}};
+    EXPECT_EQ(problemLine(unreadable, "a\nb"), "“a b” couldn’t be read: no way");
+    EXPECT_EQ(problemLine(large, "a"), "“a” is larger than 50 MB, too large for a single email.");
+    EXPECT_EQ(problemLine(none, "a"),
+              "“a” doesn’t look like an email: no From, Received or DKIM-Signature header was found.");
+    EXPECT_EQ(problemLine(none, std::nullopt),
+              "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
+              "the message’s "
+              "full source or its headers.");
+    EXPECT_EQ(problemLine(large, std::nullopt), "That is larger than 50 MB, too large for a single email.");
+}
+
+TEST(Wording, signatures) {
+    DKIMResult result;
+    EXPECT_EQ(tone(result), Tone::bad);
+    result.status = DKIMResult::Status::pass;
+    EXPECT_EQ(tone(result), Tone::caution);  // no body was there to check
+    result.bodyChecked = true;
+    EXPECT_EQ(tone(result), Tone::good);
+    result.status = DKIMResult::Status::keyNotPublished;
+    EXPECT_EQ(tone(result), Tone::unknown);
+    EXPECT_EQ(label(result.status), "Key no longer published");
+    EXPECT_EQ(displayForm({"A\u202E", "a@b\x1B"}), "A‹U+202E› <a@b\uFFFD>");
+    EXPECT_EQ(displayForm({std::nullopt, "a@b"}), "a@b");
+}
+
+}  // namespace
+}  // namespace quillmark
