@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <span>
@@ -8,6 +10,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -57,6 +60,8 @@ public:
 /// Where DNS facts come from.
 class DNSResolver {
 public:
+    using Clock = std::chrono::steady_clock;
+
     DNSResolver() = default;
     DNSResolver(const DNSResolver&) = delete;
     DNSResolver& operator=(const DNSResolver&) = delete;
@@ -66,6 +71,37 @@ public:
     /// there is an answer. Throws `DNSLookupError`; soon after `stop` is requested, too. Safe from many
     /// threads at once.
     virtual DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) = 0;
+
+    /// The same, but from `deadline` on it throws `DNSLookupError` "the check took too long", in the middle
+    /// of a lookup, too. Only a resolver that waits for somebody else knows a deadline: this one pays no
+    /// heed.
+    virtual DNSAnswer lookupBefore(Clock::time_point, std::string_view name, DNSRecordType type,
+                                   std::stop_token stop) {
+        return lookup(name, type, std::move(stop));
+    }
+};
+
+/// Whether a name may leave the machine at all: 1 to 253 bytes (and perhaps a dot at the end) of printable
+/// ASCII in labels of 1 to 63 bytes, at least two of them once a leading "_dmarc" or
+/// "<selector>._domainkey" is taken off, and none of the names that mean something on this machine or network
+/// only (RFC 6761, RFC 7686: ".local", ".onion" and the like).
+bool mayBeQueried(std::string_view name);
+
+/// Bounds the time that one check spends on the network: counted from its first lookup. Stands in front of
+/// another resolver, which must outlive it.
+class DeadlineResolver : public DNSResolver {
+public:
+    static constexpr std::chrono::seconds usualTime{60};
+    explicit DeadlineResolver(DNSResolver& resolver, Clock::duration time = usualTime);
+
+    /// As `lookupBefore` of the other resolver.
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
+
+private:
+    DNSResolver& m_resolver;
+    const Clock::duration m_time;
+    std::once_flag m_hasBegun;
+    Clock::time_point m_deadline = {};
 };
 
 /// Fixed answers, for tests and for checks without a network.

@@ -1,0 +1,85 @@
+#include "QuillmarkKit/DoHReply.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "QuillmarkKit/Support/Serialization.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr int noError = 0, serverFailure = 2, nameError = 3;
+
+bool isBounded(const DoHReply::Reply& reply) {
+    if (!reply.answer) return true;
+    const auto isShort = [](const auto& rr) { return !rr.data || rr.data->size() <= DoHReply::dataLimit; };
+    return reply.answer->size() <= DoHReply::recordLimit && std::ranges::all_of(*reply.answer, isShort);
+}
+
+DoHReply::Reply decodedReply(std::string_view json) {
+    try {
+        auto reply = decoded<DoHReply::Reply>(parsedJSON(json, DoHReply::bodyLimit));
+        if (isBounded(reply)) return reply;
+    } catch (const DecodingError&) {
+        // What exactly is wrong with it helps nobody.
+    }
+    throw DNSLookupError("unreadable answer");
+}
+
+/// Takes what follows a backslash off the front of `rest`, which is not empty: three digits that fit a byte
+/// stand for that byte, any other byte for itself.
+char takeEscaped(std::string_view& rest) {
+    if (rest.size() >= 3 && isDigit(rest[0]) && isDigit(rest[1]) && isDigit(rest[2])) {
+        const int value = (rest[0] - '0') * 100 + (rest[1] - '0') * 10 + (rest[2] - '0');
+        if (value < 256) {
+            rest.remove_prefix(3);
+            return static_cast<char>(value);
+        }
+    }
+    const char byte = rest.front();
+    rest.remove_prefix(1);
+    return byte;
+}
+
+/// Takes a string up to its closing quote off the front of `rest`; nothing when it is not closed.
+std::optional<std::string> takeString(std::string_view& rest) {
+    std::string bytes;
+    while (!rest.empty()) {
+        const char byte = rest.front();
+        rest.remove_prefix(1);
+        if (byte == '"') return bytes;
+        bytes += byte == '\\' && !rest.empty() ? takeEscaped(rest) : byte;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::string unquotedTXT(std::string_view data) {
+    if (data.find('"') == std::string_view::npos) return std::string(data);
+    std::string text;
+    for (auto quote = data.find('"'); quote != std::string_view::npos; quote = data.find('"')) {
+        data.remove_prefix(quote + 1);
+        if (const auto bytes = takeString(data)) text += repairedUTF8(*bytes);
+    }
+    return text;
+}
+
+DoHReply DoHReply::parse(std::string_view json, DNSRecordType type) {
+    Reply reply = decodedReply(json);
+    if (reply.status == serverFailure) return {Servfail{}};
+    if (reply.status == nameError) return {DNSAnswer::nxdomain()};
+    if (reply.status != noError) throw DNSLookupError("DNS status " + std::to_string(reply.status));
+
+    std::vector<std::string> records;
+    for (auto& rr : reply.answer.value_or(std::vector<Reply::RR>())) {
+        if (rr.type != static_cast<int>(type) || !rr.data) continue;
+        records.push_back(type == DNSRecordType::txt ? unquotedTXT(*rr.data) : std::move(*rr.data));
+    }
+    if (records.empty()) return {DNSAnswer::noData()};
+    return {DNSAnswer::records(std::move(records))};
+}
+
+}  // namespace quillmark

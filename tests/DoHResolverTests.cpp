@@ -1,0 +1,385 @@
+#include "QuillmarkKit/DoHResolver.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "TestServer.h"
+
+namespace quillmark::test {
+namespace {
+
+using namespace std::chrono_literals;
+using enum DNSRecordType;
+using Clock = DNSResolver::Clock;
+using Fault = Reply::Fault;
+
+constexpr const char* goodBody = R"({"Status":0,"Answer":[{"type":16,"data":"\"yes\""}]})";
+const DNSAnswer goodAnswer = DNSAnswer::records({"yes"});
+
+/// An HTTP of which the test says what it answers.
+class ScriptedHTTP : public HTTP {
+public:
+    using Answer = std::function<HTTPResponse(const HTTPRequest&, std::stop_token)>;
+    explicit ScriptedHTTP(Answer answer) : m_answer(std::move(answer)) {}
+
+    HTTPResponse get(const HTTPRequest& request, std::stop_token stop) override {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_urls.push_back(request.url);
+        }
+        return m_answer(request, stop);
+    }
+    std::vector<std::string> takeURLs() {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_urls, {});
+    }
+
+private:
+    const Answer m_answer;
+    std::mutex m_mutex;
+    std::vector<std::string> m_urls;
+};
+
+bool isFirst(const HTTPRequest& request) {
+    return request.url.find("cloudflare-dns.com") != std::string::npos;
+}
+
+/// The data of the answer, or why there is none.
+std::string outcome(DNSResolver& resolver, std::string_view name, std::stop_token stop = {}) {
+    try {
+        const auto answer = resolver.lookup(name, txt, stop);
+        if (answer == DNSAnswer::nxdomain()) return "no such domain";
+        return answer.data().empty() ? "no data" : answer.data().front();
+    } catch (const DNSLookupError& error) {
+        return error.what();
+    }
+}
+
+template <typename Work>
+void onThreads(int count, Work work) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) threads.emplace_back([&work, i] { work(i); });
+    for (auto& thread : threads) thread.join();
+}
+
+std::shared_ptr<HTTPEngine> engine() {
+    return std::make_shared<HTTPEngine>(HTTPOptions{.caFile = Authority::shared().caFile()});
+}
+
+DoHOptions twoServices(int first, int second) {
+    return {.endpoints = {{"first.localhost", "/dns-query", first}, {"second.localhost", "/resolve", second}},
+            .timeOut = 10s};
+}
+
+TEST(DoHResolver, requests) {
+    const auto http = std::make_shared<ScriptedHTTP>([](const HTTPRequest& request, std::stop_token) {
+        EXPECT_EQ(request.headers, std::vector<std::string>{"Accept: application/dns-json"});
+        EXPECT_EQ(request.timeOut, 8s);
+        EXPECT_EQ(request.bodyLimit, std::size_t{1} << 20);
+        EXPECT_EQ(request.redirects.most, 0);
+        return HTTPResponse{isFirst(request) ? 500 : 200, R"({"Status":3})"};
+    });
+    DoHResolver resolver(http);
+    const struct {
+        std::string name;
+        DNSRecordType type;
+        std::string query;
+    } rows[] = {
+        {"Example.org", txt, "Example.org&type=TXT"},
+        {"s-1._domainkey.example.org.", mx, "s-1._domainkey.example.org.&type=MX"},
+        {"a&type=A#/?%41@b=c+d.example", a, "a%26type%3DA%23%2F%3F%2541%40b%3Dc%2Bd.example&type=A"},
+        {"a\"\\~*.example", aaaa, "a%22%5C%7E%2A.example&type=AAAA"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(resolver.lookup(row.name, row.type, {}), DNSAnswer::nxdomain());
+        EXPECT_EQ(http->takeURLs(), (std::vector{"https://cloudflare-dns.com/dns-query?name=" + row.query,
+                                                 "https://dns.google/resolve?name=" + row.query}));
+    }
+}
+
+TEST(DoHResolver, sendsNoNameThatMayNotBeQueried) {
+    TestServer server([](const std::string&) { return Reply{.body = goodBody}; });
+    DoHResolver resolver(engine(), twoServices(server.port(), server.port()));
+    const std::string names[] = {"",
+                                 ".",
+                                 "org",
+                                 "_dmarc.org",
+                                 "s._domainkey.org",
+                                 std::string(64, 'a') + ".example.org",
+                                 std::string(50'000'000, 'a'),
+                                 "a..org",
+                                 "a.example\r\nX: y.example",
+                                 "b\u00FCcher.example",
+                                 "a b.example",
+                                 "a.local",
+                                 "a.Onion."};
+    for (const auto& name : names) {
+        SCOPED_TRACE(name.substr(0, 80));
+        for (const auto type : {a, mx, txt, aaaa}) {
+            EXPECT_EQ(resolver.lookup(name, type, {}), DNSAnswer::nxdomain());
+        }
+    }
+    EXPECT_EQ(server.connections(), 0u);
+}
+
+TEST(DoHResolver, remembersAnswersAndNoFailures) {
+    std::atomic<bool> isDown = true;
+    const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest&, std::stop_token) {
+        return isDown ? HTTPResponse{503, ""} : HTTPResponse{200, goodBody};
+    });
+    DoHResolver resolver(http);
+    EXPECT_EQ(outcome(resolver, "example.org"), "cloudflare-dns.com: HTTP 503; dns.google: HTTP 503");
+    isDown = false;
+    EXPECT_EQ(outcome(resolver, "example.org"), "yes");
+    EXPECT_EQ(http->takeURLs().size(), 3u);
+    isDown = true;
+    EXPECT_EQ(outcome(resolver, "Example.ORG"), "yes");
+    EXPECT_EQ(http->takeURLs().size(), 0u);
+    EXPECT_THROW(resolver.lookup("example.org", mx, {}), DNSLookupError);
+}
+
+TEST(DoHResolver, everyFailureOfRealServices) {
+    using Handshake = TestServer::Handshake;
+    const struct {
+        const char* failure;  // or what is found
+        Reply reply = {};
+        Certificate certificate = Certificate::good;
+        Handshake handshake = Handshake::good;
+    } rows[] = {
+        {"yes", {.body = goodBody}},
+        {"no such domain", {.body = R"({"Status":3})"}},
+        {"no data", {.body = R"({"Status":0})"}},
+        {": SERVFAIL", {.body = R"({"Status":2})"}},
+        {": DNS status 5", {.body = R"({"Status":5})"}},
+        {": unreadable answer", {.body = "<html>"}},
+        {": HTTP 204", {.status = 204}},
+        {": HTTP 302", {.status = 302, .headers = {"Location: /resolve"}}},
+        {": HTTP 429", {.status = 429, .body = goodBody}},
+        {": HTTP 500", {.status = 500, .body = goodBody}},
+        {": timed out", {.fault = Fault::hangBeforeHead}},
+        {": timed out", {.body = goodBody, .fault = Fault::hangAfterHead}},
+        {": connection lost", {.body = goodBody, .fault = Fault::truncated}},
+        {": connection lost", {.body = goodBody, .fault = Fault::resetAfterHead}},
+        {": connection lost", {}, Certificate::good, Handshake::reset},
+        {": certificate not trusted", {}, Certificate::otherName},
+        {": answer too large", {.fault = Fault::endless}},
+        {": transfer failed", {.fault = Fault::notHTTP}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.failure);
+        TestServer server([&](const std::string&) { return row.reply; }, row.certificate, row.handshake);
+        auto options = twoServices(server.port(), server.port());
+        const bool isFailure = row.failure[0] == ':';
+        if (std::string_view(row.failure) == ": timed out") options.timeOut = 200ms;
+        DoHResolver resolver(engine(), options);
+        const std::string failure = row.failure;
+        EXPECT_EQ(outcome(resolver, "example.org"),
+                  isFailure ? "first.localhost" + failure + "; second.localhost" + failure : failure);
+        if (!isFailure) {
+            EXPECT_EQ(server.requests().size(), 1u);
+        }
+    }
+
+    const int nobody = unusedPort();
+    DoHResolver nowhere(engine(), {.endpoints = {{"localhost", "/", nobody}, {"nothing.onion", "/"}}});
+    EXPECT_EQ(outcome(nowhere, "example.org"), "localhost: no connection; nothing.onion: name not found");
+}
+
+TEST(DoHResolver, leavesAFailingServiceAloneForAMinute) {
+    Clock::time_point now{};
+    bool isFirstDown = true, isSecondDown = false;
+    int status = 200;
+    const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
+        if (isFirst(request) && isFirstDown) throw HTTPError(HTTPFailure::timedOut);
+        if (!isFirst(request) && isSecondDown) throw HTTPError(HTTPFailure::noConnection);
+        return HTTPResponse{status, goodBody};
+    });
+    DoHResolver resolver(http, {.clock = [&] { return now; }});
+    int serial = 0;
+    const auto ask = [&] {
+        const std::string found = outcome(resolver, "a" + std::to_string(++serial) + ".example");
+        std::string asked;
+        for (const auto& url : http->takeURLs())
+            asked += url.find("cloudflare") != std::string::npos ? "1" : "2";
+        return asked + " " + found;
+    };
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(ask(), "12 yes");
+    EXPECT_EQ(ask(), "2 yes");
+    now += 59s;
+    EXPECT_EQ(ask(), "2 yes");
+    // What is skipped still stands in the failure text.
+    status = 500;
+    EXPECT_EQ(ask(), "2 cloudflare-dns.com: timed out; dns.google: HTTP 500");
+    status = 200;
+    now += 1s;
+    EXPECT_EQ(ask(), "12 yes");  // tried again, and again in vain: another minute
+    EXPECT_EQ(ask(), "2 yes");
+    isSecondDown = true;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(ask(), "2 cloudflare-dns.com: timed out; dns.google: no connection");
+    // With both to be skipped, both are asked.
+    EXPECT_EQ(ask(), "12 cloudflare-dns.com: timed out; dns.google: no connection");
+    isFirstDown = false;
+    EXPECT_EQ(ask(), "1 yes");
+    EXPECT_EQ(ask(), "1 yes");  // an answer ends its time-out
+    // Whatever a service answers shows that it is there.
+    status = 500;
+    isSecondDown = false;
+    now += 60s;
+    for (int i = 0; i < 5; ++i) ask();
+    EXPECT_EQ(ask(), "12 cloudflare-dns.com: HTTP 500; dns.google: HTTP 500");
+}
+
+TEST(DoHResolver, goesOnWithTheFirstServiceDown) {
+    TestServer down([](const std::string&) { return Reply{}; }, Certificate::good,
+                    TestServer::Handshake::reset);
+    TestServer up([](const std::string&) { return Reply{.body = goodBody}; });
+    DoHResolver resolver(engine(), twoServices(down.port(), up.port()));
+    for (int i = 0; i < 500; ++i) EXPECT_EQ(outcome(resolver, "a" + std::to_string(i) + ".example"), "yes");
+    EXPECT_EQ(down.connections(), 3u);
+    EXPECT_EQ(up.requests().size(), 500u);
+}
+
+/// Holds back the answers of a scripted service until the test lets them go.
+class Gate {
+public:
+    void wait(std::stop_token stop) {
+        std::unique_lock lock(m_mutex);
+        ++m_waiting;
+        m_changed.notify_all();
+        m_changed.wait(lock, stop, [&] { return m_isOpen; });
+    }
+    void waitUntilSomebodyWaits(int count) {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_waiting >= count; });
+    }
+    void open() {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable_any m_changed;
+    int m_waiting = 0;
+    bool m_isOpen = false;
+};
+
+TEST(DoHResolver, asksAQuestionOnceHoweverManyWantToKnow) {
+    for (const bool isDown : {false, true}) {
+        SCOPED_TRACE(isDown);
+        Gate gate;
+        const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest&, std::stop_token stop) {
+            gate.wait(stop);
+            return isDown ? HTTPResponse{500, ""} : HTTPResponse{200, goodBody};
+        });
+        DoHResolver resolver(http);
+        std::atomic<int> begun = 0, answered = 0;
+        std::thread opener([&] {
+            gate.waitUntilSomebodyWaits(1);
+            while (begun < 32) std::this_thread::yield();
+            std::this_thread::sleep_for(50ms);  // so that all of them wait
+            gate.open();
+        });
+        onThreads(32, [&](int) {
+            ++begun;
+            const auto found = outcome(resolver, "example.org");
+            EXPECT_EQ(found, isDown ? "cloudflare-dns.com: HTTP 500; dns.google: HTTP 500" : "yes");
+            ++answered;
+        });
+        opener.join();
+        EXPECT_EQ(answered, 32);
+        EXPECT_EQ(http->takeURLs().size(), isDown ? 2u : 1u);
+    }
+}
+
+TEST(DoHResolver, aWaiterTakesThePlaceOfOneWhoIsStopped) {
+    Gate gate;
+    const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest&, std::stop_token stop) {
+        gate.wait(stop);
+        if (stop.stop_requested()) throw HTTPError(HTTPFailure::stopped);
+        return HTTPResponse{200, goodBody};
+    });
+    DoHResolver resolver(http);
+    std::stop_source first, third;
+    std::thread asker([&] { EXPECT_EQ(outcome(resolver, "example.org", first.get_token()), "stopped"); });
+    gate.waitUntilSomebodyWaits(1);
+    std::thread waiter([&] { EXPECT_EQ(outcome(resolver, "example.org"), "yes"); });
+    std::thread stoppedWaiter(
+        [&] { EXPECT_EQ(outcome(resolver, "example.org", third.get_token()), "stopped"); });
+    std::this_thread::sleep_for(20ms);
+    third.request_stop();
+    stoppedWaiter.join();  // one who only waits is stopped, too
+    first.request_stop();
+    asker.join();
+    gate.waitUntilSomebodyWaits(2);
+    gate.open();
+    waiter.join();
+    EXPECT_EQ(http->takeURLs().size(), 2u);
+    // Three of them would make a service skipped; a stop is no failure of it.
+    EXPECT_EQ(outcome(resolver, "other.example", first.get_token()), "stopped");
+}
+
+TEST(DoHResolver, oneCheckHasAMinute) {
+    TestServer server([](const std::string& target) {
+        if (target.find("fast") != std::string::npos) return Reply{.body = goodBody};
+        return Reply{.fault = Fault::hangBeforeHead};
+    });
+    const auto network = std::make_shared<DoHResolver>(engine(), twoServices(server.port(), server.port()));
+    DeadlineResolver check(*network, 300ms), other(*network, 700ms);
+    std::this_thread::sleep_for(310ms);  // the time runs from the first lookup
+    EXPECT_EQ(outcome(check, "fast.example"), "yes");
+    const auto begin = Clock::now();
+    std::thread second([&] { EXPECT_EQ(outcome(other, "slow.example"), "the check took too long"); });
+    EXPECT_EQ(outcome(check, "slow.example"), "the check took too long");  // in the middle of a lookup
+    EXPECT_LT(Clock::now() - begin, 600ms);
+    const auto count = server.requests().size();
+    for (const char* name : {"slow.example", "fast.example", "fast2.example"}) {
+        EXPECT_EQ(outcome(check, name), "the check took too long");
+    }
+    EXPECT_EQ(server.requests().size(), count);
+    EXPECT_EQ(outcome(*network, "fast2.example"), "yes");  // whose first service did not fail
+    second.join();
+
+    StaticResolver fixed({{"a.example|TXT", goodAnswer}});
+    DeadlineResolver exempt(fixed, 0ms);
+    EXPECT_EQ(outcome(exempt, "a.example"), "yes");
+}
+
+TEST(DoHResolver, manyAtOnceOverHTTP2WithStopsInTheMiddle) {
+    HTTP2Server server("dns-query", goodBody);
+    DoHResolver resolver(engine(), twoServices(server.port(), unusedPort()));
+    std::atomic<int> good = 0, stopped = 0;
+    onThreads(200, [&](int i) {
+        std::minstd_rand random(static_cast<unsigned>(i + 1));
+        std::stop_source source;
+        std::thread stopper;
+        if (i % 2 == 0) {
+            stopper = std::thread([&source, wait = std::chrono::microseconds(random() % 30'000)] {
+                std::this_thread::sleep_for(wait);
+                source.request_stop();
+            });
+        }
+        for (int question = 0; question < 4; ++question) {
+            // Pairs of threads ask the same: one of them may be stopped, the other must get its answer.
+            const std::string name =
+                "a" + std::to_string(i / 2) + "-" + std::to_string(question) + ".example";
+            const std::string found = outcome(resolver, name, source.get_token());
+            if (found == "yes") ++good;
+            if (found == "stopped") ++stopped;
+            EXPECT_TRUE(found == "yes" || (found == "stopped" && i % 2 == 0)) << found;
+        }
+        if (stopper.joinable()) stopper.join();
+    });
+    EXPECT_EQ(good + stopped, 800);
+    EXPECT_GE(good, 400);
+    EXPECT_LE(server.connections(), 2u);
+}
+
+}  // namespace
+}  // namespace quillmark::test
