@@ -148,9 +148,10 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.summary = summary(message);
     const std::string from = fromDomain(report.summary);
 
+    DeadlineResolver resolver(*m_resolver);
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body());
-    const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, *m_resolver, now, stop};
+    const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
     report.dkim = dkim(message, checker);
 
     report.spf = spf(message, report.summary, *m_resolver, stop);
