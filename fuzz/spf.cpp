@@ -1,0 +1,44 @@
+// Records, hosts and senders from the input. However they refer to each other, the number of lookups is
+// bounded and exactly one reason is given.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace {
+
+using namespace quillmark;
+
+/// Answers each question with the next line of the input; "!" fails, an empty line is no answer.
+struct InputResolver : DNSResolver {
+    std::string_view rest;
+    int questions = 0;
+    DNSAnswer lookup(std::string_view name, DNSRecordType, std::stop_token) override {
+        if (!isUTF8(name) || name.size() > 4096) std::abort();
+        ++questions;
+        const std::string_view line = takePiece(rest, '\n');
+        if (line == "!") throw DNSLookupError("no answer");
+        std::vector<std::string> data;
+        for (std::string_view texts = line; !texts.empty();)
+            data.push_back(repairedUTF8(takePiece(texts, '|')));
+        return DNSAnswer::records(std::move(data));
+    }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    InputResolver resolver;
+    resolver.rest = {reinterpret_cast<const char*>(data), size};
+    const auto address =
+        IPAddress::parse(takePiece(resolver.rest, '\n')).value_or(*IPAddress::parse("192.0.2.7"));
+    const std::string sender = repairedUTF8(takePiece(resolver.rest, '\n'));
+    const auto outcome = SPFEvaluator{resolver}.evaluate(address, "d.example", sender, "helo.example");
+    if (outcome.matched.has_value() == outcome.detail.has_value()) std::abort();
+    if (!isUTF8(outcome.matched.value_or("") + outcome.detail.value_or(""))) std::abort();
+    // A record at the top and at each counted term, or ten hosts and their MX answer in place of it.
+    if (resolver.questions > 1 + 10 * 11) std::abort();
+    return 0;
+}
