@@ -1,8 +1,8 @@
 #include "QuillmarkKit/AuthResults.h"
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -19,13 +19,27 @@ std::string_view takeStatement(std::string_view& rest) {
     return {};
 }
 
+/// A property as it stands in its statement.
+struct Property {
+    std::string name;
+    std::string_view value;
+};
+
 /// Of several properties with one name the last one stays.
-void sortAndKeepLast(TextMap& properties) {
-    std::ranges::stable_sort(properties, {},
-                             [](const auto& property) -> const std::string& { return property.first; });
-    const auto sameName = [](const auto& a, const auto& b) { return a.first == b.first; };
-    const auto kept = std::unique(properties.rbegin(), properties.rend(), sameName);
-    properties.erase(properties.begin(), kept.base());
+TextMap sortedMap(std::vector<Property> properties) {
+    std::ranges::sort(properties, [](const Property& a, const Property& b) {
+        const int order = a.name.compare(b.name);
+        return order != 0 ? order < 0 : a.value.data() < b.value.data();  // of equal names the earlier first
+    });
+    TextMap map;
+    for (Property& property : properties) {
+        if (!map.empty() && map.back().first == property.name) {
+            map.back().second = property.value;
+        } else {
+            map.emplace_back(std::move(property.name), property.value);
+        }
+    }
+    return map;
 }
 
 /// method [ "/" version ] "=" result *( blank name "=" value )
@@ -38,14 +52,14 @@ std::optional<AuthResults::Method> parsedMethod(std::string_view statement) {
     method.method = asciiLowered(takePiece(name, '/'));
     if (method.method.empty() || method.method == "none") return std::nullopt;
     method.result = asciiLowered(outcome.substr(equals + 1));
+    std::vector<Property> properties;
     for (std::string_view word = takeWord(statement, " \t"); !word.empty();
          word = takeWord(statement, " \t")) {
         const auto cut = word.find('=');
         if (cut == std::string_view::npos) continue;
-        method.properties.emplace_back(asciiLowered(word.substr(0, cut)),
-                                       trimmed(word.substr(cut + 1), "\""));
+        properties.push_back({asciiLowered(word.substr(0, cut)), trimmed(word.substr(cut + 1), "\"")});
     }
-    sortAndKeepLast(method.properties);
+    method.properties = sortedMap(std::move(properties));
     return method;
 }
 
