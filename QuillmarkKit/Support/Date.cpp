@@ -87,18 +87,39 @@ std::optional<Date> moment(int year, unsigned month, unsigned day, milliseconds 
     return Date(sys_days(date)) + timeOfDay - offset;
 }
 
+/// What follows a comma among the first five characters (a weekday), else `text`.
+std::string_view withoutWeekday(std::string_view text) {
+    std::string_view rest = text;
+    for (int i = 0; i < 5 && !rest.empty(); ++i) {
+        if (takeScalar(rest) == ',') return rest;
+    }
+    return text;
+}
+
+/// Takes the next word off the front of `rest`: words are separated by white space of any kind. One that is
+/// too long for a date is cut.
+std::string_view takeAnyWord(std::string_view& rest) {
+    rest = trimmed(rest);
+    std::string_view after = rest, next = rest;
+    while (!after.empty() && rest.size() - after.size() <= longestDate) {
+        takeScalar(next);
+        if (trimmed(after.substr(0, after.size() - next.size())).empty()) break;
+        after = next;
+    }
+    const std::string_view word = rest.substr(0, rest.size() - after.size());
+    rest = after;
+    return word;
+}
+
 }  // namespace
 
 std::optional<Date> parsedMailDate(std::string_view text) {
     const std::string uncommented = withoutComments(text);
-    std::string_view rest = trimmed(uncommented);
-    if (const auto comma = rest.substr(0, 5).find(','); comma != std::string_view::npos) {
-        rest = trimmed(rest.substr(comma + 1));
-    }
+    std::string_view rest = withoutWeekday(trimmed(uncommented));
     std::array<std::string_view, 5> words;  // day, month, year, time, zone
     std::size_t length = 0;
     for (std::string_view& word : words) {
-        word = takeWord(rest, " \t\r\n\v\f");
+        word = takeAnyWord(rest);
         length += word.size() + 1;
     }
     if (!trimmed(rest).empty() || length > longestDate) return std::nullopt;
@@ -164,7 +185,10 @@ std::string iso8601(Date date) {
     const auto day = static_cast<int>(dayOfYear - (153 * shiftedMonth + 2) / 5 + 1);
     const auto monthNumber = static_cast<int>(shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9);
     const std::int64_t year = yearOfEra + era * 400 + (monthNumber <= 2 ? 1 : 0);
-    const auto second = static_cast<int>(floor<seconds>(date - Date(days)).count());
+    // By remainders: the midnight before the first of all dates is out of range.
+    constexpr std::int64_t dayLength = milliseconds(std::chrono::days(1)).count();
+    const std::int64_t sinceMidnight = (date.time_since_epoch().count() % dayLength + dayLength) % dayLength;
+    const auto second = static_cast<int>(sinceMidnight / 1000);
     std::array<char, 48> text = {};
     std::snprintf(text.data(), text.size(), year >= 0 && year <= 9999 ? "%04lld" : "%+lld",
                   static_cast<long long>(year));

@@ -15,9 +15,9 @@ constexpr Date referenceDate{std::chrono::sys_days{std::chrono::January / 1 / 20
 
 /// The Date field of a message (RFC 5322, section 3.3), comments and an outer weekday allowed:
 /// "Tue, 13 Jan 2026 10:00:00 +0100 (CET)". Seconds may be missing; a year has four digits or more, or
-/// exactly two (00–49 is 20xx, 50–99 is 19xx); the zone is an offset or one of the North American names, GMT,
-/// UTC, UT, Z or GMT±h[:mm]. Month and zone names are matched without regard to case. Nothing when it is not
-/// a date that exists.
+/// exactly two (00–49 is 20xx, 50–99 is 19xx) when the seconds are there; the zone is an offset, or, behind a
+/// full year and seconds, one of the North American names, GMT, UTC, UT, Z or GMT±h[:mm]. Month and zone
+/// names are matched without regard to case. Nothing when it is not a date that exists.
 std::optional<Date> parsedMailDate(std::string_view text);
 
 /// An internet date-time (RFC 3339) with or without a fraction of a second; digits after the third are
