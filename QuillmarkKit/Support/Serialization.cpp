@@ -21,18 +21,34 @@ constexpr bool isHarmful(char32_t c) {
 /// The lead bytes of the characters above: all else is passed over quickly.
 constexpr bool mayBeginHarm(char c) { return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2'; }
 
+/// Whether lists and objects lie deeper in each other than we read. Exact as far as the text is JSON, which
+/// is as far as the parser goes.
+bool isTooDeep(std::string_view text) {
+    int depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > deepest) return true;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
     if (text.size() > sizeLimit) throw DecodingError("too large");
-    bool tooDeep = false;
-    // The callback sees every value before it is kept; beyond the bound all of them are dropped.
-    const auto keep = [&](int depth, JSON::parse_event_t, const JSON&) {
-        if (depth > deepest) tooDeep = true;
-        return !tooDeep;
-    };
-    JSON document = JSON::parse(text, keep, false);
-    if (tooDeep) throw DecodingError("nested too deep");
+    // Before the parser, which keeps some bytes for each level, however many there are.
+    if (isTooDeep(text)) throw DecodingError("nested too deep");
+    JSON document = JSON::parse(text, nullptr, false);
     if (document.is_discarded()) throw DecodingError("this is no JSON");
     return document;
 }

@@ -57,6 +57,13 @@ struct IsOptional : std::false_type {};
 template <typename T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 
+/// (Not by an initializer list: compilers differ in what a list inside a list means to a JSON value.)
+inline JSON oneKeyObject(const char* key, JSON value) {
+    JSON object = JSON::object();
+    object[key] = std::move(value);
+    return object;
+}
+
 template <typename T>
 JSON encode(const T& value) {
     if constexpr (std::same_as<T, Date>) {
@@ -74,13 +81,13 @@ JSON encode(const T& value) {
         for (const auto& element : value) list.push_back(encode(element));
         return list;
     } else if constexpr (Named<T>) {
-        if (namesOf(value).style == EnumStyle::object) return JSON{{nameOf(value), JSON::object()}};
+        if (namesOf(value).style == EnumStyle::object) return oneKeyObject(nameOf(value), JSON::object());
         return nameOf(value);
     } else if constexpr (Cased<T>) {
         constexpr auto names = casesOf(static_cast<const T*>(nullptr));
         static_assert(names.size() == std::variant_size_v<decltype(value.value)>, "one name for each case");
         return std::visit(
-            [&](const auto& values) { return JSON{{names[value.value.index()], encode(values)}}; },
+            [&](const auto& values) { return oneKeyObject(names[value.value.index()], encode(values)); },
             value.value);
     } else if constexpr (Keyed<T>) {
         JSON object = JSON::object();
@@ -114,6 +121,7 @@ public:
             if (!json.is_boolean()) fail("expected true or false");
             return json.get<bool>();
         } else if constexpr (std::integral<T>) {
+            static_assert(sizeof(T) < sizeof(std::int64_t) || std::is_signed_v<T>, "fits the wide one");
             return static_cast<T>(
                 integer(json, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
         } else if constexpr (std::same_as<T, Date>) {
@@ -205,7 +213,9 @@ private:
             const auto found = json.find(field.name);
             inside(field.name, [&] {
                 if constexpr (IsOptional<Member>::value) {
-                    if (found != json.end()) member = decoded<typename Member::value_type>(*found);
+                    if (found != json.end() && !found->is_null()) {
+                        member = decoded<typename Member::value_type>(*found);
+                    }
                 } else {
                     if (found != json.end()) {
                         member = decoded<Member>(*found);
