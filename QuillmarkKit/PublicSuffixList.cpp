@@ -90,8 +90,8 @@ PublicSuffixList PublicSuffixList::parse(std::string_view text) {
 }
 
 void PublicSuffixList::read(std::string_view text) {
-    // No rule has fewer than two bytes with its line end; most have far more.
-    m_slots.resize(std::bit_ceil(std::max<std::size_t>(text.size() / 4, 8)));
+    // A guess, for `add` makes room when it must: a line of the real list has some fifteen bytes.
+    m_slots.resize(std::bit_ceil(std::max<std::size_t>(text.size() / 8, 8)));
     while (!text.empty()) {
         std::string_view line = takeLine(text);
         line = line.substr(0, line.find(' '));
