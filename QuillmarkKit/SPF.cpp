@@ -18,7 +18,8 @@ constexpr int deepestRecord = 11;
 constexpr int mostLookups = 10;
 constexpr int mostVoidLookups = 2;
 constexpr std::size_t mostMXHosts = 10;
-// Longer than any name, and short enough that a record full of macros stays cheap.
+// In bytes, of a domain before and after its macros are replaced, and of a macro's value before it is cut:
+// longer than any name, and short enough that a record full of macros stays cheap.
 constexpr std::size_t longestExpansion = 4096;
 
 Outcome permerror(std::string detail) { return {SPFResult::permerror, std::nullopt, std::move(detail)}; }
@@ -307,6 +308,7 @@ Outcome Evaluation::redirect(std::string_view text, const std::string& domain, i
 /// A domain with its macros replaced (RFC 7208, section 7.1), lower-cased and without "." at both ends.
 /// Nothing when a macro is not valid, or the result is empty or too long.
 std::optional<std::string> Evaluation::expanded(std::string_view text, const std::string& domain) const {
+    if (text.size() > longestExpansion) return std::nullopt;
     std::string result;
     while (!text.empty()) {
         if (result.size() > longestExpansion) return std::nullopt;
@@ -366,7 +368,6 @@ std::optional<std::string> Evaluation::expandedMacro(std::string_view macro,
         default:
             return std::nullopt;
     }
-    // Before it is cut into pieces: a sender of megabytes would be, once for every macro of the record.
     if (value.size() > longestExpansion) return std::nullopt;
     return transformed(value, macro.substr(1));
 }

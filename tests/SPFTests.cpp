@@ -301,8 +301,9 @@ TEST(SPF, macros) {
         {"%a", "", "(bad)"},
         {"", "", "(bad)"},
         {".%{l1}", "a.@e.example", "(bad)"},
-        {std::string(4095, 'x') + "%%", "", std::string(4095, 'x') + "%"},
-        {std::string(4096, 'x') + "%%", "", "(bad)"},
+        {std::string(4094, 'x') + "%%", "", std::string(4094, 'x') + "%"},
+        {std::string(4095, 'x') + "%%", "", "(bad)"},
+        {"%{o}%{o}x", "a@" + std::string(2048, 'b'), "(bad)"},
         {"%{l1}x", std::string(4097, 'a') + ".b@e.example", "(bad)"},
     };
     for (const auto& row : rows) {
