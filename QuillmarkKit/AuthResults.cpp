@@ -72,6 +72,7 @@ AuthResults AuthResults::parse(std::string_view value, Kind kind) {
     if (kind == Kind::arc && startsWithIgnoringCase(server, "i=")) server = takeStatement(rest);
     AuthResults results;
     results.server = takeWord(server, " \t");
+    results.methods.reserve(static_cast<std::size_t>(std::ranges::count(rest, ';')) + (rest.empty() ? 0 : 1));
     for (std::string_view piece = takeStatement(rest); !piece.empty(); piece = takeStatement(rest)) {
         if (auto method = parsedMethod(piece)) results.methods.push_back(std::move(*method));
     }

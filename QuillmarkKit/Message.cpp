@@ -151,15 +151,20 @@ ByteBuffer Bytes::normalizedLineEnds(ByteBuffer bytes) {
     ByteBuffer normalized(bytes.size() + ends.lone);
     char* out = normalized.data();
     std::string_view rest = bytes.view();
+    // Where the next of each stands; most text has only one of the two, which is then looked for only once.
+    const auto ahead = [&](char c) { return std::min(rest.find(c), rest.size()); };
+    std::size_t nextReturn = ahead('\r'), nextFeed = ahead('\n');
     while (!rest.empty()) {
-        const auto plain = std::min(rest.find_first_of(lineEnd), rest.size());
+        const std::size_t plain = std::min(nextReturn, nextFeed);
         std::memcpy(out, rest.data(), plain);
         out += plain;
-        rest.remove_prefix(plain);
-        if (rest.empty()) break;
+        if (plain == rest.size()) break;
         *out++ = '\r';
         *out++ = '\n';
-        rest.remove_prefix(rest.starts_with(lineEnd) ? 2 : 1);
+        const std::size_t taken = plain + (rest.substr(plain).starts_with(lineEnd) ? 2 : 1);
+        rest.remove_prefix(taken);
+        nextReturn = nextReturn >= taken ? nextReturn - taken : ahead('\r');
+        nextFeed = nextFeed >= taken ? nextFeed - taken : ahead('\n');
     }
     normalized.setSize(static_cast<std::size_t>(out - normalized.data()));
     return normalized;

@@ -6,7 +6,7 @@
 
 namespace quillmark {
 
-std::string compactJSON(const ProofReport& report) { return compactText(encoded(report)); }
+std::string compactJSON(const ProofReport& report) { return encoded(report); }
 
 ProofReport reportFromJSON(std::string_view text) {
     return decoded<ProofReport>(parsedJSON(text, std::numeric_limits<std::size_t>::max()));

@@ -23,7 +23,11 @@ std::vector<MailAddress> addresses(const MailMessage& message, std::string_view 
     std::vector<MailAddress> list;
     for (const auto position : message.positions(name)) {
         auto more = MailAddress::parseList(message.headers()[position].value());
-        std::ranges::move(more, std::back_inserter(list));
+        if (list.empty()) {
+            list = std::move(more);
+        } else {
+            std::ranges::move(more, std::back_inserter(list));
+        }
     }
     return list;
 }

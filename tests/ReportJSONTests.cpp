@@ -117,7 +117,7 @@ TEST(ReportJSON, form) {
 }
 
 TEST(ReportJSON, faultsSayWhereTheyAre) {
-    const auto full = encoded(fullReport());
+    const auto full = JSON::parse(encoded(fullReport()));
     const struct {
         const char *pointer, *value;  ///< what is put there; null takes it away
         const char* fault;

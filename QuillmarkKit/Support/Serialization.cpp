@@ -12,14 +12,14 @@ namespace {
 /// No document of ours is nested half as deep.
 constexpr int deepest = 64;
 
-/// Whether a terminal could do something else with it than show it. (dump() escapes what lies below U+0020.)
+/// Whether a terminal could do something else with it than show it.
 constexpr bool isHarmful(char32_t c) {
-    return (c >= 0x7F && c <= 0x9F) || c == 0x061C || c == 0x200E || c == 0x200F ||
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x061C || c == 0x200E || c == 0x200F ||
            (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
 }
 
-/// The lead bytes of the characters above: all else is passed over quickly.
-constexpr bool mayBeginHarm(char c) { return c == '\x7F' || c == '\xC2' || c == '\xD8' || c == '\xE2'; }
+/// Printable ASCII that stands for itself in a JSON text.
+constexpr bool isPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
 
 /// Whether lists and objects lie deeper in each other than we read. Exact as far as the text is JSON, which
 /// is as far as the parser goes.
@@ -53,31 +53,52 @@ JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
     return document;
 }
 
-std::string compactText(const JSON& json) {
-    const std::string raw = json.dump(-1, ' ', false, JSON::error_handler_t::replace);
-    std::string text;
-    text.reserve(raw.size());
-    std::string_view rest = raw;
-    while (!rest.empty()) {
+namespace serialization {
+
+void Encoder::writeText(std::string_view text) {
+    m_text += '"';
+    while (!text.empty()) {
         std::size_t plain = 0;
-        while (plain < rest.size() && !mayBeginHarm(rest[plain])) ++plain;
-        text += rest.substr(0, plain);
-        rest.remove_prefix(plain);
-        if (rest.empty()) break;
-        const std::string_view before = rest;
-        const char32_t scalar = takeScalar(rest);
-        if (isHarmful(scalar)) {
+        while (plain < text.size() && isPlain(text[plain])) ++plain;
+        m_text += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
+        const char32_t scalar = takeScalar(text);
+        if (scalar == '"' || scalar == '\\') {
+            m_text += '\\';
+            m_text += static_cast<char>(scalar);
+        } else if (isHarmful(scalar)) {
             std::array<char, 8> escape = {};
             std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(scalar));
-            text += escape.data();
+            m_text += escape.data();
         } else {
-            text += before.substr(0, before.size() - rest.size());
+            appendUTF8(m_text, scalar);
         }
     }
-    return text;
+    m_text += '"';
 }
 
-namespace serialization {
+void Encoder::writeDate(Date date) {
+    const std::int64_t milliseconds = (date - referenceDate).count();
+    if (milliseconds < 0) m_text += '-';
+    const auto magnitude = milliseconds < 0 ? 0 - static_cast<std::uint64_t>(milliseconds)
+                                            : static_cast<std::uint64_t>(milliseconds);
+    m_text += std::to_string(magnitude / 1000);
+    if (magnitude % 1000 == 0) return;
+    std::string fraction = std::to_string(1000 + magnitude % 1000);
+    fraction[0] = '.';
+    while (fraction.ends_with('0')) fraction.pop_back();
+    m_text += fraction;
+}
+
+void Encoder::writeTextMap(const TextMap& map) {
+    m_text += '{';
+    for (const auto& [key, text] : map) {
+        beginField(key);
+        writeText(text);
+    }
+    m_text += '}';
+}
 
 void Decoder::fail(const std::string& what) const {
     throw DecodingError(m_path.empty() ? what : m_path + ": " + what);

@@ -3,6 +3,8 @@
 // Included by .cpp files only: it brings in the JSON library, of which this and Serialization.cpp are the
 // home.
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <concepts>
 #include <cstdint>
@@ -32,10 +34,6 @@ using JSON = nlohmann::json;
 /// members with one name the last counts. Throws `DecodingError`.
 JSON parsedJSON(std::string_view text, std::size_t sizeLimit);
 
-/// One line of JSON, keys sorted. Bytes that are not UTF-8 become U+FFFD; control characters, line separators
-/// and bidirectional controls are escaped, so that showing the text on a terminal does no harm.
-std::string compactText(const JSON& json);
-
 /// What decoding does with a member that is missing though it is not optional.
 enum class MissingMembers { fail, keepDefault };
 
@@ -57,55 +55,112 @@ struct IsOptional : std::false_type {};
 template <typename T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 
-/// (Not by an initializer list: compilers differ in what a list inside a list means to a JSON value.)
-inline JSON oneKeyObject(const char* key, JSON value) {
-    JSON object = JSON::object();
-    object[key] = std::move(value);
-    return object;
+/// The positions of a type's fields in the order of their names.
+template <typename T>
+constexpr auto sortedFields() {
+    const auto names = std::apply(
+        [](const auto&... field) { return std::array<std::string_view, sizeof...(field)>{field.name...}; },
+        fieldsOf(static_cast<const T*>(nullptr)));
+    std::array<std::size_t, names.size()> order = {};
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::ranges::sort(order, {}, [&](std::size_t i) { return names[i]; });
+    return order;
 }
 
-template <typename T>
-JSON encode(const T& value) {
-    if constexpr (std::same_as<T, Date>) {
-        const std::int64_t milliseconds = (value - referenceDate).count();
-        if (milliseconds % 1000 == 0) return milliseconds / 1000;
-        return static_cast<double>(milliseconds) / 1000;
-    } else if constexpr (std::same_as<T, UUID>) {
-        return value.text();
-    } else if constexpr (std::same_as<T, TextMap>) {
-        JSON object = JSON::object();
-        for (const auto& [key, text] : value) object[key] = text;
-        return object;
-    } else if constexpr (IsList<T>::value) {
-        JSON list = JSON::array();
-        for (const auto& element : value) list.push_back(encode(element));
-        return list;
-    } else if constexpr (Named<T>) {
-        if (namesOf(value).style == EnumStyle::object) return oneKeyObject(nameOf(value), JSON::object());
-        return nameOf(value);
-    } else if constexpr (Cased<T>) {
+/// Writes values as JSON text straight from their tables: a tree in between would take a hundred bytes for
+/// each of the millions of values that a hostile message can make.
+class Encoder {
+public:
+    explicit Encoder(std::string& text) : m_text(text) {}
+
+    template <typename T>
+    void write(const T& value) {
+        if constexpr (std::same_as<T, std::string>) {
+            writeText(value);
+        } else if constexpr (std::same_as<T, bool>) {
+            m_text += value ? "true" : "false";
+        } else if constexpr (std::integral<T>) {
+            m_text += std::to_string(value);
+        } else if constexpr (std::same_as<T, Date>) {
+            writeDate(value);
+        } else if constexpr (std::same_as<T, UUID>) {
+            writeText(value.text());
+        } else if constexpr (std::same_as<T, TextMap>) {
+            writeTextMap(value);
+        } else if constexpr (IsList<T>::value) {
+            writeList(value);
+        } else if constexpr (Named<T>) {
+            writeEnumerator(value);
+        } else if constexpr (Cased<T>) {
+            writeCase(value);
+        } else {
+            static_assert(Keyed<T>, "a type that describes itself");
+            writeFields(value, std::make_index_sequence<sortedFields<T>().size()>());
+        }
+    }
+
+private:
+    void writeText(std::string_view text);
+    void writeDate(Date date);
+    void writeTextMap(const TextMap& map);
+
+    template <typename Element>
+    void writeList(const std::vector<Element>& list) {
+        m_text += '[';
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            if (i > 0) m_text += ',';
+            write(list[i]);
+        }
+        m_text += ']';
+    }
+
+    template <typename Enum>
+    void writeEnumerator(Enum value) {
+        const bool isObject = namesOf(value).style == EnumStyle::object;
+        if (isObject) m_text += '{';
+        writeText(nameOf(value));
+        if (isObject) m_text += ":{}}";
+    }
+
+    template <typename T>
+    void writeCase(const T& value) {
         constexpr auto names = casesOf(static_cast<const T*>(nullptr));
         static_assert(names.size() == std::variant_size_v<decltype(value.value)>, "one name for each case");
-        return std::visit(
-            [&](const auto& values) { return oneKeyObject(names[value.value.index()], encode(values)); },
-            value.value);
-    } else if constexpr (Keyed<T>) {
-        JSON object = JSON::object();
-        const auto add = [&](const auto& field) {
-            const auto& member = value.*field.member;
-            if constexpr (IsOptional<std::remove_cvref_t<decltype(member)>>::value) {
-                if (member) object[field.name] = encode(*member);
-            } else {
-                object[field.name] = encode(member);
-            }
-        };
-        std::apply([&](const auto&... field) { (add(field), ...); },
-                   fieldsOf(static_cast<const T*>(nullptr)));
-        return object;
-    } else {
-        return value;
+        m_text += '{';
+        writeText(names[value.value.index()]);
+        m_text += ':';
+        std::visit([&](const auto& values) { write(values); }, value.value);
+        m_text += '}';
     }
-}
+
+    template <typename T, std::size_t... indices>
+    void writeFields(const T& value, std::index_sequence<indices...>) {
+        [[maybe_unused]] constexpr auto order = sortedFields<T>();
+        m_text += '{';
+        (writeField(value, std::get<order[indices]>(fieldsOf(static_cast<const T*>(nullptr)))), ...);
+        m_text += '}';
+    }
+
+    template <typename T, typename Field>
+    void writeField(const T& value, const Field& field) {
+        const auto& member = value.*field.member;
+        if constexpr (IsOptional<std::remove_cvref_t<decltype(member)>>::value) {
+            if (!member) return;
+            beginField(field.name);
+            write(*member);
+        } else {
+            beginField(field.name);
+            write(member);
+        }
+    }
+    void beginField(std::string_view name) {
+        if (m_text.back() != '{') m_text += ',';
+        writeText(name);
+        m_text += ':';
+    }
+
+    std::string& m_text;
+};
 
 /// Reads one value, keeping the path to where it is.
 class Decoder {
@@ -237,9 +292,13 @@ private:
 
 }  // namespace serialization
 
+/// One line of JSON, keys sorted. Bytes that are not UTF-8 become U+FFFD; control characters, line separators
+/// and bidirectional controls are escaped, so that showing the text on a terminal does no harm.
 template <typename T>
-JSON encoded(const T& value) {
-    return serialization::encode(value);
+std::string encoded(const T& value) {
+    std::string text;
+    serialization::Encoder(text).write(value);
+    return text;
 }
 
 /// Throws `DecodingError` with the path to the fault.
