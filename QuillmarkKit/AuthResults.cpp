@@ -19,24 +19,25 @@ std::string_view takeStatement(std::string_view& rest) {
     return {};
 }
 
-/// A property as it stands in its statement.
+/// A property as it stands in its statement: views of the text.
 struct Property {
-    std::string name;
-    std::string_view value;
+    std::string_view name, value;
 };
 
 /// Of several properties with one name the last one stays.
 TextMap sortedMap(std::vector<Property> properties) {
-    std::ranges::sort(properties, [](const Property& a, const Property& b) {
-        const int order = a.name.compare(b.name);
-        return order != 0 ? order < 0 : a.value.data() < b.value.data();  // of equal names the earlier first
-    });
+    const auto before = [](const Property& a, const Property& b) {
+        const int order = compareIgnoringCase(a.name, b.name);
+        return order != 0 ? order < 0 : a.name.data() < b.name.data();  // of equal names the earlier first
+    };
+    if (!std::ranges::is_sorted(properties, before)) std::ranges::sort(properties, before);
     TextMap map;
-    for (Property& property : properties) {
-        if (!map.empty() && map.back().first == property.name) {
+    for (const Property& property : properties) {
+        std::string name = asciiLowered(property.name);
+        if (!map.empty() && map.back().first == name) {
             map.back().second = property.value;
         } else {
-            map.emplace_back(std::move(property.name), property.value);
+            map.emplace_back(std::move(name), property.value);
         }
     }
     return map;
@@ -57,7 +58,7 @@ std::optional<AuthResults::Method> parsedMethod(std::string_view statement) {
          word = takeWord(statement, " \t")) {
         const auto cut = word.find('=');
         if (cut == std::string_view::npos) continue;
-        properties.push_back({asciiLowered(word.substr(0, cut)), trimmed(word.substr(cut + 1), "\"")});
+        properties.push_back({word.substr(0, cut), trimmed(word.substr(cut + 1), "\"")});
     }
     method.properties = sortedMap(std::move(properties));
     return method;

@@ -176,14 +176,17 @@ std::string_view HeaderField::valueBytes() const {
 }
 
 std::string HeaderField::value() const {
-    const std::string_view bytes = valueBytes();
+    std::string_view rest = valueBytes();
     std::string unfolded;
-    unfolded.reserve(bytes.size());
-    for (const char c : bytes) {
-        if (c != '\r' && c != '\n') unfolded += c;
+    unfolded.reserve(rest.size());
+    while (!rest.empty()) {
+        const auto plain = std::min(rest.find_first_of(lineEnd), rest.size());
+        unfolded += rest.substr(0, plain);
+        rest.remove_prefix(std::min(plain + 1, rest.size()));
     }
-    const std::string text = decodedText(unfolded);
-    return std::string(trimmed(text));
+    if (!isUTF8(unfolded)) unfolded = decodedText(unfolded);
+    const std::string_view value = trimmed(unfolded);
+    return value.size() == unfolded.size() ? std::move(unfolded) : std::string(value);
 }
 
 MailMessage MailMessage::parse(ByteBuffer bytes, ParseMode mode) {

@@ -94,7 +94,9 @@ void Encoder::writeDate(Date date) {
 void Encoder::writeTextMap(const TextMap& map) {
     m_text += '{';
     for (const auto& [key, text] : map) {
-        beginField(key);
+        if (m_text.back() != '{') m_text += ',';
+        writeText(key);
+        m_text += ':';
         writeText(text);
     }
     m_text += '}';

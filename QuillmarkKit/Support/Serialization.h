@@ -117,9 +117,9 @@ private:
     template <typename Enum>
     void writeEnumerator(Enum value) {
         const bool isObject = namesOf(value).style == EnumStyle::object;
-        if (isObject) m_text += '{';
-        writeText(nameOf(value));
-        if (isObject) m_text += ":{}}";
+        m_text += isObject ? "{\"" : "\"";
+        m_text += nameOf(value);
+        m_text += isObject ? "\":{}}" : "\"";
     }
 
     template <typename T>
@@ -127,8 +127,7 @@ private:
         constexpr auto names = casesOf(static_cast<const T*>(nullptr));
         static_assert(names.size() == std::variant_size_v<decltype(value.value)>, "one name for each case");
         m_text += '{';
-        writeText(names[value.value.index()]);
-        m_text += ':';
+        beginField(names[value.value.index()]);
         std::visit([&](const auto& values) { write(values); }, value.value);
         m_text += '}';
     }
@@ -153,10 +152,11 @@ private:
             write(member);
         }
     }
+    /// A field's name is plain ASCII.
     void beginField(std::string_view name) {
-        if (m_text.back() != '{') m_text += ',';
-        writeText(name);
-        m_text += ':';
+        m_text += m_text.back() == '{' ? "\"" : ",\"";
+        m_text += name;
+        m_text += "\":";
     }
 
     std::string& m_text;
