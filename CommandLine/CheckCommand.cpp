@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -14,8 +15,10 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
+#include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "Wording/Wording.h"
@@ -24,18 +27,27 @@ namespace quillmark {
 
 namespace {
 
+constexpr std::size_t networkWorkers = 64;  // nearly all of whom wait for answers
 constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
 constexpr std::string_view standardInput = "-";
 
-/// Stands where there is no network: no lookup has an answer.
-class OfflineResolver : public DNSResolver {
-public:
-    DNSAnswer lookup(std::string_view, DNSRecordType, std::stop_token) override {
-        throw DNSLookupError("no resolver answered");
+/// The value of the first of the variables that is set, else empty.
+std::string environment(std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        if (const char* value = std::getenv(name)) return value;
     }
-};
+    return {};
+}
+
+/// HTTPS by way of the proxy that the environment names, if it names one.
+std::shared_ptr<HTTP> network() {
+    HTTPOptions options;
+    options.proxy = environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
+    options.noProxy = environment({"no_proxy", "NO_PROXY"});
+    return std::make_shared<HTTPEngine>(std::move(options));
+}
 
 /// What a file is called in its report: the last component of its path. Standard input and pasted text have
 /// no name.
@@ -86,7 +98,8 @@ Sources sources(const CheckCommand& command) {
         sources.resolver = std::make_shared<StaticResolver>(
             std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors));
     } else {
-        sources.resolver = std::make_shared<OfflineResolver>();
+        sources.resolver = std::make_shared<DoHResolver>(network());
+        sources.workers = networkWorkers;
     }
     if (command.registrationsFile && command.domainAge) {
         sources.registry =

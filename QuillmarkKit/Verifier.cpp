@@ -158,8 +158,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
     report.dkim = dkim(message, checker);
 
-    report.spf = spf(message, report.summary, *m_resolver, stop);
-    report.dmarc = dmarc(from, report.dkim, report.spf, *m_resolver, m_suffixes, stop);
+    report.spf = spf(message, report.summary, resolver, stop);
+    report.dmarc = dmarc(from, report.dkim, report.spf, resolver, m_suffixes, stop);
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
     report.domainAge.domain = m_suffixes.organizationalDomain(from);
