@@ -179,7 +179,7 @@ TestServer::~TestServer() {
         m_isEnding = true;
         for (const int socket : m_sockets) ::shutdown(socket, SHUT_RDWR);
     }
-    m_changed.notify_all();
+    m_ending.notify_all();
     ::shutdown(m_listener, SHUT_RDWR);
     m_threads.front().join();  // which alone adds to the others
     for (std::size_t i = 1; i < m_threads.size(); ++i) m_threads[i].join();
@@ -198,7 +198,7 @@ std::vector<std::string> TestServer::requests() const {
 
 bool TestServer::waitForRequests(std::size_t count) const {
     std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_requests.size() >= count; });
+    return m_requested.wait_for(lock, std::chrono::seconds(10), [&] { return m_requests.size() >= count; });
 }
 
 std::size_t TestServer::connections() const {
@@ -262,7 +262,7 @@ void TestServer::speak(SSL* connection, int socket) {
             const std::lock_guard lock(m_mutex);
             m_requests.push_back(head);
         }
-        m_changed.notify_all();
+        m_requested.notify_all();
         const auto begin = head.find(' ') + 1;
         if (!send(connection, socket, m_answer(head.substr(begin, head.find(' ', begin) - begin)))) return;
     }
@@ -323,7 +323,7 @@ bool TestServer::send(SSL* connection, int socket, const Reply& reply) {
 /// Waits; false when the server ends.
 bool TestServer::pause(std::chrono::milliseconds time) {
     std::unique_lock lock(m_mutex);
-    return !m_changed.wait_for(lock, time, [&] { return m_isEnding; });
+    return !m_ending.wait_for(lock, time, [&] { return m_isEnding; });
 }
 
 int unusedPort() {

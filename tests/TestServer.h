@@ -101,7 +101,7 @@ private:
     SSL_CTX* m_context;
     int m_listener, m_port;
     mutable std::mutex m_mutex;
-    mutable std::condition_variable m_changed;
+    mutable std::condition_variable m_requested, m_ending;
     bool m_isEnding = false;
     std::vector<std::string> m_requests;
     std::set<int> m_sockets;
