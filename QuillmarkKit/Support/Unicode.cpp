@@ -32,32 +32,45 @@ struct Close {
 };
 using Converter = std::unique_ptr<UConverter, Close>;
 
-/// Names that ICU knows are bounded by its own table; of those that nobody knows so many are remembered.
-constexpr std::size_t mostUnknownNames = 1000;
-
-/// Whether a converter's name is one that mail may use: an IANA or a MIME name.
-bool isStandardName(const std::string& name) {
-    UErrorCode known = U_ZERO_ERROR;
-    if (ucnv_countAliases(name.c_str(), &known) == 0) return false;
-    for (const char* standard : {"IANA", "MIME"}) {
-        UErrorCode error = U_ZERO_ERROR;
-        if (ucnv_getCanonicalName(name.c_str(), standard, &error) && U_SUCCESS(error)) return true;
+/// What ICU calls the character set that has this IANA or MIME name, or null. Its tables hold a few hundred,
+/// but it passes over hyphens, underscores and leading zeros, so each has names without number.
+const char* canonicalName(const std::string& name) {
+    for (const char* const same : {"GB2312", "GBK"}) {
+        // Both names are widely used for text of the larger set.
+        if (ucnv_compareNames(name.c_str(), same) == 0) return "gb18030";
     }
-    return false;
+    for (const char* const standard : {"IANA", "MIME"}) {
+        UErrorCode error = U_ZERO_ERROR;
+        const char* const canonical = ucnv_getCanonicalName(name.c_str(), standard, &error);
+        if (canonical && U_SUCCESS(error)) return canonical;
+    }
+    return nullptr;
 }
 
-/// An open converter that stops at anything invalid; null for an unknown name.
-Converter opened(const std::string& lowerName) {
-    // Both names are widely used for text of the larger set.
-    const std::string name = lowerName == "gb2312" || lowerName == "gbk" ? "gb18030" : lowerName;
-    if (!isStandardName(name)) return nullptr;
+/// An open converter that stops at anything invalid; null when there is none.
+Converter opened(const std::string& canonicalName) {
     UErrorCode error = U_ZERO_ERROR;
-    Converter converter(ucnv_open(name.c_str(), &error));
+    Converter converter(ucnv_open(canonicalName.c_str(), &error));
     ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
     return U_SUCCESS(error) ? std::move(converter) : nullptr;
 }
 
+/// Whether text in HZ (RFC 1843) ends inside a character or an escape: ICU says nothing and drops what is
+/// left.
+bool endsInsideHZ(std::string_view bytes) {
+    bool isDoubleByte = false;
+    while (!bytes.empty()) {
+        const std::size_t length = bytes.front() == '~' || isDoubleByte ? 2 : 1;
+        if (bytes.size() < length) return true;
+        if (bytes.starts_with("~{")) isDoubleByte = true;
+        if (bytes.starts_with("~}")) isDoubleByte = false;
+        bytes.remove_prefix(length);
+    }
+    return false;
+}
+
 std::optional<std::string> converted(UConverter& converter, std::string_view bytes) {
+    if (ucnv_getType(&converter) == UCNV_HZ && endsInsideHZ(bytes)) return std::nullopt;
     UErrorCode error = U_ZERO_ERROR;
     ucnv_reset(&converter);
     std::u16string wide(bytes.size() + 16, u'\0');
@@ -80,9 +93,20 @@ std::optional<std::string> converted(UConverter& converter, std::string_view byt
 }  // namespace
 
 struct CharsetDecoder::Converters {
-    std::map<std::string, Converter, std::less<>> byName = {};  // null: an unknown name
-    std::size_t unknown = 0;
+    std::map<std::string, Converter, std::less<>> byCanonicalName = {};
+    std::string lastName = {};  // most texts use one, which then is looked up once
+    UConverter* last = nullptr;
+
+    UConverter* find(const std::string& name);
 };
+
+UConverter* CharsetDecoder::Converters::find(const std::string& name) {
+    const char* const canonical = canonicalName(name);
+    if (!canonical) return nullptr;
+    const auto [entry, isNew] = byCanonicalName.try_emplace(canonical);
+    if (isNew) entry->second = opened(entry->first);
+    return entry->second.get();
+}
 
 CharsetDecoder::CharsetDecoder() : m_converters(std::make_unique<Converters>()) {}
 CharsetDecoder::~CharsetDecoder() = default;
@@ -90,16 +114,13 @@ CharsetDecoder::~CharsetDecoder() = default;
 std::optional<std::string> CharsetDecoder::decode(std::string_view charset, std::string_view bytes) {
     const auto asUTF8 = [&] { return isUTF8(bytes) ? std::optional(std::string(bytes)) : std::nullopt; };
     constexpr std::size_t longestName = 60;  // ICU's own bound; a longer name is nobody's
-    if (charset.size() >= longestName || equalsIgnoringCase(charset, "utf-8")) return asUTF8();
-    const std::string name = asciiLowered(charset);
-    auto found = m_converters->byName.find(name);
-    if (found == m_converters->byName.end()) {
-        Converter converter = opened(name);
-        if (!converter && m_converters->unknown == mostUnknownNames) return asUTF8();
-        if (!converter) ++m_converters->unknown;
-        found = m_converters->byName.emplace(name, std::move(converter)).first;
+    const bool mayBeKnown = charset.size() < longestName && charset.find('\0') == std::string_view::npos;
+    if (!mayBeKnown || equalsIgnoringCase(charset, "utf-8")) return asUTF8();
+    if (charset != m_converters->lastName) {
+        m_converters->lastName = charset;
+        m_converters->last = m_converters->find(m_converters->lastName);
     }
-    return found->second ? converted(*found->second, bytes) : asUTF8();
+    return m_converters->last ? converted(*m_converters->last, bytes) : asUTF8();
 }
 
 }  // namespace quillmark

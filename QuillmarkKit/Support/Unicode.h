@@ -14,8 +14,9 @@ std::string unicodeLowered(std::string_view text);
 /// The Unicode property Alphabetic.
 bool isAlphabetic(char32_t scalar);
 
-/// Decodes bytes by the name of their character set. It keeps an open converter for each name it met, so a
-/// text with a million encoded words opens one; not safe from several threads at once.
+/// Decodes bytes by the name of their character set. It keeps one open converter for each character set it
+/// met, whatever the spelling, so a text with a million encoded words opens few; not safe from several
+/// threads at once.
 class CharsetDecoder {
 public:
     CharsetDecoder();
