@@ -54,9 +54,10 @@ std::optional<std::string> decodedWord(CharsetDecoder& decoder, std::string_view
     return decoder.decode(name.empty() ? "utf-8" : name, *bytes);
 }
 
-/// The text between double quotes, if it stands between two, with each \" made a plain quote.
+/// The text between double quotes, if it begins and ends with one, with each \" made a plain quote. Of a
+/// quote alone nothing is left.
 std::string unquoted(std::string text) {
-    if (text.size() < 2 || text.front() != '"' || text.back() != '"') return text;
+    if (text.empty() || text.front() != '"' || text.back() != '"') return text;
     std::string plain;
     plain.reserve(text.size());
     for (std::size_t i = 1; i + 1 < text.size(); ++i) {
@@ -92,13 +93,10 @@ std::optional<std::string> unlessEmpty(std::string text) {
     return text.empty() ? std::nullopt : std::optional(std::move(text));
 }
 
-}  // namespace
-
-std::string EncodedWords::decode(std::string_view text) {
+std::string decodedWords(CharsetDecoder& decoder, std::string_view text) {
     std::string decoded;
     std::size_t end = 0;  // of the last word
     bool first = true;
-    CharsetDecoder decoder;
     re2::StringPiece parts[4];
     while (text.find("=?", end) != std::string_view::npos &&
            encodedWord().Match(text, end, text.size(), RE2::UNANCHORED, parts, 4)) {
@@ -114,18 +112,7 @@ std::string EncodedWords::decode(std::string_view text) {
     return decoded;
 }
 
-std::vector<MailAddress> MailAddress::parseList(std::string_view value) {
-    std::vector<MailAddress> list;
-    // Room for as many as there can be costs nothing until it is used; growing would hold everything twice.
-    const auto separators = std::ranges::count_if(value, [](char c) { return c == ',' || c == ';'; });
-    list.reserve(static_cast<std::size_t>(separators) + 1);
-    while (!value.empty()) {
-        if (auto address = parse(takeEntry(value))) list.push_back(std::move(*address));
-    }
-    return list;
-}
-
-std::optional<MailAddress> MailAddress::parse(std::string_view entry) {
+std::optional<MailAddress> parsedEntry(CharsetDecoder& decoder, std::string_view entry) {
     entry = trimmedBlanks(entry);
     const auto colon = entry.find(':');
     if (colon != std::string_view::npos &&
@@ -136,7 +123,7 @@ std::optional<MailAddress> MailAddress::parse(std::string_view entry) {
 
     const auto open = entry.rfind('<'), close = entry.rfind('>');
     if (open != std::string_view::npos && close != std::string_view::npos && close > open) {
-        return MailAddress{unlessEmpty(unquoted(EncodedWords::decode(trimmedBlanks(entry.substr(0, open))))),
+        return MailAddress{unlessEmpty(unquoted(decodedWords(decoder, trimmedBlanks(entry.substr(0, open))))),
                            std::string(trimmedBlanks(entry.substr(open + 1, close - open - 1)))};
     }
     const auto comment = entry.find('('), commentEnd = entry.rfind(')');
@@ -144,12 +131,41 @@ std::optional<MailAddress> MailAddress::parse(std::string_view entry) {
     if (comment != std::string_view::npos && commentEnd != std::string_view::npos && commentEnd > comment) {
         address.address = trimmedBlanks(entry.substr(0, comment));
         address.displayName =
-            unlessEmpty(EncodedWords::decode(entry.substr(comment + 1, commentEnd - comment - 1)));
+            unlessEmpty(decodedWords(decoder, entry.substr(comment + 1, commentEnd - comment - 1)));
     } else {
         address.address = entry;
     }
     if (address.address.find('@') == std::string::npos) return std::nullopt;
     return address;
+}
+
+}  // namespace
+
+std::string EncodedWords::decode(std::string_view text) {
+    CharsetDecoder decoder;
+    return decodedWords(decoder, text);
+}
+
+std::vector<MailAddress> MailAddress::parseList(std::string_view value) {
+    // Growing would hold a hostile list twice; room for more than there can be might not be granted. An
+    // address has a separator or the end behind it, and a "@" or a "<" in it.
+    std::size_t separators = 0, marks = 0;
+    for (const char c : value) {
+        separators += c == ',' || c == ';';
+        marks += c == '@' || c == '<';
+    }
+    std::vector<MailAddress> list;
+    list.reserve(std::min(separators + 1, marks));
+    CharsetDecoder decoder;
+    while (!value.empty()) {
+        if (auto address = parsedEntry(decoder, takeEntry(value))) list.push_back(std::move(*address));
+    }
+    return list;
+}
+
+std::optional<MailAddress> MailAddress::parse(std::string_view entry) {
+    CharsetDecoder decoder;
+    return parsedEntry(decoder, entry);
 }
 
 std::string MailAddress::domainPart(std::string_view address) {
