@@ -1,0 +1,48 @@
+// Input: the value of an address field. Every address is trimmed and stands in the value, and a list written
+// out in plain form is read back as it was.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "QuillmarkKit/Addresses.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace {
+
+using namespace quillmark;
+
+void require(bool holds) {
+    if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string value = repairedUTF8({reinterpret_cast<const char*>(data), size});
+    const auto list = MailAddress::parseList(value);
+    std::string plain;
+    std::vector<MailAddress> expected;
+    std::size_t at = 0;
+    for (const MailAddress& entry : list) {
+        require(entry.address == trimmedBlanks(entry.address));
+        require(!entry.displayName || !entry.displayName->empty());
+        require(!entry.displayName || isUTF8(*entry.displayName));
+        at = value.find(entry.address, at);  // in the order of the field
+        require(at != std::string::npos);
+        at += entry.address.size();
+
+        const std::string domain = MailAddress::domainPart(entry.address);
+        require(isUTF8(domain) && domain == trimmed(domain, ".>"));
+        require(domain.empty() || entry.address.find('@') != std::string::npos);
+
+        if (entry.address.find_first_of("<>\"()") != std::string::npos) continue;
+        plain += "<" + entry.address + ">, ";
+        expected.push_back({std::nullopt, entry.address});
+    }
+    require(MailAddress::parseList(plain) == expected);
+    require(MailAddress::parseList(plain + value).size() == expected.size() + list.size());
+    return 0;
+}
