@@ -29,6 +29,7 @@ TEST(Addresses, parseList) {
         {"<a@x> <b@y>", {{"<a@x>", "b@y"}}},
         {"a@b > <", {{std::nullopt, "a@b > <"}}},
         {"a@b (x, y); c@d", {{"x, y", "a@b"}, {std::nullopt, "c@d"}}},
+        {"a@b>, c@d", {{std::nullopt, "a@b>"}, {std::nullopt, "c@d"}}},
         {"a@b), c@d", {{std::nullopt, "a@b)"}, {std::nullopt, "c@d"}}},
         {"(open a@b, c@d", {{std::nullopt, "(open a@b, c@d"}}},
         {"=?utf-8?q?J=C3=BCrgen?= <j@x>", {{"Jürgen", "j@x"}}},
