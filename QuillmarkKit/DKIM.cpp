@@ -195,6 +195,8 @@ bool Check::bodyFits() {
     if (m_result.bodyLength) limit = static_cast<std::uint64_t>(*m_result.bodyLength);
     const auto& hash = m_checker.bodyHashes->hash(m_canonicalization.body, hashAlgorithm(m_algorithm), limit,
                                                   m_checker.stop);
+    if (m_checker.stop.stop_requested())
+        return end(Status::lookupFailed, "stopped");  // the hash is of a part
     m_result.bodyChecked = true;
     if (limit && *limit > hash.canonicalLength) {
         return end(Status::bodyChanged, "l=" + std::to_string(*limit) + " is longer than the body");

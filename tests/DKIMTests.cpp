@@ -269,6 +269,20 @@ TEST(DKIM, linesThatAReaderReliesOn) {
     EXPECT_EQ(uncovered("Content-Type: t\r\n", "h=from:to:subject; l=0"), Names{"Content-Type"});
 }
 
+TEST(DKIM, aStoppedCheckAccusesNobody) {
+    const auto message =
+        MailMessage::parse(signedMessage(plain, {.canonicalization = "simple/simple"}, rsaKey()));
+    StaticResolver resolver(answers({keyRecord(rsaKey())}));
+    BodyHashes hashes(*message.body());
+    std::stop_source stop;
+    stop.request_stop();
+    const SignatureChecker checker{message, &hashes, resolver, now, stop.get_token()};
+    const auto result = checker.check(message.headers().front());
+    EXPECT_EQ(result.status, Status::lookupFailed);
+    EXPECT_EQ(result.detail, "stopped");
+    EXPECT_FALSE(result.bodyChecked);
+}
+
 TEST(DKIM, ofAForwarder) {
     const auto records = answers({keyRecord(rsaKey()) + "; t=s"});
     const std::string message = signedMessage(
