@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -139,18 +141,30 @@ int CheckCommand::run() const {
     const auto work = [&] {
         while (const auto number = run.take()) {
             const std::string& file = files[*number];
+            const auto refuse = [&](std::string reason) {
+                const Refusal refusal{Refusal::Unreadable{std::move(reason)}};
+                run.finish(*number, {.problem = problemLine(refusal, reportName(*this, file))});
+            };
             try {
                 run.reserve(*number, expectedSize(file));
                 run.finish(*number, checked(*this, verifier, from.now, file));
-            } catch (const std::exception& error) {  // of memory there may be too little
-                const Refusal refusal{Refusal::Unreadable{error.what()}};
-                run.finish(*number, {.problem = problemLine(refusal, reportName(*this, file))});
+            } catch (const std::bad_alloc&) {
+                refuse(std::generic_category().message(ENOMEM));
+            } catch (const std::exception& error) {
+                refuse(error.what());
             }
         }
     };
     std::vector<std::jthread> threads;
     threads.reserve(workers);
-    for (std::size_t i = 0; i < workers; ++i) threads.emplace_back(work);
+    try {
+        while (threads.size() < workers) threads.emplace_back(work);
+    } catch (const std::system_error& error) {  // fewer will do, where the system allows no more
+        if (threads.empty()) {
+            writeProblem("The check couldn’t be started: " + error.code().message());
+            return 1;
+        }
+    }
 
     int status = 0;
     bool first = true;

@@ -72,6 +72,8 @@ JSON parsed(const std::string& path) {
         document = JSON::parse(file);
     } catch (const JSON::exception&) {
         throw AnswersFileError("this is no JSON");
+    } catch (const std::ios_base::failure& error) {  // of a directory, for one
+        throw AnswersFileError(error.code().message());
     }
     if (!document.is_object()) throw AnswersFileError("expected a JSON object");
     return document;
@@ -87,15 +89,22 @@ void read(const JSON& document, const char* member, JSON::value_t type,
     use(*found);
 }
 
+/// What `use` makes of the document in a file; its faults are told with the file's name.
+template <typename Use>
+auto fromFile(const std::string& path, Use use) {
+    try {
+        return use(parsed(path));
+    } catch (const AnswersFileError& error) {
+        throw AnswersFileError("“" + path + "” can’t be used: " + error.what());
+    }
+}
+
 bool isAnswersFile(const JSON& document) {
     return document.contains("answers") ||
            (document.contains("registrations") && !document["registrations"].contains("error"));
 }
 
-}  // namespace
-
-FixedAnswers FixedAnswers::read(const std::string& path) {
-    const JSON document = parsed(path);
+FixedAnswers fixedAnswers(const JSON& document) {
     if (!document.contains("answers")) throw AnswersFileError("the member \"answers\" is missing");
     FixedAnswers fixed;
     const auto member = [&](const char* name, JSON::value_t type, const auto& use) {
@@ -120,13 +129,20 @@ FixedAnswers FixedAnswers::read(const std::string& path) {
     return fixed;
 }
 
-StaticRegistry::Entries FixedAnswers::readRegistrations(const std::string& path) {
-    const JSON document = parsed(path);
+StaticRegistry::Entries allRegistrations(const JSON& document) {
     if (!isAnswersFile(document)) return registrationDates(document);
     StaticRegistry::Entries entries;
     quillmark::read(document, "registrations", JSON::value_t::object,
                     [&](const JSON& object) { entries = registrationDates(object); });
     return entries;
+}
+
+}  // namespace
+
+FixedAnswers FixedAnswers::read(const std::string& path) { return fromFile(path, fixedAnswers); }
+
+StaticRegistry::Entries FixedAnswers::readRegistrations(const std::string& path) {
+    return fromFile(path, allRegistrations);
 }
 
 }  // namespace quillmark

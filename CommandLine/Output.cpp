@@ -1,5 +1,6 @@
 #include "CommandLine/Output.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -39,6 +40,13 @@ bool writeOutput(std::string_view bytes) {
 void writeProblem(std::string_view message) {
     writeAll(STDERR_FILENO,
              "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
+}
+
+void occupyStandardDescriptors() {
+    // The wrong way round, so that using one still fails. Each takes the lowest free number, its own.
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(number, F_GETFD) < 0) open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
 }
 
 void endOnSignals() {

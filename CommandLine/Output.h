@@ -12,6 +12,10 @@ bool writeOutput(std::string_view bytes);
 /// text that somebody else wrote.
 void writeProblem(std::string_view message);
 
+/// Sees to it that no file or connection gets the number of a standard stream that was closed when the
+/// program started: it would be read, or written into, in its place. Before any file is opened.
+void occupyStandardDescriptors();
+
 /// From now on SIGINT and SIGTERM end the process at once with 128 and the signal's number, but never in the
 /// middle of a report. Before any other thread starts.
 void endOnSignals();

@@ -36,8 +36,8 @@ void addCheck(CLI::App& app, CheckCommand& check) {
 }
 
 /// The arguments after the program's name, in the reverse order that the parser wants. It would take "[a,b]"
-/// for a list, and allows "--" in few places; the same file under a name that begins with "./" is beyond
-/// doubt.
+/// for a list and "++" for the end of the command, and allows "--" in few places; the same file under a name
+/// that begins with "./" is beyond doubt.
 std::vector<std::string> arguments(int count, char** values) {
     std::vector<std::string> list;
     bool optionsEnded = false;
@@ -47,9 +47,10 @@ std::vector<std::string> arguments(int count, char** values) {
             optionsEnded = true;
             continue;
         }
+        const bool looksLikeEnd = argument == "++";
         const bool looksLikeList = argument.starts_with('[') && argument.ends_with(']');
         const bool looksLikeOption = optionsEnded && argument.starts_with('-') && argument != "-";
-        list.push_back(looksLikeList || looksLikeOption ? "./" + argument : argument);
+        list.push_back(looksLikeEnd || looksLikeList || looksLikeOption ? "./" + argument : argument);
     }
     std::ranges::reverse(list);
     return list;
@@ -58,6 +59,7 @@ std::vector<std::string> arguments(int count, char** values) {
 }  // namespace
 
 int main(int count, char** values) {
+    quillmark::occupyStandardDescriptors();
     CLI::App app(description, "quillmark");
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION);
     app.require_subcommand(1);

@@ -139,7 +139,9 @@ TEST(CommandLine, usage) {
         {{"check", "-", "-"}, 2},
         {{"check", mail, "--at", "yesterday"}, 2},
         {{"check", mail, "--dns"}, 2},
+        {{"check", "++"}, 1},
         {{"check", mail, "--dns", folder / "missing"}, 2},
+        {{"check", mail, "--dns", folder / "."}, 2},
         {{"check", mail, "--dns", folder.write("bad.json", "{")}, 2},
         {{"check", mail, "--dns", folder.write("list.json", "[]")}, 2},
         {{"check", mail, "--dns", folder.write("key.json", R"({"answers":{"x":[]}})")}, 2},
@@ -154,6 +156,9 @@ TEST(CommandLine, usage) {
         EXPECT_EQ(std::ranges::count(result.problems, '\n'), row.status == 0 ? 0 : 1) << result.problems;
         EXPECT_EQ(result.output.empty(), row.status != 0);
     }
+    const std::string missing = folder / "missing";
+    EXPECT_EQ(run({"check", mail, "--dns", missing}).problems,
+              "quillmark: “" + missing + "” can’t be used: No such file or directory\n");
 }
 
 TEST(CommandLine, inputsThatCannotBeRead) {
@@ -281,6 +286,26 @@ TEST(CommandLine, interruptedAndCutOff) {
     EXPECT_EQ(ended(full), 1);
     EXPECT_EQ(contents(folder / "err"),
               "quillmark: The reports couldn’t be written: No space left on device\n");
+}
+
+TEST(CommandLine, noFileStandsInForAClosedStream) {
+    const Folder folder;
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})");
+    const std::string mail = folder.write("mail", plain);
+    fs::resize_file(mail, 40'000'000);  // it is read for as long as standard input is
+    const auto inShell = [&](const std::string& arguments) {
+        const std::string command = std::string(QUILLMARK_PROGRAM) + " check --json --dns " + dns +
+                                    arguments + " 2>" + (folder / "err");
+        const int status = std::system(command.c_str());
+        return Ended{WEXITSTATUS(status), contents(folder / "out"), contents(folder / "err")};
+    };
+    const Ended input = inShell(" " + mail + " - <&- >" + (folder / "out"));
+    EXPECT_EQ(input.status, 1);
+    EXPECT_EQ(input.problems, "quillmark: The input couldn’t be read: Bad file descriptor\n");
+    EXPECT_EQ(reports(input.output).size(), 1u);
+    const Ended output = inShell(" " + mail + " >&-");
+    EXPECT_EQ(output.status, 1);
+    EXPECT_EQ(output.problems, "quillmark: The reports couldn’t be written: Bad file descriptor\n");
 }
 
 TEST(CommandLine, nothingInAMessageReachesTheTerminalRaw) {
