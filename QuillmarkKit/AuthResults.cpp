@@ -73,7 +73,9 @@ AuthResults AuthResults::parse(std::string_view value, Kind kind) {
     if (kind == Kind::arc && startsWithIgnoringCase(server, "i=")) server = takeStatement(rest);
     AuthResults results;
     results.server = takeWord(server, " \t");
-    results.methods.reserve(static_cast<std::size_t>(std::ranges::count(rest, ';')) + (rest.empty() ? 0 : 1));
+    // Growing would hold a hostile list twice; room for more than there can be might not be granted.
+    results.methods.reserve(
+        static_cast<std::size_t>(std::min(std::ranges::count(rest, ';') + 1, std::ranges::count(rest, '='))));
     for (std::string_view piece = takeStatement(rest); !piece.empty(); piece = takeStatement(rest)) {
         if (auto method = parsedMethod(piece)) results.methods.push_back(std::move(*method));
     }

@@ -35,6 +35,12 @@ TEST(AuthResults, parse) {
     }
 }
 
+TEST(AuthResults, noRoomForStatementsThatAreNone) {
+    const auto results = AuthResults::parse("mx" + std::string(10'000, ';') + "dkim=pass");
+    EXPECT_EQ(results.methods.size(), 1u);
+    EXPECT_LT(results.methods.capacity(), 10u);
+}
+
 TEST(AuthResults, manyPropertiesStayCheap) {
     std::string value = "mx; dkim=pass";
     for (int i = 0; i < 200'000; ++i) value += " a" + std::to_string(i % 1000) + "=" + std::to_string(i);
