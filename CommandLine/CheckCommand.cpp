@@ -196,12 +196,19 @@ void addSignature(std::string& text, const DKIMResult& signature) {
                 " bytes of the body. The " + std::to_string(*signature.unsignedBodyBytes) +
                 " bytes after them could have been added by anyone.\n";
     }
-    if (!signature.unsignedImportant.empty()) {
-        text += "      Not covered by it: ";
-        for (const std::string& name : signature.unsignedImportant) {
-            text += (&name == signature.unsignedImportant.data() ? "" : ", ") + name;
+    std::string uncovered;
+    for (const std::string& name : signature.unsignedImportant) {
+        const bool isCovered = std::ranges::any_of(
+            signature.signedHeaders, [&](const std::string& s) { return equalsIgnoringCase(s, name); });
+        if (isCovered) {  // some of them, from the bottom up, whereas a reader is shown the topmost
+            text += "      The message has more " + name +
+                    " lines than it covers; the one shown may have been added later.\n";
+        } else {
+            uncovered += (uncovered.empty() ? "" : ", ") + name;
         }
-        text += ". These lines could have been changed or added.\n";
+    }
+    if (!uncovered.empty()) {
+        text += "      Not covered by it: " + uncovered + ". These lines could have been changed or added.\n";
     }
 }
 

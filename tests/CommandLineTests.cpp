@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "CommandLine/CheckCommand.h"
+
 extern char** environ;
 
 namespace quillmark {
@@ -286,6 +288,24 @@ TEST(CommandLine, interruptedAndCutOff) {
     EXPECT_EQ(ended(full), 1);
     EXPECT_EQ(contents(folder / "err"),
               "quillmark: The reports couldn’t be written: No space left on device\n");
+}
+
+TEST(CommandLine, whatASignatureLeavesOpenIsSaid) {
+    ProofReport report;
+    report.dkim.push_back({.status = DKIMResult::Status::pass,
+                           .signedHeaders = {"from", "SUBJECT"},
+                           .bodyLength = 3,
+                           .unsignedBodyBytes = 7,
+                           .unsignedImportant = {"Subject", "To", "Reply-To"}});
+    const std::string text = shortSummary(report);
+    for (const std::string_view line :
+         {"      It covers only the first 3 bytes of the body. The 7 bytes after them could have been added "
+          "by anyone.\n",
+          "      The message has more Subject lines than it covers; the one shown may have been added "
+          "later.\n",
+          "      Not covered by it: To, Reply-To. These lines could have been changed or added.\n"}) {
+        EXPECT_NE(text.find(line), std::string::npos) << text;
+    }
 }
 
 TEST(CommandLine, noFileStandsInForAClosedStream) {
