@@ -1,0 +1,42 @@
+// Key records and the DER inside them: views stay inside, and no key is taken that must not be used.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+#include <variant>
+
+#include "QuillmarkKit/DKIMKeys.h"
+
+using namespace quillmark;
+
+namespace {
+
+void checkKey(std::string_view bytes) {
+    const std::string_view inner = rsaKeyBytes(bytes);
+    if (inner.data() < bytes.data() || inner.data() + inner.size() > bytes.data() + bytes.size())
+        std::abort();
+    const auto key = RSAPublicKey::fromPKCS1(inner);
+    if (!key) return;
+    if (key->blockSize() < 1 || key->blockSize() > 2048) std::abort();
+    // Zero opens to zero, which is no padded digest.
+    const std::string digest = hash(HashAlgorithm::sha256, "x");
+    if (key->verify(HashAlgorithm::sha256, digest, std::string(key->blockSize(), '\0'))) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    checkKey(text);
+    const auto parsed = DKIMKeyRecord::parse(text);
+    const auto* record = std::get_if<DKIMKeyRecord>(&parsed);
+    if (!record) return 0;
+    if (record->publicKey.empty()) std::abort();
+    checkKey(record->publicKey);
+    for (const auto algorithm :
+         {SignatureAlgorithm::rsaSHA256, SignatureAlgorithm::rsaSHA1, SignatureAlgorithm::ed25519SHA256}) {
+        const auto outcome = verifySignature("x", hash(hashAlgorithm(algorithm), "x"), algorithm, *record);
+        if (std::holds_alternative<Verified>(outcome)) std::abort();
+    }
+    return 0;
+}
