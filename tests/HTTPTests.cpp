@@ -219,7 +219,8 @@ TEST(HTTP, sharesAConnectionOverHTTP2) {
         for (int i = 0; i < 3; ++i) good += http.get(request, {}).body == "text" ? 1 : 0;
     });
     EXPECT_EQ(good, 600);
-    EXPECT_LE(server.connections(), 2u);
+    // Two at a time; on a busy machine the host's other address is tried as well and given up.
+    EXPECT_LE(server.connections(), 4u);
     EXPECT_EQ(outcome(http, {.url = root + "/none"}), "404");
 }
 
