@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <unordered_map>
 
@@ -12,6 +13,22 @@ namespace quillmark {
 namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
+
+// Eight bytes at a time: a word holds them in memory order, a mask has the highest bit of each that is meant.
+constexpr std::uint64_t ones = 0x0101010101010101, highBits = 0x80 * ones;
+
+std::uint64_t wordAt(const char* bytes) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+/// A mask of the bytes of `word` that are `byte`.
+constexpr std::uint64_t bytesEqual(std::uint64_t word, char byte) {
+    constexpr std::uint64_t low = ~highBits;
+    const std::uint64_t difference = word ^ static_cast<unsigned char>(byte) * ones;
+    return ~(((difference & low) + low) | difference | low);
+}
 
 /// Gathers small pieces in front of a sink; large ones pass where they lie.
 class Gathering {
@@ -37,6 +54,23 @@ public:
         if (m_used == m_buffer.size()) flush();
         m_buffer[m_used++] = byte;
         ++m_count;
+    }
+    /// Adds those of eight bytes, in memory order, whose highest bit is set in `kept`.
+    void add(std::uint64_t word, std::uint64_t kept) {
+        if (m_buffer.size() - m_used < sizeof word) flush();
+        const std::size_t before = m_used;
+        if (kept == highBits) {
+            std::memcpy(m_buffer.data() + m_used, &word, sizeof word);
+            m_used += sizeof word;
+        } else {
+            const auto bytes = std::bit_cast<std::array<char, sizeof word>>(word);
+            const auto flags = std::bit_cast<std::array<unsigned char, sizeof word>>(kept);
+            for (std::size_t i = 0; i < sizeof word; ++i) {
+                m_buffer[m_used] = bytes[i];  // overwritten by the next byte if it is not kept
+                m_used += static_cast<std::size_t>(flags[i] >> 7);
+            }
+        }
+        m_count += m_used - before;
     }
     void flush() {
         if (m_used > 0) m_sink.add({m_buffer.data(), m_used});
@@ -65,8 +99,9 @@ std::string_view withoutEmptyLinesAtEnd(std::string_view body, Canonicalization 
 
 /// How much is looked at, and handed over, in one go: it stays in the processor's cache between the two.
 constexpr std::size_t stretch = 64 * 1024;
-/// How much is taken through the buffer when anything in it must change.
-constexpr std::size_t block = 256;
+/// How much is taken through the buffer when anything in it must change: less than a line, so that a line
+/// with one change passes where it lies but for that place.
+constexpr std::size_t block = 32;
 
 /// Whether a tab, or a blank before another, a tab or a CR, stands in `block` bytes. Reads one byte more.
 /// Written without a branch, so that the compiler makes it sixteen bytes at a time.
@@ -84,18 +119,27 @@ bool mustChange(const char* bytes) {
     return found != 0;
 }
 
-/// Relaxes from `at` to at least `end`: up to the end of the run of blanks that stands there. The text does
-/// not end in a blank. Returns where it stopped.
-std::size_t relax(std::string_view text, std::size_t at, std::size_t end, Gathering& out) {
-    while (at < end) {
-        if (!isBlank(text[at])) {
-            out.add(text[at++]);
-            continue;
-        }
-        while (isBlank(text[at])) ++at;
-        if (text.substr(at, 2) != lineEnd) out.add(' ');
+/// Relaxes from `at` to `end`, of a text that does not end in a blank. Every blank goes but the last of its
+/// run, and that one too in front of a line end: what follows a byte decides, so that words need no memory of
+/// each other, however many changes they hold.
+void relax(std::string_view text, std::size_t at, std::size_t end, Gathering& out) {
+    for (; at + sizeof(std::uint64_t) <= end && text.size() - at >= sizeof(std::uint64_t) + 2;
+         at += sizeof(std::uint64_t)) {
+        const char* const bytes = text.data() + at;
+        const std::uint64_t word = wordAt(bytes), next = wordAt(bytes + 1), afterNext = wordAt(bytes + 2);
+        const std::uint64_t tabs = bytesEqual(word, '\t');
+        const std::uint64_t blankFollows = bytesEqual(next, ' ') | bytesEqual(next, '\t');
+        const std::uint64_t lineEndFollows = bytesEqual(next, '\r') & bytesEqual(afterNext, '\n');
+        const std::uint64_t dropped = (bytesEqual(word, ' ') | tabs) & (blankFollows | lineEndFollows);
+        out.add(word ^ (tabs >> 7) * ('\t' ^ ' '), highBits ^ dropped);
     }
-    return at;
+    for (; at < end; ++at) {
+        if (!isBlank(text[at])) {
+            out.add(text[at]);
+        } else if (!isBlank(text[at + 1]) && text.substr(at + 1, 2) != lineEnd) {
+            out.add(' ');
+        }
+    }
 }
 
 void relaxBody(std::string_view text, Gathering& out, const std::stop_token& stop) {
@@ -105,7 +149,11 @@ void relaxBody(std::string_view text, Gathering& out, const std::stop_token& sto
         const std::size_t end = std::min(begin + stretch, text.size());
         while (at + block < text.size() && at < end && !mustChange(text.data() + at)) at += block;
         out.add(text.substr(begin, at - begin));
-        if (at < end) at = relax(text, at, std::min(at + block, text.size()), out);
+        if (at < end) {
+            const std::size_t changedEnd = std::min(at + block, text.size());
+            relax(text, at, changedEnd, out);
+            at = changedEnd;
+        }
         sinceLook += at - begin;
         if (sinceLook < (std::size_t{1} << 20)) continue;
         if (stop.stop_requested()) return;

@@ -87,7 +87,9 @@ TEST(Canonicalization, body) {
 /// block.
 TEST(Canonicalization, agreesWithTheReference) {
     std::mt19937 random(1);
-    const std::string_view pieces[] = {" ", "\t", "\r\n", "\r", "\n", "a", "bc", "  \r\n", " \t "};
+    // The last three look like blanks, tabs and line ends to a mask that is off by a bit.
+    const std::string_view pieces[] = {" ",  "\t",     "\r\n", "\r", "\n",       "a",
+                                       "bc", "  \r\n", " \t ", " !", "\x0C\x08", "\xA0\x89\x8D\x8A"};
     for (int round = 0; round < 300; ++round) {
         std::string body;
         const std::size_t length = round < 250 ? random() % 1200 : random() % 200'000;
