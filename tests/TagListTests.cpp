@@ -17,6 +17,9 @@ TEST(TagList, parse) {
         {"v=1; V=2; a=; a=", "v", "1", "v"},    // the first value stays, the first repetition is told
         {"b=1; a=1; a=2; b=2", "b", "1", "a"},
         {"a=1; b=1; b=2; b=3; a=2", "a", "1", "b"},
+        {"abcdefgh2=2; ABCDEFGH1=1; abcdefgh=0; Abcdefgh2=3", "abcdefgh2", "2", "abcdefgh2"},
+        {"abcdefgh1=1; abcdefgh=0; abcdefg=x", "abcdefgh", "0"},
+        {"\xC3\xA9=1; e=2; z=3", "\xC3\xA9", "1"},
         {" ; nothing; =value", "nothing", std::nullopt},
         {"; ;", "", std::nullopt},
         {"\u00A0d\u2003=\u3000x\u00A0", "d", "x"},
