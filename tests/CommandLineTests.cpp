@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "CommandLine/CheckCommand.h"
+#include "tests/TestSigner.h"
 
 extern char** environ;
 
@@ -122,6 +123,40 @@ TEST(CommandLine, samplesGiveTheirExpectedReports) {
         EXPECT_EQ(report[0], JSON::parse(contents(base.string() + ".report.json"))) << report[0].dump(4);
     }
     EXPECT_GE(count, 2u);
+}
+
+/// With this configuration the openssl program itself refuses SHA-1.
+TEST(CommandLine, noPolicyOfTheMachineChangesAVerdict) {
+    const Folder folder;
+    const auto rsa = test::PrivateKey::rsa(1024);
+    const auto ed25519 = test::PrivateKey::ed25519();
+    const auto message = [&](const test::PrivateKey& key, SignatureAlgorithm algorithm) {
+        return folder.write(nameOf(algorithm), test::signedMessage(plain, {.algorithm = algorithm}, key));
+    };
+    const auto answers = [&](const std::string& name, const std::string& record) {
+        const JSON table = {{"key._domainkey.example.org|TXT", {record}}};
+        return folder.write(name, JSON{{"answers", table}}.dump());
+    };
+    const std::string rsaAnswers = answers("rsa.json", test::keyRecord(rsa));
+    const struct {
+        std::string answers, message;
+    } rows[] = {
+        {rsaAnswers, message(rsa, SignatureAlgorithm::rsaSHA256)},
+        {rsaAnswers, message(rsa, SignatureAlgorithm::rsaSHA1)},
+        {answers("ed25519.json", test::keyRecord(ed25519, "ed25519")),
+         message(ed25519, SignatureAlgorithm::ed25519SHA256)},
+    };
+    const std::string policy = folder.write("openssl.cnf",
+                                            "openssl_conf = all\n[all]\nalg_section = algorithms\n"
+                                            "[algorithms]\ndefault_properties = fips=yes\n");
+    setenv("OPENSSL_CONF", policy.c_str(), 1);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.message);
+        const Ended checked = run({"check", "--json", "--dns", row.answers, row.message});
+        EXPECT_EQ(checked.status, 0);
+        EXPECT_EQ(reports(checked.output).at(0)["verdict"]["kind"], "verified") << checked.output;
+    }
+    unsetenv("OPENSSL_CONF");
 }
 
 TEST(CommandLine, usage) {
