@@ -113,6 +113,12 @@ std::string withoutWhitespace(std::string_view text) {
     std::string kept;
     kept.reserve(text.size());
     while (!text.empty()) {
+        // Nearly all of it is base64: printable ASCII without blanks goes in one piece.
+        const auto isPlain = [](char c) { return c > ' ' && c < '\x7F'; };
+        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
+        kept += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) break;
         const Decoded front = decodedFront(text);
         const std::size_t length = std::max<std::size_t>(front.length, 1);
         if (front.length == 0 || !isWhitespace(front.scalar)) kept += text.substr(0, length);
