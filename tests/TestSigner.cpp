@@ -1,6 +1,7 @@
 #include "tests/TestSigner.h"
 
 #include <openssl/evp.h>
+#include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
@@ -54,6 +55,13 @@ PrivateKey PrivateKey::ed25519() {
     return key;
 }
 
+PrivateKey PrivateKey::p256() {
+    PrivateKey key;
+    key.m_key = std::shared_ptr<void>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
+                                      [](void* old) { EVP_PKEY_free(static_cast<EVP_PKEY*>(old)); });
+    return key;
+}
+
 std::string PrivateKey::publicKey() const {
     if (EVP_PKEY_get_base_id(raw(m_key)) == EVP_PKEY_RSA) return der(i2d_PUBKEY, raw(m_key));
     std::string bytes(32, '\0');
@@ -63,6 +71,20 @@ std::string PrivateKey::publicKey() const {
 }
 
 std::string PrivateKey::publicPKCS1() const { return der(i2d_PublicKey, raw(m_key)); }
+
+std::string PrivateKey::pem(PEM form) const {
+    const std::unique_ptr<BIO, decltype(&BIO_free_all)> stream(BIO_new(BIO_s_mem()), BIO_free_all);
+    const auto* cipher = form == PEM::encrypted ? EVP_aes_128_cbc() : nullptr;
+    const bool made = form == PEM::traditional
+                          ? PEM_write_bio_PrivateKey_traditional(stream.get(), raw(m_key), nullptr, nullptr,
+                                                                 0, nullptr, nullptr) == 1
+                          : PEM_write_bio_PKCS8PrivateKey(stream.get(), raw(m_key), cipher, "password", 8,
+                                                          nullptr, nullptr) == 1;
+    if (!made) throw std::runtime_error("no PEM");
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(stream.get(), &bytes);
+    return {bytes, static_cast<std::size_t>(size)};
+}
 
 std::string PrivateKey::signature(SignatureAlgorithm algorithm, std::string_view digest) const {
     std::string bytes(2048, '\0');

@@ -16,11 +16,16 @@ public:
     /// A new key; an exponent of 65537.
     static PrivateKey rsa(unsigned bits);
     static PrivateKey ed25519();
+    /// On a curve that no signature uses.
+    static PrivateKey p256();
 
     /// What stands in `p=`: a SubjectPublicKeyInfo for RSA, the raw key for Ed25519.
     std::string publicKey() const;
     /// The bare PKCS#1 form of an RSA key.
     std::string publicPKCS1() const;
+    enum class PEM { pkcs8, traditional, encrypted };
+    /// The key itself; "traditional" is PKCS#1 for RSA. The password is "password".
+    std::string pem(PEM form) const;
     /// Signs a digest as the algorithm does.
     std::string signature(SignatureAlgorithm algorithm, std::string_view digest) const;
 

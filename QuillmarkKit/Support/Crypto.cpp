@@ -2,8 +2,12 @@
 
 #include <openssl/bn.h>
 #include <openssl/evp.h>
+#include <openssl/pem.h>
 #include <openssl/provider.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
 
+#include <algorithm>
 #include <array>
 #include <new>
 #include <utility>
@@ -24,6 +28,8 @@ struct Release {
 using Bignum = std::unique_ptr<BIGNUM, Release<BN_free>>;
 using BignumContext = std::unique_ptr<BN_CTX, Release<BN_CTX_free>>;
 using PKey = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;
+using PKeyContext = std::unique_ptr<EVP_PKEY_CTX, Release<EVP_PKEY_CTX_free>>;
+using ByteStream = std::unique_ptr<BIO, Release<BIO_free_all>>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>>;
 
 /// What is fetched once. Never freed: threads may verify until the process ends.
@@ -171,6 +177,100 @@ std::optional<bool> verifyEd25519(std::string_view publicKey, std::string_view m
     }
     return EVP_DigestVerify(context.get(), bytesOf(signature), signature.size(), bytesOf(message),
                             message.size()) == 1;
+}
+
+struct SigningKey::Key {
+    PKey pkey;
+};
+
+namespace {
+
+/// A key that is asked for a password has none: nobody is there to type it.
+int noPassword(char*, int, int, void*) { return -1; }
+
+unsigned char* bytesOf(std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); }
+
+std::optional<std::string> signRSA(EVP_PKEY* key, std::string_view digest) {
+    const PKeyContext context(EVP_PKEY_CTX_new_from_pkey(library().context, key, nullptr));
+    std::string signature(static_cast<std::size_t>(EVP_PKEY_get_size(key)), '\0');
+    std::size_t size = signature.size();
+    if (!context || EVP_PKEY_sign_init(context.get()) != 1 ||
+        EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) != 1 ||
+        EVP_PKEY_CTX_set_signature_md(context.get(), library().sha256) != 1 ||
+        EVP_PKEY_sign(context.get(), bytesOf(signature), &size, bytesOf(digest), digest.size()) != 1) {
+        return std::nullopt;
+    }
+    return signature;
+}
+
+std::optional<std::string> signEd25519(EVP_PKEY* key, std::string_view message) {
+    const DigestContext context(EVP_MD_CTX_new());
+    std::string signature(64, '\0');
+    std::size_t size = signature.size();
+    if (!context ||
+        EVP_DigestSignInit_ex(context.get(), nullptr, nullptr, library().context, nullptr, key, nullptr) !=
+            1 ||
+        EVP_DigestSign(context.get(), bytesOf(signature), &size, bytesOf(message), message.size()) != 1) {
+        return std::nullopt;
+    }
+    return signature;
+}
+
+}  // namespace
+
+std::optional<SigningKey> SigningKey::newRSA(unsigned bits) {
+    PKey key(EVP_PKEY_Q_keygen(library().context, nullptr, "RSA", std::size_t{bits}));
+    if (!key) return std::nullopt;
+    return SigningKey(std::make_shared<const Key>(Key{std::move(key)}));
+}
+
+std::optional<SigningKey> SigningKey::newEd25519() {
+    PKey key(EVP_PKEY_Q_keygen(library().context, nullptr, "ED25519"));
+    if (!key) return std::nullopt;
+    return SigningKey(std::make_shared<const Key>(Key{std::move(key)}));
+}
+
+std::optional<SigningKey> SigningKey::fromPEM(std::string_view pem) {
+    constexpr std::size_t mostBytes = 1'000'000;
+    const ByteStream stream(BIO_new_mem_buf(pem.data(), static_cast<int>(std::min(pem.size(), mostBytes))));
+    PKey key(
+        PEM_read_bio_PrivateKey_ex(stream.get(), nullptr, noPassword, nullptr, library().context, nullptr));
+    if (!key || (!EVP_PKEY_is_a(key.get(), "RSA") && !EVP_PKEY_is_a(key.get(), "ED25519")))
+        return std::nullopt;
+    return SigningKey(std::make_shared<const Key>(Key{std::move(key)}));
+}
+
+SigningKey::Type SigningKey::type() const {
+    return EVP_PKEY_is_a(m_key->pkey.get(), "RSA") ? Type::rsa : Type::ed25519;
+}
+
+std::string SigningKey::pem() const {
+    const ByteStream stream(BIO_new(BIO_s_mem()));
+    if (!stream || PEM_write_bio_PKCS8PrivateKey(stream.get(), m_key->pkey.get(), nullptr, nullptr, 0,
+                                                 nullptr, nullptr) != 1) {
+        throw std::bad_alloc();
+    }
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(stream.get(), &bytes);
+    return {bytes, static_cast<std::size_t>(size)};
+}
+
+std::string SigningKey::publicKey() const {
+    if (type() == Type::ed25519) {
+        std::string raw(32, '\0');
+        std::size_t size = raw.size();
+        EVP_PKEY_get_raw_public_key(m_key->pkey.get(), bytesOf(raw), &size);
+        return raw;
+    }
+    std::string der(static_cast<std::size_t>(std::max(i2d_PUBKEY(m_key->pkey.get(), nullptr), 0)), '\0');
+    unsigned char* end = bytesOf(der);
+    i2d_PUBKEY(m_key->pkey.get(), &end);
+    return der;
+}
+
+std::optional<std::string> SigningKey::sign(std::string_view sha256Digest) const {
+    EVP_PKEY* key = m_key->pkey.get();
+    return type() == Type::rsa ? signRSA(key, sha256Digest) : signEd25519(key, sha256Digest);
 }
 
 }  // namespace quillmark

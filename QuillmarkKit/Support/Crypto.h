@@ -60,4 +60,33 @@ private:
 std::optional<bool> verifyEd25519(std::string_view publicKey, std::string_view message,
                                   std::string_view signature);
 
+/// A private key to sign with: RSA, or Ed25519 (RFC 8032). Copies share it. Safe from many threads at once.
+class SigningKey {
+public:
+    enum class Type { rsa, ed25519 };
+
+    /// A new key with a modulus of `bits` bits and the exponent 65537. Nothing when the library refuses the
+    /// size or has no random numbers.
+    static std::optional<SigningKey> newRSA(unsigned bits);
+    static std::optional<SigningKey> newEd25519();
+    /// The first private key of a PEM text: PKCS#8 (RFC 5958) or PKCS#1 (RFC 8017, appendix A.1.2). Nothing
+    /// when there is none, when it is encrypted or of another type.
+    static std::optional<SigningKey> fromPEM(std::string_view pem);
+
+    Type type() const;
+    /// The key itself as PEM, PKCS#8. Whoever holds it can sign.
+    std::string pem() const;
+    /// The public half: a DER SubjectPublicKeyInfo (RFC 5280, section 4.1.2.7) for RSA, 32 raw bytes for
+    /// Ed25519.
+    std::string publicKey() const;
+    /// RSASSA-PKCS1-v1_5 of a message given by its SHA-256 digest; with Ed25519 the digest itself is what is
+    /// signed. Nothing when the key cannot: a modulus too small for the digest.
+    std::optional<std::string> sign(std::string_view sha256Digest) const;
+
+private:
+    struct Key;
+    explicit SigningKey(std::shared_ptr<const Key> key) : m_key(std::move(key)) {}
+    std::shared_ptr<const Key> m_key;
+};
+
 }  // namespace quillmark
