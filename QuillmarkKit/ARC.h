@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <optional>
+#include <span>
 #include <string>
 #include <tuple>
 #include <variant>
@@ -67,5 +69,40 @@ constexpr auto fieldsOf(const ARCFinding*) {
     using T = ARCFinding;
     return std::tuple{Field{"status", &T::status}, Field{"detail", &T::detail}, Field{"hops", &T::hops}};
 }
+
+/// A chain may not have more sets (RFC 8617, section 4.2.1).
+constexpr int mostARCSets = 50;
+
+/// The fields of one ARC set (RFC 8617, section 4.1); null where the message has none. Pointers into it.
+struct ARCSet {
+    const HeaderField* results = nullptr;           ///< ARC-Authentication-Results
+    const HeaderField* messageSignature = nullptr;  ///< ARC-Message-Signature
+    const HeaderField* seal = nullptr;              ///< ARC-Seal
+    bool isComplete() const { return results && messageSignature && seal; }
+};
+
+/// The instance (`i=`) of an ARC field: up to four digits; nothing when it cannot be read.
+std::optional<int> arcInstance(const HeaderField& field);
+
+/// What becomes of ARC fields whose instance is not 1 to 50.
+enum class StrayARCFields { refuse, passOver };
+/// A message's ARC fields by instance, instance 1 first, up to the highest there is; of several fields of one
+/// kind and instance the topmost. When stray ones are refused, nothing as soon as there is one.
+std::optional<std::vector<ARCSet>> arcSets(const MailMessage& message, StrayARCFields stray);
+
+/// The digest that each set's seal signs (RFC 8617, section 5.1.1): of the fields of all sets up to it,
+/// relaxed, its own seal last and with an empty `b=`. Linear in the fields, however many sets there are.
+std::vector<std::string> arcSealDigests(std::span<const ARCSet> sets, HashAlgorithm algorithm);
+
+/// Validates the chain of one message (RFC 8617, section 5.2).
+struct ARCValidator {
+    const SignatureChecker& checker;  ///< of the message: its body hashes, resolver and stop serve here, too
+
+    /// Never throws. Structure comes before cryptography: a chain that is incomplete, or that says it is
+    /// broken, costs no lookup and has no hops. Otherwise there is a hop for every set, with at most two
+    /// lookups each, whatever came of the chain: an older message signature that does not hold tells where
+    /// the message was changed, and does not make the chain fail.
+    ARCFinding validate() const;
+};
 
 }  // namespace quillmark

@@ -16,9 +16,6 @@ namespace {
 
 using Status = DKIMResult::Status;
 
-/// An RSA key of at most this many bits proves nothing (RFC 8301, section 3.2).
-constexpr int tooFewKeyBits = 1023;
-
 /// Seconds since 1970; up to 15 digits, so that milliseconds fit.
 std::optional<Date> timestamp(std::optional<std::string_view> value) {
     if (!value || value->size() > 15) return std::nullopt;
@@ -171,16 +168,13 @@ bool Check::keyIsFound() {
     } catch (const DNSLookupError& error) {
         return end(Status::lookupFailed, error.what());
     }
-    const auto records = answer.data();
-    const auto record = std::ranges::find_if(
-        records, [](const std::string& text) { return TagList::parse(text).value("p").has_value(); });
-    if (record == records.end()) return end(Status::keyNotPublished, name + ": no key");
-    auto parsed = DKIMKeyRecord::parse(*record);
-    if (const auto* problem = std::get_if<DKIMKeyRecord::Problem>(&parsed)) {
+    auto record = DKIMKeyRecord::firstOf(answer.data());
+    if (!record) return end(Status::keyNotPublished, name + ": no key");
+    if (const auto* problem = std::get_if<DKIMKeyRecord::Problem>(&*record)) {
         const auto* unusable = std::get_if<DKIMKeyRecord::Unusable>(problem);
         return unusable ? end(Status::keyUnusable, unusable->message) : end(Status::keyRevoked, "");
     }
-    m_key = std::move(std::get<DKIMKeyRecord>(parsed));
+    m_key = std::move(std::get<DKIMKeyRecord>(*record));
     m_result.testing = m_key.testing;
     if (m_key.strict && m_result.identity &&
         identityDomain(*m_result.identity) != unicodeLowered(m_result.domain)) {

@@ -90,6 +90,14 @@ std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::st
     return record;
 }
 
+std::optional<std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem>> DKIMKeyRecord::firstOf(
+    std::span<const std::string> texts) {
+    const auto record = std::ranges::find_if(
+        texts, [](const std::string& text) { return TagList::parse(text).value("p").has_value(); });
+    if (record == texts.end()) return std::nullopt;
+    return parse(*record);
+}
+
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,
                                                  SignatureAlgorithm algorithm, const DKIMKeyRecord& record) {
     if (record.keyType != keyTypeOf(algorithm)) {

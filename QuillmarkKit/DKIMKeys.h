@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -40,7 +41,12 @@ struct DKIMKeyRecord {
     using Problem = std::variant<Revoked, Unusable>;
 
     static std::variant<DKIMKeyRecord, Problem> parse(std::string_view text);
+    /// The record among the TXT texts of one name: the first that has a `p=`. Nothing when none has.
+    static std::optional<std::variant<DKIMKeyRecord, Problem>> firstOf(std::span<const std::string> texts);
 };
+
+/// An RSA key of at most this many bits proves nothing (RFC 8301, section 3.2).
+constexpr int tooFewKeyBits = 1023;
 
 /// Why a signature could not be verified with a key.
 struct KeyError {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "QuillmarkKit/ARC.h"
 #include "QuillmarkKit/DMARC.h"
 #include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/SPF.h"
@@ -159,6 +160,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.dkim = dkim(message, checker);
 
     report.spf = spf(message, report.summary, resolver, stop);
+    report.arc = ARCValidator{checker}.validate();
     report.dmarc = dmarc(from, report.dkim, report.spf, resolver, m_suffixes, stop);
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
