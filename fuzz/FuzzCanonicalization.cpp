@@ -37,6 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             std::abort();
         }
     }
+    reference::Kept field;
+    canonicalizeHeader(body, Canonicalization::relaxed, field);
+    if (field.text != reference::header(body)) std::abort();
     // A body of several blocks, in which the input stands at a changing place.
     const std::string padded =
         std::string(size % 257 + 200, 'x') + std::string(body) + std::string(300, 'y') + "\r\n";

@@ -35,6 +35,18 @@ inline std::string reduced(std::string_view line) {
     return text;
 }
 
+/// The relaxed form of a field.
+inline std::string header(std::string_view raw) {
+    const auto colon = raw.find(':');
+    if (colon == std::string_view::npos) return std::string(raw);
+    std::string name(raw.substr(0, colon)), value(raw.substr(colon + 1));
+    name.resize(name.find_last_not_of(" \t") + 1);
+    for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    std::erase_if(value, [](char c) { return c == '\r' || c == '\n'; });
+    value = reduced(value);
+    return name + ':' + (value.starts_with(' ') ? value.substr(1) : value);
+}
+
 inline std::string body(std::string_view bytes, Canonicalization canonicalization) {
     std::vector<std::string> list = lines(bytes);
     if (canonicalization == Canonicalization::relaxed) {
