@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -19,6 +20,7 @@
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -49,6 +51,15 @@ std::shared_ptr<HTTP> network() {
     options.proxy = environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
     options.noProxy = environment({"no_proxy", "NO_PROXY"});
     return std::make_shared<HTTPEngine>(std::move(options));
+}
+
+/// The user's folder for what can be fetched again (XDG Base Directory Specification); nothing when the
+/// environment names none.
+std::optional<std::filesystem::path> cacheFolder() {
+    const std::filesystem::path named = environment({"XDG_CACHE_HOME"}), home = environment({"HOME"});
+    if (named.is_absolute()) return named / "quillmark";
+    if (home.is_absolute()) return home / ".cache" / "quillmark";
+    return std::nullopt;
 }
 
 /// What a file is called in its report: the last component of its path. Standard input and pasted text have
@@ -100,7 +111,12 @@ Sources sources(const CheckCommand& command) {
         sources.resolver = std::make_shared<StaticResolver>(
             std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors));
     } else {
-        sources.resolver = std::make_shared<DoHResolver>(network());
+        const auto http = network();
+        sources.resolver = std::make_shared<DoHResolver>(http);
+        if (command.domainAge) {
+            sources.registry =
+                std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+        }
         sources.workers = networkWorkers;
     }
     if (command.registrationsFile && command.domainAge) {

@@ -1,15 +1,20 @@
 #pragma once
 
+#include <chrono>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <stop_token>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/HTTP.h"
 
 namespace quillmark {
 
@@ -46,6 +51,57 @@ public:
 
 private:
     const Entries m_entries;
+};
+
+/// Which registry answers for which domains (RFC 9224): the services of IANA's list, in its order.
+struct RDAPBootstrap {
+    struct Service {
+        std::vector<std::string> domains = {};  ///< "com", "co.uk": lower-case
+        std::vector<std::string> bases = {};    ///< https addresses that end in "/"
+    };
+    std::vector<Service> services = {};
+
+    /// From the published JSON. Elements of another shape are passed over; so are addresses that are not
+    /// https or hold "@", "?" or "#". Nothing when it is no such list.
+    static std::optional<RDAPBootstrap> parse(std::string_view json);
+    /// The base address for a lower-case domain, by its longest proper suffix in the list.
+    std::optional<std::string> base(std::string_view domain) const;
+};
+
+/// The registration date in a registry's answer about a domain (RFC 9083, section 4.5); nothing when there is
+/// none.
+std::optional<Date> registrationDate(std::string_view json);
+
+struct RDAPOptions {
+    /// Where IANA's list is kept for seven days ("rdap-dns.json"); without it the list is fetched each time.
+    std::optional<std::filesystem::path> cacheDirectory = {};
+    std::string bootstrapURL = "https://data.iana.org/rdap/dns.json";
+    std::chrono::milliseconds timeOut{10'000};  ///< of one request, its redirects included
+    std::function<std::filesystem::file_time_type()> clock = std::filesystem::file_time_type::clock::now;
+};
+
+/// Asks the registries over HTTPS. Dates are remembered as long as it lives, failures are not; however many
+/// callers ask for the same domain at once, one request is made.
+class RDAPClient : public RegistrationLookup {
+public:
+    explicit RDAPClient(std::shared_ptr<HTTP> http, RDAPOptions options = {});
+    ~RDAPClient() override;
+
+    std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+
+private:
+    using Table = std::shared_ptr<const RDAPBootstrap>;
+    template <typename Value>
+    class Shared;
+
+    Table table(const std::stop_token& stop);
+    Table cachedTable() const;
+    HTTPResponse get(std::string url, std::size_t bodyLimit, const std::stop_token& stop);
+
+    const std::shared_ptr<HTTP> m_http;
+    const RDAPOptions m_options;
+    const std::unique_ptr<Shared<Table>> m_tables;
+    const std::unique_ptr<Shared<std::optional<Date>>> m_dates;
 };
 
 }  // namespace quillmark

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "CommandLine/CheckCommand.h"
+#include "tests/TestServer.h"
 #include "tests/TestSigner.h"
 
 extern char** environ;
@@ -280,6 +281,33 @@ TEST(CommandLine, registrationsAndTime) {
         EXPECT_EQ(report["domainAge"]["status"], JSON::parse(row.status));
         EXPECT_EQ(report["checkedAt"], row.checkedAt);
     }
+}
+
+TEST(CommandLine, asksARegistryByDefault) {
+    const Folder folder;
+    const std::string message = folder.write("m.eml", plain);
+    folder.write("answers.json", R"({"answers":{}})");
+    fs::create_directories(folder / "cache/quillmark");
+    // Nobody listens at the proxy's port: what would be asked fails, and says so in the report.
+    const std::string proxy = "http://127.0.0.1:" + std::to_string(test::unusedPort());
+    setenv("https_proxy", proxy.c_str(), 1);
+    setenv("XDG_CACHE_HOME", (folder / "cache").c_str(), 1);
+    const auto age = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), {"check", "--json"});
+        options.push_back(message);
+        const auto found = reports(run(options).output);
+        return found.size() == 1 ? found[0]["domainAge"]["status"] : JSON();
+    };
+    const JSON skipped = {{"skipped", JSON::object()}};
+    const auto unavailable = [](const char* why) { return JSON{{"unavailable", {{"_0", why}}}}; };
+    EXPECT_EQ(age({}), unavailable("the IANA RDAP list couldn't be read"));
+    folder.write("cache/quillmark/rdap-dns.json",
+                 R"({"services":[[["org"],["https://registry.example/"]]]})");
+    EXPECT_EQ(age({}), unavailable("no connection"));
+    EXPECT_EQ(age({"--no-domain-age"}), skipped);
+    EXPECT_EQ(age({"--dns", folder / "answers.json"}), skipped);
+    unsetenv("https_proxy");
+    unsetenv("XDG_CACHE_HOME");
 }
 
 TEST(CommandLine, manyFilesStayInOrder) {

@@ -1,0 +1,39 @@
+#include "QuillmarkKit/Support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include "TestServer.h"
+
+namespace quillmark::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Files, replaceFile) {
+    const TemporaryFolder folder;
+    const fs::path path = folder.file("made/for it/file");
+    replaceFile(path, "one");
+    replaceFile(path, "two, longer");
+    EXPECT_EQ(fileContents(path, 11), "two, longer");
+    EXPECT_EQ(fileContents(path, 10), std::nullopt);
+    EXPECT_EQ(fileContents(folder.file("none"), 10), std::nullopt);
+    EXPECT_EQ(fileContents(folder.file("made"), 10), std::nullopt);
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms{0600});
+    EXPECT_EQ(fs::status(path.parent_path()).permissions(), fs::perms{0700});
+
+    // A link that somebody laid is replaced; what it leads to stays as it is.
+    const fs::path precious = folder.write("precious", "kept");
+    fs::remove(path);
+    fs::create_symlink(precious, path);
+    replaceFile(path, "new");
+    EXPECT_FALSE(fs::is_symlink(path));
+    EXPECT_EQ(fileContents(precious, 10), "kept");
+
+    EXPECT_THROW(replaceFile(precious / "below a file", "x"), fs::filesystem_error);
+    EXPECT_THROW(replaceFile(folder.file("made"), "x"), fs::filesystem_error);  // a folder has the name
+    const auto left = std::distance(fs::directory_iterator(folder.file("")), fs::directory_iterator());
+    EXPECT_EQ(left, 2);  // no temporary file
+}
+
+}  // namespace
+}  // namespace quillmark::test
