@@ -18,10 +18,12 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/RecordedRun.h"
 #include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
@@ -78,38 +80,47 @@ std::size_t expectedSize(const std::string& file) {
     return std::min(static_cast<std::size_t>(status.st_size), largestMessage);
 }
 
-/// One file from bytes to what is printed for it.
-OrderedRun::Outcome checked(const CheckCommand& command, const Verifier& verifier, Date now,
-                            const std::string& file) {
-    const auto name = reportName(command, file);
-    auto bytes = file == standardInput ? readDescriptor(STDIN_FILENO) : readFile(file);
-    if (const auto* refusal = std::get_if<Refusal>(&bytes)) return {.problem = problemLine(*refusal, name)};
-    const auto message = messageIn(std::move(std::get<ByteBuffer>(bytes)),
-                                   command.pasted ? ParseMode::lenient : ParseMode::strict);
-    if (const auto* refusal = std::get_if<Refusal>(&message)) return {.problem = problemLine(*refusal, name)};
-    const ProofReport report = verifier.verify(std::get<MailMessage>(message), name, now);
-    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report)};
-}
+Date currentTime() { return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()); }
 
 /// What the options say a check is made with.
 struct Sources {
     std::shared_ptr<DNSResolver> resolver = {};
     std::shared_ptr<RegistrationLookup> registry = {};
-    Date now = {};
+    std::unique_ptr<RecordedRun> recorded = {};  ///< when the checks are recorded, or were
+    Date now = currentTime();
     std::size_t workers = std::max(1u, std::thread::hardware_concurrency());
 };
 
+/// One file from bytes to what is printed for it.
+OrderedRun::Outcome checked(const CheckCommand& command, const Sources& from, const std::string& file) {
+    const auto name = reportName(command, file);
+    auto bytes = file == standardInput ? readDescriptor(STDIN_FILENO) : readFile(file);
+    if (const auto* refusal = std::get_if<Refusal>(&bytes)) return {.problem = problemLine(*refusal, name)};
+    auto& buffer = std::get<ByteBuffer>(bytes);
+    const std::string digest = from.recorded ? sha256(buffer.view()) : std::string();
+    const auto message =
+        messageIn(std::move(buffer), command.pasted ? ParseMode::lenient : ParseMode::strict);
+    if (const auto* refusal = std::get_if<Refusal>(&message)) return {.problem = problemLine(*refusal, name)};
+    const auto& mail = std::get<MailMessage>(message);
+    const ProofReport report = from.recorded
+                                   ? from.recorded->verify(digest, mail, name, from.now)
+                                   : Verifier(from.resolver, from.registry).verify(mail, name, from.now);
+    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report)};
+}
+
 Sources sources(const CheckCommand& command) {
     Sources sources;
-    sources.now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    std::optional<RecordedRun::Failures> failures;
     if (command.dnsFile) {
         FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
         if (fixed.at) sources.now = *fixed.at;
         if (fixed.registrations && command.domainAge) {
             sources.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
         }
+        failures = std::move(fixed.messages);
         sources.resolver = std::make_shared<StaticResolver>(
-            std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors));
+            std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors),
+            failures ? std::optional("not in the recorded answers") : std::nullopt);
     } else {
         const auto http = network();
         sources.resolver = std::make_shared<DoHResolver>(http);
@@ -124,6 +135,10 @@ Sources sources(const CheckCommand& command) {
             std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
     }
     if (command.at) sources.now = *parsedRFC3339(*command.at);
+    if (command.record || failures) {
+        sources.recorded = std::make_unique<RecordedRun>(
+            sources.resolver, sources.registry, std::move(failures).value_or(RecordedRun::Failures()));
+    }
     return sources;
 }
 
@@ -137,10 +152,36 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     return std::nullopt;
 }
 
+/// Why the recording could not be written, which nobody wants to learn after a long check; or nothing.
+std::optional<std::string> recordingFault(const std::string& path) {
+    const auto unwritable = [&](const std::string& why) { return "“" + path + "” can’t be written: " + why; };
+    const std::filesystem::path file = path, folder = file.parent_path();
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0) return unwritable("it is there already");
+    if (file.filename().empty()) return unwritable(std::generic_category().message(EISDIR));
+    if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0)
+        return unwritable(std::generic_category().message(errno));
+    return std::nullopt;
+}
+
+/// Writes down what the checks were told. False when it could not be, of which it says why.
+bool wroteRecording(const std::string& path, const Sources& from, Date begun) {
+    try {
+        createFile(path, from.recorded->json({.at = from.now, .begun = begun, .ended = currentTime()}));
+        return true;
+    } catch (const std::filesystem::filesystem_error& error) {
+        writeProblem("“" + path + "” can’t be written: " + error.code().message());
+        return false;
+    }
+}
+
 }  // namespace
 
 int CheckCommand::run() const {
-    if (const auto fault = usageFault(*this)) {
+    const Date begun = currentTime();
+    auto fault = usageFault(*this);
+    if (!fault && record) fault = recordingFault(*record);
+    if (fault) {
         writeProblem(*fault);
         return 2;
     }
@@ -151,7 +192,6 @@ int CheckCommand::run() const {
         writeProblem(error.what());
         return 2;
     }
-    const Verifier verifier(from.resolver, from.registry);
     const std::size_t workers = std::min(from.workers, files.size());
     OrderedRun run(files.size(), workers * aheadPerWorker, memoryInFlight);
     const auto work = [&] {
@@ -163,7 +203,7 @@ int CheckCommand::run() const {
             };
             try {
                 run.reserve(*number, expectedSize(file));
-                run.finish(*number, checked(*this, verifier, from.now, file));
+                run.finish(*number, checked(*this, from, file));
             } catch (const std::bad_alloc&) {
                 refuse(std::generic_category().message(ENOMEM));
             } catch (const std::exception& error) {
@@ -197,6 +237,7 @@ int CheckCommand::run() const {
             _exit(1);  // without waiting for checks whose reports nobody can have
         }
     }
+    if (record && !wroteRecording(*record, from, begun)) return 1;
     return status;
 }
 

@@ -104,6 +104,23 @@ bool isAnswersFile(const JSON& document) {
            (document.contains("registrations") && !document["registrations"].contains("error"));
 }
 
+FixedAnswers::Failures failures(const JSON& message, const std::string& digest) {
+    if (!message.is_object()) fail("messages", digest, "expected an object");
+    FixedAnswers::Failures failures;
+    read(message, "errors", JSON::value_t::object, [&](const JSON& object) {
+        for (const auto& [key, value] : object.items()) {
+            failures.dns.insert_or_assign(lookupKey("errors", key), text(value, "errors", key));
+        }
+    });
+    read(message, "registrationErrors", JSON::value_t::object, [&](const JSON& object) {
+        for (const auto& [domain, value] : object.items()) {
+            failures.registrations.insert_or_assign(asciiLowered(domain),
+                                                    text(value, "registrationErrors", domain));
+        }
+    });
+    return failures;
+}
+
 FixedAnswers fixedAnswers(const JSON& document) {
     if (!document.contains("answers")) throw AnswersFileError("the member \"answers\" is missing");
     FixedAnswers fixed;
@@ -125,6 +142,12 @@ FixedAnswers fixedAnswers(const JSON& document) {
     });
     member("registrations", JSON::value_t::object,
            [&](const JSON& object) { fixed.registrations = registrationDates(object); });
+    member("messages", JSON::value_t::object, [&](const JSON& object) {
+        fixed.messages.emplace();
+        for (const auto& [digest, message] : object.items()) {
+            fixed.messages->emplace(asciiLowered(digest), failures(message, digest));
+        }
+    });
     if (document.contains("at")) fixed.at = date(document["at"], "at", "");
     return fixed;
 }

@@ -26,6 +26,14 @@ struct FixedAnswers {
     std::optional<StaticRegistry::Entries> registrations = {};
     std::optional<Date> at = {};  ///< the time of the check
 
+    /// What a check of one message could not find out, though another may have: why, by question.
+    struct Failures {
+        std::map<std::string, std::string, std::less<>> dns = {}, registrations = {};
+    };
+    /// By the SHA-256 of a message in hexadecimal. Only a recording has them, and it holds all that was
+    /// asked.
+    std::optional<std::map<std::string, Failures>> messages = {};
+
     /// Reads an answers file. Throws `AnswersFileError`.
     static FixedAnswers read(const std::string& path);
     /// The registration dates of a file that holds nothing else, or of an answers file.

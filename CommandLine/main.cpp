@@ -16,7 +16,8 @@ constexpr const char* description =
 
 constexpr const char* footer =
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no\n"
-    "email; 2 wrong arguments or an unusable answers file; 130 after Ctrl-C.";
+    "email, or the recording could not be written; 2 wrong arguments or an unusable answers file; 130 after\n"
+    "Ctrl-C.";
 
 void addCheck(CLI::App& app, CheckCommand& check) {
     CLI::App* command = app.add_subcommand("check", "Check messages and report on each");
@@ -31,6 +32,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     command->add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
     command->add_option("--at", check.at, "The time of the check (RFC 3339); default: now")
         ->type_name("TIME");
+    command
+        ->add_option("--record", check.record,
+                     "Write what the checks were told into a new file, for --dns, to repeat them later")
+        ->type_name("FILE");
     command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
     command->footer(footer);
 }

@@ -52,21 +52,29 @@ std::span<const std::string> DNSAnswer::data() const {
     return records ? std::span<const std::string>(records->data) : std::span<const std::string>();
 }
 
+std::string StaticResolver::key(std::string_view name, DNSRecordType type) {
+    return asciiLowered(name) + "|" + std::string(mnemonic(type));
+}
+
 StaticResolver::StaticResolver(Answers answers, std::set<std::string, std::less<>> failing,
-                               std::map<std::string, std::string, std::less<>> errors)
-    : m_answers(std::move(answers)), m_failing(std::move(failing)), m_errors(std::move(errors)) {}
+                               std::map<std::string, std::string, std::less<>> errors,
+                               std::optional<std::string> missing)
+    : m_answers(std::move(answers)),
+      m_failing(std::move(failing)),
+      m_errors(std::move(errors)),
+      m_missing(std::move(missing)) {}
 
 DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, std::stop_token) {
-    std::string key = asciiLowered(name);
-    if (m_failing.contains(key)) throw DNSLookupError("no resolver answered");
-    key += '|';
-    const std::size_t prefix = key.size();
-    key += mnemonic(type);
-    if (const auto error = m_errors.find(key); error != m_errors.end()) throw DNSLookupError(error->second);
-    if (const auto answer = m_answers.find(key); answer != m_answers.end()) return answer->second;
-    key.resize(prefix);
-    const auto next = m_answers.lower_bound(key);
-    const bool hasOtherType = next != m_answers.end() && next->first.starts_with(key);
+    std::string question = key(name, type);
+    if (m_failing.contains(std::string_view(question).substr(0, name.size())))
+        throw DNSLookupError("no resolver answered");
+    if (const auto error = m_errors.find(question); error != m_errors.end())
+        throw DNSLookupError(error->second);
+    if (const auto answer = m_answers.find(question); answer != m_answers.end()) return answer->second;
+    if (m_missing && mayBeQueried(name)) throw DNSLookupError(*m_missing);
+    question.resize(name.size() + 1);  // without the type
+    const auto next = m_answers.lower_bound(question);
+    const bool hasOtherType = next != m_answers.end() && next->first.starts_with(question);
     return hasOtherType ? DNSAnswer::noData() : DNSAnswer::nxdomain();
 }
 

@@ -79,6 +79,10 @@ public:
                                    std::stop_token stop) {
         return lookup(name, type, std::move(stop));
     }
+
+    /// Who answered a question that was answered before, such as the host name of a service; empty when that
+    /// is not known.
+    virtual std::string source(std::string_view, DNSRecordType) { return {}; }
 };
 
 /// Whether a name may leave the machine at all: 1 to 253 bytes (and perhaps a dot at the end) of printable
@@ -109,19 +113,24 @@ class StaticResolver : public DNSResolver {
 public:
     /// Keys are a lower-case name, "|" and a mnemonic: "example.org|TXT".
     using Answers = std::map<std::string, DNSAnswer, std::less<>>;
+    static std::string key(std::string_view name, DNSRecordType type);
 
     /// `failing`: lower-case names whose every lookup fails with "no resolver answered". `errors`: keys like
-    /// those of `answers` whose lookup fails with the given message.
+    /// those of `answers` whose lookup fails with the given message. `missing`: the message of every lookup
+    /// that the tables do not hold; without it they count as complete.
     explicit StaticResolver(Answers answers, std::set<std::string, std::less<>> failing = {},
-                            std::map<std::string, std::string, std::less<>> errors = {});
+                            std::map<std::string, std::string, std::less<>> errors = {},
+                            std::optional<std::string> missing = {});
 
-    /// What the table holds; else no data when it holds another type of that name, else no such domain.
+    /// What the table holds; else no data when it holds another type of that name, else no such domain. With
+    /// `missing`, only a name that `mayBeQueried` refuses does not exist though the table doesn't say so.
     DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
 
 private:
     const Answers m_answers;
     const std::set<std::string, std::less<>> m_failing;
     const std::map<std::string, std::string, std::less<>> m_errors;
+    const std::optional<std::string> m_missing;
 };
 
 }  // namespace quillmark

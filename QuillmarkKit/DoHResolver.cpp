@@ -68,6 +68,7 @@ struct DoHResolver::Asker {
 struct DoHResolver::Outcome {
     std::optional<DNSAnswer> answer = {};
     std::optional<std::string> failure = {};
+    std::string host = {};  // that answered
 };
 
 DoHResolver::DoHResolver(std::shared_ptr<HTTP> http, DoHOptions options)
@@ -84,7 +85,7 @@ DNSAnswer DoHResolver::lookup(std::string_view name, DNSRecordType type, std::st
 DNSAnswer DoHResolver::lookupBefore(Clock::time_point deadline, std::string_view name, DNSRecordType type,
                                     std::stop_token stop) {
     if (!mayBeQueried(name)) return DNSAnswer::nxdomain();
-    const std::string key = asciiLowered(name) + "|" + std::to_string(static_cast<int>(type));
+    const std::string key = StaticResolver::key(name, type);
     const Asker asker{std::move(stop), deadline};
     if (auto known = knownAnswer(key, asker)) return std::move(*known);
 
@@ -101,13 +102,19 @@ DNSAnswer DoHResolver::lookupBefore(Clock::time_point deadline, std::string_view
     throw DNSLookupError(asker.reasonToGiveUp().value_or(stopped));
 }
 
+std::string DoHResolver::source(std::string_view name, DNSRecordType type) {
+    const std::lock_guard lock(m_mutex);
+    const auto known = m_answers.find(StaticResolver::key(name, type));
+    return known != m_answers.end() ? known->second.host : std::string();
+}
+
 /// An answer that is there or that somebody else is about to get; nothing when it is the caller's turn to ask
 /// and to `settle` the question.
 std::optional<DNSAnswer> DoHResolver::knownAnswer(const std::string& key, const Asker& asker) {
     std::unique_lock lock(m_mutex);
     for (;;) {
         if (const auto reason = asker.reasonToGiveUp()) throw DNSLookupError(*reason);
-        if (const auto known = m_answers.find(key); known != m_answers.end()) return known->second;
+        if (const auto known = m_answers.find(key); known != m_answers.end()) return known->second.answer;
         const auto [place, isFirst] = m_questions.try_emplace(key);
         if (isFirst) {
             place->second = std::make_shared<Question>();
@@ -125,7 +132,7 @@ void DoHResolver::settle(const std::string& key, const Outcome& outcome) {
     const auto place = m_questions.find(key);
     const auto question = std::move(place->second);
     m_questions.erase(place);
-    if (outcome.answer) m_answers.emplace(key, *outcome.answer);
+    if (outcome.answer) m_answers.emplace(key, Answered{*outcome.answer, outcome.host});
     question->failure = outcome.failure;
     question->isOver = true;
     question->over.notify_all();
@@ -166,7 +173,8 @@ DoHResolver::Outcome DoHResolver::askEndpoint(Endpoint& endpoint, const std::str
     if (response.status != okStatus) return {.failure = "HTTP " + std::to_string(response.status)};
     try {
         auto reply = DoHReply::parse(response.body, type);
-        if (auto* answer = std::get_if<DNSAnswer>(&reply.value)) return {.answer = std::move(*answer)};
+        if (auto* answer = std::get_if<DNSAnswer>(&reply.value))
+            return {.answer = std::move(*answer), .host = endpoint.where.host};
         return {.failure = "SERVFAIL"};
     } catch (const DNSLookupError& error) {
         return {.failure = error.what()};

@@ -44,12 +44,19 @@ public:
     DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
     DNSAnswer lookupBefore(Clock::time_point deadline, std::string_view name, DNSRecordType type,
                            std::stop_token stop) override;
+    /// The host of the endpoint that answered.
+    std::string source(std::string_view name, DNSRecordType type) override;
 
 private:
     struct Endpoint;
     struct Question;
     struct Asker;
     struct Outcome;
+
+    struct Answered {
+        DNSAnswer answer = {};
+        std::string host = {};
+    };
 
     std::optional<DNSAnswer> knownAnswer(const std::string& key, const Asker& asker);
     void settle(const std::string& key, const Outcome& outcome);
@@ -62,7 +69,7 @@ private:
     const DoHOptions m_options;
     std::mutex m_mutex;
     std::vector<Endpoint> m_endpoints;
-    std::map<std::string, DNSAnswer, std::less<>> m_answers;
+    std::map<std::string, Answered, std::less<>> m_answers;
     std::map<std::string, std::shared_ptr<Question>, std::less<>> m_questions;  // being asked now
 };
 

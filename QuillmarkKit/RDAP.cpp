@@ -152,6 +152,12 @@ public:
         return *value;
     }
 
+    std::optional<Value> known(const std::string& name) {
+        const std::lock_guard lock(m_mutex);
+        const auto known = m_known.find(name);
+        return known != m_known.end() ? std::optional(known->second) : std::nullopt;
+    }
+
 private:
     struct Question {
         bool isSettled = false;
@@ -167,7 +173,7 @@ RDAPClient::RDAPClient(std::shared_ptr<HTTP> http, RDAPOptions options)
     : m_http(std::move(http)),
       m_options(std::move(options)),
       m_tables(std::make_unique<Shared<Table>>()),
-      m_dates(std::make_unique<Shared<std::optional<Date>>>()) {}
+      m_answers(std::make_unique<Shared<Answer>>()) {}
 
 RDAPClient::~RDAPClient() = default;
 
@@ -223,7 +229,7 @@ RDAPClient::Table RDAPClient::table(const std::stop_token& stop) {
 std::optional<Date> RDAPClient::registrationDate(std::string_view domain, std::stop_token stop) {
     const std::string name = unicodeLowered(domain);
     if (!mayBeAsked(name)) throw RDAPError(noServer(name));
-    return m_dates->get(name, stop, [&] {
+    const Answer answer = m_answers->get(name, stop, [&]() -> Answer {
         const auto base = table(stop)->base(name);
         if (!base) throw RDAPError(noServer(name));
         try {
@@ -231,11 +237,17 @@ std::optional<Date> RDAPClient::registrationDate(std::string_view domain, std::s
             if (response.status != 200) {
                 throw RDAPError("the registry answered HTTP " + std::to_string(response.status));
             }
-            return quillmark::registrationDate(response.body);
+            return {quillmark::registrationDate(response.body), *base};
         } catch (const HTTPError& error) {
             throw RDAPError(error.what());
         }
     });
+    return answer.date;
+}
+
+std::string RDAPClient::source(std::string_view domain) {
+    const auto answer = m_answers->known(unicodeLowered(domain));
+    return answer ? answer->base : std::string();
 }
 
 }  // namespace quillmark

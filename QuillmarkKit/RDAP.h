@@ -35,6 +35,10 @@ public:
     /// When a domain was registered; nothing when its registry publishes no date. Blocks. Throws `RDAPError`;
     /// soon after `stop` is requested, too. Safe from many threads at once.
     virtual std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) = 0;
+
+    /// Who answered for a domain that was answered for before, such as the address of a service; empty when
+    /// that is not known.
+    virtual std::string source(std::string_view) { return {}; }
 };
 
 /// Fixed dates, for tests and for checks without a network.
@@ -88,8 +92,14 @@ public:
     ~RDAPClient() override;
 
     std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+    /// The base address of the registry's service.
+    std::string source(std::string_view domain) override;
 
 private:
+    struct Answer {
+        std::optional<Date> date = {};
+        std::string base = {};
+    };
     using Table = std::shared_ptr<const RDAPBootstrap>;
     template <typename Value>
     class Shared;
@@ -101,7 +111,7 @@ private:
     const std::shared_ptr<HTTP> m_http;
     const RDAPOptions m_options;
     const std::unique_ptr<Shared<Table>> m_tables;
-    const std::unique_ptr<Shared<std::optional<Date>>> m_dates;
+    const std::unique_ptr<Shared<Answer>> m_answers;
 };
 
 }  // namespace quillmark

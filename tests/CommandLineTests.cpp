@@ -283,6 +283,45 @@ TEST(CommandLine, registrationsAndTime) {
     }
 }
 
+TEST(CommandLine, records) {
+    const Folder folder;
+    const std::string mail = folder.write("a.eml", plain), other = folder.write("none", "no mail");
+    const std::string dns = folder.write("dns.json", R"({"answers":{"_dmarc.example.org|TXT":["v=DMARC1"]},
+                                                         "errors":{"example.org|TXT":"timed out"},
+                                                         "registrations":{"example.org":null}})");
+    const auto withoutIdentity = [](const Ended& result) {
+        auto report = reports(result.output).at(0);
+        report.erase("id");
+        return report;
+    };
+    const std::string record = folder / "record.json";
+    const Ended live = run({"check", "--json", "--dns", dns, "--record", record, mail, other});
+    EXPECT_EQ(live.status, 1);  // for the other
+    EXPECT_EQ(fs::status(record).permissions(), fs::perms{0600});
+    const Ended again = run({"check", "--json", "--dns", record, mail});
+    EXPECT_EQ(withoutIdentity(again), withoutIdentity(live));
+    const auto written = JSON::parse(contents(record));
+    const std::string digest = "0ef0e312d75a1571a6bfb9048ee7cb280e8dd3729de55df9d5d88af617f0681f";
+    EXPECT_EQ(written["messages"], (JSON{{digest, {{"files", {"a.eml"}}}}}));
+    EXPECT_EQ(written["registrations"], (JSON{{"example.org", nullptr}}));
+
+    // Refused before any check: no report, one line.
+    const struct {
+        std::string path, why;
+    } rows[] = {
+        {record, "it is there already"},
+        {folder / "missing/record", "No such file or directory"},
+        {"", "Is a directory"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        const Ended refused = run({"check", "--dns", dns, "--record", row.path, mail});
+        EXPECT_EQ(refused.status, 2);
+        EXPECT_EQ(refused.output, "");
+        EXPECT_EQ(refused.problems, "quillmark: “" + row.path + "” can’t be written: " + row.why + "\n");
+    }
+}
+
 TEST(CommandLine, asksARegistryByDefault) {
     const Folder folder;
     const std::string message = folder.write("m.eml", plain);

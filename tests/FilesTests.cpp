@@ -33,6 +33,15 @@ TEST(Files, replaceFile) {
     EXPECT_THROW(replaceFile(folder.file("made"), "x"), fs::filesystem_error);  // a folder has the name
     const auto left = std::distance(fs::directory_iterator(folder.file("")), fs::directory_iterator());
     EXPECT_EQ(left, 2);  // no temporary file
+
+    createFile(folder.file("fresh"), "first");
+    EXPECT_EQ(fs::status(folder.file("fresh")).permissions(), fs::perms{0600});
+    fs::create_symlink(folder.file("nowhere"), folder.file("link"));
+    for (const char* taken : {"fresh", "link", "made"}) {
+        EXPECT_THROW(createFile(folder.file(taken), "second"), fs::filesystem_error) << taken;
+    }
+    EXPECT_EQ(fileContents(folder.file("fresh"), 10), "first");
+    EXPECT_FALSE(fs::exists(folder.file("nowhere")));
 }
 
 }  // namespace

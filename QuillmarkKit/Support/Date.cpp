@@ -168,7 +168,11 @@ std::optional<Date> parsedRFC3339(std::string_view text) {
         offset = signedOffset(rest[0], number(rest.substr(1, 2), 2, 2), number(rest.substr(4), 2, 2));
     }
     if (!offset) return std::nullopt;
-    return moment(*year, static_cast<unsigned>(*month), static_cast<unsigned>(*day), time, *offset);
+    const auto date =
+        moment(*year, static_cast<unsigned>(*month), static_cast<unsigned>(*day), time, *offset);
+    constexpr Date first = sys_days(std::chrono::year(0) / January / 1);
+    constexpr Date end = sys_days(std::chrono::year(10'000) / January / 1);
+    return date && *date >= first && *date < end ? date : std::nullopt;
 }
 
 std::string iso8601(Date date) {
@@ -196,6 +200,15 @@ std::string iso8601(Date date) {
     std::snprintf(text.data(), text.size(), "-%02d-%02dT%02d:%02d:%02dZ", monthNumber, day, second / 3600,
                   second / 60 % 60, second % 60);
     return result + text.data();
+}
+
+std::string rfc3339(Date date) {
+    const auto fraction = static_cast<int>((date - floor<seconds>(date)).count());
+    std::string text = iso8601(date);
+    if (fraction == 0) return text;
+    std::array<char, 8> digits = {};
+    std::snprintf(digits.data(), digits.size(), ".%03d", fraction);
+    return text.insert(text.size() - 1, digits.data());
 }
 
 }  // namespace quillmark

@@ -21,11 +21,15 @@ constexpr Date referenceDate{std::chrono::sys_days{std::chrono::January / 1 / 20
 std::optional<Date> parsedMailDate(std::string_view text);
 
 /// An internet date-time (RFC 3339) with or without a fraction of a second; digits after the third are
-/// dropped. "T" and "Z" may be lower case. Nothing when it is not one.
+/// dropped. "T" and "Z" may be lower case. Nothing when it is not one, or lies outside the years 0 to 9999.
 std::optional<Date> parsedRFC3339(std::string_view text);
 
 /// "2026-03-01T09:15:42Z": UTC, whole seconds (a fraction is dropped). A year outside 0 to 9999 is written
 /// with its sign and as many digits as it has.
 std::string iso8601(Date date);
+
+/// The same with the milliseconds when there are any, "2026-03-01T09:15:42.120Z": `parsedRFC3339` gives the
+/// date back.
+std::string rfc3339(Date date);
 
 }  // namespace quillmark

@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Support/Files.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,6 +43,42 @@ void makeFolders(const fs::path& folder) {
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make the folder", folder, errno);
 }
 
+/// Gives a file a name that nothing has, in one step where the file system can. 0, or the system's error.
+int renameToNew(const char* from, const char* to) {
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    struct stat status = {};
+    if (::lstat(to, &status) == 0) return EEXIST;
+    return ::rename(from, to) == 0 ? 0 : errno;
+}
+
+int renameOver(const char* from, const char* to) { return ::rename(from, to) == 0 ? 0 : errno; }
+
+/// Writes a file beside `path`; `rename` gives it the name.
+void put(const fs::path& path, std::string_view bytes, int (*rename)(const char* from, const char* to)) {
+    const fs::path folder = path.parent_path();
+    makeFolders(folder);
+    std::string name = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
+    const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);  // 0600
+    if (descriptor < 0) fail("cannot write", path, errno);
+    int error = 0;
+    {
+        const Closing closing{descriptor};
+        error = writeAll(descriptor, bytes);
+    }
+    if (error == 0) error = rename(name.c_str(), path.c_str());
+    if (error != 0) {
+        ::unlink(name.c_str());
+        fail("cannot write", path, error);
+    }
+    // The new name lasts only once the folder is on disk, too; where that cannot be had, the file is there
+    // all the same.
+    const int opened = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (opened < 0) return;
+    const Closing closing{opened};
+    ::fsync(opened);
+}
+
 }  // namespace
 
 std::optional<std::string> fileContents(const fs::path& path, std::size_t limit) {
@@ -55,28 +92,8 @@ std::optional<std::string> fileContents(const fs::path& path, std::size_t limit)
     return bytes;
 }
 
-void replaceFile(const fs::path& path, std::string_view bytes) {
-    const fs::path folder = path.parent_path();
-    makeFolders(folder);
-    std::string name = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
-    const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);  // 0600
-    if (descriptor < 0) fail("cannot write", path, errno);
-    int error = 0;
-    {
-        const Closing closing{descriptor};
-        error = writeAll(descriptor, bytes);
-    }
-    if (error == 0 && ::rename(name.c_str(), path.c_str()) != 0) error = errno;
-    if (error != 0) {
-        ::unlink(name.c_str());
-        fail("cannot write", path, error);
-    }
-    // The new name lasts only once the folder is on disk, too; where that cannot be had, the file is there
-    // all the same.
-    const int opened = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (opened < 0) return;
-    const Closing closing{opened};
-    ::fsync(opened);
-}
+void replaceFile(const fs::path& path, std::string_view bytes) { put(path, bytes, renameOver); }
+
+void createFile(const fs::path& path, std::string_view bytes) { put(path, bytes, renameToNew); }
 
 }  // namespace quillmark

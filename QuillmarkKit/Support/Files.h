@@ -15,5 +15,7 @@ std::optional<std::string> fileContents(const std::filesystem::path& path, std::
 /// symbolic link of that name is replaced, not followed. Throws `std::filesystem::filesystem_error`; then the
 /// old file is as it was.
 void replaceFile(const std::filesystem::path& path, std::string_view bytes);
+/// The same, but throws when anything has the name already.
+void createFile(const std::filesystem::path& path, std::string_view bytes);
 
 }  // namespace quillmark

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "CommandLine/FixedAnswers.h"
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Recording.h"
+#include "QuillmarkKit/Report.h"
+
+namespace quillmark {
+
+/// The SHA-256 of a file's bytes in hexadecimal, as `sha256sum` prints it.
+std::string sha256(std::string_view bytes);
+
+/// Checks of which it is taken down what they were told, and checks that are made again from such a record.
+/// Safe from many threads at once.
+class RecordedRun {
+public:
+    using Failures = std::map<std::string, FixedAnswers::Failures>;  // by message
+
+    /// `failures`: what the checks could not find out when they were recorded.
+    RecordedRun(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
+                Failures failures = {})
+        : m_resolver(std::move(resolver)), m_registry(std::move(registry)), m_failures(std::move(failures)) {}
+
+    /// Checks the message whose file has this SHA-256.
+    ProofReport verify(const std::string& sha256, const MailMessage& message,
+                       std::optional<std::string> fileName, Date now);
+
+    struct Times {
+        Date at = {};                 ///< of the checks, as the reports tell it
+        Date begun = {}, ended = {};  ///< of the run, by this computer's clock
+    };
+    /// All that was taken down, as an answers file (docs/formats.md).
+    std::string json(const Times& times) const;
+
+private:
+    struct Check {
+        std::mutex mutex = {};  ///< held while the message is checked
+        std::set<std::string> files = {};
+        std::shared_ptr<RecordedFailures> failures = std::make_shared<RecordedFailures>();
+    };
+    Check& check(const std::string& sha256, const std::optional<std::string>& fileName);
+
+    const std::shared_ptr<DNSResolver> m_resolver;
+    const std::shared_ptr<RegistrationLookup> m_registry;
+    const Failures m_failures;
+    const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
+    mutable std::mutex m_mutex = {};
+    std::map<std::string, Check> m_checks = {};  // by SHA-256
+};
+
+}  // namespace quillmark
