@@ -355,7 +355,8 @@ TEST(DoHResolver, manyAtOnceOverHTTP2WithStopsInTheMiddle) {
     });
     EXPECT_EQ(good + stopped, 800);
     EXPECT_GE(good, 400);
-    EXPECT_LE(server.connections(), 2u);
+    // Two at a time; on a busy machine the host's other address is tried as well and given up.
+    EXPECT_LE(server.connections(), 4u);
 }
 
 }  // namespace
