@@ -1,5 +1,6 @@
 #include "CommandLine/CheckCommand.h"
 
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
@@ -82,13 +84,22 @@ std::size_t expectedSize(const std::string& file) {
 
 Date currentTime() { return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()); }
 
+/// How many processor cores this process may use, which can be fewer than the machine has.
+std::size_t cores() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+        return std::max(1u, std::thread::hardware_concurrency());
+    return static_cast<std::size_t>(CPU_COUNT(&allowed));
+}
+
 /// What the options say a check is made with.
 struct Sources {
     std::shared_ptr<DNSResolver> resolver = {};
     std::shared_ptr<RegistrationLookup> registry = {};
     std::unique_ptr<RecordedRun> recorded = {};  ///< when the checks are recorded, or were
     Date now = currentTime();
-    std::size_t workers = std::max(1u, std::thread::hardware_concurrency());
+    std::size_t workers = cores();
 };
 
 /// One file from bytes to what is printed for it.
@@ -192,8 +203,22 @@ int CheckCommand::run() const {
         writeProblem(error.what());
         return 2;
     }
+    int status = 0;
+    bool first = true;
+    const auto write = [&](const OrderedRun::Outcome& outcome) {
+        if (!outcome.problem.empty()) {
+            writeProblem(outcome.problem);
+            status = 1;
+            return;
+        }
+        const bool isSeparate = json || std::exchange(first, false) || writeOutput("\n");
+        if (!isSeparate || !writeOutput(outcome.report)) {
+            writeProblem("The reports couldn’t be written: " + std::generic_category().message(errno));
+            _exit(1);  // without waiting for checks whose reports nobody can have
+        }
+    };
     const std::size_t workers = std::min(from.workers, files.size());
-    OrderedRun run(files.size(), workers * aheadPerWorker, memoryInFlight);
+    OrderedRun run(files.size(), workers * aheadPerWorker, memoryInFlight, write);
     const auto work = [&] {
         while (const auto number = run.take()) {
             const std::string& file = files[*number];
@@ -211,32 +236,14 @@ int CheckCommand::run() const {
             }
         }
     };
-    std::vector<std::jthread> threads;
-    threads.reserve(workers);
+    std::vector<std::jthread> others;
     try {
-        while (threads.size() < workers) threads.emplace_back(work);
-    } catch (const std::system_error& error) {  // fewer will do, where the system allows no more
-        if (threads.empty()) {
-            writeProblem("The check couldn’t be started: " + error.code().message());
-            return 1;
-        }
+        while (others.size() + 1 < workers) others.emplace_back(work);
+    } catch (const std::system_error&) {
+        // Fewer will do, where the system allows no more.
     }
-
-    int status = 0;
-    bool first = true;
-    while (const auto outcome = run.next()) {
-        if (!outcome->problem.empty()) {
-            writeProblem(outcome->problem);
-            status = 1;
-            continue;
-        }
-        const std::string separator = json || first ? "" : "\n";
-        first = false;
-        if (!writeOutput(separator + outcome->report)) {
-            writeProblem("The reports couldn’t be written: " + std::generic_category().message(errno));
-            _exit(1);  // without waiting for checks whose reports nobody can have
-        }
-    }
+    work();
+    others.clear();
     if (record && !wroteRecording(*record, from, begun)) return 1;
     return status;
 }

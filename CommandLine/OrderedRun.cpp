@@ -1,7 +1,5 @@
 #include "CommandLine/OrderedRun.h"
 
-#include <utility>
-
 namespace quillmark {
 
 std::optional<std::size_t> OrderedRun::take() {
@@ -20,23 +18,22 @@ void OrderedRun::reserve(std::size_t number, std::size_t bytes) {
 
 void OrderedRun::finish(std::size_t number, Outcome outcome) {
     const std::size_t bytes = outcome.report.size() + outcome.problem.size();
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     std::size_t& reserved = m_reserved[number];
     m_held = m_held - reserved + bytes;
     reserved = bytes;
     m_finished.emplace(number, std::move(outcome));
-    m_changed.notify_all();
-}
-
-std::optional<OrderedRun::Outcome> OrderedRun::next() {
-    std::unique_lock lock(m_mutex);
-    if (m_given == m_count) return std::nullopt;
-    m_changed.wait(lock, [&] { return m_finished.contains(m_given); });
-    auto finished = m_finished.extract(m_given);
-    m_held -= m_reserved.extract(m_given).mapped();
-    ++m_given;
-    m_changed.notify_all();
-    return std::move(finished.mapped());
+    if (m_isGivingOn) return;  // whoever is will come to this one
+    m_isGivingOn = true;
+    while (const auto next = m_finished.extract(m_given)) {
+        lock.unlock();
+        m_receiver(next.mapped());
+        lock.lock();
+        m_held -= m_reserved.extract(m_given).mapped();
+        ++m_given;
+        m_changed.notify_all();
+    }
+    m_isGivingOn = false;
 }
 
 }  // namespace quillmark

@@ -185,13 +185,11 @@ std::string_view HeaderField::valueBytes() const {
 }
 
 std::string HeaderField::value() const {
-    std::string_view rest = valueBytes();
-    std::string unfolded;
-    unfolded.reserve(rest.size());
-    while (!rest.empty()) {
-        const auto plain = std::min(rest.find_first_of(lineEnd), rest.size());
-        unfolded += rest.substr(0, plain);
-        rest.remove_prefix(std::min(plain + 1, rest.size()));
+    // Most fields have one line, and blanks at their ends go in any case.
+    const std::string_view rest = trimmed(valueBytes(), " \t\r\n");
+    std::string unfolded(rest);
+    if (unfolded.find('\n') != std::string::npos || unfolded.find('\r') != std::string::npos) {
+        std::erase_if(unfolded, [](char c) { return c == '\r' || c == '\n'; });
     }
     if (!isUTF8(unfolded)) unfolded = decodedText(unfolded);
     const std::string_view value = trimmed(unfolded);

@@ -23,21 +23,23 @@ constexpr std::array<std::int8_t, 256> values = [] {
 std::optional<std::string> decodedBase64(std::string_view text) {
     if (text.size() % 4 != 0) return std::nullopt;
     const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
-    const std::string_view digits = text.substr(0, text.size() - padding);
-    std::string bytes;
-    bytes.reserve(text.size() / 4 * 3);
-    std::uint32_t bits = 0;
-    int held = 0;
-    for (const char c : digits) {
-        const int value = values[static_cast<unsigned char>(c)];
-        if (value < 0) return std::nullopt;
-        bits = (bits << 6 | static_cast<std::uint32_t>(value)) & 0xFFFFFF;
-        held += 6;
-        if (held >= 8) {
-            held -= 8;
-            bytes += static_cast<char>(bits >> held & 0xFF);
-        }
+    const std::size_t digits = text.size() - padding;
+    std::int32_t all = 0;  // below zero as soon as one character is no digit
+    const auto digit = [&](std::size_t at) {
+        const std::int32_t value = at < digits ? values[static_cast<unsigned char>(text[at])] : 0;
+        all |= value;
+        return static_cast<std::uint32_t>(value);
+    };
+    std::string bytes(text.size() / 4 * 3, '\0');
+    char* to = bytes.data();
+    for (std::size_t at = 0; at < text.size(); at += 4) {
+        const std::uint32_t bits = digit(at) << 18 | digit(at + 1) << 12 | digit(at + 2) << 6 | digit(at + 3);
+        *to++ = static_cast<char>(bits >> 16 & 0xFF);
+        *to++ = static_cast<char>(bits >> 8 & 0xFF);
+        *to++ = static_cast<char>(bits & 0xFF);
     }
+    if (all < 0) return std::nullopt;
+    bytes.resize(bytes.size() - padding);
     return bytes;
 }
 

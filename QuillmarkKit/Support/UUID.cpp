@@ -1,6 +1,6 @@
 #include "QuillmarkKit/Support/UUID.h"
 
-#include <random>
+#include <stdlib.h>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -14,12 +14,8 @@ constexpr bool hyphenBefore(std::size_t byte) { return byte == 4 || byte == 6 ||
 
 UUID UUID::random() {
     UUID id;
-    std::random_device device;  // the system's random numbers, not a generator of our own
-    for (std::size_t i = 0; i < id.bytes.size(); i += 4) {
-        const auto word = static_cast<std::uint32_t>(device());
-        for (std::size_t j = 0; j < 4; ++j)
-            id.bytes[i + j] = static_cast<std::uint8_t>(word >> (8 * j) & 0xFF);
-    }
+    arc4random_buf(id.bytes.data(),
+                   id.bytes.size());  // the system's random numbers, not a generator of our own
     id.bytes[6] = static_cast<std::uint8_t>((id.bytes[6] & 0x0F) | 0x40);
     id.bytes[8] = static_cast<std::uint8_t>((id.bytes[8] & 0x3F) | 0x80);
     return id;
