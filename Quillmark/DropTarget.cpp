@@ -1,0 +1,92 @@
+#include "Quillmark/DropTarget.h"
+
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QMimeData>
+#include <QUrl>
+#include <algorithm>
+#include <optional>
+
+#include "QuillmarkKit/Intake.h"
+
+namespace quillmark {
+
+namespace {
+
+const QString messageType = QStringLiteral("message/rfc822");
+// A mail program that hands over neither file nor data often leaves the place of the message under a name of
+// its own.
+const QString placeOfMessageType = QStringLiteral("text/x-moz-message");
+
+std::string pathOf(const QFileInfo& file) { return file.filePath().toLocal8Bit().toStdString(); }
+
+/// Adds the files in and below a folder, sorted. Symbolic links to folders are not followed, so that a circle
+/// of them has an end.
+void addFolder(const QString& folder, DropContents::Files& files) {
+    std::vector<std::string> paths;
+    QDirIterator entries(folder, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        entries.next();
+        if (files.paths.size() + paths.size() >= mostFilesOfFolders) {
+            files.wasCut = true;
+            break;
+        }
+        paths.push_back(pathOf(entries.fileInfo()));
+    }
+    std::ranges::sort(paths);
+    files.paths.insert(files.paths.end(), std::make_move_iterator(paths.begin()),
+                       std::make_move_iterator(paths.end()));
+}
+
+/// The local files among the links; nothing when there is none.
+std::optional<DropContents::Files> filesOf(const QList<QUrl>& urls) {
+    DropContents::Files files;
+    bool anyFile = false;
+    for (const QUrl& url : urls) {
+        if (!url.isLocalFile()) continue;
+        anyFile = true;
+        const QFileInfo file(url.toLocalFile());
+        if (file.isDir()) {
+            addFolder(file.filePath(), files);
+        } else {
+            files.paths.push_back(pathOf(file));
+        }
+    }
+    if (!anyFile) return std::nullopt;
+    return files;
+}
+
+bool looksLikeMessage(const std::string& text) {
+    if (text.size() > largestMessage) return false;
+    return std::holds_alternative<MailMessage>(messageIn(ByteBuffer(text), ParseMode::lenient));
+}
+
+/// Whether text is nothing but one address of something elsewhere: "imap://…", "mid:…", "https://…".
+bool isLink(const QString& text) {
+    const QString line = text.trimmed();
+    if (line.isEmpty() || line.size() > 4096 || line.contains(u' ') || line.contains(u'\n')) return false;
+    const QUrl url(line, QUrl::StrictMode);
+    return url.isValid() && !url.isRelative();
+}
+
+}  // namespace
+
+DropContents dropContents(const QMimeData& data) {
+    if (auto files = filesOf(data.urls())) return {std::move(*files)};
+    if (data.hasFormat(messageType)) {
+        std::string bytes = data.data(messageType).toStdString();
+        if (!bytes.empty()) return {DropContents::Data{std::move(bytes)}};
+    }
+    std::string text = data.text().toStdString();
+    const bool link = data.hasUrls() || data.hasFormat(placeOfMessageType) || isLink(data.text());
+    if (!text.empty() && (!link || looksLikeMessage(text))) return {DropContents::Text{std::move(text)}};
+    if (link) return {DropContents::LinkOnly{}};
+    return {};
+}
+
+bool mayHoldMessage(const QMimeData& data) {
+    return data.hasUrls() || data.hasFormat(messageType) || data.hasFormat(placeOfMessageType) ||
+           data.hasText();
+}
+
+}  // namespace quillmark

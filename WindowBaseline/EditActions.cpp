@@ -1,0 +1,113 @@
+#include "WindowBaseline/EditActions.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPlainTextEdit>
+
+namespace window_baseline {
+
+namespace {
+
+using Command = EditActions::Command;
+
+/// The kinds of widgets that a person edits or selects text in; at most one is there.
+struct Focus {
+    QLineEdit* line = nullptr;
+    QPlainTextEdit* text = nullptr;
+    QLabel* label = nullptr;
+
+    static Focus read() {
+        QWidget* widget = QApplication::focusWidget();
+        return {qobject_cast<QLineEdit*>(widget), qobject_cast<QPlainTextEdit*>(widget),
+                qobject_cast<QLabel*>(widget)};
+    }
+    bool isEditor() const { return line ? !line->isReadOnly() : text && !text->isReadOnly(); }
+    bool hasSelection() const {
+        if (line) return line->hasSelectedText();
+        if (text) return text->textCursor().hasSelection();
+        return label && label->hasSelectedText();
+    }
+};
+
+void performIn(QLineEdit* line, Command command) {
+    switch (command) {
+        case EditActions::undo:
+            return line->undo();
+        case EditActions::redo:
+            return line->redo();
+        case EditActions::cut:
+            return line->cut();
+        case EditActions::copy:
+            return line->copy();
+        case EditActions::paste:
+            return line->paste();
+        case EditActions::selectAll:
+            return line->selectAll();
+    }
+}
+
+void performIn(QPlainTextEdit* text, Command command) {
+    switch (command) {
+        case EditActions::undo:
+            return text->undo();
+        case EditActions::redo:
+            return text->redo();
+        case EditActions::cut:
+            return text->cut();
+        case EditActions::copy:
+            return text->copy();
+        case EditActions::paste:
+            return text->paste();
+        case EditActions::selectAll:
+            return text->selectAll();
+    }
+}
+
+}  // namespace
+
+EditActions::EditActions(const std::array<QString, commandCount>& texts, QMenu* menu, QObject* parent)
+    : QObject(parent) {
+    constexpr std::array<QKeySequence::StandardKey, commandCount> keys = {
+        QKeySequence::Undo, QKeySequence::Redo,  QKeySequence::Cut,
+        QKeySequence::Copy, QKeySequence::Paste, QKeySequence::SelectAll};
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const auto command = static_cast<Command>(i);
+        m_actions[i] = menu->addAction(texts[i]);
+        m_actions[i]->setShortcuts(keys[i]);
+        connect(m_actions[i], &QAction::triggered, this, [this, command] { perform(command); });
+        if (command == redo || command == paste) menu->addSeparator();
+    }
+    connect(menu, &QMenu::aboutToShow, this, &EditActions::readFocus);
+    // A closed menu must not keep a key from working because of what was true when it was last open.
+    connect(menu, &QMenu::aboutToHide, this, [this] {
+        for (QAction* each : m_actions) each->setEnabled(true);
+    });
+}
+
+void EditActions::readFocus() {
+    const Focus focus = Focus::read();
+    const bool editor = focus.isEditor();
+    m_actions[undo]->setEnabled(focus.line ? editor && focus.line->isUndoAvailable()
+                                           : editor && focus.text->document()->isUndoAvailable());
+    m_actions[redo]->setEnabled(focus.line ? editor && focus.line->isRedoAvailable()
+                                           : editor && focus.text->document()->isRedoAvailable());
+    m_actions[cut]->setEnabled(editor && focus.hasSelection());
+    m_actions[selectAll]->setEnabled(focus.line || focus.text || focus.label);
+}
+
+void EditActions::perform(Command command) {
+    const Focus focus = Focus::read();
+    if (command == paste && !focus.isEditor()) return emit pastedElsewhere();
+    if (command == copy && !focus.hasSelection()) return emit copiedElsewhere();
+    if (focus.line) return performIn(focus.line, command);
+    if (focus.text) return performIn(focus.text, command);
+    if (!focus.label) return;
+    if (command == copy) QApplication::clipboard()->setText(focus.label->selectedText());
+    if (command == selectAll) focus.label->setSelection(0, static_cast<int>(focus.label->text().size()));
+}
+
+}  // namespace window_baseline

@@ -1,0 +1,74 @@
+#include "Quillmark/DropTarget.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QMimeData>
+#include <QTemporaryDir>
+#include <QUrl>
+
+namespace quillmark {
+namespace {
+
+constexpr const char* source = "From: a@b.example\r\n\r\nhello\r\n";
+
+TEST(DropTarget, kinds) {
+    using D = DropContents;
+    const struct {
+        const char* name;
+        std::map<QString, QByteArray> formats;
+        D contents;
+    } rows[] = {
+        {"files first, even with data",
+         {{"text/uri-list", "file:///tmp/a%20b.eml\r\nfile:///tmp/c\r\n"}, {"message/rfc822", source}},
+         {D::Files{{"/tmp/a b.eml", "/tmp/c"}, false}}},
+        {"data before text", {{"message/rfc822", source}, {"text/plain", "x"}}, {D::Data{source}}},
+        {"data beside a link",
+         {{"text/uri-list", "store:?item=5"}, {"message/rfc822", source}},
+         {D::Data{source}}},
+        {"data announced but empty", {{"message/rfc822", ""}, {"text/plain", source}}, {D::Text{source}}},
+        {"text", {{"text/plain", source}}, {D::Text{source}}},
+        {"text that the model will refuse", {{"text/plain", "hello there"}}, {D::Text{"hello there"}}},
+        {"text beside a link",
+         {{"text/uri-list", "store:?item=5"}, {"text/plain", source}},
+         {D::Text{source}}},
+        {"link", {{"text/uri-list", "imap://me@mail.example/fetch%3EUID%3E7"}}, {D::LinkOnly{}}},
+        {"link as text", {{"text/plain", "mid:1@a.example"}}, {D::LinkOnly{}}},
+        {"link to the web", {{"text/plain", "https://mail.example/#inbox/7\n"}}, {D::LinkOnly{}}},
+        {"place", {{"text/x-moz-message", "mailbox-message://x#1"}}, {D::LinkOnly{}}},
+        {"picture", {{"image/png", "x"}}, {D::Nothing{}}},
+        {"nothing", {}, {D::Nothing{}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        QMimeData data;
+        for (const auto& [format, bytes] : row.formats) data.setData(format, bytes);
+        EXPECT_EQ(dropContents(data), row.contents);
+        EXPECT_EQ(mayHoldMessage(data), !std::holds_alternative<D::Nothing>(row.contents.value));
+    }
+}
+
+TEST(DropTarget, foldersGiveTheirFilesSortedAndFollowNoLinks) {
+    const QTemporaryDir folder;
+    const QDir root(folder.path());
+    ASSERT_TRUE(root.mkpath("box/new"));
+    for (const char* name : {"box/b.eml", "box/a.eml", "box/new/1:2,S", "alone.eml"}) {
+        QFile file(root.filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    }
+    ASSERT_TRUE(QFile::link(root.path(), root.filePath("box/new/circle")));
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(root.filePath("box")), QUrl::fromLocalFile(root.filePath("alone.eml")),
+                  QUrl("https://elsewhere.example/")});
+    const auto files = std::get<DropContents::Files>(dropContents(data).value);
+    std::vector<std::string> expected;
+    for (const char* name : {"box/a.eml", "box/b.eml", "box/new/1:2,S", "alone.eml"}) {
+        expected.push_back(root.filePath(name).toStdString());
+    }
+    EXPECT_EQ(files.paths, expected);
+    EXPECT_FALSE(files.wasCut);
+}
+
+}  // namespace
+}  // namespace quillmark

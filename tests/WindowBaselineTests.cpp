@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QVBoxLayout>
+
+#include "WindowBaseline/CloseGuard.h"
+#include "WindowBaseline/EditActions.h"
+#include "WindowBaseline/HelpMenu.h"
+#include "WindowBaseline/WindowReader.h"
+
+namespace window_baseline {
+namespace {
+
+TEST(WindowBaseline, closeGuardKeepsTheWindow) {
+    QWidget window;
+    bool mayClose = false;
+    new CloseGuard(&window, [&] { return mayClose; });
+    window.show();
+    EXPECT_FALSE(window.close());
+    EXPECT_TRUE(window.isVisible());
+    mayClose = true;
+    EXPECT_TRUE(window.close());
+}
+
+TEST(WindowBaseline, editActionsWorkOnWhatHasTheKeyboard) {
+    QWidget window;
+    QVBoxLayout layout(&window);
+    QLineEdit line;
+    QPlainTextEdit text;
+    QLabel label("chosen words");
+    label.setTextInteractionFlags(Qt::TextSelectableByKeyboard | Qt::TextSelectableByMouse);
+    label.setFocusPolicy(Qt::StrongFocus);
+    for (QWidget* each :
+         {static_cast<QWidget*>(&line), static_cast<QWidget*>(&text), static_cast<QWidget*>(&label)}) {
+        layout.addWidget(each);
+    }
+    QMenu menu;
+    EditActions actions({"Undo", "Redo", "Cut", "Copy", "Paste", "Select All"}, &menu, &window);
+    int pasted = 0, copied = 0;
+    QObject::connect(&actions, &EditActions::pastedElsewhere, [&] { ++pasted; });
+    QObject::connect(&actions, &EditActions::copiedElsewhere, [&] { ++copied; });
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    const auto perform = [&](EditActions::Command command) { actions.action(command)->trigger(); };
+
+    line.setFocus();
+    line.insert("one");
+    perform(EditActions::undo);
+    EXPECT_EQ(line.text(), "");
+    perform(EditActions::redo);
+    EXPECT_EQ(line.text(), "one");
+    perform(EditActions::selectAll);
+    perform(EditActions::cut);
+    text.setFocus();
+    perform(EditActions::paste);
+    EXPECT_EQ(text.toPlainText(), "one");
+    emit menu.aboutToShow();
+    EXPECT_TRUE(actions.action(EditActions::undo)->isEnabled());
+    EXPECT_FALSE(actions.action(EditActions::cut)->isEnabled());
+    emit menu.aboutToHide();
+
+    label.setFocus();
+    perform(EditActions::copy);
+    perform(EditActions::paste);
+    EXPECT_EQ(std::pair(copied, pasted), std::pair(1, 1));
+    perform(EditActions::selectAll);
+    perform(EditActions::copy);
+    EXPECT_EQ(QApplication::clipboard()->text(), "chosen words");
+}
+
+TEST(WindowBaseline, helpMenuOpensItsTopics) {
+    QMenuBar bar;
+    std::string opened;
+    QMenu* menu =
+        addHelpMenu(&bar, "Help", {{"How", [&] { opened += "how "; }}, {"Why", [&] { opened += "why "; }}},
+                    {"About", [&] { opened += "about"; }});
+    for (QAction* action : menu->actions()) action->trigger();
+    EXPECT_EQ(opened, "how why about");
+    EXPECT_EQ(menu->actions().last()->menuRole(), QAction::AboutRole);
+}
+
+TEST(WindowBaseline, windowComesBackWhereItWas) {
+    const QTemporaryDir folder;
+    QSettings settings(folder.filePath("settings.ini"), QSettings::IniFormat);
+    {
+        QWidget window;
+        new WindowReader(&window, settings, "window");
+        window.resize(431, 287);
+        window.show();
+        window.close();
+    }
+    QWidget window;
+    new WindowReader(&window, settings, "window");
+    EXPECT_EQ(window.size(), QSize(431, 287));
+}
+
+TEST(WindowBaseline, darkness) {
+    EXPECT_FALSE(isDark(QPalette(Qt::white)));
+    EXPECT_TRUE(isDark(QPalette(QColor(30, 30, 30))));
+}
+
+}  // namespace
+}  // namespace window_baseline
