@@ -28,15 +28,16 @@ Date date(const JSON& value, const std::string& member, const std::string& key) 
     return *parsed;
 }
 
-/// A name and a record type: "Example.org|txt" is "example.org|TXT".
+/// A name and a record type: "Example.org|txt" is "example.org|TXT". Any other type would never be asked for.
 std::string lookupKey(const std::string& member, const std::string& key) {
     const auto bar = key.rfind('|');
     if (bar == std::string::npos) fail(member, key, "expected a name and a type, such as example.org|TXT");
-    std::string type = key.substr(bar);
-    for (char& c : type) {
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+    const std::string_view name = std::string_view(key).substr(0, bar),
+                           written = std::string_view(key).substr(bar + 1);
+    for (const auto type : {DNSRecordType::a, DNSRecordType::mx, DNSRecordType::txt, DNSRecordType::aaaa}) {
+        if (equalsIgnoringCase(written, mnemonic(type))) return StaticResolver::key(name, type);
     }
-    return asciiLowered(key.substr(0, bar)) + type;
+    fail(member, key, "expected the type TXT, MX, A or AAAA");
 }
 
 DNSAnswer answer(const JSON& value, const std::string& key) {

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CommandLine/CheckCommand.h"
@@ -41,8 +42,8 @@ void addCheck(CLI::App& app, CheckCommand& check) {
 }
 
 /// The arguments after the program's name, in the reverse order that the parser wants. It would take "[a,b]"
-/// for a list and "++" for the end of the command, and allows "--" in few places; the same file under a name
-/// that begins with "./" is beyond doubt.
+/// for a list (as the value in "--option=[a,b]" in some of its versions only) and "++" for the end of the
+/// command, and allows "--" in few places; the same file under a name that begins with "./" is beyond doubt.
 std::vector<std::string> arguments(int count, char** values) {
     std::vector<std::string> list;
     bool optionsEnded = false;
@@ -52,10 +53,13 @@ std::vector<std::string> arguments(int count, char** values) {
             optionsEnded = true;
             continue;
         }
+        const bool isOption = !optionsEnded && argument.starts_with("--");
+        const auto value = isOption ? argument.find('=') + 1 : 0;  // where it begins; 0 without one, too
         const bool looksLikeEnd = argument == "++";
-        const bool looksLikeList = argument.starts_with('[') && argument.ends_with(']');
+        const bool looksLikeList = argument.substr(value).starts_with('[') && argument.ends_with(']');
         const bool looksLikeOption = optionsEnded && argument.starts_with('-') && argument != "-";
-        list.push_back(looksLikeEnd || looksLikeList || looksLikeOption ? "./" + argument : argument);
+        if (looksLikeEnd || looksLikeList || looksLikeOption) argument.insert(value, "./");
+        list.push_back(std::move(argument));
     }
     std::ranges::reverse(list);
     return list;

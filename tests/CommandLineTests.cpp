@@ -194,9 +194,20 @@ TEST(CommandLine, usage) {
         EXPECT_EQ(std::ranges::count(result.problems, '\n'), row.status == 0 ? 0 : 1) << result.problems;
         EXPECT_EQ(result.output.empty(), row.status != 0);
     }
-    const std::string missing = folder / "missing";
-    EXPECT_EQ(run({"check", mail, "--dns", missing}).problems,
-              "quillmark: “" + missing + "” can’t be used: No such file or directory\n");
+    // An answers file that cannot be used is named, and the place of its fault.
+    const std::pair<std::string, std::string> files[] = {
+        {folder / "missing", "No such file or directory"},
+        {folder.write("type.json", R"({"new":1,"answers":{"a|txt":[],"a|TXTT":[]}})"),
+         "answers[\"a|TXTT\"]: expected the type TXT, MX, A or AAAA"},
+        {folder.write("error.json", R"({"answers":{},"errors":{"a|":"x"}})"),
+         "errors[\"a|\"]: expected the type TXT, MX, A or AAAA"},
+    };
+    for (const auto& [file, fault] : files) {
+        EXPECT_EQ(run({"check", mail, "--dns", file}).problems,
+                  "quillmark: “" + file + "” can’t be used: " + fault + "\n");
+    }
+    EXPECT_EQ(run({"check", mail, "--dns=[a,b]"}).problems,  // one file, not two
+              "quillmark: “./[a,b]” can’t be used: No such file or directory\n");
 }
 
 TEST(CommandLine, inputsThatCannotBeRead) {
