@@ -29,6 +29,7 @@
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Wording/Findings.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -106,17 +107,19 @@ struct Sources {
 OrderedRun::Outcome checked(const CheckCommand& command, const Sources& from, const std::string& file) {
     const auto name = reportName(command, file);
     auto bytes = file == standardInput ? readDescriptor(STDIN_FILENO) : readFile(file);
-    if (const auto* refusal = std::get_if<Refusal>(&bytes)) return {.problem = problemLine(*refusal, name)};
+    if (const auto* refusal = std::get_if<Refusal>(&bytes))
+        return {.problem = problemLine(*refusal, name, command.reader)};
     auto& buffer = std::get<ByteBuffer>(bytes);
     const std::string digest = from.recorded ? sha256(buffer.view()) : std::string();
     const auto message =
         messageIn(std::move(buffer), command.pasted ? ParseMode::lenient : ParseMode::strict);
-    if (const auto* refusal = std::get_if<Refusal>(&message)) return {.problem = problemLine(*refusal, name)};
+    if (const auto* refusal = std::get_if<Refusal>(&message))
+        return {.problem = problemLine(*refusal, name, command.reader)};
     const auto& mail = std::get<MailMessage>(message);
     const ProofReport report = from.recorded
                                    ? from.recorded->verify(digest, mail, name, from.now)
                                    : Verifier(from.resolver, from.registry).verify(mail, name, from.now);
-    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report)};
+    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report, command.reader)};
 }
 
 Sources sources(const CheckCommand& command) {
@@ -224,7 +227,7 @@ int CheckCommand::run() const {
             const std::string& file = files[*number];
             const auto refuse = [&](std::string reason) {
                 const Refusal refusal{Refusal::Unreadable{std::move(reason)}};
-                run.finish(*number, {.problem = problemLine(refusal, reportName(*this, file))});
+                run.finish(*number, {.problem = problemLine(refusal, reportName(*this, file), reader)});
             };
             try {
                 run.reserve(*number, expectedSize(file));
@@ -250,9 +253,9 @@ int CheckCommand::run() const {
 
 namespace {
 
-void addSignature(std::string& text, const DKIMResult& signature) {
+void addSignature(std::string& text, const DKIMResult& signature, const Reader& reader) {
     text += "  " + std::string(marker(tone(signature))) + " Signature of " +
-            forDisplay(signature.domain, 300) + ": " + std::string(label(signature.status));
+            forDisplay(signature.domain, 300) + ": " + label(signature.status, reader);
     if (!signature.detail.empty()) text += " (" + forDisplay(signature.detail, 300) + ")";
     text += "\n";
     if (signature.unsignedBodyBytes.value_or(0) > 0) {
@@ -278,10 +281,11 @@ void addSignature(std::string& text, const DKIMResult& signature) {
 
 }  // namespace
 
-std::string shortSummary(const ProofReport& report) {
+std::string shortSummary(const ProofReport& report, const Reader& reader) {
     constexpr std::size_t mostShown = 100;  // addresses
-    std::string text = std::string(marker(report.verdict.tone)) + " " + headline(report.verdict) + "\n";
-    text += "  " + explanation(report.verdict) + "\n";
+    std::string text =
+        std::string(marker(report.verdict.tone)) + " " + headline(report.verdict, reader) + "\n";
+    text += "  " + explanation(report, reader) + "\n";
     if (report.fileName) text += "  File: " + forDisplay(*report.fileName, 300) + "\n";
     text += "  From: ";
     for (std::size_t i = 0; i < std::min(mostShown, report.summary.from.size()); ++i) {
@@ -295,7 +299,7 @@ std::string shortSummary(const ProofReport& report) {
             (report.summary.subject.empty() ? "(no subject)" : forDisplay(report.summary.subject, 500)) +
             "\n";
     if (report.dkim.empty()) text += "  No DKIM signature.\n";
-    for (const DKIMResult& signature : report.dkim) addSignature(text, signature);
+    for (const DKIMResult& signature : report.dkim) addSignature(text, signature, reader);
     return text;
 }
 

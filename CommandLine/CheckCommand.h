@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "QuillmarkKit/Report.h"
+#include "Wording/Reader.h"
 
 namespace quillmark {
 
@@ -17,6 +18,7 @@ struct CheckCommand {
     std::optional<std::string> dnsFile = {}, registrationsFile = {};
     std::optional<std::string> at = {};      ///< RFC 3339
     std::optional<std::string> record = {};  ///< a file to write what the checks were told into
+    Reader reader = {};                      ///< whom reports and problems are for
 
     /// Checks every file and writes the reports in input order as soon as they are ready. Returns the exit
     /// status: 0 when every message was checked, 1 when some input could not be or the recording could not be
@@ -25,6 +27,6 @@ struct CheckCommand {
 };
 
 /// The headline, what the message says of itself and what came of each signature, for a person.
-std::string shortSummary(const ProofReport& report);
+std::string shortSummary(const ProofReport& report, const Reader& reader);
 
 }  // namespace quillmark

@@ -82,5 +82,6 @@ int main(int count, char** values) {
         return 2;
     }
     quillmark::endOnSignals();
+    check.reader = quillmark::Reader::ofEnvironment();
     return check.run();
 }

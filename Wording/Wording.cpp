@@ -1,85 +1,151 @@
 #include "Wording/Wording.h"
 
+#include <algorithm>
 #include <variant>
 
+#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
+std::string headline(const Verdict& verdict, const Reader& reader) {
+    const std::string domain = quoted(verdict.domain), sender = quoted(verdict.fromDomain);
+    switch (verdict.kind) {
+        case VerdictKind::verified:
+            return reader.translate("Signed by %1, unchanged since sent", {domain});
+        case VerdictKind::verifiedHeadersOnly:
+            return reader.translate("Signed by %1; the body wasn’t checked", {domain});
+        case VerdictKind::signedByOther:
+            if (sender.empty()) return reader.translate("Signed by %1, not by the sender", {domain});
+            return reader.translate("Signed by %1, not by %2", {domain, sender});
+        case VerdictKind::signatureBroken:
+            return reader.translate("Signature broken: changed after sending or forwarded");
+        case VerdictKind::keyGone:
+            return reader.translate("Can’t check: %1’s signing key is no longer published", {domain});
+        case VerdictKind::couldNotCheck:
+            return reader.translate("Couldn’t check: the key lookup failed");
+        case VerdictKind::allowedServerOnly:
+            if (sender.empty())
+                return reader.translate("Not signed, but sent from a server the sender allows");
+            return reader.translate("Not signed, but sent from a server %1 allows", {sender});
+        case VerdictKind::cannotProve:
+            break;
+    }
+    return reader.translate("Can’t prove who sent this");
+}
+
+std::string explanation(const ProofReport& report, const Reader& reader) {
+    const Verdict& verdict = report.verdict;
+    const std::string domain = quotedDomain(verdict.domain), sender = quotedDomain(verdict.fromDomain);
+    switch (verdict.kind) {
+        case VerdictKind::verified:
+            return reader.translate(
+                "The owner of %1 sent this, or somebody who may use its mail servers, and nothing that was "
+                "signed has changed. Read the domain letter by letter: is it the one you expect?",
+                {domain});
+        case VerdictKind::verifiedHeadersOnly:
+            return reader.translate(
+                "The owner of %1 signed these header lines, or somebody who may use its mail servers. "
+                "Whether "
+                "the text of the message is still the one that was sent isn’t known. Give Quillmark the "
+                "whole "
+                "message (.eml) to check that too.",
+                {domain});
+        case VerdictKind::signedByOther:
+            if (verdict.fromDomain.empty()) {
+                return reader.translate(
+                    "%1 vouches for this message, but From doesn’t hold exactly one usable address, so "
+                    "nobody "
+                    "can tell whose word that is. Don’t rely on the names in From.",
+                    {domain});
+            }
+            return reader.translate(
+                "%1 vouches for this message, but From names another organization, %2. Newsletters and shops "
+                "often send this way; so do forgers. If you don’t know what %1 has to do with %2, ask the "
+                "sender in another way.",
+                {domain, sender});
+        case VerdictKind::signatureBroken:
+            if (!verdict.arcVouchers.empty()) {
+                return reader.translate(
+                    "This isn’t the message that %1 signed: something was changed on the way, or %1 never "
+                    "signed it. Forwarders whose marks are intact say how it reached them: %2. That is worth "
+                    "as much as you trust them. Mailing lists often change messages in this way.",
+                    {domain, quotedList(verdict.arcVouchers)});
+            }
+            return reader.translate(
+                "This isn’t the message that %1 signed: something was changed on the way, or %1 never signed "
+                "it. Don’t rely on what it says. If it matters, ask the sender in another way.",
+                {domain});
+        case VerdictKind::keyGone:
+            return reader.translate(
+                "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
+                "old message, because senders change their keys; in a new one it is suspicious. If it "
+                "matters, "
+                "ask the sender in another way.",
+                {domain});
+        case VerdictKind::couldNotCheck:
+            return reader.translate(
+                "The key of %1 couldn’t be asked for, so nothing is known yet, good or bad. Check again when "
+                "you are online.",
+                {domain});
+        case VerdictKind::allowedServerOnly:
+            return reader.translate(
+                "No usable signature was found. The server is one that %1 allows, as far as the message’s "
+                "own "
+                "lines can be trusted; others who use the same mail service may send through it too. If "
+                "money "
+                "or passwords are involved, ask the sender in another way.",
+                {sender});
+        case VerdictKind::cannotProve:
+            break;
+    }
+    return reader.translate(
+        "Anybody could have written this. That doesn’t mean that it is a forgery; it means that nothing "
+        "shows "
+        "that it isn’t. If it asks for money, passwords or haste, ask the sender in another way.");
+}
+
 namespace {
 
-/// How much of a text of somebody else's stands in one of our sentences, in bytes.
-constexpr std::size_t longestQuote = 500;
+/// The domains that the headline names.
+std::vector<std::string> namedDomains(const Verdict& verdict) {
+    switch (verdict.kind) {
+        case VerdictKind::verified:
+        case VerdictKind::verifiedHeadersOnly:
+        case VerdictKind::keyGone:
+            return {verdict.domain};
+        case VerdictKind::signedByOther:
+            return {verdict.domain, verdict.fromDomain};
+        case VerdictKind::allowedServerOnly:
+            return {verdict.fromDomain};
+        default:
+            return {};
+    }
+}
 
-std::string quoted(std::string_view text) { return forDisplay(text, longestQuote); }
+void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Reader& reader) {
+    for (const std::string& domain : namedDomains(verdict)) {
+        const std::string organization = PublicSuffixList::shared().organizationalDomain(domain);
+        const std::string letters = Punycode::unicodeDomain(domain);
+        if (letters != domain) {
+            remarks.push_back({Tone::caution, reader.translate("Some apps show %1 as “%2”.",
+                                                               {quoted(domain), quoted(letters)})});
+        }
+        if (!equalsIgnoringCase(organization, domain)) {
+            remarks.push_back(
+                {{}, reader.translate("%1 is a part of %2.", {quoted(domain), quotedDomain(organization)})});
+        }
+    }
+}
 
 }  // namespace
 
-std::string headline(const Verdict& verdict) {
-    const std::string domain = quoted(verdict.domain);
-    const std::string sender = verdict.fromDomain.empty() ? "the sender" : quoted(verdict.fromDomain);
-    switch (verdict.kind) {
-        case VerdictKind::verified:
-            return "Signed by " + domain + ", unchanged since sent";
-        case VerdictKind::verifiedHeadersOnly:
-            return "Signed by " + domain + "; the body wasn’t checked";
-        case VerdictKind::signedByOther:
-            return "Signed by " + domain + ", not by " + sender;
-        case VerdictKind::signatureBroken:
-            return "Signature broken: changed after sending or forwarded";
-        case VerdictKind::keyGone:
-            return "Can’t check: " + domain + "’s signing key is no longer published";
-        case VerdictKind::couldNotCheck:
-            return "Couldn’t check: the key lookup failed";
-        case VerdictKind::allowedServerOnly:
-            return "Not signed, but sent from a server " + sender + " allows";
-        case VerdictKind::cannotProve:
-            break;
-    }
-    return "Can’t prove who sent this";
-}
-
-std::string explanation(const Verdict& verdict) {
-    const std::string domain = quoted(verdict.domain);
-    switch (verdict.kind) {
-        case VerdictKind::verified:
-            return "The owner of " + domain +
-                   " sent this, or somebody who may use its mail servers. Nothing that was signed has "
-                   "changed.";
-        case VerdictKind::verifiedHeadersOnly:
-            return "The owner of " + domain +
-                   " signed these header lines, or somebody who may use its mail servers. Give Quillmark the "
-                   "whole "
-                   "message (.eml) to check the body too.";
-        case VerdictKind::signedByOther:
-            return domain + " vouches for this message, but " + domain +
-                   " isn’t the domain in From. Newsletters and shops often send this way; so do forgers.";
-        case VerdictKind::signatureBroken:
-            if (verdict.tone == Tone::caution) {
-                std::string vouchers;
-                for (const std::string& voucher : verdict.arcVouchers) {
-                    vouchers += (vouchers.empty() ? "" : ", ") + quoted(voucher);
-                }
-                return "Something changed after " + domain +
-                       " signed. Forwarders say that it reached them unbroken: " + vouchers +
-                       ". That is worth as much as you trust them.";
-            }
-            return "Something changed after " + domain + " signed. Don’t rely on what it says.";
-        case VerdictKind::keyGone:
-            return "Perhaps genuine, but it can no longer be proven.";
-        case VerdictKind::couldNotCheck:
-            return "Try again when you’re online.";
-        case VerdictKind::allowedServerOnly:
-            return "There is no signature. The server is one that " + domain +
-                   " allows, as far as the message’s own lines can be trusted; others who use the same mail "
-                   "service "
-                   "may send through it too.";
-        case VerdictKind::cannotProve:
-            break;
-    }
-    return "Anybody could have written this. That doesn’t mean that it is a forgery; it means nothing shows "
-           "that it "
-           "isn’t.";
+std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader) {
+    std::vector<Remark> remarks;
+    addDomains(remarks, report.verdict, reader);
+    return remarks;
 }
 
 std::string_view marker(Tone tone) {
@@ -96,60 +162,26 @@ std::string_view marker(Tone tone) {
     return "[?]";
 }
 
-std::string_view label(DKIMResult::Status status) {
-    switch (status) {
-        case DKIMResult::Status::pass:
-            return "Valid";
-        case DKIMResult::Status::bodyChanged:
-            return "Body changed";
-        case DKIMResult::Status::headersChanged:
-            return "Headers changed";
-        case DKIMResult::Status::keyNotPublished:
-            return "Key no longer published";
-        case DKIMResult::Status::keyRevoked:
-            return "Key withdrawn";
-        case DKIMResult::Status::keyUnusable:
-            return "Key can’t be used";
-        case DKIMResult::Status::keyTooWeak:
-            return "Key too weak";
-        case DKIMResult::Status::lookupFailed:
-            return "Lookup failed";
-        case DKIMResult::Status::unsupportedAlgorithm:
-            return "Unsupported algorithm";
-        case DKIMResult::Status::malformed:
-            break;
-    }
-    return "Not a valid signature";
-}
-
-Tone tone(const DKIMResult& result) {
-    switch (result.status) {
-        case DKIMResult::Status::pass:
-            return result.bodyChecked ? Tone::good : Tone::caution;
-        case DKIMResult::Status::bodyChanged:
-        case DKIMResult::Status::headersChanged:
-        case DKIMResult::Status::keyTooWeak:
-        case DKIMResult::Status::malformed:
-            return Tone::bad;
-        default:
-            return Tone::unknown;
-    }
-}
-
-std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name) {
-    const std::string file = name ? "“" + quoted(*name) + "”" : "";
+std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name,
+                        const Reader& reader) {
+    const std::string file = quoted(name.value_or(""));
     if (const auto* unreadable = std::get_if<Refusal::Unreadable>(&refusal.value)) {
-        return (name ? file : "The input") + " couldn’t be read: " + quoted(unreadable->reason);
+        const std::string reason = quoted(unreadable->reason);
+        if (!name) return reader.translate("The input couldn’t be read: %1", {reason});
+        return reader.translate("“%1” couldn’t be read: %2", {file, reason});
     }
     if (std::holds_alternative<Refusal::TooLarge>(refusal.value)) {
-        return (name ? file : "That") + " is larger than 50 MB, too large for a single email.";
+        if (!name) return reader.translate("That is larger than 50 MB, too large for a single email.");
+        return reader.translate("“%1” is larger than 50 MB, too large for a single email.", {file});
     }
     if (!name) {
-        return "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
-               "the "
-               "message’s full source or its headers.";
+        return reader.translate(
+            "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
+            "the "
+            "message’s full source or its headers.");
     }
-    return file + " doesn’t look like an email: no From, Received or DKIM-Signature header was found.";
+    return reader.translate(
+        "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.", {file});
 }
 
 std::string displayForm(const MailAddress& address) {

@@ -3,29 +3,37 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Report.h"
+#include "Wording/Reader.h"
 
 /// What a person reads: plain words for findings, free of any window. Text that somebody else wrote goes
 /// through `forDisplay` before it stands in a sentence, so that every result is safe to show on one line.
 namespace quillmark {
 
+/// A sentence that stands alone.
+struct Remark {
+    std::optional<Tone> tone = {};  ///< of the marker before it; none for what is only good to know
+    std::string text = {};
+    bool operator==(const Remark&) const = default;
+};
+
 /// The report's first line: what can be proven about the sender.
-std::string headline(const Verdict& verdict);
-/// One or two sentences under the headline: what that proves and what to do now.
-std::string explanation(const Verdict& verdict);
+std::string headline(const Verdict& verdict, const Reader& reader);
+/// The paragraph under the headline: what that proves, and what to do now.
+std::string explanation(const ProofReport& report, const Reader& reader);
+/// What must not be missed when only the headline is read, to be shown with it: what the headline's words do
+/// not cover, and whose the domains are that it names. Empty for many a report.
+std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader);
+
 /// "[OK]", "[!]", "[X]" or "[?]".
 std::string_view marker(Tone tone);
 
-/// A few words for the outcome of one signature.
-std::string_view label(DKIMResult::Status status);
-/// The marker of one signature. A signature that passed without a body to check is a caution.
-Tone tone(const DKIMResult& result);
-
 /// The line that says why something was not taken in. `name` is the file's; without one it was pasted or came
 /// through standard input.
-std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name);
+std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name, const Reader& reader);
 
 /// "Name <address>", or the address alone.
 std::string displayForm(const MailAddress& address);

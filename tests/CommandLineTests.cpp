@@ -410,7 +410,7 @@ TEST(CommandLine, whatASignatureLeavesOpenIsSaid) {
                            .bodyLength = 3,
                            .unsignedBodyBytes = 7,
                            .unsignedImportant = {"Subject", "To", "Reply-To"}});
-    const std::string text = shortSummary(report);
+    const std::string text = shortSummary(report, {});
     for (const std::string_view line :
          {"      It covers only the first 3 bytes of the body. The 7 bytes after them could have been added "
           "by anyone.\n",

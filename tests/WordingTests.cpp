@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "Wording/Findings.h"
+
 namespace quillmark {
 namespace {
+
+const Reader reader;
 
 TEST(Wording, headlines) {
     using enum VerdictKind;
@@ -23,27 +27,29 @@ TEST(Wording, headlines) {
         {cannotProve, "s.example", "Can’t prove who sent this"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(headline({row.kind, Tone::good, "d.example", row.fromDomain, {}}), row.headline);
-        EXPECT_FALSE(explanation({row.kind, Tone::good, "d.example", row.fromDomain, {}}).empty());
+        const Verdict verdict{row.kind, Tone::good, "d.example", row.fromDomain, {}};
+        EXPECT_EQ(headline(verdict, reader), row.headline);
+        EXPECT_FALSE(explanation({.verdict = verdict}, reader).empty());
     }
-    EXPECT_EQ(headline({verified, Tone::good, "d\n[OK] \u202Ex", "", {}}),
+    EXPECT_EQ(headline({verified, Tone::good, "d\n[OK] \u202Ex", "", {}}, reader),
               "Signed by d [OK] ‹U+202E›x, unchanged since sent");
-    EXPECT_NE(explanation({signatureBroken, Tone::caution, "d", "", {"list.example"}}).find("list.example"),
-              std::string::npos);
+    const Verdict vouched{signatureBroken, Tone::caution, "d", "", {"list.example"}};
+    EXPECT_NE(explanation({.verdict = vouched}, reader).find("list.example"), std::string::npos);
 }
 
 TEST(Wording, problemLines) {
     const Refusal unreadable{Refusal::Unreadable{"no\nway"}}, large{Refusal::TooLarge{}},
         none{Refusal::NotAnEmail{}};
-    EXPECT_EQ(problemLine(unreadable, "a\nb"), "“a b” couldn’t be read: no way");
-    EXPECT_EQ(problemLine(large, "a"), "“a” is larger than 50 MB, too large for a single email.");
-    EXPECT_EQ(problemLine(none, "a"),
+    EXPECT_EQ(problemLine(unreadable, "a\nb", reader), "“a b” couldn’t be read: no way");
+    EXPECT_EQ(problemLine(large, "a", reader), "“a” is larger than 50 MB, too large for a single email.");
+    EXPECT_EQ(problemLine(none, "a", reader),
               "“a” doesn’t look like an email: no From, Received or DKIM-Signature header was found.");
-    EXPECT_EQ(problemLine(none, std::nullopt),
+    EXPECT_EQ(problemLine(none, std::nullopt, reader),
               "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
               "the message’s "
               "full source or its headers.");
-    EXPECT_EQ(problemLine(large, std::nullopt), "That is larger than 50 MB, too large for a single email.");
+    EXPECT_EQ(problemLine(large, std::nullopt, reader),
+              "That is larger than 50 MB, too large for a single email.");
 }
 
 TEST(Wording, signatures) {
@@ -55,7 +61,7 @@ TEST(Wording, signatures) {
     EXPECT_EQ(tone(result), Tone::good);
     result.status = DKIMResult::Status::keyNotPublished;
     EXPECT_EQ(tone(result), Tone::unknown);
-    EXPECT_EQ(label(result.status), "Key no longer published");
+    EXPECT_EQ(label(result.status, reader), "Key no longer published");
     EXPECT_EQ(displayForm({"A\u202E", "a@b\x1B"}), "A‹U+202E› <a@b\uFFFD>");
     EXPECT_EQ(displayForm({std::nullopt, "a@b"}), "a@b");
 }

@@ -1,0 +1,114 @@
+#include "Wording/Reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+
+namespace quillmark {
+namespace {
+
+using namespace std::chrono_literals;
+
+ZoneOffset berlin(Date) { return {1h, "CET"}; }
+ZoneOffset newYork(Date) { return {-5h, "EST"}; }
+
+const Reader english{Language::english, Platform::other, berlin};
+const Reader german{Language::german, Platform::other, berlin};
+
+TEST(Reader, datesAndTimes) {
+    const struct {
+        const char* rfc3339;
+        Reader reader;
+        std::string time, date;
+    } rows[] = {
+        {"2026-01-15T11:00:59Z", english, "15 Jan 2026 at 12:00 CET", "15 Jan 2026"},
+        {"2026-03-05T08:07:00Z", german, "5. März 2026 um 09:07 Uhr CET", "5. März 2026"},
+        {"2026-01-01T02:30:00Z", {.zone = newYork}, "31 Dec 2025 at 21:30 EST", "31 Dec 2025"},
+        {"1969-12-31T22:59:59Z", english, "31 Dec 1969 at 23:59 CET", "31 Dec 1969"},
+        {"0000-01-01T00:00:00Z", english, "a date that makes no sense", "a date that makes no sense"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rfc3339);
+        const Date date = parsedRFC3339(row.rfc3339).value();
+        EXPECT_EQ(row.reader.time(date), row.time);
+        EXPECT_EQ(row.reader.date(date), row.date);
+    }
+    EXPECT_EQ(german.time(Date::max()), "ein unsinniges Datum");
+    EXPECT_EQ(english.date(Date::min()), "a date that makes no sense");
+}
+
+TEST(Reader, argumentsArePutInOnce) {
+    EXPECT_EQ(english.translate("%2, %1 and 100% of %3 %", {"%2", "%n", "a%"}), "%n, %2 and 100% of a% %");
+    EXPECT_EQ(english.translate("%1 %2", {"a"}), "a %2");
+    EXPECT_EQ(german.translate("Signed by %1, not by %2", {"a", "%1"}), "Signiert von a, nicht von %1");
+    EXPECT_EQ(german.translate("no such text"), "no such text");
+}
+
+TEST(Reader, numbers) {
+    EXPECT_EQ(english.translateCount("%n test of %1", "%n tests of %1", 1, {"%n"}), "1 test of %n");
+    EXPECT_EQ(english.translateCount("%n test", "%n tests", 0), "0 tests");
+    EXPECT_EQ(english.translateCount("%n test", "%n tests", -1234), "-1,234 tests");
+    EXPECT_EQ(english.number(999), "999");
+    EXPECT_EQ(german.number(1234567), "1.234.567");
+    EXPECT_EQ(english.number(-123), "-123");
+}
+
+TEST(Reader, language) {
+    const struct {
+        const char *all, *messages, *lang;
+        Language language;
+    } rows[] = {
+        {"", "", "de_AT.UTF-8", Language::german},  {"", "de", "en_US", Language::german},
+        {"C", "de", "de", Language::english},       {"", "", "", Language::english},
+        {"den_XX", "", "de_DE", Language::english},  // another language
+    };
+    for (const auto& row : rows) {
+        setenv("LC_ALL", row.all, 1);
+        setenv("LC_MESSAGES", row.messages, 1);
+        setenv("LANG", row.lang, 1);
+        EXPECT_EQ(Reader::ofEnvironment().language, row.language) << row.lang;
+    }
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+}
+
+/// The "%1", "%n" and the like of a text.
+std::multiset<std::string> placeholders(std::string_view text) {
+    std::multiset<std::string> found;
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        if (text[i] == '%' && (text[i + 1] == 'n' || (text[i + 1] >= '1' && text[i + 1] <= '9')))
+            found.emplace(text.substr(i, 2));
+    }
+    return found;
+}
+
+std::set<std::string> names(std::string_view text) {
+    const auto all = placeholders(text);
+    return {all.begin(), all.end()};
+}
+
+TEST(Reader, catalogueFitsTheCode) {  // that it is complete is what scripts/update-translations --check tells
+    const Catalogue& catalogue = catalogueOf(Language::german);
+    ASSERT_GT(catalogue.size(), 30u);
+    for (std::size_t i = 1; i < catalogue.size(); ++i) {
+        const auto [original, translation] = catalogue.entry(i);
+        SCOPED_TRACE(original);
+        EXPECT_EQ(names(original), names(translation));
+        const std::string text(original.substr(0, original.find('\0')));
+        const std::string shown = Reader{.platform = Platform::other}.translate(text);
+        EXPECT_EQ(shown.find("Mac"), std::string::npos);  // each text that names a platform has its twin
+        EXPECT_EQ(shown.find("Finder"), std::string::npos);
+        EXPECT_TRUE(shown == text || catalogue.find(shown));
+    }
+}
+
+TEST(Reader, damagedCatalogues) {
+    const Catalogue& whole = catalogueOf(Language::german);
+    EXPECT_EQ(Catalogue("").size(), 0u);
+    EXPECT_EQ(Catalogue("no catalogue at all, but long enough").find("Valid"), std::nullopt);
+    EXPECT_EQ(whole.find("Valid", 7), std::nullopt);
+    EXPECT_EQ(whole.find("Valid"), "Gültig");
+}
+
+}  // namespace
+}  // namespace quillmark
