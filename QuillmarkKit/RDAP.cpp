@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <utility>
 
@@ -118,7 +119,8 @@ std::optional<Date> registrationDate(std::string_view json) {
 }
 
 /// Values by name of which each is made once: who asks while one is being made waits for it, and shares its
-/// failure. When the maker is stopped, somebody who waits takes its place.
+/// failure. When the maker is stopped, or throws anything but an `RDAPError`, somebody who waits takes its
+/// place.
 template <typename Value>
 class RDAPClient::Shared {
 public:
@@ -137,10 +139,14 @@ public:
         lock.unlock();
         std::optional<Value> value;
         std::optional<std::string> failure;
+        std::exception_ptr thrown;
         try {
             value = make();
         } catch (const RDAPError& error) {
             failure = error.what();
+            thrown = std::current_exception();
+        } catch (...) {
+            thrown = std::current_exception();  // those who wait must not wait for ever
         }
         lock.lock();
         m_asked.erase(name);
@@ -148,7 +154,7 @@ public:
         if (value) m_known.emplace(name, *value);
         if (!stop.stop_requested()) question->failure = failure;
         m_settled.notify_all();
-        if (failure) throw RDAPError(*failure);
+        if (thrown) std::rethrow_exception(thrown);
         return *value;
     }
 
