@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <string>
 
+#include "QuillmarkKit/Signer.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {
@@ -178,6 +179,43 @@ TEST(Verifier, eachFailedLookupIsAStatus) {
     EXPECT_EQ(checked.dkim.at(0).status, DKIMResult::Status::lookupFailed);
     EXPECT_EQ(checked.dmarc.status, DMARCFinding::Status::lookupFailed);
     EXPECT_EQ(checked.verdict.kind, VerdictKind::couldNotCheck);
+}
+
+TEST(Verifier, forwardersVouchForWhatTheyChanged) {
+    const SigningKey key = SigningKey::newEd25519().value();
+    const auto record = DNSAnswer::records({Signer::keyRecord(key)});
+    const StaticResolver::Answers answers = {{"key._domainkey.example.org|TXT", record},
+                                             {"key._domainkey.list.example|TXT", record},
+                                             {"key._domainkey.last.example|TXT", record}};
+    const auto forwarded = [&](const std::string& message, const std::string& by) {
+        Signer::ARCOptions options;
+        options.domain = by;
+        options.selector = "key";
+        options.results = by + "; dkim=pass header.d=example.org";
+        const auto set = Signer::arcSet(MailMessage::parse(message), options, key);
+        return set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n" + message;
+    };
+    const std::string sent = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
+    Signer::Options options;
+    options.domain = "example.org";
+    options.selector = "key";
+    options.headers = {"from", "subject"};
+    const std::string signedMessage =
+        Signer::dkimSignature(MailMessage::parse(sent), options, key) + "\r\n" + sent;
+    const std::string viaList = forwarded(signedMessage + "-- list\r\n", "list.example");
+    const auto passed = report(forwarded(viaList, "last.example"), answers);
+    EXPECT_EQ(passed.arc.status, (ARCFinding::Status{ARCFinding::Status::Pass{}}));
+    EXPECT_EQ(passed.verdict, (Verdict{VerdictKind::signatureBroken,
+                                       Tone::caution,
+                                       "example.org",
+                                       "example.org",
+                                       {"list.example", "last.example"}}));
+    EXPECT_EQ(std::ranges::count(passed.limits, Limit::forwarding), 1);
+    // Changed once more after the last of them: nobody vouches for that.
+    const auto changed = report(forwarded(viaList, "last.example") + "more\r\n", answers);
+    EXPECT_EQ(changed.arc.detail, "ARC-Message-Signature i=2 didn't verify");
+    EXPECT_EQ(changed.verdict.tone, Tone::bad);
+    EXPECT_EQ(changed.arc.hops.size(), 2u);
 }
 
 }  // namespace
