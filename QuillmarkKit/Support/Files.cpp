@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
 #include <system_error>
+#include <utility>
 
 namespace quillmark {
 
@@ -16,67 +18,22 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void fail(const char* what, const fs::path& path, int error) {
+[[noreturn]] void fail(const char* what, const fs::path& path, int error = errno) {
     throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
 }
 
-/// Closes a descriptor at the end of a scope.
-struct Closing {
-    int descriptor;
-    ~Closing() { ::close(descriptor); }
-};
+/// What a replacement of a file is called before it has the file's name, without its last six characters.
+std::string temporaryName(const fs::path& path) { return "." + path.filename().string() + "."; }
 
-int writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return errno;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return ::fsync(descriptor) == 0 ? 0 : errno;
-}
+fs::path folderOf(const fs::path& path) { return path.has_parent_path() ? path.parent_path() : "."; }
 
-/// Folders that have to be made are the user's alone, from the moment they are there.
-void makeFolders(const fs::path& folder) {
-    if (folder.empty() || fs::is_directory(folder)) return;
-    makeFolders(folder.parent_path());
-    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make the folder", folder, errno);
-}
-
-/// Gives a file a name that nothing has, in one step where the file system can. 0, or the system's error.
-int renameToNew(const char* from, const char* to) {
-    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
-    struct stat status = {};
-    if (::lstat(to, &status) == 0) return EEXIST;
-    return ::rename(from, to) == 0 ? 0 : errno;
-}
-
-int renameOver(const char* from, const char* to) { return ::rename(from, to) == 0 ? 0 : errno; }
-
-/// Writes a file beside `path`; `rename` gives it the name.
-void put(const fs::path& path, std::string_view bytes, int (*rename)(const char* from, const char* to)) {
-    const fs::path folder = path.parent_path();
-    makeFolders(folder);
-    std::string name = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
-    const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);  // 0600
-    if (descriptor < 0) fail("cannot write", path, errno);
-    int error = 0;
-    {
-        const Closing closing{descriptor};
-        error = writeAll(descriptor, bytes);
-    }
-    if (error == 0) error = rename(name.c_str(), path.c_str());
-    if (error != 0) {
-        ::unlink(name.c_str());
-        fail("cannot write", path, error);
-    }
-    // The new name lasts only once the folder is on disk, too; where that cannot be had, the file is there
-    // all the same.
-    const int opened = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+/// New names in a folder last only once the folder is on disk, too. Where that cannot be had, they are there
+/// all the same.
+void syncFolder(const fs::path& folder) {
+    const int opened = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (opened < 0) return;
-    const Closing closing{opened};
     ::fsync(opened);
+    ::close(opened);
 }
 
 }  // namespace
@@ -92,8 +49,121 @@ std::optional<std::string> fileContents(const fs::path& path, std::size_t limit)
     return bytes;
 }
 
-void replaceFile(const fs::path& path, std::string_view bytes) { put(path, bytes, renameOver); }
+void replaceFile(const fs::path& path, std::string_view bytes) {
+    FileReplacement file(path);
+    file.write(bytes);
+    file.commit();
+}
 
-void createFile(const fs::path& path, std::string_view bytes) { put(path, bytes, renameToNew); }
+void createFile(const fs::path& path, std::string_view bytes) {
+    FileReplacement file(path);
+    file.write(bytes);
+    file.commitAsNew();
+}
+
+FileReplacement::FileReplacement(fs::path path) : m_path(std::move(path)) {
+    const fs::path folder = folderOf(m_path);
+    makeFolders(folder);
+    m_temporary = (folder / (temporaryName(m_path) + "XXXXXX")).string();
+    m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);  // 0600
+    if (m_descriptor < 0) fail("cannot write", m_path);
+}
+
+FileReplacement::~FileReplacement() {
+    ::close(m_descriptor);
+    if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
+}
+
+void FileReplacement::write(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(m_descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) fail("cannot write", m_path);
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+void FileReplacement::commit() {
+    if (::fsync(m_descriptor) != 0 || ::rename(m_temporary.c_str(), m_path.c_str()) != 0)
+        fail("cannot write", m_path);
+    m_temporary.clear();
+    syncFolder(folderOf(m_path));
+}
+
+void FileReplacement::commitAsNew() {
+    if (::fsync(m_descriptor) != 0) fail("cannot write", m_path);
+    if (!renameToUnused(m_temporary, m_path)) fail("cannot write", m_path, EEXIST);
+    m_temporary.clear();
+}
+
+void FileReplacement::removeLeftovers(const fs::path& path) {
+    const std::string begin = temporaryName(path);
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folderOf(path), ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() == begin.size() + 6 && name.starts_with(begin)) fs::remove(entry.path(), ignored);
+    }
+}
+
+FileInput::FileInput(fs::path path) : m_path(std::move(path)) {
+    m_descriptor = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe would wait
+    if (m_descriptor < 0) fail("cannot read", m_path);
+    struct stat status = {};
+    int error = ::fstat(m_descriptor, &status) == 0 ? 0 : errno;
+    if (error == 0 && S_ISDIR(status.st_mode)) error = EISDIR;
+    if (error == 0 && !S_ISREG(status.st_mode)) error = EINVAL;
+    if (error == 0) return;
+    ::close(m_descriptor);
+    fail("cannot read", m_path, error);
+}
+
+FileInput::~FileInput() { ::close(m_descriptor); }
+
+FileInput::int_type FileInput::underflow() {
+    ssize_t count = 0;
+    do {
+        count = ::read(m_descriptor, m_buffer.data(), m_buffer.size());
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) fail("cannot read", m_path);
+    if (count == 0) return traits_type::eof();
+    setg(m_buffer.data(), m_buffer.data(), m_buffer.data() + count);
+    return traits_type::to_int_type(m_buffer.front());
+}
+
+FileLock::FileLock(const fs::path& path) {
+    m_descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
+    if (m_descriptor < 0) fail("cannot lock", path);
+    while (::flock(m_descriptor, LOCK_EX) != 0) {
+        if (errno == EINTR) continue;
+        const int error = errno;
+        ::close(m_descriptor);
+        fail("cannot lock", path, error);
+    }
+}
+
+FileLock::~FileLock() { ::close(m_descriptor); }
+
+void makeFolders(const fs::path& folder) {
+    if (folder.empty() || fs::is_directory(folder)) return;
+    makeFolders(folder.parent_path());
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make the folder", folder);
+    syncFolder(folderOf(folder));
+}
+
+bool renameToUnused(const fs::path& from, const fs::path& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        // Some file systems cannot do that, but a second link replaces nothing, either.
+        const bool isUnknown = errno == EINVAL || errno == ENOSYS;
+        if (!isUnknown && errno != EEXIST) fail("cannot move", from);
+        if (!isUnknown) return false;
+        if (::link(from.c_str(), to.c_str()) != 0) {
+            if (errno == EEXIST) return false;
+            fail("cannot move", from);
+        }
+        if (::unlink(from.c_str()) != 0) fail("cannot move", from);
+    }
+    syncFolder(folderOf(to));
+    return true;
+}
 
 }  // namespace quillmark

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <optional>
+#include <streambuf>
 #include <string>
 #include <string_view>
 
+/// Files on disk. What fails throws `std::filesystem::filesystem_error` with the system's error.
 namespace quillmark {
 
 /// The whole of a file of at most `limit` bytes; nothing when it cannot be read or is larger.
@@ -17,5 +20,67 @@ std::optional<std::string> fileContents(const std::filesystem::path& path, std::
 void replaceFile(const std::filesystem::path& path, std::string_view bytes);
 /// The same, but throws when anything has the name already.
 void createFile(const std::filesystem::path& path, std::string_view bytes);
+
+/// `replaceFile` for more bytes than should be in memory at once. Until `commit`, and when it is destroyed
+/// without, it is as if it had never been.
+class FileReplacement {
+public:
+    explicit FileReplacement(std::filesystem::path path);
+    ~FileReplacement();
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+
+    void write(std::string_view bytes);
+    /// Once it has returned, the new file outlasts a loss of power.
+    void commit();
+    /// The same, but throws when anything has the name already.
+    void commitAsNew();
+
+    /// Removes what replacements of `path` whose process was killed have left beside it. Only while nobody
+    /// else replaces it.
+    static void removeLeftovers(const std::filesystem::path& path);
+
+private:
+    std::filesystem::path m_path;
+    std::string m_temporary;  // empty once committed
+    int m_descriptor = -1;
+};
+
+/// The bytes of an ordinary file for a `std::istream`, of which a small part is in memory at a time.
+class FileInput : public std::streambuf {
+public:
+    explicit FileInput(std::filesystem::path path);
+    ~FileInput() override;
+    FileInput(const FileInput&) = delete;
+    FileInput& operator=(const FileInput&) = delete;
+
+protected:
+    int_type underflow() override;
+
+private:
+    std::filesystem::path m_path;
+    int m_descriptor = -1;
+    std::array<char, 65'536> m_buffer;
+};
+
+/// An advisory lock, from when it is there until it is destroyed: of all that lock the same file, in this
+/// process or others, one goes on and the others wait. The file is made and never removed; the lock of a
+/// process that dies is free.
+class FileLock {
+public:
+    explicit FileLock(const std::filesystem::path& path);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+private:
+    int m_descriptor = -1;
+};
+
+/// Makes the folder, and those above it that are missing, for the user alone (0700).
+void makeFolders(const std::filesystem::path& folder);
+
+/// Moves a file to another name in the same folder; false, and nothing is done, when something has that name.
+bool renameToUnused(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace quillmark

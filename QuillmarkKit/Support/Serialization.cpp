@@ -53,6 +53,62 @@ JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
     return document;
 }
 
+JSON parsedPiecewise(std::istream& text, std::string_view list,
+                     const std::function<void(std::size_t number, const JSON& element)>& element) {
+    using Event = JSON::parse_event_t;
+    bool isListNext = false, inList = false;
+    std::size_t number = 0;
+    const auto keep = [&](int depth, Event event, const JSON& value) {
+        const bool isBegin = event == Event::object_start || event == Event::array_start;
+        if (isBegin && depth >= deepest) throw DecodingError("nested too deep");
+        if (depth == 1) {
+            if (event == Event::key) isListNext = value.get_ref<const std::string&>() == list;
+            inList = isListNext && event == Event::array_start;
+        }
+        if (depth != 2 || !inList || isBegin) return true;
+        element(number++, value);
+        return false;
+    };
+    try {
+        return JSON::parse(text, keep);
+    } catch (const JSON::parse_error& error) {
+        throw DecodingError("byte " + std::to_string(error.byte) + ": this is no JSON");
+    } catch (const JSON::exception&) {  // a number that nothing can hold
+        throw DecodingError("a number is out of range");
+    }
+}
+
+std::string indented(std::string_view json, std::size_t depth) {
+    std::string text;
+    text.reserve(json.size() + json.size() / 2);
+    const auto newLine = [&] { text.append(1, '\n').append(2 * depth, ' '); };
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const char c = json[i];
+        if (c == '"') {
+            const std::size_t begin = i++;
+            while (json[i] != '"') i += json[i] == '\\' ? 2u : 1u;
+            text += json.substr(begin, i - begin + 1);
+        } else if (c == '{' || c == '[') {
+            text += c;
+            if (json[i + 1] == '}' || json[i + 1] == ']') {
+                text += json[++i];
+            } else {
+                ++depth;
+                newLine();
+            }
+        } else if (c == '}' || c == ']') {
+            --depth;
+            newLine();
+            text += c;
+        } else {
+            text += c;
+            if (c == ',') newLine();
+            if (c == ':') text += ' ';
+        }
+    }
+    return text;
+}
+
 namespace serialization {
 
 void Encoder::writeText(std::string_view text) {

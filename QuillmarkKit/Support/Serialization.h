@@ -8,6 +8,8 @@
 #include <cmath>
 #include <concepts>
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -33,6 +35,17 @@ using JSON = nlohmann::json;
 /// A JSON text of at most `sizeLimit` bytes, nested at most 64 deep, read without recursion. Of several
 /// members with one name the last counts. Throws `DecodingError`.
 JSON parsedJSON(std::string_view text, std::size_t sizeLimit);
+
+/// Reads an object whose member `list` may be larger than memory has room for: its elements are handed on as
+/// they are read, one at a time, each with its number, and dropped. Gives the object with that list empty.
+/// Nested at most 64 deep, read without recursion; every byte of `text` has to belong to it. Throws
+/// `DecodingError`; what `text` or `element` throws goes through.
+JSON parsedPiecewise(std::istream& text, std::string_view list,
+                     const std::function<void(std::size_t number, const JSON& element)>& element);
+
+/// A JSON text without white space laid out over lines, `depth` times two blanks in front of all but the
+/// first.
+std::string indented(std::string_view json, std::size_t depth);
 
 /// What decoding does with a member that is missing though it is not optional.
 enum class MissingMembers { fail, keepDefault };
@@ -165,7 +178,9 @@ private:
 /// Reads one value, keeping the path to where it is.
 class Decoder {
 public:
-    explicit Decoder(MissingMembers missing) : m_missing(missing) {}
+    /// `path`: where the value stands that is decoded.
+    explicit Decoder(MissingMembers missing, std::string path = {})
+        : m_missing(missing), m_path(std::move(path)) {}
 
     template <typename T>
     T decoded(const JSON& json) {
@@ -287,7 +302,7 @@ private:
     }
 
     MissingMembers m_missing;
-    std::string m_path = {};
+    std::string m_path;
 };
 
 }  // namespace serialization
@@ -301,10 +316,10 @@ std::string encoded(const T& value) {
     return text;
 }
 
-/// Throws `DecodingError` with the path to the fault.
+/// Throws `DecodingError` with the path to the fault, which begins with `path`.
 template <typename T>
-T decoded(const JSON& json, MissingMembers missing = MissingMembers::fail) {
-    return serialization::Decoder(missing).decoded<T>(json);
+T decoded(const JSON& json, MissingMembers missing = MissingMembers::fail, std::string path = {}) {
+    return serialization::Decoder(missing, std::move(path)).decoded<T>(json);
 }
 
 }  // namespace quillmark

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "QuillmarkKit/Report.h"
+
+/// The reports that are kept, and their text form (docs/formats.md).
+namespace quillmark {
+
+class HistoryChange;
+
+/// The version of the form that is written, and the highest that is read.
+constexpr std::int64_t historyVersion = 1;
+
+/// A report that takes more bytes as compact JSON is not kept.
+constexpr std::size_t largestKeptReport = 5'000'000;
+
+struct History {
+    std::int64_t version = historyVersion;
+    std::vector<ProofReport> reports = {};  ///< the oldest first
+    bool operator==(const History&) const = default;
+
+    void apply(const HistoryChange& change);
+};
+constexpr auto fieldsOf(const History*) {
+    return std::tuple{Field{"version", &History::version}, Field{"reports", &History::reports}};
+}
+
+/// What is to be done to a history whatever it holds by then: several steps, one after the other, as one
+/// change. Applying it twice does the same as once.
+class HistoryChange {
+public:
+    /// Puts a report at the end; one with the same id goes. False, and nothing is done, when the report is
+    /// too large to be kept.
+    [[nodiscard]] bool add(ProofReport report);
+    void remove(const UUID& id);
+    void removeAll();
+
+    bool isEmpty() const { return !m_removesAll && m_removed.empty(); }
+    /// Whether a report that the history holds goes.
+    bool removes(const UUID& id) const { return m_removesAll || m_removed.contains(id); }
+    /// What comes behind those that stay, in order.
+    const std::vector<ProofReport>& added() const { return m_added; }
+
+private:
+    bool m_removesAll = false;
+    std::set<UUID> m_removed = {};  // also the ids of those that are added
+    std::vector<ProofReport> m_added = {};
+};
+
+/// Writes a history report by report, its keys sorted: equal histories give the same bytes.
+class HistoryWriter {
+public:
+    using Sink = std::function<void(std::string_view bytes)>;
+    explicit HistoryWriter(Sink sink);
+    void add(const ProofReport& report);
+    /// After the last report.
+    void end();
+
+private:
+    Sink m_sink;
+    std::string m_text = {};  // not yet in the sink
+    bool m_isFirst = true;
+};
+
+/// Reads what a `HistoryWriter` wrote, and hands on one report after the other. Gives the version, on which
+/// it depends whether they count: above `historyVersion` the form is unknown. Throws `DecodingError` with the
+/// place of the fault ("reports[3].dkim[0].status: …"), perhaps after many a report.
+std::int64_t readHistory(std::istream& text, const std::function<void(ProofReport)>& report);
+
+}  // namespace quillmark
