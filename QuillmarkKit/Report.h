@@ -265,6 +265,136 @@ constexpr auto namesOf(Limit) {
                                 "spfFromReceived", "headersOnly"}};
 }
 
+/// What a person must know that the verdict does not say. Texts from the message are decoded and cut to about
+/// 200 bytes; "…" says that there was more. A note never changes the verdict.
+struct ReportNote {
+    /// The header block ends at a line that is no header field: what follows was read neither as header
+    /// fields nor as the body.
+    struct HeaderEndsEarly {
+        std::int64_t line = 0;   ///< the line's number in the message, from 1
+        std::int64_t bytes = 0;  ///< from that line on, each line end counted as two
+        bool operator==(const HeaderEndsEarly&) const = default;
+    };
+    /// From holds more than the one address that was judged.
+    struct FromHoldsMore {
+        enum class Kind {
+            text,   ///< beside the address
+            part,   ///< of the list, or a group's name: no address
+            route,  ///< in front of the address, as in <@route:address> and route@domain
+        };
+        Kind kind = Kind::text;
+        std::string address = {};  ///< that was judged
+        std::string more = {};
+        bool operator==(const FromHoldsMore&) const = default;
+    };
+    /// From holds no address; other fields name somebody.
+    struct FromEmpty {
+        std::optional<std::string> sender = {},
+                                   resentFrom = {};  ///< the fields' values; at least one is there
+        bool operator==(const FromEmpty&) const = default;
+    };
+    /// The signature that the verdict rests on covers a field of this name, but not the one that is shown.
+    struct ShownNotSigned {
+        std::string field = {};        ///< "Subject", "Date", "To", "Cc" or "Reply-To"
+        std::string shown = {};        ///< the value that is shown
+        std::string signedValue = {};  ///< the value that was signed
+        std::int64_t count = 0;        ///< how many fields of this name there are
+        std::int64_t covered = 0;      ///< how many of them, from below, are signed; at least 1
+        bool operator==(const ShownNotSigned&) const = default;
+    };
+    /// A line that a finding was taken from stands where the sender could have written it.
+    struct LineOfSender {
+        enum class Why {
+            belowReceived,  ///< it stands below a line that the server before the receiver's wrote
+            unknownServer,  ///< it stands below the receiver's line and names another server than that does
+        };
+        std::string field = {};   ///< "Received-SPF" (gives the address) or "Authentication-Results"
+        std::string server = {};  ///< the address or the server that the line names; may be empty
+        Why why = Why::belowReceived;
+        bool operator==(const LineOfSender&) const = default;
+    };
+    /// What `d=` of the signature that the verdict rests on names is no host.
+    struct SigningDomainNoHost {
+        std::string domain = {};
+        bool operator==(const SigningDomainNoHost&) const = default;
+    };
+    /// It is an ending under which anybody can register a name.
+    struct SigningDomainPublicSuffix {
+        std::string domain = {};
+        bool operator==(const SigningDomainPublicSuffix&) const = default;
+    };
+    /// By `t=` the signature that the verdict rests on was made after the check.
+    struct SignedAfterCheck {
+        std::string domain = {};
+        Date signedAt = {};
+        bool operator==(const SignedAfterCheck&) const = default;
+    };
+    /// By `t=` it was made long before the message arrived.
+    struct SignedLongBefore {
+        std::string domain = {};
+        Date signedAt = {};
+        Date received = {};  ///< the newest date of a Received field
+        bool operator==(const SignedLongBefore&) const = default;
+    };
+    std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
+                 SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore>
+        value = HeaderEndsEarly{};
+    bool operator==(const ReportNote&) const = default;
+};
+constexpr auto namesOf(ReportNote::FromHoldsMore::Kind) {
+    return EnumTable<ReportNote::FromHoldsMore::Kind, 3>{EnumStyle::word, {"text", "part", "route"}};
+}
+constexpr auto namesOf(ReportNote::LineOfSender::Why) {
+    return EnumTable<ReportNote::LineOfSender::Why, 2>{EnumStyle::word, {"belowReceived", "unknownServer"}};
+}
+constexpr auto casesOf(const ReportNote*) {
+    return std::array{"headerEndsEarly",
+                      "fromHoldsMore",
+                      "fromEmpty",
+                      "shownNotSigned",
+                      "lineOfSender",
+                      "signingDomainNoHost",
+                      "signingDomainPublicSuffix",
+                      "signedAfterCheck",
+                      "signedLongBefore"};
+}
+constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
+    using T = ReportNote::HeaderEndsEarly;
+    return std::tuple{Field{"line", &T::line}, Field{"bytes", &T::bytes}};
+}
+constexpr auto fieldsOf(const ReportNote::FromHoldsMore*) {
+    using T = ReportNote::FromHoldsMore;
+    return std::tuple{Field{"kind", &T::kind}, Field{"address", &T::address}, Field{"more", &T::more}};
+}
+constexpr auto fieldsOf(const ReportNote::FromEmpty*) {
+    using T = ReportNote::FromEmpty;
+    return std::tuple{Field{"sender", &T::sender}, Field{"resentFrom", &T::resentFrom}};
+}
+constexpr auto fieldsOf(const ReportNote::ShownNotSigned*) {
+    using T = ReportNote::ShownNotSigned;
+    return std::tuple{Field{"field", &T::field}, Field{"shown", &T::shown}, Field{"signed", &T::signedValue},
+                      Field{"count", &T::count}, Field{"covered", &T::covered}};
+}
+constexpr auto fieldsOf(const ReportNote::LineOfSender*) {
+    using T = ReportNote::LineOfSender;
+    return std::tuple{Field{"field", &T::field}, Field{"server", &T::server}, Field{"why", &T::why}};
+}
+constexpr auto fieldsOf(const ReportNote::SigningDomainNoHost*) {
+    return std::tuple{Field{"domain", &ReportNote::SigningDomainNoHost::domain}};
+}
+constexpr auto fieldsOf(const ReportNote::SigningDomainPublicSuffix*) {
+    return std::tuple{Field{"domain", &ReportNote::SigningDomainPublicSuffix::domain}};
+}
+constexpr auto fieldsOf(const ReportNote::SignedAfterCheck*) {
+    using T = ReportNote::SignedAfterCheck;
+    return std::tuple{Field{"domain", &T::domain}, Field{"signedAt", &T::signedAt}};
+}
+constexpr auto fieldsOf(const ReportNote::SignedLongBefore*) {
+    using T = ReportNote::SignedLongBefore;
+    return std::tuple{Field{"domain", &T::domain}, Field{"signedAt", &T::signedAt},
+                      Field{"received", &T::received}};
+}
+
 /// The complete, self-contained result of checking one message.
 struct ProofReport {
     UUID id = {};
@@ -281,6 +411,7 @@ struct ProofReport {
     DomainAge domainAge = {};
     Verdict verdict = {};
     std::vector<Limit> limits = {};
+    std::vector<ReportNote> notes = {};  ///< left out of the JSON when there are none
     bool operator==(const ProofReport&) const = default;
 };
 constexpr auto fieldsOf(const ProofReport*) {
@@ -298,7 +429,8 @@ constexpr auto fieldsOf(const ProofReport*) {
                       Field{"flags", &T::flags},
                       Field{"domainAge", &T::domainAge},
                       Field{"verdict", &T::verdict},
-                      Field{"limits", &T::limits}};
+                      Field{"limits", &T::limits},
+                      Field{"notes", &T::notes, WhenEmpty::leftOut}};
 }
 
 }  // namespace quillmark

@@ -7,7 +7,7 @@
 namespace quillmark {
 namespace {
 
-/// A report with every field in use and, in its flags, every warning sign.
+/// A report with every field in use and, in its flags and notes, every warning sign and note.
 ProofReport fullReport() {
     ProofReport report;
     report.id = *UUID::parse("01234567-89ab-cdef-0123-456789abcdef");
@@ -66,6 +66,16 @@ ProofReport fullReport() {
     report.domainAge = {"example.org", {DomainAge::Status::Unavailable{"timed out"}}};
     report.verdict = {VerdictKind::signatureBroken, Tone::caution, "a", "b", {"c", "d"}};
     report.limits = {Limit::domainNotCompany, Limit::headersOnly};
+    using Note = ReportNote;
+    report.notes = {{Note::HeaderEndsEarly{3, 1'000}},
+                    {Note::FromHoldsMore{Note::FromHoldsMore::Kind::route, "a", "b"}},
+                    {Note::FromEmpty{std::nullopt, "a"}},
+                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}},
+                    {Note::LineOfSender{"Received-SPF", "a", Note::LineOfSender::Why::unknownServer}},
+                    {Note::SigningDomainNoHost{"a"}},
+                    {Note::SigningDomainPublicSuffix{"a"}},
+                    {Note::SignedAfterCheck{"a", referenceDate}},
+                    {Note::SignedLongBefore{"a", referenceDate, report.checkedAt}}};
     return report;
 }
 
@@ -106,11 +116,15 @@ TEST(ReportJSON, form) {
         {"/domainAge/status", R"({"unavailable":{"_0":"timed out"}})"},
         {"/verdict/kind", R"("signatureBroken")"},
         {"/limits", R"(["domainNotCompany","headersOnly"])"},
+        {"/notes/0", R"({"headerEndsEarly":{"bytes":1000,"line":3}})"},
+        {"/notes/1", R"({"fromHoldsMore":{"address":"a","kind":"route","more":"b"}})"},
+        {"/notes/3",
+         R"({"shownNotSigned":{"count":2,"covered":1,"field":"Subject","shown":"a","signed":"b"}})"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(json.at(JSON::json_pointer(row.pointer)).dump(), row.value) << row.pointer;
     const auto empty = JSON::parse(compactJSON({}));
-    EXPECT_EQ(empty.size(), 13u);  // all but fileName
+    EXPECT_EQ(empty.size(), 13u);  // all but fileName and notes
     EXPECT_EQ(empty["dkim"].dump(), "[]");
     EXPECT_EQ(empty["summary"].dump(), R"({"from":[],"replyTo":[],"subject":"","to":[]})");
     EXPECT_NE(compactJSON(fullReport()).find("736260690.123,"), std::string::npos);

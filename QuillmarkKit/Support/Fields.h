@@ -18,11 +18,15 @@
 ///     case
 namespace quillmark {
 
+/// Whether a list without elements is written.
+enum class WhenEmpty { written, leftOut };
+
 /// One member of a keyed object. An unlabelled value of a case is named "_0".
 template <typename Owner, typename Member>
 struct Field {
     const char* name;
     Member Owner::* member;
+    WhenEmpty whenEmpty = WhenEmpty::written;
 };
 
 /// How an enumeration without values is written.

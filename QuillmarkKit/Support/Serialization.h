@@ -161,6 +161,9 @@ private:
             beginField(field.name);
             write(*member);
         } else {
+            if constexpr (IsList<std::remove_cvref_t<decltype(member)>>::value) {
+                if (member.empty() && field.whenEmpty == WhenEmpty::leftOut) return;
+            }
             beginField(field.name);
             write(member);
         }
@@ -289,7 +292,7 @@ private:
                 } else {
                     if (found != json.end()) {
                         member = decoded<Member>(*found);
-                    } else if (m_missing == MissingMembers::fail) {
+                    } else if (m_missing == MissingMembers::fail && field.whenEmpty == WhenEmpty::written) {
                         fail("missing");
                     }
                 }
