@@ -6,10 +6,15 @@
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/SignCommands.h"
 
 namespace {
 
 using quillmark::CheckCommand;
+using quillmark::KeygenCommand;
+using quillmark::SealCommand;
+using quillmark::SignCommand;
+using quillmark::SigningArguments;
 
 constexpr const char* description =
     "Tells who can be proven to have sent an email, and whether it changed on the way.\n"
@@ -39,6 +44,82 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         ->type_name("FILE");
     command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
     command->footer(footer);
+}
+
+constexpr const char* keygenFooter =
+    "The record is to be published as TXT in the DNS, with your selector (any name) and domain in its name; "
+    "in a\n"
+    "zone file a value over 255 bytes stands in several pairs of quotes.\n"
+    "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.";
+
+constexpr const char* signingFooter =
+    "Line ends become CR LF; every other byte stays as it was. Nothing is written when it can't be signed.\n"
+    "Exit status: 0 signed; 1 the message could not be read, is no email or none that can be signed; 2 "
+    "wrong\n"
+    "arguments or an unusable key.";
+
+void addKeygen(CLI::App& app, KeygenCommand& keygen) {
+    CLI::App* command = app.add_subcommand("keygen", "Make a private key and print its DNS record");
+    command->add_option("--type", keygen.type, "rsa or ed25519; default: rsa")
+        ->check(CLI::IsMember({"rsa", "ed25519"}))
+        ->type_name("TYPE");
+    command->add_option("--bits", keygen.bits, "The size of an RSA key, 1024 to 16384; default: 2048")
+        ->check(CLI::Range(1024, 16384))
+        ->type_name("BITS");
+    command->add_option("--out", keygen.out, "The new file for the private key (PEM, PKCS#8, for you alone)")
+        ->required()
+        ->type_name("KEY");
+    command->footer(keygenFooter);
+}
+
+/// The options of both; the others of a command come before `--time`.
+void addSigning(CLI::App& command, SigningArguments& arguments) {
+    command.add_option("--domain", arguments.domain, "The domain that signs")
+        ->required()
+        ->type_name("DOMAIN");
+    command.add_option("--selector", arguments.selector, "Which of the domain's keys it is")
+        ->required()
+        ->type_name("SELECTOR");
+    command.add_option("--key", arguments.keyFile, "The file of the private key (PEM, PKCS#8 or PKCS#1)")
+        ->required()
+        ->type_name("KEY");
+    command
+        .add_option("--time", arguments.time,
+                    "The time of signing (RFC 3339, or seconds since 1970); without it none is stated")
+        ->type_name("TIME");
+    command.add_option("FILE", arguments.file, "The message; \"-\" is standard input")->required();
+    command.footer(signingFooter);
+}
+
+void addSign(CLI::App& app, SignCommand& sign) {
+    CLI::App* command = app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
+    command
+        ->add_option("--headers", sign.headers,
+                     "The fields to sign, such as from:to:subject; default: all the usual ones there are")
+        ->type_name("NAMES");
+    command
+        ->add_option("--canon", sign.canonicalization,
+                     "How header/body are brought into canonical form; default: relaxed/relaxed")
+        ->type_name("PAIR");
+    command->add_option("--length", sign.length, "Sign only so many bytes of the canonical body")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    addSigning(*command, sign);
+}
+
+void addSeal(CLI::App& app, SealCommand& seal) {
+    CLI::App* command = app.add_subcommand("seal", "Print a message with a new ARC set on top");
+    command
+        ->add_option("--results", seal.results,
+                     "What your server found, such as \"mx.example; dkim=pass header.d=example.org\"")
+        ->required()
+        ->type_name("TEXT");
+    command
+        ->add_option("--chain", seal.chain,
+                     "Whether the chain so far holds: none, pass or fail; default: none for the first set,\n"
+                     "pass for later ones, unchecked")
+        ->type_name("VALUE");
+    addSigning(*command, seal);
 }
 
 /// The arguments after the program's name, in the reverse order that the parser wants. It would take "[a,b]"
@@ -73,7 +154,13 @@ int main(int count, char** values) {
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION);
     app.require_subcommand(1);
     CheckCommand check;
+    KeygenCommand keygen;
+    SignCommand sign;
+    SealCommand seal;
     addCheck(app, check);
+    addKeygen(app, keygen);
+    addSign(app, sign);
+    addSeal(app, seal);
     try {
         app.parse(arguments(count, values));
     } catch (const CLI::ParseError& error) {
@@ -82,6 +169,9 @@ int main(int count, char** values) {
         return 2;
     }
     quillmark::endOnSignals();
-    check.reader = quillmark::Reader::ofEnvironment();
+    check.reader = sign.reader = seal.reader = quillmark::Reader::ofEnvironment();
+    if (app.got_subcommand("keygen")) return keygen.run();
+    if (app.got_subcommand("sign")) return sign.run();
+    if (app.got_subcommand("seal")) return seal.run();
     return check.run();
 }
