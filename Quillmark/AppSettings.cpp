@@ -1,0 +1,61 @@
+#include "Quillmark/AppSettings.h"
+
+#include <QByteArray>
+#include <QStandardPaths>
+
+#include "QuillmarkKit/Support/Serialization.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::string_view settingsKey = "settings";
+constexpr std::size_t largestSettings = 1 << 16;
+
+QString qstring(std::string_view text) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+}  // namespace
+
+UserSettingsStore::UserSettingsStore()
+    : UserSettingsStore(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                        "/quillmark/quillmark.conf") {}
+
+UserSettingsStore::UserSettingsStore(const QString& file) : m_settings(file, QSettings::IniFormat) {}
+
+std::optional<std::string> UserSettingsStore::bytes(std::string_view key) const {
+    const QVariant value = m_settings.value(qstring(key));
+    if (!value.isValid()) return std::nullopt;
+    return value.toByteArray().toStdString();
+}
+
+void UserSettingsStore::setBytes(std::string_view key, std::string_view bytes) {
+    m_settings.setValue(qstring(key), QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size())));
+    m_settings.sync();
+}
+
+std::optional<std::string> MemorySettingsStore::bytes(std::string_view key) const {
+    const auto found = m_values.find(key);
+    return found != m_values.end() ? std::optional(found->second) : std::nullopt;
+}
+
+void MemorySettingsStore::setBytes(std::string_view key, std::string_view bytes) {
+    m_values.insert_or_assign(std::string(key), std::string(bytes));
+}
+
+AppSettings loadSettings(const SettingsStore& store) {
+    const auto stored = store.bytes(settingsKey);
+    if (!stored) return {};
+    try {
+        return decoded<AppSettings>(parsedJSON(*stored, largestSettings), MissingMembers::keepDefault);
+    } catch (const DecodingError&) {
+        return {};
+    }
+}
+
+void saveSettings(const AppSettings& settings, SettingsStore& store) {
+    store.setBytes(settingsKey, encoded(settings));
+}
+
+}  // namespace quillmark

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QSettings>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+#include "QuillmarkKit/Support/Fields.h"
+
+namespace quillmark {
+
+/// What the person chose.
+struct AppSettings {
+    bool onboardingDone = false;  ///< the welcome sheet has been shown and dismissed
+    bool checkDomainAge = true;   ///< registries may be asked when domains were registered
+    bool keepHistory = true;      ///< reports are kept from one run to the next
+    bool operator==(const AppSettings&) const = default;
+};
+constexpr auto fieldsOf(const AppSettings*) {
+    return std::tuple{Field{"onboardingDone", &AppSettings::onboardingDone},
+                      Field{"checkDomainAge", &AppSettings::checkDomainAge},
+                      Field{"keepHistory", &AppSettings::keepHistory}};
+}
+
+/// Keeps bytes under a key, for one person, from one run to the next. Fails without a word.
+class SettingsStore {
+public:
+    SettingsStore() = default;
+    SettingsStore(const SettingsStore&) = delete;
+    SettingsStore& operator=(const SettingsStore&) = delete;
+    virtual ~SettingsStore() = default;
+
+    virtual std::optional<std::string> bytes(std::string_view key) const = 0;
+    virtual void setBytes(std::string_view key, std::string_view bytes) = 0;
+};
+
+/// The store of the person who runs the program: a file in their folder for settings.
+class UserSettingsStore : public SettingsStore {
+public:
+    /// "quillmark/quillmark.conf" in the person's folder for settings ($XDG_CONFIG_HOME, else ~/.config).
+    UserSettingsStore();
+    explicit UserSettingsStore(const QString& file);
+
+    std::optional<std::string> bytes(std::string_view key) const override;
+    void setBytes(std::string_view key, std::string_view bytes) override;
+
+private:
+    QSettings m_settings;
+};
+
+/// Forgets with the run.
+class MemorySettingsStore : public SettingsStore {
+public:
+    std::optional<std::string> bytes(std::string_view key) const override;
+    void setBytes(std::string_view key, std::string_view bytes) override;
+
+private:
+    std::map<std::string, std::string, std::less<>> m_values = {};
+};
+
+/// What is stored under "settings". A choice that is missing has its default; when there is anything but a
+/// JSON object whose members are what they should be, all have.
+AppSettings loadSettings(const SettingsStore& store);
+void saveSettings(const AppSettings& settings, SettingsStore& store);
+
+}  // namespace quillmark
