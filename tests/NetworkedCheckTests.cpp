@@ -1,0 +1,173 @@
+// Whole checks over the network's two clients: what leaves the machine, and what comes of every fault.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Verifier.h"
+#include "ScriptedHTTP.h"
+#include "TestSigner.h"
+
+namespace quillmark::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+constexpr std::string_view bootstrapURL = "https://data.iana.org/rdap/dns.json";
+constexpr const char* bootstrap = R"({"services":[[["org","com","example"],["https://registry.example/"]]]})";
+
+/// A network in which every domain has a policy and an SPF record that asks about the sender's address.
+HTTPResponse curiousNetwork(const HTTPRequest& request, std::stop_token) {
+    if (request.url == bootstrapURL) return {200, bootstrap};
+    if (request.url.starts_with("https://registry.example/")) return {404, ""};
+    return {200, R"({"Status":0,"Answer":[{"type":16,"data":"\"v=spf1 exists:%{l}.%{h}.e.example)"
+                 R"( a:%{ir}.a.example mx include:%{d2}.i.example -all\""}]})"};
+}
+
+std::string contents(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Every address that checking a message asks for.
+std::vector<std::string> urlsOf(std::string_view message) {
+    const auto http = std::make_shared<ScriptedHTTP>(curiousNetwork);
+    const Verifier verifier(std::make_shared<DoHResolver>(http), std::make_shared<RDAPClient>(http));
+    verifier.verify(MailMessage::parse(message), "named.eml", now);
+    return http->takeURLs();
+}
+
+TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
+    // Everything that is nobody's business bears this word; "bounce" is the envelope sender's local part.
+    const std::string leaky =
+        "Return-Path: <bounce@sender.example>\r\n"
+        "Received: from h (h.example [198.51.100.7]) by mx.example for <secret@mine.example> id secret\r\n"
+        "Authentication-Results: secret.example; spf=pass smtp.mailfrom=secret@sender.example\r\n"
+        "DKIM-Signature: v=1; a=rsa-sha256; d=signer.example; s=key; i=secret@signer.example; h=from; "
+        "bh=AAAA; "
+        "b=AAAA; x-secret=secret\r\n"
+        "DKIM-Signature: v=1; a=rsa-sha256; d=a/../b?secret=1 &c.example; s=key; h=from; bh=AAAA; b=AAAA\r\n"
+        "DKIM-Signature: v=1; a=rsa-sha256; d=intranet; s=secret; h=from; bh=AAAA; b=AAAA\r\n"
+        "DKIM-Signature: v=1; a=rsa-sha256; d=host.local; s=secret; h=from; bh=AAAA; b=AAAA\r\n"
+        "DKIM-Signature: v=1; a=rsa-sha256; d=a.example; s=se\x01"
+        "cret; h=from; bh=AAAA; b=AAAA\r\n"
+        "From: \"Secret secret.secret.example\" <secret@author.example>\r\n"
+        "Reply-To: secret@reply.example, secret@192.0.2.1, secret@[192.0.2.1], secret@xn--secret\r\n"
+        "To: secret@mine.example\r\nCc: secret@cc.example\r\nSubject: secret\r\nMessage-ID: "
+        "<secret@id.example>\r\n"
+        "List-Unsubscribe: <https://secret.example/secret>\r\n\r\nsecret\r\n";
+    std::vector<std::string> messages = {leaky};
+    for (const auto& entry : fs::directory_iterator(QUILLMARK_SAMPLES)) {
+        if (entry.path().extension() == ".eml") messages.push_back(contents(entry.path()));
+    }
+    ASSERT_GE(messages.size(), 3u);
+    std::set<std::string> asked;
+    for (const auto& message : messages) {
+        for (const auto& url : urlsOf(message)) {
+            SCOPED_TRACE(url);
+            EXPECT_EQ(asciiLowered(url).find("secret"), std::string::npos);
+            if (url == bootstrapURL) continue;
+            if (url.starts_with("https://registry.example/domain/")) {
+                asked.insert(url);
+                continue;
+            }
+            const std::string_view service = "https://cloudflare-dns.com/dns-query?name=";
+            ASSERT_TRUE(url.starts_with(service));
+            const std::string name = url.substr(service.size(), url.find("&type=") - service.size());
+            EXPECT_EQ(
+                name.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_%"),
+                std::string::npos);
+            for (const char* local : {".local", ".lan", "intranet", "192.0.2.1"}) {
+                EXPECT_FALSE(name.ends_with(local));
+            }
+            asked.insert(name);
+        }
+    }
+    // The test would see a leak: these are the names that do go out, the local part only where SPF asks for
+    // it.
+    for (const char* name : {"key._domainkey.signer.example", "_dmarc.author.example", "sender.example",
+                             "bounce.h.e.example", "https://registry.example/domain/author.example",
+                             "https://registry.example/domain/reply.example"}) {
+        EXPECT_TRUE(asked.contains(name)) << name;
+    }
+}
+
+TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
+    const auto key = PrivateKey::ed25519();
+    const std::string message = signedMessage(
+        "Return-Path: <a@example.org>\r\nReceived: from h (h.example [198.51.100.7]) by mx.example\r\n"
+        "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n",
+        {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+    const struct Fault {
+        const char* text;
+        std::optional<HTTPFailure> failure;
+        HTTPResponse response = {};
+    } faults[] = {
+        {"timed out", HTTPFailure::timedOut},
+        {"no connection", HTTPFailure::noConnection},
+        {"name not found", HTTPFailure::nameNotFound},
+        {"certificate not trusted", HTTPFailure::certificateNotTrusted},
+        {"connection lost", HTTPFailure::connectionLost},
+        {"answer too large", HTTPFailure::answerTooLarge},
+        {"transfer failed", HTTPFailure::transferFailed},
+        {"HTTP 429", {}, {429, ""}},
+        {"HTTP 500", {}, {500, "{}"}},
+        {"SERVFAIL", {}, {200, R"({"Status":2})"}},
+        {"DNS status 5", {}, {200, R"({"Status":5})"}},
+        {"unreadable answer", {}, {200, "<html>"}},
+    };
+    const auto outcome = [](const Fault& fault) {
+        if (fault.failure) throw HTTPError(*fault.failure);
+        return fault.response;
+    };
+    for (const Fault& first : faults) {
+        for (const Fault& second : faults) {
+            for (const Fault& third : faults) {
+                const auto http =
+                    std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
+                        if (request.url.find("cloudflare") != std::string::npos) return outcome(first);
+                        if (request.url.find("dns.google") != std::string::npos) return outcome(second);
+                        return request.url == bootstrapURL ? HTTPResponse{200, bootstrap} : outcome(third);
+                    });
+                const Verifier verifier(std::make_shared<DoHResolver>(http),
+                                        std::make_shared<RDAPClient>(http));
+                const ProofReport report = verifier.verify(MailMessage::parse(message), std::nullopt, now);
+                SCOPED_TRACE(compactJSON(report));
+                ASSERT_EQ(report.verdict.kind, VerdictKind::couldNotCheck);
+                ASSERT_EQ(report.verdict.tone, Tone::unknown);
+                const std::string why =
+                    std::string("cloudflare-dns.com: ") + first.text + "; dns.google: " + second.text;
+                ASSERT_EQ(report.dkim.size(), 1u);
+                EXPECT_EQ(report.dkim[0].status, DKIMResult::Status::lookupFailed);
+                EXPECT_EQ(report.dkim[0].detail, why);
+                EXPECT_EQ(report.dmarc.status, DMARCFinding::Status::lookupFailed);
+                const auto* judged = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
+                ASSERT_TRUE(judged);
+                EXPECT_EQ(judged->result, SPFResult::temperror);
+                // A registry's 200 without a date says that it publishes none.
+                const auto* unavailable =
+                    std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);
+                if (third.response.status == 200) {
+                    EXPECT_FALSE(unavailable);
+                } else {
+                    ASSERT_TRUE(unavailable);
+                    EXPECT_EQ(unavailable->reason, third.failure
+                                                       ? third.text
+                                                       : std::string("the registry answered ") + third.text);
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quillmark::test
