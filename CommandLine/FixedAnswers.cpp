@@ -3,6 +3,7 @@
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -67,15 +68,12 @@ StaticRegistry::Entries registrationDates(const JSON& object) {
 
 JSON parsed(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) throw AnswersFileError(std::generic_category().message(errno));
-    JSON document;
-    try {
-        document = JSON::parse(file);
-    } catch (const JSON::exception&) {
-        throw AnswersFileError("this is no JSON");
-    } catch (const std::ios_base::failure& error) {  // of a directory, for one
-        throw AnswersFileError(error.code().message());
-    }
+    if (file) file.peek();  // a directory can be opened, but not read
+    if (!file && !file.eof()) throw AnswersFileError(std::generic_category().message(errno));
+    std::ostringstream text;
+    text << file.rdbuf();
+    const JSON document = JSON::parse(text.view(), nullptr, false);
+    if (document.is_discarded()) throw AnswersFileError("this is no JSON");
     if (!document.is_object()) throw AnswersFileError("expected a JSON object");
     return document;
 }
