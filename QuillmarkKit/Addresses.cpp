@@ -112,31 +112,79 @@ std::string decodedWords(CharsetDecoder& decoder, std::string_view text) {
     return decoded;
 }
 
-std::optional<MailAddress> parsedEntry(CharsetDecoder& decoder, std::string_view entry) {
-    entry = trimmedBlanks(entry);
-    const auto colon = entry.find(':');
-    if (colon != std::string_view::npos &&
-        entry.substr(0, colon).find_first_of("<\"") == std::string_view::npos) {
-        entry = trimmedBlanks(entry.substr(colon + 1));  // the name of a group
-    }
-    if (entry.empty()) return std::nullopt;
+/// The pieces of an entry: a name and an address, in one of the three forms, and what is neither.
+struct EntryPieces {
+    std::string_view group = {};  ///< the name of the group that begins here
+    std::string_view all = {};    ///< behind it
+    std::string_view name = {}, address = {}, behind = {};
+    bool nameIsQuotable = false;
+    bool holdsAddress = false;
+};
 
-    const auto open = entry.rfind('<'), close = entry.rfind('>');
+EntryPieces pieces(std::string_view entry) {
+    EntryPieces pieces{.all = trimmedBlanks(entry)};
+    const auto colon = pieces.all.find(':');
+    if (colon != std::string_view::npos &&
+        pieces.all.substr(0, colon).find_first_of("<\"") == std::string_view::npos) {
+        pieces.group = trimmedBlanks(pieces.all.substr(0, colon));
+        pieces.all = trimmedBlanks(pieces.all.substr(colon + 1));
+    }
+    const auto cut = [&](std::size_t from, std::size_t to) { return pieces.all.substr(from, to - from); };
+    const auto open = pieces.all.rfind('<'), close = pieces.all.rfind('>');
     if (open != std::string_view::npos && close != std::string_view::npos && close > open) {
-        return MailAddress{unlessEmpty(unquoted(decodedWords(decoder, trimmedBlanks(entry.substr(0, open))))),
-                           std::string(trimmedBlanks(entry.substr(open + 1, close - open - 1)))};
+        pieces.name = trimmedBlanks(cut(0, open));
+        pieces.nameIsQuotable = true;
+        pieces.address = trimmedBlanks(cut(open + 1, close));
+        pieces.behind = trimmedBlanks(pieces.all.substr(close + 1));
+        pieces.holdsAddress = true;
+        return pieces;
     }
-    const auto comment = entry.find('('), commentEnd = entry.rfind(')');
-    MailAddress address;
+    const auto comment = pieces.all.find('('), commentEnd = pieces.all.rfind(')');
     if (comment != std::string_view::npos && commentEnd != std::string_view::npos && commentEnd > comment) {
-        address.address = trimmedBlanks(entry.substr(0, comment));
-        address.displayName =
-            unlessEmpty(decodedWords(decoder, entry.substr(comment + 1, commentEnd - comment - 1)));
+        pieces.address = trimmedBlanks(cut(0, comment));
+        pieces.name = cut(comment + 1, commentEnd);
+        pieces.behind = trimmedBlanks(pieces.all.substr(commentEnd + 1));
     } else {
-        address.address = entry;
+        pieces.address = pieces.all;
     }
-    if (address.address.find('@') == std::string::npos) return std::nullopt;
-    return address;
+    pieces.holdsAddress = pieces.address.find('@') != std::string_view::npos;
+    return pieces;
+}
+
+std::optional<MailAddress> parsedEntry(CharsetDecoder& decoder, std::string_view entry) {
+    const EntryPieces found = pieces(entry);
+    if (!found.holdsAddress) return std::nullopt;
+    std::string name = decodedWords(decoder, found.name);
+    if (found.nameIsQuotable) name = unquoted(std::move(name));
+    return MailAddress{unlessEmpty(std::move(name)), std::string(found.address)};
+}
+
+/// What stands inside an address beside the mailbox that its domain belongs to.
+AddressExtras extrasWithin(std::string_view address) {
+    AddressExtras extras;
+    const auto lastAt = address.rfind('@');
+    if (lastAt == std::string_view::npos) return extras;
+    // Blanks and "@" in a quoted user name are part of it.
+    auto blank = std::string_view::npos, at = std::string_view::npos;
+    bool inQuotes = false;
+    for (std::size_t i = 0; i < lastAt; ++i) {
+        if (address[i] == '"') inQuotes = !inQuotes;
+        if (inQuotes) continue;
+        if (isBlank(address[i])) blank = i;
+        if (address[i] == '@') at = i;
+    }
+    if (blank != std::string_view::npos) {
+        extras.text = trimmedBlanks(address.substr(0, blank));
+        return extras;
+    }
+    if (const auto end = address.find_first_of(" \t", lastAt); end != std::string_view::npos) {
+        extras.text = trimmedBlanks(address.substr(end));
+    }
+    if (at != std::string_view::npos) {
+        const auto colon = address.front() == '@' ? address.find(':') : std::string_view::npos;
+        extras.route = address.substr(0, std::min(colon, lastAt));
+    }
+    return extras;
 }
 
 }  // namespace
@@ -166,6 +214,26 @@ std::vector<MailAddress> MailAddress::parseList(std::string_view value) {
 std::optional<MailAddress> MailAddress::parse(std::string_view entry) {
     CharsetDecoder decoder;
     return parsedEntry(decoder, entry);
+}
+
+AddressExtras MailAddress::extras(std::string_view value) {
+    AddressExtras extras;
+    const auto keepFirst = [](std::string_view& kept, std::string_view found) {
+        if (kept.empty()) kept = found;
+    };
+    while (!value.empty()) {
+        const EntryPieces found = pieces(takeEntry(value));
+        keepFirst(extras.part, found.group);
+        if (!found.holdsAddress) {
+            keepFirst(extras.part, found.all);
+            continue;
+        }
+        keepFirst(extras.text, found.behind);
+        const AddressExtras within = extrasWithin(found.address);
+        keepFirst(extras.text, within.text);
+        keepFirst(extras.route, within.route);
+    }
+    return extras;
 }
 
 std::string MailAddress::domainPart(std::string_view address) {

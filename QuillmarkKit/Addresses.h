@@ -19,6 +19,15 @@ struct EncodedWords {
     static std::string decode(std::string_view text);
 };
 
+/// What the first address of a field, or the field around its addresses, holds besides: what somebody could
+/// take for the sender though `MailAddress` says nothing of it. Views of the field's value; empty where there
+/// is no such thing, else the first.
+struct AddressExtras {
+    std::string_view text;   ///< behind an address, or beside it where "<" and ">" are missing
+    std::string_view part;   ///< an entry without an address, or the name of a group
+    std::string_view route;  ///< "@a,@b" of <@a,@b:user@c>, "user@a" of user@a@b
+};
+
 /// One address of an address field (RFC 5322, section 3.4), read forgivingly.
 struct MailAddress {
     std::optional<std::string> displayName = {};  ///< decoded and unquoted; never empty
@@ -29,6 +38,8 @@ struct MailAddress {
     static std::vector<MailAddress> parseList(std::string_view value);
     /// One entry: "Name <address>", "address (Name)" or "address"; nothing when it holds no address.
     static std::optional<MailAddress> parse(std::string_view entry);
+    /// What `parseList` leaves out of account.
+    static AddressExtras extras(std::string_view value);
     /// The domain of an address: what follows the last "@", lower-cased, without "." and ">" at both ends.
     /// Empty without "@". domainPart("User@Example.ORG>") is "example.org".
     static std::string domainPart(std::string_view address);

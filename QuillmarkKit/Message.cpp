@@ -92,6 +92,7 @@ struct MailMessage::Content {
     std::vector<HeaderField> headers = {};
     std::vector<std::uint32_t> byName = {};  // positions, sorted by lower-case name, then position
     std::optional<std::string_view> body = {};
+    std::optional<EarlyEnd> earlyEnd = {};
 
     void parse(ParseMode mode);
     void sortByName();
@@ -117,6 +118,9 @@ void MailMessage::Content::parse(ParseMode mode) {
             starts.push_back(offset(line));
         } else if (!starts.empty()) {
             end = offset(line);
+            const std::string_view before(bytes.data(), static_cast<std::size_t>(line.data() - bytes.data()));
+            const auto lineEnds = static_cast<std::size_t>(std::ranges::count(before, '\n'));
+            earlyEnd = EarlyEnd{lineEnds + 1, text.size() - end};
             break;
         }
     }
@@ -213,6 +217,10 @@ const std::vector<HeaderField>& MailMessage::headers() const {
 
 std::optional<std::string_view> MailMessage::body() const {
     return m_content ? m_content->body : std::nullopt;
+}
+
+std::optional<MailMessage::EarlyEnd> MailMessage::earlyEnd() const {
+    return m_content ? m_content->earlyEnd : std::nullopt;
 }
 
 std::span<const std::uint32_t> MailMessage::positions(std::string_view name) const {

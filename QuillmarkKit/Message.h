@@ -53,6 +53,14 @@ public:
         return parse(ByteBuffer(bytes), mode);
     }
 
+    /// A line that is no header field and yet no empty line, with which the header block ended.
+    struct EarlyEnd {
+        std::size_t line = 0;   ///< its number, from 1; whatever stands before the first field counts
+        std::size_t bytes = 0;  ///< from this line to the end of the message: what was not read
+        bool operator==(const EarlyEnd&) const = default;
+    };
+    std::optional<EarlyEnd> earlyEnd() const;
+
     /// In message order, topmost first, duplicates kept.
     const std::vector<HeaderField>& headers() const;
 

@@ -112,6 +112,12 @@ std::optional<SenderIP> senderIP(const MailMessage& message) {
     return std::nullopt;
 }
 
+std::optional<Date> arrivalDate(std::string_view value) {
+    const auto semicolon = value.rfind(';');
+    if (semicolon == std::string_view::npos) return std::nullopt;
+    return parsedMailDate(value.substr(semicolon + 1));
+}
+
 std::vector<PathStep> receivedPath(const MailMessage& message) {
     std::vector<PathStep> path;
     std::optional<Date> earlier;
@@ -119,9 +125,7 @@ std::vector<PathStep> receivedPath(const MailMessage& message) {
         const std::string value = message.headers()[position].value();
         PathStep step;
         step.hop = ReceivedHop::parse(value);
-        if (const auto semicolon = value.rfind(';'); semicolon != std::string::npos) {
-            step.date = parsedMailDate(std::string_view(value).substr(semicolon + 1));
-        }
+        step.date = arrivalDate(value);
         if (step.date && earlier) step.delay = *step.date - *earlier;
         if (step.date) earlier = step.date;
         path.push_back(std::move(step));

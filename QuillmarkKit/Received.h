@@ -65,6 +65,9 @@ constexpr auto fieldsOf(const ReceivedHop*) {
 /// message, so that only those which the reader's own provider added can be trusted.
 std::optional<SenderIP> senderIP(const MailMessage& message);
 
+/// When the server that wrote a Received field took the message, by its own clock.
+std::optional<Date> arrivalDate(std::string_view value);
+
 /// One step on the message's way.
 struct PathStep {
     ReceivedHop hop = {};

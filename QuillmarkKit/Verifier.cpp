@@ -6,6 +6,7 @@
 #include "QuillmarkKit/ARC.h"
 #include "QuillmarkKit/DMARC.h"
 #include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Notes.h"
 #include "QuillmarkKit/SPF.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
@@ -169,6 +170,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.verdict = verdict(from, report.dkim, report.dmarc, report.arc, m_suffixes);
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
+    report.notes = notes(message, report, m_suffixes);
     return report;
 }
 

@@ -1,0 +1,254 @@
+#include "QuillmarkKit/Notes.h"
+
+#include <algorithm>
+#include <chrono>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "QuillmarkKit/Addresses.h"
+#include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+using Notes = std::vector<ReportNote>;
+
+constexpr std::size_t longestExcerpt = 200;
+constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
+constexpr auto clockError = std::chrono::minutes(10);
+/// A server may try for five days to deliver a message (RFC 5321, section 4.5.4.1), and a list may hold it.
+constexpr auto longDelay = std::chrono::days(7);
+
+/// What a person needs to recognise a text: decoded, and not the megabytes that a message can hold.
+std::string excerpt(std::string_view text) {
+    std::string decoded = EncodedWords::decode(text);
+    if (decoded.size() <= longestExcerpt) return decoded;
+    std::size_t end = longestExcerpt;
+    while (end > 0 && (static_cast<unsigned char>(decoded[end]) & 0xC0) == 0x80) --end;
+    return decoded.substr(0, end) + "…";
+}
+
+std::optional<std::string> excerptOfFirst(const MailMessage& message, std::string_view name) {
+    const HeaderField* field = message.first(name);
+    std::string text = field ? excerpt(field->value()) : std::string();
+    if (text.empty()) return std::nullopt;
+    return text;
+}
+
+void addHeaderEnd(Notes& notes, const MailMessage& message) {
+    const auto end = message.earlyEnd();
+    if (!end) return;
+    notes.push_back({ReportNote::HeaderEndsEarly{static_cast<std::int64_t>(end->line),
+                                                 static_cast<std::int64_t>(end->bytes)}});
+}
+
+// Who the message says sent it
+
+/// What the From fields hold besides the address; of each kind the first.
+void addFromExtras(Notes& notes, const MailMessage& message, const std::string& address) {
+    using Kind = ReportNote::FromHoldsMore::Kind;
+    std::string text, part, route;
+    for (const auto position : message.positions("From")) {
+        const std::string value = message.headers()[position].value();
+        const AddressExtras extras = MailAddress::extras(value);
+        if (text.empty()) text = excerpt(extras.text);
+        if (part.empty()) part = excerpt(extras.part);
+        if (route.empty()) route = excerpt(extras.route);
+    }
+    for (auto& [kind, more] : {std::pair{Kind::text, &text}, {Kind::part, &part}, {Kind::route, &route}}) {
+        if (more->empty()) continue;
+        notes.push_back({ReportNote::FromHoldsMore{kind, excerpt(address), std::move(*more)}});
+    }
+}
+
+void addSender(Notes& notes, const MailMessage& message, const std::vector<MailAddress>& from) {
+    if (from.size() == 1) addFromExtras(notes, message, from.front().address);
+    if (std::ranges::any_of(from, [](const MailAddress& entry) { return !entry.address.empty(); })) return;
+    ReportNote::FromEmpty others{excerptOfFirst(message, "Sender"), excerptOfFirst(message, "Resent-From")};
+    if (others.sender || others.resentFrom) notes.push_back({std::move(others)});
+}
+
+// What the signature covers
+
+/// The signature that the verdict rests on; null when it rests on none that holds.
+const DKIMResult* decisiveSignature(const ProofReport& report) {
+    const VerdictKind kind = report.verdict.kind;
+    if (kind != VerdictKind::verified && kind != VerdictKind::verifiedHeadersOnly &&
+        kind != VerdictKind::signedByOther) {
+        return nullptr;
+    }
+    const auto found = std::ranges::find_if(report.dkim, [&](const DKIMResult& result) {
+        return result.status == DKIMResult::Status::pass && result.domain == report.verdict.domain &&
+               (kind != VerdictKind::verified || result.bodyChecked);
+    });
+    return found == report.dkim.end() ? nullptr : &*found;
+}
+
+/// A signature covers as many fields of a name as `h=` names, from below (RFC 6376, section 5.4.2). Of
+/// Subject and Date the topmost is shown; of addresses all are, so that the first that differs is the one
+/// that counts.
+void addUnsignedField(Notes& notes, const MailMessage& message, const DKIMResult& signature,
+                      std::string_view name, bool isList) {
+    const auto positions = message.positions(name);
+    const auto covered = static_cast<std::size_t>(std::ranges::count_if(
+        signature.signedHeaders, [&](const std::string& field) { return equalsIgnoringCase(field, name); }));
+    if (covered == 0 || covered >= positions.size()) return;
+    const auto& fields = message.headers();
+    const auto added = positions.first(positions.size() - covered);
+    const std::string signedValue = fields[positions[added.size()]].value();
+    for (const auto position : isList ? added : added.first(1)) {
+        const std::string shown = fields[position].value();
+        if (shown == signedValue) continue;
+        notes.push_back({ReportNote::ShownNotSigned{std::string(name), excerpt(shown), excerpt(signedValue),
+                                                    static_cast<std::int64_t>(positions.size()),
+                                                    static_cast<std::int64_t>(covered)}});
+        return;
+    }
+}
+
+void addUnsignedFields(Notes& notes, const MailMessage& message, const DKIMResult& signature) {
+    for (const std::string_view name : {"Subject", "Date"})
+        addUnsignedField(notes, message, signature, name, false);
+    for (const std::string_view name : {"To", "Cc", "Reply-To"})
+        addUnsignedField(notes, message, signature, name, true);
+}
+
+// Where the lines of servers stand
+
+/// The Received fields of the reader's own provider, as far as the message tells: from the topmost down to
+/// the border, which took the message from a public address. A sender's own lines stand below that one.
+struct Border {
+    std::span<const std::uint32_t> received = {};  ///< all positions
+    std::vector<std::string> hosts = {};           ///< who wrote the fields down to the border
+    std::optional<IPAddress> client = {};          ///< where the border took the message from
+    std::size_t index = 0;                         ///< of the border in `received`
+
+    explicit Border(const MailMessage& message) : received(message.positions("Received")) {
+        std::size_t hostsOfTop = 0;
+        for (std::size_t i = 0; i < received.size(); ++i) {
+            ReceivedHop hop = ReceivedHop::parse(message.headers()[received[i]].value());
+            const auto address = hop.fromIP ? IPAddress::parse(*hop.fromIP) : std::nullopt;
+            if (hop.by && hop.by->size() <= longestHost) hosts.push_back(std::move(*hop.by));
+            if (i == 0) {
+                client = address;
+                hostsOfTop = hosts.size();
+            }
+            if (!address || !address->isPublic()) continue;
+            client = address;
+            index = i;
+            return;
+        }
+        // Without a public address nothing but the topmost field is known to be the provider's.
+        hosts.resize(hostsOfTop);
+    }
+
+    bool isAbove(std::uint32_t position) const { return !received.empty() && position < received[index]; }
+    bool isBelowNext(std::uint32_t position) const {
+        return index + 1 < received.size() && position > received[index + 1];
+    }
+    bool hasHost(std::string_view server, const PublicSuffixList& suffixes) const {
+        if (server.size() > longestHost) return false;
+        const std::string organization = suffixes.organizationalDomain(server);
+        return !server.empty() && std::ranges::any_of(hosts, [&](const std::string& host) {
+            return suffixes.organizationalDomain(host) == organization;
+        });
+    }
+};
+
+/// The receiver's lines stand above its border's Received field or, with some servers, right below it. There
+/// a sender's could stand as well: those that claim to be the receiver's are removed by it (RFC 8601, section
+/// 5), and a wrong client address gives a Received-SPF field away.
+void addLinesOfSender(Notes& notes, const MailMessage& message, const ProofReport& report,
+                      const PublicSuffixList& suffixes) {
+    using Why = ReportNote::LineOfSender::Why;
+    const bool usesReceivedSPF =
+        report.spf.ip && std::holds_alternative<SenderIP::Source::ReceivedSPF>(report.spf.ip->source.value);
+    if (!usesReceivedSPF && report.receiverResults.empty()) return;
+    const Border border(message);
+    const auto add = [&](std::string_view field, const std::string& server, bool isKnown) {
+        const auto positions = message.positions(field);
+        if (positions.empty() || border.isAbove(positions.front())) return;
+        const bool isBelow = border.isBelowNext(positions.front());
+        if (isKnown && !isBelow) return;
+        const Why why = isBelow ? Why::belowReceived : Why::unknownServer;
+        notes.push_back({ReportNote::LineOfSender{std::string(field), excerpt(server), why}});
+    };
+    if (usesReceivedSPF) {
+        const auto client = IPAddress::parse(report.spf.ip->ip);
+        add("Received-SPF", report.spf.ip->ip, client && client == border.client);
+    }
+    if (!report.receiverResults.empty()) {
+        const std::string& server = report.receiverResults.front().server;
+        add("Authentication-Results", server, border.hasHost(server, suffixes));
+    }
+}
+
+// Who signed, and when
+
+/// Two labels or more of letters, digits and hyphens (RFC 1123, section 2.1).
+bool isHostName(std::string_view name) {
+    if (name.size() > longestHost || name.find('.') == std::string_view::npos) return false;
+    const auto isAllowed = [](char c) { return isASCIILetter(c) || isDigit(c) || c == '-'; };
+    const auto isLabel = [&](std::string_view label) {
+        return !label.empty() && label.size() <= longestLabel && label.front() != '-' &&
+               label.back() != '-' && std::ranges::all_of(label, isAllowed);
+    };
+    while (!name.empty()) {
+        const bool isLast = name.find('.') == std::string_view::npos;
+        if (!isLabel(takePiece(name, '.')) || (!isLast && name.empty())) return false;
+    }
+    return true;
+}
+
+/// With one more label in front such a name is the organization itself.
+bool isPublicSuffix(std::string_view host, const PublicSuffixList& suffixes) {
+    const std::string below = "a." + asciiLowered(host);
+    return suffixes.organizationalDomain(below) == below;
+}
+
+std::optional<Date> newestArrival(const MailMessage& message) {
+    for (const auto position : message.positions("Received")) {
+        if (const auto date = arrivalDate(message.headers()[position].value())) return date;
+    }
+    return std::nullopt;
+}
+
+void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signature, Date now,
+               const PublicSuffixList& suffixes) {
+    const std::string domain = excerpt(signature.domain);
+    if (!isHostName(signature.domain)) {
+        notes.push_back({ReportNote::SigningDomainNoHost{domain}});
+    } else if (isPublicSuffix(signature.domain, suffixes)) {
+        notes.push_back({ReportNote::SigningDomainPublicSuffix{domain}});
+    }
+    if (!signature.signedAt) return;
+    if (*signature.signedAt > now + clockError) {
+        notes.push_back({ReportNote::SignedAfterCheck{domain, *signature.signedAt}});
+    }
+    const auto arrival = newestArrival(message);
+    if (arrival && *arrival - longDelay > *signature.signedAt) {
+        notes.push_back({ReportNote::SignedLongBefore{domain, *signature.signedAt, *arrival}});
+    }
+}
+
+}  // namespace
+
+std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
+                              const PublicSuffixList& suffixes) {
+    Notes notes;
+    addHeaderEnd(notes, message);
+    addSender(notes, message, report.summary.from);
+    const DKIMResult* signature = decisiveSignature(report);
+    if (signature) addUnsignedFields(notes, message, *signature);
+    addLinesOfSender(notes, message, report, suffixes);
+    if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
+    return notes;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <vector>
+
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Report.h"
+
+namespace quillmark {
+
+/// What a person must know that the verdict does not say, in the order of `ReportNote`'s cases. `report`
+/// holds the findings of this message, its verdict included. At most about a dozen notes come of it, each
+/// small.
+std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
+                              const PublicSuffixList& suffixes);
+
+}  // namespace quillmark

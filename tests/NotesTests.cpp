@@ -1,0 +1,226 @@
+// Each note through a whole message that earns it, beside messages that nearly do.
+
+#include "QuillmarkKit/Notes.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "QuillmarkKit/Verifier.h"
+#include "tests/TestSigner.h"
+
+namespace quillmark {
+namespace {
+
+using Note = ReportNote;
+using Notes = std::vector<ReportNote>;
+
+const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+const std::string minimal = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
+
+const test::PrivateKey& key() {
+    static const auto key = test::PrivateKey::ed25519();
+    return key;
+}
+
+std::string signedBy(std::string_view tags, std::string_view message) {
+    return test::signedMessage(
+        message, {"v=1; s=key; " + std::string(tags), SignatureAlgorithm::ed25519SHA256}, key());
+}
+
+ProofReport report(std::string_view message) {
+    StaticResolver::Answers answers;
+    for (const char* domain : {"example.org", "co.uk", "odd_name.example.org", "example.org."}) {
+        answers["key._domainkey." + std::string(domain) + "|TXT"] =
+            DNSAnswer::records({test::keyRecord(key(), "ed25519")});
+    }
+    return Verifier(std::make_shared<StaticResolver>(answers)).verify(MailMessage::parse(message), {}, now);
+}
+
+TEST(Notes, headerBlockThatEndsEarly) {
+    std::string message = signedBy("d=example.org; h=from:subject", minimal);
+    EXPECT_EQ(report(message).notes, Notes());
+    // What the body was signed for, a stranger can replace: the kind stays good, and the note tells of it.
+    message.replace(message.find("\r\n\r\nbody"), 10, "\r\nno field\r\n\r\nforged body\r\n");
+    const auto forged = report("\xEF\xBB\xBF\r\n" + message);
+    EXPECT_EQ(forged.verdict.kind, VerdictKind::verifiedHeadersOnly);
+    const std::string before = message.substr(0, message.find("no field"));
+    const auto line = std::ranges::count(before, '\n') + 2;  // an empty line was put in front
+    EXPECT_EQ(forged.notes, (Notes{{Note::HeaderEndsEarly{line, 25}}}));
+
+    const struct {
+        const char* message;
+        Notes notes;
+    } rows[] = {
+        {"From: a@example.org\nno field\nTo: b\n\nx", {{Note::HeaderEndsEarly{2, 20}}}},
+        {"From: a@example.org\nno field", {{Note::HeaderEndsEarly{2, 8}}}},
+        {"From: a@example.org\nSubject: a\n folded\n\nno field", {}},
+        {"no field\nFrom: a@example.org\n", {}},
+    };
+    for (const auto& row : rows) EXPECT_EQ(report(row.message).notes, row.notes) << row.message;
+}
+
+TEST(Notes, whoTheMessageSaysSentIt) {
+    using Kind = Note::FromHoldsMore::Kind;
+    const std::string judged = "a@evil.example", routed = "@relay.example,@b.example:a@evil.example";
+    const struct {
+        std::string fields;
+        Notes notes;
+    } rows[] = {
+        {"From: Bank <a@evil.example>", {}},
+        {"From: \"Bank, Ltd.\" <a@evil.example>,", {}},
+        {"From: a@evil.example (Bank)", {}},
+        {"From: \"a bank@bank.example\"@evil.example", {}},
+        {"From: <a@evil.example> bank@bank.example\r\nSender: c@d.example",
+         {{Note::FromHoldsMore{Kind::text, judged, "bank@bank.example"}}}},
+        {"From: a@evil.example (Joe) of the Bank",
+         {{Note::FromHoldsMore{Kind::text, judged, "of the Bank"}}}},
+        {"From: pay@bank.example a@evil.example",
+         {{Note::FromHoldsMore{Kind::text, "pay@bank.example a@evil.example", "pay@bank.example"}}}},
+        {"From: a@evil.example bank", {{Note::FromHoldsMore{Kind::text, "a@evil.example bank", "bank"}}}},
+        {"From: =?utf-8?q?B=C3=A4nk?=, a@evil.example", {{Note::FromHoldsMore{Kind::part, judged, "Bänk"}}}},
+        {"From: The Bank\r\nFrom: a@evil.example", {{Note::FromHoldsMore{Kind::part, judged, "The Bank"}}}},
+        {"From: pay@bank.example: <a@evil.example>;",
+         {{Note::FromHoldsMore{Kind::part, judged, "pay@bank.example"}}}},
+        {"From: <" + routed + ">", {{Note::FromHoldsMore{Kind::route, routed, "@relay.example,@b.example"}}}},
+        {"From: a@bank.example@evil.example",
+         {{Note::FromHoldsMore{Kind::route, "a@bank.example@evil.example", "a@bank.example"}}}},
+        // Several senders are a warning sign, and nobody was judged.
+        {"From: a@evil.example, b@evil.example, c", {}},
+        {"From: " + std::string(199, 'x') + "é, a@evil.example",
+         {{Note::FromHoldsMore{Kind::part, judged, std::string(199, 'x') + "…"}}}},
+
+        {"From: The Bank\r\nSender: a@b.example", {{Note::FromEmpty{"a@b.example", std::nullopt}}}},
+        {"From: <>\r\nResent-From: B <a@b.example>", {{Note::FromEmpty{std::nullopt, "B <a@b.example>"}}}},
+        {"Sender: a@b.example\r\nResent-From: c@d.example",
+         {{Note::FromEmpty{"a@b.example", "c@d.example"}}}},
+        {"From: The Bank\r\nSender:", {}},
+    };
+    for (const auto& row : rows) EXPECT_EQ(report(row.fields + "\r\n\r\n").notes, row.notes) << row.fields;
+}
+
+TEST(Notes, whatIsShownButNotSigned) {
+    const struct {
+        std::string signs, added, message;
+        Notes notes;
+    } rows[] = {
+        {"from:subject",
+         "Subject: forged\r\n",
+         "Subject: =?utf-8?q?true?=\r\n",
+         {{Note::ShownNotSigned{"Subject", "forged", "true", 2, 1}}}},
+        {"from:SUBJECT:subject", "", "Subject: 1\r\nSubject: 2\r\n", {}},
+        {"from:subject:subject",
+         "Subject: 0\r\n",
+         "Subject: 1\r\nSubject: 2\r\n",
+         {{Note::ShownNotSigned{"Subject", "0", "1", 3, 2}}}},
+        {"from:subject", "Subject: a\r\n b\r\n", "Subject: a b\r\n", {}},
+        // Of two additions only the upper one is shown.
+        {"from:subject", "Subject: true\r\nSubject: forged\r\n", "Subject: true\r\n", {}},
+        // Not signed at all: `unsignedImportant` says so.
+        {"from", "Subject: forged\r\n", "Subject: true\r\n", {}},
+        {"from:date",
+         "Date: Sat, 21 Nov 2026 10:00:00 +0000\r\n",
+         "Date: Fri, 20 Nov 2026 10:00:00 +0000\r\n",
+         {{Note::ShownNotSigned{"Date", "Sat, 21 Nov 2026 10:00:00 +0000", "Fri, 20 Nov 2026 10:00:00 +0000",
+                                2, 1}}}},
+        // Every address is shown.
+        {"from:to:cc:reply-to",
+         "Reply-To: b@c\r\nReply-To: evil@c\r\nCc: evil@c\r\nTo: evil@c\r\n",
+         "To: b@c\r\nCc: b@c\r\nReply-To: b@c\r\n",
+         {{Note::ShownNotSigned{"To", "evil@c", "b@c", 2, 1}},
+          {Note::ShownNotSigned{"Cc", "evil@c", "b@c", 2, 1}},
+          {Note::ShownNotSigned{"Reply-To", "evil@c", "b@c", 3, 1}}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.added + row.message);
+        const auto checked = report(row.added + signedBy("d=example.org; h=" + row.signs,
+                                                         row.message + minimal.substr(0, 21) + "\r\nx"));
+        EXPECT_EQ(checked.verdict.kind, VerdictKind::verified);
+        EXPECT_EQ(checked.notes, row.notes);
+    }
+    // A signature that no longer holds covers nothing.
+    EXPECT_EQ(report("Subject: y\r\n" + signedBy("d=example.org; h=from:subject", minimal) + "z").notes,
+              Notes());
+}
+
+TEST(Notes, linesThatTheSenderCouldHaveWritten) {
+    using Why = Note::LineOfSender::Why;
+    const std::string internal = "Received: from mx1 ([10.0.0.1]) by store.mx.example.net; x\r\n",
+                      border = "Received: from out.example.org ([192.0.2.1]) by mx1.example.net; x\r\n",
+                      earlier = "Received: from pc ([198.51.100.7]) by out.example.org; x\r\n",
+                      results = "Authentication-Results: mx.Example.net; dkim=pass\r\n",
+                      forgedResults = "Authentication-Results: mx.bank.example; dkim=pass\r\n",
+                      spf = "Received-SPF: pass client-ip=192.0.2.1\r\n",
+                      forgedSPF = "Received-SPF: pass client-ip=203.0.113.9\r\n";
+    const auto spfNote = [](Why why, std::string client) {
+        return Note{Note::LineOfSender{"Received-SPF", std::move(client), why}};
+    };
+    const auto resultsNote = [](Why why, std::string server) {
+        return Note{Note::LineOfSender{"Authentication-Results", std::move(server), why}};
+    };
+    const struct {
+        std::string fields;
+        Notes notes;
+    } rows[] = {
+        // As receivers write them: above the Received field of their border, or right below it.
+        {results + spf + border + earlier, {}},
+        {internal + results + spf + border + earlier, {}},
+        {internal + border + spf + results + earlier, {}},
+        {results + spf + internal, {}},
+        {"Authentication-Results: spf=pass smtp.mailfrom=a\r\n" + forgedResults + border, {}},
+        {forgedResults + forgedSPF + border, {}},  // strange, but nothing that a sender could write
+        // As senders do.
+        {border + forgedSPF + forgedResults,
+         {spfNote(Why::unknownServer, "203.0.113.9"), resultsNote(Why::unknownServer, "mx.bank.example")}},
+        {internal + border + earlier + spf + results,
+         {spfNote(Why::belowReceived, "192.0.2.1"), resultsNote(Why::belowReceived, "mx.Example.net")}},
+        {internal + earlier + border + results, {resultsNote(Why::belowReceived, "mx.Example.net")}},
+        {border + "Authentication-Results: dkim=pass\r\n", {resultsNote(Why::unknownServer, "dkim=pass")}},
+        {"Received: by mx.example.net; x\r\nReceived: from a ([10.0.0.1]) by mx.bank.example; x\r\n" +
+             forgedResults,
+         {resultsNote(Why::belowReceived, "mx.bank.example")}},
+        {results, {resultsNote(Why::unknownServer, "mx.Example.net")}},
+        {spf, {spfNote(Why::unknownServer, "192.0.2.1")}},
+        // No address was taken from this one.
+        {border + "Received-SPF: pass\r\n", {}},
+    };
+    for (const auto& row : rows) EXPECT_EQ(report(row.fields + minimal).notes, row.notes) << row.fields;
+}
+
+TEST(Notes, whoSignedAndWhen) {
+    const auto at = [](const char* text) { return *parsedRFC3339(text); };
+    const auto seconds = [&](const char* text) {
+        return "; t=" + std::to_string(at(text).time_since_epoch().count() / 1000);
+    };
+    const std::string odd = "odd_name.example.org";
+    const struct {
+        std::string tags, received;
+        Notes notes;
+    } rows[] = {
+        {"d=example.org", "", {}},
+        {"d=co.uk", "", {{Note::SigningDomainPublicSuffix{"co.uk"}}}},
+        {"d=" + odd, "", {{Note::SigningDomainNoHost{odd}}}},
+        {"d=example.org.", "", {{Note::SigningDomainNoHost{"example.org."}}}},
+        {"d=example.org" + seconds("2026-11-21T10:10:00Z"), "", {}},
+        {"d=example.org" + seconds("2026-11-21T10:10:01Z"),
+         "",
+         {{Note::SignedAfterCheck{"example.org", at("2026-11-21T10:10:01Z")}}}},
+        {"d=example.org" + seconds("2026-11-14T09:00:00Z"), "21 Nov 2026 09:00:00 +0000", {}},
+        {"d=example.org" + seconds("2026-11-14T08:59:59Z"),
+         "21 Nov 2026 09:00:00 +0000",
+         {{Note::SignedLongBefore{"example.org", at("2026-11-14T08:59:59Z"), at("2026-11-21T09:00:00Z")}}}},
+        {"d=example.org; t=1", "no date", {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.tags);
+        const std::string hop =
+            row.received.empty() ? "" : "Received: by mx.example.net; " + row.received + "\r\n";
+        const auto checked = report(hop + signedBy(row.tags + "; h=from:subject", minimal));
+        EXPECT_EQ(checked.dkim.at(0).status, DKIMResult::Status::pass);
+        EXPECT_EQ(checked.notes, row.notes);
+    }
+}
+
+}  // namespace
+}  // namespace quillmark
