@@ -16,6 +16,13 @@ constexpr std::pair<std::string_view, std::string_view> elsewhere[] = {
      "message left the Mac.",
      toTranslate("Checked on this computer by Quillmark. Only DNS and registry (RDAP) lookups of the domains "
                  "named in the message left the computer.")},
+    {"The history keeps the findings, From and Subject lines and file names on this Mac, never the message "
+     "text. Nothing is uploaded.",
+     toTranslate("The history keeps the findings, From and Subject lines and file names on this computer, "
+                 "never the message text. Nothing is uploaded.")},
+    {"Show Data Folder in Finder", toTranslate("Show Data Folder")},
+    {"This removes every saved check from this Mac. It can’t be undone.",
+     toTranslate("This removes every saved check from this computer. It can’t be undone.")},
 };
 
 /// `pattern` with its arguments put in.

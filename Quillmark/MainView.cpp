@@ -1,0 +1,407 @@
+#include "Quillmark/MainView.h"
+
+#include <QAccessible>
+#include <QAction>
+#include <QApplication>
+#include <QBoxLayout>
+#include <QClipboard>
+#include <QDragEnterEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QPainter>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QToolButton>
+
+#include "Quillmark/Panels.h"
+#include "Quillmark/PlainText.h"
+#include "Quillmark/ReportView.h"
+#include "WindowBaseline/EditActions.h"
+#include "WindowBaseline/HelpMenu.h"
+
+namespace quillmark {
+
+namespace {
+
+/// Lights the whole window up while something that may be a message is dragged over it.
+class DropLight : public QWidget {
+public:
+    DropLight(const QString& text, QWidget* parent) : QWidget(parent), m_text(text) {
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+        hide();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QColor ground = palette().color(QPalette::Base);
+        ground.setAlphaF(0.85F);
+        painter.fillRect(rect(), ground);
+        const int line = fontMetrics().height();
+        painter.setPen(QPen(palette().color(QPalette::Highlight), line / 4.0));
+        painter.drawRoundedRect(rect().adjusted(line / 2, line / 2, -line / 2, -line / 2), line, line);
+        QFont large = font();
+        large.setPointSizeF(large.pointSizeF() * 1.8);
+        large.setBold(true);
+        painter.setFont(large);
+        painter.setPen(palette().color(QPalette::Text));
+        painter.drawText(rect(), Qt::AlignCenter, m_text);
+    }
+
+private:
+    QString m_text;
+};
+
+/// The frame of the area for drops: a dashed line.
+class DropFrame : public QWidget {
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QColor color = palette().color(QPalette::WindowText);
+        color.setAlphaF(0.5F);
+        const int line = fontMetrics().height();
+        painter.setPen(QPen(color, 2, Qt::DashLine));
+        painter.drawRoundedRect(rect().adjusted(line, line, -line, -line), line, line);
+    }
+};
+
+QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
+    auto* label = new QLabel(text);
+    label->setTextFormat(Qt::PlainText);
+    label->setWordWrap(true);
+    label->setAlignment(Qt::AlignCenter);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * scale);
+    font.setWeight(weight);
+    label->setFont(font);
+    return label;
+}
+
+}  // namespace
+
+MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
+    : QMainWindow(parent), m_list(list), m_words(words) {
+    setWindowTitle(m_words("Quillmark"));
+    setAcceptDrops(true);
+    buildMenus();
+
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->addWidget(buildTopRow());
+    layout->addWidget(buildProblemLine());
+    m_splitter = new QSplitter;
+    m_splitter->setChildrenCollapsible(false);
+    m_splitter->addWidget(buildListSide());
+    m_splitter->addWidget(buildReportSide());
+    m_splitter->setStretchFactor(1, 1);
+    const int letter = fontMetrics().averageCharWidth();
+    m_splitter->setSizes({34 * letter, 110 * letter});
+    layout->addWidget(m_splitter, 1);
+    setCentralWidget(page);
+    m_dropLight = new DropLight(m_words("Drop to check"), this);
+    resize(1000, 700);
+    setProblem({});
+    setRunning(0);
+    showDropArea();
+}
+
+QAction* MainView::add(QMenu* menu, Command command, const QString& title, const QKeySequence& key) {
+    QAction* action = menu->addAction(title);
+    action->setShortcut(key);
+    connect(action, &QAction::triggered, this, [this, command] { emit commanded(command); });
+    m_actions[static_cast<std::size_t>(command)] = action;
+    return action;
+}
+
+void MainView::buildMenus() {
+    QMenu* file = menuBar()->addMenu(m_words("&File"));
+    add(file, Command::open, m_words("Open…"), QKeySequence::Open);
+    add(file, Command::paste, m_words("Paste Source…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_V));
+    file->addSeparator();
+    add(file, Command::closeWindow, m_words("Close Window"), QKeySequence(Qt::CTRL | Qt::Key_W));
+    add(file, Command::quit, m_words("Quit"), QKeySequence(Qt::CTRL | Qt::Key_Q))
+        ->setMenuRole(QAction::QuitRole);
+
+    QMenu* edit = menuBar()->addMenu(m_words("&Edit"));
+    m_edit = new window_baseline::EditActions({m_words("Undo"), m_words("Redo"), m_words("Cut"),
+                                               m_words("Copy"), m_words("Paste"), m_words("Select All")},
+                                              edit, this);
+    connect(m_edit, &window_baseline::EditActions::pastedElsewhere, this, [this] {
+        if (const QMimeData* copied = QApplication::clipboard()->mimeData())
+            emit received(dropContents(*copied));
+    });
+    connect(m_edit, &window_baseline::EditActions::copiedElsewhere, this,
+            [this] { action(Command::copyReport)->trigger(); });
+    edit->addSeparator();
+    add(edit, Command::find, m_words("Find"), QKeySequence::Find);
+    add(edit, Command::settings, m_words("Settings…"), QKeySequence(Qt::CTRL | Qt::Key_Comma))
+        ->setMenuRole(QAction::PreferencesRole);
+
+    QMenu* view = menuBar()->addMenu(m_words("&View"));
+    QAction* toggle = add(view, Command::toggleList, m_words("Show List"), QKeySequence(Qt::Key_F9));
+    toggle->setCheckable(true);
+    toggle->setChecked(true);
+    connect(toggle, &QAction::toggled, this, [this](bool on) { m_listSide->setVisible(on); });
+    view->addSeparator();
+    add(view, Command::expandAll, m_words("Expand All Details"),
+        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_D));
+    add(view, Command::foldAll, m_words("Fold All Details"));
+    view->addSeparator();
+    add(view, Command::zoomIn, m_words("Zoom In"), QKeySequence::ZoomIn);
+    add(view, Command::zoomOut, m_words("Zoom Out"), QKeySequence::ZoomOut);
+    add(view, Command::actualSize, m_words("Actual Size"), QKeySequence(Qt::CTRL | Qt::Key_0));
+
+    QMenu* report = menuBar()->addMenu(m_words("&Report"));
+    report->setToolTipsVisible(true);
+    add(report, Command::recheck, m_words("Re-check"), QKeySequence(Qt::CTRL | Qt::Key_R));
+    add(report, Command::cancelChecks, m_words("Stop Checking"), QKeySequence(Qt::CTRL | Qt::Key_Period));
+    report->addSeparator();
+    add(report, Command::exportPDF, m_words("Export as PDF…"), QKeySequence(Qt::CTRL | Qt::Key_E));
+    add(report, Command::exportText, m_words("Export as Text…"),
+        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
+    add(report, Command::exportEvidence, m_words("Export Evidence…"));
+    add(report, Command::copyReport, m_words("Copy Report as Text"),
+        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C));
+    report->addSeparator();
+    add(report, Command::removeFromList, m_words("Remove from List"), QKeySequence::Delete);
+    add(report, Command::removeFromHistory, m_words("Remove from History"));
+
+    const auto topic = [this](Command command, const QString& title, const QKeySequence& key = {}) {
+        return window_baseline::HelpTopic{title, [this, command] { emit commanded(command); }, key};
+    };
+    const QMenu* help = window_baseline::addHelpMenu(
+        menuBar(), m_words("&Help"),
+        {topic(Command::helpChecks, m_words("How Checks Work"), QKeySequence::HelpContents),
+         topic(Command::helpLimits, m_words("What Can’t Be Proven")),
+         topic(Command::helpShortcuts, m_words("Keyboard Shortcuts"))},
+        topic(Command::about, m_words("About Quillmark")));
+    std::size_t next = static_cast<std::size_t>(Command::helpChecks);
+    for (QAction* each : help->actions()) {
+        if (!each->isSeparator()) m_actions[next++] = each;
+    }
+}
+
+QWidget* MainView::buildTopRow() {
+    auto* row = new QWidget;
+    auto* layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    const auto button = [&](const QString& text, Command command) {
+        auto* each = new QPushButton(text);
+        connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
+        layout->addWidget(each);
+        return each;
+    };
+    button(m_words("Open…"), Command::open);
+    button(m_words("Paste…"), Command::paste);
+
+    m_busyRow = new QWidget;
+    auto* busy = new QHBoxLayout(m_busyRow);
+    busy->setContentsMargins(0, 0, 0, 0);
+    m_progress = new QProgressBar;
+    m_progress->setRange(0, 0);
+    m_progress->setTextVisible(false);
+    m_progress->setMaximumHeight(fontMetrics().height() / 3);
+    m_progress->setAccessibleName(m_words("Checks are running"));
+    m_busyText = new QLabel;
+    auto* stop = new QPushButton(m_words("Stop"));
+    stop->setAccessibleName(m_words("Stop Checking"));
+    connect(stop, &QPushButton::clicked, action(Command::cancelChecks), &QAction::trigger);
+    busy->addWidget(m_busyText);
+    busy->addWidget(m_progress, 1);
+    busy->addWidget(stop);
+    layout->addWidget(m_busyRow, 1);
+    layout->addStretch(0);
+
+    auto* exports = new QPushButton(m_words("Export"));
+    auto* menu = new QMenu(exports);
+    for (const Command each :
+         {Command::exportPDF, Command::exportText, Command::exportEvidence, Command::copyReport}) {
+        menu->addAction(action(each));
+    }
+    exports->setMenu(menu);
+    layout->addWidget(exports, 0, Qt::AlignRight);
+    return row;
+}
+
+QWidget* MainView::buildProblemLine() {
+    auto* card = new Card(Tone::caution);
+    auto* layout = new QHBoxLayout(card);
+    layout->addWidget(new ToneBadge(Tone::caution, 1.3, m_words), 0, Qt::AlignTop);
+    m_problemText = new PlainText({});
+    layout->addWidget(m_problemText, 1);
+    auto* close = new QToolButton;
+    close->setText(QStringLiteral("✕"));
+    close->setAutoRaise(true);
+    close->setFocusPolicy(Qt::StrongFocus);
+    close->setAccessibleName(m_words("Dismiss"));
+    close->setToolTip(m_words("Dismiss"));
+    connect(close, &QToolButton::clicked, this, &MainView::problemDismissed);
+    layout->addWidget(close, 0, Qt::AlignTop);
+    return m_problemLine = card;
+}
+
+QWidget* MainView::buildListSide() {
+    m_listSide = new QWidget;
+    auto* layout = new QVBoxLayout(m_listSide);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_filter = new QLineEdit;
+    m_filter->setPlaceholderText(m_words("Filter"));
+    m_filter->setAccessibleName(m_words("Filter the list"));
+    m_filter->setClearButtonEnabled(true);
+    m_filter->setAcceptDrops(false);  // what is dropped on the window is a message
+    layout->addWidget(m_filter);
+    m_listView = new QListView;
+    m_listView->setAccessibleName(m_words("Checked messages"));
+    m_listView->setModel(&m_list);
+    m_listView->setItemDelegate(new ReportListDelegate(m_listView));
+    m_listView->setUniformItemSizes(true);
+    m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_listView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    layout->addWidget(m_listView, 1);
+    m_listSide->setMinimumWidth(20 * fontMetrics().averageCharWidth());
+    connect(m_filter, &QLineEdit::textChanged, this, [this](const QString& text) { m_list.setFilter(text); });
+    connect(m_listView->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this](const QModelIndex& current) {
+                if (m_isSelecting || !current.isValid()) return;
+                emit chosen(m_list.entry(current).id);
+            });
+    return m_listSide;
+}
+
+QWidget* MainView::buildReportSide() {
+    m_pages = new QStackedWidget;
+    m_reportView = new ReportView(m_words);
+    auto* running = new QWidget;
+    auto* layout = new QVBoxLayout(running);
+    layout->addStretch(1);
+    m_runningName = plainLabel({}, 1.2, QFont::DemiBold);
+    layout->addWidget(m_runningName);
+    layout->addWidget(plainLabel(m_words("Checking…"), 1.0, QFont::Normal));
+    layout->addStretch(1);
+    m_pages->addWidget(buildDropArea());
+    m_pages->addWidget(running);
+    m_pages->addWidget(m_reportView);
+    return m_pages;
+}
+
+QWidget* MainView::buildDropArea() {
+    auto* area = new DropFrame;
+    auto* layout = new QVBoxLayout(area);
+    const int line = fontMetrics().height();
+    layout->setContentsMargins(3 * line, 2 * line, 3 * line, 2 * line);
+    layout->setSpacing(line);
+    layout->addStretch(1);
+    layout->addWidget(plainLabel(m_words("Drop an email here"), 1.8, QFont::Bold));
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    for (const auto& [text, command] :
+         {std::pair(m_words("Open…"), Command::open), std::pair(m_words("Paste…"), Command::paste)}) {
+        auto* each = new QPushButton(text);
+        connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
+        buttons->addWidget(each);
+    }
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    layout->addWidget(
+        plainLabel(m_words("Drag a message out of your mail program, or save it there as an .eml file. "
+                           "You can also copy a message’s source and paste it."),
+                   1.0, QFont::Normal));
+    layout->addStretch(1);
+    return area;
+}
+
+void MainView::setProblem(const QString& line) {
+    m_problemText->setContents(line);
+    m_problemLine->setAccessibleName(line);
+    m_problemLine->setVisible(!line.isEmpty());
+    if (line.isEmpty()) return;
+    QAccessibleEvent event(m_problemLine, QAccessible::Alert);
+    QAccessible::updateAccessibility(&event);
+}
+
+QString MainView::problem() const { return m_problemText->toPlainText(); }
+
+void MainView::setRunning(std::size_t count) {
+    m_busyRow->setVisible(count > 0);
+    action(Command::cancelChecks)->setEnabled(count > 0);
+    m_busyText->setText(m_words.translateCount("Checking %n message…", "Checking %n messages…",
+                                               static_cast<std::int64_t>(count)));
+}
+
+void MainView::select(const std::optional<UUID>& id) {
+    m_isSelecting = true;
+    const QModelIndex index = id ? m_list.indexOf(*id) : QModelIndex();
+    if (index.isValid()) {
+        m_listView->setCurrentIndex(index);
+    } else {
+        m_listView->selectionModel()->clear();
+    }
+    m_isSelecting = false;
+}
+
+void MainView::showReport(const ReportContent& content) {
+    m_reportView->setContent(content);
+    m_pages->setCurrentWidget(m_reportView);
+}
+
+void MainView::showDropArea() { m_pages->setCurrentIndex(0); }
+
+void MainView::showRunning(const QString& name) {
+    m_runningName->setText(name);
+    m_pages->setCurrentIndex(1);
+}
+
+void MainView::focusFilter() {
+    action(Command::toggleList)->setChecked(true);
+    m_filter->setFocus(Qt::ShortcutFocusReason);
+    m_filter->selectAll();
+}
+
+std::vector<std::pair<QString, QString>> MainView::shortcuts() const {
+    std::vector<std::pair<QString, QString>> all;
+    for (const QAction* menu : menuBar()->actions()) {
+        for (const QAction* each : menu->menu()->actions()) {
+            if (each->shortcut().isEmpty()) continue;
+            all.emplace_back(each->text(), each->shortcut().toString(QKeySequence::NativeText));
+        }
+    }
+    return all;
+}
+
+void MainView::light(bool on) {
+    m_dropLight->setGeometry(rect());
+    m_dropLight->raise();
+    m_dropLight->setVisible(on);
+}
+
+void MainView::dragEnterEvent(QDragEnterEvent* event) {
+    if (!mayHoldMessage(*event->mimeData())) return;
+    // The message stays where it is: a move would let the mail program delete it.
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    light(true);
+}
+
+void MainView::dragLeaveEvent(QDragLeaveEvent*) { light(false); }
+
+void MainView::dropEvent(QDropEvent* event) {
+    light(false);
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    emit received(dropContents(*event->mimeData()));
+}
+
+void MainView::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    if (m_dropLight) m_dropLight->setGeometry(rect());
+}
+
+}  // namespace quillmark

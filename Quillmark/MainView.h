@@ -1,0 +1,127 @@
+#pragma once
+
+#include <QMainWindow>
+#include <array>
+#include <optional>
+
+#include "Quillmark/DropTarget.h"
+#include "Quillmark/ReportContent.h"
+#include "Quillmark/ReportList.h"
+
+class QLabel;
+class QLineEdit;
+class QListView;
+class QProgressBar;
+class QPushButton;
+class QSplitter;
+class QStackedWidget;
+namespace window_baseline {
+class EditActions;
+}
+
+namespace quillmark {
+
+class PlainText;
+class ReportView;
+
+/// The commands of the menus, besides those of the Edit and Help menus that every window has.
+enum class Command {
+    open,
+    paste,
+    closeWindow,
+    quit,
+    find,
+    settings,
+    recheck,
+    exportPDF,
+    exportText,
+    exportEvidence,
+    copyReport,
+    removeFromList,
+    removeFromHistory,
+    cancelChecks,
+    toggleList,
+    expandAll,
+    foldAll,
+    zoomIn,
+    zoomOut,
+    actualSize,
+    helpChecks,
+    helpLimits,
+    helpShortcuts,
+    about,
+};
+constexpr std::size_t commandCount = 24;
+
+/// The main window: the list of checks and the report of one of them. It shows what it is told and says what
+/// the person wants; it decides nothing.
+class MainView : public QMainWindow {
+    Q_OBJECT
+public:
+    /// `list` must outlive the window.
+    MainView(ReportList& list, const Words& words, QWidget* parent = nullptr);
+
+    QAction* action(Command command) const { return m_actions[static_cast<std::size_t>(command)]; }
+    QListView* listView() const { return m_listView; }
+    ReportView* reportView() const { return m_reportView; }
+
+    /// The line above the list; empty takes it away.
+    void setProblem(const QString& line);
+    QString problem() const;
+    /// How many checks are under way.
+    void setRunning(std::size_t count);
+    /// Selects an entry, or none. Does not say so.
+    void select(const std::optional<UUID>& id);
+    /// Shows a report, the drop area, or that a check is under way.
+    void showReport(const ReportContent& content);
+    void showDropArea();
+    void showRunning(const QString& name);
+    /// Puts the keyboard into the filter, showing the list if need be.
+    void focusFilter();
+    /// Every command and its key, menu by menu.
+    std::vector<std::pair<QString, QString>> shortcuts() const;
+
+signals:
+    void commanded(Command command);
+    /// Something was dropped, or pasted where no editor has the keyboard.
+    void received(const DropContents& contents);
+    void chosen(const std::optional<UUID>& id);
+    void problemDismissed();
+
+protected:
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dragLeaveEvent(QDragLeaveEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void buildMenus();
+    QAction* add(QMenu* menu, Command command, const QString& title, const QKeySequence& key = {});
+    QWidget* buildTopRow();
+    QWidget* buildProblemLine();
+    QWidget* buildListSide();
+    QWidget* buildReportSide();
+    QWidget* buildDropArea();
+    void light(bool on);
+
+    ReportList& m_list;
+    Words m_words;
+    std::array<QAction*, commandCount> m_actions = {};
+    window_baseline::EditActions* m_edit = nullptr;
+    QSplitter* m_splitter = nullptr;
+    QWidget* m_listSide = nullptr;
+    QListView* m_listView = nullptr;
+    QLineEdit* m_filter = nullptr;
+    QStackedWidget* m_pages = nullptr;
+    ReportView* m_reportView = nullptr;
+    QLabel* m_runningName = nullptr;
+    QWidget* m_problemLine = nullptr;
+    PlainText* m_problemText = nullptr;
+    QWidget* m_busyRow = nullptr;
+    QProgressBar* m_progress = nullptr;
+    QLabel* m_busyText = nullptr;
+    QWidget* m_dropLight = nullptr;
+    bool m_isSelecting = false;
+};
+
+}  // namespace quillmark

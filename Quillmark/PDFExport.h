@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <vector>
+
+#include "Quillmark/ReportContent.h"
+
+namespace quillmark {
+
+/// What stands in a PDF besides the report's own content.
+struct PDFFrame {
+    QString title;                    ///< of the document
+    std::vector<ReportFact> record;   ///< when, with what, and of which bytes the check was made
+    std::vector<ReportFact> lookups;  ///< what DNS and registries answered; empty when it was not recorded
+    bool isLetter = false;            ///< the paper: US Letter, else A4
+};
+
+/// A PDF/A-1b to be filed: every detail unfolded, fonts embedded, text that can be selected, the page's
+/// number on each page. Text is set as text: nothing in it is markup or a link.
+QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words);
+
+/// The name that is proposed for an export: the verdict's domain, or "Report", and the day of the check,
+/// "example.org 2026-01-15.pdf". Only letters, digits, ".", "_", "-" and blanks of ASCII, at most 100
+/// characters, no name that means something to an operating system. `suffix` with its dot.
+QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader);
+
+}  // namespace quillmark

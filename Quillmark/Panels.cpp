@@ -1,0 +1,133 @@
+#include "Quillmark/Panels.h"
+
+#include <QPainter>
+#include <cmath>
+
+// Resources of a static library have to be called for, outside of any namespace.
+static void callForResources() { Q_INIT_RESOURCE(quillmark); }
+
+namespace quillmark {
+
+namespace {
+
+constexpr double cornerRadius = 0.4;  // lines of text
+
+/// The palette's text faded into its ground: for lines that only divide.
+QColor borderColor(const QPalette& palette) {
+    QColor color = palette.color(QPalette::Text);
+    color.setAlphaF(0.25F);
+    return color;
+}
+
+}  // namespace
+
+QIcon programIcon() {
+    callForResources();
+    return QIcon(QStringLiteral(":/quillmark.svg"));
+}
+
+Card::Card(std::optional<Tone> tone, QWidget* parent) : QFrame(parent), m_tone(tone) {
+    setFocusPolicy(Qt::TabFocus);
+}
+
+void Card::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const bool focused = hasFocus();
+    QColor border =
+        m_tone ? toneColor(*m_tone, palette().color(QPalette::Base), palette()) : borderColor(palette());
+    if (focused) border = palette().color(QPalette::Highlight);
+    painter.setPen(QPen(border, focused ? 2 : 1));
+    painter.setBrush(m_tone ? toneGround(*m_tone, palette()) : palette().color(QPalette::Base));
+    const double radius = cornerRadius * fontMetrics().height();
+    painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), radius, radius);
+}
+
+void Card::focusInEvent(QFocusEvent* event) {
+    QFrame::focusInEvent(event);
+    update();
+}
+
+void Card::focusOutEvent(QFocusEvent* event) {
+    QFrame::focusOutEvent(event);
+    update();
+}
+
+ToneBadge::ToneBadge(Tone tone, double scale, const Words& words, QWidget* parent)
+    : QWidget(parent), m_tone(tone), m_scale(scale) {
+    setAccessibleName(toneWord(tone, words));
+    setToolTip(toneWord(tone, words));
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+}
+
+QSize ToneBadge::sizeHint() const {
+    const int side = static_cast<int>(std::lround(m_scale * fontMetrics().height()));
+    return {side, side};
+}
+
+void ToneBadge::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor disc = toneColor(m_tone, toneGround(m_tone, palette()), palette());
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(disc);
+    painter.drawEllipse(rect().adjusted(1, 1, -1, -1));
+    QFont font = this->font();
+    font.setBold(true);
+    font.setPixelSize(std::max(1, height() * 6 / 10));
+    painter.setFont(font);
+    painter.setPen(contrast(disc, Qt::white) >= contrast(disc, Qt::black) ? Qt::white : Qt::black);
+    painter.drawText(rect(), Qt::AlignCenter, toneSymbol(m_tone));
+}
+
+Chip::Chip(std::optional<Tone> tone, const QString& text, const Words& words, QWidget* parent)
+    : QLabel(parent), m_tone(tone) {
+    setTextFormat(Qt::PlainText);
+    setText(tone ? toneSymbol(*tone) + u' ' + text : text);
+    setAccessibleName(tone ? toneWord(*tone, words) + QStringLiteral(": ") + text : text);
+    QFont bold = font();
+    bold.setBold(true);
+    setFont(bold);
+    const int side = fontMetrics().height() / 2, end = fontMetrics().height() / 6;
+    setContentsMargins(side, end, side, end);
+    setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
+    if (!tone) return;
+    QPalette colors = palette();
+    colors.setColor(QPalette::WindowText, toneColor(*tone, toneGround(*tone, palette()), palette()));
+    setPalette(colors);
+}
+
+void Chip::paintEvent(QPaintEvent* event) {
+    if (m_tone) {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(toneGround(*m_tone, palette()));
+        const double radius = height() / 2.0;
+        painter.drawRoundedRect(rect(), radius, radius);
+    }
+    QLabel::paintEvent(event);
+}
+
+ChainMark::ChainMark(bool isFirst, bool isLast, QWidget* parent)
+    : QWidget(parent), m_isFirst(isFirst), m_isLast(isLast) {
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Expanding);
+}
+
+QSize ChainMark::sizeHint() const { return {fontMetrics().height(), fontMetrics().height()}; }
+
+void ChainMark::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const double line = fontMetrics().height(), middle = width() / 2.0, dot = line / 4;
+    QColor color = palette().color(QPalette::WindowText);
+    color.setAlphaF(0.6F);
+    painter.setPen(QPen(color, 2));
+    if (!m_isFirst) painter.drawLine(QPointF(middle, 0), QPointF(middle, line));
+    if (!m_isLast) painter.drawLine(QPointF(middle, line), QPointF(middle, height()));
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(palette().color(QPalette::WindowText));
+    painter.drawEllipse(QPointF(middle, line), dot, dot);
+}
+
+}  // namespace quillmark

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QFrame>
+#include <QIcon>
+#include <QLabel>
+#include <optional>
+
+#include "Quillmark/Tones.h"
+
+/// The small painted pieces that a report is put together from. Their colours follow the palette, their sizes
+/// the font.
+namespace quillmark {
+
+/// The program's own picture.
+QIcon programIcon();
+
+/// A box with round corners. With the keyboard it is one stop, read out as a whole by its accessible name.
+class Card : public QFrame {
+public:
+    /// Without a tone it has the palette's ground and a fine border.
+    explicit Card(std::optional<Tone> tone = {}, QWidget* parent = nullptr);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
+
+private:
+    std::optional<Tone> m_tone;
+};
+
+/// A tone's symbol in a disc.
+class ToneBadge : public QWidget {
+public:
+    /// `scale`: its height, in lines of text.
+    ToneBadge(Tone tone, double scale, const Words& words, QWidget* parent = nullptr);
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    Tone m_tone;
+    double m_scale;
+};
+
+/// A few words about one finding, with the symbol and the colour of its tone.
+class Chip : public QLabel {
+public:
+    Chip(std::optional<Tone> tone, const QString& text, const Words& words, QWidget* parent = nullptr);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    std::optional<Tone> m_tone;
+};
+
+/// One step's mark beside a chain that runs downwards.
+class ChainMark : public QWidget {
+public:
+    ChainMark(bool isFirst, bool isLast, QWidget* parent = nullptr);
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    bool m_isFirst, m_isLast;
+};
+
+}  // namespace quillmark

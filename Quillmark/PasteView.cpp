@@ -1,0 +1,91 @@
+#include "Quillmark/PasteView.h"
+
+#include <QBoxLayout>
+#include <QDialogButtonBox>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+
+#include "Quillmark/PlainText.h"
+
+namespace quillmark {
+
+namespace {
+
+/// Laying out more than this would stop the window; it is taken without being shown.
+constexpr qsizetype longestShown = 500'000;
+
+}  // namespace
+
+class SourceEdit : public QPlainTextEdit {
+public:
+    explicit SourceEdit(const Words& words) : m_words(words) {
+        setTabChangesFocus(true);
+        setLineWrapMode(NoWrap);
+        setPlaceholderText(words("Paste the message’s source here"));
+        setAccessibleName(words("Message source"));
+        QFont fixed(QStringLiteral("monospace"));
+        fixed.setStyleHint(QFont::Monospace);
+        fixed.setPointSizeF(font().pointSizeF());
+        setFont(fixed);
+        // Typing into the line that stands for a long text gives the editor back.
+        connect(this, &QPlainTextEdit::textChanged, this, [this] {
+            if (!m_isSettingLine) m_long.clear();
+        });
+    }
+
+    std::string source() const {
+        return m_long.isEmpty() ? toPlainText().toStdString() : m_long.toStdString();
+    }
+    bool holdsSomething() const { return !m_long.isEmpty() || !document()->isEmpty(); }
+
+protected:
+    bool canInsertFromMimeData(const QMimeData* pasted) const override {
+        return pasted->hasText() && !pasted->hasUrls();
+    }
+    void insertFromMimeData(const QMimeData* pasted) override {
+        const QString text = pasted->text();
+        if (text.size() <= longestShown) {
+            insertPlainText(text);
+            return;
+        }
+        m_long = text;
+        m_isSettingLine = true;
+        setPlainText(m_words("(A text of %1 characters, too long to be shown. It will be checked whole.)",
+                             QString::fromStdString(m_words.reader.number(text.size()))));
+        m_isSettingLine = false;
+        selectAll();
+    }
+
+private:
+    Words m_words;
+    QString m_long;
+    bool m_isSettingLine = false;
+};
+
+PasteView::PasteView(const Words& words, QWidget* parent) : QDialog(parent), m_edit(new SourceEdit(words)) {
+    setWindowTitle(words("Paste Source"));
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(new PlainText(words(
+        "In your mail program, show the message’s source (often called “View Source” or “Show Original”), "
+        "select all of it, copy it and paste it here. The headers alone are enough to check who sent it.")));
+    layout->addWidget(m_edit, 1);
+    auto* buttons = new QDialogButtonBox;
+    m_check = buttons->addButton(words("Check"), QDialogButtonBox::AcceptRole);
+    m_check->setDefault(true);
+    m_check->setEnabled(false);
+    buttons->addButton(words("Cancel"), QDialogButtonBox::RejectRole);
+    layout->addWidget(buttons);
+    connect(m_edit, &QPlainTextEdit::textChanged, this,
+            [this] { m_check->setEnabled(m_edit->holdsSomething()); });
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] {
+        const std::string source = m_edit->source();
+        accept();
+        emit submitted(source);
+    });
+    m_edit->setFocus();
+    resize(70 * fontMetrics().averageCharWidth(), 26 * fontMetrics().height());
+}
+
+}  // namespace quillmark

@@ -1,0 +1,97 @@
+#include "Quillmark/PlainText.h"
+
+#include <QContextMenuEvent>
+#include <QMimeData>
+#include <QTextDocument>
+#include <cmath>
+#include <memory>
+
+#include "Quillmark/Words.h"
+
+namespace quillmark {
+
+PlainText::PlainText(const QString& text, QWidget* parent) : QTextEdit(parent) {
+    setReadOnly(true);
+    setAcceptRichText(false);
+    setUndoRedoEnabled(false);
+    setFrameStyle(QFrame::NoFrame);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    setTabChangesFocus(true);
+    setAcceptDrops(false);
+    // A report holds dozens of these: with the keyboard one walks from command to command, and a click or the
+    // context menu selects.
+    setFocusPolicy(Qt::ClickFocus);
+    viewport()->setAutoFillBackground(false);
+    viewport()->setAcceptDrops(false);
+    document()->setDocumentMargin(0);
+    QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Minimum);
+    policy.setHeightForWidth(true);
+    setSizePolicy(policy);
+    setContents(text);
+}
+
+void PlainText::setContents(const QString& text) {
+    setPlainText(text);
+    m_measuredWidth = -1;
+    updateGeometry();
+}
+
+void PlainText::setColor(const QColor& color) {
+    QPalette changed = palette();
+    changed.setColor(QPalette::Text, color);
+    setPalette(changed);
+}
+
+int PlainText::heightForWidth(int width) const {
+    if (width != m_measuredWidth) {
+        const std::unique_ptr<QTextDocument> copy(document()->clone());
+        copy->setTextWidth(width);
+        m_measuredHeight = static_cast<int>(std::ceil(copy->size().height()));
+        m_measuredWidth = width;
+    }
+    return m_measuredHeight;
+}
+
+// The height that counts is the one for the width; this one only keeps a line from vanishing.
+QSize PlainText::sizeHint() const { return {30 * fontMetrics().averageCharWidth(), fontMetrics().height()}; }
+
+QSize PlainText::minimumSizeHint() const {
+    return {8 * fontMetrics().averageCharWidth(), fontMetrics().height()};
+}
+
+QMimeData* PlainText::createMimeDataFromSelection() const {
+    auto* copied = new QMimeData;
+    copied->setText(withoutIsolation(textCursor().selectedText().replace(QChar::ParagraphSeparator, u'\n')));
+    return copied;
+}
+
+void PlainText::changeEvent(QEvent* event) {
+    QTextEdit::changeEvent(event);
+    if (event->type() != QEvent::FontChange && event->type() != QEvent::StyleChange) return;
+    m_measuredWidth = -1;
+    updateGeometry();
+}
+
+void PlainText::resizeEvent(QResizeEvent* event) {
+    QTextEdit::resizeEvent(event);
+    if (height() != heightForWidth(width())) updateGeometry();
+}
+
+// The report scrolls as a whole.
+void PlainText::wheelEvent(QWheelEvent* event) { event->ignore(); }
+
+void PlainText::focusOutEvent(QFocusEvent* event) {
+    QTextEdit::focusOutEvent(event);
+    if (event->reason() == Qt::PopupFocusReason || event->reason() == Qt::MenuBarFocusReason) return;
+    if (event->reason() == Qt::ActiveWindowFocusReason) return;
+    QTextCursor cursor = textCursor();
+    cursor.clearSelection();
+    setTextCursor(cursor);
+}
+
+// The standard menu's texts would be English in every language; the Edit menu has the same commands.
+void PlainText::contextMenuEvent(QContextMenuEvent* event) { event->ignore(); }
+
+}  // namespace quillmark

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QTextEdit>
+
+namespace quillmark {
+
+/// A piece of text to read and select, never to edit, never read as markup. As tall as its text at its width,
+/// breaking inside a word where the word alone is wider. What is copied from it lacks the isolating
+/// characters.
+class PlainText : public QTextEdit {
+    Q_OBJECT
+public:
+    explicit PlainText(const QString& text, QWidget* parent = nullptr);
+
+    /// Replaces the text; `accessibleName` stays as it is.
+    void setContents(const QString& text);
+    void setColor(const QColor& color);
+
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override;
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+protected:
+    QMimeData* createMimeDataFromSelection() const override;
+    void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
+
+private:
+    mutable int m_measuredWidth = -1, m_measuredHeight = 0;
+};
+
+}  // namespace quillmark

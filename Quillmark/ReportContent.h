@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <optional>
+#include <vector>
+
+#include "Quillmark/Words.h"
+#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/Report.h"
+
+/// What a report says, in the words and the order in which the window and the PDF show it. All text is inert
+/// and capped; nothing of it is markup.
+namespace quillmark {
+
+/// A name and its value: "Selector", "s2026".
+struct ReportFact {
+    QString name, value;
+};
+
+/// One finding.
+struct ReportRow {
+    std::optional<Tone> tone;
+    QString label;                    ///< a few words: "Valid"
+    QString sentence;                 ///< may be empty
+    QStringList notes;                ///< a line each
+    std::vector<ReportFact> details;  ///< one click deeper
+};
+
+struct ReportSection {
+    QString heading;
+    std::vector<ReportFact> facts;
+    std::vector<ReportRow> rows;
+    std::vector<ReportRow> chain;  ///< steps that follow from each other, the first one first
+    QStringList remarks;           ///< lines under them, such as "and 12 more"
+};
+
+/// How much is shown: bytes of one text, and entries of one list.
+struct ReportCaps {
+    std::size_t text = longestLabel, rows = mostRows;
+};
+
+struct ReportContent {
+    Tone tone = Tone::unknown;
+    QString headline, explanation;
+    std::vector<ReportRow> beside;  ///< sentences that must not be missed when only the headline is read
+    std::vector<ReportSection> sections;
+};
+
+/// `path` is that of the kept message; without one, as for a report of the history, the section says that
+/// there is none.
+ReportContent reportContent(const ProofReport& report, const std::optional<std::vector<PathStep>>& path,
+                            const ReportCaps& caps, const Words& words);
+
+}  // namespace quillmark

@@ -1,0 +1,201 @@
+#include "Quillmark/ReportView.h"
+
+#include <QApplication>
+#include <QBoxLayout>
+#include <QEvent>
+#include <QGridLayout>
+#include <QLabel>
+#include <QScrollBar>
+#include <QToolButton>
+#include <algorithm>
+
+#include "Quillmark/Panels.h"
+#include "Quillmark/PlainText.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr int widestReport = 110;  // characters: longer lines are hard to read
+
+QFont scaled(QFont font, double factor, QFont::Weight weight) {
+    if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
+    font.setWeight(weight);
+    return font;
+}
+
+QLabel* heading(const QString& text) {
+    auto* label = new QLabel(text);
+    label->setTextFormat(Qt::PlainText);
+    label->setFont(scaled(label->font(), 1.1, QFont::DemiBold));
+    label->setContentsMargins(0, label->fontMetrics().height() / 2, 0, 0);
+    label->setWordWrap(true);
+    return label;
+}
+
+/// Names in one column, values in the other.
+QWidget* factGrid(const std::vector<ReportFact>& facts) {
+    auto* grid = new QWidget;
+    auto* layout = new QGridLayout(grid);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setColumnStretch(1, 1);
+    int row = 0;
+    for (const ReportFact& fact : facts) {
+        auto* name = new QLabel(fact.name);
+        name->setTextFormat(Qt::PlainText);
+        name->setFont(scaled(name->font(), 1.0, QFont::DemiBold));
+        auto* value = new PlainText(fact.value);
+        value->setAccessibleName(fact.name);
+        layout->addWidget(name, row, 0, Qt::AlignTop | Qt::AlignLeft);
+        layout->addWidget(value, row++, 1);
+    }
+    return grid;
+}
+
+/// What a screen reader says of a finding without its details.
+QString spoken(const ReportRow& row, const Words& words) {
+    QStringList parts;
+    if (row.tone) parts << toneWord(*row.tone, words);
+    parts << row.label << row.sentence;
+    parts << row.notes;
+    parts.removeAll(QString());
+    return parts.join(QStringLiteral(". "));
+}
+
+}  // namespace
+
+ReportView::ReportView(const Words& words, QWidget* parent) : QScrollArea(parent), m_words(words) {
+    setWidgetResizable(true);
+    setFrameStyle(QFrame::NoFrame);
+    setAccessibleName(m_words("Report"));
+    setFocusPolicy(Qt::StrongFocus);
+}
+
+void ReportView::setContent(const ReportContent& content) {
+    m_content = content;
+    rebuild();
+    verticalScrollBar()->setValue(0);
+}
+
+void ReportView::expandAll(bool expanded) {
+    for (QToolButton* each : m_disclosures) each->setChecked(expanded);
+}
+
+void ReportView::changeEvent(QEvent* event) {
+    QScrollArea::changeEvent(event);
+    const bool looks = event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange;
+    if (looks && widget() && !m_isBuilding) rebuild();
+}
+
+void ReportView::rebuild() {
+    m_isBuilding = true;
+    m_disclosures.clear();
+    auto* page = new QWidget;
+    auto* across = new QHBoxLayout(page);
+    auto* column = new QWidget;
+    column->setMaximumWidth(widestReport * fontMetrics().averageCharWidth());
+    across->addWidget(column, 1);
+    across->addStretch(0);
+    auto* layout = new QVBoxLayout(column);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(fontMetrics().height() / 2);
+    layout->addWidget(banner());
+    for (const ReportSection& each : m_content.sections) layout->addWidget(section(each));
+    layout->addStretch(1);
+    setWidget(page);
+    m_isBuilding = false;
+    emit contentChanged();
+}
+
+QWidget* ReportView::banner() {
+    auto* panel = new Card(m_content.tone);
+    panel->setObjectName(QStringLiteral("banner"));
+    panel->setAccessibleName(toneWord(m_content.tone, m_words) + QStringLiteral(": ") + m_content.headline +
+                             QStringLiteral(". ") + m_content.explanation);
+    auto* layout = new QHBoxLayout(panel);
+    const int margin = fontMetrics().height();
+    layout->setContentsMargins(margin, margin, margin, margin);
+    layout->setSpacing(margin);
+    layout->addWidget(new ToneBadge(m_content.tone, 2.5, m_words), 0, Qt::AlignTop);
+    auto* texts = new QVBoxLayout;
+    layout->addLayout(texts, 1);
+    auto* headline = new PlainText(m_content.headline);
+    headline->setObjectName(QStringLiteral("headline"));
+    headline->setFont(scaled(font(), 1.45, QFont::Bold));
+    headline->setColor(toneColor(m_content.tone, toneGround(m_content.tone, palette()), palette()));
+    texts->addWidget(headline);
+    texts->addWidget(new PlainText(m_content.explanation));
+    for (const ReportRow& remark : m_content.beside) {
+        auto* line = new QHBoxLayout;
+        if (remark.tone) line->addWidget(new ToneBadge(*remark.tone, 1.2, m_words), 0, Qt::AlignTop);
+        line->addWidget(new PlainText(remark.sentence), 1);
+        texts->addLayout(line);
+    }
+    return panel;
+}
+
+QWidget* ReportView::section(const ReportSection& section) {
+    auto* box = new QWidget;
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(heading(section.heading));
+    if (!section.facts.empty()) {
+        auto* panel = new Card;
+        QStringList all;
+        for (const ReportFact& fact : section.facts) all << fact.name + QStringLiteral(": ") + fact.value;
+        panel->setAccessibleName(section.heading + QStringLiteral(". ") + all.join(QStringLiteral(". ")));
+        auto* inside = new QVBoxLayout(panel);
+        inside->addWidget(factGrid(section.facts));
+        layout->addWidget(panel);
+    }
+    for (const ReportRow& each : section.rows) layout->addWidget(row(each));
+    auto* chain = new QVBoxLayout;
+    chain->setSpacing(0);
+    for (std::size_t i = 0; i < section.chain.size(); ++i) {
+        auto* step = new QHBoxLayout;
+        step->addWidget(new ChainMark(i == 0, i + 1 == section.chain.size()));
+        auto* beside = new QVBoxLayout;
+        beside->setContentsMargins(0, 0, 0, fontMetrics().height() / 3);
+        beside->addWidget(row(section.chain[i]));
+        step->addLayout(beside, 1);
+        chain->addLayout(step);
+    }
+    layout->addLayout(chain);
+    for (const QString& remark : section.remarks) layout->addWidget(new PlainText(remark));
+    return box;
+}
+
+QWidget* ReportView::row(const ReportRow& row) {
+    auto* panel = new Card;
+    panel->setAccessibleName(spoken(row, m_words));
+    auto* layout = new QVBoxLayout(panel);
+    auto* top = new QHBoxLayout;
+    layout->addLayout(top);
+    if (!row.label.isEmpty()) top->addWidget(new Chip(row.tone, row.label, m_words));
+    top->addStretch(1);
+    if (!row.sentence.isEmpty()) layout->addWidget(new PlainText(row.sentence));
+    for (const QString& note : row.notes) layout->addWidget(new PlainText(QStringLiteral("• ") + note));
+    if (row.details.empty()) return panel;
+
+    auto* disclosure = new QToolButton;
+    disclosure->setText(m_words("Details"));
+    disclosure->setAccessibleName(m_words("Details: %1", row.label));
+    disclosure->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    disclosure->setArrowType(Qt::RightArrow);
+    disclosure->setAutoRaise(true);
+    disclosure->setCheckable(true);
+    disclosure->setFocusPolicy(Qt::StrongFocus);
+    top->addWidget(disclosure, 0, Qt::AlignTop);
+    m_disclosures.push_back(disclosure);
+    // Made when they are first asked for: most never are.
+    connect(disclosure, &QToolButton::toggled, panel,
+            [disclosure, column = layout, details = row.details,
+             grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
+                disclosure->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+                if (!grid) column->addWidget(grid = factGrid(details));
+                grid->setVisible(open);
+            });
+    return panel;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QScrollArea>
+#include <QString>
+#include <vector>
+
+#include "Quillmark/ReportContent.h"
+
+class QToolButton;
+
+namespace quillmark {
+
+/// One report on the screen: the verdict's banner, then a section for each kind of evidence, the details of
+/// each finding one click deeper. Shows nothing until it is given a report.
+class ReportView : public QScrollArea {
+    Q_OBJECT
+public:
+    explicit ReportView(const Words& words, QWidget* parent = nullptr);
+
+    /// Replaces what is shown and scrolls to the top; details are folded.
+    void setContent(const ReportContent& content);
+    /// Unfolds every finding's details, or folds them all.
+    void expandAll(bool expanded);
+
+signals:
+    void contentChanged();
+
+protected:
+    void changeEvent(QEvent* event) override;
+
+private:
+    void rebuild();
+    QWidget* banner();
+    QWidget* section(const ReportSection& section);
+    QWidget* row(const ReportRow& row);
+
+    Words m_words;
+    ReportContent m_content;
+    std::vector<QToolButton*> m_disclosures;
+    bool m_isBuilding = false;
+};
+
+}  // namespace quillmark

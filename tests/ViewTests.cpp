@@ -1,0 +1,266 @@
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QCheckBox>
+#include <QClipboard>
+#include <QListView>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QToolButton>
+#include <chrono>
+
+#include "Quillmark/PasteView.h"
+#include "Quillmark/PlainText.h"
+#include "Quillmark/ReportList.h"
+#include "Quillmark/ReportView.h"
+#include "Quillmark/SettingsView.h"
+#include "Quillmark/SingleInstance.h"
+#include "Quillmark/Tones.h"
+
+namespace quillmark {
+namespace {
+
+const Words english{{.zone = [](Date) { return ZoneOffset{}; }}};
+
+TEST(Words, foreignTextIsInertAndIsolated) {
+    EXPECT_EQ(shown(std::string_view("a\nb\u202E<b>")), u"\u2068a b‹U+202E›<b>\u2069");
+    EXPECT_LE(shown(std::string_view(std::string(1'000'000, 'x'))).size(), 510);
+    EXPECT_EQ(withoutIsolation(shown(std::string_view("a"))), "a");
+    const struct {
+        const char* sentence;
+        const char* isolated;
+    } rows[] = {
+        {"plain", "plain"},
+        {"from אבג.example, not דהו", "from \u2068אבג\u2069.example, not \u2068דהו\u2069"},
+        {"שלום עולם 5", "\u2068שלום עולם\u2069 5"},
+        {"שלום ", "\u2068שלום\u2069 "},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(isolatedRuns(row.sentence), QString::fromUtf8(row.isolated)) << row.sentence;
+}
+
+TEST(Tones, contrastInEveryPalette) {
+    const QPalette palettes[] = {QPalette(QColor(0xef, 0xef, 0xef)), QPalette(QColor(0x2b, 0x2b, 0x2e)),
+                                 QPalette(Qt::white), QPalette(Qt::black),
+                                 QPalette(QColor(0x80, 0x80, 0x80))};
+    for (const QPalette& palette : palettes) {
+        for (const Tone tone : {Tone::good, Tone::caution, Tone::bad, Tone::unknown}) {
+            for (const QColor& ground : {palette.color(QPalette::Base), toneGround(tone, palette)}) {
+                SCOPED_TRACE(ground.name().toStdString() + " " + nameOf(tone));
+                EXPECT_GE(contrast(toneColor(tone, ground, palette), ground), 4.5);
+            }
+        }
+    }
+    EXPECT_NEAR(contrast(Qt::black, Qt::white), 21, 0.01);
+}
+
+/// Ten thousand reports of the history and two of this run.
+class ReportLists : public testing::Test {
+protected:
+    ReportLists() {
+        for (int i = 0; i < 10'002; ++i) {
+            ProofReport report;
+            report.id = UUID::random();
+            report.checkedAt = Date(std::chrono::days(20'000 - i / 10));
+            report.summary.subject = "Subject " + std::to_string(i);
+            report.verdict = {VerdictKind::verified, Tone::good, "d.example", "d.example", {}};
+            m_reports.push_back(report);
+        }
+        m_reports[0].summary.subject = "<img src=x> \u202E" + std::string(1'000'000, 'y');
+        m_reports[1].summary.subject = "";
+        std::vector<ListEntry> entries = {{ListEntry::Kind::running, UUID::random(), "file.eml"}};
+        for (std::size_t i = 0; i < m_reports.size(); ++i) {
+            m_index[m_reports[i].id] = i;
+            entries.push_back(
+                {i < 2 ? ListEntry::Kind::session : ListEntry::Kind::history, m_reports[i].id, {}});
+        }
+        list.setEntries(entries);
+    }
+
+    QString text(int row, int role = Qt::DisplayRole) { return list.data(list.index(row), role).toString(); }
+
+    std::vector<ProofReport> m_reports;
+    std::map<UUID, std::size_t> m_index;
+    ReportList list{[this](const ListEntry& entry) { return &m_reports[m_index.at(entry.id)]; },
+                    [] { return Date(std::chrono::days(20'000)); }, english};
+};
+
+TEST_F(ReportLists, rowsAndHeadings) {
+    EXPECT_EQ(list.rowCount(), 1 + 3 + 1 + 10'000);
+    EXPECT_EQ(text(0), "This session");
+    EXPECT_EQ(list.flags(list.index(0)), Qt::NoItemFlags);
+    EXPECT_EQ(text(1, ReportList::secondLineRole), "Checking…");
+    EXPECT_LE(text(2).size(), 600);
+    EXPECT_TRUE(text(2, Qt::ToolTipRole).startsWith("<span>")) << "a tooltip that is told to be markup";
+    EXPECT_FALSE(text(2, Qt::ToolTipRole).contains("<img"));
+    EXPECT_EQ(text(3), "(no subject)");
+    EXPECT_EQ(text(4), "History");
+    EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)), "Good: Subject 2, d.example, 00:00");
+    EXPECT_EQ(text(10'004, ReportList::timeRole), "8 Jan 2022");
+}
+
+TEST_F(ReportLists, filter) {
+    list.setFilter("SUBJECT 99");
+    EXPECT_EQ(list.rowCount(), 1 + 111);
+    list.setFilter("d.EXAMPLE");
+    EXPECT_EQ(list.rowCount(), 10'004);
+    list.setFilter("no such");
+    EXPECT_EQ(list.rowCount(), 0);
+    list.setFilter(" ");
+    EXPECT_EQ(list.rowCount(), 10'005);
+    EXPECT_EQ(list.indexOf(m_reports[5].id).row(), 8);
+}
+
+TEST_F(ReportLists, scrollingTenThousandRowsIsSmooth) {
+    QListView view;
+    view.setModel(&list);
+    view.setItemDelegate(new ReportListDelegate(&view));
+    view.setUniformItemSizes(true);
+    view.resize(300, 600);
+    view.show();
+    view.grab();
+    const auto begun = std::chrono::steady_clock::now();
+    constexpr int frames = 50;
+    for (int i = 0; i < frames; ++i) {
+        view.scrollTo(list.index(i * 200), QAbstractItemView::PositionAtTop);
+        view.grab();
+    }
+    // A frame of a 60 Hz screen in a debug build on a busy machine would be luck: this catches what is slower
+    // by an order.
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, frames * std::chrono::milliseconds(100));
+}
+
+ReportContent sampleContent() {
+    ReportContent content{Tone::bad, "Can’t prove who sent this", "Anybody could have written this.", {}, {}};
+    content.beside.push_back({Tone::caution, {}, "Beside it", {}, {}});
+    ReportSection section{"Signatures (DKIM)", {}, {}, {}, {"and 3 more"}};
+    section.facts = {{"Subject", shown(std::string_view("<b>bold</b> <img src='http://x.example/'>"))}};
+    for (int i = 0; i < 3; ++i) {
+        section.rows.push_back({Tone::good, "Valid", "It holds.", {"A note."}, {{"Selector", "s1"}}});
+    }
+    section.chain = section.rows;
+    content.sections.push_back(section);
+    return content;
+}
+
+TEST(ReportView, detailsAreOneClickDeeper) {
+    ReportView view(english);
+    view.resize(700, 500);
+    view.setContent(sampleContent());
+    view.show();
+    const auto selectors = [&] {
+        int count = 0;
+        for (const PlainText* each : view.findChildren<PlainText*>()) {
+            count += each->isVisible() && each->toPlainText() == "s1";
+        }
+        return count;
+    };
+    const QList<QToolButton*> disclosures = view.findChildren<QToolButton*>();
+    ASSERT_EQ(disclosures.size(), 6);
+    EXPECT_EQ(selectors(), 0);
+    QTest::keyClick(disclosures[0], Qt::Key_Space);
+    EXPECT_EQ(selectors(), 1);
+    view.expandAll(true);
+    EXPECT_EQ(selectors(), 6);
+    view.expandAll(false);
+    EXPECT_EQ(selectors(), 0);
+}
+
+TEST(ReportView, markupIsTextAndCopiesAreClean) {
+    ReportView view(english);
+    view.setContent(sampleContent());
+    PlainText* subject = nullptr;
+    for (PlainText* each : view.findChildren<PlainText*>()) {
+        if (each->accessibleName() == "Subject") subject = each;
+    }
+    ASSERT_TRUE(subject);
+    EXPECT_EQ(withoutIsolation(subject->toPlainText()), "<b>bold</b> <img src='http://x.example/'>");
+    subject->selectAll();
+    subject->copy();
+    EXPECT_EQ(QApplication::clipboard()->text(), "<b>bold</b> <img src='http://x.example/'>");
+    EXPECT_FALSE(QApplication::clipboard()->mimeData()->hasHtml());
+}
+
+TEST(PlainText, breaksInsideAWordThatIsTooLong) {
+    PlainText text(QString(500, 'a') + ".evil.example");
+    EXPECT_GT(text.heightForWidth(200), 10 * text.fontMetrics().height());
+    EXPECT_LT(text.minimumSizeHint().width(), 200);
+}
+
+TEST(PasteView, takesTextAndHoldsWhatIsTooLongToShow) {
+    for (const std::string& source :
+         {std::string("From: a@b.example\n\nhi"), "From: a\n\n" + std::string(3'000'000, 'x')}) {
+        PasteView view(english);
+        QSignalSpy submitted(&view, &PasteView::submitted);
+        view.show();
+        auto* check = view.findChildren<QPushButton*>().first();
+        EXPECT_FALSE(check->isEnabled());
+        QApplication::clipboard()->setText(QString::fromStdString(source));
+        auto* edit = view.findChild<QPlainTextEdit*>();
+        edit->paste();
+        EXPECT_LE(edit->document()->characterCount(), 500'001);
+        check->click();
+        ASSERT_EQ(submitted.size(), 1);
+        EXPECT_EQ(submitted[0][0].value<std::string>(), source);
+        EXPECT_FALSE(view.isVisible());
+    }
+}
+
+TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
+    SettingsView view({.checkDomainAge = true, .keepHistory = false, .lockedHistory = {}}, english);
+    QSignalSpy age(&view, &SettingsView::checkDomainAgeChanged),
+        history(&view, &SettingsView::keepHistoryChanged),
+        cleared(&view, &SettingsView::clearHistoryConfirmed);
+    view.show();
+    const auto boxes = view.findChildren<QCheckBox*>();
+    ASSERT_EQ(boxes.size(), 2);
+    for (QCheckBox* each : boxes) each->click();
+    EXPECT_EQ(age.at(0).at(0).toBool(), false);
+    EXPECT_EQ(history.at(0).at(0).toBool(), true);
+    const auto button = [&](QWidget& in, const QString& text) -> QAbstractButton* {
+        for (auto* each : in.findChildren<QAbstractButton*>()) {
+            if (each->text() == text) return each;
+        }
+        ADD_FAILURE() << text.toStdString();
+        return nullptr;
+    };
+    for (const char* answer : {"Cancel", "Clear History"}) {
+        button(view, "Clear History…")->click();
+        auto* question = view.findChild<QMessageBox*>();
+        ASSERT_TRUE(question);
+        EXPECT_EQ(question->textFormat(), Qt::PlainText);
+        EXPECT_EQ(question->text(), "Clear the whole history?");
+        EXPECT_EQ(question->informativeText(),
+                  "This removes every saved check from this computer. It can’t be undone.");
+        button(*question, answer)->click();
+        QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_EQ(cleared.size(), answer == std::string("Clear History"));
+    }
+    SettingsView locked({.lockedHistory = "Your history was saved by a newer version of Quillmark."},
+                        english);
+    EXPECT_FALSE(button(locked, "Clear History…")->isEnabled());
+}
+
+TEST(SingleInstance, theSecondHandsItsFilesOver) {
+    const QTemporaryDir folder;
+    SingleInstance first(folder.path());
+    ASSERT_TRUE(first.isFirst());
+    QSignalSpy received(&first, &SingleInstance::received);
+    SingleInstance second(folder.path());
+    EXPECT_FALSE(second.isFirst());
+    for (const QStringList& paths : {QStringList{"/tmp/a b.eml", "/tmp/ü\nx"}, QStringList{}}) {
+        ASSERT_TRUE(second.handOver(paths));
+        ASSERT_TRUE(!received.isEmpty() || received.wait());
+        EXPECT_EQ(received.takeFirst().at(0).toStringList(), paths);
+    }
+}
+
+}  // namespace
+}  // namespace quillmark
