@@ -2,16 +2,22 @@
 
 #include <benchmark/benchmark.h>
 
+#include <memory>
 #include <string>
 
+#include "QuillmarkKit/ARC.h"
 #include "QuillmarkKit/Canonicalization.h"
 #include "QuillmarkKit/DKIM.h"
 #include "QuillmarkKit/DKIMKeys.h"
+#include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Message.h"
 #include "QuillmarkKit/PublicSuffixList.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Signer.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/TagList.h"
+#include "QuillmarkKit/Verifier.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {
@@ -117,6 +123,91 @@ void checkSignature(benchmark::State& state) {
     }
 }
 BENCHMARK(checkSignature)->Unit(benchmark::kMicrosecond);
+
+/// A message of 10 MB with a chain of so many forwarders. With one body hash for all, 50 cost little more
+/// than 3.
+void arcChain(benchmark::State& state) {
+    const auto key = SigningKey::newEd25519().value();
+    std::string text = "From: a@example.org\r\nSubject: x\r\n\r\n" + ordinaryBody().substr(0, 10'000'000);
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        Signer::ARCOptions options;
+        options.domain = "list.example";
+        options.selector = "key";
+        options.results = "mx.list.example; dkim=pass header.d=example.org";
+        const auto set = Signer::arcSet(MailMessage::parse(text), options, key);
+        text = set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n" + text;
+    }
+    const auto message = MailMessage::parse(text);
+    StaticResolver resolver(
+        {{"key._domainkey.list.example|TXT", DNSAnswer::records({Signer::keyRecord(key)})}});
+    for (auto _ : state) {
+        BodyHashes hashes(*message.body());
+        const SignatureChecker checker{message, &hashes, resolver, {}};
+        const auto finding = ARCValidator{checker}.validate();
+        if (!std::holds_alternative<ARCFinding::Status::Pass>(finding.status.value))
+            state.SkipWithError("does not hold");
+    }
+}
+BENCHMARK(arcChain)->Arg(1)->Arg(3)->Arg(50)->Unit(benchmark::kMillisecond);
+
+void spfTenIncludes(benchmark::State& state) {
+    StaticResolver::Answers answers;
+    std::string record = "v=spf1";
+    for (int i = 0; i < 10; ++i) {
+        const std::string name = "_spf" + std::to_string(i) + ".example.org";
+        record += " include:" + name;
+        answers[name + "|TXT"] = DNSAnswer::records(
+            {"v=spf1 ip4:198.51.100.0/25 ip4:198.51.100.128/26 ip6:2001:db8::/33 ip4:203.0.113.0/24 ~all"});
+    }
+    answers["example.org|TXT"] = DNSAnswer::records({record + " -all"});
+    StaticResolver resolver(answers);
+    const auto address = IPAddress::parse("192.0.2.1").value();
+    for (auto _ : state) {
+        const auto outcome = SPFEvaluator{resolver}.evaluate(address, "example.org", "a@example.org");
+        if (outcome.result != SPFResult::fail) state.SkipWithError("not as expected");
+    }
+}
+BENCHMARK(spfTenIncludes)->Unit(benchmark::kMicrosecond);
+
+/// The whole check of a message that is one long field but for its sender. Two sizes, the second four times
+/// the first, show that it is linear.
+void checkWhole(benchmark::State& state, const std::string& text, const StaticResolver::Answers& answers) {
+    const auto message = MailMessage::parse(text);
+    const auto resolver = std::make_shared<StaticResolver>(answers);
+    for (auto _ : state) benchmark::DoNotOptimize(Verifier(resolver, nullptr).verify(message, {}, Date()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+std::string longText(const benchmark::State& state, std::string_view piece) {
+    return repeated(piece, static_cast<std::size_t>(state.range(0)));
+}
+void longDisplayName(benchmark::State& state) {
+    checkWhole(state, "From: \"" + longText(state, "mail.example.org ") + "\" <a@example.org>\r\n\r\n", {});
+}
+void longDomain(benchmark::State& state) {
+    checkWhole(state, "From: a@" + longText(state, "mail.xn--bcher-kva.") + "example\r\n\r\n", {});
+}
+void longAuthenticationResults(benchmark::State& state) {
+    const std::string statements = longText(state, "; dkim=pass header.d=example.org");
+    checkWhole(state, "From: a@example.org\r\nAuthentication-Results: mx.example" + statements + "\r\n\r\n",
+               {});
+}
+/// The signature passes, so that every name was looked for and hashed.
+void longSignedHeaders(benchmark::State& state) {
+    const std::string text = "From: a@example.org\r\nSubject: x\r\n\r\n";
+    const auto key = SigningKey::newEd25519().value();
+    Signer::Options options;
+    options.domain = "example.org";
+    options.selector = "key";
+    options.headers.assign(static_cast<std::size_t>(state.range(0)) / 8, "subject");
+    options.headers.emplace_back("from");
+    const std::string field = Signer::dkimSignature(MailMessage::parse(text), options, key);
+    checkWhole(state, field + "\r\n" + text,
+               {{"key._domainkey.example.org|TXT", DNSAnswer::records({Signer::keyRecord(key)})}});
+}
+BENCHMARK(longDisplayName)->Arg(2'500'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(longDomain)->Arg(2'500'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(longAuthenticationResults)->Arg(2'500'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(longSignedHeaders)->Arg(2'500'000)->Arg(10'000'000)->Unit(benchmark::kMillisecond);
 
 void verifyEd25519Signature(benchmark::State& state) {
     const std::string key = *decodedBase64("11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo=");
