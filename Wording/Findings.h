@@ -1,18 +1,41 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "QuillmarkKit/Report.h"
-#include "Wording/Wording.h"
+#include "Wording/Remark.h"
+#include "Wording/Signatures.h"
 
-/// The words for each finding: a label of a few words, the tone of its marker, one sentence, and what else
-/// is to be known of it, each remark a line of its own.
+/// The words for the findings on a message's way: a label of a few words, the tone of its marker, one
+/// sentence, and what else is to be known, each remark a line of its own.
 namespace quillmark {
 
-std::string label(DKIMResult::Status status, const Reader& reader);
-/// A signature that passed without a body to check is a caution.
-Tone tone(const DKIMResult& result);
+/// The label of a result; "Not judged" when there is none.
+std::string label(const SPFFinding& finding, const Reader& reader);
+Tone tone(const SPFFinding& finding);
+std::string sentence(const SPFFinding& finding, const Reader& reader);
+/// What decided, where the address comes from, and what SPF does not say.
+std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader);
+
+std::string label(const DMARCFinding& finding, const Reader& reader);
+Tone tone(const DMARCFinding& finding);
+std::string sentence(const DMARCFinding& finding, const Reader& reader);
+std::vector<Remark> remarks(const DMARCFinding& finding, const Reader& reader);
+/// What a policy asks for, such as "reject failing mail"; one that is unknown as it is written.
+std::string policyInWords(std::string_view policy, const Reader& reader);
+
+std::string label(const ARCFinding& finding, const Reader& reader);
+/// None when no forwarder left a mark.
+std::optional<Tone> tone(const ARCFinding& finding);
+std::string sentence(const ARCFinding& finding, const Reader& reader);
+/// What each forwarder says, oldest first.
+std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader);
+
+/// How old the sender's domain is, to stand behind its name and a comma: "registered on 3 May 2004, 21 years
+/// ago".
+std::string ageInWords(const DomainAge& age, Date checkedAt, const Reader& reader);
 
 }  // namespace quillmark

@@ -7,18 +7,11 @@
 
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Report.h"
-#include "Wording/Reader.h"
+#include "Wording/Remark.h"
 
 /// What a person reads: plain words for findings, free of any window. Text that somebody else wrote goes
 /// through `forDisplay` before it stands in a sentence, so that every result is safe to show on one line.
 namespace quillmark {
-
-/// A sentence that stands alone.
-struct Remark {
-    std::optional<Tone> tone = {};  ///< of the marker before it; none for what is only good to know
-    std::string text = {};
-    bool operator==(const Remark&) const = default;
-};
 
 /// The report's first line: what can be proven about the sender.
 std::string headline(const Verdict& verdict, const Reader& reader);

@@ -5,16 +5,14 @@
 #include <cstdlib>
 #include <set>
 
+#include "WordingSupport.h"
+
 namespace quillmark {
 namespace {
 
 using namespace std::chrono_literals;
 
-ZoneOffset berlin(Date) { return {1h, "CET"}; }
 ZoneOffset newYork(Date) { return {-5h, "EST"}; }
-
-const Reader english{Language::english, Platform::other, berlin};
-const Reader german{Language::german, Platform::other, berlin};
 
 TEST(Reader, datesAndTimes) {
     const struct {

@@ -1,0 +1,116 @@
+#include "Wording/Details.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "QuillmarkKit/Support/Text.h"
+#include "Wording/Quoted.h"
+
+namespace quillmark {
+
+namespace {
+
+/// The details that the kit writes, the more special before the more general. "%1" and "%2" stand in order.
+constexpr std::string_view patterns[] = {
+    toTranslate("no %1= tag"),
+    toTranslate("tag %1= appears twice"),
+    toTranslate("empty d= or s="),
+    toTranslate("From isn't signed (h=)"),
+    toTranslate("b= or bh= is not base64"),
+    toTranslate("i= is outside d="),
+    toTranslate("l=%1 is longer than the body"),
+    toTranslate("the key requires i= to be exactly d= (t=s)"),
+    toTranslate("%1: no key"),
+    toTranslate("p= is not base64"),
+    toTranslate("the key is for %1, the signature uses %2"),
+    toTranslate("the key does not allow %1"),
+    toTranslate("the key's bytes are not a key"),
+    toTranslate("ARC sets are missing or out of order"),
+    toTranslate("ARC-Seal i=%1 has cv=%2"),
+    toTranslate("ARC-Seal i=%1 didn't verify"),
+    toTranslate("ARC-Message-Signature i=%1 didn't verify"),
+    toTranslate("redirect=%1 has no SPF record"),
+    toTranslate("include:%1 has no SPF record"),
+    toTranslate("%1 publishes no SPF record"),
+    toTranslate("%1 publishes %2 SPF records"),
+    toTranslate("nothing in %1's record matched"),
+    toTranslate("include loop"),
+    toTranslate("more than 10 DNS lookups"),
+    toTranslate("more than 2 empty lookups"),
+    toTranslate("more than 10 MX hosts"),
+    toTranslate("unknown mechanism %1"),
+    toTranslate("bad redirect"),
+    toTranslate("bad %1"),
+    toTranslate("no RDAP server for .%1 in the IANA list"),
+    toTranslate("the registry answered HTTP %1"),
+    toTranslate("the IANA RDAP list couldn't be read"),
+    toTranslate("no resolver answered"),
+    toTranslate("not in the recorded answers"),
+    toTranslate("not in the test registry"),
+    toTranslate("the check took too long"),
+    toTranslate("timed out"),
+    toTranslate("no connection"),
+    toTranslate("name not found"),
+    toTranslate("certificate not trusted"),
+    toTranslate("connection lost"),
+    toTranslate("answer too large"),
+    toTranslate("transfer failed"),
+    toTranslate("stopped"),
+};
+
+using Captures = std::array<std::string_view, 2>;
+
+/// What stands in a text where its pattern has arguments; nothing when the text has not that pattern.
+std::optional<Captures> captures(std::string_view text, std::string_view pattern) {
+    Captures found = {};
+    std::size_t count = 0;
+    while (!pattern.empty()) {
+        const std::size_t mark = pattern.find('%');
+        const std::string_view literal = pattern.substr(0, mark);
+        if (!text.starts_with(literal)) return std::nullopt;
+        text.remove_prefix(literal.size());
+        if (mark == std::string_view::npos) return text.empty() ? std::optional(found) : std::nullopt;
+        pattern.remove_prefix(mark + 2);
+        const std::string_view next = pattern.substr(0, pattern.find('%'));
+        const std::size_t end = next.empty() ? text.size() : text.find(next);
+        if (end == std::string_view::npos || count == found.size()) return std::nullopt;
+        found[count++] = text.substr(0, end);
+        text.remove_prefix(end);
+    }
+    return text.empty() ? std::optional(found) : std::nullopt;
+}
+
+std::optional<std::string> translated(std::string_view detail, const Reader& reader) {
+    for (const std::string_view pattern : patterns) {
+        if (const auto found = captures(detail, pattern))
+            return reader.translate(pattern, {quoted((*found)[0]), quoted((*found)[1])});
+    }
+    return std::nullopt;
+}
+
+/// What one service said.
+std::string serviceText(std::string_view text, const Reader& reader) {
+    const std::size_t colon = text.find(": ");
+    if (colon == std::string_view::npos) return quoted(text);
+    const auto reason = translated(text.substr(colon + 2), reader);
+    return reason ? quoted(text.substr(0, colon)) + ": " + *reason : quoted(text);
+}
+
+}  // namespace
+
+std::string detailText(std::string_view detail, const Reader& reader) {
+    constexpr std::size_t longest = 1000;  // beyond that nothing is of ours
+    if (detail.size() > longest) return quoted(detail);
+    if (auto text = translated(detail, reader)) return *text;
+    // What each of several services said: "dns.example: timed out; other.example: no connection".
+    std::string text;
+    for (bool isFirst = true; !detail.empty(); isFirst = false) {
+        const std::string_view piece = detail.substr(0, detail.find("; "));
+        detail.remove_prefix(std::min(detail.size(), piece.size() + 2));
+        text += (isFirst ? "" : "; ") + serviceText(piece, reader);
+    }
+    return text;
+}
+
+}  // namespace quillmark

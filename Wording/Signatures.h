@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "QuillmarkKit/DKIM.h"
+#include "Wording/Remark.h"
+
+/// The words for one DKIM signature.
+namespace quillmark {
+
+std::string label(DKIMResult::Status status, const Reader& reader);
+/// A signature that passed without a body to check is a caution.
+Tone tone(const DKIMResult& result);
+std::string sentence(const DKIMResult& result, const Reader& reader);
+/// What else is to be known of it, each a line of its own.
+std::vector<Remark> remarks(const DKIMResult& result, Date checkedAt, const Reader& reader);
+
+/// That the signature's length limit leaves a part of the body unsigned; nothing when it does not.
+std::optional<Remark> unsignedBodyRemark(const DKIMResult& result, const Reader& reader);
+
+/// A field of which the signature covers none, or not all that the message holds.
+enum class Coverage { none, some };
+Coverage coverage(const DKIMResult& result, std::string_view field);
+/// That the fields are not covered, and that of others the message holds more than the signature covers.
+/// Only one that covers the topmost field of a name covers what a reader is shown.
+void addCoverageRemarks(std::vector<Remark>& remarks, const DKIMResult& result,
+                        const std::vector<std::string>& fields, const Reader& reader);
+
+}  // namespace quillmark

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "QuillmarkKit/Report.h"
+#include "Wording/Reader.h"
+
+/// The words for warning signs, and for the limits of what a check proves.
+namespace quillmark {
+
+std::string title(const LookAlikeFlag& flag, const Reader& reader);
+std::string sentence(const LookAlikeFlag& flag, const Reader& reader);
+
+std::string title(Limit limit, const Reader& reader);
+std::string sentence(Limit limit, const Reader& reader);
+
+}  // namespace quillmark
