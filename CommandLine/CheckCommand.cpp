@@ -29,7 +29,7 @@
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
-#include "Wording/Findings.h"
+#include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -41,6 +41,10 @@ constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
 constexpr std::string_view standardInput = "-";
+
+/// No line of a report looks like this one.
+constexpr std::string_view betweenReports =
+    "\n================================================================================\n\n";
 
 /// The value of the first of the variables that is set, else empty.
 std::string environment(std::initializer_list<const char*> names) {
@@ -119,7 +123,8 @@ OrderedRun::Outcome checked(const CheckCommand& command, const Sources& from, co
     const ProofReport report = from.recorded
                                    ? from.recorded->verify(digest, mail, name, from.now)
                                    : Verifier(from.resolver, from.registry).verify(mail, name, from.now);
-    return {.report = command.json ? compactJSON(report) + "\n" : shortSummary(report, command.reader)};
+    return {.report = command.json ? compactJSON(report) + "\n"
+                                   : textReport(report, command.reader, command.markers) + "\n"};
 }
 
 Sources sources(const CheckCommand& command) {
@@ -214,7 +219,7 @@ int CheckCommand::run() const {
             status = 1;
             return;
         }
-        const bool isSeparate = json || std::exchange(first, false) || writeOutput("\n");
+        const bool isSeparate = json || std::exchange(first, false) || writeOutput(betweenReports);
         if (!isSeparate || !writeOutput(outcome.report)) {
             writeProblem("The reports couldn’t be written: " + std::generic_category().message(errno));
             _exit(1);  // without waiting for checks whose reports nobody can have
@@ -249,58 +254,6 @@ int CheckCommand::run() const {
     others.clear();
     if (record && !wroteRecording(*record, from, begun)) return 1;
     return status;
-}
-
-namespace {
-
-void addSignature(std::string& text, const DKIMResult& signature, const Reader& reader) {
-    text += "  " + std::string(marker(tone(signature))) + " Signature of " +
-            forDisplay(signature.domain, 300) + ": " + label(signature.status, reader);
-    if (!signature.detail.empty()) text += " (" + forDisplay(signature.detail, 300) + ")";
-    text += "\n";
-    if (signature.unsignedBodyBytes.value_or(0) > 0) {
-        text += "      It covers only the first " + std::to_string(*signature.bodyLength) +
-                " bytes of the body. The " + std::to_string(*signature.unsignedBodyBytes) +
-                " bytes after them could have been added by anyone.\n";
-    }
-    std::string uncovered;
-    for (const std::string& name : signature.unsignedImportant) {
-        const bool isCovered = std::ranges::any_of(
-            signature.signedHeaders, [&](const std::string& s) { return equalsIgnoringCase(s, name); });
-        if (isCovered) {  // some of them, from the bottom up, whereas a reader is shown the topmost
-            text += "      The message has more " + name +
-                    " lines than it covers; the one shown may have been added later.\n";
-        } else {
-            uncovered += (uncovered.empty() ? "" : ", ") + name;
-        }
-    }
-    if (!uncovered.empty()) {
-        text += "      Not covered by it: " + uncovered + ". These lines could have been changed or added.\n";
-    }
-}
-
-}  // namespace
-
-std::string shortSummary(const ProofReport& report, const Reader& reader) {
-    constexpr std::size_t mostShown = 100;  // addresses
-    std::string text =
-        std::string(marker(report.verdict.tone)) + " " + headline(report.verdict, reader) + "\n";
-    text += "  " + explanation(report, reader) + "\n";
-    if (report.fileName) text += "  File: " + forDisplay(*report.fileName, 300) + "\n";
-    text += "  From: ";
-    for (std::size_t i = 0; i < std::min(mostShown, report.summary.from.size()); ++i) {
-        text += (i == 0 ? "" : ", ") + displayForm(report.summary.from[i]);
-    }
-    if (report.summary.from.empty()) text += "(no From address)";
-    if (report.summary.from.size() > mostShown) {
-        text += " and " + std::to_string(report.summary.from.size() - mostShown) + " more";
-    }
-    text += "\n  Subject: " +
-            (report.summary.subject.empty() ? "(no subject)" : forDisplay(report.summary.subject, 500)) +
-            "\n";
-    if (report.dkim.empty()) text += "  No DKIM signature.\n";
-    for (const DKIMResult& signature : report.dkim) addSignature(text, signature, reader);
-    return text;
 }
 
 }  // namespace quillmark

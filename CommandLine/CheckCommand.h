@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/Report.h"
 #include "Wording/Reader.h"
+#include "Wording/TextReport.h"
 
 namespace quillmark {
 
@@ -19,14 +19,12 @@ struct CheckCommand {
     std::optional<std::string> at = {};      ///< RFC 3339
     std::optional<std::string> record = {};  ///< a file to write what the checks were told into
     Reader reader = {};                      ///< whom reports and problems are for
+    Markers markers = Markers::plain;        ///< of text reports
 
     /// Checks every file and writes the reports in input order as soon as they are ready. Returns the exit
     /// status: 0 when every message was checked, 1 when some input could not be or the recording could not be
     /// written, 2 when the arguments or the answers file are at fault.
     int run() const;
 };
-
-/// The headline, what the message says of itself and what came of each signature, for a person.
-std::string shortSummary(const ProofReport& report, const Reader& reader);
 
 }  // namespace quillmark

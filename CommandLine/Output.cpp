@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -35,6 +36,12 @@ bool writeOutput(std::string_view bytes) {
     if (writeAll(STDOUT_FILENO, bytes)) return true;
     if (errno == EPIPE) _exit(128 + SIGPIPE);
     return false;
+}
+
+bool outputHasColours() {
+    const char* const terminal = std::getenv("TERM");
+    const bool canColour = terminal && *terminal && std::string_view(terminal) != "dumb";
+    return canColour && !std::getenv("NO_COLOR") && isatty(STDOUT_FILENO) == 1;
 }
 
 void writeProblem(std::string_view message) {

@@ -8,6 +8,9 @@ namespace quillmark {
 /// SIGPIPE. False when it cannot be written otherwise (a full disk); `errno` says why.
 bool writeOutput(std::string_view bytes);
 
+/// Whether standard output is a terminal that shows colours, and the user wants them (NO_COLOR is unset).
+bool outputHasColours();
+
 /// Writes one line, "quillmark: " and `message`, to standard error. The message goes through the filter for
 /// text that somebody else wrote.
 void writeProblem(std::string_view message);

@@ -170,6 +170,7 @@ int main(int count, char** values) {
     }
     quillmark::endOnSignals();
     check.reader = sign.reader = seal.reader = quillmark::Reader::ofEnvironment();
+    if (quillmark::outputHasColours()) check.markers = quillmark::Markers::coloured;
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();

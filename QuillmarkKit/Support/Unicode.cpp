@@ -23,6 +23,14 @@ std::string unicodeLowered(std::string_view text) {
     return lowered;
 }
 
+std::string unicodeUppered(std::string_view text) {
+    std::string uppered;
+    icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())))
+        .toUpper(icu::Locale::getRoot())
+        .toUTF8String(uppered);
+    return uppered;
+}
+
 bool isAlphabetic(char32_t scalar) { return u_isUAlphabetic(static_cast<UChar32>(scalar)) != 0; }
 
 namespace {

@@ -10,6 +10,8 @@ namespace quillmark {
 
 /// `text` in lower case by the rules of Unicode, of no particular language.
 std::string unicodeLowered(std::string_view text);
+/// The same in upper case; "ß" becomes "SS".
+std::string unicodeUppered(std::string_view text);
 
 /// The Unicode property Alphabetic.
 bool isAlphabetic(char32_t scalar);

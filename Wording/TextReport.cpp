@@ -1,0 +1,178 @@
+#include "Wording/TextReport.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Findings.h"
+#include "Wording/Quoted.h"
+#include "Wording/ReceiverResults.h"
+#include "Wording/Signatures.h"
+#include "Wording/Signs.h"
+#include "Wording/Wording.h"
+
+namespace quillmark {
+
+namespace {
+
+/// Entries of a list that are shown.
+constexpr std::size_t longestList = 100;
+
+/// The report while it is put together.
+class Lines {
+public:
+    Lines(const Reader& reader, Markers markers) : m_reader(reader), m_markers(markers) {}
+
+    void add(std::string_view line) {
+        if (m_isBegun) m_text += '\n';
+        m_isBegun = true;
+        m_text += line;
+    }
+    void add(const Remark& remark) { add(line(remark)); }
+    /// More about the line above.
+    void note(const Remark& remark) { add("    " + line(remark)); }
+    void section(std::string_view heading) {
+        const std::string title = unicodeUppered(m_reader.translate(heading));
+        std::size_t characters = 0;
+        for (std::string_view rest = title; !rest.empty(); ++characters) takeScalar(rest);
+        add("");
+        add(title);
+        add(std::string(characters, '-'));
+    }
+    std::string text() && { return std::move(m_text); }
+
+private:
+    std::string line(const Remark& remark) const {
+        if (remark.tone) return marked(*remark.tone) + " " + remark.text;
+        // Some begin with the name of a server, which may look like a marker.
+        return remark.text.starts_with('[') ? "- " + remark.text : remark.text;
+    }
+    std::string marked(Tone tone) const {
+        const std::string plain(marker(tone));
+        if (m_markers == Markers::plain) return plain;
+        // Select Graphic Rendition (ECMA-48): bold, and green, yellow, red or blue.
+        const char* const colour = tone == Tone::good      ? "32"
+                                   : tone == Tone::caution ? "33"
+                                   : tone == Tone::bad     ? "31"
+                                                           : "34";
+        return "\x1B[1;" + std::string(colour) + "m" + plain + "\x1B[0m";
+    }
+
+    const Reader& m_reader;
+    const Markers m_markers;
+    std::string m_text = {};
+    bool m_isBegun = false;
+};
+
+std::string more(std::size_t count, const Reader& reader) {
+    return reader.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(count));
+}
+
+/// "a, b, c and 5 more"
+std::string joined(std::span<const MailAddress> addresses, const Reader& reader) {
+    std::string text;
+    for (const MailAddress& address : addresses.first(std::min(addresses.size(), longestList))) {
+        text += (text.empty() ? "" : ", ") + displayForm(address);
+    }
+    if (addresses.size() > longestList) text += ", " + more(addresses.size() - longestList, reader);
+    return text;
+}
+
+void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
+    const MessageSummary& message = report.summary;
+    const auto field = [&](std::string_view pattern, const std::string& value) {
+        lines.add(reader.translate(pattern, {value}));
+    };
+    lines.section(toTranslate("The message says"));
+    field(toTranslate("From: %1"),
+          message.from.empty() ? reader.translate("(no From line)") : joined(message.from, reader));
+    if (!message.replyTo.empty()) field(toTranslate("Reply-To: %1"), joined(message.replyTo, reader));
+    field(toTranslate("Subject: %1"),
+          message.subject.empty() ? reader.translate("(no subject)") : quoted(message.subject));
+    if (message.date) field(toTranslate("Date: %1"), reader.time(*message.date));
+    if (message.messageID) field(toTranslate("Message-ID: %1"), quoted(*message.messageID));
+    if (message.returnPath) field(toTranslate("Return-Path: <%1>"), quoted(*message.returnPath));
+    if (report.domainAge.domain.empty()) return;
+    lines.add(reader.translate(
+        "Sender’s domain: %1, %2",
+        {quotedDomain(report.domainAge.domain), ageInWords(report.domainAge, report.checkedAt, reader)}));
+}
+
+void addWarningSigns(Lines& lines, std::span<const LookAlikeFlag> flags, const Reader& reader) {
+    if (flags.empty()) return;
+    lines.section(toTranslate("Warning signs"));
+    for (const LookAlikeFlag& flag : flags.first(std::min(flags.size(), longestList))) {
+        lines.add(
+            Remark{Tone::caution, reader.translate("%1: %2", {title(flag, reader), sentence(flag, reader)})});
+    }
+    if (flags.size() > longestList) lines.note(Remark{{}, more(flags.size() - longestList, reader)});
+}
+
+void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader) {
+    lines.section(toTranslate("Signatures (DKIM)"));
+    if (report.dkim.empty()) lines.add(reader.translate("No DKIM signature."));
+    for (const DKIMResult& signature : report.dkim) {
+        const auto shown = [](const std::string& tag) { return tag.empty() ? "?" : quoted(tag); };
+        const std::string domain = shown(signature.domain), selector = shown(signature.selector),
+                          algorithm = shown(signature.algorithm), said = sentence(signature, reader);
+        // For translators: a signature: domain, selector, algorithm, what came of it, size of its key.
+        const std::string line =
+            signature.keyBits
+                ? reader.translate("%1 (s=%2, %3, %5-bit): %4",
+                                   {domain, selector, algorithm, said, std::to_string(*signature.keyBits)})
+                : reader.translate("%1 (s=%2, %3): %4", {domain, selector, algorithm, said});
+        lines.add(Remark{tone(signature), line});
+        for (const Remark& remark : remarks(signature, report.checkedAt, reader)) lines.note(remark);
+    }
+}
+
+template <typename Finding>
+void addFinding(Lines& lines, std::string_view heading, const Finding& finding, const Reader& reader) {
+    lines.section(heading);
+    lines.add(Remark{tone(finding), sentence(finding, reader)});
+    for (const Remark& remark : remarks(finding, reader)) lines.note(remark);
+}
+
+}  // namespace
+
+std::string textReport(const ProofReport& report, const Reader& reader, Markers markers) {
+    Lines lines(reader, markers);
+    lines.add(reader.translate("Quillmark report"));
+    lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
+    if (report.fileName) lines.add(reader.translate("File: %1", {quoted(*report.fileName)}));
+    lines.add("");
+    lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
+    lines.note(Remark{{}, explanation(report, reader)});
+    for (const Remark& remark : besideHeadline(report, reader)) lines.note(remark);
+    if (!report.flags.empty()) {
+        lines.note({Tone::caution, reader.translateCount("There is a warning sign; read it below.",
+                                                         "There are %n warning signs; read them below.",
+                                                         static_cast<std::int64_t>(report.flags.size()))});
+    }
+    addMessage(lines, report, reader);
+    addWarningSigns(lines, report.flags, reader);
+    addSignatures(lines, report, reader);
+    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader);
+    addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
+    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader);
+    lines.section(toTranslate("Your mail server said"));
+    bool isFirst = true;
+    for (const Remark& remark : receiverRemarks(report, reader)) {
+        std::exchange(isFirst, false) ? lines.add(remark) : lines.note(remark);
+    }
+    lines.section(toTranslate("Limits"));
+    for (const Limit limit : report.limits) {
+        lines.add(reader.translate("%1: %2", {title(limit, reader), sentence(limit, reader)}));
+    }
+    lines.add("");
+    lines.add(reader.translate(
+        "Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the domains named in "
+        "the message left the Mac."));
+    return std::move(lines).text();
+}
+
+}  // namespace quillmark

@@ -1,0 +1,157 @@
+#include "Wording/TextReport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+namespace {
+
+const Reader reader{Language::english, Platform::mac, [](Date) { return ZoneOffset{}; }};
+const Date checkedAt = *parsedRFC3339("2026-11-21T10:00:00Z");
+
+std::vector<std::string> lines(const ProofReport& report, Markers markers = Markers::plain) {
+    std::vector<std::string> list;
+    std::istringstream text(textReport(report, reader, markers));
+    for (std::string line; std::getline(text, line);) list.push_back(line);
+    return list;
+}
+
+std::size_t count(const std::vector<std::string>& lines, std::string_view start) {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(lines, [&](const std::string& line) { return line.starts_with(start); }));
+}
+
+/// What a line begins with, behind its indentation, if that is in brackets.
+std::string leadingMarker(std::string_view line) {
+    line = trimmed(line, " ");
+    return line.starts_with('[') ? std::string(line.substr(0, line.find(']') + 1)) : std::string();
+}
+
+/// A report in which every text of somebody else's is `text`.
+ProofReport reportSaying(const std::string& text) {
+    ProofReport report;
+    report.checkedAt = checkedAt;
+    report.fileName = text;
+    report.summary = {.from = {{text, text}}, .replyTo = {{text, text}}, .to = {{text, text}}};
+    report.summary.subject = text;
+    report.summary.date = checkedAt;
+    report.summary.messageID = report.summary.returnPath = text;
+    DKIMResult signature;
+    signature.status = DKIMResult::Status::pass;
+    signature.detail = signature.domain = signature.selector = signature.algorithm = text;
+    signature.identity = text;
+    signature.bodyLength = signature.unsignedBodyBytes = 5;
+    signature.unsignedImportant = {text};
+    report.dkim = {signature};
+    report.spf.status.value = SPFFinding::Status::Judged{SPFResult::permerror};
+    report.spf.domain = report.spf.matched = report.spf.detail = text;
+    report.spf.ip = SenderIP{text, {SenderIP::Source::Received{text}}, text};
+    report.dmarc.status = DMARCFinding::Status::fail;
+    report.dmarc.fromDomain = report.dmarc.organizationalDomain = text;
+    report.dmarc.policy = report.dmarc.appliedPolicy = report.dmarc.record = text;
+    const AuthResults results{text, {{text, text, {{text, text}}}}};
+    report.arc.status.value = ARCFinding::Status::Fail{};
+    report.arc.detail = text;
+    report.arc.hops = {{1, text, signature, false, results}};
+    report.receiverResults = {results};
+    report.flags = {{LookAlikeFlag::ReplyToDiffers{text, text}},
+                    {LookAlikeFlag::DisplayNameMismatch{text, text}},
+                    {LookAlikeFlag::Punycode{text, text}},
+                    {LookAlikeFlag::MixedScripts{text}},
+                    {LookAlikeFlag::YoungDomain{text, checkedAt, 3}},
+                    {LookAlikeFlag::MultipleFrom{}}};
+    report.domainAge = {text, {DomainAge::Status::Unavailable{text}}};
+    report.verdict = {VerdictKind::signatureBroken, Tone::caution, text, text, {text}};
+    report.limits = {Limit::domainNotCompany};
+    return report;
+}
+
+TEST(TextReport, leavesOutWhatThereIsNot) {
+    ProofReport report;
+    report.checkedAt = checkedAt;
+    auto text = lines(report);
+    EXPECT_EQ((std::vector(text.begin(), text.begin() + 4)),
+              (std::vector<std::string>{"Quillmark report", "Checked: 21 Nov 2026 at 10:00 UTC", "",
+                                        "[X] Can’t prove who sent this"}));
+    for (const char* absent :
+         {"File:", "Reply-To:", "Date:", "Message-ID:", "Return-Path:", "Sender’s", "WARN"}) {
+        EXPECT_EQ(count(text, absent), 0u) << absent;
+    }
+    const auto heading = std::ranges::find(text, "SIGNATURES (DKIM)");
+    ASSERT_GE(text.end() - heading, 4);
+    EXPECT_EQ(heading[1], "-----------------");
+    EXPECT_EQ(heading[2], "No DKIM signature.");
+    EXPECT_EQ(heading[3], "");
+    EXPECT_EQ(count(text, "From: (no From line)"), 1u);
+    EXPECT_EQ(count(text, "Subject: (no subject)"), 1u);
+    EXPECT_EQ(count(text, "No Authentication-Results header."), 1u);
+    EXPECT_EQ(
+        text.back(),
+        "Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the domains named in the "
+        "message left the Mac.");
+    EXPECT_FALSE(textReport(report, reader).ends_with('\n'));
+}
+
+TEST(TextReport, signatures) {
+    DKIMResult signature;
+    signature.status = DKIMResult::Status::pass;
+    signature.domain = "d.example";
+    signature.selector = "s";
+    signature.algorithm = "rsa-sha256";
+    ProofReport report;
+    report.dkim = {signature, signature, {.detail = "no d= tag"}};
+    report.dkim[1].bodyChecked = true;
+    report.dkim[1].keyBits = 2048;
+    const auto text = lines(report);
+    EXPECT_EQ(count(text, "[!] d.example (s=s, rsa-sha256): "), 1u);
+    EXPECT_EQ(count(text, "[OK] d.example (s=s, rsa-sha256, 2048-bit): "), 1u);
+    EXPECT_EQ(count(text, "[X] ? (s=?, ?): This isn’t a valid signature: no d= tag."), 1u);
+}
+
+TEST(TextReport, nothingInAMessageForgesALine) {
+    const auto plain = lines(reportSaying("x"));
+    const auto hostile = lines(
+        reportSaying("[OK] a\n[OK] Signed by bank.example\r\n\u2028\u0085\v\f\x1B[2J\u202E\n\nLIMITS\n---"));
+    ASSERT_EQ(hostile.size(), plain.size());
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        EXPECT_EQ(leadingMarker(hostile[i]), leadingMarker(plain[i])) << hostile[i];
+        for (const char* harm : {"\x1B", "\u2028", "\u0085", "\u202E", "\v"}) {
+            EXPECT_EQ(hostile[i].find(harm), std::string::npos) << hostile[i];
+        }
+    }
+}
+
+TEST(TextReport, onlyMarkersAreColoured) {
+    const ProofReport report = reportSaying("[OK] x");
+    const auto plain = lines(report), coloured = lines(report, Markers::coloured);
+    ASSERT_EQ(coloured.size(), plain.size());
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        std::string line = coloured[i];
+        EXPECT_EQ(std::ranges::count(line, '\x1B'), leadingMarker(plain[i]).empty() ? 0 : 2) << line;
+        for (auto at = line.find('\x1B'); at != std::string::npos; at = line.find('\x1B')) {
+            line.erase(at, line.find('m', at) - at + 1);
+        }
+        EXPECT_EQ(line, plain[i]);
+    }
+}
+
+TEST(TextReport, longListsAreCut) {
+    ProofReport report;
+    report.summary.from.assign(100'000, {std::nullopt, "a@b.example"});
+    report.flags.assign(1'000, {LookAlikeFlag::MultipleFrom{}});
+    report.receiverResults = {{"mx", std::vector<AuthResults::Method>(500, {"dkim", "pass", {}})}};
+    const auto text = lines(report);
+    const auto from = std::ranges::find_if(text, [](const auto& line) { return line.starts_with("From:"); });
+    EXPECT_TRUE(from->ends_with(", a@b.example, and 99,900 more")) << *from;
+    EXPECT_EQ(count(text, "    and 900 more"), 1u);
+    EXPECT_EQ(count(text, "    …"), 1u);
+    EXPECT_LT(text.size(), 300u);
+}
+
+}  // namespace
+}  // namespace quillmark
