@@ -1,0 +1,38 @@
+#include "Wording/HistoryWording.h"
+
+#include "Wording/Quoted.h"
+
+namespace quillmark {
+
+// The standard library has a function `quoted`, too, which is found by its arguments.
+
+std::string historyProblem(const HistoryFileError& error, const Reader& reader) {
+    if (const auto* damaged = std::get_if<HistoryFileError::Damaged>(&error.value))
+        return historyProblem(*damaged, reader);
+    return reader.translate(
+        "Your history was saved by a newer version of Quillmark. Update Quillmark to open it; nothing was "
+        "changed.");
+}
+
+std::string historyProblem(const HistoryFileError::Damaged& damaged, const Reader& reader) {
+    return reader.translate(
+        "Your saved history couldn’t be read, so Quillmark started a new one. The old file was kept as “%1” "
+        "in the same folder.",
+        {quillmark::quoted(damaged.movedTo.filename().string())});
+}
+
+std::string historyNotOpened(const std::string& reason, const Reader& reader) {
+    return reader.translate("Your history couldn’t be opened: %1", {quillmark::quoted(reason)});
+}
+
+std::string historyNotSaved(const std::string& reason, const Reader& reader) {
+    return reader.translate("Quillmark couldn’t save your history: %1", {quillmark::quoted(reason)});
+}
+
+std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader) {
+    if (!name) return reader.translate("The report is too large to be kept in the history.");
+    return reader.translate("The report on “%1” is too large to be kept in the history.",
+                            {quillmark::quoted(*name)});
+}
+
+}  // namespace quillmark
