@@ -2,34 +2,28 @@
 
 #include <QObject>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Quillmark/AppSettings.h"
-#include "QuillmarkKit/DNS.h"
+#include "Quillmark/HistoryKeeper.h"
+#include "Quillmark/KeptMessages.h"
+#include "Quillmark/Mailbox.h"
+#include "Quillmark/MessageCheck.h"
 #include "QuillmarkKit/HistoryFile.h"
-#include "QuillmarkKit/Message.h"
-#include "QuillmarkKit/RDAP.h"
-#include "QuillmarkKit/Recording.h"
-#include "QuillmarkKit/Report.h"
+#include "QuillmarkKit/Support/Workers.h"
 #include "Wording/Reader.h"
 
 namespace quillmark {
-
-using SharedReport = std::shared_ptr<const ProofReport>;
-
-/// What one check of this run was made from, and what it was told. Shared: copies are cheap.
-struct CheckedMessage {
-    std::shared_ptr<const ByteBuffer> bytes = {};  ///< as they were read or pasted
-    ParseMode mode = ParseMode::strict;            ///< how they were parsed, and are to be again
-    std::shared_ptr<const RecordedAnswers> answers = {};
-    std::shared_ptr<const RecordedFailures> failures = {};
-    Date begun = {}, ended = {};
-};
 
 /// The application without its window: takes messages in, has them checked, keeps the reports. It is
 /// confined to the thread that made it (the main thread), needs that thread's event loop, and never waits
@@ -49,6 +43,7 @@ public:
         std::optional<std::string> name = {};  ///< the file's; may hold anything; none for pasted text
         SharedReport report = {};              ///< none while it is first checked
         bool isRunning = false;                ///< "Checking…"; may be cancelled
+        std::uint64_t intake = 0;              ///< the same for files that were opened together
         bool operator==(const Row&) const = default;
     };
 
@@ -58,22 +53,18 @@ public:
         bool operator==(const Progress&) const = default;
     };
 
-    enum class HistoryState {
-        off,      ///< none is kept; what the file holds stays there, and is not shown
-        loading,  ///< for the first time
-        ready,
-        locked,  ///< the file must not be written over: `historyLock` says why
-    };
+    using HistoryState = quillmark::HistoryState;
 
     /// What the model stands on. `now` is called on any thread.
     struct Surroundings {
         std::shared_ptr<DNSResolver> resolver = {};
         std::shared_ptr<RegistrationLookup> registry = {};  ///< may be none
-        /// Called on another thread; may throw `std::filesystem::filesystem_error`.
+        /// Called on any thread; may throw `std::filesystem::filesystem_error`.
         std::function<HistoryFile()> historyFile = {};
         std::shared_ptr<SettingsStore> settings = {};
         std::function<Date()> now = {};
         Reader reader = {};
+        std::size_t keptBytes = KeptMessages::usualLimit;  ///< of messages, for checks that are made again
     };
 
     explicit AppModel(Surroundings surroundings, QObject* parent = nullptr);
@@ -86,13 +77,13 @@ public:
     const std::optional<UUID>& selection() const { return m_selection; }
     const std::optional<Sheet>& sheet() const { return m_sheet; }
     const std::optional<std::string>& problem() const { return m_problem; }
-    bool busy() const { return m_progress.done < m_progress.all; }
+    bool busy() const { return !m_running.empty(); }
     Progress progress() const { return m_progress; }
     /// The saved reports, the oldest first; those of this run are among them.
-    const std::vector<SharedReport>& history() const;
-    HistoryState historyState() const;
+    const std::vector<SharedReport>& history() const { return m_history.reports(); }
+    HistoryState historyState() const { return m_history.state(); }
     /// Why nothing is saved, in one line; empty unless the history is locked.
-    std::string historyLock() const;
+    const std::string& historyLock() const { return m_history.lock(); }
     const AppSettings& settings() const { return m_settings; }
 
     /// The row of this identity; null when there is none. Valid until the next change.
@@ -110,18 +101,18 @@ public:
     void openFiles(std::vector<std::string> paths);
     /// The bytes of one message, as a mail program gives them, perhaps with a name for it. Gives the identity
     /// of its row.
-    UUID checkData(std::string bytes, std::optional<std::string> name = {});
+    UUID checkData(std::string_view bytes, std::optional<std::string> name = {});
     /// The source of a message, or only its headers.
-    UUID paste(std::string text);
+    UUID paste(std::string_view text);
 
     /// Checks a message of this run again. The history keeps both reports.
-    void recheck(const UUID& id);
+    void recheck(UUID id);
     /// Ends the check of a row: the row goes, or has its former report again.
-    void cancel(const UUID& id);
+    void cancel(UUID id);
     void cancelAll();
     /// Takes a row away, and cancels its check; the history keeps its report.
-    void removeFromList(const UUID& id);
-    void removeFromHistory(const UUID& id);
+    void removeFromList(UUID id);
+    void removeFromHistory(UUID id);
     /// Removes every saved report for good, also when no history is kept.
     void clearHistory();
     /// Looks whether another program has changed the history meanwhile, as when the window comes to the
@@ -129,7 +120,7 @@ public:
     void refreshHistory();
 
     /// Nothing, or the identity of a row or a saved report; another one is none.
-    void select(const std::optional<UUID>& id);
+    void select(std::optional<UUID> id);
     void showSheet(Sheet sheet);
     /// Once the welcome sheet has been dismissed it does not come again by itself.
     void dismissSheet();
@@ -155,12 +146,59 @@ signals:
     void settingsChanged();
 
 private:
+    /// A check under way.
+    struct Running {
+        UUID row = {};
+        std::string path = {};
+        std::uint64_t number = 0;  ///< rises with every check
+        std::stop_source stop = {};
+    };
+    /// What rows are from now on, by the identity they had; nothing for those that go.
+    using RowChanges = std::map<UUID, std::optional<Row>>;
+    struct IntakeProblem {
+        std::uint64_t number = 0;  ///< of the check
+        std::string line = {};
+    };
+    struct HashOfID {
+        std::size_t operator()(const UUID& id) const;
+    };
+
+    UUID takeIn(std::vector<MessageSource> sources);
+    void start(const UUID& check, const UUID& row, MessageSource source);
+    void takeOutcomes();
+    void end(UUID check);
+    static std::optional<Row> withoutCheck(Row row);
+    void change(const RowChanges& changes);
+    void apply(const RowChanges& changes);
+    std::optional<UUID> selectionAfter(const RowChanges& changes) const;
+    std::optional<UUID> selectable(const std::optional<UUID>& id) const;
+    void showIntakeProblem(const IntakeProblem& problem);
+    void choose(const AppSettings& settings);
+
+    const std::shared_ptr<SettingsStore> m_store;
+    const Reader m_reader;
+    AppSettings m_settings;
+    const std::shared_ptr<RegistrySwitch> m_mayAskRegistry;
+    const MessageChecker m_checker;
+    Mailbox m_mailbox{};
+    HistoryKeeper m_history;
+
     std::vector<Row> m_session = {};
+    mutable std::unordered_map<UUID, std::size_t, HashOfID> m_positions = {};  // in it; empty: to be made
+    KeptMessages m_messages;
+    std::uint64_t m_intake = 0;  // the latest
     std::optional<UUID> m_selection = {};
+    std::optional<UUID> m_selectedBefore = {};  // before the latest intake
     std::optional<Sheet> m_sheet = {};
     std::optional<std::string> m_problem = {};
+    std::uint64_t m_problemNumber = 0;  // of the check it comes from
+    std::uint64_t m_number = 0;         // of the latest check
     Progress m_progress = {};
-    AppSettings m_settings = {};
+    std::map<UUID, Running> m_running = {};  // by the identity of the report to be
+    std::map<UUID, UUID> m_runningByRow = {};
+    std::vector<std::pair<UUID, CheckOutcome>> m_outcomes = {};  // not yet taken
+    bool m_isFinished = false;
+    Workers m_workers;  // last: the others must outlive what they do
 };
 
 }  // namespace quillmark

@@ -51,6 +51,13 @@ void HistoryChange::removeAll() {
     m_added.clear();
 }
 
+void HistoryChange::append(const HistoryChange& later) {
+    if (later.m_removesAll) removeAll();
+    std::erase_if(m_added, [&](const ProofReport& report) { return later.m_removed.contains(report.id); });
+    m_removed.insert(later.m_removed.begin(), later.m_removed.end());
+    m_added.insert(m_added.end(), later.m_added.begin(), later.m_added.end());
+}
+
 HistoryWriter::HistoryWriter(Sink sink) : m_sink(std::move(sink)) { m_text = "{\n  \"reports\": ["; }
 
 void HistoryWriter::add(const ProofReport& report) {

@@ -43,6 +43,8 @@ public:
     [[nodiscard]] bool add(ProofReport report);
     void remove(const UUID& id);
     void removeAll();
+    /// The steps of `later` after these.
+    void append(const HistoryChange& later);
 
     bool isEmpty() const { return !m_removesAll && m_removed.empty(); }
     /// Whether a report that the history holds goes.

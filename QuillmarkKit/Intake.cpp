@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Intake.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,9 +18,21 @@ constexpr std::size_t firstRead = 64 * 1024;
 
 Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
 
+constexpr int stopWatch = 50;  // milliseconds between looks at a stop
+
+/// Waits until there is something to read, or the end. False when it was stopped.
+bool waited(int descriptor, const std::stop_token& stop) {
+    pollfd watched = {descriptor, POLLIN, 0};
+    while (!stop.stop_requested()) {
+        const int ready = poll(&watched, 1, stop.stop_possible() ? stopWatch : -1);
+        if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
-std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor) {
+std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop_token& stop) {
     struct stat status = {};
     if (fstat(descriptor, &status) != 0) return unreadable(errno);
     std::size_t expected = firstRead;
@@ -29,11 +42,13 @@ std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor) {
             static_cast<std::size_t>(status.st_size) + 1;  // one more, so that its end is met without growing
     }
     ByteBuffer bytes(expected);
+    const bool mayWait = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
     for (;;) {
+        if (mayWait && !waited(descriptor, stop)) return unreadable(ECANCELED);
         if (bytes.size() == bytes.capacity()) bytes.grow(std::min(2 * bytes.capacity(), readAtMost));
         const std::size_t room = std::min(bytes.capacity(), readAtMost) - bytes.size();
         const ssize_t count = read(descriptor, bytes.data() + bytes.size(), room);
-        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && (errno == EINTR || (errno == EAGAIN && mayWait))) continue;
         if (count < 0) return unreadable(errno);
         if (count == 0) return bytes;
         bytes.setSize(bytes.size() + static_cast<std::size_t>(count));
@@ -41,10 +56,11 @@ std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor) {
     }
 }
 
-std::variant<ByteBuffer, Refusal> readFile(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::stop_token& stop) {
+    // Opening a FIFO would wait for its writer, and a terminal must not become ours.
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) return unreadable(errno);
-    auto bytes = readDescriptor(descriptor);
+    auto bytes = readDescriptor(descriptor, stop);
     close(descriptor);
     return bytes;
 }

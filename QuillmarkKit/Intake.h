@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -31,10 +32,11 @@ struct Refusal {
 constexpr std::size_t largestMessage = 50'000'000;
 
 /// The bytes of a file, a FIFO or a device, of which at most one byte more than `largestMessage` is ever
-/// read. Blocks. A file that changes meanwhile gives what was there when it was read.
-std::variant<ByteBuffer, Refusal> readFile(const std::string& path);
+/// read. Blocks; soon after `stop` is requested, a FIFO or a device that gives nothing counts as unreadable.
+/// A file that changes meanwhile gives what was there when it was read.
+std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::stop_token& stop = {});
 /// The same from an open file, which stays open.
-std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor);
+std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop_token& stop = {});
 
 /// The message in the bytes, if they hold a From, Received or DKIM-Signature field.
 std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode);

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Quillmark/MessageCheck.h"
+#include "QuillmarkKit/HistoryFile.h"
+#include "QuillmarkKit/Support/Workers.h"
+#include "Wording/Reader.h"
+
+namespace quillmark {
+
+class Mailbox;
+
+enum class HistoryState {
+    off,      ///< none is kept; what the file holds stays there, and is not shown
+    loading,  ///< for the first time
+    ready,
+    locked,  ///< the file must not be written over
+};
+
+/// The saved history as the model shows it. The file is read and written on a thread of its own; what changes
+/// in a burst is saved together, and a change that could not be saved is saved with the next.
+class HistoryKeeper : public QObject {
+    Q_OBJECT
+public:
+    /// `file` is called on another thread and may throw. `mailbox` must outlive the keeper.
+    HistoryKeeper(std::function<HistoryFile()> file, std::function<Date()> now, Reader reader,
+                  Mailbox& mailbox, QObject* parent = nullptr);
+    /// As `finish`.
+    ~HistoryKeeper() override;
+
+    HistoryState state() const { return m_state; }
+    /// Why it is locked, in one line; else empty.
+    const std::string& lock() const { return m_lock; }
+    /// The oldest first.
+    const std::vector<SharedReport>& reports() const { return m_reports->inOrder; }
+    /// Null when there is none.
+    SharedReport report(const UUID& id) const;
+
+    void setKept(bool isKept);
+    /// `change` is what adds the reports. Nothing is added while no history is kept, or it is locked.
+    void add(std::vector<SharedReport> reports, const HistoryChange& change);
+    void remove(const UUID& id);
+    /// Also what the file holds while none is kept.
+    void removeAll();
+    /// Reads the file again if somebody else has changed it.
+    void refresh();
+    /// Waits until everything is saved that can be. The keeper does nothing afterwards.
+    void finish();
+
+signals:
+    void changed();  ///< the reports or the state
+    void failed(const std::string& line);
+
+private:
+    /// The reports, and where they are found.
+    struct Reports {
+        std::vector<SharedReport> inOrder = {};
+        std::map<UUID, SharedReport> byID = {};
+        void add(const SharedReport& report);
+        void apply(const HistoryChange& change);
+    };
+    /// By which a file is known again: when it was written, and which it is.
+    struct Stamp {
+        std::int64_t seconds = 0, nanoseconds = 0;
+        std::uint64_t number = 0;
+        bool operator==(const Stamp&) const = default;
+    };
+    struct Loaded {
+        std::shared_ptr<Reports> reports = {};
+        Stamp stamp = {};
+        std::string problem = {};  ///< one line; empty when there is none
+        bool locks = false;
+    };
+    struct Saved {
+        Stamp stamp = {};
+        std::string problem = {};
+        bool isDone = true, locks = false;
+        bool mustLoad = false;  ///< the file holds something else than we believe
+    };
+    static Stamp stampOf(const HistoryFile& file);
+    Loaded loaded() const;
+    Saved saved(const HistoryChange& change, const Stamp& known) const;
+
+    void load();
+    void take(const Loaded& loaded);
+    void save();
+    void saveSoon();
+    void take(const Saved& saved);
+    void lockWith(const std::string& line);
+    bool refuses();
+
+    const std::function<HistoryFile()> m_file;
+    const std::function<Date()> m_now;
+    const Reader m_reader;
+    Mailbox& m_mailbox;
+
+    HistoryState m_state = HistoryState::off;
+    std::string m_lock = {};
+    std::shared_ptr<Reports> m_reports = std::make_shared<Reports>();
+    Stamp m_stamp = {};  // of the file that `m_reports` are
+    int m_loads = 0;     // under way
+    std::shared_ptr<const HistoryChange> m_saving = {};
+    HistoryChange m_pending = {};  // after `m_saving`
+    QTimer m_soon{this};
+    QElapsedTimer m_sinceFirst = {};  // of what is pending
+    bool m_isFinished = false;
+    Workers m_worker{1};
+};
+
+}  // namespace quillmark

@@ -1,0 +1,40 @@
+#include "Quillmark/KeptMessages.h"
+
+#include <utility>
+
+namespace quillmark {
+
+void KeptMessages::keep(const UUID& id, Kept kept) {
+    drop(id);
+    m_held += kept.message.bytes->size();
+    (kept.path.empty() ? m_withoutFile : m_withFile).push_back(id);
+    m_kept.emplace(id, std::move(kept));
+    while (m_held > m_limit && (releaseFirst(m_withFile) || releaseFirst(m_withoutFile))) continue;
+}
+
+const KeptMessages::Kept* KeptMessages::find(const UUID& id) const {
+    const auto found = m_kept.find(id);
+    return found != m_kept.end() ? &found->second : nullptr;
+}
+
+void KeptMessages::drop(const UUID& id) {
+    const auto found = m_kept.find(id);
+    if (found == m_kept.end()) return;
+    release(found->second);
+    m_kept.erase(found);
+}
+
+void KeptMessages::release(Kept& kept) {
+    if (kept.message.bytes) m_held -= kept.message.bytes->size();
+    kept.message.bytes = nullptr;
+}
+
+bool KeptMessages::releaseFirst(std::deque<UUID>& ids) {
+    if (ids.empty()) return false;
+    const auto found = m_kept.find(ids.front());
+    ids.pop_front();
+    if (found != m_kept.end()) release(found->second);
+    return true;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,35 @@
+#include "Quillmark/SwitchedRegistry.h"
+
+namespace quillmark {
+
+void RegistrySwitch::set(bool isOn) {
+    std::stop_source on;
+    {
+        const std::lock_guard lock(m_mutex);
+        on = m_on;
+        if (isOn && on.stop_requested()) m_on = std::stop_source();
+    }
+    if (!isOn) on.request_stop();  // without the lock: those who are told may look at the switch
+}
+
+std::stop_token RegistrySwitch::whileOn() const {
+    const std::lock_guard lock(m_mutex);
+    return m_on.get_token();
+}
+
+std::optional<Date> SwitchedRegistry::registrationDate(std::string_view domain, std::stop_token stop) {
+    const std::stop_token on = m_switch->whileOn();
+    std::stop_source either;
+    const auto end = [&either] { either.request_stop(); };
+    const std::stop_callback whenStopped(std::move(stop), end);
+    const std::stop_callback whenSwitchedOff(on, end);
+    if (on.stop_requested()) throw RDAPError(switchedOff);
+    try {
+        return m_registry->registrationDate(domain, either.get_token());
+    } catch (const RDAPError&) {
+        if (on.stop_requested()) throw RDAPError(switchedOff);
+        throw;
+    }
+}
+
+}  // namespace quillmark

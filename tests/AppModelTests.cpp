@@ -1,0 +1,534 @@
+#include "Quillmark/AppModel.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <atomic>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "QuillmarkKit/Signer.h"
+#include "QuillmarkKit/Support/Files.h"
+
+namespace quillmark {
+namespace {
+
+namespace fs = std::filesystem;
+using Sheet = AppModel::Sheet;
+
+const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+constexpr std::string_view mail = "From: a@b.example\r\nSubject: s\r\n\r\nhello\r\n";
+
+/// Answers that no name exists, but only once it is let go; whoever is stopped meanwhile hears so.
+class Gate {
+public:
+    void open() {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+    }
+    /// False when it was stopped.
+    bool pass(const std::stop_token& stop) {
+        std::unique_lock lock(m_mutex);
+        ++waiting;
+        const bool passed = m_changed.wait(lock, stop, [&] { return m_isOpen; });
+        --waiting;
+        return passed;
+    }
+    std::atomic<int> waiting = 0;
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable_any m_changed;
+    bool m_isOpen = false;
+};
+
+class WaitingResolver : public DNSResolver {
+public:
+    DNSAnswer lookup(std::string_view, DNSRecordType, std::stop_token stop) override {
+        ++asked;
+        if (!gate.pass(stop)) throw DNSLookupError("stopped");
+        return DNSAnswer::nxdomain();
+    }
+    Gate gate;
+    std::atomic<int> asked = 0;
+};
+
+class WaitingRegistry : public RegistrationLookup {
+public:
+    std::optional<Date> registrationDate(std::string_view, std::stop_token stop) override {
+        ++asked;
+        if (!gate.pass(stop)) throw RDAPError("stopped");
+        return now;
+    }
+    Gate gate;
+    std::atomic<int> asked = 0;
+};
+
+/// A model with a folder of its own, and what it stands on.
+struct Desk {
+    ~Desk() {
+        model = nullptr;
+        fs::remove_all(folder.path().toStdString());  // Qt leaves files whose names are no text
+    }
+    QTemporaryDir folder = {};
+    fs::path historyURL = file("data/history.json");
+    std::atomic<int> historyUses = 0;
+    std::shared_ptr<MemorySettingsStore> store = std::make_shared<MemorySettingsStore>();
+    AppModel::Surroundings surroundings = {
+        .resolver = std::make_shared<StaticResolver>(StaticResolver::Answers()),
+        .historyFile =
+            [this] {
+                ++historyUses;
+                return HistoryFile{historyURL};
+            },
+        .settings = store,
+        .now = [] { return now; },
+        .reader = {.language = Language::english}};
+    std::unique_ptr<AppModel> model = {};
+
+    std::string file(const std::string& name) const { return folder.path().toStdString() + "/" + name; }
+    std::string write(const std::string& name, std::string_view bytes) const {
+        std::ofstream(file(name), std::ios::binary) << bytes;
+        return file(name);
+    }
+    HistoryFile history() const { return {historyURL}; }
+    AppModel& start() {
+        model = nullptr;
+        model = std::make_unique<AppModel>(surroundings);
+        return *model;
+    }
+    /// Starts it and waits until it has its history, or knows why not.
+    AppModel& ready() {
+        start();
+        waitFor([&] { return model->historyState() != HistoryState::loading; });
+        return *model;
+    }
+    template <typename Condition>
+    static void waitFor(Condition condition) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!condition() && timer.elapsed() < 30'000)
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 10);
+        ASSERT_TRUE(condition());
+    }
+    void idle() {
+        waitFor([&] { return !model->busy(); });
+    }
+};
+
+std::set<UUID> idsIn(const History& history) {
+    std::set<UUID> ids;
+    for (const ProofReport& report : history.reports) ids.insert(report.id);
+    return ids;
+}
+
+std::vector<std::string> names(const AppModel& model) {
+    std::vector<std::string> names;
+    for (const auto& row : model.session()) names.push_back(row.name.value_or("(pasted)"));
+    return names;
+}
+
+TEST(AppModel, whatIsTakenInAndWhatIsRefused) {
+    Desk desk;
+    fs::create_directory(desk.file("folder"));
+    const std::string hostile = "a\n[OK]\x1b[2J\u202e\xff.eml";
+    const auto large = [&](const char* name, std::uintmax_t size) {
+        const std::string path = desk.write(name, mail);
+        fs::resize_file(path, size);
+        return path;
+    };
+    const struct {
+        std::string path;
+        std::optional<std::string> problem;
+    } rows[] = {
+        {desk.write("good.eml", mail), std::nullopt},
+        {desk.write("latin1.eml", "From: a@b.example\r\nSubject: caf\xe9\r\n\r\n\xff\xfe\r\n"), std::nullopt},
+        {large("full.eml", 50'000'000), std::nullopt},
+        {large("large.eml", 50'000'001), "“large.eml” is larger than 50 MB, too large for a single email."},
+        {"/dev/zero", "“zero” is larger than 50 MB, too large for a single email."},
+        {desk.file("missing.eml"), "“missing.eml” couldn’t be read: No such file or directory"},
+        {desk.file("folder"), "“folder” couldn’t be read: Is a directory"},
+        {desk.file("folder/"), "“folder” couldn’t be read: Is a directory"},
+        {desk.write("picture.jpg", "\xff\xd8\xff\xe0"),
+         "“picture.jpg” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
+        {desk.write("empty.eml", ""),
+         "“empty.eml” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
+        {desk.write(hostile, "x"),
+         "“a [OK]\uFFFD[2J‹U+202E›\uFFFD.eml” doesn’t look like an email: no From, Received or "
+         "DKIM-Signature header was found."},
+    };
+    AppModel& model = desk.ready();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        const std::size_t before = model.session().size();
+        model.openFiles({row.path});
+        EXPECT_FALSE(model.problem());
+        desk.idle();
+        EXPECT_EQ(model.problem(), row.problem);
+        EXPECT_EQ(model.session().size(), before + (row.problem ? 0 : 1));
+        EXPECT_EQ(model.problem().value_or("").find('\n'), std::string::npos);
+    }
+
+    model.openFiles({rows[0].path, rows[5].path, rows[1].path});
+    desk.idle();
+    EXPECT_EQ(model.problem(), rows[5].problem);
+    EXPECT_EQ(names(model).at(0), "good.eml");
+    EXPECT_EQ(names(model).at(1), "latin1.eml");
+}
+
+TEST(AppModel, pastedText) {
+    const std::string refused =
+        "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste the "
+        "message’s full source or its headers.";
+    const struct {
+        std::string text;
+        std::optional<std::string> problem;
+    } rows[] = {
+        {"Received: from a by b; Sat, 21 Nov 2026 11:00:00 +0100", std::nullopt},
+        {"  dkim-signature: v=1", std::nullopt},
+        {"Hello,\n\nFrom: me", refused},
+        {"", refused},
+        {"From: a@b.example\n" + std::string(50'000'000, 'x'),
+         "That is larger than 50 MB, too large for a single email."},
+    };
+    Desk desk;
+    AppModel& model = desk.ready();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text.substr(0, 40));
+        const UUID id = model.paste(row.text);
+        EXPECT_EQ(model.selection(), id);
+        desk.idle();
+        EXPECT_EQ(model.problem(), row.problem);
+        EXPECT_EQ(model.report(id) != nullptr, !row.problem);
+    }
+    EXPECT_EQ(model.session().size(), 2u);
+    EXPECT_EQ(model.selection(), model.session()[0].id);  // again what it was before the refused ones
+    EXPECT_EQ(model.session()[0].name, std::nullopt);
+}
+
+TEST(AppModel, bytesStayBytes) {
+    const SigningKey key = SigningKey::newEd25519().value();
+    const std::string sent = "From: a@b.example\r\nSubject: caf\xe9\r\n\r\nna\xefve \x80\xff\r\n";
+    const Signer::Options options = {.domain = "b.example", .selector = "k", .headers = {"from", "subject"}};
+    const std::string message = Signer::dkimSignature(MailMessage::parse(sent), options, key) + "\r\n" + sent;
+    Desk desk;
+    desk.surroundings.resolver = std::make_shared<StaticResolver>(StaticResolver::Answers{
+        {"k._domainkey.b.example|TXT", DNSAnswer::records({Signer::keyRecord(key)})}});
+    AppModel& model = desk.ready();
+    model.openFiles({desk.write("a.eml", message)});
+    model.checkData(message, "promised\xff/../name");
+    desk.idle();
+    ASSERT_EQ(model.session().size(), 2u);
+    for (const auto& row : model.session()) {
+        EXPECT_EQ(row.report->verdict.kind, VerdictKind::verified);
+        EXPECT_EQ(row.report->id, row.id);
+        const auto made = model.message(row.id).value();
+        EXPECT_EQ(made.bytes->view(), message);
+        EXPECT_TRUE(made.answers->dns.find("k._domainkey.b.example|TXT"));
+    }
+    EXPECT_EQ(names(model), (std::vector<std::string>{"promised\uFFFD/../name", "a.eml"}));
+}
+
+TEST(AppModel, rowsAreThereAtOnceAndCanBeCancelled) {
+    Desk desk;
+    const auto resolver = std::make_shared<WaitingResolver>();
+    desk.surroundings.resolver = resolver;
+    AppModel& model = desk.ready();
+    const std::string a = desk.write("a", mail), b = desk.write("b", mail), c = desk.write("c", mail);
+    const UUID pasted = model.paste(mail);
+    model.openFiles({desk.write("none", "x"), a, b, c});
+    EXPECT_EQ(names(model), (std::vector<std::string>{"none", "a", "b", "c", "(pasted)"}));
+    for (const auto& row : model.session()) EXPECT_TRUE(row.isRunning && !row.report);
+    EXPECT_EQ(model.selection(), model.session()[0].id);
+    EXPECT_TRUE(model.busy());
+    desk.waitFor([&] { return model.session().size() == 4 && resolver->gate.waiting == 4; });
+    EXPECT_EQ(model.progress(), (AppModel::Progress{1, 5}));
+    EXPECT_EQ(model.selection(), model.session()[0].id);  // of the refused file's intake the next
+
+    model.cancel(model.session()[0].id);
+    model.removeFromList(pasted);
+    EXPECT_EQ(names(model), (std::vector<std::string>{"b", "c"}));
+    EXPECT_EQ(model.selection(), model.session()[0].id);
+    resolver->gate.open();
+    desk.idle();
+    desk.waitFor([&] { return resolver->gate.waiting == 0; });
+    EXPECT_EQ(names(model), (std::vector<std::string>{"b", "c"}));  // nothing cancelled comes back
+    EXPECT_EQ(model.progress(), (AppModel::Progress{5, 5}));
+    model.finish();
+    EXPECT_EQ(desk.history().load(now).reports.size(), 2u);
+}
+
+TEST(AppModel, aPipeThatGivesNothingKeepsNobodyWaitingForEver) {
+    Desk desk;
+    const std::string silent = desk.file("silent"), speaking = desk.file("speaking");
+    ASSERT_EQ(mkfifo(silent.c_str(), 0600) + mkfifo(speaking.c_str(), 0600), 0);
+    AppModel& model = desk.ready();
+    model.openFiles({silent, speaking});
+    model.cancel(model.session()[0].id);
+    const std::jthread writer([&] { std::ofstream(speaking) << mail; });
+    desk.idle();
+    EXPECT_EQ(names(model), std::vector<std::string>{"speaking"});
+    model.openFiles({silent});
+    model.finish();
+    EXPECT_EQ(names(model), std::vector<std::string>{"speaking"});
+}
+
+TEST(AppModel, checkingAgain) {
+    Desk desk;
+    const auto resolver = std::make_shared<WaitingResolver>();
+    desk.surroundings.resolver = resolver;
+    desk.surroundings.keptBytes = mail.size();  // one message
+    resolver->gate.open();
+    AppModel& model = desk.ready();
+    const std::string path = desk.write("a.eml", mail);
+    model.openFiles({path});
+    desk.idle();
+    const UUID first = model.session()[0].id;
+    model.recheck(first);
+    EXPECT_TRUE(model.session()[0].isRunning && model.session()[0].report);
+    EXPECT_FALSE(model.canRecheck(first));
+    desk.idle();
+    const UUID second = model.session()[0].id;
+    EXPECT_NE(second, first);
+    EXPECT_EQ(model.selection(), second);
+    EXPECT_EQ(model.report(second)->id, second);
+    EXPECT_TRUE(model.report(first));  // in the history
+    EXPECT_EQ(model.session().size(), 1u);
+    EXPECT_FALSE(model.canRecheck(first));
+
+    const UUID pasted = model.paste(mail);
+    desk.idle();
+    EXPECT_FALSE(model.message(second));  // let go, but its file is still there
+    EXPECT_TRUE(model.message(pasted));
+    model.recheck(second);
+    desk.idle();
+    fs::remove(path);
+    const auto before = model.session();
+    ASSERT_TRUE(model.canRecheck(before[1].id));
+    model.recheck(before[1].id);
+    desk.idle();
+    EXPECT_EQ(model.problem(), "“a.eml” couldn’t be read: No such file or directory");
+    EXPECT_EQ(model.session(), before);
+    model.recheck(pasted);
+    model.cancel(pasted);
+    EXPECT_EQ(model.session(), before);
+    model.finish();
+    EXPECT_EQ(desk.history().load(now).reports.size(), 4u);
+}
+
+TEST(AppModel, theHistoryFromRunToRun) {
+    Desk desk;
+    desk.ready();
+    std::vector<UUID> ids;
+    for (int i = 0; i < 60; ++i) ids.push_back(desk.model->paste(mail));
+    const std::string huge(6'000'000, 'x');
+    desk.model->openFiles({desk.write("huge.eml", "From: a@b.example\r\nSubject: " + huge + "\r\n\r\n")});
+    desk.idle();
+    EXPECT_EQ(desk.model->problem(), "The report on “huge.eml” is too large to be kept in the history.");
+    desk.model->removeFromHistory(ids[7]);
+    desk.waitFor([&] { return desk.history().load(now).reports.size() == 59; });
+    EXPECT_LE(desk.historyUses, 5);  // one save a burst, not one a report
+
+    AppModel& model = desk.ready();
+    EXPECT_TRUE(model.session().empty());
+    ASSERT_EQ(model.history().size(), 59u);
+    EXPECT_FALSE(model.report(ids[7]));
+    const UUID newest = model.history()[58]->id, older = model.history()[57]->id;
+    EXPECT_FALSE(model.canRecheck(newest));
+    model.select(newest);
+    model.removeFromHistory(newest);
+    EXPECT_EQ(model.selection(), older);
+    model.setKeepHistory(false);
+    EXPECT_TRUE(model.history().empty());
+    EXPECT_EQ(model.selection(), std::nullopt);
+    model.paste(mail);
+    desk.idle();
+    EXPECT_EQ(desk.ready().historyState(), HistoryState::off);
+    EXPECT_EQ(desk.history().load(now).reports.size(), 58u);  // stays until it is cleared
+    desk.model->setKeepHistory(true);
+    desk.waitFor([&] { return desk.model->history().size() == 58; });
+    desk.model->clearHistory();
+    EXPECT_TRUE(desk.model->history().empty());
+    desk.waitFor([&] { return desk.history().load(now).reports.empty(); });
+}
+
+TEST(AppModel, aHistoryThatMustNotBeWrittenOver) {
+    const std::string newer = R"({"reports":["of another form"],"version":2})";
+    const struct {
+        const char* name;
+        std::function<void(const Desk&)> prepare;
+        std::string line;
+        std::function<bool(const Desk&)> isUntouched;
+    } rows[] = {
+        {"newer", [&](const Desk& desk) { std::ofstream(desk.historyURL) << newer; },
+         "Your history was saved by a newer version of Quillmark. Update Quillmark to open it; nothing was "
+         "changed.",
+         [&](const Desk& desk) { return fileContents(desk.historyURL, 1000) == newer; }},
+        {"unreadable", [](const Desk& desk) { fs::create_directory(desk.historyURL); },
+         "Your history couldn’t be opened: Is a directory",
+         [](const Desk& desk) { return fs::is_directory(desk.historyURL); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Desk desk;
+        fs::create_directory(desk.file("data"));
+        row.prepare(desk);
+        AppModel& model = desk.ready();
+        EXPECT_EQ(model.historyState(), HistoryState::locked);
+        EXPECT_EQ(model.problem(), row.line);
+        EXPECT_EQ(model.historyLock(), row.line);
+        const UUID id = model.paste(mail);
+        desk.idle();
+        EXPECT_TRUE(model.report(id));  // the list of this run goes on
+        model.clearHistory();
+        EXPECT_EQ(model.problem(), row.line);
+        model.finish();
+        EXPECT_TRUE(row.isUntouched(desk));
+    }
+    // One that a newer program writes while we run.
+    Desk desk;
+    AppModel& model = desk.ready();
+    fs::create_directory(desk.file("data"));
+    std::ofstream(desk.historyURL) << newer;
+    model.paste(mail);
+    desk.waitFor([&] { return model.historyState() == HistoryState::locked; });
+    model.finish();
+    EXPECT_EQ(fileContents(desk.historyURL, 1000), newer);
+}
+
+TEST(AppModel, aDamagedHistoryIsKeptBeside) {
+    Desk desk;
+    fs::create_directory(desk.file("data"));
+    const auto setAside = [&](const char* number) {
+        const std::string name = std::string("history (damaged 2026-11-21T10-00-00Z") + number + ").json";
+        EXPECT_EQ(desk.model->problem(),
+                  "Your saved history couldn’t be read, so Quillmark started a new one. The old file was "
+                  "kept as “" +
+                      name + "” in the same folder.");
+        return fileContents(desk.file("data/" + name), 1000);
+    };
+    std::ofstream(desk.historyURL) << "{\"reports\":[";
+    AppModel& model = desk.ready();
+    EXPECT_EQ(setAside(""), "{\"reports\":[");
+    const UUID id = model.paste(mail);
+    desk.waitFor([&] { return fs::exists(desk.historyURL); });
+
+    std::ofstream(desk.historyURL) << "broken while we run";
+    const UUID next = model.paste(mail);
+    desk.idle();
+    desk.waitFor([&] { return model.problem().has_value(); });
+    EXPECT_EQ(setAside(" 2"), "broken while we run");
+    desk.waitFor([&] { return model.history().size() == 1; });  // what the new file holds
+    EXPECT_EQ(model.history()[0]->id, next);
+    EXPECT_TRUE(model.report(id));
+}
+
+TEST(AppModel, aFailedSaveIsMadeUpFor) {
+    Desk desk;
+    AppModel& model = desk.ready();
+    std::ofstream(desk.file("data")) << "in the way";
+    const UUID first = model.paste(mail);
+    desk.waitFor([&] { return model.problem().has_value(); });
+    EXPECT_EQ(model.problem(), "Quillmark couldn’t save your history: Not a directory");
+    EXPECT_EQ(model.history().size(), 1u);
+    fs::remove(desk.file("data"));
+    const UUID second = model.paste(mail);
+    desk.idle();
+    model.finish();
+    EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{first, second}));
+}
+
+TEST(AppModel, othersMayChangeTheHistoryMeanwhile) {
+    Desk desk;
+    AppModel& model = desk.ready();
+    const UUID removedElsewhere = model.paste(mail);
+    desk.waitFor([&] { return fs::exists(desk.historyURL); });
+    ProofReport added;
+    added.id = UUID::random();
+    HistoryChange elsewhere;
+    ASSERT_TRUE(elsewhere.add(added));
+    elsewhere.remove(removedElsewhere);
+    desk.history().apply(elsewhere, now);
+    const UUID ours = model.paste(mail);
+    desk.idle();
+    desk.waitFor([&] { return model.history().size() == 2 && model.report(added.id); });
+    EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{added.id, ours}));
+
+    HistoryChange removal;
+    removal.remove(added.id);
+    desk.history().apply(removal, now);
+    model.refreshHistory();
+    desk.waitFor([&] { return !model.report(added.id); });
+    EXPECT_EQ(model.history().size(), 1u);
+}
+
+TEST(AppModel, quittingCancelsChecksAndKeepsWhatIsDone) {
+    Desk desk;
+    const auto resolver = std::make_shared<WaitingResolver>();
+    desk.surroundings.resolver = resolver;
+    AppModel& model = desk.start();  // its history is still being read
+    const UUID done = model.paste("Received: from a by b");
+    desk.waitFor([&] { return model.report(done) != nullptr; });
+    for (int i = 0; i < 20; ++i) model.paste(mail);
+    desk.waitFor([&] { return resolver->gate.waiting == 8; });
+    model.finish();
+    EXPECT_EQ(resolver->asked, 8);
+    EXPECT_EQ(model.session().size(), 1u);
+    EXPECT_FALSE(model.busy());
+    EXPECT_EQ(idsIn(desk.history().load(now)), std::set{done});
+    model.paste(mail);
+    EXPECT_EQ(model.session().size(), 1u);
+}
+
+TEST(AppModel, registriesAreAskedOnlyWhileTheyMayBe) {
+    Desk desk;
+    const auto registry = std::make_shared<WaitingRegistry>();
+    desk.surroundings.registry = registry;
+    AppModel& model = desk.ready();
+    const auto ageOf = [&](const UUID& id) { return model.report(id)->domainAge.status.value; };
+    const std::string twoDomains = "Reply-To: c@d.example\r\n" + std::string(mail);
+    const UUID interrupted = model.paste(twoDomains);
+    desk.waitFor([&] { return registry->gate.waiting == 1; });
+    model.setCheckDomainAge(false);
+    desk.idle();
+    EXPECT_TRUE(std::holds_alternative<DomainAge::Status::Skipped>(ageOf(interrupted)));
+    const UUID unasked = model.paste(twoDomains);
+    desk.idle();
+    EXPECT_TRUE(std::holds_alternative<DomainAge::Status::Skipped>(ageOf(unasked)));
+    EXPECT_EQ(registry->asked, 1);
+    EXPECT_FALSE(loadSettings(*desk.store).checkDomainAge);
+    registry->gate.open();
+    model.setCheckDomainAge(true);
+    const UUID asked = model.paste(twoDomains);
+    desk.idle();
+    EXPECT_TRUE(std::holds_alternative<DomainAge::Status::Known>(ageOf(asked)));
+    EXPECT_EQ(registry->asked, 3);
+}
+
+TEST(AppModel, sheetsProblemsAndSelection) {
+    Desk desk;
+    AppModel& model = desk.start();
+    EXPECT_EQ(model.sheet(), Sheet::welcome);
+    model.dismissSheet();
+    EXPECT_EQ(model.sheet(), std::nullopt);
+    EXPECT_EQ(desk.start().sheet(), std::nullopt);
+    AppModel& again = *desk.model;
+    again.showProblem("The report couldn’t be saved: a\nb");
+    EXPECT_EQ(again.problem(), "The report couldn’t be saved: a b");
+    again.select(UUID::random());
+    EXPECT_EQ(again.selection(), std::nullopt);
+    again.openFiles({});
+    EXPECT_EQ(again.problem(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace quillmark
