@@ -94,7 +94,9 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
     field(toTranslate("Subject: %1"),
           message.subject.empty() ? reader.translate("(no subject)") : quoted(message.subject));
     if (message.date) field(toTranslate("Date: %1"), reader.time(*message.date));
-    if (message.messageID) field(toTranslate("Message-ID: %1"), quoted(*message.messageID));
+    if (!message.messageID.value_or("").empty()) {
+        field(toTranslate("Message-ID: %1"), quoted(*message.messageID));
+    }
     if (message.returnPath) field(toTranslate("Return-Path: <%1>"), quoted(*message.returnPath));
     if (report.domainAge.domain.empty()) return;
     lines.add(reader.translate(
