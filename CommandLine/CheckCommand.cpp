@@ -17,10 +17,12 @@
 #include <thread>
 #include <utility>
 
+#include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/RecordedRun.h"
+#include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/RDAP.h"
@@ -87,8 +89,6 @@ std::size_t expectedSize(const std::string& file) {
     return std::min(static_cast<std::size_t>(status.st_size), largestMessage);
 }
 
-Date currentTime() { return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()); }
-
 /// How many processor cores this process may use, which can be fewer than the machine has.
 std::size_t cores() {
     cpu_set_t allowed;
@@ -123,8 +123,10 @@ OrderedRun::Outcome checked(const CheckCommand& command, const Sources& from, co
     const ProofReport report = from.recorded
                                    ? from.recorded->verify(digest, mail, name, from.now)
                                    : Verifier(from.resolver, from.registry).verify(mail, name, from.now);
-    return {.report = command.json ? compactJSON(report) + "\n"
-                                   : textReport(report, command.reader, command.markers) + "\n"};
+    const bool isJSONUsed = command.json || command.save;
+    std::string json = isJSONUsed ? compactJSON(report) : "";
+    return {.report = (command.json ? json : textReport(report, command.reader, command.markers)) + "\n",
+            .kept = command.save ? std::move(json) : ""};
 }
 
 Sources sources(const CheckCommand& command) {
@@ -213,6 +215,7 @@ int CheckCommand::run() const {
     }
     int status = 0;
     bool first = true;
+    HistorySaver saver(reader);
     const auto write = [&](const OrderedRun::Outcome& outcome) {
         if (!outcome.problem.empty()) {
             writeProblem(outcome.problem);
@@ -224,6 +227,7 @@ int CheckCommand::run() const {
             writeProblem("The reports couldn’t be written: " + std::generic_category().message(errno));
             _exit(1);  // without waiting for checks whose reports nobody can have
         }
+        if (save) saver.add(outcome.kept);
     };
     const std::size_t workers = std::min(from.workers, files.size());
     OrderedRun run(files.size(), workers * aheadPerWorker, memoryInFlight, write);
@@ -252,6 +256,7 @@ int CheckCommand::run() const {
     }
     work();
     others.clear();
+    if (save && !saver.finish()) status = 1;
     if (record && !wroteRecording(*record, from, begun)) return 1;
     return status;
 }

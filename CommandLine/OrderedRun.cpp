@@ -17,7 +17,7 @@ void OrderedRun::reserve(std::size_t number, std::size_t bytes) {
 }
 
 void OrderedRun::finish(std::size_t number, Outcome outcome) {
-    const std::size_t bytes = outcome.report.size() + outcome.problem.size();
+    const std::size_t bytes = outcome.report.size() + outcome.problem.size() + outcome.kept.size();
     std::unique_lock lock(m_mutex);
     std::size_t& reserved = m_reserved[number];
     m_held = m_held - reserved + bytes;

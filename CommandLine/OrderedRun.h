@@ -22,6 +22,7 @@ public:
     struct Outcome {
         std::string report = {};   ///< empty when there is none
         std::string problem = {};  ///< one line; empty when there is none
+        std::string kept = {};     ///< the report for the history, as JSON; empty when there is none
     };
 
     /// Takes one outcome after the other, never two at a time, on the workers' threads. Must not throw.

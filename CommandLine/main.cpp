@@ -5,12 +5,14 @@
 #include <vector>
 
 #include "CommandLine/CheckCommand.h"
+#include "CommandLine/HistoryCommand.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/SignCommands.h"
 
 namespace {
 
 using quillmark::CheckCommand;
+using quillmark::HistoryCommand;
 using quillmark::KeygenCommand;
 using quillmark::SealCommand;
 using quillmark::SignCommand;
@@ -22,8 +24,8 @@ constexpr const char* description =
 
 constexpr const char* footer =
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no\n"
-    "email, or the recording could not be written; 2 wrong arguments or an unusable answers file; 130 after\n"
-    "Ctrl-C.";
+    "email, or the recording or the history could not be written; 2 wrong arguments or an unusable answers\n"
+    "file; 130 after Ctrl-C.";
 
 void addCheck(CLI::App& app, CheckCommand& check) {
     CLI::App* command = app.add_subcommand("check", "Check messages and report on each");
@@ -42,6 +44,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         ->add_option("--record", check.record,
                      "Write what the checks were told into a new file, for --dns, to repeat them later")
         ->type_name("FILE");
+    command->add_flag("--save", check.save, "Add the reports to your history");
     command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
     command->footer(footer);
 }
@@ -122,6 +125,31 @@ void addSeal(CLI::App& app, SealCommand& seal) {
     addSigning(*command, seal);
 }
 
+constexpr const char* historyFooter =
+    "The beginning of an ID will do when it means one report. The history lies in the folder Quillmark in\n"
+    "$XDG_DATA_HOME (or ~/.local/share). Exit status: 0 done; 1 there is no such report, the history could\n"
+    "not be opened or saved, or was not to be cleared; 2 wrong arguments.";
+
+void addHistory(CLI::App& app, HistoryCommand& history) {
+    CLI::App* command =
+        app.add_subcommand("history", "Show or change the history: reports that were kept (check --save)");
+    command->require_subcommand(1);
+    command->footer(historyFooter);
+    using Action = HistoryCommand::Action;
+    const auto add = [&](const char* name, const char* purpose, Action action) {
+        CLI::App* one = command->add_subcommand(name, purpose);
+        one->callback([&history, action] { history.action = action; });
+        return one;
+    };
+    add("list", "One line for each report, the oldest first", Action::list);
+    CLI::App* show = add("show", "Show a report", Action::show);
+    show->add_option("ID", history.ids, "Its ID")->required()->expected(1);
+    show->add_flag("--json", history.json, "Write it as one line of JSON");
+    add("remove", "Remove reports", Action::remove)->add_option("ID", history.ids, "Their IDs")->required();
+    add("clear", "Remove all reports", Action::clear)
+        ->add_flag("--yes", history.yes, "Don't ask whether you mean it");
+}
+
 /// The arguments after the program's name, in the reverse order that the parser wants. It would take "[a,b]"
 /// for a list (as the value in "--option=[a,b]" in some of its versions only) and "++" for the end of the
 /// command, and allows "--" in few places; the same file under a name that begins with "./" is beyond doubt.
@@ -154,10 +182,12 @@ int main(int count, char** values) {
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION);
     app.require_subcommand(1);
     CheckCommand check;
+    HistoryCommand history;
     KeygenCommand keygen;
     SignCommand sign;
     SealCommand seal;
     addCheck(app, check);
+    addHistory(app, history);
     addKeygen(app, keygen);
     addSign(app, sign);
     addSeal(app, seal);
@@ -169,8 +199,9 @@ int main(int count, char** values) {
         return 2;
     }
     quillmark::endOnSignals();
-    check.reader = sign.reader = seal.reader = quillmark::Reader::ofEnvironment();
-    if (quillmark::outputHasColours()) check.markers = quillmark::Markers::coloured;
+    check.reader = history.reader = sign.reader = seal.reader = quillmark::Reader::ofEnvironment();
+    if (quillmark::outputHasColours()) check.markers = history.markers = quillmark::Markers::coloured;
+    if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();

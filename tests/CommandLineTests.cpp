@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "QuillmarkKit/HistoryFile.h"
 #include "tests/TestServer.h"
 #include "tests/TestSigner.h"
 
@@ -563,6 +564,145 @@ TEST(CommandLine, refusesToSign) {
         EXPECT_EQ(std::ranges::count(result.problems, '\n'), 1) << result.problems;
     }
     EXPECT_FALSE(fs::exists(folder / "new"));
+}
+
+/// A folder for the user's data, and the program that uses it.
+struct UserData {
+    Folder folder = {};
+    std::string history = folder / "Quillmark/history.json";
+    UserData() { setenv("XDG_DATA_HOME", (folder / ".").c_str(), 1); }
+    ~UserData() { unsetenv("XDG_DATA_HOME"); }
+    UserData(const UserData&) = delete;
+    UserData& operator=(const UserData&) = delete;
+};
+
+TEST(CommandLine, history) {
+    const UserData data;
+    const std::string dns = data.folder.write("dns.json", R"({"answers":{},"at":"2026-11-21T10:00:00Z"})");
+    const std::string mail = data.folder.write("a.eml", plain);
+    const std::string evil =
+        data.folder.write("b.eml", "From: a@b.example\r\nSubject: =?utf-8?Q?x=0A=1B[2J=E2=80=AE?=\r\n\r\n");
+    const Ended nothing = run({"history", "list"});
+    EXPECT_EQ(nothing.status, 0);
+    EXPECT_EQ(nothing.output, "");
+    const Ended checked = run({"check", "--save", "--json", "--dns", dns, mail, evil, "--", mail});
+    ASSERT_EQ(checked.status, 0) << checked.problems;
+    EXPECT_EQ(run({"check", "--json", "--dns", dns, mail}).status, 0);  // is not saved
+    std::vector<std::string> lines, ids;
+    std::istringstream list(run({"history", "list"}).output);
+    for (std::string line; std::getline(list, line);) lines.push_back(line);
+    for (const JSON& report : reports(checked.output)) ids.push_back(report["id"]);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0],
+              ids[0] + "  2026-11-21T10:00:00Z  [X] Can’t prove who sent this  <a@example.org>  “x”");
+    EXPECT_EQ(
+        lines[1],
+        ids[1] +
+            "  2026-11-21T10:00:00Z  [X] Can’t prove who sent this  <a@b.example>  “x \uFFFD[2J‹U+202E›”");
+
+    std::string shown;
+    for (const std::string& id : ids) {
+        const Ended one = run({"history", "show", "--json", id.substr(0, 18)});
+        EXPECT_EQ(one.status, 0) << one.problems;
+        shown += one.output;
+    }
+    EXPECT_EQ(shown, checked.output);
+    EXPECT_EQ(run({"history", "show", ids[0]}).output, run({"check", "--dns", dns, mail}).output);
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+    } refused[] = {
+        {{"show", "00000000-0000-0000-0000-000000000000"}, 1},
+        {{"show", "x"}, 2},
+        {{"show", ""}, 2},
+        {{"show", ids[0], ids[1]}, 2},
+        {{"remove", ids[0], "00000000-0000"}, 1},  // then none is removed
+        {{"clear"}, 2},
+        {{}, 2},
+        {{"remove"}, 2},
+    };
+    const std::string before = contents(data.history);
+    for (const auto& row : refused) {
+        std::vector<std::string> arguments = {"history"};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const Ended result = run(arguments);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(std::ranges::count(result.problems, '\n'), 1) << result.problems;
+    }
+    EXPECT_EQ(contents(data.history), before);
+    std::string lower = ids[1];
+    for (char& c : lower) c = c >= 'A' && c <= 'F' ? static_cast<char>(c + 32) : c;
+    EXPECT_EQ(run({"history", "remove", ids[0], lower}).status, 0);
+    EXPECT_EQ(run({"history", "list"}).output, lines[2] + "\n");
+    EXPECT_EQ(run({"history", "clear", "--yes"}).status, 0);
+    EXPECT_EQ(run({"history", "list"}).output, "");
+
+    ProofReport one, other;
+    other.id.bytes[15] = 1;
+    HistoryFile{data.history}.save({1, {one, other}});
+    EXPECT_EQ(run({"history", "remove", "0000"}).problems,
+              "quillmark: The history has several reports whose ID begins with “0000”.\n");
+    EXPECT_EQ(run({"history", "remove", other.id.text()}).status, 0);
+    EXPECT_EQ(HistoryFile{data.history}.load({}).reports, std::vector{one});
+}
+
+TEST(CommandLine, historyThatCannotBeUsed) {
+    const UserData data;
+    const std::string dns = data.folder.write("dns.json", R"({"answers":{}})");
+    const std::string mail = data.folder.write("a.eml", plain);
+    const std::vector<std::string> save = {"check", "--save", "--dns", dns, mail};
+    fs::create_directory(data.folder / "Quillmark");
+    const std::string newer = R"({"version": 2})";
+    data.folder.write("Quillmark/history.json", newer);
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{save, {"history", "list"}, {"history", "clear", "--yes"}}) {
+        const Ended result = run(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(
+            result.problems,
+            "quillmark: Your history was saved by a newer version of Quillmark. Update Quillmark to open "
+            "it; nothing was changed.\n");
+        EXPECT_EQ(result.output.empty(), arguments != save);
+    }
+    EXPECT_EQ(contents(data.history), newer);
+
+    data.folder.write("Quillmark/history.json", "damaged");
+    const Ended saved = run(save);
+    EXPECT_EQ(saved.status, 0);
+    EXPECT_EQ(
+        saved.problems.find("quillmark: Your saved history couldn’t be read, so Quillmark started a new "
+                            "one. The old file was kept as “history (damaged 20"),
+        0u)
+        << saved.problems;
+    EXPECT_EQ(std::ranges::count(run({"history", "list"}).output, '\n'), 1);
+
+    fs::remove_all(data.folder / "Quillmark");
+    data.folder.write("Quillmark", "a file in the folder's place");
+    EXPECT_EQ(run(save).problems, "quillmark: Quillmark couldn’t save your history: Not a directory\n");
+    EXPECT_EQ(run({"history", "list"}).problems,
+              "quillmark: Your history couldn’t be opened: Not a directory\n");
+}
+
+/// On a terminal the program asks before it clears the history.
+TEST(CommandLine, clearingTheHistoryIsConfirmed) {
+    const UserData data;
+    const std::string dns = data.folder.write("dns.json", R"({"answers":{}})");
+    ASSERT_EQ(run({"check", "--save", "--dns", dns, data.folder.write("a.eml", plain)}).status, 0);
+    for (const std::string answer : {"n", "", "y"}) {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+        ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+        const std::string name = ptsname(terminal);
+        const std::string bytes = answer + "\n";
+        const int other = open(name.c_str(), O_RDWR | O_NOCTTY);  // keeps what is typed until it is read
+        ASSERT_EQ(write(terminal, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        const int status = ended(started({"history", "clear"}, data.folder / "out", name, name));
+        EXPECT_EQ(status, answer == "y" ? 0 : 1);
+        EXPECT_EQ(run({"history", "list"}).output.empty(), answer == "y");
+        close(other);
+        close(terminal);
+    }
 }
 
 }  // namespace

@@ -1,0 +1,136 @@
+#include "CommandLine/HistoryCommand.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "CommandLine/Output.h"
+#include "CommandLine/UserHistory.h"
+#include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "Wording/Wording.h"
+
+namespace quillmark {
+
+namespace {
+
+/// Why a command ends early: the line that says so, and the exit status.
+struct Problem {
+    std::string line;
+    int status = 1;
+};
+
+History loaded(const Reader& reader) {
+    auto loaded = loadUserHistory(reader);
+    if (const auto* problem = std::get_if<std::string>(&loaded)) throw Problem{*problem};
+    return std::get<History>(std::move(loaded));
+}
+
+void apply(const HistoryChange& change, const Reader& reader) {
+    const HistoryOutcome outcome = changeUserHistory(change, reader);
+    if (!outcome.problem.empty()) throw Problem{outcome.problem};
+}
+
+/// The reports that are meant, each by its id or the beginning of it.
+std::vector<ProofReport> meant(const std::vector<std::string>& ids, const History& history) {
+    std::vector<ProofReport> reports;
+    for (const std::string& id : ids) {
+        const auto isPart = [](char c) { return c == '-' || hexValue(c) >= 0; };
+        if (id.empty() || !std::ranges::all_of(id, isPart))
+            throw Problem{"“" + id + "” is not the ID of a report", 2};
+        const auto isMeant = [&](const ProofReport& report) {
+            return startsWithIgnoringCase(report.id.text(), id);
+        };
+        const auto found = std::ranges::find_if(history.reports, isMeant);
+        if (found == history.reports.end()) throw Problem{"The history has no report “" + id + "”."};
+        if (std::find_if(found + 1, history.reports.end(), isMeant) != history.reports.end())
+            throw Problem{"The history has several reports whose ID begins with “" + id + "”."};
+        reports.push_back(*found);
+    }
+    return reports;
+}
+
+/// One line, what the message says of itself at its end, so that nothing in it can pass for our words.
+std::string line(const ProofReport& report, const Reader& reader) {
+    const auto& from = report.summary.from;
+    return report.id.text() + "  " + iso8601(report.checkedAt) + "  " +
+           std::string(marker(report.verdict.tone)) + " " + headline(report.verdict, reader) + "  <" +
+           (from.empty() ? "" : forDisplay(from.front().address, 100)) + ">  “" +
+           forDisplay(report.summary.subject, 100) + "”\n";
+}
+
+void write(const std::string& text) {
+    if (!writeOutput(text))
+        throw Problem{"The reports couldn’t be written: " + std::generic_category().message(errno)};
+}
+
+/// Whether the user, who is asked, says yes.
+bool isConfirmed(std::size_t count) {
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
+        throw Problem{"--yes is needed to clear the history, as there is nobody to ask", 2};
+    }
+    std::cerr << "Remove all " << count << " reports from the history? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return equalsIgnoringCase(answer, "y") || equalsIgnoringCase(answer, "yes");
+}
+
+void list(const Reader& reader) {
+    for (const ProofReport& report : loaded(reader).reports) write(line(report, reader));
+}
+
+void show(const HistoryCommand& command) {
+    for (const ProofReport& report : meant(command.ids, loaded(command.reader))) {
+        write((command.json ? compactJSON(report) : textReport(report, command.reader, command.markers)) +
+              "\n");
+    }
+}
+
+void remove(const HistoryCommand& command) {
+    HistoryChange change;
+    for (const ProofReport& report : meant(command.ids, loaded(command.reader))) change.remove(report.id);
+    apply(change, command.reader);
+}
+
+void clear(const HistoryCommand& command) {
+    if (!command.yes) {
+        const std::size_t count = loaded(command.reader).reports.size();
+        if (count == 0) return;
+        if (!isConfirmed(count)) throw Problem{"Nothing was removed."};
+    }
+    HistoryChange change;
+    change.removeAll();
+    apply(change, command.reader);
+}
+
+}  // namespace
+
+int HistoryCommand::run() const {
+    try {
+        switch (action) {
+            case Action::list:
+                list(reader);
+                break;
+            case Action::show:
+                show(*this);
+                break;
+            case Action::remove:
+                remove(*this);
+                break;
+            case Action::clear:
+                clear(*this);
+                break;
+        }
+        return 0;
+    } catch (const Problem& problem) {
+        writeProblem(problem.line);
+        return problem.status;
+    }
+}
+
+}  // namespace quillmark

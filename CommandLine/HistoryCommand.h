@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Wording/Reader.h"
+#include "Wording/TextReport.h"
+
+namespace quillmark {
+
+/// `quillmark history`: the reports that are kept.
+struct HistoryCommand {
+    enum class Action { list, show, remove, clear };
+    Action action = Action::list;
+    std::vector<std::string> ids = {};  ///< of reports, or how the id of one report alone begins
+    bool json = false;                  ///< shows reports as JSON
+    bool yes = false;                   ///< clears without asking
+    Reader reader = {};
+    Markers markers = Markers::plain;  ///< of text reports
+
+    /// Returns the exit status: 0 when it was done, 1 when there is no such report or the history cannot be
+    /// opened or saved, or the user does not want to clear it, 2 when the arguments are at fault.
+    int run() const;
+};
+
+}  // namespace quillmark

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "QuillmarkKit/History.h"
+#include "Wording/Reader.h"
+
+/// The history of the user, which the desktop application shows, too.
+namespace quillmark {
+
+/// The history, or the line that says why there is none.
+std::variant<History, std::string> loadUserHistory(const Reader& reader);
+
+/// What came of a change: a line for the user, if there is something to tell, and whether it was made.
+struct HistoryOutcome {
+    bool isDone = true;
+    std::string problem = {};
+};
+HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader);
+
+/// Puts the reports of a long run into the history, many at a time, since each time the whole file is
+/// written.
+class HistorySaver {
+public:
+    explicit HistorySaver(Reader reader) : m_reader(reader) {}
+
+    /// Keeps a report, given as compact JSON, for the history.
+    void add(std::string_view json);
+    /// Saves what is left. False when not every report was saved; problem lines have said why.
+    bool finish();
+
+private:
+    void save();
+
+    const Reader m_reader;
+    HistoryChange m_change = {};
+    std::size_t m_size = 0;  // of its reports, bytes of JSON
+    bool m_isComplete = true, m_hasFailed = false;
+};
+
+}  // namespace quillmark
