@@ -184,7 +184,7 @@ TEST(HistoryFile, refusals) {
     // No room: a limit on the size of files stands in for a full disk.
     EXPECT_EQ(inProcess([&] {
                   signal(SIGXFSZ, SIG_IGN);
-                  const rlimit limit{15'000, 15'000};
+                  const rlimit limit{150'000, 150'000};
                   setrlimit(RLIMIT_FSIZE, &limit);
                   if (refused(file, add) != EFBIG || refused(file, save) != EFBIG) _exit(1);
               }),
@@ -247,7 +247,7 @@ TEST(HistoryFile, killedWhileSaving) {
     const TemporaryFolder folder;
     const HistoryFile file{folder.file("history.json")};
     std::vector<ProofReport> expected;
-    for (std::uint32_t i = 0; i < 20; ++i) expected.push_back(reportOf(i, 5'000));
+    for (std::uint32_t i = 0; i < 10; ++i) expected.push_back(reportOf(i, 2'000));
     const char* times = std::getenv("QUILLMARK_KILLS");
     file.save({1, expected});
     std::mt19937 random(7);
@@ -257,7 +257,7 @@ TEST(HistoryFile, killedWhileSaving) {
     for (int left = times ? std::atoi(times) : 50; left > 0; --left) {
         const pid_t child = fork();
         if (child == 0) {
-            for (std::uint32_t number = next;; ++number) file.apply(adding(number, 5'000), now);
+            for (std::uint32_t number = next;; ++number) file.apply(adding(number, 2'000), now);
         }
         std::this_thread::sleep_for(
             std::chrono::duration<double>(std::uniform_real_distribution(0.0, range)(random)));
@@ -268,9 +268,9 @@ TEST(HistoryFile, killedWhileSaving) {
         const std::size_t done = found.size() - expected.size();
         ends.insert(done);
         range *= done == 0 ? 1.25 : done > 2 ? 0.8 : 1.0;
-        while (expected.size() < found.size()) expected.push_back(reportOf(next++, 5'000));
+        while (expected.size() < found.size()) expected.push_back(reportOf(next++, 2'000));
         ASSERT_EQ(found, expected);
-        if (expected.size() > 60) file.save({1, expected = {expected.begin(), expected.begin() + 20}});
+        if (expected.size() > 40) file.save({1, expected = {expected.begin(), expected.begin() + 10}});
     }
     EXPECT_GT(ends.size(), 1u);
     EXPECT_FALSE(file.apply(adding(next), now));
