@@ -5,32 +5,23 @@
 #include <cstdlib>
 
 #include "QuillmarkKit/SPF.h"
-#include "QuillmarkKit/Support/Text.h"
+#include "fuzz/InputResolver.h"
 
 namespace {
 
 using namespace quillmark;
 
-/// Answers each question with the next line of the input; "!" fails, an empty line is no answer.
-struct InputResolver : DNSResolver {
-    std::string_view rest;
-    int questions = 0;
-    DNSAnswer lookup(std::string_view name, DNSRecordType, std::stop_token) override {
-        if (!isUTF8(name) || name.size() > 4096) std::abort();
-        ++questions;
-        const std::string_view line = takePiece(rest, '\n');
-        if (line == "!") throw DNSLookupError("no answer");
-        std::vector<std::string> data;
-        for (std::string_view texts = line; !texts.empty();)
-            data.push_back(repairedUTF8(takePiece(texts, '|')));
-        return DNSAnswer::records(std::move(data));
+struct ShortNames : fuzz::InputResolver {
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+        fuzz::require(name.size() <= 4096);
+        return InputResolver::lookup(name, type, stop);
     }
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    InputResolver resolver;
+    ShortNames resolver;
     resolver.rest = {reinterpret_cast<const char*>(data), size};
     const auto address =
         IPAddress::parse(takePiece(resolver.rest, '\n')).value_or(*IPAddress::parse("192.0.2.7"));

@@ -1,0 +1,80 @@
+// A message, a zero byte, and what resolver and registry answer: the whole way from bytes to a report. It is
+// the same the second time, follows from its own findings, and reads back from its JSON.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "QuillmarkKit/Notes.h"
+#include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Verdict.h"
+#include "QuillmarkKit/Verifier.h"
+#include "fuzz/InputResolver.h"
+
+namespace {
+
+using namespace quillmark;
+using fuzz::require;
+
+/// The next line of the input is a date, "!" a failure; anything else is no date.
+struct InputRegistry : RegistrationLookup {
+    std::shared_ptr<fuzz::InputResolver> answers;
+    int questions = 0;
+    std::optional<Date> registrationDate(std::string_view domain, std::stop_token) override {
+        require(!domain.empty());
+        ++questions;
+        const std::string_view line = takePiece(answers->rest, '\n');
+        if (line == "!") throw RDAPError("no answer");
+        return parsedRFC3339(line);
+    }
+};
+
+const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+
+ProofReport checked(const MailMessage& message, std::string_view answers) {
+    // A record at the top and at each counted term, or ten hosts and their MX answer in place of it.
+    constexpr int mostSPF = 1 + 10 * 11, mostDKIM = 10, mostARC = 2 * 50, mostDMARC = 2;
+    const auto resolver = std::make_shared<fuzz::InputResolver>();
+    resolver->rest = answers;
+    const auto registry = std::make_shared<InputRegistry>();
+    registry->answers = resolver;
+    auto report = Verifier(resolver, registry).verify(message, "a.eml", now, UUID{});
+    require(resolver->questions <= mostSPF + mostDKIM + mostARC + mostDMARC);
+    require(registry->questions <= 6);
+    return report;
+}
+
+void checkJSON(const ProofReport& report) {
+    const std::string json = compactJSON(report);
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+    require(isUTF8(json) && std::ranges::none_of(json, isControl));
+    require(reportFromJSON(json) == report);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::string_view rest(reinterpret_cast<const char*>(data), size);
+    const auto message = MailMessage::parse(takePiece(rest, '\0'));
+    const ProofReport report = checked(message, rest);
+    require(report == checked(message, rest));
+    checkJSON(report);
+
+    const auto& suffixes = PublicSuffixList::shared();
+    const bool hasBody = message.body().has_value();
+    require(report.verdict ==
+            verdict(report.verdict.fromDomain, report.dkim, report.dmarc, report.arc, suffixes));
+    require(report.verdict.fromDomain.empty() || report.summary.from.size() == 1);
+    require(report.limits == limits(report.dkim, report.arc.status, report.spf.status, hasBody));
+    require(report.headersOnly == !hasBody);
+
+    constexpr std::size_t mostNotes = 16, longestNotes = 16 * 1024;  // of a message of any size
+    require(report.notes.size() <= mostNotes);
+    ProofReport onlyNotes;
+    onlyNotes.notes = report.notes;
+    require(compactJSON(onlyNotes).size() <= longestNotes);
+    require(!(message.earlyEnd() && hasBody));
+    return 0;
+}

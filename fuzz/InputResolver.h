@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark::fuzz {
+
+/// Answers each question with the next line of the input, records separated by "|": "!" fails, "-" is a name
+/// that does not exist, an empty line is no data.
+struct InputResolver : DNSResolver {
+    std::string_view rest = {};
+    int questions = 0;
+
+    DNSAnswer lookup(std::string_view name, DNSRecordType, std::stop_token) override {
+        if (!isUTF8(name)) std::abort();
+        ++questions;
+        const std::string_view line = takePiece(rest, '\n');
+        if (line == "!") throw DNSLookupError("no answer");
+        if (line == "-") return DNSAnswer::nxdomain();
+        if (line.empty()) return DNSAnswer::noData();
+        std::vector<std::string> data;
+        for (std::string_view texts = line; !texts.empty();)
+            data.push_back(repairedUTF8(takePiece(texts, '|')));
+        return DNSAnswer::records(std::move(data));
+    }
+};
+
+inline void require(bool holds) {
+    if (!holds) std::abort();
+}
+
+}  // namespace quillmark::fuzz
