@@ -358,6 +358,7 @@ void AppModel::choose(const AppSettings& settings) {
 
 void AppModel::finish() {
     if (std::exchange(m_isFinished, true)) return;
+    m_workers.drop();  // else a worker that is stopped would begin the next
     for (auto& [check, running] : m_running) running.stop.request_stop();
     m_workers.stop();
     m_mailbox.empty();  // what was done in time is saved

@@ -25,12 +25,14 @@ void Workers::add(Job job) {
     m_changed.notify_one();
 }
 
-void Workers::stop() {
+void Workers::drop() {
     std::deque<Job> dropped;  // destroyed without the lock
-    {
-        const std::lock_guard lock(m_mutex);
-        dropped.swap(m_jobs);
-    }
+    const std::lock_guard lock(m_mutex);
+    dropped.swap(m_jobs);
+}
+
+void Workers::stop() {
+    drop();
     end();
 }
 

@@ -26,8 +26,9 @@ public:
 
     /// Does not wait. After `stop` or `finish` the job is dropped.
     void add(Job job);
-    /// Drops every job that has not begun and waits for the others. Whoever wants them to end early tells
-    /// them so before.
+    /// Drops every job that has not begun.
+    void drop();
+    /// The same, and waits for the others. Whoever wants them to end early tells them so before.
     void stop();
     /// Waits until all jobs are done.
     void finish();
