@@ -86,6 +86,103 @@ TEST(Verifier, signaturesAndOneSender) {
     EXPECT_EQ(ten[9].detail, "v=9");
 }
 
+/// The verdict, the signature's status, DMARC's, and the limits but for the two that are always there.
+std::string outcome(const ProofReport& report) {
+    std::string text =
+        std::string(nameOf(report.verdict.kind)) + " " + std::string(nameOf(report.verdict.tone)) + ": " +
+        std::string(nameOf(report.dkim.at(0).status)) + ", " + std::string(nameOf(report.dmarc.status)) + ";";
+    for (std::size_t i = 2; i < report.limits.size(); ++i)
+        text += " " + std::string(nameOf(report.limits[i]));
+    return text;
+}
+
+/// What no sample of the command line's tests ends in, by whole messages.
+TEST(Verifier, otherVerdicts) {
+    const auto key = test::PrivateKey::ed25519();
+    const std::string good = test::keyRecord(key, "ed25519"), revoked = "p=", ofRSA = "k=rsa; p=AAAA";
+    const std::string from = "\r\nFrom: a@example.org\r\n";
+    const std::string message =
+        "Return-Path: <a@mail.example.org>\r\nReceived: from x ([192.0.2.1]) by y; z\r\n" +
+        test::signedMessage(from.substr(2) + "Subject: x\r\n\r\nbody\r\n",
+                            {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+    const std::string chain =
+        "\r\nARC-Authentication-Results: i=1\r\nARC-Message-Signature: i=1\r\nARC-Seal: ";
+    using Edit = std::pair<std::string, std::string>;
+    const Edit malformed = {"v=1;", "v=2;"};
+    const struct {
+        std::string what;
+        Edit edit;
+        std::string keyRecord, spf, dmarc, outcome;
+    } rows[] = {
+        {"no body",
+         {"\r\n\r\nbody\r\n", ""},
+         good,
+         "-all",
+         "v=DMARC1",
+         "verifiedHeadersOnly good: pass, pass; spfFromReceived headersOnly"},
+        {"Subject changed",
+         {"Subject: x", "Subject: y"},
+         good,
+         "+all",
+         "v=DMARC1",
+         "signatureBroken bad: headersChanged, pass; forwarding spfFromReceived"},
+        {"a chain that says it is broken",
+         {from, chain + "i=1; cv=fail; d=b.example" + from},
+         good,
+         "-all",
+         "v=DMARC1",
+         "verified good: pass, pass; forwarding spfFromReceived"},
+        {"a broken chain vouches for nothing",
+         {from, chain + "i=2; d=b.example\r\nX: x\r\n"},
+         good,
+         "-all",
+         "",
+         "signatureBroken bad: headersChanged, noFromDomain; forwarding spfFromReceived"},
+        {"key revoked",
+         {},
+         revoked,
+         "+all",
+         "v=DMARC1",
+         "keyGone unknown: keyRevoked, pass; oldKeys spfFromReceived"},
+        {"key of another kind",
+         {},
+         ofRSA,
+         "?all",
+         "v=DMARC1",
+         "cannotProve bad: keyUnusable, fail; spfFromReceived"},
+        {"unknown algorithm",
+         {"a=ed25519-sha256", "a=x"},
+         good,
+         "a -all",
+         "",
+         "cannotProve bad: unsupportedAlgorithm, noPolicy; spfFromReceived"},
+        {"malformed, but an allowed server", malformed, good, "redirect=_spf.example.org", "",
+         "allowedServerOnly caution: malformed, noPolicy; spfFromReceived"},
+        {"allowed for another name only", malformed, good, "+all", "v=DMARC1; aspf=s",
+         "cannotProve bad: malformed, fail; spfFromReceived"},
+        {"SPF record with a mistake", malformed, good, "include:gone.example +all", "v=DMARC1",
+         "cannotProve bad: malformed, fail; spfFromReceived"},
+        {"policy that cannot be asked for", malformed, good, "+all", "!",
+         "cannotProve bad: malformed, lookupFailed; spfFromReceived"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const auto resolver = std::make_shared<StaticResolver>(
+            StaticResolver::Answers{
+                {"key._domainkey.example.org|TXT", DNSAnswer::records({row.keyRecord})},
+                {"_spf.example.org|TXT", DNSAnswer::records({"v=spf1 ip4:192.0.2.0/24 -all"})},
+                {"mail.example.org|TXT", DNSAnswer::records({"v=spf1 " + row.spf})},
+                {"_dmarc.example.org|TXT", DNSAnswer::records({row.dmarc})}},
+            std::set<std::string, std::less<>>{row.dmarc == "!" ? "_dmarc.example.org" : ""});
+        std::string edited = message;
+        const auto at = edited.find(row.edit.first);
+        ASSERT_NE(at, std::string::npos);
+        edited.replace(at, row.edit.first.size(), row.edit.second);
+        EXPECT_EQ(outcome(Verifier(resolver).verify(MailMessage::parse(edited), std::nullopt, now)),
+                  row.outcome);
+    }
+}
+
 TEST(Verifier, theEnvelopeAndItsServer) {
     const StaticResolver::Answers answers = {
         {"example.org|TXT", DNSAnswer::records({"v=spf1 ip4:192.0.2.1 -all"})},
