@@ -98,7 +98,7 @@ std::string_view withoutEmptyLinesAtEnd(std::string_view body, Canonicalization 
 }
 
 /// How much is looked at, and handed over, in one go: it stays in the processor's cache between the two.
-constexpr std::size_t stretch = 64 * 1024;
+constexpr std::size_t stretch = std::size_t{64} * 1024;
 /// How much is taken through the buffer when anything in it must change: less than a line, so that a line
 /// with one change passes where it lies but for that place.
 constexpr std::size_t block = 32;
@@ -243,7 +243,7 @@ void canonicalizeHeader(std::string_view raw, Canonicalization canonicalization,
 }
 
 std::uint64_t canonicalizeBody(std::string_view body, Canonicalization canonicalization, ByteSink& sink,
-                               std::stop_token stop) {
+                               const std::stop_token& stop) {
     Gathering out(sink);
     std::string_view content = withoutEmptyLinesAtEnd(body, canonicalization);
     if (canonicalization == Canonicalization::relaxed) {

@@ -58,7 +58,7 @@ void canonicalizeHeader(std::string_view raw, Canonicalization canonicalization,
 /// The canonical form of a body. Runs that do not change are handed over where they lie. Returns its length
 /// in bytes. Looks at `stop` about once a megabyte and then returns early.
 std::uint64_t canonicalizeBody(std::string_view body, Canonicalization canonicalization, ByteSink& sink,
-                               std::stop_token stop = {});
+                               const std::stop_token& stop = {});
 
 /// A signature field with the value of its `b` tag taken out; every other byte stays.
 std::string withEmptiedSignature(std::string_view raw);

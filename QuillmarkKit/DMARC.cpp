@@ -77,7 +77,7 @@ bool aligned(std::string_view a, std::string_view b, AlignmentMode mode, const P
 }
 
 DMARCFinding dmarc(std::string_view fromDomain, std::span<const DKIMResult> dkim, const SPFFinding& spf,
-                   DNSResolver& resolver, const PublicSuffixList& suffixes, std::stop_token stop) {
+                   DNSResolver& resolver, const PublicSuffixList& suffixes, const std::stop_token& stop) {
     DMARCFinding finding;
     finding.fromDomain = fromDomain;
     if (fromDomain.empty()) {

@@ -19,6 +19,6 @@ bool aligned(std::string_view a, std::string_view b, AlignmentMode mode, const P
 /// the domain's own name, then its organization's. Never throws but for want of memory: an error of the
 /// resolver, and a stop, is the status `lookupFailed`, and then nothing is aligned.
 DMARCFinding dmarc(std::string_view fromDomain, std::span<const DKIMResult> dkim, const SPFFinding& spf,
-                   DNSResolver& resolver, const PublicSuffixList& suffixes, std::stop_token stop = {});
+                   DNSResolver& resolver, const PublicSuffixList& suffixes, const std::stop_token& stop = {});
 
 }  // namespace quillmark

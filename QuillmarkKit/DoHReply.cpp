@@ -19,13 +19,14 @@ bool isBounded(const DoHReply::Reply& reply) {
 }
 
 DoHReply::Reply decodedReply(std::string_view json) {
+    const DNSLookupError unreadable("unreadable answer");  // what exactly is wrong with it helps nobody
     try {
         auto reply = decoded<DoHReply::Reply>(parsedJSON(json, DoHReply::bodyLimit));
         if (isBounded(reply)) return reply;
     } catch (const DecodingError&) {
-        // What exactly is wrong with it helps nobody.
+        throw unreadable;
     }
-    throw DNSLookupError("unreadable answer");
+    throw unreadable;
 }
 
 /// Takes what follows a backslash off the front of `rest`, which is not empty: three digits that fit a byte

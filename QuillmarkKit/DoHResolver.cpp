@@ -195,6 +195,7 @@ std::vector<std::optional<std::string>> DoHResolver::failuresOfSkipped() {
     const std::lock_guard lock(m_mutex);
     const auto now = m_options.clock();
     std::vector<std::optional<std::string>> failures;
+    failures.reserve(m_endpoints.size());
     for (const auto& endpoint : m_endpoints) {
         failures.push_back(now < endpoint.skippedUntil ? std::optional(endpoint.lastFailure) : std::nullopt);
     }

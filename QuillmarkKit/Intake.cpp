@@ -14,7 +14,7 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t readAtMost = largestMessage + 1;
-constexpr std::size_t firstRead = 64 * 1024;
+constexpr std::size_t firstRead = std::size_t{64} * 1024;
 
 Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
 

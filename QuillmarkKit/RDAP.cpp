@@ -224,7 +224,7 @@ RDAPClient::Table RDAPClient::table(const std::stop_token& stop) {
         if (m_options.cacheDirectory) {
             try {
                 replaceFile(*m_options.cacheDirectory / "rdap-dns.json", response.body);
-            } catch (const std::filesystem::filesystem_error&) {
+            } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
                 // The list is at hand; the next run fetches it again.
             }
         }

@@ -3,7 +3,7 @@
 #include <re2/re2.h>
 
 #include <algorithm>
-#include <memory>
+#include <array>
 #include <ranges>
 
 #include "QuillmarkKit/IPAddress.h"
@@ -15,26 +15,17 @@ namespace {
 
 /// Where an address stands in a "from" clause, best first. What bounds a bare one is written out, because
 /// \b knows ASCII letters only.
-const std::array<std::unique_ptr<const RE2>, 3>& addressPatterns() {
-    static const auto patterns = [] {
-        RE2::Options options;
-        options.set_log_errors(false);
-        const auto compiled = [&](const char* pattern) {
-            return std::make_unique<const RE2>(pattern, options);
-        };
-        return std::array{
-            compiled(R"(\[(?:IPv6:)?([0-9A-Fa-f:.]+)\])"),
-            compiled(R"(\(([0-9]{1,3}(?:\.[0-9]{1,3}){3})\))"),
-            compiled(R"((?:^|[^\w\pL])([0-9]{1,3}(?:\.[0-9]{1,3}){3})(?:[^\w\pL]|$))"),
-        };
-    }();
-    return patterns;
+std::array<const RE2*, 3> addressPatterns() {
+    static const RE2 bracketed(R"(\[(?:IPv6:)?([0-9A-Fa-f:.]+)\])", RE2::Quiet);
+    static const RE2 parenthesized(R"(\(([0-9]{1,3}(?:\.[0-9]{1,3}){3})\))", RE2::Quiet);
+    static const RE2 bare(R"((?:^|[^\w\pL])([0-9]{1,3}(?:\.[0-9]{1,3}){3})(?:[^\w\pL]|$))", RE2::Quiet);
+    return {&bracketed, &parenthesized, &bare};
 }
 
 /// The first capture that is an address; `clause` is valid UTF-8.
 std::optional<std::string> firstAddress(std::string_view clause) {
     const re2::StringPiece text(clause.data(), clause.size());
-    for (const auto& pattern : addressPatterns()) {
+    for (const RE2* pattern : addressPatterns()) {
         std::size_t position = 0;
         std::array<re2::StringPiece, 2> groups;
         while (pattern->Match(text, position, text.size(), RE2::UNANCHORED, groups.data(), 2)) {
