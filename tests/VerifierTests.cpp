@@ -86,11 +86,15 @@ TEST(Verifier, signaturesAndOneSender) {
     EXPECT_EQ(ten[9].detail, "v=9");
 }
 
-/// The verdict, the signature's status, DMARC's, and the limits but for the two that are always there.
+/// The verdict, the status of the signature, of SPF and of DMARC, and the limits but for the two that are
+/// always there.
 std::string outcome(const ProofReport& report) {
-    std::string text =
-        std::string(nameOf(report.verdict.kind)) + " " + std::string(nameOf(report.verdict.tone)) + ": " +
-        std::string(nameOf(report.dkim.at(0).status)) + ", " + std::string(nameOf(report.dmarc.status)) + ";";
+    const auto& spf = std::get<SPFFinding::Status::Judged>(report.spf.status.value).result;
+    std::string text(nameOf(report.verdict.kind));
+    text += " " + std::string(nameOf(report.verdict.tone));
+    text += ": " + std::string(nameOf(report.dkim.at(0).status));
+    text += ", spf " + std::string(nameOf(spf));
+    text += ", dmarc " + std::string(nameOf(report.dmarc.status)) + ";";
     for (std::size_t i = 2; i < report.limits.size(); ++i)
         text += " " + std::string(nameOf(report.limits[i]));
     return text;
@@ -117,53 +121,53 @@ TEST(Verifier, otherVerdicts) {
         {"no body",
          {"\r\n\r\nbody\r\n", ""},
          good,
-         "-all",
+         "~all",
          "v=DMARC1",
-         "verifiedHeadersOnly good: pass, pass; spfFromReceived headersOnly"},
+         "verifiedHeadersOnly good: pass, spf softfail, dmarc pass; spfFromReceived headersOnly"},
         {"Subject changed",
          {"Subject: x", "Subject: y"},
          good,
          "+all",
          "v=DMARC1",
-         "signatureBroken bad: headersChanged, pass; forwarding spfFromReceived"},
+         "signatureBroken bad: headersChanged, spf pass, dmarc pass; forwarding spfFromReceived"},
         {"a chain that says it is broken",
          {from, chain + "i=1; cv=fail; d=b.example" + from},
          good,
          "-all",
          "v=DMARC1",
-         "verified good: pass, pass; forwarding spfFromReceived"},
+         "verified good: pass, spf fail, dmarc pass; forwarding spfFromReceived"},
         {"a broken chain vouches for nothing",
          {from, chain + "i=2; d=b.example\r\nX: x\r\n"},
          good,
          "-all",
          "",
-         "signatureBroken bad: headersChanged, noFromDomain; forwarding spfFromReceived"},
+         "signatureBroken bad: headersChanged, spf fail, dmarc noFromDomain; forwarding spfFromReceived"},
         {"key revoked",
          {},
          revoked,
          "+all",
          "v=DMARC1",
-         "keyGone unknown: keyRevoked, pass; oldKeys spfFromReceived"},
+         "keyGone unknown: keyRevoked, spf pass, dmarc pass; oldKeys spfFromReceived"},
         {"key of another kind",
          {},
          ofRSA,
          "?all",
          "v=DMARC1",
-         "cannotProve bad: keyUnusable, fail; spfFromReceived"},
+         "cannotProve bad: keyUnusable, spf neutral, dmarc fail; spfFromReceived"},
         {"unknown algorithm",
          {"a=ed25519-sha256", "a=x"},
          good,
-         "a -all",
+         "include:out.example +all",
          "",
-         "cannotProve bad: unsupportedAlgorithm, noPolicy; spfFromReceived"},
+         "cannotProve bad: unsupportedAlgorithm, spf temperror, dmarc noPolicy; spfFromReceived"},
         {"malformed, but an allowed server", malformed, good, "redirect=_spf.example.org", "",
-         "allowedServerOnly caution: malformed, noPolicy; spfFromReceived"},
+         "allowedServerOnly caution: malformed, spf pass, dmarc noPolicy; spfFromReceived"},
         {"allowed for another name only", malformed, good, "+all", "v=DMARC1; aspf=s",
-         "cannotProve bad: malformed, fail; spfFromReceived"},
+         "cannotProve bad: malformed, spf pass, dmarc fail; spfFromReceived"},
         {"SPF record with a mistake", malformed, good, "include:gone.example +all", "v=DMARC1",
-         "cannotProve bad: malformed, fail; spfFromReceived"},
+         "cannotProve bad: malformed, spf permerror, dmarc fail; spfFromReceived"},
         {"policy that cannot be asked for", malformed, good, "+all", "!",
-         "cannotProve bad: malformed, lookupFailed; spfFromReceived"},
+         "cannotProve bad: malformed, spf pass, dmarc lookupFailed; spfFromReceived"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -173,7 +177,7 @@ TEST(Verifier, otherVerdicts) {
                 {"_spf.example.org|TXT", DNSAnswer::records({"v=spf1 ip4:192.0.2.0/24 -all"})},
                 {"mail.example.org|TXT", DNSAnswer::records({"v=spf1 " + row.spf})},
                 {"_dmarc.example.org|TXT", DNSAnswer::records({row.dmarc})}},
-            std::set<std::string, std::less<>>{row.dmarc == "!" ? "_dmarc.example.org" : ""});
+            std::set<std::string, std::less<>>{"out.example", row.dmarc == "!" ? "_dmarc.example.org" : ""});
         std::string edited = message;
         const auto at = edited.find(row.edit.first);
         ASSERT_NE(at, std::string::npos);
