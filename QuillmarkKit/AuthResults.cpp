@@ -19,6 +19,13 @@ std::string_view takeStatement(std::string_view& rest) {
     return {};
 }
 
+/// Whether a statement names the instance of an ARC set, blanks around its "=" allowed (RFC 8617,
+/// section 4.1.1).
+bool isInstance(std::string_view statement) {
+    const auto equals = statement.find('=');
+    return equals != std::string_view::npos && equalsIgnoringCase(trimmed(statement.substr(0, equals)), "i");
+}
+
 /// A property as it stands in its statement: views of the text.
 struct Property {
     std::string_view name, value;
@@ -70,7 +77,7 @@ AuthResults AuthResults::parse(std::string_view value, Kind kind) {
     const std::string text = withoutComments(value);
     std::string_view rest = text;
     std::string_view server = takeStatement(rest);
-    if (kind == Kind::arc && startsWithIgnoringCase(server, "i=")) server = takeStatement(rest);
+    if (kind == Kind::arc && isInstance(server)) server = takeStatement(rest);
     AuthResults results;
     results.server = takeWord(server, " \t");
     // Growing would hold a hostile list twice; room for more than there can be might not be granted.

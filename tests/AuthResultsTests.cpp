@@ -27,6 +27,8 @@ TEST(AuthResults, parse) {
         {"mx; none=x; =pass; nonsense; arc=none", {"mx", {{"arc", "none", {}}}}},
         {"mx; dmarc=pass=2 p=a=b word", {"mx", {{"dmarc", "pass=2", {{"p", "a=b"}}}}}},
         {"I=1; mx; spf=pass", {"mx", {{"spf", "pass", {}}}}, AuthResults::Kind::arc},
+        {"I =\t1; mx; spf=pass", {"mx", {{"spf", "pass", {}}}}, AuthResults::Kind::arc},
+        {"i; mx=x", {"i", {{"mx", "x", {}}}}, AuthResults::Kind::arc},
         {"i=1; mx", {"i=1", {}}},  // an instance stands in the other kind of field only
     };
     for (const auto& row : rows) {
