@@ -1,57 +1,10 @@
 #include "CommandLine/RecordedRun.h"
 
-#include <nlohmann/json.hpp>
 #include <utility>
-#include <variant>
 
-#include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {
-
-namespace {
-
-using JSON = nlohmann::json;
-
-JSON value(const DNSAnswer& answer) {
-    if (std::holds_alternative<DNSAnswer::NXDomain>(answer.value)) return "nxdomain";
-    if (std::holds_alternative<DNSAnswer::NoData>(answer.value)) return "noData";
-    return std::get<DNSAnswer::Records>(answer.value).data;
-}
-
-JSON value(const std::optional<Date>& registered) {
-    return registered ? JSON(rfc3339(*registered)) : JSON(nullptr);
-}
-
-JSON value(const std::string& failure) { return failure; }
-
-template <typename Value>
-JSON values(const Record<Value>& record) {
-    JSON object = JSON::object();
-    for (const auto& [question, entry] : record.entries()) object[question] = value(entry.value);
-    return object;
-}
-
-template <typename Value>
-JSON sources(const Record<Value>& record) {
-    JSON object = JSON::object();
-    for (const auto& [question, entry] : record.entries()) {
-        if (!entry.source.empty()) object[question] = entry.source;
-    }
-    return object;
-}
-
-}  // namespace
-
-std::string sha256(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (const char c : hash(HashAlgorithm::sha256, bytes)) {
-        const auto byte = static_cast<unsigned char>(c);
-        text += {digits[byte >> 4], digits[byte & 15]};
-    }
-    return text;
-}
 
 RecordedRun::Check& RecordedRun::check(const std::string& sha256,
                                        const std::optional<std::string>& fileName) {
@@ -79,27 +32,12 @@ ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& me
     return Verifier(resolver, registry).verify(message, std::move(fileName), now);
 }
 
-std::string RecordedRun::json(const Times& times) const {
-    JSON document;
-    document["at"] = rfc3339(times.at);
-    document["answers"] = values(m_answers->dns);
-    if (m_registry) document["registrations"] = values(m_answers->registrations);
-    document["sources"] = {{"answers", sources(m_answers->dns)},
-                           {"registrations", sources(m_answers->registrations)}};
-    document["recorded"] = {{"by", "Quillmark " QUILLMARK_VERSION},
-                            {"begun", rfc3339(times.begun)},
-                            {"ended", rfc3339(times.ended)}};
-    JSON& messages = document["messages"] = JSON::object();
+std::string RecordedRun::json(const RecordingTimes& times) const {
+    std::map<std::string, RecordedMessage> messages;
     const std::lock_guard lock(m_mutex);
-    for (const auto& [sha256, check] : m_checks) {
-        JSON& message = messages[sha256] = {{"files", check.files}};
-        if (JSON errors = values(check.failures->dns); !errors.empty()) message["errors"] = std::move(errors);
-        if (JSON errors = values(check.failures->registrations); !errors.empty())
-            message["registrationErrors"] = std::move(errors);
-    }
-    // In ASCII: it is looked at in terminals, and nothing in it may play tricks there.
-    constexpr int indent = 2;
-    return document.dump(indent, ' ', true, JSON::error_handler_t::replace) + "\n";
+    for (const auto& [digest, check] : m_checks) messages[digest] = {check.files, check.failures};
+    return recordingJSON("Quillmark " QUILLMARK_VERSION, times, *m_answers,
+                         m_registry ? Registrations::asked : Registrations::notAsked, messages);
 }
 
 }  // namespace quillmark

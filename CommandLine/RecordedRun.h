@@ -9,14 +9,12 @@
 #include <string_view>
 
 #include "CommandLine/FixedAnswers.h"
+#include "QuillmarkKit/Evidence.h"
 #include "QuillmarkKit/Message.h"
 #include "QuillmarkKit/Recording.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {
-
-/// The SHA-256 of a file's bytes in hexadecimal, as `sha256sum` prints it.
-std::string sha256(std::string_view bytes);
 
 /// Checks of which it is taken down what they were told, and checks that are made again from such a record.
 /// Safe from many threads at once.
@@ -33,12 +31,8 @@ public:
     ProofReport verify(const std::string& sha256, const MailMessage& message,
                        std::optional<std::string> fileName, Date now);
 
-    struct Times {
-        Date at = {};                 ///< of the checks, as the reports tell it
-        Date begun = {}, ended = {};  ///< of the run, by this computer's clock
-    };
     /// All that was taken down, as an answers file (docs/formats.md).
-    std::string json(const Times& times) const;
+    std::string json(const RecordingTimes& times) const;
 
 private:
     struct Check {

@@ -24,7 +24,13 @@ const QColor ink(0x1a, 0x1a, 0x1a), fadedInk(0x55, 0x55, 0x55), rule(0xcc, 0xcc,
 /// Sets text, one paragraph after the other, in the formats of our own document.
 class Typesetter {
 public:
-    Typesetter(QTextDocument& document, const Words& words) : m_cursor(&document), m_words(words) {}
+    /// All is one edit, so that the document is laid out once.
+    Typesetter(QTextDocument& document, const Words& words) : m_cursor(&document), m_words(words) {
+        m_cursor.beginEditBlock();
+    }
+    ~Typesetter() { m_cursor.endEditBlock(); }
+    Typesetter(const Typesetter&) = delete;
+    Typesetter& operator=(const Typesetter&) = delete;
 
     void paragraph(const QString& text, double points, QFont::Weight weight = QFont::Normal,
                    QColor color = ink, double above = 2) {
@@ -63,6 +69,10 @@ public:
         m_cursor.movePosition(QTextCursor::End);
     }
 
+    void note(const ReportLine& note) {
+        paragraph((note.tone ? toneSymbol(*note.tone) : QStringLiteral("•")) + u' ' + note.text, 10);
+    }
+
     void row(const ReportRow& row) {
         QString head = row.label;
         QColor color = ink;
@@ -71,9 +81,9 @@ public:
                    u')';
             color = toneColor(*row.tone, Qt::white, QPalette(Qt::white));
         }
-        paragraph(head, 10, QFont::DemiBold, color, 8);
+        if (!head.isEmpty()) paragraph(head, 10, QFont::DemiBold, color, 8);
         if (!row.sentence.isEmpty()) paragraph(row.sentence, 10);
-        for (const QString& note : row.notes) paragraph(QStringLiteral("• ") + note, 10);
+        for (const ReportLine& each : row.notes) note(each);
         facts(row.details, 9);
     }
 
@@ -98,9 +108,7 @@ void compose(QTextDocument& document, const ReportContent& content, const PDFFra
     const QColor color = toneColor(content.tone, Qt::white, QPalette(Qt::white));
     set.paragraph(toneSymbol(content.tone) + u' ' + content.headline, 17, QFont::Bold, color, 8);
     set.paragraph(content.explanation, 10.5, QFont::Normal, ink, 4);
-    for (const ReportRow& remark : content.beside) {
-        set.paragraph(QStringLiteral("• ") + remark.sentence, 10.5);
-    }
+    for (const ReportLine& each : content.beside) set.note(each);
     set.facts(frame.record);
     for (const ReportSection& section : content.sections) {
         set.heading(section.heading);

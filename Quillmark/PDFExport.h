@@ -16,8 +16,8 @@ struct PDFFrame {
     bool isLetter = false;            ///< the paper: US Letter, else A4
 };
 
-/// A PDF/A-1b to be filed: every detail unfolded, fonts embedded, text that can be selected, the page's
-/// number on each page. Text is set as text: nothing in it is markup or a link.
+/// A PDF/A-1b to be filed, made on any thread: every detail unfolded, fonts embedded, text that can be
+/// selected, the page's number on each page. Text is set as text: nothing in it is markup or a link.
 QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words);
 
 /// The name that is proposed for an export: the verdict's domain, or "Report", and the day of the check,

@@ -80,32 +80,30 @@ void ToneBadge::paintEvent(QPaintEvent*) {
     painter.drawText(rect(), Qt::AlignCenter, toneSymbol(m_tone));
 }
 
-Chip::Chip(std::optional<Tone> tone, const QString& text, const Words& words, QWidget* parent)
+Chip::Chip(Tone tone, const QString& text, const Words& words, QWidget* parent)
     : QLabel(parent), m_tone(tone) {
     setTextFormat(Qt::PlainText);
-    setText(tone ? toneSymbol(*tone) + u' ' + text : text);
-    setAccessibleName(tone ? toneWord(*tone, words) + QStringLiteral(": ") + text : text);
+    setText(toneSymbol(tone) + u' ' + text);
+    setAccessibleName(toneWord(tone, words) + QStringLiteral(": ") + text);
     QFont bold = font();
     bold.setBold(true);
     setFont(bold);
     const int side = fontMetrics().height() / 2, end = fontMetrics().height() / 6;
     setContentsMargins(side, end, side, end);
     setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
-    if (!tone) return;
     QPalette colors = palette();
-    colors.setColor(QPalette::WindowText, toneColor(*tone, toneGround(*tone, palette()), palette()));
+    colors.setColor(QPalette::WindowText, toneColor(tone, toneGround(tone, palette()), palette()));
     setPalette(colors);
 }
 
 void Chip::paintEvent(QPaintEvent* event) {
-    if (m_tone) {
-        QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(toneGround(*m_tone, palette()));
-        const double radius = height() / 2.0;
-        painter.drawRoundedRect(rect(), radius, radius);
-    }
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(toneGround(m_tone, palette()));
+    const double radius = height() / 2.0;
+    painter.drawRoundedRect(rect(), radius, radius);
+    painter.end();
     QLabel::paintEvent(event);
 }
 

@@ -47,13 +47,13 @@ private:
 /// A few words about one finding, with the symbol and the colour of its tone.
 class Chip : public QLabel {
 public:
-    Chip(std::optional<Tone> tone, const QString& text, const Words& words, QWidget* parent = nullptr);
+    Chip(Tone tone, const QString& text, const Words& words, QWidget* parent = nullptr);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    std::optional<Tone> m_tone;
+    Tone m_tone;
 };
 
 /// One step's mark beside a chain that runs downwards.

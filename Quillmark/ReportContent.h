@@ -18,12 +18,18 @@ struct ReportFact {
     QString name, value;
 };
 
+/// A sentence that stands alone.
+struct ReportLine {
+    std::optional<Tone> tone;
+    QString text;
+};
+
 /// One finding.
 struct ReportRow {
     std::optional<Tone> tone;
-    QString label;                    ///< a few words: "Valid"
-    QString sentence;                 ///< may be empty
-    QStringList notes;                ///< a line each
+    QString label;     ///< a few words: "Valid"
+    QString sentence;  ///< may be empty
+    std::vector<ReportLine> notes;
     std::vector<ReportFact> details;  ///< one click deeper
 };
 
@@ -43,8 +49,9 @@ struct ReportCaps {
 struct ReportContent {
     Tone tone = Tone::unknown;
     QString headline, explanation;
-    std::vector<ReportRow> beside;  ///< sentences that must not be missed when only the headline is read
+    std::vector<ReportLine> beside;  ///< what must not be missed when only the headline is read
     std::vector<ReportSection> sections;
+    bool hasFailedLookup = false;  ///< checking again may find out more
 };
 
 /// `path` is that of the kept message; without one, as for a report of the history, the section says that

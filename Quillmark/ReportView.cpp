@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QGridLayout>
 #include <QLabel>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QToolButton>
 #include <algorithm>
@@ -38,15 +39,15 @@ QWidget* factGrid(const std::vector<ReportFact>& facts) {
     auto* grid = new QWidget;
     auto* layout = new QGridLayout(grid);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setColumnStretch(1, 1);
+    layout->setColumnStretch(0, 1);
+    layout->setColumnStretch(1, 2);
     int row = 0;
     for (const ReportFact& fact : facts) {
-        auto* name = new QLabel(fact.name);
-        name->setTextFormat(Qt::PlainText);
+        auto* name = new PlainText(fact.name);
         name->setFont(scaled(name->font(), 1.0, QFont::DemiBold));
         auto* value = new PlainText(fact.value);
         value->setAccessibleName(fact.name);
-        layout->addWidget(name, row, 0, Qt::AlignTop | Qt::AlignLeft);
+        layout->addWidget(name, row, 0);
         layout->addWidget(value, row++, 1);
     }
     return grid;
@@ -57,7 +58,7 @@ QString spoken(const ReportRow& row, const Words& words) {
     QStringList parts;
     if (row.tone) parts << toneWord(*row.tone, words);
     parts << row.label << row.sentence;
-    parts << row.notes;
+    for (const ReportLine& note : row.notes) parts << note.text;
     parts.removeAll(QString());
     return parts.join(QStringLiteral(". "));
 }
@@ -79,6 +80,11 @@ void ReportView::setContent(const ReportContent& content) {
 
 void ReportView::expandAll(bool expanded) {
     for (QToolButton* each : m_disclosures) each->setChecked(expanded);
+}
+
+void ReportView::offerRecheck(bool isPossible) {
+    m_offersRecheck = isPossible;
+    if (m_recheck) m_recheck->setVisible(isPossible && m_content.hasFailedLookup);
 }
 
 void ReportView::changeEvent(QEvent* event) {
@@ -125,12 +131,11 @@ QWidget* ReportView::banner() {
     headline->setColor(toneColor(m_content.tone, toneGround(m_content.tone, palette()), palette()));
     texts->addWidget(headline);
     texts->addWidget(new PlainText(m_content.explanation));
-    for (const ReportRow& remark : m_content.beside) {
-        auto* line = new QHBoxLayout;
-        if (remark.tone) line->addWidget(new ToneBadge(*remark.tone, 1.2, m_words), 0, Qt::AlignTop);
-        line->addWidget(new PlainText(remark.sentence), 1);
-        texts->addLayout(line);
-    }
+    for (const ReportLine& each : m_content.beside) texts->addLayout(note(each));
+    m_recheck = new QPushButton(m_words("Re-check"));
+    connect(m_recheck, &QPushButton::clicked, this, &ReportView::recheckWanted);
+    texts->addWidget(m_recheck, 0, Qt::AlignLeft);
+    offerRecheck(m_offersRecheck);
     return panel;
 }
 
@@ -165,16 +170,33 @@ QWidget* ReportView::section(const ReportSection& section) {
     return box;
 }
 
+QLayout* ReportView::note(const ReportLine& note) const {
+    auto* line = new QHBoxLayout;
+    if (note.tone) {
+        line->addWidget(new ToneBadge(*note.tone, 1.1, m_words), 0, Qt::AlignTop);
+    } else {
+        line->addWidget(new QLabel(QStringLiteral("•")), 0, Qt::AlignTop);
+    }
+    line->addWidget(new PlainText(note.text), 1);
+    return line;
+}
+
 QWidget* ReportView::row(const ReportRow& row) {
     auto* panel = new Card;
     panel->setAccessibleName(spoken(row, m_words));
     auto* layout = new QVBoxLayout(panel);
     auto* top = new QHBoxLayout;
-    layout->addLayout(top);
-    if (!row.label.isEmpty()) top->addWidget(new Chip(row.tone, row.label, m_words));
-    top->addStretch(1);
+    if (!row.label.isEmpty() || !row.details.empty()) layout->addLayout(top);
+    if (row.tone) {
+        top->addWidget(new Chip(*row.tone, row.label, m_words));
+        top->addStretch(1);
+    } else if (!row.label.isEmpty()) {
+        auto* label = new PlainText(row.label);
+        label->setFont(scaled(label->font(), 1.0, QFont::DemiBold));
+        top->addWidget(label, 1);
+    }
     if (!row.sentence.isEmpty()) layout->addWidget(new PlainText(row.sentence));
-    for (const QString& note : row.notes) layout->addWidget(new PlainText(QStringLiteral("• ") + note));
+    for (const ReportLine& each : row.notes) layout->addLayout(note(each));
     if (row.details.empty()) return panel;
 
     auto* disclosure = new QToolButton;

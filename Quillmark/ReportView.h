@@ -6,6 +6,8 @@
 
 #include "Quillmark/ReportContent.h"
 
+class QLayout;
+class QPushButton;
 class QToolButton;
 
 namespace quillmark {
@@ -22,7 +24,11 @@ public:
     /// Unfolds every finding's details, or folds them all.
     void expandAll(bool expanded);
 
+    /// Whether the report can be made again; then one whose lookups failed says so.
+    void offerRecheck(bool isPossible);
+
 signals:
+    void recheckWanted();
     void contentChanged();
 
 protected:
@@ -33,10 +39,13 @@ private:
     QWidget* banner();
     QWidget* section(const ReportSection& section);
     QWidget* row(const ReportRow& row);
+    QLayout* note(const ReportLine& note) const;
 
     Words m_words;
     ReportContent m_content;
     std::vector<QToolButton*> m_disclosures;
+    QPushButton* m_recheck = nullptr;
+    bool m_offersRecheck = false;
     bool m_isBuilding = false;
 };
 

@@ -97,7 +97,7 @@ TEST(RecordedRun, checksMadeAgainGiveTheSameReports) {
                            std::make_shared<StaticRegistry>(fixed.registrations.value()),
                            fixed.messages.value());
     };
-    const RecordedRun::Times times{.at = now, .begun = now, .ended = now};
+    const RecordingTimes times{.at = now, .begun = now, .ended = now};
     const std::string json = live.json(times);
     RecordedRun offline = again(json);
     EXPECT_EQ(checked(offline, mails), reports);

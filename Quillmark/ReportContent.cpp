@@ -1,0 +1,340 @@
+#include "Quillmark/ReportContent.h"
+
+#include <algorithm>
+#include <span>
+
+#include "Wording/Findings.h"
+#include "Wording/Quoted.h"
+#include "Wording/ReceiverResults.h"
+#include "Wording/Signs.h"
+#include "Wording/Wording.h"
+
+namespace quillmark {
+
+namespace {
+
+ReportLine remark(const Remark& remark) { return {remark.tone, isolatedRuns(remark.text)}; }
+
+/// Whether a check could do better when it is made again with the network at hand.
+bool hasFailedLookup(const ProofReport& report) {
+    const auto failed = [](const DKIMResult& each) {
+        return each.status == DKIMResult::Status::lookupFailed;
+    };
+    const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
+    return std::ranges::any_of(report.dkim, failed) || (spf && spf->result == SPFResult::temperror) ||
+           report.dmarc.status == DMARCFinding::Status::lookupFailed ||
+           std::holds_alternative<ARCFinding::Status::Unknown>(report.arc.status.value);
+}
+
+/// The sections of one report, made one after the other.
+class Composer {
+public:
+    Composer(const ProofReport& report, const ReportCaps& caps, const Words& words)
+        : m_report(report), m_caps(caps), m_words(words) {}
+
+    ReportSection message() const;
+    ReportSection warningSigns() const;
+    ReportSection signatures() const;
+    ReportSection server() const;
+    ReportSection policy() const;
+    ReportSection chain() const;
+    ReportSection path(const std::optional<std::vector<PathStep>>& steps) const;
+    ReportSection serverSaid() const;
+    ReportSection limits() const;
+
+private:
+    using Facts = std::vector<ReportFact>;
+
+    QString text(std::string_view text) const { return shown(text, m_caps.text); }
+    QString domain(std::string_view domain) const { return isolatedRuns(quotedDomain(domain)); }
+    QString addresses(const std::vector<MailAddress>& list) const;
+    QString names(const std::vector<std::string>& list) const;
+    void add(Facts& facts, std::string_view name, const QString& value) const {
+        if (!value.isEmpty()) facts.push_back({m_words(name), value});
+    }
+    void addText(Facts& facts, std::string_view name, const std::optional<std::string>& value) const {
+        if (value && !value->empty()) facts.push_back({m_words(name), text(*value)});
+    }
+    void addMore(QStringList& remarks, std::size_t count) const {
+        if (count > m_caps.rows) remarks << more(count);
+    }
+    QString more(std::size_t count) const {
+        return m_words.translateCount("and %n more", "and %n more",
+                                      static_cast<std::int64_t>(count - m_caps.rows));
+    }
+    template <typename List>
+    auto capped(const List& list) const {
+        return std::span(list).first(std::min(list.size(), m_caps.rows));
+    }
+    template <typename Finding>
+    ReportRow row(const Finding& finding) const;
+    ReportRow signature(const DKIMResult& result) const;
+    ReportRow hop(const ARCFinding::Hop& hop) const;
+    ReportRow step(const PathStep& step, bool isJudged) const;
+    QString elapsed(std::chrono::milliseconds delay) const;
+
+    const ProofReport& m_report;
+    const ReportCaps& m_caps;
+    const Words& m_words;
+};
+
+QString Composer::addresses(const std::vector<MailAddress>& list) const {
+    QStringList all;
+    for (const MailAddress& each : capped(list)) all << text(displayForm(each));
+    addMore(all, list.size());
+    return all.join(QStringLiteral(", "));
+}
+
+QString Composer::names(const std::vector<std::string>& list) const {
+    QStringList all;
+    for (const std::string& each : capped(list)) all << text(each);
+    addMore(all, list.size());
+    return all.join(QStringLiteral(", "));
+}
+
+ReportSection Composer::message() const {
+    const MessageSummary& summary = m_report.summary;
+    ReportSection section{m_words("The message says"), {}, {}, {}, {}};
+    Facts& facts = section.facts;
+    add(facts, toTranslate("From"),
+        summary.from.empty() ? m_words("(no From line)") : addresses(summary.from));
+    add(facts, toTranslate("Reply-To"), addresses(summary.replyTo));
+    add(facts, toTranslate("To"), addresses(summary.to));
+    add(facts, toTranslate("Subject"),
+        summary.subject.empty() ? m_words("(no subject)") : text(summary.subject));
+    if (summary.date) add(facts, toTranslate("Date"), m_words.time(*summary.date));
+    addText(facts, toTranslate("Message-ID"), summary.messageID);
+    addText(facts, toTranslate("Return-Path"), summary.returnPath);
+    if (!m_report.domainAge.domain.empty()) {
+        add(facts, toTranslate("Sender’s domain"),
+            domain(m_report.domainAge.domain) + QStringLiteral(", ") +
+                isolatedRuns(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader)));
+    }
+    return section;
+}
+
+ReportSection Composer::warningSigns() const {
+    ReportSection section{m_words("Warning signs"), {}, {}, {}, {}};
+    for (const LookAlikeFlag& flag : capped(m_report.flags)) {
+        section.rows.push_back({Tone::caution,
+                                isolatedRuns(title(flag, m_words.reader)),
+                                isolatedRuns(sentence(flag, m_words.reader)),
+                                {},
+                                {}});
+    }
+    addMore(section.remarks, m_report.flags.size());
+    return section;
+}
+
+template <typename Finding>
+ReportRow Composer::row(const Finding& finding) const {
+    ReportRow row{tone(finding),
+                  isolatedRuns(label(finding, m_words.reader)),
+                  isolatedRuns(sentence(finding, m_words.reader)),
+                  {},
+                  {}};
+    for (const Remark& each : remarks(finding, m_words.reader)) row.notes.push_back(remark(each));
+    return row;
+}
+
+ReportRow Composer::signature(const DKIMResult& result) const {
+    ReportRow row{tone(result),
+                  isolatedRuns(label(result.status, m_words.reader)),
+                  isolatedRuns(sentence(result, m_words.reader)),
+                  {},
+                  {}};
+    for (const Remark& each : remarks(result, m_report.checkedAt, m_words.reader))
+        row.notes.push_back(remark(each));
+    Facts& facts = row.details;
+    add(facts, toTranslate("Signing domain"), result.domain.empty() ? QString() : domain(result.domain));
+    addText(facts, toTranslate("Selector"), result.selector);
+    addText(facts, toTranslate("Signed for"), result.identity);
+    addText(facts, toTranslate("Algorithm"), result.algorithm);
+    if (result.keyBits)
+        add(facts, toTranslate("Key size"), m_words("%1 bits", QString::number(*result.keyBits)));
+    addText(facts, toTranslate("Canonicalization"), result.canonicalization);
+    add(facts, toTranslate("Signed fields"), names(result.signedHeaders));
+    add(facts, toTranslate("Not signed"), names(result.unsignedImportant));
+    if (result.signedAt) add(facts, toTranslate("Signed at"), m_words.time(*result.signedAt));
+    if (result.expiresAt) add(facts, toTranslate("Valid until"), m_words.time(*result.expiresAt));
+    add(facts, toTranslate("Body compared"), result.bodyChecked ? m_words("yes") : m_words("no"));
+    if (result.bodyLength) {
+        add(facts, toTranslate("Signed body bytes"),
+            QString::fromStdString(m_words.reader.number(*result.bodyLength)));
+    }
+    addText(facts, toTranslate("Reason"), result.detail);
+    return row;
+}
+
+ReportSection Composer::signatures() const {
+    ReportSection section{m_words("Signatures (DKIM)"), {}, {}, {}, {}};
+    for (const DKIMResult& each : capped(m_report.dkim)) section.rows.push_back(signature(each));
+    if (m_report.dkim.empty()) section.remarks << m_words("No DKIM signature.");
+    addMore(section.remarks, m_report.dkim.size());
+    return section;
+}
+
+ReportSection Composer::server() const {
+    const SPFFinding& spf = m_report.spf;
+    ReportRow finding = row(spf);
+    addText(finding.details, toTranslate("Envelope domain"), spf.domain);
+    if (spf.ip) {
+        addText(finding.details, toTranslate("Server’s address"), spf.ip->ip);
+        addText(finding.details, toTranslate("Server’s name, by its own word"), spf.ip->helo);
+    }
+    addText(finding.details, toTranslate("Term that decided"), spf.matched);
+    addText(finding.details, toTranslate("Reason"), spf.detail);
+    return {m_words("Sending server (SPF)"), {}, {finding}, {}, {}};
+}
+
+ReportSection Composer::policy() const {
+    const DMARCFinding& dmarc = m_report.dmarc;
+    ReportRow finding = row(dmarc);
+    Facts& facts = finding.details;
+    const auto mode = [this](AlignmentMode counted) {
+        return counted == AlignmentMode::strict ? m_words("the same domain")
+                                                : m_words("the same organization");
+    };
+    if (!dmarc.fromDomain.empty()) add(facts, toTranslate("From domain"), domain(dmarc.fromDomain));
+    if (dmarc.alignedDKIMDomain)
+        add(facts, toTranslate("Signature that counts"), domain(*dmarc.alignedDKIMDomain));
+    if (dmarc.status == DMARCFinding::Status::pass || dmarc.status == DMARCFinding::Status::fail) {
+        add(facts, toTranslate("Server counts"), dmarc.spfAligned ? m_words("yes") : m_words("no"));
+        add(facts, toTranslate("Signatures count if of"), mode(dmarc.dkimMode));
+        add(facts, toTranslate("Servers count if of"), mode(dmarc.spfMode));
+    }
+    addText(facts, toTranslate("Record"), dmarc.record);
+    if (dmarc.recordDomain) add(facts, toTranslate("Published at"), domain(*dmarc.recordDomain));
+    return {m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}};
+}
+
+ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
+    const Tone of = hop.sealValid ? tone(hop.messageSignature) : Tone::bad;
+    ReportRow row{of, m_words("%1. %2", QString::number(hop.instance), domain(hop.sealer)), {}, {}, {}};
+    ARCFinding alone;
+    alone.hops = {hop};
+    for (const Remark& each : remarks(alone, m_words.reader)) row.notes.push_back(remark(each));
+    add(row.details, toTranslate("Seal"), hop.sealValid ? m_words("valid") : m_words("not valid"));
+    addText(row.details, toTranslate("Selector"), hop.messageSignature.selector);
+    add(row.details, toTranslate("Signed fields"), names(hop.messageSignature.signedHeaders));
+    addText(row.details, toTranslate("Reason"), hop.messageSignature.detail);
+    return row;
+}
+
+ReportSection Composer::chain() const {
+    const ARCFinding& arc = m_report.arc;
+    ReportSection section{m_words("Forwarding chain (ARC)"), {}, {}, {}, {}};
+    section.rows.push_back({tone(arc),
+                            isolatedRuns(label(arc, m_words.reader)),
+                            isolatedRuns(sentence(arc, m_words.reader)),
+                            {},
+                            {}});
+    for (const ARCFinding::Hop& each : capped(arc.hops)) section.chain.push_back(hop(each));
+    addMore(section.remarks, arc.hops.size());
+    return section;
+}
+
+QString Composer::elapsed(std::chrono::milliseconds delay) const {
+    const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(delay).count();
+    if (seconds < 0) return m_words("before the step above, by its clock");
+    if (seconds < 120) return m_words.translateCount("after %n second", "after %n seconds", seconds);
+    if (seconds < 2 * 3600)
+        return m_words.translateCount("after %n minute", "after %n minutes", seconds / 60);
+    if (seconds < 48 * 3600) return m_words.translateCount("after %n hour", "after %n hours", seconds / 3600);
+    return m_words.translateCount("after %n day", "after %n days", seconds / 86'400);
+}
+
+ReportRow Composer::step(const PathStep& step, bool isJudged) const {
+    const ReceivedHop& hop = step.hop;
+    ReportRow row;
+    row.label = hop.by ? m_words("Taken by %1", domain(*hop.by)) : m_words("Taken by an unnamed server");
+    QStringList from;
+    if (hop.fromName) from << domain(*hop.fromName);
+    if (hop.fromIP) from << text(*hop.fromIP);
+    row.sentence = from.isEmpty() ? m_words("It doesn’t say from where.")
+                                  : m_words("From %1", from.join(QStringLiteral(", ")));
+    if (step.date) {
+        const QString time = m_words.time(*step.date);
+        row.notes.push_back({{}, step.delay ? m_words("%1, %2", time, elapsed(*step.delay)) : time});
+    }
+    if (isJudged) row.notes.push_back({{}, m_words("SPF was judged for this address.")});
+    return row;
+}
+
+ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) const {
+    ReportSection section{m_words("The way it came"), {}, {}, {}, {}};
+    if (!steps) {
+        section.remarks << m_words(
+            "Only known while the message itself is at hand. Check it again to see its way.");
+        return section;
+    }
+    if (steps->empty()) section.remarks << m_words("The message has no Received lines.");
+    const auto& ip = m_report.spf.ip;
+    const bool fromReceived = ip && std::holds_alternative<SenderIP::Source::Received>(ip->source.value);
+    // The address was taken from the topmost line that has it: the last step.
+    auto judged = steps->size();
+    for (std::size_t i = 0; fromReceived && i < steps->size(); ++i) {
+        if ((*steps)[i].hop.fromIP == ip->ip) judged = i;
+    }
+    // The latest steps are those that the reader's own provider wrote.
+    const std::size_t first = steps->size() - std::min(steps->size(), m_caps.rows);
+    for (std::size_t i = first; i < steps->size(); ++i)
+        section.chain.push_back(step((*steps)[i], i == judged));
+    if (first > 0) {
+        section.remarks << m_words.translateCount("and %n earlier step", "and %n earlier steps",
+                                                  static_cast<std::int64_t>(first));
+    }
+    if (!steps->empty()) {
+        section.remarks << m_words(
+            "Oldest first. A sender can write such lines, too; only those at the end were added "
+            "by your own mail provider.");
+    }
+    return section;
+}
+
+ReportSection Composer::serverSaid() const {
+    ReportSection section{m_words("Your mail server said"), {}, {}, {}, {}};
+    ReportRow row;
+    for (const Remark& each : receiverRemarks(m_report, m_words.reader)) row.notes.push_back(remark(each));
+    section.rows.push_back(row);
+    return section;
+}
+
+ReportSection Composer::limits() const {
+    ReportSection section{m_words("What this can’t prove"), {}, {}, {}, {}};
+    for (const Limit limit : m_report.limits) {
+        ReportRow row;
+        row.label = isolatedRuns(title(limit, m_words.reader));
+        row.details.push_back({m_words("Why"), isolatedRuns(sentence(limit, m_words.reader))});
+        section.rows.push_back(row);
+    }
+    return section;
+}
+
+}  // namespace
+
+ReportContent reportContent(const ProofReport& report, const std::optional<std::vector<PathStep>>& path,
+                            const ReportCaps& caps, const Words& words) {
+    const Composer composer(report, caps, words);
+    ReportContent content{report.verdict.tone,
+                          isolatedRuns(headline(report.verdict, words.reader)),
+                          isolatedRuns(explanation(report, words.reader)),
+                          {},
+                          {}};
+    for (const Remark& each : besideHeadline(report, words.reader)) {
+        content.beside.push_back(remark(each));
+    }
+    content.hasFailedLookup = hasFailedLookup(report);
+    content.sections.push_back(composer.message());
+    if (!report.flags.empty()) content.sections.push_back(composer.warningSigns());
+    content.sections.push_back(composer.signatures());
+    content.sections.push_back(composer.server());
+    content.sections.push_back(composer.policy());
+    content.sections.push_back(composer.chain());
+    content.sections.push_back(composer.serverSaid());
+    content.sections.push_back(composer.path(path));
+    content.sections.push_back(composer.limits());
+    return content;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,230 @@
+/// Renders every state of the window into PNG files, without a screen and without a network, so that anyone
+/// can see the application without running it:
+///   quillmark-screens SAMPLES FOLDER
+
+#include <QApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QPalette>
+#include <QScrollBar>
+#include <cstdio>
+#include <functional>
+#include <map>
+
+#include "CommandLine/FixedAnswers.h"
+#include "Quillmark/HelpView.h"
+#include "Quillmark/MainView.h"
+#include "Quillmark/Panels.h"
+#include "Quillmark/PasteView.h"
+#include "Quillmark/ReportView.h"
+#include "Quillmark/SettingsView.h"
+#include "Quillmark/WelcomeView.h"
+#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Verifier.h"
+
+namespace quillmark {
+
+namespace {
+
+struct Checked {
+    ProofReport report;
+    std::vector<PathStep> path;
+};
+
+/// A sample, checked with its recorded answers.
+Checked check(const QString& samples, const QString& name) {
+    const QString base = QDir(samples).filePath(name);
+    FixedAnswers fixed = FixedAnswers::read((base + ".dns.json").toStdString());
+    const auto resolver = std::make_shared<StaticResolver>(fixed.answers, fixed.failing, fixed.errors);
+    std::shared_ptr<RegistrationLookup> registry;
+    if (fixed.registrations) registry = std::make_shared<StaticRegistry>(*fixed.registrations);
+    auto bytes = readFile((base + ".eml").toStdString());
+    const auto message =
+        std::get<MailMessage>(messageIn(std::get<ByteBuffer>(std::move(bytes)), ParseMode::strict));
+    const Date now = fixed.at.value_or(Date(std::chrono::sys_days(std::chrono::January / 15 / 2026)));
+    return {Verifier(resolver, registry).verify(message, (name + ".eml").toStdString(), now),
+            receivedPath(message)};
+}
+
+/// A report with everything: three signatures, five warning signs, a chain of three.
+Checked everything(const QString& samples) {
+    Checked all = check(samples, "mailing-list");
+    ProofReport& report = all.report;
+    const DKIMResult first = report.dkim.empty() ? DKIMResult{} : report.dkim.front();
+    report.dkim.assign(3, first);
+    report.dkim[1].status = DKIMResult::Status::pass;
+    report.dkim[1].domain = "xn--mnchen-3ya.example";
+    report.dkim[1].bodyChecked = true;
+    report.dkim[1].unsignedImportant = {"Subject", "Reply-To"};
+    report.dkim[1].unsignedBodyBytes = 1234;
+    report.dkim[2].status = DKIMResult::Status::keyNotPublished;
+    report.flags = {
+        {LookAlikeFlag::ReplyToDiffers{"collector@other.example", "bank@known.example"}},
+        {LookAlikeFlag::DisplayNameMismatch{"service@bank.example", "x@evil.example"}},
+        {LookAlikeFlag::Punycode{"xn--mnchen-3ya.example", "münchen.example"}},
+        {LookAlikeFlag::MixedScripts{"xn--bnk-7cd.example"}},
+        {LookAlikeFlag::YoungDomain{"evil.example", report.checkedAt - std::chrono::days(12), 12}}};
+    ARCFinding::Hop hop = report.arc.hops.empty() ? ARCFinding::Hop{1, "list.example", first, true, {}}
+                                                  : report.arc.hops.front();
+    report.arc.hops.assign(3, hop);
+    for (int i = 0; ARCFinding::Hop & each : report.arc.hops) each.instance = ++i;
+    report.arc.hops[1].sealer = "forwarder.example";
+    report.arc.hops[2].sealer = "lists.university.example";
+    report.summary.subject =
+        "A rather long subject that has to be wrapped in the report and cut short in the list, with "
+        "aVeryLongWordThatNobodyCanBreakAnywhereExceptInTheMiddleOfItself";
+    return all;
+}
+
+void useDarkPalette(bool dark) {
+    QPalette palette(dark ? QColor(0x2b, 0x2b, 0x2e) : QColor(0xef, 0xef, 0xef));
+    if (dark) {
+        palette.setColor(QPalette::Base, QColor(0x1f, 0x1f, 0x22));
+        palette.setColor(QPalette::AlternateBase, QColor(0x26, 0x26, 0x29));
+        for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+            palette.setColor(role, QColor(0xee, 0xee, 0xee));
+            palette.setColor(QPalette::Disabled, role, QColor(0x8a, 0x8a, 0x8a));
+        }
+        palette.setColor(QPalette::PlaceholderText, QColor(0xa0, 0xa0, 0xa0));
+    }
+    palette.setColor(QPalette::Highlight, dark ? QColor(0x5b, 0x9b, 0xd9) : QColor(0x1b, 0x5e, 0x9e));
+    palette.setColor(QPalette::HighlightedText, dark ? Qt::black : Qt::white);
+    QApplication::setPalette(palette);
+}
+
+/// One look of the application.
+struct Look {
+    QString name;
+    QSize size;
+    bool dark = false;
+    double fontScale = 1;
+    Language language = Language::english;
+};
+
+class Renderer {
+public:
+    Renderer(QString samples, QString folder) : m_samples(std::move(samples)), m_folder(std::move(folder)) {
+        for (const char* name : {"rfc8463", "library-notice", "newsletter", "forged", "old-message",
+                                 "unsigned", "mailing-list", "added-text", "look-alike"}) {
+            m_reports.emplace(name, check(m_samples, name));
+        }
+        m_reports.emplace("everything", everything(m_samples));
+    }
+
+    void render(const Look& look) {
+        useDarkPalette(look.dark);
+        QFont font = m_font;
+        font.setPointSizeF(font.pointSizeF() * look.fontScale);
+        QApplication::setFont(font);
+        const Words words{{.language = look.language, .zone = [](Date) { return ZoneOffset{}; }}};
+        states(look, words);
+        dialogs(look, words);
+    }
+
+private:
+    void states(const Look& look, const Words& words) {
+        ReportList list([this](const ListEntry& entry) { return find(entry.id); },
+                        [this] { return m_reports.at("everything").report.checkedAt; }, words);
+        MainView window(list, words);
+        window.resize(look.size);
+        window.show();
+        save(window, look, "empty");
+        std::vector<ListEntry> entries;
+        for (auto& [name, each] : m_reports) {
+            entries.push_back({ListEntry::Kind::session, each.report.id, {}});
+        }
+        list.setEntries(entries);
+        for (const auto& [name, each] : m_reports) {
+            const ReportContent content = reportContent(each.report, each.path, {}, words);
+            window.showReport(content);
+            window.select(each.report.id);
+            save(window, look, "report-" + name);
+            if (name != "everything") continue;
+            window.reportView()->expandAll(true);
+            QApplication::processEvents();
+            write(window.reportView()->widget()->grab(), look, "report-everything-whole");
+            // As the history has it: the message is no longer there.
+            window.showReport(reportContent(each.report, std::nullopt, {}, words));
+        }
+        std::vector<ListEntry> many = {{ListEntry::Kind::running, UUID{}, "invoice.eml"}};
+        many.insert(many.end(), entries.begin(), entries.begin() + 2);
+        for (int i = 0; i < 200; ++i) {
+            ListEntry entry = entries[static_cast<std::size_t>(i) % entries.size()];
+            entry.kind = ListEntry::Kind::history;
+            many.push_back(entry);
+        }
+        list.setEntries(many);
+        window.setRunning(3);
+        window.setProblem(
+            words("“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
+                  QString("holiday.jpg")));
+        window.showRunning("invoice.eml");
+        window.select(UUID{});
+        save(window, look, "history");
+    }
+
+    void dialogs(const Look& look, const Words& words) {
+        PasteView paste(words);
+        save(paste, look, "paste");
+        SettingsView settings({}, words);
+        save(settings, look, "settings");
+        WelcomeView welcome(words);
+        save(welcome, look, "welcome");
+        HelpView help({{words("Open…"), "Ctrl+O"}, {words("Re-check"), "Ctrl+R"}}, words);
+        for (const auto& [page, name] :
+             {std::pair(HelpPage::checks, "help-checks"), std::pair(HelpPage::limits, "help-limits"),
+              std::pair(HelpPage::shortcuts, "help-shortcuts")}) {
+            help.showPage(page);
+            save(help, look, name);
+        }
+    }
+
+    const ProofReport* find(const UUID& id) const {
+        for (const auto& [name, each] : m_reports) {
+            if (each.report.id == id) return &each.report;
+        }
+        return nullptr;
+    }
+
+    void save(QWidget& window, const Look& look, const QString& state) {
+        window.show();
+        for (int i = 0; i < 3; ++i) QApplication::processEvents();
+        write(window.grab(), look, state);
+    }
+
+    void write(const QPixmap& picture, const Look& look, const QString& state) const {
+        const QString path = QDir(m_folder).filePath(state + "-" + look.name + ".png");
+        if (!picture.save(path)) std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
+    }
+
+    const QFont m_font = QApplication::font();
+    QString m_samples, m_folder;
+    std::map<QString, Checked> m_reports;
+};
+
+}  // namespace
+
+}  // namespace quillmark
+
+int main(int argc, char** argv) {
+    using namespace quillmark;
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication::setDesktopSettingsAware(false);
+    QApplication application(argc, argv);
+    QApplication::setStyle("Fusion");
+    QApplication::setWindowIcon(programIcon());
+    if (argc != 3 || !QDir().mkpath(argv[2])) {
+        std::fputs("quillmark-screens SAMPLES FOLDER\n", stderr);
+        return 2;
+    }
+    const QSize large(1000, 700), small(700, 500);
+    Renderer renderer(argv[1], argv[2]);
+    for (const Look& look :
+         {Look{"light-1000", large}, Look{"dark-1000", large, true}, Look{"light-700", small},
+          Look{"dark-700", small, true}, Look{"light-150percent", large, false, 1.5},
+          Look{"german", large, false, 1, Language::german},
+          Look{"german-700", small, false, 1, Language::german}}) {
+        renderer.render(look);
+    }
+    return 0;
+}

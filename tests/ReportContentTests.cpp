@@ -1,0 +1,176 @@
+#include "Quillmark/ReportContent.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <QProcess>
+#include <QTemporaryFile>
+#include <map>
+
+#include "Quillmark/PDFExport.h"
+#include "TestSamples.h"
+
+namespace quillmark {
+namespace {
+
+const Words english{{.zone = [](Date) { return ZoneOffset{}; }}};
+
+const ReportSection& section(const ReportContent& content, const QString& heading) {
+    for (const ReportSection& each : content.sections) {
+        if (each.heading == heading) return each;
+    }
+    throw std::runtime_error("no section " + heading.toStdString());
+}
+
+/// A report in which every text is as bad as can be.
+ProofReport hostileReport() {
+    const std::string bad = "<img src='http://x.example/a.png'><b>Signed by bank.example</b> \u202E%1\n" +
+                            std::string(200'000, 'x');
+    ProofReport report;
+    report.fileName = bad;
+    report.summary.subject = report.summary.messageID.emplace(bad);
+    report.summary.from.assign(100'000, MailAddress{bad.substr(0, 60), "a@\u05D0\u05D1.example"});
+    report.flags.assign(100'000, {LookAlikeFlag::Punycode{"xn--a.example", bad.substr(0, 80)}});
+    report.dkim.assign(10, DKIMResult{});
+    for (DKIMResult& each : report.dkim) each.domain = each.selector = each.detail = each.algorithm = bad;
+    report.dkim[0].signedHeaders.assign(10'000, bad.substr(0, 50));
+    report.receiverResults.push_back({bad, {100'000, {"dkim", "pass", {{"header.d", bad.substr(0, 50)}}}}});
+    report.arc.hops.assign(5, {1, bad, report.dkim[1], true, {}});
+    report.verdict = {VerdictKind::signedByOther, Tone::caution, bad, bad, {bad}};
+    return report;
+}
+
+void eachText(const ReportRow& row, const std::function<void(const QString&)>& visit) {
+    visit(row.label);
+    visit(row.sentence);
+    for (const ReportLine& note : row.notes) visit(note.text);
+    for (const ReportFact& fact : row.details) visit(fact.value);
+}
+
+void eachText(const ReportContent& content, const std::function<void(const QString&)>& visit) {
+    visit(content.headline);
+    visit(content.explanation);
+    for (const ReportLine& each : content.beside) visit(each.text);
+    for (const ReportSection& each : content.sections) {
+        for (const ReportFact& fact : each.facts) visit(fact.value);
+        for (const ReportRow& row : each.rows) eachText(row, visit);
+        for (const ReportRow& row : each.chain) eachText(row, visit);
+    }
+}
+
+TEST(ReportContent, hostileTextIsCappedAndInert) {
+    const ProofReport report = hostileReport();
+    const ReportContent content = reportContent(report, std::vector<PathStep>(10'000), {}, english);
+    std::size_t texts = 0;
+    eachText(content, [&](const QString& text) {
+        ++texts;
+        EXPECT_LT(text.size(), 50'000);
+        EXPECT_FALSE(text.contains(u'\u202E') || text.contains(u'\n')) << text.left(200).toStdString();
+    });
+    EXPECT_LT(texts, 2'000U);
+    EXPECT_EQ(section(content, "Warning signs").rows.size(), 50U);
+    EXPECT_EQ(section(content, "Warning signs").remarks, QStringList("and 99,950 more"));
+    EXPECT_EQ(section(content, "The way it came").chain.size(), 50U);
+    EXPECT_TRUE(section(content, "The message says").facts[0].value.endsWith("and 99,950 more"));
+}
+
+TEST(ReportContent, thePathAndTheStepThatWasJudged) {
+    const Sample sample = checkedSample("mailing-list");
+    const ReportContent content = reportContent(sample.report, sample.path, {}, english);
+    const ReportSection& path = section(content, "The way it came");
+    ASSERT_EQ(path.chain.size(), 2U);
+    const auto notes = [&](std::size_t step) {
+        QStringList all;
+        for (const ReportLine& each : path.chain[step].notes) all << each.text;
+        return all.join(" | ");
+    };
+    EXPECT_FALSE(notes(0).contains("judged"));
+    EXPECT_TRUE(notes(1).contains("after 5 seconds | SPF was judged for this address."));
+    EXPECT_EQ(section(content, "Forwarding chain (ARC)").chain.size(), sample.report.arc.hops.size());
+    const ReportContent saved = reportContent(sample.report, std::nullopt, {}, english);
+    EXPECT_TRUE(section(saved, "The way it came").chain.empty());
+    EXPECT_FALSE(section(saved, "The way it came").remarks.isEmpty());
+}
+
+std::string program(const QString& name, const QStringList& arguments) {
+    QProcess process;
+    process.start(name, arguments);
+    EXPECT_TRUE(process.waitForFinished()) << name.toStdString();
+    return process.readAllStandardOutput().toStdString();
+}
+
+/// What another program reads out of a PDF.
+struct ReadBack {
+    explicit ReadBack(const QByteArray& pdf) {
+        EXPECT_TRUE(file.open());
+        file.write(pdf);
+        file.flush();
+        text = program("pdftotext", {"-layout", file.fileName(), "-"});
+        info = program("pdfinfo", {file.fileName()});
+        fonts = program("pdffonts", {file.fileName()});
+        images = program("pdfimages", {"-list", file.fileName()});
+    }
+    QTemporaryFile file;
+    std::string text, info, fonts, images;
+};
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(PDFExport, holdsWhatALawyerFiles) {
+    const Sample sample = checkedSample("mailing-list");
+    const ReportContent content = reportContent(sample.report, sample.path, {1'000, 100}, english);
+    const PDFFrame frame{"Quillmark report: a title",
+                         {{"SHA-256 of the message", "0123abcd"}, {"Checked", "21 Nov 2026 at 10:00 UTC"}},
+                         {{"mail._domainkey.okafor.example|TXT", "v=DKIM1; p=MIIB"}},
+                         false};
+    for (const bool isLetter : {false, true}) {
+        PDFFrame paper = frame;
+        paper.isLetter = isLetter;
+        const ReadBack read(pdfOf(content, paper, english));
+        for (const char* part :
+             {"Signature broken", "Page 1 of ", "0123abcd", "10:00 UTC", "p=MIIB", "relaxed/relaxed",
+              "From, To, Subject, Date, Message-ID", "okafor.example", "SPF was judged"}) {
+            EXPECT_TRUE(holds(read.text, part)) << part << read.text;
+        }
+        EXPECT_TRUE(holds(read.info, "Quillmark report: a title"));
+        EXPECT_TRUE(holds(read.info, isLetter ? "(letter)" : "(A4)")) << read.info;
+        EXPECT_TRUE(holds(read.fonts, " yes no  yes ") && !holds(read.fonts, " no  no  "))
+            << "a font that is not embedded\n"
+            << read.fonts;
+    }
+}
+
+TEST(PDFExport, markupIsTextAndNothingIsALink) {
+    ProofReport report = hostileReport();
+    report.summary.subject = "<img src='http://x.example/a.png'> https://evil.example/ <b>bold</b>";
+    const ReportContent content = reportContent(report, std::nullopt, {200, 3}, english);
+    const QByteArray pdf = pdfOf(content, {"<title>&", {}, {}, false}, english);
+    const ReadBack read(pdf);
+    EXPECT_TRUE(holds(read.text, "<img src='http://x.example/a.png'> https://evil.example/ <b>bold</b>"));
+    EXPECT_TRUE(holds(read.info, "<title>&"));
+    EXPECT_FALSE(pdf.contains("/URI") || pdf.contains("/JavaScript") || pdf.contains("/Launch"));
+    EXPECT_EQ(std::count(read.images.begin(), read.images.end(), '\n'), 2) << read.images;
+}
+
+TEST(PDFExport, proposedNames) {
+    const struct {
+        const char *domain, *name;
+    } rows[] = {
+        {"example.org", "example.org 2026-01-15.pdf"}, {"", "Report 2026-01-15.pdf"},
+        {"../../etc/x", "_.._etc_x 2026-01-15.pdf"},   {"con.example", "Report con.example 2026-01-15.pdf"},
+        {"COM1", "Report COM1 2026-01-15.pdf"},        {"a\nb\u202E\u05D0", "a_b_____ 2026-01-15.pdf"},
+    };
+    for (const auto& row : rows) {
+        ProofReport report;
+        report.verdict.domain = row.domain;
+        report.checkedAt = parsedRFC3339("2026-01-14T23:30:00Z").value();
+        const Reader berlin{.zone = [](Date) { return ZoneOffset{std::chrono::hours(1), "CET"}; }};
+        EXPECT_EQ(proposedName(report, ".pdf", berlin).toStdString(), row.name);
+    }
+    ProofReport report;
+    report.verdict.domain = std::string(300, 'a');
+    EXPECT_LE(proposedName(report, ".pdf", english.reader).size(), 100);
+}
+
+}  // namespace
+}  // namespace quillmark
