@@ -134,13 +134,14 @@ std::optional<Remark> unsignedBodyRemark(const DKIMResult& result, const Reader&
     }
     const auto share = static_cast<int>(100.0 * static_cast<double>(covered) /
                                         (static_cast<double>(covered) + static_cast<double>(rest)));
-    return Remark{Tone::caution,
-                  reader.translateCount(
-                      "The signature covers only the first %1 bytes of the body (%2%). The %n byte after "
-                      "them could have been added by anyone.",
-                      "The signature covers only the first %1 bytes of the body (%2%). The %n bytes after "
-                      "them could have been added by anyone.",
-                      rest, {reader.number(covered), reader.number(share)})};
+    return Remark{
+        Tone::caution,
+        reader.translateCount(
+            "The signature covers the body only up to byte %1 (%2%). The %n byte after it could have "
+            "been added by anyone.",
+            "The signature covers the body only up to byte %1 (%2%). The %n bytes after it could "
+            "have been added by anyone.",
+            rest, {reader.number(covered), reader.number(share)})};
 }
 
 Coverage coverage(const DKIMResult& result, std::string_view field) {

@@ -9,6 +9,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Findings.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"
 #include "Wording/Signatures.h"
@@ -82,6 +83,13 @@ std::string joined(std::span<const MailAddress> addresses, const Reader& reader)
     return text;
 }
 
+/// The notes that belong under one heading, those that stand beside the headline once more.
+void addNotes(Lines& lines, const ProofReport& report, NoteSection section, const Reader& reader) {
+    for (const ReportNote& note : report.notes) {
+        if (sectionOf(note) == section) lines.note(Remark{Tone::caution, sentence(note, reader)});
+    }
+}
+
 void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
     const MessageSummary& message = report.summary;
     const auto field = [&](std::string_view pattern, const std::string& value) {
@@ -98,10 +106,12 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
         field(toTranslate("Message-ID: %1"), quoted(*message.messageID));
     }
     if (message.returnPath) field(toTranslate("Return-Path: <%1>"), quoted(*message.returnPath));
-    if (report.domainAge.domain.empty()) return;
-    lines.add(reader.translate(
-        "Sender’s domain: %1, %2",
-        {quotedDomain(report.domainAge.domain), ageInWords(report.domainAge, report.checkedAt, reader)}));
+    if (!report.domainAge.domain.empty()) {
+        lines.add(reader.translate(
+            "Sender’s domain: %1, %2",
+            {quotedDomain(report.domainAge.domain), ageInWords(report.domainAge, report.checkedAt, reader)}));
+    }
+    addNotes(lines, report, NoteSection::message, reader);
 }
 
 void addWarningSigns(Lines& lines, std::span<const LookAlikeFlag> flags, const Reader& reader) {
@@ -130,6 +140,7 @@ void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader
         lines.add(Remark{tone(signature), line});
         for (const Remark& remark : remarks(signature, report.checkedAt, reader)) lines.note(remark);
     }
+    addNotes(lines, report, NoteSection::signatures, reader);
 }
 
 template <typename Finding>
@@ -159,6 +170,7 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, reader);
     addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader);
+    addNotes(lines, report, NoteSection::sendingServer, reader);
     addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
     addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader);
     lines.section(toTranslate("Your mail server said"));
@@ -166,6 +178,7 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     for (const Remark& remark : receiverRemarks(report, reader)) {
         std::exchange(isFirst, false) ? lines.add(remark) : lines.note(remark);
     }
+    addNotes(lines, report, NoteSection::receiverResults, reader);
     lines.section(toTranslate("Limits"));
     for (const Limit limit : report.limits) {
         lines.add(reader.translate("%1: %2", {title(limit, reader), sentence(limit, reader)}));

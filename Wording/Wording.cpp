@@ -6,6 +6,8 @@
 #include "QuillmarkKit/PublicSuffixList.h"
 #include "QuillmarkKit/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Findings.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -127,6 +129,7 @@ std::vector<std::string> namedDomains(const Verdict& verdict) {
 
 void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Reader& reader) {
     for (const std::string& domain : namedDomains(verdict)) {
+        if (domain.empty()) continue;
         const std::string organization = PublicSuffixList::shared().organizationalDomain(domain);
         const std::string letters = Punycode::unicodeDomain(domain);
         if (letters != domain) {
@@ -140,11 +143,87 @@ void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Read
     }
 }
 
+/// The signatures that speak for the headline: those that hold, of the organization it names.
+std::vector<const DKIMResult*> decidingSignatures(const ProofReport& report) {
+    std::vector<const DKIMResult*> deciding;
+    for (const DKIMResult& signature : report.dkim) {
+        if (signature.status == DKIMResult::Status::pass &&
+            PublicSuffixList::shared().sameOrganization(signature.domain, report.verdict.domain)) {
+            deciding.push_back(&signature);
+        }
+    }
+    return deciding;
+}
+
+/// How much of the body the best of the signatures covers.
+void addBody(std::vector<Remark>& remarks, const std::vector<const DKIMResult*>& deciding,
+             const Verdict& verdict, const Reader& reader) {
+    const DKIMResult* best = nullptr;
+    for (const DKIMResult* signature : deciding) {
+        const auto rest = [](const DKIMResult& result) { return result.unsignedBodyBytes.value_or(0); };
+        if (signature->bodyChecked && (!best || rest(*signature) < rest(*best))) best = signature;
+    }
+    if (best) {
+        if (auto remark = unsignedBodyRemark(*best, reader)) remarks.push_back(std::move(*remark));
+    } else if (verdict.kind == VerdictKind::signedByOther) {  // whose headline doesn't say so
+        remarks.push_back({Tone::caution, reader.translate("The body wasn’t there to check.")});
+    }
+}
+
+bool hasNoteOn(const ProofReport& report, std::string_view field) {
+    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* shown = std::get_if<ReportNote::ShownNotSigned>(&note.value);
+        return shown && equalsIgnoringCase(shown->field, field);
+    });
+}
+
+/// The lines that a reader goes by and that no deciding signature covers as they are shown.
+void addLines(std::vector<Remark>& remarks, const std::vector<const DKIMResult*>& deciding,
+              const ProofReport& report, const Reader& reader) {
+    std::vector<std::string> uncovered;
+    for (const char* field : {"From", "Subject", "Date", "Reply-To", "Content-Type"}) {
+        const bool isUncovered = std::ranges::all_of(deciding, [&](const DKIMResult* signature) {
+            return std::ranges::count(signature->unsignedImportant, field) > 0;
+        });
+        if (isUncovered && !hasNoteOn(report, field)) uncovered.emplace_back(field);
+    }
+    addCoverageRemarks(remarks, *deciding.front(), uncovered, reader);
+}
+
+/// Lookups that failed, by which the verdict may be worse than it would be.
+void addFailedLookups(std::vector<Remark>& remarks, const ProofReport& report, const Reader& reader) {
+    const VerdictKind kind = report.verdict.kind;
+    const bool isGood = kind == VerdictKind::verified || kind == VerdictKind::verifiedHeadersOnly;
+    const auto failed = std::ranges::find(report.dkim, DKIMResult::Status::lookupFailed, &DKIMResult::status);
+    if (failed != report.dkim.end() && !isGood && kind != VerdictKind::couldNotCheck) {
+        remarks.push_back(
+            {Tone::unknown,
+             reader.translate("The key of a signature by %1 couldn’t be asked for. Check again when you are "
+                              "online; more may be proven then.",
+                              {quotedDomain(failed->domain)})});
+    }
+    const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
+    if (spf && spf->result == SPFResult::temperror && !isGood) {
+        remarks.push_back({Tone::unknown, sentence(report.spf, reader)});
+    }
+    if (report.dmarc.status == DMARCFinding::Status::lookupFailed) {
+        remarks.push_back({Tone::unknown, sentence(report.dmarc, reader)});
+    }
+}
+
 }  // namespace
 
 std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader) {
     std::vector<Remark> remarks;
     addDomains(remarks, report.verdict, reader);
+    for (const ReportNote& note : report.notes) {
+        if (standsBesideHeadline(note)) remarks.push_back({Tone::caution, sentence(note, reader)});
+    }
+    if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
+        addBody(remarks, deciding, report.verdict, reader);
+        addLines(remarks, deciding, report, reader);
+    }
+    addFailedLookups(remarks, report, reader);
     return remarks;
 }
 

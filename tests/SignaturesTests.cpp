@@ -65,8 +65,8 @@ TEST(Signatures, remarks) {
     } rows[] = {
         {{.status = Status::pass, .bodyLength = 40'000, .unsignedBodyBytes = 10'000},
          {{caution,
-           "The signature covers only the first 40,000 bytes of the body (80%). The 10,000 bytes "
-           "after them could have been added by anyone."}}},
+           "The signature covers the body only up to byte 40,000 (80%). The 10,000 bytes "
+           "after it could have been added by anyone."}}},
         {{.status = Status::pass, .bodyLength = 0, .unsignedBodyBytes = 1},
          {{caution, "The signature covers nothing of the body. Its only byte could be anyone’s."}}},
         {{.status = Status::pass, .bodyLength = 5, .unsignedBodyBytes = 0}, {}},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Wording/NoteSentences.h"
 #include "WordingSupport.h"
 
 namespace quillmark {
@@ -48,6 +49,63 @@ TEST(Wording, problemLines) {
               "full source or its headers.");
     EXPECT_EQ(problemLine(large, std::nullopt, english),
               "That is larger than 50 MB, too large for a single email.");
+}
+
+TEST(Wording, besideHeadline) {
+    using Status = DKIMResult::Status;
+    const Verdict verified{VerdictKind::verified, Tone::good, "a.d.example", "d.example", {}};
+    const Verdict other{VerdictKind::signedByOther, Tone::caution, "d.example", "s.example", {}};
+    const DKIMResult whole{.status = Status::pass, .domain = "d.example", .bodyChecked = true};
+    const DKIMResult part{.status = Status::pass,
+                          .domain = "a.d.example",
+                          .signedHeaders = {"From"},
+                          .bodyLength = 1,
+                          .unsignedBodyBytes = 3,
+                          .bodyChecked = true,
+                          .unsignedImportant = {"Subject", "Cc"}};
+    const DKIMResult headers{.status = Status::pass, .domain = "d.example"};
+    const DKIMResult unasked{.status = Status::lookupFailed, .domain = "s.example"};
+    const Remark organization{{}, "a.d.example is a part of d.example."};
+    const Remark unsignedRest{Tone::caution,
+                              "The signature covers the body only up to byte 1 (25%). The 3 bytes after it "
+                              "could have been added by anyone."};
+    const Remark subject{
+        Tone::caution, "Not covered by the signature: Subject. This line could have been changed or added."};
+    const struct {
+        ProofReport report;
+        std::vector<Remark> remarks;
+    } rows[] = {
+        {{.dkim = {part}, .verdict = verified}, {organization, unsignedRest, subject}},
+        {{.dkim = {part, whole}, .verdict = verified}, {organization}},  // the other covers all
+        {{.dkim = {whole}, .verdict = other}, {}},
+        {{.dkim = {headers, unasked}, .verdict = other},
+         {{Tone::caution, "The body wasn’t there to check."},
+          {Tone::unknown,
+           "The key of a signature by s.example couldn’t be asked for. Check again when you "
+           "are online; more may be proven then."}}},
+        {{.dmarc = {.status = DMARCFinding::Status::lookupFailed, .fromDomain = "s.example"}},
+         {{Tone::unknown, "s.example’s policy couldn’t be asked for. Check again when you are online."}}},
+        {{.dkim = {part},
+          .verdict = verified,
+          .notes = {{ReportNote::SigningDomainNoHost{"x"}}, {ReportNote::ShownNotSigned{"Subject"}}}},
+         {organization,
+          {Tone::caution,
+           "The signing domain, “x”, isn’t a valid host name, so the signature doesn’t tell "
+           "who signed."},
+          {Tone::caution, sentence(ReportNote{ReportNote::ShownNotSigned{"Subject"}}, english)},
+          unsignedRest}},
+        {{.verdict = {VerdictKind::keyGone, Tone::unknown, "xn--mnchen-3ya.example", "", {}}},
+         {{Tone::caution, "Some apps show xn--mnchen-3ya.example as “münchen.example”."}}},
+    };
+    for (const auto& row : rows) EXPECT_EQ(besideHeadline(row.report, english), row.remarks);
+}
+
+TEST(Wording, signedByOtherWithSeveralSenders) {
+    const Verdict verdict{VerdictKind::signedByOther, Tone::caution, "d.example", "", {}};
+    EXPECT_EQ(
+        explanation({.verdict = verdict}, english),
+        "d.example vouches for this message, but From doesn’t hold exactly one usable address, so nobody "
+        "can tell whose word that is. Don’t rely on the names in From.");
 }
 
 TEST(Wording, addresses) {

@@ -1,0 +1,124 @@
+#include "Wording/NoteSentences.h"
+
+#include <variant>
+
+#include "Wording/Quoted.h"
+
+namespace quillmark {
+
+namespace {
+
+/// One overload for each note.
+struct NoteSentence {
+    const Reader& reader;
+
+    std::string operator()(const ReportNote::HeaderEndsEarly& note) const {
+        return reader.translateCount(
+            "The header lines end at line %1, which isn’t one. The %n byte from there on was read neither as "
+            "header lines nor as the body, and so it wasn’t checked; other programs may show it.",
+            "The header lines end at line %1, which isn’t one. The %n bytes from there on were read neither "
+            "as "
+            "header lines nor as the body, and so they weren’t checked; other programs may show them.",
+            note.bytes, {reader.number(note.line)});
+    }
+    std::string operator()(const ReportNote::FromHoldsMore& note) const {
+        const std::string address = quoted(note.address), more = quoted(note.more);
+        switch (note.kind) {
+            case ReportNote::FromHoldsMore::Kind::text:
+                return reader.translate("From holds more than the address that was judged, %1: “%2”.",
+                                        {address, more});
+            case ReportNote::FromHoldsMore::Kind::part:
+                return reader.translate(
+                    "From also holds something that is no address: “%2”. Only %1 was judged.",
+                    {address, more});
+            case ReportNote::FromHoldsMore::Kind::route:
+                break;
+        }
+        return reader.translate("The address in From has a route in it: “%2”. Only %1 was judged.",
+                                {address, more});
+    }
+    std::string operator()(const ReportNote::FromEmpty& note) const {
+        const std::string sender = quoted(note.sender.value_or("")),
+                          resent = quoted(note.resentFrom.value_or(""));
+        if (!note.resentFrom) {
+            return reader.translate("From names no address. The Sender line reads “%1”.", {sender});
+        }
+        if (!note.sender) {
+            return reader.translate("From names no address. The Resent-From line reads “%1”.", {resent});
+        }
+        return reader.translate(
+            "From names no address. The Sender line reads “%1”, the Resent-From line “%2”.",
+            {sender, resent});
+    }
+    std::string operator()(const ReportNote::ShownNotSigned& note) const {
+        return reader.translateCount(
+            "The %1 line that is shown isn’t the one that was signed. Shown: “%2”. Signed: “%3”. Of the %4 "
+            "such lines in the message, only the lowest is signed.",
+            "The %1 line that is shown isn’t the one that was signed. Shown: “%2”. Signed: “%3”. Of the %4 "
+            "such lines in the message, only the lowest %n are signed.",
+            note.covered,
+            {quoted(note.field), quoted(note.shown), quoted(note.signedValue), reader.number(note.count)});
+    }
+    std::string operator()(const ReportNote::LineOfSender& note) const {
+        const bool isBelow = note.why == ReportNote::LineOfSender::Why::belowReceived;
+        const std::string field = quoted(note.field), server = quoted(note.server);
+        if (isBelow || server.empty()) {
+            return reader.translate(
+                "The sender could have written the %1 line: it stands below a line that another server than "
+                "the receiver’s added.",
+                {field});
+        }
+        return reader.translate(
+            "The sender could have written the %1 line: it speaks of “%2”, but the receiver’s own line above "
+            "it doesn’t.",
+            {field, server});
+    }
+    std::string operator()(const ReportNote::SigningDomainNoHost& note) const {
+        return reader.translate(
+            "The signing domain, “%1”, isn’t a valid host name, so the signature doesn’t tell who signed.",
+            {quoted(note.domain)});
+    }
+    std::string operator()(const ReportNote::SigningDomainPublicSuffix& note) const {
+        return reader.translate(
+            "The signing domain, %1, is an ending under which anyone can register a name, so the signature "
+            "doesn’t tell who signed.",
+            {quotedDomain(note.domain)});
+    }
+    std::string operator()(const ReportNote::SignedAfterCheck& note) const {
+        return reader.translate(
+            "The signature by %1 says it was made on %2, which is later than this check. Either a clock is "
+            "wrong or the date is invented.",
+            {quotedDomain(note.domain), reader.time(note.signedAt)});
+    }
+    std::string operator()(const ReportNote::SignedLongBefore& note) const {
+        return reader.translate(
+            "The signature by %1 says it was made on %2, long before the message arrived on %3. Somebody may "
+            "have sent an old message once more.",
+            {quotedDomain(note.domain), reader.time(note.signedAt), reader.time(note.received)});
+    }
+};
+
+}  // namespace
+
+std::string sentence(const ReportNote& note, const Reader& reader) {
+    return std::visit(NoteSentence{reader}, note.value);
+}
+
+NoteSection sectionOf(const ReportNote& note) {
+    if (const auto* line = std::get_if<ReportNote::LineOfSender>(&note.value)) {
+        return line->field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults;
+    }
+    const bool isOfMessage = std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
+                             std::holds_alternative<ReportNote::FromHoldsMore>(note.value) ||
+                             std::holds_alternative<ReportNote::FromEmpty>(note.value);
+    return isOfMessage ? NoteSection::message : NoteSection::signatures;
+}
+
+bool standsBesideHeadline(const ReportNote& note) {
+    return std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
+           std::holds_alternative<ReportNote::ShownNotSigned>(note.value) ||
+           std::holds_alternative<ReportNote::SigningDomainNoHost>(note.value) ||
+           std::holds_alternative<ReportNote::SigningDomainPublicSuffix>(note.value);
+}
+
+}  // namespace quillmark

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "QuillmarkKit/Report.h"
+#include "Wording/Reader.h"
+
+/// The words for what a person must know that the verdict does not say.
+namespace quillmark {
+
+std::string sentence(const ReportNote& note, const Reader& reader);
+
+/// The part of a report that a note belongs to.
+enum class NoteSection { message, signatures, sendingServer, receiverResults };
+NoteSection sectionOf(const ReportNote& note);
+
+/// Whether the headline alone would mislead: such a note is also said beside it.
+bool standsBesideHeadline(const ReportNote& note);
+
+}  // namespace quillmark
