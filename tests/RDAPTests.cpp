@@ -195,10 +195,11 @@ TEST(RDAPClient, overHTTPS) {
             [&](const std::string&) { return Reply{.body = listFor("com", registry.url("/rdap/"))}; });
         RDAPClient client(std::make_shared<HTTPEngine>(trusting),
                           {.bootstrapURL = iana.url("/list"),
-                           .timeOut = std::string_view(row.outcome) == "timed out" ? 300ms : 10s});
+                           .timeOut = std::string_view(row.outcome) == "timed out" ? 2s : 10s});
         const auto before = elsewhere.requests().size();
         EXPECT_EQ(outcome(client, "example.com"), row.outcome);
         EXPECT_EQ(elsewhere.requests().size() - before, row.reachesElsewhere ? 1u : 0u);
+        ASSERT_FALSE(registry.requests().empty());
         EXPECT_EQ(registry.requests().front().substr(0, 31), "GET /rdap/domain/example.com HT");
         EXPECT_NE(registry.requests().front().find("Accept: application/rdap+json, application/json\r\n"),
                   std::string::npos);
