@@ -80,9 +80,8 @@ PasteView::PasteView(const Words& words, QWidget* parent) : QDialog(parent), m_e
             [this] { m_check->setEnabled(m_edit->holdsSomething()); });
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [this] {
-        const std::string source = m_edit->source();
+        emit submitted(m_edit->source());
         accept();
-        emit submitted(source);
     });
     m_edit->setFocus();
     resize(70 * fontMetrics().averageCharWidth(), 26 * fontMetrics().height());

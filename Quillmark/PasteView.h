@@ -18,7 +18,7 @@ public:
     explicit PasteView(const Words& words, QWidget* parent = nullptr);
 
 signals:
-    /// The person wants this text checked. The sheet closes by itself.
+    /// The person wants this text checked. The sheet closes by itself afterwards.
     void submitted(const std::string& text);
 
 private:

@@ -1,0 +1,474 @@
+#include "Quillmark/QuillmarkApp.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLocale>
+#include <QMenu>
+#include <QSettings>
+#include <QUrl>
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "Quillmark/HelpView.h"
+#include "Quillmark/PDFExport.h"
+#include "Quillmark/Panels.h"
+#include "Quillmark/PasteView.h"
+#include "Quillmark/ReportView.h"
+#include "Quillmark/SettingsView.h"
+#include "Quillmark/WelcomeView.h"
+#include "QuillmarkKit/Evidence.h"
+#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Support/Files.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "WindowBaseline/CloseGuard.h"
+#include "WindowBaseline/WindowReader.h"
+#include "Wording/TextReport.h"
+
+namespace quillmark {
+
+namespace {
+
+/// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
+constexpr std::size_t longestHeaderRead = 1'000'000;
+/// Files of one drop that are read at the drop, all together, in bytes: many a mail program deletes what it
+/// handed over, and so little takes no time.
+constexpr std::int64_t mostReadAtDrop = 16'000'000;
+constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
+/// What the PDF holds of one text, in bytes, and of one list.
+constexpr ReportCaps paperCaps{1'000, 100};
+constexpr std::size_t mostLookups = 500;
+constexpr const char* zoomKey = "zoom";
+
+QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
+
+std::vector<PathStep> pathOf(const CheckedMessage& checked) {
+    const std::string_view head = checked.bytes->view().substr(0, longestHeaderRead);
+    return receivedPath(MailMessage::parse(ByteBuffer(head), checked.mode));
+}
+
+/// What was asked and answered, a line each.
+std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& words) {
+    std::vector<ReportFact> facts;
+    const auto add = [&](std::string_view question, const QString& answer, const std::string& source) {
+        if (facts.size() >= mostLookups) return;
+        facts.push_back({shown(question, paperCaps.text),
+                         source.empty() ? answer : words("%1 (from %2)", answer, shown(source))});
+    };
+    if (checked.answers) {
+        for (const auto& [question, entry] : checked.answers->dns.entries()) {
+            QStringList data;
+            for (const std::string& each : entry.value.data()) data << shown(each, paperCaps.text);
+            const bool isMissing = std::holds_alternative<DNSAnswer::NXDomain>(entry.value.value);
+            if (data.isEmpty()) data << (isMissing ? words("no such name") : words("no such record"));
+            add(question, data.join(QStringLiteral(" · ")), entry.source);
+        }
+        for (const auto& [domain, entry] : checked.answers->registrations.entries()) {
+            add(domain,
+                entry.value
+                    ? words("registered on %1", QString::fromStdString(words.reader.date(*entry.value)))
+                    : words("no registration date published"),
+                entry.source);
+        }
+    }
+    if (checked.failures) {
+        for (const auto* record : {&checked.failures->dns, &checked.failures->registrations}) {
+            for (const auto& [question, entry] : record->entries()) {
+                add(question, words("couldn’t be asked for: %1", shown(entry.value)), {});
+            }
+        }
+    }
+    return facts;
+}
+
+}  // namespace
+
+QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Words& words)
+    : m_model(model),
+      m_surroundings(std::move(surroundings)),
+      m_words(words),
+      m_list(
+          [this](const ListEntry& entry) -> const ProofReport* {
+              const auto found = m_reports.find(entry.id);
+              return found == m_reports.end() ? nullptr : found->second.get();
+          },
+          m_surroundings.now, words),
+      m_window(m_list, words),
+      m_font(QApplication::font()) {
+    m_window.setWindowIcon(programIcon());
+    new window_baseline::CloseGuard(&m_window, [this] {
+        m_model.cancelAll();
+        return true;
+    });
+    new window_baseline::WindowReader(&m_window, *m_surroundings.settings, "window");
+    zoom(m_surroundings.settings->value(QLatin1String(zoomKey), 1.0).toDouble());
+    connect(&m_window, &MainView::commanded, this, &QuillmarkApp::perform);
+    connect(&m_window, &MainView::received, this, &QuillmarkApp::receive);
+    connect(&m_window, &MainView::chosen, &m_model, &AppModel::select);
+    connect(&m_window, &MainView::problemDismissed, &m_model, &AppModel::dismissProblem);
+    connect(m_window.reportView(), &ReportView::recheckWanted, this, [this] { perform(Command::recheck); });
+    connectModel();
+}
+
+QuillmarkApp::~QuillmarkApp() {
+    m_exports.waitForDone();
+    delete m_sheet;
+}
+
+void QuillmarkApp::connectModel() {
+    for (const auto& [timer, refresh] : {std::pair(&m_listTimer, &QuillmarkApp::refreshList),
+                                         std::pair(&m_selectionTimer, &QuillmarkApp::refreshSelection)}) {
+        timer->setSingleShot(true);
+        timer->setInterval(0);
+        connect(timer, &QTimer::timeout, this, refresh);
+    }
+    const auto later = [](QTimer& timer) { return [&timer] { timer.start(); }; };
+    connect(&m_model, &AppModel::sessionChanged, this, later(m_listTimer));
+    connect(&m_model, &AppModel::historyChanged, this, later(m_listTimer));
+    connect(&m_model, &AppModel::selectionChanged, this, later(m_selectionTimer));
+    connect(&m_model, &AppModel::sheetChanged, this, &QuillmarkApp::refreshSheet);
+    connect(&m_model, &AppModel::problemChanged, this,
+            [this] { m_window.setProblem(isolatedRuns(m_model.problem().value_or(""))); });
+    connect(&m_model, &AppModel::progressChanged, this, [this] {
+        const AppModel::Progress progress = m_model.progress();
+        m_window.setRunning(progress.all - progress.done);
+    });
+    m_window.setProblem(isolatedRuns(m_model.problem().value_or("")));
+    refreshList();
+    refreshSelection();
+    refreshSheet();
+}
+
+void QuillmarkApp::refreshList() {
+    m_reports.clear();
+    m_saved.clear();
+    std::vector<ListEntry> entries;
+    for (const AppModel::Row& row : m_model.session()) {
+        const bool isNew = row.isRunning || !row.report;
+        entries.push_back({isNew ? ListEntry::Kind::running : ListEntry::Kind::session, row.id,
+                           QString::fromStdString(row.name.value_or(""))});
+        if (row.report) m_reports[row.id] = row.report;
+    }
+    const auto& history = m_model.history();
+    for (auto each = history.rbegin(); each != history.rend(); ++each) {
+        m_saved[(*each)->id] = *each;
+        if (!m_reports.try_emplace((*each)->id, *each).second) continue;  // a row of this run has it
+        entries.push_back({ListEntry::Kind::history, (*each)->id, {}});
+    }
+    m_list.setEntries(std::move(entries));
+    refreshSelection();
+}
+
+SharedReport QuillmarkApp::selectedReport() const {
+    return selected() ? m_model.report(*selected()) : nullptr;
+}
+
+void QuillmarkApp::refreshSelection() {
+    m_window.select(selected());
+    const SharedReport report = selectedReport();
+    const auto checked = selected() ? m_model.message(*selected()) : std::nullopt;
+    if (report && (report != m_shown || checked.has_value() != m_hasMessage)) {
+        std::optional<std::vector<PathStep>> path;
+        if (checked) path = pathOf(*checked);
+        m_window.showReport(reportContent(*report, path, {}, m_words));
+    } else if (!report && selected()) {
+        const AppModel::Row* row = m_model.row(*selected());
+        m_window.showRunning(row && row->name ? shown(*row->name) : m_words("Pasted source"));
+    } else if (!report) {
+        m_window.showDropArea();
+    }
+    m_shown = report;
+    m_hasMessage = checked.has_value();
+    refreshCommands();
+}
+
+void QuillmarkApp::refreshCommands() {
+    const bool hasReport = selectedReport() != nullptr;
+    for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
+                               Command::expandAll, Command::foldAll}) {
+        m_window.action(each)->setEnabled(hasReport);
+    }
+    m_window.action(Command::exportEvidence)->setEnabled(hasReport && m_hasMessage);
+    const bool canRecheck = selected() && m_model.canRecheck(*selected());
+    QAction* recheck = m_window.action(Command::recheck);
+    recheck->setEnabled(canRecheck);
+    recheck->setToolTip(canRecheck
+                            ? QString()
+                            : m_words("The message itself isn’t at hand. Open it again to check it again."));
+    m_window.reportView()->offerRecheck(canRecheck);
+    m_window.action(Command::removeFromList)->setEnabled(selected() && m_model.row(*selected()));
+    m_window.action(Command::removeFromHistory)
+        ->setEnabled(selected() && m_saved.contains(*selected()) &&
+                     m_model.historyState() == AppModel::HistoryState::ready);
+}
+
+void QuillmarkApp::refreshSheet() {
+    if (m_sheet) {
+        m_sheet->disconnect(this);
+        m_sheet->deleteLater();
+        m_sheet = nullptr;
+    }
+    if (!m_model.sheet()) return;
+    if (*m_model.sheet() == AppModel::Sheet::paste) {
+        auto* sheet = new PasteView(m_words, &m_window);
+        connect(sheet, &PasteView::submitted, this, [this](const std::string& text) { m_model.paste(text); });
+        m_sheet = sheet;
+    } else {
+        m_sheet = new WelcomeView(m_words, &m_window);
+    }
+    connect(m_sheet, &QDialog::finished, this, [this] { m_model.dismissSheet(); });
+    m_sheet->open();
+}
+
+void QuillmarkApp::perform(Command command) {
+    const auto id = selected();
+    switch (command) {
+        case Command::open:
+            return chooseFiles();
+        case Command::paste:
+            return m_model.showSheet(AppModel::Sheet::paste);
+        case Command::closeWindow:
+        case Command::quit:
+            m_window.close();
+            return;
+        case Command::find:
+            return m_window.focusFilter();
+        case Command::settings:
+            return showSettings();
+        case Command::recheck:
+            if (id) m_model.recheck(*id);
+            return;
+        case Command::cancelChecks:
+            return m_model.cancelAll();
+        case Command::exportPDF:
+            return exportPDF();
+        case Command::exportText:
+            return exportText();
+        case Command::exportEvidence:
+            return exportEvidence();
+        case Command::copyReport:
+            return copyReport();
+        case Command::removeFromList:
+            if (id) m_model.removeFromList(*id);
+            return;
+        case Command::removeFromHistory:
+            if (id) m_model.removeFromHistory(*id);
+            return;
+        case Command::toggleList:
+            return;  // the window does it
+        case Command::expandAll:
+        case Command::foldAll:
+            return m_window.reportView()->expandAll(command == Command::expandAll);
+        case Command::zoomIn:
+        case Command::zoomOut:
+        case Command::actualSize: {
+            const double now = m_surroundings.settings->value(QLatin1String(zoomKey), 1.0).toDouble();
+            return zoom(command == Command::actualSize ? 1.0
+                        : command == Command::zoomIn   ? now * zoomStep
+                                                       : now / zoomStep);
+        }
+        case Command::helpChecks:
+            return showHelp(HelpPage::checks);
+        case Command::helpLimits:
+            return showHelp(HelpPage::limits);
+        case Command::helpShortcuts:
+            return showHelp(HelpPage::shortcuts);
+        case Command::about:
+            return showAbout(m_words, &m_window);
+    }
+}
+
+void QuillmarkApp::openFiles(const QStringList& paths) {
+    std::vector<std::string> files;
+    for (const QString& each : paths) files.push_back(each.toLocal8Bit().toStdString());
+    if (!files.empty()) m_model.openFiles(std::move(files));
+    m_window.setWindowState(m_window.windowState() & ~Qt::WindowMinimized);
+    m_window.show();
+    m_window.raise();
+    m_window.activateWindow();
+}
+
+void QuillmarkApp::receive(const DropContents& contents) {
+    if (const auto* files = std::get_if<DropContents::Files>(&contents.value)) return receiveFiles(*files);
+    if (const auto* data = std::get_if<DropContents::Data>(&contents.value)) {
+        m_model.checkData(data->bytes);
+    } else if (const auto* text = std::get_if<DropContents::Text>(&contents.value)) {
+        m_model.paste(text->text);
+    } else if (std::holds_alternative<DropContents::LinkOnly>(contents.value)) {
+        m_model.showProblem(
+            m_words("That is only a link to a message, not the message itself. Save the message as an "
+                    ".eml file and drop that, or copy its source and paste it.")
+                .toStdString());
+    } else {
+        m_model.showProblem(
+            m_words("That holds no message. Drop a saved message, or copy a message’s source and paste it.")
+                .toStdString());
+    }
+}
+
+void QuillmarkApp::receiveFiles(const DropContents::Files& files) {
+    std::int64_t size = 0;
+    for (const std::string& path : files.paths) {
+        const QFileInfo file(fromPath(path));
+        if (file.isFile()) size += file.size();
+        if (size > mostReadAtDrop) break;
+    }
+    if (size > mostReadAtDrop) {
+        m_model.openFiles(files.paths);
+    } else {
+        std::vector<std::string> others;  // devices, and what cannot be read: the model says why
+        std::vector<std::pair<std::string, std::string>> read;
+        for (const std::string& path : files.paths) {
+            auto bytes = QFileInfo(fromPath(path)).isFile() ? readFile(path) : Refusal{};
+            if (const auto* buffer = std::get_if<ByteBuffer>(&bytes)) {
+                read.emplace_back(repairedUTF8(std::filesystem::path(path).filename().string()),
+                                  buffer->view());
+            } else {
+                others.push_back(path);
+            }
+        }
+        if (!others.empty()) m_model.openFiles(std::move(others));
+        // The newest intake stands on top: the first file comes last.
+        for (auto each = read.rbegin(); each != read.rend(); ++each) {
+            m_model.checkData(std::move(each->second), std::move(each->first));
+        }
+    }
+    if (files.paths.empty()) m_model.showProblem(m_words("There is no file in that folder.").toStdString());
+    if (files.wasCut) {
+        m_model.showProblem(m_words("Only the first %1 files of the folders were taken in.",
+                                    QString::fromStdString(m_words.reader.number(mostFilesOfFolders)))
+                                .toStdString());
+    }
+}
+
+void QuillmarkApp::chooseFiles() {
+    auto* dialog = new QFileDialog(&m_window, m_words("Choose one or more saved emails (.eml)."));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setNameFilters({m_words("Saved emails (*.eml)"), m_words("All files (*)")});
+    connect(dialog, &QFileDialog::filesSelected, this,
+            [this](const QStringList& files) { openFiles(files); });
+    dialog->open();
+}
+
+void QuillmarkApp::save(const QString& suffix, const QString& kind, std::function<std::string()> bytes) {
+    const SharedReport report = selectedReport();
+    if (!report) return;
+    auto* dialog = new QFileDialog(&m_window, m_words("Export"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);  // which asks before a file is replaced
+    dialog->setFileMode(QFileDialog::AnyFile);
+    dialog->setNameFilter(kind + QStringLiteral(" (*") + suffix + u')');
+    dialog->setDefaultSuffix(suffix.mid(1));
+    dialog->selectFile(proposedName(*report, suffix, m_words.reader));
+    connect(dialog, &QFileDialog::fileSelected, this, [this, bytes = std::move(bytes)](const QString& path) {
+        m_exports.start([this, bytes, name = path.toLocal8Bit().toStdString()] {
+            try {
+                replaceFile(name, bytes());
+            } catch (const std::filesystem::filesystem_error& error) {
+                const QString why = QString::fromStdString(error.code().message());
+                QMetaObject::invokeMethod(this, [this, why] {
+                    m_model.showProblem(m_words("The report couldn’t be saved: %1", why).toStdString());
+                });
+            }
+        });
+    });
+    dialog->open();
+}
+
+void QuillmarkApp::exportPDF() {
+    const SharedReport report = selectedReport();
+    if (!report) return;
+    save(QStringLiteral(".pdf"), m_words("PDF documents"),
+         [words = m_words, report, checked = m_model.message(report->id)] {
+             std::optional<std::vector<PathStep>> path;
+             if (checked) path = pathOf(*checked);
+             const ReportContent content = reportContent(*report, path, paperCaps, words);
+             PDFFrame frame;
+             frame.title = withoutIsolation(words("Quillmark report: %1", content.headline));
+             frame.isLetter = QLocale().measurementSystem() == QLocale::ImperialUSSystem;
+             frame.record = {
+                 {words("Checked"), words.time(report->checkedAt)},
+                 {words("Checked with"), words("Quillmark %1", QApplication::applicationVersion())}};
+             if (report->fileName)
+                 frame.record.push_back({words("File"), shown(*report->fileName, paperCaps.text)});
+             if (checked) {
+                 frame.record.push_back({words("SHA-256 of the message"),
+                                         QString::fromStdString(sha256(checked->bytes->view()))});
+                 frame.record.push_back(
+                     {words("Size"),
+                      words("%1 bytes", QString::fromStdString(words.reader.number(
+                                            static_cast<std::int64_t>(checked->bytes->size()))))});
+                 frame.lookups = lookupsOf(*checked, words);
+             }
+             return pdfOf(content, frame, words).toStdString();
+         });
+}
+
+void QuillmarkApp::exportText() {
+    const SharedReport report = selectedReport();
+    if (!report) return;
+    save(QStringLiteral(".txt"), m_words("Text files"),
+         [reader = m_words.reader, report] { return textReport(*report, reader) + "\n"; });
+}
+
+void QuillmarkApp::exportEvidence() {
+    const SharedReport report = selectedReport();
+    const auto checked = report ? m_model.message(report->id) : std::nullopt;
+    if (!checked) return;
+    save(QStringLiteral(".json"), m_words("Recorded answers"), [report, checked = *checked] {
+        RecordedMessage message{{}, checked.failures};
+        if (report->fileName) message.files.insert(*report->fileName);
+        const std::string by = "Quillmark " + QApplication::applicationVersion().toStdString();
+        return recordingJSON(
+            by, {report->checkedAt, checked.begun, checked.ended}, *checked.answers,
+            std::holds_alternative<DomainAge::Status::Skipped>(report->domainAge.status.value)
+                ? Registrations::notAsked
+                : Registrations::asked,
+            {{sha256(checked.bytes->view()), message}});
+    });
+}
+
+void QuillmarkApp::copyReport() {
+    if (const SharedReport report = selectedReport()) {
+        QApplication::clipboard()->setText(QString::fromStdString(textReport(*report, m_words.reader)));
+    }
+}
+
+void QuillmarkApp::showSettings() {
+    const AppSettings& now = m_model.settings();
+    auto* view =
+        new SettingsView({now.checkDomainAge, now.keepHistory, QString::fromStdString(m_model.historyLock())},
+                         m_words, &m_window);
+    view->setAttribute(Qt::WA_DeleteOnClose);
+    connect(view, &SettingsView::checkDomainAgeChanged, &m_model, &AppModel::setCheckDomainAge);
+    connect(view, &SettingsView::keepHistoryChanged, &m_model, &AppModel::setKeepHistory);
+    connect(view, &SettingsView::clearHistoryConfirmed, &m_model, &AppModel::clearHistory);
+    connect(view, &SettingsView::welcomeWanted, this,
+            [this] { m_model.showSheet(AppModel::Sheet::welcome); });
+    connect(view, &SettingsView::dataFolderWanted, this, [this] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(fromPath(m_surroundings.dataFolder())));
+    });
+    view->open();
+}
+
+void QuillmarkApp::showHelp(HelpPage page) {
+    if (!m_help) m_help = new HelpView(m_window.shortcuts(), m_words, &m_window);
+    m_help->showPage(page);
+    m_help->show();
+    m_help->raise();
+    m_help->activateWindow();
+}
+
+void QuillmarkApp::zoom(double factor) {
+    factor = std::clamp(factor, leastZoom, mostZoom);
+    m_surroundings.settings->setValue(QLatin1String(zoomKey), factor);
+    QFont font = m_font;
+    font.setPointSizeF(font.pointSizeF() * factor);
+    QApplication::setFont(font);
+}
+
+}  // namespace quillmark

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QThreadPool>
+#include <QTimer>
+#include <functional>
+#include <map>
+#include <optional>
+
+#include "Quillmark/AppModel.h"
+#include "Quillmark/MainView.h"
+#include "Quillmark/ReportList.h"
+#include "Quillmark/Words.h"
+
+class QDialog;
+class QSettings;
+
+namespace quillmark {
+
+class HelpView;
+enum class HelpPage;
+
+/// Joins the model to the window: what the model holds is shown, what the person wants is done.
+class QuillmarkApp : public QObject {
+    Q_OBJECT
+public:
+    struct Surroundings {
+        QSettings* settings = nullptr;  ///< of the window alone: where it was, how large the letters are
+        std::function<std::string()> dataFolder = {};  ///< where the history lies
+        std::function<Date()> now = {};
+    };
+
+    /// `model` and the settings must outlive it. The window is not shown yet.
+    QuillmarkApp(AppModel& model, Surroundings surroundings, const Words& words);
+    ~QuillmarkApp() override;
+
+    MainView& window() { return m_window; }
+    /// Takes files in, as from the command line or a second start, and brings the window to the front.
+    void openFiles(const QStringList& paths);
+
+private:
+    void connectModel();
+    void refreshList();
+    void refreshSelection();
+    void refreshCommands();
+    void refreshSheet();
+    void perform(Command command);
+    void receive(const DropContents& contents);
+    void receiveFiles(const DropContents::Files& files);
+
+    std::optional<UUID> selected() const { return m_model.selection(); }
+    SharedReport selectedReport() const;
+    void chooseFiles();
+    void exportPDF();
+    void exportText();
+    void exportEvidence();
+    /// Asks for a name, and before it replaces a file, and writes what `bytes` gives: it is called on another
+    /// thread.
+    void save(const QString& suffix, const QString& kind, std::function<std::string()> bytes);
+    void copyReport();
+    void showSettings();
+    void showHelp(HelpPage page);
+    void zoom(double factor);
+
+    AppModel& m_model;
+    Surroundings m_surroundings;
+    Words m_words;
+    std::map<UUID, SharedReport> m_reports;  // all that the list shows
+    std::map<UUID, SharedReport> m_saved;
+    ReportList m_list;
+    MainView m_window;
+    QTimer m_listTimer, m_selectionTimer;  // one refresh for a burst of changes
+    QThreadPool m_exports;                 // where files are made and written
+    SharedReport m_shown;
+    bool m_hasMessage = false;
+    QPointer<QDialog> m_sheet;
+    QPointer<HelpView> m_help;
+    QFont m_font;
+};
+
+}  // namespace quillmark

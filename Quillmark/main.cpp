@@ -1,0 +1,109 @@
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QSettings>
+#include <QSocketNotifier>
+#include <QStandardPaths>
+#include <cstdlib>
+#include <filesystem>
+
+#include "Quillmark/AppModel.h"
+#include "Quillmark/Panels.h"
+#include "Quillmark/QuillmarkApp.h"
+#include "Quillmark/SingleInstance.h"
+#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Support/HTTP.h"
+
+namespace {
+
+using namespace quillmark;
+
+constexpr std::string_view folderName = "Quillmark";  // of the command line, too
+
+std::string environment(std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        if (const char* value = std::getenv(name); value && *value) return value;
+    }
+    return {};
+}
+
+/// HTTPS by way of the proxy that the session names, if it names one.
+std::shared_ptr<HTTP> network() {
+    HTTPOptions options;
+    options.proxy = environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
+    options.noProxy = environment({"no_proxy", "NO_PROXY"});
+    return std::make_shared<HTTPEngine>(std::move(options));
+}
+
+std::filesystem::path cacheFolder() {
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    return std::filesystem::path(folder.toLocal8Bit().toStdString()) / "quillmark";
+}
+
+/// A descriptor that can be read once the session wants the process to end. To be called before there is any
+/// thread, so that all of them leave these signals alone.
+int endOfSession() {
+    signal(SIGPIPE, SIG_IGN);  // a connection that breaks is an error of that connection, not of the program
+    sigset_t endings;
+    sigemptyset(&endings);
+    for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&endings, each);
+    pthread_sigmask(SIG_BLOCK, &endings, nullptr);
+    return signalfd(-1, &endings, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int ending = endOfSession();
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("quillmark-desktop"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
+    QApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("org.quillmark.Quillmark"));
+    QApplication::setWindowIcon(programIcon());
+    const Words words{Reader::ofEnvironment()};
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(words("Find out who can be proven to have sent an email."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument(QStringLiteral("FILE"), words("saved emails to check"),
+                                 QStringLiteral("[FILE…]"));
+    parser.process(application);
+    QStringList files;
+    for (const QString& each : parser.positionalArguments()) files << QDir::current().absoluteFilePath(each);
+
+    SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation));
+    if (!instance.isFirst()) return instance.handOver(files) ? 0 : 1;
+
+    const auto http = network();
+    const auto now = [] {
+        return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    };
+    AppModel::Surroundings surroundings;
+    surroundings.resolver = std::make_shared<DoHResolver>(http);
+    surroundings.registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(folderName)}; };
+    surroundings.settings = std::make_shared<UserSettingsStore>();
+    surroundings.now = now;
+    surroundings.reader = words.reader;
+    AppModel model(surroundings);
+
+    QSettings windowSettings(QStringLiteral("quillmark"), QStringLiteral("window"));
+    QuillmarkApp app(model,
+                     {&windowSettings,
+                      [] { return HistoryFile::defaultLocation(folderName).parent_path().string(); }, now},
+                     words);
+    QObject::connect(&instance, &SingleInstance::received, &app, &QuillmarkApp::openFiles);
+    QSocketNotifier notifier(ending, QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &application, &QApplication::quit);
+    app.openFiles(files);
+    const int status = QApplication::exec();
+    model.finish();
+    return status;
+}

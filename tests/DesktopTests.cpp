@@ -1,0 +1,422 @@
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QClipboard>
+#include <QDialog>
+#include <QDragEnterEvent>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QListView>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+
+#include "Quillmark/PlainText.h"
+#include "Quillmark/QuillmarkApp.h"
+#include "Quillmark/ReportView.h"
+#include "TestSamples.h"
+#include "Wording/Wording.h"
+
+/// The real window over the real model, driven as a person would: by keys, clicks and drops.
+namespace quillmark {
+namespace {
+
+/// Answers as another does, but only while it is open.
+class GatedResolver : public DNSResolver {
+public:
+    explicit GatedResolver(std::shared_ptr<DNSResolver> resolver) : m_resolver(std::move(resolver)) {}
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+        std::unique_lock lock(m_mutex);
+        if (!m_changed.wait(lock, stop, [this] { return m_isOpen; })) throw DNSLookupError("stopped");
+        if (isOffline) throw DNSLookupError("no resolver answered");
+        return m_resolver->lookup(name, type, stop);
+    }
+    void setOpen(bool isOpen) {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = isOpen;
+        m_changed.notify_all();
+    }
+    std::atomic<bool> isOffline = false;
+
+private:
+    std::shared_ptr<DNSResolver> m_resolver;
+    std::mutex m_mutex;
+    std::condition_variable_any m_changed;
+    bool m_isOpen = true;
+};
+
+/// A run of the application in a folder of its own; several runs may follow each other there.
+struct Desk {
+    explicit Desk(const QTemporaryDir& folder, const char* sample = "rfc8463", bool welcomed = true)
+        : resolver(std::make_shared<GatedResolver>(sampleResolver(sample))),
+          windowSettings(folder.filePath("window.ini"), QSettings::IniFormat) {
+        AppModel::Surroundings surroundings;
+        surroundings.resolver = resolver;
+        surroundings.historyFile = [path = folder.filePath("history.json").toStdString()] {
+            return HistoryFile{path};
+        };
+        surroundings.settings = std::make_shared<UserSettingsStore>(folder.filePath("settings.ini"));
+        surroundings.now = now;
+        surroundings.reader = words.reader;
+        if (welcomed) saveSettings({.onboardingDone = true}, *surroundings.settings);
+        begin(surroundings);
+    }
+    /// With the settings as the run before left them.
+    Desk(const QTemporaryDir& folder, std::nullptr_t) : Desk(folder, "rfc8463", false) {}
+    ~Desk() {
+        resolver->setOpen(true);
+        model->finish();
+    }
+
+    static Date now() {
+        return std::chrono::sys_days(std::chrono::November / 21 / 2026) + std::chrono::hours(10);
+    }
+    void begin(const AppModel::Surroundings& surroundings) {
+        model = std::make_unique<AppModel>(surroundings);
+        app = std::make_unique<QuillmarkApp>(
+            *model, QuillmarkApp::Surroundings{&windowSettings, [] { return std::string(); }, now}, words);
+        app->openFiles({});
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window()));
+    }
+
+    MainView& window() { return app->window(); }
+    ReportList& list() { return static_cast<ReportList&>(*window().listView()->model()); }
+    /// The first lines of the rows, those of headings, too.
+    QStringList rows() {
+        QStringList all;
+        for (int i = 0; i < list().rowCount(); ++i)
+            all << withoutIsolation(list().index(i).data().toString());
+        return all;
+    }
+    QString headline() {
+        const auto* text = window().findChild<PlainText*>("headline");
+        return text && text->isVisible() ? withoutIsolation(text->toPlainText()) : QString();
+    }
+    bool waitFor(const std::function<bool()>& condition) { return QTest::qWaitFor(condition, 20'000); }
+    bool waitForHeadline(const QString& text) {
+        const bool came = waitFor([&] { return headline() == text && !model->busy(); });
+        EXPECT_TRUE(came) << headline().toStdString() << " | " << window().problem().toStdString();
+        return came;
+    }
+    /// A drag from a mail program, over the window and let go.
+    void drop(const QMimeData& data) {
+        QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(&window(), &enter);
+        EXPECT_TRUE(enter.isAccepted());
+        QDropEvent event(QPointF(50, 50), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+        event.setDropAction(Qt::MoveAction);
+        QApplication::sendEvent(&window(), &event);
+        EXPECT_EQ(event.dropAction(), Qt::CopyAction)
+            << "a move would let the mail program delete the message";
+    }
+    void key(Qt::Key key, Qt::KeyboardModifiers modifiers = {}) {
+        QWidget* focus = QApplication::focusWidget();
+        QTest::keyClick(focus ? focus : &window(), key, modifiers);
+    }
+    QDialog* sheet() {
+        for (QDialog* each : window().findChildren<QDialog*>()) {
+            if (each->isVisible()) return each;
+        }
+        return nullptr;
+    }
+
+    Words words{{.platform = Platform::other, .zone = [](Date) { return ZoneOffset{}; }}};
+    std::shared_ptr<GatedResolver> resolver;
+    QSettings windowSettings;
+    std::unique_ptr<AppModel> model;
+    std::unique_ptr<QuillmarkApp> app;
+};
+
+QByteArray contents(const std::string& path) {
+    QFile file(QString::fromStdString(path));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path;
+    return file.readAll();
+}
+
+/// What the sample's good report is headed by, whatever domain it speaks of.
+QString headlineOf(const std::string& sample) {
+    const Reader reader{.platform = Platform::other};
+    return QString::fromStdString(headline(checkedSample(sample).report.verdict, reader));
+}
+
+TEST(Desktop, everyFormOfADropIsChecked) {
+    const QTemporaryDir folder;
+    const std::string path = samplePath("rfc8463.eml");
+    const QByteArray bytes = contents(path);
+    const QString expected = headlineOf("rfc8463");
+    const std::map<const char*, std::function<void(QMimeData&)>> forms = {
+        {"file", [&](QMimeData& data) { data.setUrls({QUrl::fromLocalFile(QString::fromStdString(path))}); }},
+        {"data", [&](QMimeData& data) { data.setData("message/rfc822", bytes); }},
+        {"text", [&](QMimeData& data) { data.setText(QString::fromUtf8(bytes)); }},
+        {"file that is deleted at once",
+         [&](QMimeData& data) { data.setUrls({QUrl::fromLocalFile(folder.filePath("gone.eml"))}); }},
+    };
+    for (const auto& [name, fill] : forms) {
+        SCOPED_TRACE(name);
+        Desk run(folder);
+        const QString gone = folder.filePath("gone.eml");
+        ASSERT_TRUE(QFile::copy(QString::fromStdString(path), gone));
+        QMimeData data;
+        fill(data);
+        run.drop(data);
+        ASSERT_TRUE(QFile::remove(gone));
+        run.waitForHeadline(expected);
+        EXPECT_EQ(run.window().problem(), "");
+    }
+}
+
+TEST(Desktop, whatHoldsNoMessageIsToldInOneLine) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    QMimeData link;
+    link.setUrls({QUrl("imap://me@mail.example/INBOX;UID=7")});
+    run.drop(link);
+    EXPECT_TRUE(run.window().problem().startsWith("That is only a link"))
+        << run.window().problem().toStdString();
+    QFile odd(folder.filePath("<b>x\n[OK].eml"));
+    ASSERT_TRUE(odd.open(QIODevice::WriteOnly) && odd.write("no mail") > 0);
+    odd.close();
+    QMimeData file;
+    file.setUrls({QUrl::fromLocalFile(odd.fileName()), QUrl::fromLocalFile(folder.filePath("missing.eml"))});
+    run.drop(file);
+    EXPECT_TRUE(run.waitFor([&] { return run.window().problem().contains("look like an email"); }));
+    EXPECT_FALSE(run.window().problem().contains('\n'));
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); }));
+    for (QAbstractButton* each : run.window().findChildren<QAbstractButton*>()) {
+        if (each->accessibleName() == "Dismiss") each->click();
+    }
+    EXPECT_EQ(run.window().problem(), "");
+}
+
+TEST(Desktop, severalAtOnceSelectTheFirst) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml")),
+                        QString::fromStdString(samplePath("unsigned.eml")), folder.filePath("missing.eml")});
+    run.waitForHeadline(headlineOf("rfc8463"));
+    EXPECT_TRUE(run.waitFor([&] { return run.window().problem().contains("missing.eml"); }));
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 3; })) << run.rows().join('|').toStdString();
+}
+
+TEST(Desktop, pasteInTheSheetAndStraight) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    const QString source = QString::fromUtf8(contents(samplePath("rfc8463.eml")));
+    QApplication::clipboard()->setText(source);
+    run.key(Qt::Key_V, Qt::ControlModifier | Qt::ShiftModifier);
+    QDialog* sheet = run.sheet();
+    ASSERT_TRUE(sheet);
+    sheet->findChild<QPlainTextEdit*>()->setFocus();
+    sheet->findChild<QPlainTextEdit*>()->paste();
+    QTest::keyClick(sheet->findChildren<QPushButton*>().first(), Qt::Key_Return);
+    run.waitForHeadline(headlineOf("rfc8463"));
+    EXPECT_TRUE(run.waitFor([&] { return !run.sheet(); }));
+    run.window().activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&run.window()));
+
+    run.window().listView()->setFocus();
+    run.key(Qt::Key_V, Qt::ControlModifier);
+    EXPECT_TRUE(run.waitFor([&] { return run.model->session().size() == 2 && !run.model->busy(); }));
+}
+
+TEST(Desktop, aRunningCheckIsThereAtOnceAndCanBeStopped) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    run.resolver->setOpen(false);
+    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().value(1) == "rfc8463.eml"; }));
+    EXPECT_EQ(run.list().index(1).data(ReportList::secondLineRole).toString(), "Checking…");
+    EXPECT_TRUE(run.window().action(Command::cancelChecks)->isEnabled());
+    run.window().action(Command::cancelChecks)->trigger();
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty() && !run.model->busy(); }));
+    // Closing asks nothing and ends what runs.
+    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+    EXPECT_TRUE(run.window().close());
+    EXPECT_TRUE(run.waitFor([&] { return !run.model->busy(); }));
+}
+
+TEST(Desktop, recheckAfterTheNetworkIsBack) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    run.resolver->isOffline = true;
+    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+    run.waitForHeadline("Couldn’t check: the key lookup failed");
+    QPushButton* recheck = nullptr;
+    for (QPushButton* each : run.window().reportView()->findChildren<QPushButton*>()) {
+        if (each->isVisible() && each->text() == "Re-check") recheck = each;
+    }
+    ASSERT_TRUE(recheck);
+    run.resolver->isOffline = false;
+    recheck->click();
+    run.waitForHeadline(headlineOf("rfc8463"));
+    EXPECT_EQ(run.model->session().size(), 1U);
+    EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 2; })) << "the history keeps both";
+}
+
+TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
+    const QTemporaryDir folder;
+    {
+        Desk run(folder);
+        run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+        run.waitForHeadline(headlineOf("rfc8463"));
+        EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 1; }));
+        EXPECT_EQ(run.rows().value(0), "This session");
+        run.window().listView()->setFocus();
+        run.key(Qt::Key_Delete);
+        EXPECT_TRUE(run.waitFor([&] { return run.rows().value(0) == "History"; }));
+        run.window().action(Command::settings)->trigger();
+        ASSERT_TRUE(run.sheet());
+        for (QAbstractButton* each : run.sheet()->findChildren<QAbstractButton*>()) {
+            if (each->text().startsWith("Look up how old")) each->click();
+        }
+        run.window().action(Command::zoomIn)->trigger();
+    }
+    Desk run(folder, nullptr);
+    EXPECT_FALSE(run.model->settings().checkDomainAge);
+    EXPECT_TRUE(run.model->settings().keepHistory);
+    EXPECT_FALSE(run.sheet()) << "the welcome is not shown twice";
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 2; }));
+    run.window().action(Command::actualSize)->trigger();
+    run.window().listView()->setFocus();
+    run.key(Qt::Key_Down);
+    run.waitForHeadline(headlineOf("rfc8463"));
+    EXPECT_FALSE(run.window().action(Command::recheck)->isEnabled());
+    EXPECT_FALSE(run.window().action(Command::recheck)->toolTip().isEmpty());
+    run.window().action(Command::removeFromHistory)->trigger();
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); }));
+}
+
+TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
+    for (const auto& [text, line] :
+         {std::pair("{\"version\": 1, \"reports\": [", "Your saved history couldn’t be read"),
+          std::pair("{\"version\": 99}", "Your history was saved by a newer version of Quillmark")}) {
+        const QTemporaryDir folder;
+        QFile file(folder.filePath("history.json"));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(text) > 0);
+        file.close();
+        Desk run(folder);
+        EXPECT_TRUE(run.waitFor([&] { return run.window().problem().startsWith(line); })) << line;
+    }
+}
+
+TEST(Desktop, exportsArePutWhereThePersonSays) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+    run.waitForHeadline(headlineOf("rfc8463"));
+    const struct {
+        Command command;
+        const char *name, *begins;
+    } rows[] = {
+        {Command::exportPDF, "a.pdf", "%PDF-1."},
+        {Command::exportText, "a.txt", "Quillmark report\n"},
+        {Command::exportEvidence, "a.json", "{"},
+        {Command::exportText, "a.txt/\nx", nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        run.window().action(row.command)->trigger();
+        auto* dialog = run.window().findChild<QFileDialog*>();
+        ASSERT_TRUE(dialog);
+        EXPECT_FALSE(dialog->testOption(QFileDialog::DontConfirmOverwrite));
+        EXPECT_TRUE(dialog->selectedFiles().value(0).contains(" 2026-11-21."));
+        const QString path = folder.filePath(row.name);
+        QFile::copy(QString::fromStdString(samplePath("rfc6376.eml")), path);
+        emit dialog->fileSelected(path);
+        dialog->close();
+        QApplication::sendPostedEvents(dialog, QEvent::DeferredDelete);
+        if (row.begins) {
+            EXPECT_TRUE(run.waitFor([&] { return contents(path.toStdString()).startsWith(row.begins); }));
+        } else {
+            EXPECT_TRUE(run.waitFor(
+                [&] { return run.window().problem().startsWith("The report couldn’t be saved: "); }));
+        }
+    }
+    run.window().action(Command::copyReport)->trigger();
+    EXPECT_TRUE(QApplication::clipboard()->text().startsWith("Quillmark report\n"));
+}
+
+TEST(Desktop, welcomeOnTheFirstStart) {
+    const QTemporaryDir folder;
+    Desk run(folder, "rfc8463", false);
+    ASSERT_TRUE(run.waitFor([&] { return run.sheet(); }));
+    run.sheet()->accept();
+    EXPECT_TRUE(run.waitFor([&] { return run.model->settings().onboardingDone; }));
+}
+
+/// Whether a control can be told from others without seeing it.
+QString spokenName(QWidget* widget) {
+    if (!widget->accessibleName().isEmpty()) return widget->accessibleName();
+    if (auto* button = qobject_cast<QAbstractButton*>(widget)) return button->text();
+    return {};
+}
+
+TEST(Desktop, theKeyboardReachesEverythingAndEverythingHasAName) {
+    const QTemporaryDir folder;
+    Desk run(folder, "mailing-list");
+    run.app->openFiles({QString::fromStdString(samplePath("mailing-list.eml"))});
+    EXPECT_TRUE(run.waitFor([&] { return !run.headline().isEmpty() && !run.model->busy(); }));
+    run.key(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(spokenName(QApplication::focusWidget()), "Filter the list");
+    std::set<QWidget*> reached;
+    QStringList names;
+    while (QWidget* focus = QApplication::focusWidget()) {
+        if (!reached.insert(focus).second) break;
+        EXPECT_FALSE(spokenName(focus).isEmpty()) << focus->metaObject()->className();
+        names << spokenName(focus);
+        QTest::keyClick(focus, Qt::Key_Tab);
+    }
+    for (const char* expected : {"Open…", "Paste…", "Export", "Filter the list", "Checked messages"}) {
+        EXPECT_TRUE(names.contains(expected)) << expected << " not in " << names.join('|').toStdString();
+    }
+    EXPECT_FALSE(names.filter("Details: ").isEmpty());
+    EXPECT_FALSE(names.filter("Signature broken").isEmpty()) << "the verdict is read out";
+    // Every command of the menus has a title, and every key works for one command alone.
+    std::set<QString> keys;
+    for (QAction* menu : run.window().menuBar()->actions()) {
+        EXPECT_TRUE(menu->text().contains('&'));
+        for (QAction* each : menu->menu()->actions()) {
+            if (each->isSeparator()) continue;
+            EXPECT_FALSE(each->text().isEmpty());
+            for (const QKeySequence& key : each->shortcuts()) EXPECT_TRUE(keys.insert(key.toString()).second);
+        }
+    }
+}
+
+TEST(Desktop, aLongHistoryBlocksTheWindowForAMoment) {
+    const QTemporaryDir folder;
+    constexpr std::size_t count = 1'000;
+    ProofReport report = checkedSample("mailing-list").report;
+    History history;
+    for (std::size_t i = 0; i < count; ++i) {
+        report.id = UUID::random();
+        history.reports.push_back(report);
+    }
+    HistoryFile{folder.filePath("history.json").toStdString()}.save(history);
+    Desk run(folder);
+    // The longest the event loop was kept from its next turn.
+    qint64 longest = 0;
+    QElapsedTimer turn;
+    turn.start();
+    EXPECT_TRUE(run.waitFor([&] {
+        longest = std::max(longest, turn.restart());
+        return run.rows().size() == static_cast<qsizetype>(count) + 1;
+    }));
+    RecordProperty("longest_turn_ms", static_cast<int>(longest));
+    EXPECT_LT(longest, 1'000) << "ten times as much as a debug build may take";
+}
+
+}  // namespace
+}  // namespace quillmark
