@@ -185,9 +185,9 @@ QWidget* ReportView::row(const ReportRow& row) {
     auto* panel = new Card;
     panel->setAccessibleName(spoken(row, m_words));
     auto* layout = new QVBoxLayout(panel);
-    auto* top = new QHBoxLayout;
-    if (!row.label.isEmpty() || !row.details.empty()) layout->addLayout(top);
-    if (row.tone) {
+    QHBoxLayout* top = nullptr;
+    if (!row.label.isEmpty() || !row.details.empty()) layout->addLayout(top = new QHBoxLayout);
+    if (top && row.tone) {
         top->addWidget(new Chip(*row.tone, row.label, m_words));
         top->addStretch(1);
     } else if (!row.label.isEmpty()) {
