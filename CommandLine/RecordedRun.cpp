@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "QuillmarkKit/Verifier.h"
+#include "QuillmarkKit/Version.h"
 
 namespace quillmark {
 

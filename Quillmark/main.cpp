@@ -8,16 +8,19 @@
 #include <QSettings>
 #include <QSocketNotifier>
 #include <QStandardPaths>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
 #include "Quillmark/AppModel.h"
+#include "Quillmark/DesktopOptions.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/SingleInstance.h"
 #include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "QuillmarkKit/Version.h"
 
 namespace {
 
@@ -56,27 +59,58 @@ int endOfSession() {
     return signalfd(-1, &endings, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// Whether help or version is asked for, which needs no screen.
+bool onlyPrints(int argc, char** argv) {
+    const std::vector<OptionEntry> options = desktopTable().options;
+    return std::any_of(argv + 1, argv + argc, [&](const char* argument) {
+        return std::ranges::any_of(options, [&](const OptionEntry& option) {
+            return std::ranges::find(option.names, argument) != option.names.end();
+        });
+    });
+}
+
+/// The files among the arguments. Prints help or version, or what is wrong with the arguments, and ends the
+/// process then.
+QStringList filesOf(const QCoreApplication& application, const Words& words) {
+    const CommandTable table = desktopTable();
+    QCommandLineParser parser;
+    parser.setApplicationDescription(words(table.purpose));
+    for (const OptionEntry& option : table.options) {
+        QStringList names;
+        for (const std::string& name : option.names)
+            names << QString::fromStdString(name.substr(name.find_first_not_of('-')));
+        parser.addOption({names, words(option.purpose)});
+    }
+    for (const ArgumentEntry& each : table.arguments) {
+        const QString name = QString::fromStdString(each.name);
+        parser.addPositionalArgument(name, words(each.purpose), QStringLiteral("[%1…]").arg(name));
+    }
+    parser.process(application);
+    if (parser.isSet(QStringLiteral("version"))) parser.showVersion();
+    if (parser.isSet(QStringLiteral("help"))) parser.showHelp();
+    QStringList files;
+    for (const QString& each : parser.positionalArguments()) files << QDir::current().absoluteFilePath(each);
+    return files;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const int ending = endOfSession();
+    QCoreApplication::setApplicationName(QStringLiteral("quillmark-desktop"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
+    if (onlyPrints(argc, argv)) {
+        const QCoreApplication application(argc, argv);
+        filesOf(application, Words{Reader::ofEnvironment()});
+        return 0;
+    }
     QApplication application(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("quillmark-desktop"));
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
-    QApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("org.quillmark.Quillmark"));
     QApplication::setWindowIcon(programIcon());
     const Words words{Reader::ofEnvironment()};
 
-    QCommandLineParser parser;
-    parser.setApplicationDescription(words("Find out who can be proven to have sent an email."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.addPositionalArgument(QStringLiteral("FILE"), words("saved emails to check"),
-                                 QStringLiteral("[FILE…]"));
-    parser.process(application);
-    QStringList files;
-    for (const QString& each : parser.positionalArguments()) files << QDir::current().absoluteFilePath(each);
+    const QStringList files = filesOf(application, words);
 
     SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation));
     if (!instance.isFirst()) return instance.handOver(files) ? 0 : 1;

@@ -1,0 +1,233 @@
+#include "CommandLine/Options.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Manual/Help.h"
+#include "QuillmarkKit/Version.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr const char* description =
+    "Says who can be proven to have sent an email, and whether it was changed. "
+    "Everything is checked on this computer; only DNS and registry lookups leave it.";
+
+/// One for each thing that people do.
+const std::vector<CommandTable::Example> examples = {
+    {"quillmark check message.eml", "who sent it?"},
+    {"quillmark check --pasted - < source.txt", "text copied from a mail program"},
+    {"quillmark check --save *.eml", "many; and keep the reports"},
+    {"quillmark check --json message.eml", "for another program to read"},
+    {"quillmark check --record now.json message.eml", "--dns now.json repeats it"},
+    {"quillmark history list", "the reports that were kept"},
+    {"quillmark keygen --out key.pem", "a key for sign and seal"},
+    {"quillmark sign --domain a.org --selector k --key key.pem m.eml", "sign"},
+};
+
+const std::vector<CommandTable::Section> sections = {
+    {"ENVIRONMENT",
+     {"LC_ALL, LC_MESSAGES and LANG choose the language of reports: German, else English. TZ is the time "
+      "zone. "
+      "With NO_COLOR set, or where output is no terminal, nothing is coloured.",
+      "https_proxy and no_proxy name a proxy for the lookups, and what to ask without it.",
+      "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CACHE_HOME (default: ~/.cache) IANA's "
+      "list "
+      "of registries."}},
+    {"FILES",
+     {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
+      "~/.cache/quillmark holds what can be fetched again."}},
+    {"WHAT LEAVES THE COMPUTER",
+     {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
+      "when "
+      "that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
+      "Reply-To, unless --no-domain-age is given. A sender's SPF record may ask for names that contain the "
+      "envelope sender's address. With --dns nobody is asked."}},
+    {"SEE ALSO", {"quillmark-desktop(1) is the same in a window."}},
+};
+
+constexpr const char* checkFooter =
+    "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no "
+    "email, or the recording or the history could not be written; 2 wrong arguments or an unusable answers "
+    "file; 130 after Ctrl-C.";
+
+void addCheck(CLI::App& app, CheckCommand& check) {
+    CLI::App* command = app.add_subcommand("check", "Check messages and report on each");
+    command->add_option("FILE", check.files, "Messages to check; \"-\" is standard input")->required();
+    command->add_flag("--json", check.json, "Write each report as one line of JSON");
+    command->add_option("--dns", check.dnsFile, "Take DNS answers from a file and ask nobody")
+        ->type_name("FILE");
+    command
+        ->add_option("--registrations", check.registrationsFile,
+                     "Take registration dates of domains from a file")
+        ->type_name("FILE");
+    command->add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
+    command->add_option("--at", check.at, "The time of the check (RFC 3339); default: now")
+        ->type_name("TIME");
+    command
+        ->add_option("--record", check.record,
+                     "Write what the checks were told into a new file, for --dns, to repeat them later")
+        ->type_name("FILE");
+    command->add_flag("--save", check.save, "Add the reports to your history");
+    command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
+    command->footer(checkFooter);
+}
+
+constexpr const char* keygenFooter =
+    "The record is to be published as TXT in the DNS, with your selector (any name) and domain in its name; "
+    "in a zone file a value over 255 bytes stands in several pairs of quotes. "
+    "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.";
+
+constexpr const char* signingFooter =
+    "Line ends become CR LF; every other byte stays as it was. Nothing is written when it can't be signed. "
+    "Exit status: 0 signed; 1 the message could not be read, is no email or none that can be signed; 2 "
+    "wrong arguments or an unusable key.";
+
+void addKeygen(CLI::App& app, KeygenCommand& keygen) {
+    CLI::App* command = app.add_subcommand("keygen", "Make a private key and print its DNS record");
+    command->add_option("--type", keygen.type, "rsa or ed25519; default: rsa")
+        ->check(CLI::IsMember({"rsa", "ed25519"}))
+        ->type_name("TYPE");
+    command->add_option("--bits", keygen.bits, "The size of an RSA key, 1024 to 16384; default: 2048")
+        ->check(CLI::Range(1024, 16384))
+        ->type_name("BITS");
+    command->add_option("--out", keygen.out, "The new file for the private key (PEM, PKCS#8, for you alone)")
+        ->required()
+        ->type_name("KEY");
+    command->footer(keygenFooter);
+}
+
+/// The options of both; the others of a command come before `--time`.
+void addSigning(CLI::App& command, SigningArguments& arguments) {
+    command.add_option("--domain", arguments.domain, "The domain that signs")
+        ->required()
+        ->type_name("DOMAIN");
+    command.add_option("--selector", arguments.selector, "Which of the domain's keys it is")
+        ->required()
+        ->type_name("SELECTOR");
+    command.add_option("--key", arguments.keyFile, "The file of the private key (PEM, PKCS#8 or PKCS#1)")
+        ->required()
+        ->type_name("KEY");
+    command
+        .add_option("--time", arguments.time,
+                    "The time of signing (RFC 3339, or seconds since 1970); without it none is stated")
+        ->type_name("TIME");
+    command.add_option("FILE", arguments.file, "The message; \"-\" is standard input")->required();
+    command.footer(signingFooter);
+}
+
+void addSign(CLI::App& app, SignCommand& sign) {
+    CLI::App* command = app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
+    command
+        ->add_option("--headers", sign.headers,
+                     "The fields to sign, such as from:to:subject; default: all the usual ones there are")
+        ->type_name("NAMES");
+    command
+        ->add_option("--canon", sign.canonicalization,
+                     "How header/body are brought into canonical form; default: relaxed/relaxed")
+        ->type_name("PAIR");
+    command->add_option("--length", sign.length, "Sign only so many bytes of the canonical body")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    addSigning(*command, sign);
+}
+
+void addSeal(CLI::App& app, SealCommand& seal) {
+    CLI::App* command = app.add_subcommand("seal", "Print a message with a new ARC set on top");
+    command
+        ->add_option("--results", seal.results,
+                     "What your server found, such as \"mx.example; dkim=pass header.d=example.org\"")
+        ->required()
+        ->type_name("TEXT");
+    command
+        ->add_option("--chain", seal.chain,
+                     "Whether the chain so far holds: none, pass or fail; default: none for the first set, "
+                     "pass for later ones, unchecked")
+        ->type_name("VALUE");
+    addSigning(*command, seal);
+}
+
+constexpr const char* historyFooter =
+    "The beginning of an ID will do when it means one report. The history lies in the folder Quillmark in "
+    "$XDG_DATA_HOME (or ~/.local/share). Exit status: 0 done; 1 there is no such report, the history could "
+    "not be opened or saved, or was not to be cleared; 2 wrong arguments.";
+
+void addHistory(CLI::App& app, HistoryCommand& history) {
+    CLI::App* command =
+        app.add_subcommand("history", "Show or change the history: reports kept with check --save");
+    command->require_subcommand(1);
+    command->footer(historyFooter);
+    using Action = HistoryCommand::Action;
+    const auto add = [&](const char* name, const char* purpose, Action action) {
+        CLI::App* one = command->add_subcommand(name, purpose);
+        one->callback([&history, action] { history.action = action; });
+        return one;
+    };
+    add("list", "One line for each report, the oldest first", Action::list);
+    CLI::App* show = add("show", "Show a report", Action::show);
+    show->add_option("ID", history.ids, "Its ID")->required()->expected(1);
+    show->add_flag("--json", history.json, "Write it as one line of JSON");
+    add("remove", "Remove reports", Action::remove)->add_option("ID", history.ids, "Their IDs")->required();
+    add("clear", "Remove all reports", Action::clear)
+        ->add_flag("--yes", history.yes, "Don't ask whether you mean it");
+}
+
+/// An option's value and its choices, out of a name such as "TYPE:{rsa,ed25519}".
+void describeValue(const CLI::Option& option, OptionEntry& entry) {
+    if (option.get_expected_max() == 0 || option.get_type_size() == 0) return;
+    const std::string type = option.get_type_name();
+    entry.value = type.substr(0, type.find(':'));
+    const auto brace = type.find('{');
+    if (brace == std::string::npos) return;
+    std::stringstream choices(type.substr(brace + 1, type.find('}') - brace - 1));
+    for (std::string each; std::getline(choices, each, ',');) entry.choices.push_back(each);
+}
+
+OptionEntry entryOf(const CLI::Option& option) {
+    OptionEntry entry{.purpose = option.get_description(), .required = option.get_required()};
+    for (const std::string& name : option.get_snames()) entry.names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames()) entry.names.push_back("--" + name);
+    describeValue(option, entry);
+    return entry;
+}
+
+}  // namespace
+
+CommandTable tableOf(const CLI::App& app) {
+    CommandTable table{.name = app.get_name(), .purpose = app.get_description(), .remarks = app.get_footer()};
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->get_positional()) {
+            table.arguments.push_back({.name = option->get_name(true),
+                                       .purpose = option->get_description(),
+                                       .required = option->get_required(),
+                                       .several = option->get_expected_max() > 1});
+        } else {
+            table.options.push_back(entryOf(*option));
+        }
+    }
+    for (const CLI::App* each : app.get_subcommands({})) table.commands.push_back(tableOf(*each));
+    if (app.get_parent() == nullptr) table.examples = examples, table.sections = sections;
+    return table;
+}
+
+void addCommands(CLI::App& app, Commands& commands) {
+    app.name("quillmark");
+    app.description(description);
+    // Before there are commands, which take it over.
+    app.formatter_fn([](const CLI::App* one, const std::string& path, CLI::AppFormatMode) {
+        return helpText(tableOf(*one), path);
+    });
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");
+    app.require_subcommand(1);
+    addCheck(app, commands.check);
+    addHistory(app, commands.history);
+    addKeygen(app, commands.keygen);
+    addSign(app, commands.sign);
+    addSeal(app, commands.seal);
+}
+
+}  // namespace quillmark

@@ -1,0 +1,121 @@
+#include "Manual/Help.h"
+
+#include <algorithm>
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t screenWidth = 80;
+
+struct Row {
+    std::string left, right;
+};
+
+/// Two columns: as wide on the left as its rows need, but for those that are wider than `widest`.
+std::string columns(const std::vector<Row>& rows, std::size_t widest) {
+    std::size_t width = 0;
+    for (const Row& row : rows) {
+        if (row.left.size() <= widest) width = std::max(width, row.left.size());
+    }
+    const std::size_t indent = width + 4;
+    std::string text;
+    for (const Row& row : rows) {
+        text += "  " + row.left;
+        const std::size_t end = row.left.size() + 2;
+        if (end + 2 > indent && end + 2 + row.right.size() <= screenWidth) {
+            text += "  " + row.right + '\n';
+            continue;
+        }
+        std::string blanks =
+            end + 2 > indent ? '\n' + std::string(indent, ' ') : std::string(indent - end, ' ');
+        for (const std::string& line : wrapped(row.right, screenWidth - indent)) {
+            text += blanks + line;
+            blanks = '\n' + std::string(indent, ' ');
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+std::string paragraph(std::string_view text, std::size_t width = screenWidth, const char* indent = "") {
+    std::string lines;
+    for (const std::string& line : wrapped(text, width)) lines += (lines.empty() ? "" : indent) + line + '\n';
+    return lines;
+}
+
+std::string optionNames(const OptionEntry& option) {
+    std::string names;
+    for (const std::string& name : option.names) names += (names.empty() ? "" : ", ") + name;
+    return option.value.empty() ? names : names + " " + option.value;
+}
+
+std::string options(const CommandTable& command) {
+    std::vector<Row> rows;
+    for (const ArgumentEntry& each : command.arguments) rows.push_back({each.name, each.purpose});
+    for (const OptionEntry& each : command.options) rows.push_back({optionNames(each), each.purpose});
+    return columns(rows, 22);
+}
+
+/// The commands, and what else there is: a `--help` they all have.
+std::string commands(const CommandTable& command) {
+    std::vector<Row> rows;
+    for (const CommandTable& each : command.commands) rows.push_back({each.name, each.purpose});
+    for (const OptionEntry& each : command.options) {
+        if (each.names.back() != "--help") rows.push_back({optionNames(each), each.purpose});
+    }
+    return columns(rows, 22);
+}
+
+std::string examples(const CommandTable& command) {
+    std::vector<Row> rows;
+    for (const CommandTable::Example& each : command.examples) rows.push_back({each.command, each.purpose});
+    return columns(rows, 46);
+}
+
+}  // namespace
+
+std::vector<std::string> wrapped(std::string_view text, std::size_t width) {
+    std::vector<std::string> lines = {""};
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+        std::string& line = lines.back();
+        if (line.empty()) {
+            line = word;
+        } else if (line.size() + 1 + word.size() <= width) {
+            line.append(1, ' ').append(word);
+        } else {
+            lines.emplace_back(word);
+        }
+    }
+    return lines;
+}
+
+std::string usage(const CommandTable& command, const std::string& path) {
+    std::string text = path;
+    bool others = false;
+    for (const OptionEntry& each : command.options) {
+        if (each.required) text += " " + each.names.back() + " " + each.value;
+        others = others || !each.required;
+    }
+    if (!command.commands.empty()) return text + " COMMAND [OPTIONS]";
+    if (others) text += " [OPTIONS]";
+    for (const ArgumentEntry& each : command.arguments) {
+        const std::string name = each.name + (each.several ? "..." : "");
+        text += each.required ? " " + name : " [" + name + "]";
+    }
+    return text;
+}
+
+std::string helpText(const CommandTable& command, const std::string& path) {
+    std::string text = "Usage: " + paragraph(usage(command, path), screenWidth - 7, "       ") + '\n' +
+                       paragraph(command.purpose);
+    text += command.commands.empty() ? "\nOptions:\n" + options(command)
+                                     : "\nCommands, each with a --help of its own:\n" + commands(command);
+    if (!command.examples.empty()) text += "\nExamples:\n" + examples(command);
+    if (!command.remarks.empty()) text += "\n" + paragraph(command.remarks);
+    return text;
+}
+
+}  // namespace quillmark

@@ -1,0 +1,44 @@
+// Writes a program's man page and completions into a folder; part of the build.
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+
+#include "CommandLine/Options.h"
+#include "Manual/Completions.h"
+#include "Manual/ManPage.h"
+#include "Quillmark/DesktopOptions.h"
+#include "QuillmarkKit/Version.h"
+
+namespace {
+
+using namespace quillmark;
+
+CommandTable commandLineTable() {
+    CLI::App app;
+    Commands commands;
+    addCommands(app, commands);
+    return tableOf(app);
+}
+
+bool write(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary);
+    file << text << std::flush;
+    if (!file) std::cerr << path << " could not be written\n";
+    return file.good();
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+    if (count != 4) {
+        std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop FOLDER DATE\n";
+        return 2;
+    }
+    const std::string program = values[1], folder = values[2];
+    const CommandTable table = program == "quillmark" ? commandLineTable() : desktopTable();
+    const bool written = write(folder + "/" + program + ".1", manPage(table, QUILLMARK_VERSION, values[3])) &&
+                         write(folder + "/" + program + ".bash", bashCompletion(table)) &&
+                         write(folder + "/_" + program, zshCompletion(table)) &&
+                         write(folder + "/" + program + ".fish", fishCompletion(table));
+    return written ? 0 : 1;
+}

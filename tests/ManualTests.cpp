@@ -1,0 +1,116 @@
+// What a person reads and types: help, man page, completions.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "CommandLine/Options.h"
+#include "Manual/Completions.h"
+#include "Manual/Help.h"
+#include "Manual/ManPage.h"
+
+namespace quillmark {
+namespace {
+
+CommandTable table() {
+    CLI::App app;
+    Commands commands;
+    addCommands(app, commands);
+    return tableOf(app);
+}
+
+/// Every command with what has to be typed to reach it.
+void collect(const CommandTable& command, const std::string& path,
+             std::vector<std::pair<std::string, CommandTable>>& all) {
+    all.emplace_back(path, command);
+    for (const CommandTable& each : command.commands) collect(each, path + " " + each.name, all);
+}
+
+std::vector<std::pair<std::string, CommandTable>> commands() {
+    std::vector<std::pair<std::string, CommandTable>> all;
+    collect(table(), "quillmark", all);
+    return all;
+}
+
+TEST(Help, fitsAScreen) {
+    for (const auto& [path, command] : commands()) {
+        SCOPED_TRACE(path);
+        std::istringstream text(helpText(command, path));
+        std::size_t lines = 0;
+        for (std::string line; std::getline(text, line); ++lines) EXPECT_LE(line.size(), 80U) << line;
+        EXPECT_LE(lines, command.name == "check" ? 40U : 23U);
+    }
+}
+
+/// A name that a formatter shows differently from a word in a sentence.
+std::string inRoff(std::string_view text) {
+    std::string out;
+    for (const char c : text) out += c == '-' ? std::string("\\-") : std::string(1, c);
+    return out;
+}
+
+TEST(ManPage, namesEveryCommandAndOption) {
+    const std::string page = manPage(table(), "1.2.3", "2026-11-21");
+    EXPECT_TRUE(page.starts_with(".TH \"QUILLMARK\" 1 2026-11-21 \"Quillmark 1.2.3\"\n"));
+    for (const auto& [path, command] : commands()) {
+        EXPECT_TRUE(command.name == "quillmark" || page.find(".SS \"" + path) != std::string::npos) << path;
+        for (const OptionEntry& option : command.options)
+            EXPECT_NE(page.find("\\fB" + inRoff(option.names.back()) + "\\fR"), std::string::npos);
+    }
+    const CommandTable hostile{.name = "p", .remarks = "", .sections = {{"S", {".de x", "'x \\fB \\e"}}}};
+    const std::string escaped = manPage(hostile, "1", "2026-11-21");
+    EXPECT_NE(escaped.find("\n\\&.de x\n"), std::string::npos);
+    EXPECT_NE(escaped.find("\n\\&'x \\efB \\ee\n"), std::string::npos);
+}
+
+/// What bash offers after `words`, the last of which is being typed, one after the other with a blank.
+std::string offered(const std::string& folder, const std::string& words) {
+    const std::string command = "cd '" + folder + "' && bash --norc -c 'source ./completion; COMP_WORDS=(" +
+                                words +
+                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmark; "
+                                "printf \"%s \" \"${COMPREPLY[@]}\"'";
+    FILE* pipe = popen(command.c_str(), "r");
+    std::string output;
+    std::array<char, 4096> block{};
+    while (const std::size_t size = fread(block.data(), 1, block.size(), pipe))
+        output.append(block.data(), size);
+    EXPECT_EQ(pclose(pipe), 0);
+    return output.substr(0, output.find_last_not_of(' ') + 1);
+}
+
+TEST(Completions, bashCompletes) {
+    std::string pattern = (std::filesystem::temp_directory_path() / "quillmark-test-XXXXXX").string();
+    const std::string folder = mkdtemp(pattern.data());
+    std::ofstream(folder + "/completion") << bashCompletion(table());
+    std::ofstream(folder + "/an offer.eml");
+    struct Row {
+        const char *words, *offered;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"quillmark c", "check"},
+             {"quillmark --v", "--version"},
+             {"quillmark check --js", "--json"},
+             {"quillmark check an", "an offer.eml"},
+             {"quillmark check --dns an", "an offer.eml"},
+             {"quillmark check --dns = an", "an offer.eml"},
+             {"quillmark check --at an", ""},
+             {"quillmark history s", "show"},
+             {"quillmark history show --j", "--json"},
+             {"quillmark history show an", ""},
+             {"quillmark keygen --type e", "ed25519"},
+             {"quillmark keygen --type = \"\"", "rsa ed25519"},
+             {"quillmark sign --json", ""},
+         }) {
+        EXPECT_EQ(offered(folder, row.words), row.offered) << row.words;
+    }
+    std::filesystem::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace quillmark
