@@ -108,7 +108,11 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
         rows.push_back({.id = UUID::random(), .name = source.name, .isRunning = true, .intake = m_intake});
     }
     m_session.insert(m_session.begin(), rows.begin(), rows.end());
-    for (std::size_t i = 0; i < rows.size(); ++i) start(rows[i].id, rows[i].id, std::move(sources[i]));
+    std::vector<Workers::Job> jobs;
+    jobs.reserve(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        jobs.push_back(check(rows[i].id, rows[i].id, std::move(sources[i])));
+    m_workers.add(std::move(jobs));
     m_selection = rows.front().id;
     m_positions.clear();
     emit sessionChanged();
@@ -123,23 +127,24 @@ void AppModel::recheck(UUID id) {
     const auto& [message, path] = *m_messages.find(id);
     Row again = *row(id);
     again.isRunning = true;
-    start(UUID::random(), id,
-          {.path = path, .bytes = message.bytes, .name = again.name, .mode = message.mode});
+    m_workers.add(check(UUID::random(), id,
+                        {.path = path, .bytes = message.bytes, .name = again.name, .mode = message.mode}));
     change({{id, std::move(again)}});
     emit progressChanged();
 }
 
-void AppModel::start(const UUID& check, const UUID& row, MessageSource source) {
+Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource source) {
     if (m_running.empty()) m_progress = {};
     ++m_progress.all;
     Running running{.row = row, .path = source.path, .number = ++m_number};
-    m_workers.add([this, check, source = std::move(source), stop = running.stop.get_token()] {
-        m_mailbox.post([this, check, outcome = m_checker.check(source, check, stop)]() mutable {
-            m_outcomes.emplace_back(check, std::move(outcome));
+    const std::stop_token stop = running.stop.get_token();
+    m_runningByRow.emplace(row, id);
+    m_running.emplace(id, std::move(running));
+    return [this, id, source = std::move(source), stop] {
+        m_mailbox.post([this, id, outcome = m_checker.check(source, id, stop)]() mutable {
+            m_outcomes.emplace_back(id, std::move(outcome));
         });
-    });
-    m_runningByRow.emplace(row, check);
-    m_running.emplace(check, std::move(running));
+    };
 }
 
 // Outcomes

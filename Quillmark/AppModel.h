@@ -164,7 +164,8 @@ private:
     };
 
     UUID takeIn(std::vector<MessageSource> sources);
-    void start(const UUID& check, const UUID& row, MessageSource source);
+    /// A new check of a row, for the workers; it counts from now on.
+    Workers::Job check(const UUID& id, const UUID& row, MessageSource source);
     void takeOutcomes();
     void end(UUID check);
     static std::optional<Row> withoutCheck(Row row);

@@ -53,8 +53,7 @@ void HistoryChange::removeAll() {
 
 void HistoryChange::append(const HistoryChange& later) {
     if (later.m_removesAll) removeAll();
-    std::erase_if(m_added, [&](const ProofReport& report) { return later.m_removed.contains(report.id); });
-    m_removed.insert(later.m_removed.begin(), later.m_removed.end());
+    for (const UUID& id : later.m_removed) remove(id);
     m_added.insert(m_added.end(), later.m_added.begin(), later.m_added.end());
 }
 

@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
@@ -116,8 +117,10 @@ struct Desk {
     static void waitFor(Condition condition) {
         QElapsedTimer timer;
         timer.start();
-        while (!condition() && timer.elapsed() < 30'000)
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 10);
+        while (!condition() && timer.elapsed() < 60'000) {
+            QCoreApplication::processEvents();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         ASSERT_TRUE(condition());
     }
     void idle() {

@@ -125,6 +125,16 @@ TEST(History, changes) {
     history.apply(several);
     EXPECT_EQ(history.reports, std::vector{reportOf(7)});
 
+    HistoryChange later;  // than a change that is not written yet
+    later.remove(id(7));
+    EXPECT_TRUE(later.add(reportOf(8)));
+    several.append(later);
+    EXPECT_EQ(several.added(), std::vector{reportOf(8)});
+    EXPECT_TRUE(several.removes(id(1)) && several.removes(id(7)));
+    later.removeAll();
+    several.append(later);
+    EXPECT_TRUE(several.added().empty());
+
     const std::size_t rest = compactJSON(reportOf(8)).size();
     HistoryChange large;
     EXPECT_FALSE(large.add(reportOf(8, std::string(largestKeptReport - rest + 1, 'x'))));

@@ -1,5 +1,6 @@
 #include "QuillmarkKit/Support/Workers.h"
 
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -17,12 +18,19 @@ Workers::Workers(std::size_t threads) {
 Workers::~Workers() { stop(); }
 
 void Workers::add(Job job) {
+    std::vector<Job> one;
+    one.push_back(std::move(job));
+    add(std::move(one));
+}
+
+void Workers::add(std::vector<Job> jobs) {
     {
         const std::lock_guard lock(m_mutex);
         if (m_isEnding) return;
-        m_jobs.push_back(std::move(job));
+        m_jobs.insert(m_jobs.end(), std::make_move_iterator(jobs.begin()),
+                      std::make_move_iterator(jobs.end()));
     }
-    m_changed.notify_one();
+    m_changed.notify_all();
 }
 
 void Workers::drop() {

@@ -26,6 +26,8 @@ public:
 
     /// Does not wait. After `stop` or `finish` the job is dropped.
     void add(Job job);
+    /// Many at once, of which none begins before all are there.
+    void add(std::vector<Job> jobs);
     /// Drops every job that has not begun.
     void drop();
     /// The same, and waits for the others. Whoever wants them to end early tells them so before.
