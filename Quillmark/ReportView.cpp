@@ -17,6 +17,7 @@ namespace quillmark {
 
 namespace {
 
+constexpr int widestName = 24;     // characters
 constexpr int widestReport = 110;  // characters: longer lines are hard to read
 
 QFont scaled(QFont font, double factor, QFont::Weight weight) {
@@ -45,6 +46,7 @@ QWidget* factGrid(const std::vector<ReportFact>& facts) {
     for (const ReportFact& fact : facts) {
         auto* name = new PlainText(fact.name);
         name->setFont(scaled(name->font(), 1.0, QFont::DemiBold));
+        name->setMaximumWidth(widestName * name->fontMetrics().averageCharWidth());
         auto* value = new PlainText(fact.value);
         value->setAccessibleName(fact.name);
         layout->addWidget(name, row, 0);
