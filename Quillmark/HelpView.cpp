@@ -10,6 +10,7 @@
 #include <QScrollArea>
 #include <QStackedWidget>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/Tones.h"
 #include "Wording/Signs.h"
@@ -127,15 +128,16 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     layout->addLayout(across, 1);
     across->addWidget(m_topics);
     across->addWidget(m_pages, 1);
+    m_topics->setSpacing(fontMetrics().height() / 6);
     m_topics->setAccessibleName(words("Help topics"));
     // In the order of HelpPage.
     addPage(words("How Checks Work"), textPage(aboutChecks(words)));
     addPage(words("What Can’t Be Proven"), textPage(aboutLimits(words)));
     addPage(words("Keyboard Shortcuts"), shortcutPage(shortcuts));
-    m_topics->setFixedWidth(m_topics->sizeHintForColumn(0) + 3 * fontMetrics().averageCharWidth());
+    m_topics->setFixedWidth(m_topics->sizeHintForColumn(0) + 5 * fontMetrics().averageCharWidth());
     connect(m_topics, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     auto* buttons = new QDialogButtonBox;
-    buttons->addButton(words("Close"), QDialogButtonBox::RejectRole);
+    buttons->addButton(new Button(words("Close")), QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);
     resize(100 * fontMetrics().averageCharWidth(), 32 * fontMetrics().height());

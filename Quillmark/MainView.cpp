@@ -73,6 +73,8 @@ protected:
     }
 };
 
+constexpr int spinMilliseconds = 80;
+
 QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
     auto* label = new QLabel(text);
     label->setTextFormat(Qt::PlainText);
@@ -108,6 +110,7 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
     resize(1000, 700);
+    refreshListSide();
     setProblem({});
     setRunning(0);
     showDropArea();
@@ -149,7 +152,8 @@ void MainView::buildMenus() {
     QAction* toggle = add(view, Command::toggleList, m_words("Show List"), QKeySequence(Qt::Key_F9));
     toggle->setCheckable(true);
     toggle->setChecked(true);
-    connect(toggle, &QAction::toggled, this, [this](bool on) { m_listSide->setVisible(on); });
+    connect(toggle, &QAction::toggled, this, &MainView::refreshListSide);
+    connect(&m_list, &ReportList::entriesChanged, this, &MainView::refreshListSide);
     view->addSeparator();
     add(view, Command::expandAll, m_words("Expand All Details"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_D));
@@ -194,7 +198,7 @@ QWidget* MainView::buildTopRow() {
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
     const auto button = [&](const QString& text, Command command) {
-        auto* each = new QPushButton(text);
+        auto* each = new Button(text);
         connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
         layout->addWidget(each);
         return each;
@@ -211,7 +215,7 @@ QWidget* MainView::buildTopRow() {
     m_progress->setMaximumHeight(fontMetrics().height() / 3);
     m_progress->setAccessibleName(m_words("Checks are running"));
     m_busyText = new QLabel;
-    auto* stop = new QPushButton(m_words("Stop"));
+    auto* stop = new Button(m_words("Stop"));
     stop->setAccessibleName(m_words("Stop Checking"));
     connect(stop, &QPushButton::clicked, action(Command::cancelChecks), &QAction::trigger);
     busy->addWidget(m_busyText);
@@ -220,7 +224,7 @@ QWidget* MainView::buildTopRow() {
     layout->addWidget(m_busyRow, 1);
     layout->addStretch(0);
 
-    auto* exports = new QPushButton(m_words("Export"));
+    auto* exports = new Button(m_words("Export"));
     auto* menu = new QMenu(exports);
     for (const Command each :
          {Command::exportPDF, Command::exportText, Command::exportEvidence, Command::copyReport}) {
@@ -261,7 +265,13 @@ QWidget* MainView::buildListSide() {
     m_listView = new QListView;
     m_listView->setAccessibleName(m_words("Checked messages"));
     m_listView->setModel(&m_list);
-    m_listView->setItemDelegate(new ReportListDelegate(m_listView));
+    auto* delegate = new ReportListDelegate(m_listView);
+    m_listView->setItemDelegate(delegate);
+    m_spin.setInterval(spinMilliseconds);
+    connect(&m_spin, &QTimer::timeout, this, [this, delegate] {
+        delegate->turn();
+        m_listView->viewport()->update();
+    });
     m_listView->setUniformItemSizes(true);
     m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_listView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
@@ -304,18 +314,28 @@ QWidget* MainView::buildDropArea() {
     buttons->addStretch(1);
     for (const auto& [text, command] :
          {std::pair(m_words("Open…"), Command::open), std::pair(m_words("Paste…"), Command::paste)}) {
-        auto* each = new QPushButton(text);
+        auto* each = new Button(text);
         connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
         buttons->addWidget(each);
     }
     buttons->addStretch(1);
     layout->addLayout(buttons);
-    layout->addWidget(
+    QLabel* ways =
         plainLabel(m_words("Drag a message out of your mail program, or save it there as an .eml file. "
                            "You can also copy a message’s source and paste it."),
-                   1.0, QFont::Normal));
+                   1.0, QFont::Normal);
+    auto* narrow = new QHBoxLayout;
+    narrow->addStretch(1);
+    narrow->addWidget(ways, 6);
+    narrow->addStretch(1);
+    layout->addLayout(narrow);
     layout->addStretch(1);
     return area;
+}
+
+// An empty list beside the area for drops would only take its place.
+void MainView::refreshListSide() {
+    m_listSide->setVisible(action(Command::toggleList)->isChecked() && m_list.allCount() > 0);
 }
 
 void MainView::setProblem(const QString& line) {
@@ -331,6 +351,11 @@ QString MainView::problem() const { return m_problemText->toPlainText(); }
 
 void MainView::setRunning(std::size_t count) {
     m_busyRow->setVisible(count > 0);
+    if (count == 0) {
+        m_spin.stop();
+    } else if (!m_spin.isActive()) {
+        m_spin.start();
+    }
     action(Command::cancelChecks)->setEnabled(count > 0);
     m_busyText->setText(m_words.translateCount("Checking %n message…", "Checking %n messages…",
                                                static_cast<std::int64_t>(count)));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QTimer>
 #include <array>
 #include <optional>
 
@@ -103,6 +104,7 @@ private:
     QWidget* buildReportSide();
     QWidget* buildDropArea();
     void light(bool on);
+    void refreshListSide();
 
     ReportList& m_list;
     Words m_words;
@@ -121,6 +123,7 @@ private:
     QProgressBar* m_progress = nullptr;
     QLabel* m_busyText = nullptr;
     QWidget* m_dropLight = nullptr;
+    QTimer m_spin;  // turns the marks of running checks
     bool m_isSelecting = false;
 };
 

@@ -115,6 +115,7 @@ void compose(QTextDocument& document, const ReportContent& content, const PDFFra
         set.facts(section.facts);
         for (const ReportRow& row : section.rows) set.row(row);
         for (const ReportRow& row : section.chain) set.row(row);
+        for (const ReportLine& each : section.notes) set.note(each);
         for (const QString& remark : section.remarks) set.paragraph(remark, 10);
     }
     if (frame.lookups.empty()) return;

@@ -1,6 +1,7 @@
 #include "Quillmark/Panels.h"
 
 #include <QPainter>
+#include <algorithm>
 #include <cmath>
 
 // Resources of a static library have to be called for, outside of any namespace.
@@ -24,6 +25,13 @@ QColor borderColor(const QPalette& palette) {
 QIcon programIcon() {
     callForResources();
     return QIcon(QStringLiteral(":/quillmark.svg"));
+}
+
+QSize Button::sizeHint() const {
+    const int words = fontMetrics().size(Qt::TextShowMnemonic, text()).width();
+    const int arrow = menu() ? fontMetrics().height() : 0;
+    const QSize hint = QPushButton::sizeHint();
+    return {std::max(hint.width(), words + arrow + 2 * fontMetrics().height()), hint.height()};
 }
 
 Card::Card(std::optional<Tone> tone, QWidget* parent) : QFrame(parent), m_tone(tone) {

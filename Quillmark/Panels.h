@@ -3,6 +3,7 @@
 #include <QFrame>
 #include <QIcon>
 #include <QLabel>
+#include <QPushButton>
 #include <optional>
 
 #include "Quillmark/Tones.h"
@@ -13,6 +14,13 @@ namespace quillmark {
 
 /// The program's own picture.
 QIcon programIcon();
+
+/// A push button whose text keeps clear of its edges, in every language and at every size of the letters.
+class Button : public QPushButton {
+public:
+    using QPushButton::QPushButton;
+    QSize sizeHint() const override;
+};
 
 /// A box with round corners. With the keyboard it is one stop, read out as a whole by its accessible name.
 class Card : public QFrame {

@@ -6,6 +6,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 
 namespace quillmark {
@@ -71,10 +72,11 @@ PasteView::PasteView(const Words& words, QWidget* parent) : QDialog(parent), m_e
         "select all of it, copy it and paste it here. The headers alone are enough to check who sent it.")));
     layout->addWidget(m_edit, 1);
     auto* buttons = new QDialogButtonBox;
-    m_check = buttons->addButton(words("Check"), QDialogButtonBox::AcceptRole);
+    m_check = new Button(words("Check"));
+    buttons->addButton(m_check, QDialogButtonBox::AcceptRole);
     m_check->setDefault(true);
     m_check->setEnabled(false);
-    buttons->addButton(words("Cancel"), QDialogButtonBox::RejectRole);
+    buttons->addButton(new Button(words("Cancel")), QDialogButtonBox::RejectRole);
     layout->addWidget(buttons);
     connect(m_edit, &QPlainTextEdit::textChanged, this,
             [this] { m_check->setEnabled(m_edit->holdsSomething()); });

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "Wording/Findings.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"
 #include "Wording/Signs.h"
@@ -12,6 +13,8 @@
 namespace quillmark {
 
 namespace {
+
+constexpr std::size_t longestAside = 60;  // bytes
 
 ReportLine remark(const Remark& remark) { return {remark.tone, isolatedRuns(remark.text)}; }
 
@@ -62,6 +65,7 @@ private:
         return m_words.translateCount("and %n more", "and %n more",
                                       static_cast<std::int64_t>(count - m_caps.rows));
     }
+    void addNotes(ReportSection& section, NoteSection which) const;
     template <typename List>
     auto capped(const List& list) const {
         return std::span(list).first(std::min(list.size(), m_caps.rows));
@@ -92,9 +96,16 @@ QString Composer::names(const std::vector<std::string>& list) const {
     return all.join(QStringLiteral(", "));
 }
 
+void Composer::addNotes(ReportSection& section, NoteSection which) const {
+    for (const ReportNote& note : capped(m_report.notes)) {
+        if (sectionOf(note) != which) continue;
+        section.notes.push_back({Tone::caution, isolatedRuns(sentence(note, m_words.reader))});
+    }
+}
+
 ReportSection Composer::message() const {
     const MessageSummary& summary = m_report.summary;
-    ReportSection section{m_words("The message says"), {}, {}, {}, {}};
+    ReportSection section{m_words("The message says"), {}, {}, {}, {}, {}};
     Facts& facts = section.facts;
     add(facts, toTranslate("From"),
         summary.from.empty() ? m_words("(no From line)") : addresses(summary.from));
@@ -110,11 +121,12 @@ ReportSection Composer::message() const {
             domain(m_report.domainAge.domain) + QStringLiteral(", ") +
                 isolatedRuns(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader)));
     }
+    addNotes(section, NoteSection::message);
     return section;
 }
 
 ReportSection Composer::warningSigns() const {
-    ReportSection section{m_words("Warning signs"), {}, {}, {}, {}};
+    ReportSection section{m_words("Warning signs"), {}, {}, {}, {}, {}};
     for (const LookAlikeFlag& flag : capped(m_report.flags)) {
         section.rows.push_back({Tone::caution,
                                 isolatedRuns(title(flag, m_words.reader)),
@@ -145,6 +157,11 @@ ReportRow Composer::signature(const DKIMResult& result) const {
                   {}};
     for (const Remark& each : remarks(result, m_report.checkedAt, m_words.reader))
         row.notes.push_back(remark(each));
+    QStringList aside;
+    for (const std::string& each : {result.selector, result.algorithm}) {
+        if (!each.empty()) aside << shown(each, longestAside);
+    }
+    row.aside = aside.join(QStringLiteral(" · "));
     Facts& facts = row.details;
     add(facts, toTranslate("Signing domain"), result.domain.empty() ? QString() : domain(result.domain));
     addText(facts, toTranslate("Selector"), result.selector);
@@ -167,10 +184,11 @@ ReportRow Composer::signature(const DKIMResult& result) const {
 }
 
 ReportSection Composer::signatures() const {
-    ReportSection section{m_words("Signatures (DKIM)"), {}, {}, {}, {}};
+    ReportSection section{m_words("Signatures (DKIM)"), {}, {}, {}, {}, {}};
     for (const DKIMResult& each : capped(m_report.dkim)) section.rows.push_back(signature(each));
     if (m_report.dkim.empty()) section.remarks << m_words("No DKIM signature.");
     addMore(section.remarks, m_report.dkim.size());
+    addNotes(section, NoteSection::signatures);
     return section;
 }
 
@@ -184,7 +202,9 @@ ReportSection Composer::server() const {
     }
     addText(finding.details, toTranslate("Term that decided"), spf.matched);
     addText(finding.details, toTranslate("Reason"), spf.detail);
-    return {m_words("Sending server (SPF)"), {}, {finding}, {}, {}};
+    ReportSection section{m_words("Sending server (SPF)"), {}, {finding}, {}, {}, {}};
+    addNotes(section, NoteSection::sendingServer);
+    return section;
 }
 
 ReportSection Composer::policy() const {
@@ -205,7 +225,7 @@ ReportSection Composer::policy() const {
     }
     addText(facts, toTranslate("Record"), dmarc.record);
     if (dmarc.recordDomain) add(facts, toTranslate("Published at"), domain(*dmarc.recordDomain));
-    return {m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}};
+    return {m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}, {}};
 }
 
 ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
@@ -223,7 +243,7 @@ ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
 
 ReportSection Composer::chain() const {
     const ARCFinding& arc = m_report.arc;
-    ReportSection section{m_words("Forwarding chain (ARC)"), {}, {}, {}, {}};
+    ReportSection section{m_words("Forwarding chain (ARC)"), {}, {}, {}, {}, {}};
     section.rows.push_back({tone(arc),
                             isolatedRuns(label(arc, m_words.reader)),
                             isolatedRuns(sentence(arc, m_words.reader)),
@@ -262,7 +282,7 @@ ReportRow Composer::step(const PathStep& step, bool isJudged) const {
 }
 
 ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) const {
-    ReportSection section{m_words("The way it came"), {}, {}, {}, {}};
+    ReportSection section{m_words("The way it came"), {}, {}, {}, {}, {}};
     if (!steps) {
         section.remarks << m_words(
             "Only known while the message itself is at hand. Check it again to see its way.");
@@ -293,15 +313,16 @@ ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) 
 }
 
 ReportSection Composer::serverSaid() const {
-    ReportSection section{m_words("Your mail server said"), {}, {}, {}, {}};
+    ReportSection section{m_words("Your mail server said"), {}, {}, {}, {}, {}};
     ReportRow row;
     for (const Remark& each : receiverRemarks(m_report, m_words.reader)) row.notes.push_back(remark(each));
     section.rows.push_back(row);
+    addNotes(section, NoteSection::receiverResults);
     return section;
 }
 
 ReportSection Composer::limits() const {
-    ReportSection section{m_words("What this can’t prove"), {}, {}, {}, {}};
+    ReportSection section{m_words("What this can’t prove"), {}, {}, {}, {}, {}};
     for (const Limit limit : m_report.limits) {
         ReportRow row;
         row.label = isolatedRuns(title(limit, m_words.reader));

@@ -31,14 +31,16 @@ struct ReportRow {
     QString sentence;  ///< may be empty
     std::vector<ReportLine> notes;
     std::vector<ReportFact> details;  ///< one click deeper
+    QString aside = {};               ///< beside the label: what tells it from others of its kind
 };
 
 struct ReportSection {
     QString heading;
     std::vector<ReportFact> facts;
     std::vector<ReportRow> rows;
-    std::vector<ReportRow> chain;  ///< steps that follow from each other, the first one first
-    QStringList remarks;           ///< lines under them, such as "and 12 more"
+    std::vector<ReportRow> chain;   ///< steps that follow from each other, the first one first
+    std::vector<ReportLine> notes;  ///< what must be known besides
+    QStringList remarks;            ///< lines under them, such as "and 12 more"
 };
 
 /// How much is shown: bytes of one text, and entries of one list.

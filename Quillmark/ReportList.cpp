@@ -27,7 +27,9 @@ ReportList::ReportList(Find find, std::function<Date()> now, const Words& words,
 
 void ReportList::setEntries(std::vector<ListEntry> entries) {
     m_all = std::move(entries);
+    m_cautions.clear();
     show(filtered());
+    emit entriesChanged();
 }
 
 void ReportList::setFilter(const QString& text) {
@@ -107,7 +109,8 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
             const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
             QString spoken = firstLine(each);
             if (report) spoken.prepend(toneWord(report->verdict.tone, m_words) + QStringLiteral(": "));
-            for (const QString& more : {secondLine(each), time(each)}) {
+            for (const QString& more :
+                 {secondLine(each), report ? caution(*report) : QString(), time(each)}) {
                 if (!more.isEmpty()) spoken += QStringLiteral(", ") + more;
             }
             return spoken;
@@ -115,6 +118,10 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
         case toneRole: {
             const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
             return report ? QVariant(static_cast<int>(report->verdict.tone)) : QVariant();
+        }
+        case hasMoreRole: {
+            const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
+            return report && !caution(*report).isEmpty();
         }
         case timeRole:
             return time(each);
@@ -158,6 +165,21 @@ QString ReportList::secondLine(const ListEntry& entry) const {
     return sender;
 }
 
+QString ReportList::caution(const ProofReport& report) const {
+    const auto known = m_cautions.find(report.id);
+    if (known != m_cautions.end()) return known->second;
+    QString text;
+    if (!report.flags.empty()) {
+        text = m_words.translateCount("%n warning sign", "%n warning signs",
+                                      static_cast<std::int64_t>(report.flags.size()));
+    } else if (report.verdict.tone == Tone::good &&
+               std::ranges::any_of(besideHeadline(report, m_words.reader),
+                                   [](const Remark& each) { return each.tone == Tone::caution; })) {
+        text = m_words("with a caution");
+    }
+    return m_cautions[report.id] = text;
+}
+
 QString ReportList::time(const ListEntry& entry) const {
     const ProofReport* report = entry.isReport() ? m_find(entry) : nullptr;
     if (!report) return {};
@@ -188,20 +210,30 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     bold.setBold(true);
     if (second.isEmpty()) {  // a heading
         painter->setFont(bold);
-        painter->drawText(inside, Qt::AlignLeft | Qt::AlignBottom | Qt::TextSingleLine,
+        painter->drawText(inside, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
                           index.data(Qt::DisplayRole).toString());
         painter->restore();
         return;
     }
-    QString symbol = QStringLiteral("…");
-    if (tone.isValid()) {
-        const auto value = static_cast<Tone>(tone.toInt());
-        symbol = toneSymbol(value);
+    painter->setFont(bold);
+    const QRect mark(inside.left(), inside.top(), line, line);
+    const auto drawSymbol = [&](Tone value, const QRect& where) {
         if (!selected)
             painter->setPen(toneColor(value, option.palette.color(QPalette::Base), option.palette));
+        painter->drawText(where, Qt::AlignCenter, toneSymbol(value));
+    };
+    if (tone.isValid()) {
+        const auto value = static_cast<Tone>(tone.toInt());
+        drawSymbol(value, mark);
+        if (value != Tone::caution && index.data(ReportList::hasMoreRole).toBool())
+            drawSymbol(Tone::caution, mark.translated(0, line + gap / 2));
+    } else {  // a ring with a gap that goes around
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(QPen(text, line / 8.0));
+        constexpr int circle = 360 * 16;
+        painter->drawArc(mark.adjusted(gap / 2, gap / 2, -gap / 2, -gap / 2), -m_turns * circle / turnsAround,
+                         circle * 3 / 4);
     }
-    painter->setFont(bold);
-    painter->drawText(QRect(inside.left(), inside.top(), line, line), Qt::AlignCenter, symbol);
     painter->setPen(text);
     const QRect words = inside.adjusted(line + gap, 0, 0, 0);
     const auto draw = [&](const QFont& font, int top, int width, const QString& what) {

@@ -3,6 +3,7 @@
 #include <QAbstractListModel>
 #include <QStyledItemDelegate>
 #include <functional>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -29,7 +30,7 @@ class ReportList : public QAbstractListModel {
 public:
     /// The report of an entry; null when it is gone. The pointer is used at once.
     using Find = std::function<const ProofReport*(const ListEntry&)>;
-    enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole };
+    enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole, hasMoreRole };
 
     /// `now` gives the time, by which a check of today shows its hour and an older one its day.
     ReportList(Find find, std::function<Date()> now, const Words& words, QObject* parent = nullptr);
@@ -48,7 +49,13 @@ public:
     QVariant data(const QModelIndex& index, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
+signals:
+    /// The entries were set anew, whether or not the filter lets another row through.
+    void entriesChanged();
+
 private:
+    /// What the verdict's symbol does not say: "2 warning signs". Empty when there is nothing of that kind.
+    QString caution(const ProofReport& report) const;
     bool passes(const ListEntry& entry) const;
     std::vector<ListEntry> filtered() const;
     void show(std::vector<ListEntry> rows);
@@ -61,15 +68,23 @@ private:
     Words m_words;
     QString m_filter;
     std::vector<ListEntry> m_all, m_rows;
+    mutable std::map<UUID, QString> m_cautions;  // as they were asked for, until the entries change
 };
 
-/// Paints a row: the tone's symbol, the subject, and under it the domain and the time.
+/// Paints a row: the tone's symbol, the subject, and under it the domain and the time; a caution mark where
+/// there is more to be read than the verdict.
 class ReportListDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    /// Turns the mark of running checks by a step, for the next painting.
+    void turn() { m_turns = (m_turns + 1) % turnsAround; }
+
+private:
+    static constexpr int turnsAround = 12;
+    int m_turns = 0;
 };
 
 }  // namespace quillmark

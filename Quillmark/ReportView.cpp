@@ -18,12 +18,20 @@ namespace quillmark {
 namespace {
 
 constexpr int widestName = 24;     // characters
-constexpr int widestReport = 110;  // characters: longer lines are hard to read
+constexpr int widestReport = 120;  // characters: longer lines are hard to read
 
 QFont scaled(QFont font, double factor, QFont::Weight weight) {
     if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
     font.setWeight(weight);
     return font;
+}
+
+/// For what is of less weight, and yet has to be read.
+QColor faded(const QPalette& palette) {
+    const QColor text = palette.color(QPalette::Text), ground = palette.color(QPalette::Base);
+    const auto mixed = [](float a, float b) { return a * 0.7F + b * 0.3F; };
+    return QColor::fromRgbF(mixed(text.redF(), ground.redF()), mixed(text.greenF(), ground.greenF()),
+                            mixed(text.blueF(), ground.blueF()));
 }
 
 QLabel* heading(const QString& text) {
@@ -59,7 +67,7 @@ QWidget* factGrid(const std::vector<ReportFact>& facts) {
 QString spoken(const ReportRow& row, const Words& words) {
     QStringList parts;
     if (row.tone) parts << toneWord(*row.tone, words);
-    parts << row.label << row.sentence;
+    parts << row.label << row.aside << row.sentence;
     for (const ReportLine& note : row.notes) parts << note.text;
     parts.removeAll(QString());
     return parts.join(QStringLiteral(". "));
@@ -102,6 +110,7 @@ void ReportView::rebuild() {
     auto* across = new QHBoxLayout(page);
     auto* column = new QWidget;
     column->setMaximumWidth(widestReport * fontMetrics().averageCharWidth());
+    across->addStretch(0);
     across->addWidget(column, 1);
     across->addStretch(0);
     auto* layout = new QVBoxLayout(column);
@@ -168,6 +177,7 @@ QWidget* ReportView::section(const ReportSection& section) {
         chain->addLayout(step);
     }
     layout->addLayout(chain);
+    for (const ReportLine& each : section.notes) layout->addLayout(note(each));
     for (const QString& remark : section.remarks) layout->addWidget(new PlainText(remark));
     return box;
 }
@@ -191,7 +201,14 @@ QWidget* ReportView::row(const ReportRow& row) {
     if (!row.label.isEmpty() || !row.details.empty()) layout->addLayout(top = new QHBoxLayout);
     if (top && row.tone) {
         top->addWidget(new Chip(*row.tone, row.label, m_words));
-        top->addStretch(1);
+        if (row.aside.isEmpty()) {
+            top->addStretch(1);
+        } else {
+            auto* aside = new PlainText(row.aside);
+            aside->setFont(scaled(aside->font(), 0.9, QFont::Normal));
+            aside->setColor(faded(palette()));
+            top->addWidget(aside, 1, Qt::AlignVCenter);
+        }
     } else if (!row.label.isEmpty()) {
         auto* label = new PlainText(row.label);
         label->setFont(scaled(label->font(), 1.0, QFont::DemiBold));

@@ -7,6 +7,7 @@
 #include <QPushButton>
 #include <QStyle>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 
 namespace quillmark {
@@ -35,9 +36,10 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     connect(history, &QCheckBox::toggled, this, &SettingsView::keepHistoryChanged);
 
     auto* actions = new QHBoxLayout;
+    layout->addSpacing(fontMetrics().height() / 2);
     layout->addLayout(actions);
     const auto button = [&](const QString& text) {
-        auto* each = new QPushButton(text);
+        auto* each = new Button(text);
         each->setAutoDefault(false);
         actions->addWidget(each);
         return each;
@@ -55,7 +57,7 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     layout->addStretch(1);
 
     auto* buttons = new QDialogButtonBox;
-    buttons->addButton(words("Done"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(new Button(words("Done")), QDialogButtonBox::AcceptRole);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     layout->addWidget(buttons);
     const int width = 80 * fontMetrics().averageCharWidth();
@@ -67,6 +69,7 @@ QCheckBox* SettingsView::addSwitch(const QString& label, const QStringList& expl
     box->setChecked(on);
     box->setAccessibleDescription(explanations.join(u' '));
     auto* all = static_cast<QVBoxLayout*>(layout());
+    if (all->count() > 0) all->addSpacing(fontMetrics().height() / 2);
     all->addWidget(box);
     const int indent = style()->pixelMetric(QStyle::PM_IndicatorWidth) +
                        style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing);

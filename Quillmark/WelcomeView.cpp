@@ -5,6 +5,7 @@
 #include <QIcon>
 #include <QLabel>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 
 namespace quillmark {
@@ -42,7 +43,7 @@ WelcomeView::WelcomeView(const Words& words, QWidget* parent) : QDialog(parent) 
     }
     layout->addStretch(1);
     auto* buttons = new QDialogButtonBox;
-    buttons->addButton(words("Get Started"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(new Button(words("Get Started")), QDialogButtonBox::AcceptRole);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     layout->addWidget(buttons);
     const int width = 64 * fontMetrics().averageCharWidth();

@@ -161,11 +161,6 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
     lines.note(Remark{{}, explanation(report, reader)});
     for (const Remark& remark : besideHeadline(report, reader)) lines.note(remark);
-    if (!report.flags.empty()) {
-        lines.note({Tone::caution, reader.translateCount("There is a warning sign; read it below.",
-                                                         "There are %n warning signs; read them below.",
-                                                         static_cast<std::int64_t>(report.flags.size()))});
-    }
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, reader);

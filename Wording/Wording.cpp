@@ -224,6 +224,12 @@ std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& read
         addLines(remarks, deciding, report, reader);
     }
     addFailedLookups(remarks, report, reader);
+    if (!report.flags.empty()) {
+        remarks.push_back(
+            {Tone::caution, reader.translateCount("There is a warning sign; read it below.",
+                                                  "There are %n warning signs; read them below.",
+                                                  static_cast<std::int64_t>(report.flags.size()))});
+    }
     return remarks;
 }
 

@@ -18,7 +18,7 @@ std::string headline(const Verdict& verdict, const Reader& reader);
 /// The paragraph under the headline: what that proves, and what to do now.
 std::string explanation(const ProofReport& report, const Reader& reader);
 /// What must not be missed when only the headline is read, to be shown with it: what the headline's words do
-/// not cover, and whose the domains are that it names. Empty for many a report.
+/// not cover, whose the domains are that it names, and that there are warning signs. Empty for many a report.
 std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader);
 
 /// "[OK]", "[!]", "[X]" or "[?]".

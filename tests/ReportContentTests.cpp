@@ -53,6 +53,7 @@ void eachText(const ReportContent& content, const std::function<void(const QStri
     for (const ReportLine& each : content.beside) visit(each.text);
     for (const ReportSection& each : content.sections) {
         for (const ReportFact& fact : each.facts) visit(fact.value);
+        for (const ReportLine& note : each.notes) visit(note.text);
         for (const ReportRow& row : each.rows) eachText(row, visit);
         for (const ReportRow& row : each.chain) eachText(row, visit);
     }
@@ -72,6 +73,16 @@ TEST(ReportContent, hostileTextIsCappedAndInert) {
     EXPECT_EQ(section(content, "Warning signs").remarks, QStringList("and 99,950 more"));
     EXPECT_EQ(section(content, "The way it came").chain.size(), 50U);
     EXPECT_TRUE(section(content, "The message says").facts[0].value.endsWith("and 99,950 more"));
+}
+
+TEST(ReportContent, notesStandInTheirSectionsAndBesideTheHeadline) {
+    ProofReport report;
+    report.notes = {{ReportNote::HeaderEndsEarly{7, 100}}, {ReportNote::SigningDomainNoHost{"x"}}};
+    report.flags = {{LookAlikeFlag::MultipleFrom{}}};
+    const ReportContent content = reportContent(report, std::nullopt, {}, english);
+    EXPECT_EQ(section(content, "The message says").notes.size(), 1U);
+    EXPECT_EQ(section(content, "Signatures (DKIM)").notes.size(), 1U);
+    EXPECT_EQ(content.beside.back().text, "There is a warning sign; read it below.");
 }
 
 TEST(ReportContent, thePathAndTheStepThatWasJudged) {

@@ -106,6 +106,14 @@ TEST_F(ReportLists, rowsAndHeadings) {
     EXPECT_EQ(text(10'004, ReportList::timeRole), "8 Jan 2022");
 }
 
+TEST_F(ReportLists, aGoodVerdictWithWarningSignsIsMarked) {
+    m_reports[2].flags.assign(2, {LookAlikeFlag::MultipleFrom{}});
+    EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)),
+              "Good: Subject 2, d.example, 2 warning signs, 00:00");
+    EXPECT_TRUE(list.data(list.index(5), ReportList::hasMoreRole).toBool());
+    EXPECT_FALSE(list.data(list.index(6), ReportList::hasMoreRole).toBool());
+}
+
 TEST_F(ReportLists, filter) {
     list.setFilter("SUBJECT 99");
     EXPECT_EQ(list.rowCount(), 1 + 111);
@@ -141,7 +149,7 @@ ReportContent sampleContent() {
     ReportContent content{Tone::bad, "Can’t prove who sent this", "Anybody could have written this.", {}, {},
                           false};
     content.beside.push_back({Tone::caution, "Beside it"});
-    ReportSection section{"Signatures (DKIM)", {}, {}, {}, {"and 3 more"}};
+    ReportSection section{"Signatures (DKIM)", {}, {}, {}, {}, {"and 3 more"}};
     section.facts = {{"Subject", shown(std::string_view("<b>bold</b> <img src='http://x.example/'>"))}};
     for (int i = 0; i < 3; ++i) {
         section.rows.push_back({Tone::good, "Valid", "It holds.", {{{}, "A note."}}, {{"Selector", "s1"}}});

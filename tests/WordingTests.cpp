@@ -96,6 +96,8 @@ TEST(Wording, besideHeadline) {
           unsignedRest}},
         {{.verdict = {VerdictKind::keyGone, Tone::unknown, "xn--mnchen-3ya.example", "", {}}},
          {{Tone::caution, "Some apps show xn--mnchen-3ya.example as “münchen.example”."}}},
+        {{.flags = {{LookAlikeFlag::MultipleFrom{}}, {LookAlikeFlag::MultipleFrom{}}}},
+         {{Tone::caution, "There are 2 warning signs; read them below."}}},
     };
     for (const auto& row : rows) EXPECT_EQ(besideHeadline(row.report, english), row.remarks);
 }
