@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -41,10 +42,62 @@ constexpr std::array failureTexts{
     "timed out",       "no connection",    "name not found",  "certificate not trusted",
     "connection lost", "answer too large", "transfer failed", "stopped"};
 
+/// What is used of libcurl, which is loaded with the first request: with the 36 libraries that it brings, it
+/// would more than double what every start of the program costs, and most checks of a file ask nobody.
+class Library {
+    /// An address that becomes a pointer to whichever function it is kept as.
+    struct Symbol {
+        void* address;
+        template <class Function>
+        operator Function*() const {
+            return reinterpret_cast<Function*>(address);
+        }
+    };
+    // Never unloaded: it leaves things behind that run when a thread ends.
+    void* const m_handle = dlopen("libcurl.so.4", RTLD_NOW | RTLD_NODELETE);
+    bool m_isWhole = m_handle != nullptr;
+
+    Symbol find(const char* name) {
+        const Symbol symbol{m_handle ? dlsym(m_handle, name) : nullptr};
+        m_isWhole = m_isWhole && symbol.address;
+        return symbol;
+    }
+
+public:
+    decltype(&::curl_free) free = find("curl_free");
+    decltype(&::curl_global_init) globalInit = find("curl_global_init");
+    decltype(&::curl_easy_init) easyInit = find("curl_easy_init");
+    decltype(&::curl_easy_cleanup) easyCleanup = find("curl_easy_cleanup");
+    decltype(&::curl_easy_setopt) easySet = find("curl_easy_setopt");
+    decltype(&::curl_easy_getinfo) easyGet = find("curl_easy_getinfo");
+    decltype(&::curl_multi_init) multiInit = find("curl_multi_init");
+    decltype(&::curl_multi_cleanup) multiCleanup = find("curl_multi_cleanup");
+    decltype(&::curl_multi_setopt) multiSet = find("curl_multi_setopt");
+    decltype(&::curl_multi_add_handle) multiAdd = find("curl_multi_add_handle");
+    decltype(&::curl_multi_remove_handle) multiRemove = find("curl_multi_remove_handle");
+    decltype(&::curl_multi_assign) multiAssign = find("curl_multi_assign");
+    decltype(&::curl_multi_socket_action) multiSocketAction = find("curl_multi_socket_action");
+    decltype(&::curl_multi_info_read) multiRead = find("curl_multi_info_read");
+    decltype(&::curl_slist_append) listAppend = find("curl_slist_append");
+    decltype(&::curl_slist_free_all) listFree = find("curl_slist_free_all");
+    decltype(&::curl_url) url = find("curl_url");
+    decltype(&::curl_url_cleanup) urlCleanup = find("curl_url_cleanup");
+    decltype(&::curl_url_get) urlGet = find("curl_url_get");
+    decltype(&::curl_url_set) urlSet = find("curl_url_set");
+
+    /// False when there is no libcurl, and nothing of it may be called.
+    const bool isReady = m_isWhole && globalInit(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+};
+
+const Library& curl() {
+    static const Library library;
+    return library;
+}
+
 struct FreeCURL {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(CURL* easy) const { curl().easyCleanup(easy); }
+    void operator()(CURLU* url) const { curl().urlCleanup(url); }
+    void operator()(curl_slist* list) const { curl().listFree(list); }
 };
 using Easy = std::unique_ptr<CURL, FreeCURL>;
 using HeaderList = std::unique_ptr<curl_slist, FreeCURL>;
@@ -77,9 +130,9 @@ HTTPFailure failureOf(CURLcode code) {
 
 std::string part(CURLU* url, CURLUPart which) {
     char* text = nullptr;
-    if (curl_url_get(url, which, &text, CURLU_DEFAULT_PORT) != CURLUE_OK) return {};
+    if (curl().urlGet(url, which, &text, CURLU_DEFAULT_PORT) != CURLUE_OK) return {};
     std::string copy = text;
-    curl_free(text);
+    curl().free(text);
     return copy;
 }
 
@@ -91,8 +144,8 @@ struct Target {
 };
 
 std::optional<Target> targetOf(const std::string& text) {
-    const std::unique_ptr<CURLU, FreeCURL> url(curl_url());
-    if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
+    const std::unique_ptr<CURLU, FreeCURL> url(curl().url());
+    if (!url || curl().urlSet(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
     const std::string host = part(url.get(), CURLUPART_HOST);  // libcurl writes 0x7f.1 as 127.0.0.1 here
     in_addr address{};
     return Target{.host = host + ":" + part(url.get(), CURLUPART_PORT),
@@ -209,7 +262,7 @@ HTTPEngine::Loop::~Loop() {
         wake();
         m_thread.join();
     }
-    if (m_multi) curl_multi_cleanup(m_multi);
+    if (m_multi) curl().multiCleanup(m_multi);
     if (m_events >= 0) ::close(m_events);
     if (m_wake >= 0) ::close(m_wake);
 }
@@ -217,14 +270,14 @@ HTTPEngine::Loop::~Loop() {
 void HTTPEngine::Loop::start() {
     m_events = ::epoll_create1(EPOLL_CLOEXEC);
     m_wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    m_multi = curl_multi_init();
+    m_multi = curl().multiInit();
     epoll_event event{.events = EPOLLIN, .data = {.fd = m_wake}};
     if (!m_multi || ::epoll_ctl(m_events, EPOLL_CTL_ADD, m_wake, &event) != 0) throw std::bad_alloc();
-    curl_multi_setopt(m_multi, CURLMOPT_MAX_HOST_CONNECTIONS, m_connectionsPerHost);
-    curl_multi_setopt(m_multi, CURLMOPT_SOCKETFUNCTION, &Loop::watch);
-    curl_multi_setopt(m_multi, CURLMOPT_SOCKETDATA, this);
-    curl_multi_setopt(m_multi, CURLMOPT_TIMERFUNCTION, &Loop::setTimer);
-    curl_multi_setopt(m_multi, CURLMOPT_TIMERDATA, this);
+    curl().multiSet(m_multi, CURLMOPT_MAX_HOST_CONNECTIONS, m_connectionsPerHost);
+    curl().multiSet(m_multi, CURLMOPT_SOCKETFUNCTION, &Loop::watch);
+    curl().multiSet(m_multi, CURLMOPT_SOCKETDATA, this);
+    curl().multiSet(m_multi, CURLMOPT_TIMERFUNCTION, &Loop::setTimer);
+    curl().multiSet(m_multi, CURLMOPT_TIMERDATA, this);
     m_thread = std::thread([this] { work(); });
 }
 
@@ -291,11 +344,11 @@ void HTTPEngine::Loop::waitForEvents() {
         const int what = ((ready & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                          ((ready & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
                          ((ready & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
-        curl_multi_socket_action(m_multi, data.fd, what, &running);
+        curl().multiSocketAction(m_multi, data.fd, what, &running);
     }
     if (m_timer && *m_timer <= Clock::now()) {
         m_timer.reset();
-        curl_multi_socket_action(m_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+        curl().multiSocketAction(m_multi, CURL_SOCKET_TIMEOUT, 0, &running);
     }
 }
 
@@ -308,7 +361,7 @@ int HTTPEngine::Loop::watch(CURL*, curl_socket_t socket, int what, void* self, v
     epoll_event event{.events = 0, .data = {.fd = socket}};
     if ((what & CURL_POLL_IN) != 0) event.events |= EPOLLIN;
     if ((what & CURL_POLL_OUT) != 0) event.events |= EPOLLOUT;
-    if (!isKnown) curl_multi_assign(loop.m_multi, socket, self);
+    if (!isKnown) curl().multiAssign(loop.m_multi, socket, self);
     ::epoll_ctl(loop.m_events, isKnown ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event);
     return 0;
 }
@@ -322,10 +375,10 @@ int HTTPEngine::Loop::setTimer(CURLM*, long milliseconds, void* self) {
 
 void HTTPEngine::Loop::finishDone() {
     int left = 0;
-    while (const CURLMsg* message = curl_multi_info_read(m_multi, &left)) {
+    while (const CURLMsg* message = curl().multiRead(m_multi, &left)) {
         if (message->msg != CURLMSG_DONE) continue;
         void* transfer = nullptr;
-        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+        curl().easyGet(message->easy_handle, CURLINFO_PRIVATE, &transfer);
         end(*static_cast<Transfer*>(transfer), message->data.result);
     }
 }
@@ -335,24 +388,24 @@ void HTTPEngine::Loop::begin(std::shared_ptr<Transfer> transfer) {
     CURL* const easy = m_spare.back().release();
     m_spare.pop_back();
     for (const auto& header : transfer->headers) {
-        transfer->headerList.reset(curl_slist_append(transfer->headerList.release(), header.c_str()));
+        transfer->headerList.reset(curl().listAppend(transfer->headerList.release(), header.c_str()));
     }
-    curl_easy_setopt(easy, CURLOPT_URL, transfer->url.c_str());
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer->headerList.get());
+    curl().easySet(easy, CURLOPT_URL, transfer->url.c_str());
+    curl().easySet(easy, CURLOPT_HTTPHEADER, transfer->headerList.get());
     for (const auto data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA, CURLOPT_PRIVATE}) {
-        curl_easy_setopt(easy, data, transfer.get());
+        curl().easySet(easy, data, transfer.get());
     }
     transfer->easy = easy;
-    curl_multi_add_handle(m_multi, easy);
+    curl().multiAdd(m_multi, easy);
     Transfer* const key = transfer.get();
     m_running.emplace(key, std::move(transfer));
 }
 
 /// A handle with all that is the same for every transfer.
 Easy HTTPEngine::Loop::newHandle() const {
-    Easy easy(curl_easy_init());
+    Easy easy(curl().easyInit());
     if (!easy) throw std::bad_alloc();
-    const auto set = [&](CURLoption option, auto value) { curl_easy_setopt(easy.get(), option, value); };
+    const auto set = [&](CURLoption option, auto value) { curl().easySet(easy.get(), option, value); };
     set(CURLOPT_PROTOCOLS_STR, "https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     set(CURLOPT_PIPEWAIT, 1L);
@@ -374,9 +427,9 @@ Easy HTTPEngine::Loop::newHandle() const {
 
 void HTTPEngine::Loop::end(Transfer& transfer, CURLcode result) {
     long status = 0;
-    curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    curl().easyGet(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
     const char* redirect = nullptr;
-    curl_easy_getinfo(transfer.easy, CURLINFO_REDIRECT_URL, &redirect);
+    curl().easyGet(transfer.easy, CURLINFO_REDIRECT_URL, &redirect);
     if (redirect) transfer.redirect = redirect;
     transfer.response.status = static_cast<int>(status);
     transfer.result = result;
@@ -392,7 +445,7 @@ void HTTPEngine::Loop::end(Transfer& transfer, CURLcode result) {
 void HTTPEngine::Loop::remove(Transfer& transfer) {
     if (!transfer.easy) return;  // it ended before the news that nobody waits for it
     Easy easy(std::exchange(transfer.easy, nullptr));
-    curl_multi_remove_handle(m_multi, easy.get());
+    curl().multiRemove(m_multi, easy.get());
     if (m_spare.size() < spareHandles) m_spare.push_back(std::move(easy));
     m_running.erase(&transfer);
 }
@@ -405,9 +458,9 @@ HTTPEngine::HTTPEngine(HTTPOptions options)
 HTTPEngine::~HTTPEngine() = default;
 
 HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
-    static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    if (!curl().isReady) throw HTTPError(HTTPFailure::transferFailed);
     auto target = targetOf(request.url);
-    if (!isReady || !target || !target->isPlainHTTPS) throw HTTPError(HTTPFailure::transferFailed);
+    if (!target || !target->isPlainHTTPS) throw HTTPError(HTTPFailure::transferFailed);
 
     const auto deadline = Clock::now() + request.timeOut;
     std::string url = request.url;
