@@ -171,24 +171,40 @@ bool passesUnchanged(const char* bytes) {
     return (folding(word) | (bytesEqual(word, ' ') & (folding(next) | bytesEqual(next, ' ')))) == 0;
 }
 
-/// Passes on the first bytes, up to a limit.
-class LimitedHash : public ByteSink {
+/// Hashes the whole or, in the same walk, the first bytes up to each of several limits.
+class LimitedHashes : public ByteSink {
 public:
-    LimitedHash(HashAlgorithm algorithm, std::optional<std::uint64_t> limit)
-        : m_hash(algorithm), m_limit(limit) {}
+    /// `limits`: in ascending order.
+    LimitedHashes(HashAlgorithm algorithm, std::span<const std::uint64_t> limits)
+        : m_hash(algorithm), m_limits(limits), m_isLimited(!limits.empty()) {}
     void add(std::string_view bytes) override {
-        if (m_limit) {
-            bytes =
-                bytes.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), *m_limit)));
-            *m_limit -= bytes.size();
+        while (!m_limits.empty() && m_limits.front() - m_count <= bytes.size()) {
+            take(bytes, m_limits.front() - m_count);
+            m_digests.push_back(Hasher(m_hash).digest());
+            m_limits = m_limits.subspan(1);
         }
-        m_hash.add(bytes);
+        if (!m_isLimited || !m_limits.empty()) take(bytes, bytes.size());
     }
-    std::string digest() { return m_hash.digest(); }
+    /// One for each limit, or that of the whole. May be asked once.
+    std::vector<std::string> digests() {
+        if (!m_isLimited || !m_limits.empty()) {
+            m_digests.resize(m_digests.size() + std::max<std::size_t>(m_limits.size(), 1), m_hash.digest());
+        }
+        return std::move(m_digests);
+    }
 
 private:
-    HashingSink m_hash;
-    std::optional<std::uint64_t> m_limit;  // what is left of it
+    void take(std::string_view& bytes, std::uint64_t count) {
+        m_hash.add(bytes.substr(0, static_cast<std::size_t>(count)));
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+        m_count += count;
+    }
+
+    Hasher m_hash;
+    std::span<const std::uint64_t> m_limits;  // those not reached yet
+    const bool m_isLimited;
+    std::uint64_t m_count = 0;  // of the bytes hashed
+    std::vector<std::string> m_digests = {};
 };
 
 }  // namespace
@@ -278,8 +294,15 @@ std::string withEmptiedSignature(std::string_view raw) {
     }
 }
 
-void addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
-                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink) {
+bool addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
+                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink,
+                         std::size_t limit) {
+    const auto fits = [&](std::string_view raw) {
+        const bool isFitting = raw.size() <= limit;
+        limit -= std::min(raw.size(), limit);
+        return isFitting;
+    };
+    if (!fits(signature.raw)) return false;
     // How many fields of a name are used up, from the bottom, by where the name's positions lie.
     std::unordered_map<const std::uint32_t*, std::size_t> used;
     for (const std::string& name : names) {
@@ -289,23 +312,38 @@ void addSignedHeaderData(const MailMessage& message, std::span<const std::string
         while (count < positions.size()) {
             const HeaderField& field = message.headers()[positions[positions.size() - ++count]];
             if (field == signature) continue;
+            if (!fits(field.raw)) return false;
             canonicalizeHeader(field.raw, canonicalization, sink);
             sink.add(lineEnd);
             break;
         }
     }
     canonicalizeHeader(withEmptiedSignature(signature.raw), canonicalization, sink);
+    return true;
+}
+
+BodyHashes::BodyHashes(std::string_view body, std::vector<std::uint64_t> expectedLimits)
+    : m_body(body), m_expected(std::move(expectedLimits)) {
+    std::ranges::sort(m_expected);
+    m_expected.erase(std::unique(m_expected.begin(), m_expected.end()), m_expected.end());
 }
 
 const BodyHashes::Hash& BodyHashes::hash(Canonicalization canonicalization, HashAlgorithm algorithm,
                                          std::optional<std::uint64_t> limit, std::stop_token stop) {
-    const auto [entry, isNew] = m_hashes.try_emplace(Asked{canonicalization, algorithm, limit});
-    if (isNew) {
-        LimitedHash sink(algorithm, limit);
-        entry->second.canonicalLength = canonicalizeBody(m_body, canonicalization, sink, std::move(stop));
-        entry->second.digest = sink.digest();
-    }
-    return entry->second;
+    const auto at = [&](std::optional<std::uint64_t> which) -> Hash& {
+        return m_hashes[Asked{canonicalization, algorithm, which}];
+    };
+    if (const auto known = m_hashes.find({canonicalization, algorithm, limit}); known != m_hashes.end())
+        return known->second;
+    const bool isExpected = limit && std::ranges::binary_search(m_expected, *limit);
+    std::span<const std::uint64_t> limits;
+    if (limit) limits = isExpected ? std::span<const std::uint64_t>(m_expected) : std::span(&*limit, 1);
+    LimitedHashes sink(algorithm, limits);
+    const std::uint64_t length = canonicalizeBody(m_body, canonicalization, sink, stop);
+    const auto digests = sink.digests();
+    for (std::size_t i = 0; i < limits.size(); ++i) at(limits[i]) = {digests[i], length};
+    if (!limit) at(limit) = {digests.front(), length};
+    return at(limit);
 }
 
 }  // namespace quillmark

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <optional>
 #include <span>
@@ -66,15 +68,17 @@ std::string withEmptiedSignature(std::string_view raw);
 /// What a signature over header fields is made of: each field that `names` asks for, in that order and from
 /// the bottom up for a name that repeats, then the signature field itself with its `b=` emptied, without a
 /// final CR LF. Fields that are byte for byte the signature field are passed over. Linear in the names and
-/// fields of the message.
-void addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
-                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink);
+/// fields of the message. False, and the data cut short, when these fields have more than `limit` bytes.
+bool addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
+                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink,
+                         std::size_t limit = std::numeric_limits<std::size_t>::max());
 
 /// The hashes of one message's body, each worked out once however many signatures ask for it. Not safe from
 /// several threads at once; the body must outlive it.
 class BodyHashes {
 public:
-    explicit BodyHashes(std::string_view body) : m_body(body) {}
+    /// `expectedLimits`: limits that will be asked for. One walk over the body serves all of them.
+    explicit BodyHashes(std::string_view body, std::vector<std::uint64_t> expectedLimits = {});
 
     struct Hash {
         std::string digest = {};            ///< of the canonical body up to the limit
@@ -88,6 +92,7 @@ public:
 private:
     using Asked = std::tuple<Canonicalization, HashAlgorithm, std::optional<std::uint64_t>>;
     std::string_view m_body;
+    std::vector<std::uint64_t> m_expected;  // sorted, each once
     std::map<Asked, Hash> m_hashes = {};
 };
 

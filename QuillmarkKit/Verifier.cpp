@@ -10,6 +10,7 @@
 #include "QuillmarkKit/SPF.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "QuillmarkKit/TagList.h"
 #include "QuillmarkKit/Verdict.h"
 #include "QuillmarkKit/WarningSigns.h"
 
@@ -38,6 +39,27 @@ std::vector<MailAddress> addresses(const MailMessage& message, std::string_view 
 /// one.
 std::string fromDomain(const MessageSummary& summary) {
     return summary.from.size() == 1 ? MailAddress::domainPart(summary.from.front().address) : std::string();
+}
+
+/// What signatures say of how much of the body they cover (`l=`). Few of them may walk over the body once
+/// each; a hostile message has sixty, each with a length of its own.
+std::vector<std::uint64_t> bodyLimits(const MailMessage& message) {
+    constexpr std::size_t fewSignatures = 4;
+    const auto dkim = message.positions("DKIM-Signature"), arc = message.positions("ARC-Message-Signature");
+    if (dkim.size() + arc.size() <= fewSignatures) return {};
+    std::vector<std::uint64_t> limits;
+    const auto add = [&](const HeaderField& signature) {
+        const std::string value = signature.value();
+        const auto length = decimal(TagList::parse(value).value("l").value_or(""));
+        if (length) limits.push_back(static_cast<std::uint64_t>(*length));
+    };
+    for (const auto position : dkim.first(std::min(dkim.size(), mostSignatures)))
+        add(message.headers()[position]);
+    const auto sets = arcSets(message, StrayARCFields::refuse).value_or(std::vector<ARCSet>());
+    for (const ARCSet& set : sets) {
+        if (set.messageSignature) add(*set.messageSignature);
+    }
+    return limits;
 }
 
 std::vector<DKIMResult> dkim(const MailMessage& message, const SignatureChecker& checker) {
@@ -156,7 +178,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
 
     DeadlineResolver resolver(*m_resolver);
     std::optional<BodyHashes> bodyHashes;
-    if (message.body()) bodyHashes.emplace(*message.body());
+    if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
     report.dkim = dkim(message, checker);
 

@@ -19,6 +19,7 @@ constexpr std::string_view patterns[] = {
     toTranslate("From isn't signed (h=)"),
     toTranslate("b= or bh= is not base64"),
     toTranslate("i= is outside d="),
+    toTranslate("more than 16 MB of header fields are signed"),
     toTranslate("l=%1 is longer than the body"),
     toTranslate("the key requires i= to be exactly d= (t=s)"),
     toTranslate("%1: no key"),

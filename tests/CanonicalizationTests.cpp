@@ -181,5 +181,27 @@ TEST(Canonicalization, bodyHashes) {
     EXPECT_EQ(&hashes.hash(relaxed, HashAlgorithm::sha256, std::nullopt), &whole);  // worked out once
 }
 
+/// Limits that are known beforehand share one walk, and each gives what it gives alone.
+TEST(Canonicalization, bodyHashesOfManyLimits) {
+    std::string body;
+    for (int i = 0; i < 300; ++i) body += "line  " + std::to_string(i) + " \r\n" + (i % 7 == 0 ? "\r\n" : "");
+    const std::vector<std::uint64_t> limits = {700, 0, 1, 701, 700, 2000, 1'000'000, 3};
+    BodyHashes together(body, limits);
+    for (const auto form : {relaxed, simple}) {
+        for (const std::uint64_t limit : limits) {
+            SCOPED_TRACE(limit);
+            BodyHashes alone(body);
+            const auto& expected = alone.hash(form, HashAlgorithm::sha256, limit);
+            const auto& found = together.hash(form, HashAlgorithm::sha256, limit);
+            EXPECT_EQ(found.digest, expected.digest);
+            EXPECT_EQ(found.canonicalLength, expected.canonicalLength);
+        }
+        EXPECT_EQ(together.hash(form, HashAlgorithm::sha256, std::nullopt).digest,
+                  together.hash(form, HashAlgorithm::sha256, 1'000'000).digest);
+        EXPECT_EQ(together.hash(form, HashAlgorithm::sha256, 5).digest,  // one that nobody expected
+                  BodyHashes(body).hash(form, HashAlgorithm::sha256, 5).digest);
+    }
+}
+
 }  // namespace
 }  // namespace quillmark

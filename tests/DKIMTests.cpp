@@ -126,6 +126,19 @@ TEST(DKIM, tagsThatAreNoSignature) {
     }
 }
 
+/// Sixty signatures that each cover a whole message of 50 MB must not cost sixty times its size.
+TEST(DKIM, signedHeaderOfAnySize) {
+    for (const auto& [size, status] : {std::pair(15, Status::pass), std::pair(17, Status::malformed)}) {
+        const std::string subject(static_cast<std::size_t>(size) * 1'000'000, 'x');
+        const std::string text = "From: a@example.org\r\nSubject: " + subject + "\r\n\r\n";
+        const auto result =
+            check(signedMessage(text, {.tags = "v=1; d=example.org; s=key; h=from:subject"}, rsaKey()),
+                  answers({keyRecord(rsaKey())}));
+        EXPECT_EQ(result.status, status);
+        EXPECT_EQ(result.detail, size > 16 ? "more than 16 MB of header fields are signed" : "");
+    }
+}
+
 TEST(DKIM, keys) {
     const std::string message = signedMessage(plain, {}, rsaKey());
     const std::string good = keyRecord(rsaKey());

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,7 +25,7 @@ enum class WhenEmpty { written, leftOut };
 /// One member of a keyed object. An unlabelled value of a case is named "_0".
 template <typename Owner, typename Member>
 struct Field {
-    const char* name;
+    std::string_view name;
     Member Owner::* member;
     WhenEmpty whenEmpty = WhenEmpty::written;
 };

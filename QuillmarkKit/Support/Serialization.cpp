@@ -124,9 +124,8 @@ void Encoder::writeText(std::string_view text) {
             m_text += '\\';
             m_text += static_cast<char>(scalar);
         } else if (isHarmful(scalar)) {
-            std::array<char, 8> escape = {};
-            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(scalar));
-            m_text += escape.data();
+            m_text += "\\u";
+            for (int shift = 12; shift >= 0; shift -= 4) m_text += "0123456789abcdef"[scalar >> shift & 0xF];
         } else {
             appendUTF8(m_text, scalar);
         }

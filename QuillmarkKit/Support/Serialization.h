@@ -147,9 +147,10 @@ private:
 
     template <typename T, std::size_t... indices>
     void writeFields(const T& value, std::index_sequence<indices...>) {
-        [[maybe_unused]] constexpr auto order = sortedFields<T>();
+        [[maybe_unused]] static constexpr auto order = sortedFields<T>();
+        [[maybe_unused]] static constexpr auto fields = fieldsOf(static_cast<const T*>(nullptr));
         m_text += '{';
-        (writeField(value, std::get<order[indices]>(fieldsOf(static_cast<const T*>(nullptr)))), ...);
+        (writeField(value, std::get<order[indices]>(fields)), ...);
         m_text += '}';
     }
 
@@ -227,9 +228,10 @@ private:
 
     /// Runs `read` with `step` added to the path.
     template <typename Read>
-    auto inside(const std::string& step, Read read) {
+    auto inside(std::string_view step, Read read) {
         const std::size_t length = m_path.size();
-        m_path += step.starts_with('[') || m_path.empty() ? step : "." + step;
+        if (!step.starts_with('[') && !m_path.empty()) m_path += '.';
+        m_path += step;
         auto result = read();
         m_path.resize(length);
         return result;

@@ -221,7 +221,7 @@ std::string withoutComments(std::string_view text) {
             continue;
         }
         if (depth > 0) continue;
-        if (!inQuotes) {
+        if (!inQuotes && !(c >= ' ' && c < '\x7F')) {
             const std::string_view rest = text.substr(i);
             // Line ends: LF, VT, FF, CR, U+0085, U+2028 and U+2029.
             if (c >= '\n' && c <= '\r') {
