@@ -123,10 +123,12 @@ OrderedRun::Outcome checked(const CheckCommand& command, const Sources& from, co
     const ProofReport report = from.recorded
                                    ? from.recorded->verify(digest, mail, name, from.now)
                                    : Verifier(from.resolver, from.registry).verify(mail, name, from.now);
-    const bool isJSONUsed = command.json || command.save;
-    std::string json = isJSONUsed ? compactJSON(report) : "";
-    return {.report = (command.json ? json : textReport(report, command.reader, command.markers)) + "\n",
-            .kept = command.save ? std::move(json) : ""};
+    // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
+    OrderedRun::Outcome outcome;
+    outcome.report = command.json ? compactJSON(report) : textReport(report, command.reader, command.markers);
+    if (command.save) outcome.kept = command.json ? outcome.report : compactJSON(report);
+    outcome.report += '\n';
+    return outcome;
 }
 
 Sources sources(const CheckCommand& command) {
@@ -188,7 +190,10 @@ std::optional<std::string> recordingFault(const std::string& path) {
 /// Writes down what the checks were told. False when it could not be, of which it says why.
 bool wroteRecording(const std::string& path, const Sources& from, Date begun) {
     try {
-        createFile(path, from.recorded->json({.at = from.now, .begun = begun, .ended = currentTime()}));
+        const std::string json =
+            from.recorded->json({.at = from.now, .begun = begun, .ended = currentTime()});
+        const Undisturbed whileWriting;
+        createFile(path, json);
         return true;
     } catch (const std::filesystem::filesystem_error& error) {
         writeProblem("“" + path + "” can’t be written: " + error.code().message());

@@ -17,7 +17,7 @@ namespace quillmark {
 
 namespace {
 
-std::timed_mutex outputMutex;  // held while a report is written
+std::timed_mutex outputMutex;  // held while a report or a file is written
 
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -72,10 +72,13 @@ void endOnSignals() {
         int number = 0;
         while (sigwait(&ours, &number) != 0) {
         }
-        // A reader that does not read must not keep us from ending.
+        // A reader that does not read, or a history of a gigabyte, must not keep us from ending.
         const std::unique_lock lock(outputMutex, std::chrono::milliseconds(100));
         _exit(128 + number);
     }).detach();
 }
+
+Undisturbed::Undisturbed() { outputMutex.lock(); }
+Undisturbed::~Undisturbed() { outputMutex.unlock(); }
 
 }  // namespace quillmark

@@ -23,4 +23,14 @@ void occupyStandardDescriptors();
 /// middle of a report. Before any other thread starts.
 void endOnSignals();
 
+/// While one lives, a signal leaves what is being written the time to become whole, but not for long: a
+/// tenth of a second. One at a time in a thread, and nothing goes to standard output meanwhile.
+class Undisturbed {
+public:
+    Undisturbed();
+    ~Undisturbed();
+    Undisturbed(const Undisturbed&) = delete;
+    Undisturbed& operator=(const Undisturbed&) = delete;
+};
+
 }  // namespace quillmark

@@ -159,6 +159,7 @@ int KeygenCommand::run() const {
         const auto key = type == "rsa" ? SigningKey::newRSA(bits.value_or(2048)) : SigningKey::newEd25519();
         if (!key) throw Fault(inputAtFault, "No key could be made: there are no random numbers to be had.");
         try {
+            const Undisturbed whileWriting;
             createFile(out, key->pem());
         } catch (const std::filesystem::filesystem_error& error) {
             throw Fault(inputAtFault, "“" + out + "” can’t be written: " + error.code().message());

@@ -39,6 +39,7 @@ std::variant<History, std::string> loadUserHistory(const Reader& reader) {
 
 HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader) {
     try {
+        const Undisturbed whileSaving;
         const auto damaged = userHistory().apply(change, currentTime());
         return {true, damaged ? historyProblem(*damaged, reader) : ""};
     } catch (const HistoryFileError& error) {

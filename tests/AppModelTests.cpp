@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -490,6 +491,77 @@ TEST(AppModel, quittingCancelsChecksAndKeepsWhatIsDone) {
     EXPECT_EQ(idsIn(desk.history().load(now)), std::set{done});
     model.paste(mail);
     EXPECT_EQ(model.session().size(), 1u);
+}
+
+/// Closing the window at random moments, 50 times or as often as the environment says: nobody waits for an
+/// answer that doesn't come, and what was done by then is kept.
+TEST(AppModel, quittingAtRandomMoments) {
+    Desk desk;
+    std::vector<std::string> files;
+    for (int i = 0; i < 3; ++i) files.push_back(desk.write("m" + std::to_string(i), mail));
+    const char* times = std::getenv("QUILLMARK_KILLS");
+    std::mt19937 random(13);
+    std::set<UUID> kept;
+    std::size_t unfinished = 0;
+    for (int left = times ? std::atoi(times) : 50; left > 0; --left) {
+        const auto resolver = std::make_shared<WaitingResolver>();
+        desk.surroundings.resolver = resolver;
+        if (left % 2 == 0) resolver->gate.open();  // else answers come, if at all, in the middle
+        AppModel& model = desk.start();
+        QElapsedTimer timer;
+        timer.start();
+        const auto runsFor = static_cast<qint64>(random() % 40);
+        for (int i = 0; i < 3; ++i) model.paste(mail);
+        model.openFiles(files);
+        while (timer.elapsed() < runsFor) QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+        if (left % 3 == 0) resolver->gate.open();
+        timer.restart();
+        if (left % 5 != 0) model.finish();  // a model that is destroyed does the same
+        std::set<UUID> shown;
+        for (const auto& row : model.session()) {
+            if (left % 5 != 0 && row.report) shown.insert(row.id);
+        }
+        desk.model = nullptr;
+        EXPECT_LT(timer.elapsed(), 10'000);
+        const auto found = idsIn(desk.history().load(now));
+        EXPECT_TRUE(std::ranges::includes(found, kept));
+        EXPECT_TRUE(std::ranges::includes(found, shown));
+        unfinished += found.size() < kept.size() + 6;
+        kept = found;
+    }
+    EXPECT_GT(unfinished, 0u);
+    EXPECT_FALSE(kept.empty());
+    for (const auto& entry : fs::directory_iterator(desk.file("data")))
+        EXPECT_TRUE(entry.path().filename() == "history.json" ||
+                    entry.path().filename() == ".history.json.lock");
+}
+
+/// Two windows, and what a command line does to the file, all at once.
+TEST(AppModel, manyChangeOneHistory) {
+    Desk desk, other;
+    other.historyURL = desk.historyURL;
+    desk.ready();
+    other.ready();
+    std::set<UUID> expected;
+    for (int i = 0; i < 10; ++i) {
+        for (AppModel* model : {desk.model.get(), other.model.get()}) {
+            expected.insert(model->paste(mail));
+            const UUID gone = model->paste(mail);
+            desk.waitFor([&] { return model->report(gone) != nullptr; });
+            model->removeFromHistory(gone);
+        }
+        ProofReport added;
+        added.id = UUID::random();
+        HistoryChange change;
+        ASSERT_TRUE(change.add(added));
+        desk.history().apply(change, now);
+        expected.insert(added.id);
+    }
+    desk.idle();
+    other.idle();
+    desk.model->finish();
+    other.model->finish();
+    EXPECT_EQ(idsIn(desk.history().load(now)), expected);
 }
 
 TEST(AppModel, registriesAreAskedOnlyWhileTheyMayBe) {

@@ -14,6 +14,8 @@
 #include <future>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -683,6 +685,86 @@ TEST(CommandLine, historyThatCannotBeUsed) {
     EXPECT_EQ(run(save).problems, "quillmark: Quillmark couldn’t save your history: Not a directory\n");
     EXPECT_EQ(run({"history", "list"}).problems,
               "quillmark: Your history couldn’t be opened: Not a directory\n");
+}
+
+/// Ctrl-C at random moments, 50 times or as often as the environment says, while reports, a recording and the
+/// history are written: each is whole or not there, nothing is left over, and nobody waits.
+TEST(CommandLine, interruptedAtRandomMoments) {
+    const UserData data;
+    const std::string dns = data.folder.write("dns.json", R"({"answers":{}})");
+    const std::string recording = data.folder / "recording.json";
+    std::vector<std::string> arguments = {"check", "--json", "--save", "--dns", dns, "--record", recording};
+    for (const auto& sample : {"signed", "forwarded-twice", "rfc6376"})
+        arguments.insert(arguments.end(), 15, (samples / sample).string() + ".eml");
+    const std::size_t each = 45;
+    HistoryFile{data.history}.save({});
+    const char* times = std::getenv("QUILLMARK_KILLS");
+    std::mt19937 random(11);
+    double range = 0.02;  // seconds; as long as a run takes on this machine
+    std::size_t saved = 0, cut = 0, finished = 0;
+    for (int left = times ? std::atoi(times) : 50; left > 0; --left) {
+        fs::remove(recording);
+        const pid_t child = started(arguments, data.folder / "out", data.folder / "err");
+        std::this_thread::sleep_for(
+            std::chrono::duration<double>(std::uniform_real_distribution(0.0, range)(random)));
+        kill(child, SIGINT);
+        const auto begin = std::chrono::steady_clock::now();
+        const int status = ended(child);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+        const std::string output = contents(data.folder / "out");
+        EXPECT_TRUE(output.empty() || output.ends_with('\n'));
+        const std::size_t count = reports(output).size();  // throws when one is cut
+        // The signal's own end is the one before the program asks for another.
+        EXPECT_TRUE(status == 0 ? count == each : status == 130 || (status == 1000 + SIGINT && count == 0))
+            << status;
+        EXPECT_EQ(contents(data.folder / "err"), "");
+        EXPECT_TRUE(!fs::exists(recording) || JSON::accept(contents(recording)));
+        const std::size_t kept = HistoryFile{data.history}.load({}).reports.size();
+        EXPECT_TRUE(kept == saved || (kept == saved + each && count == each));
+        for (const std::string& folder : {data.folder / ".", data.folder / "Quillmark"}) {
+            for (const auto& entry : fs::directory_iterator(folder)) {
+                const std::string name = entry.path().filename();
+                EXPECT_TRUE(!name.starts_with('.') || name == ".history.json.lock") << name;
+            }
+        }
+        cut += count > 0 && status != 0;
+        finished += count == each;
+        range *= count == 0 ? 1.25 : status == 0 ? 0.8 : 1.0;
+        saved = kept;
+        if (saved > 500) {
+            HistoryFile{data.history}.save({});
+            saved = 0;
+        }
+    }
+    EXPECT_TRUE(times || (cut > 0 && finished > 0)) << cut << " " << finished;
+}
+
+/// Ten programs at once, half of which remove what was there: nothing is lost, nothing comes back.
+TEST(CommandLine, manyChangeOneHistory) {
+    const UserData data;
+    const std::string dns = data.folder.write("dns.json", R"({"answers":{}})");
+    const std::string mail = data.folder.write("a.eml", plain);
+    std::vector<ProofReport> old(5);
+    for (std::size_t i = 0; i < old.size(); ++i) old[i].id.bytes[15] = static_cast<std::uint8_t>(i + 1);
+    HistoryFile{data.history}.save({1, old});
+    std::vector<pid_t> running;
+    for (int i = 0; i < 5; ++i) {
+        const std::string out = data.folder / ("out" + std::to_string(i));
+        running.push_back(
+            started({"check", "--json", "--save", "--dns", dns, mail, mail, mail}, out, out + "e"));
+        running.push_back(
+            started({"history", "remove", old[static_cast<std::size_t>(i)].id.text()}, out + "r", out + "f"));
+    }
+    for (const pid_t each : running) EXPECT_EQ(ended(each), 0);
+    std::set<std::string> expected, found;
+    for (int i = 0; i < 5; ++i) {
+        for (const JSON& report : reports(contents(data.folder / ("out" + std::to_string(i)))))
+            expected.insert(report["id"]);
+    }
+    for (const ProofReport& report : HistoryFile{data.history}.load({}).reports)
+        found.insert(report.id.text());
+    EXPECT_EQ(expected.size(), 15u);
+    EXPECT_EQ(found, expected);
 }
 
 /// On a terminal the program asks before it clears the history.

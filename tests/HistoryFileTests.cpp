@@ -202,6 +202,38 @@ TEST(HistoryFile, refusals) {
               (std::set<std::string>{".folder.lock", ".history.json.lock", "folder", "history.json"}));
 }
 
+/// Somebody puts something else in the file's place between two changes: none writes over it.
+TEST(HistoryFile, replacedInBetween) {
+    const TemporaryFolder folder;
+    const HistoryFile file{folder.file("history.json")}, other{folder.file("other.json")};
+    const auto ids = [](const HistoryFile& of) {
+        std::set<UUID> found;
+        for (const ProofReport& report : of.load(now).reports) found.insert(report.id);
+        return found;
+    };
+    file.apply(adding(1), now);
+    other.apply(adding(2), now);
+    const auto bytes = fileContents(other.url, any);
+    fs::remove(file.url);
+    fs::create_symlink(other.url, file.url);  // what it leads to is what was there
+    file.apply(adding(3), now);
+    EXPECT_EQ(ids(file), (std::set{reportOf(2).id, reportOf(3).id}));
+    EXPECT_EQ(fileContents(other.url, any), bytes);
+
+    fs::remove(file.url);
+    fs::create_symlink(folder.file("nowhere"), file.url);
+    file.apply(adding(4), now);
+    EXPECT_EQ(ids(file), std::set{reportOf(4).id});
+
+    fs::remove(file.url);
+    fs::create_directory(file.url);
+    EXPECT_THROW(file.apply(adding(5), now), fs::filesystem_error);
+    fs::remove(file.url);
+    folder.write("history.json", R"({"reports":[],"version":3})");
+    EXPECT_THROW(file.apply(adding(6), now), HistoryFileError);
+    EXPECT_EQ(fileContents(file.url, any), R"({"reports":[],"version":3})");
+}
+
 /// Several processes and threads add and remove at once: nothing is lost, nothing comes back.
 TEST(HistoryFile, changesAtOnce) {
     const TemporaryFolder folder;

@@ -22,8 +22,13 @@ namespace {
     throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
 }
 
+constexpr std::size_t temporaryEnd = 6;
+
 /// What a replacement of a file is called before it has the file's name, without its last six characters.
 std::string temporaryName(const fs::path& path) { return "." + path.filename().string() + "."; }
+
+/// Where the system shows an open file, named or not.
+std::string nameOfOpen(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
 fs::path folderOf(const fs::path& path) { return path.has_parent_path() ? path.parent_path() : "."; }
 
@@ -64,6 +69,10 @@ void createFile(const fs::path& path, std::string_view bytes) {
 FileReplacement::FileReplacement(fs::path path) : m_path(std::move(path)) {
     const fs::path folder = folderOf(m_path);
     makeFolders(folder);
+    // Without a name until it is whole, so that nothing stays behind when the process ends before.
+    m_descriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (m_descriptor >= 0 && ::access(nameOfOpen(m_descriptor).c_str(), F_OK) == 0) return;
+    if (m_descriptor >= 0) ::close(m_descriptor);
     m_temporary = (folder / (temporaryName(m_path) + "XXXXXX")).string();
     m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);  // 0600
     if (m_descriptor < 0) fail("cannot write", m_path);
@@ -83,15 +92,31 @@ void FileReplacement::write(std::string_view bytes) {
     }
 }
 
+/// A file without a name gets a temporary one; only a rename replaces another file in one step.
+void FileReplacement::giveName() {
+    while (m_temporary.empty()) {
+        const std::string end = std::to_string(100'000 + arc4random_uniform(900'000));
+        const std::string name = (folderOf(m_path) / (temporaryName(m_path) + end)).string();
+        if (::linkat(AT_FDCWD, nameOfOpen(m_descriptor).c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) ==
+            0) {
+            m_temporary = name;
+        } else if (errno != EEXIST) {
+            fail("cannot write", m_path);
+        }
+    }
+}
+
 void FileReplacement::commit() {
-    if (::fsync(m_descriptor) != 0 || ::rename(m_temporary.c_str(), m_path.c_str()) != 0)
-        fail("cannot write", m_path);
+    if (::fsync(m_descriptor) != 0) fail("cannot write", m_path);
+    giveName();
+    if (::rename(m_temporary.c_str(), m_path.c_str()) != 0) fail("cannot write", m_path);
     m_temporary.clear();
     syncFolder(folderOf(m_path));
 }
 
 void FileReplacement::commitAsNew() {
     if (::fsync(m_descriptor) != 0) fail("cannot write", m_path);
+    giveName();
     if (!renameToUnused(m_temporary, m_path)) fail("cannot write", m_path, EEXIST);
     m_temporary.clear();
 }
@@ -101,7 +126,8 @@ void FileReplacement::removeLeftovers(const fs::path& path) {
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(folderOf(path), ignored)) {
         const std::string name = entry.path().filename().string();
-        if (name.size() == begin.size() + 6 && name.starts_with(begin)) fs::remove(entry.path(), ignored);
+        if (name.size() == begin.size() + temporaryEnd && name.starts_with(begin))
+            fs::remove(entry.path(), ignored);
     }
 }
 

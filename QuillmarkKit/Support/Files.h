@@ -41,8 +41,10 @@ public:
     static void removeLeftovers(const std::filesystem::path& path);
 
 private:
+    void giveName();
+
     std::filesystem::path m_path;
-    std::string m_temporary;  // empty once committed
+    std::string m_temporary;  // its name so far; empty while it has none, and once committed
     int m_descriptor = -1;
 };
 
