@@ -1,5 +1,6 @@
-// A message, a zero byte, and what resolver and registry answer: the whole way from bytes to a report. It is
-// the same the second time, follows from its own findings, and reads back from its JSON.
+// A message, a zero byte, and what resolver and registry answer: the whole way from bytes to a report, which
+// follows from its own findings. For every eighth length of input, so that more inputs are tried: it is the
+// same the second time, and reads back from its JSON.
 
 #include <algorithm>
 #include <cstddef>
@@ -59,8 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string_view rest(reinterpret_cast<const char*>(data), size);
     const auto message = MailMessage::parse(takePiece(rest, '\0'));
     const ProofReport report = checked(message, rest);
-    require(report == checked(message, rest));
-    checkJSON(report);
+    if (size % 8 == 0) {
+        require(report == checked(message, rest));
+        checkJSON(report);
+    }
 
     const auto& suffixes = PublicSuffixList::shared();
     const bool hasBody = message.body().has_value();
