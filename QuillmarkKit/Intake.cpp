@@ -32,6 +32,24 @@ bool waited(int descriptor, const std::stop_token& stop) {
 
 }  // namespace
 
+std::optional<Refusal> readOn(int descriptor, ByteBuffer& bytes, std::size_t limit,
+                              const std::stop_token& stop) {
+    struct stat status = {};
+    if (fstat(descriptor, &status) != 0) return unreadable(errno);
+    const bool mayWait = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+    while (bytes.size() < limit) {
+        if (mayWait && !waited(descriptor, stop)) return unreadable(ECANCELED);
+        if (bytes.size() == bytes.capacity()) bytes.grow(std::min(2 * bytes.capacity(), limit));
+        const std::size_t room = std::min(bytes.capacity(), limit) - bytes.size();
+        const ssize_t count = read(descriptor, bytes.data() + bytes.size(), room);
+        if (count < 0 && (errno == EINTR || (errno == EAGAIN && mayWait))) continue;
+        if (count < 0) return unreadable(errno);
+        if (count == 0) break;
+        bytes.setSize(bytes.size() + static_cast<std::size_t>(count));
+    }
+    return std::nullopt;
+}
+
 std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop_token& stop) {
     struct stat status = {};
     if (fstat(descriptor, &status) != 0) return unreadable(errno);
@@ -42,24 +60,22 @@ std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop
             static_cast<std::size_t>(status.st_size) + 1;  // one more, so that its end is met without growing
     }
     ByteBuffer bytes(expected);
-    const bool mayWait = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-    for (;;) {
-        if (mayWait && !waited(descriptor, stop)) return unreadable(ECANCELED);
-        if (bytes.size() == bytes.capacity()) bytes.grow(std::min(2 * bytes.capacity(), readAtMost));
-        const std::size_t room = std::min(bytes.capacity(), readAtMost) - bytes.size();
-        const ssize_t count = read(descriptor, bytes.data() + bytes.size(), room);
-        if (count < 0 && (errno == EINTR || (errno == EAGAIN && mayWait))) continue;
-        if (count < 0) return unreadable(errno);
-        if (count == 0) return bytes;
-        bytes.setSize(bytes.size() + static_cast<std::size_t>(count));
-        if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
-    }
+    if (auto refusal = readOn(descriptor, bytes, readAtMost, stop)) return std::move(*refusal);
+    if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
+    return bytes;
 }
 
-std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::stop_token& stop) {
+std::variant<int, Refusal> openForReading(const std::string& path) {
     // Opening a FIFO would wait for its writer, and a terminal must not become ours.
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) return unreadable(errno);
+    return descriptor;
+}
+
+std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::stop_token& stop) {
+    const auto opened = openForReading(path);
+    if (const auto* refusal = std::get_if<Refusal>(&opened)) return *refusal;
+    const int descriptor = std::get<int>(opened);
     auto bytes = readDescriptor(descriptor, stop);
     close(descriptor);
     return bytes;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -24,7 +25,15 @@ struct Refusal {
     struct NotAnEmail {
         bool operator==(const NotAnEmail&) const = default;
     };
-    std::variant<Unreadable, TooLarge, NotAnEmail> value = NotAnEmail{};
+    /// A mail program's own format that keeps a message taken to pieces: what was signed is not in it.
+    struct Converted {
+        bool operator==(const Converted&) const = default;
+    };
+    /// Not all of the messages attached inside a message were taken in: see `AttachedMessages`.
+    struct AttachedLeftOut {
+        bool operator==(const AttachedLeftOut&) const = default;
+    };
+    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, AttachedLeftOut> value = NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };
 
@@ -37,6 +46,14 @@ constexpr std::size_t largestMessage = 50'000'000;
 std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::stop_token& stop = {});
 /// The same from an open file, which stays open.
 std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop_token& stop = {});
+
+/// Appends what comes next from an open file, up to its end or until there are `limit` bytes, whichever is
+/// first; the buffer grows as it must. Blocks, and heeds `stop`, as above. Why it failed, or nothing.
+std::optional<Refusal> readOn(int descriptor, ByteBuffer& bytes, std::size_t limit,
+                              const std::stop_token& stop = {});
+
+/// Opens a file for the two above, without waiting for a FIFO's writer. The descriptor or the reason.
+std::variant<int, Refusal> openForReading(const std::string& path);
 
 /// The message in the bytes, if they hold a From, Received or DKIM-Signature field.
 std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode);

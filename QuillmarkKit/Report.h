@@ -11,6 +11,7 @@
 #include "QuillmarkKit/ARC.h"
 #include "QuillmarkKit/Addresses.h"
 #include "QuillmarkKit/AuthResults.h"
+#include "QuillmarkKit/Containers.h"
 #include "QuillmarkKit/DKIM.h"
 #include "QuillmarkKit/Received.h"
 #include "QuillmarkKit/SPF.h"
@@ -336,8 +337,28 @@ struct ReportNote {
         Date received = {};  ///< the newest date of a Received field
         bool operator==(const SignedLongBefore&) const = default;
     };
+    /// The message comes from an mbox, which doesn't tell how "From " lines were quoted in it, and its
+    /// signatures fit one reading but not each of the others.
+    struct QuotedFromLines {
+        FromQuoting reading = FromQuoting::none;  ///< the one that fits, of which the report is
+        std::int64_t lines = 0;                   ///< that may have been quoted
+        bool operator==(const QuotedFromLines&) const = default;
+    };
+    /// DNS said that an answer a finding rests on was validated (DNSSEC, RFC 4035, section 3.2.3).
+    struct AnswerValidated {
+        enum class Kind { key, policy };
+        Kind kind = Kind::key;
+        std::string name = {};  ///< the name that was asked for
+        bool operator==(const AnswerValidated&) const = default;
+    };
+    /// The message carries signatures of a newer kind, which were not checked.
+    struct NewerSignatures {
+        std::int64_t count = 0;
+        bool operator==(const NewerSignatures&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
-                 SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore>
+                 SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
+                 AnswerValidated, NewerSignatures>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -346,6 +367,9 @@ constexpr auto namesOf(ReportNote::FromHoldsMore::Kind) {
 }
 constexpr auto namesOf(ReportNote::LineOfSender::Why) {
     return EnumTable<ReportNote::LineOfSender::Why, 2>{EnumStyle::word, {"belowReceived", "unknownServer"}};
+}
+constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
+    return EnumTable<ReportNote::AnswerValidated::Kind, 2>{EnumStyle::word, {"key", "policy"}};
 }
 constexpr auto casesOf(const ReportNote*) {
     return std::array{"headerEndsEarly",
@@ -356,7 +380,10 @@ constexpr auto casesOf(const ReportNote*) {
                       "signingDomainNoHost",
                       "signingDomainPublicSuffix",
                       "signedAfterCheck",
-                      "signedLongBefore"};
+                      "signedLongBefore",
+                      "quotedFromLines",
+                      "answerValidated",
+                      "newerSignatures"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -393,6 +420,17 @@ constexpr auto fieldsOf(const ReportNote::SignedLongBefore*) {
     using T = ReportNote::SignedLongBefore;
     return std::tuple{Field{"domain", &T::domain}, Field{"signedAt", &T::signedAt},
                       Field{"received", &T::received}};
+}
+constexpr auto fieldsOf(const ReportNote::QuotedFromLines*) {
+    using T = ReportNote::QuotedFromLines;
+    return std::tuple{Field{"reading", &T::reading}, Field{"lines", &T::lines}};
+}
+constexpr auto fieldsOf(const ReportNote::AnswerValidated*) {
+    using T = ReportNote::AnswerValidated;
+    return std::tuple{Field{"kind", &T::kind}, Field{"name", &T::name}};
+}
+constexpr auto fieldsOf(const ReportNote::NewerSignatures*) {
+    return std::tuple{Field{"count", &ReportNote::NewerSignatures::count}};
 }
 
 /// The complete, self-contained result of checking one message.

@@ -96,6 +96,50 @@ struct NoteSentence {
             "have sent an old message once more.",
             {quotedDomain(note.domain), reader.time(note.signedAt), reader.time(note.received)});
     }
+    std::string operator()(const ReportNote::QuotedFromLines& note) const {
+        switch (note.reading) {
+            case FromQuoting::none:
+                return reader.translateCount(
+                    "The mailbox has %n line of this message that begins with “>From ”. The signature fits "
+                    "it as it stands there.",
+                    "The mailbox has %n lines of this message that begin with “>From ”. The signature fits "
+                    "them as they stand there.",
+                    note.lines, {});
+            case FromQuoting::plain:
+                return reader.translateCount(
+                    "The mailbox put “>” before %n line of this message that begins with “From ”. Without "
+                    "that, the signature fits; a line that begins with more than one “>” was left as it was.",
+                    "The mailbox put “>” before %n lines of this message that begin with “From ”. Without "
+                    "that, the signature fits; lines that begin with more than one “>” were left as they "
+                    "were.",
+                    note.lines, {});
+            case FromQuoting::full:
+                break;
+        }
+        return reader.translateCount(
+            "The mailbox put “>” before %n line of this message that begins with “From ”. Without that, the "
+            "signature fits.",
+            "The mailbox put “>” before %n lines of this message that begin with “From ”. Without that, the "
+            "signature fits.",
+            note.lines, {});
+    }
+    std::string operator()(const ReportNote::AnswerValidated& note) const {
+        const std::string name = quotedDomain(note.name);
+        if (note.kind == ReportNote::AnswerValidated::Kind::key) {
+            return reader.translate(
+                "The DNS service says that the key at %1 comes from the domain itself (DNSSEC).", {name});
+        }
+        return reader.translate(
+            "The DNS service says that the policy at %1 comes from the domain itself (DNSSEC).", {name});
+    }
+    std::string operator()(const ReportNote::NewerSignatures& note) const {
+        return reader.translateCount(
+            "The message also carries %n signature of a newer kind (DKIM2), which this version doesn’t "
+            "check.",
+            "The message also carries %n signatures of a newer kind (DKIM2), which this version doesn’t "
+            "check.",
+            note.count, {});
+    }
 };
 
 }  // namespace
@@ -108,10 +152,20 @@ NoteSection sectionOf(const ReportNote& note) {
     if (const auto* line = std::get_if<ReportNote::LineOfSender>(&note.value)) {
         return line->field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults;
     }
+    const auto* validated = std::get_if<ReportNote::AnswerValidated>(&note.value);
+    if (validated && validated->kind == ReportNote::AnswerValidated::Kind::policy) return NoteSection::policy;
     const bool isOfMessage = std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
                              std::holds_alternative<ReportNote::FromHoldsMore>(note.value) ||
+                             std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
                              std::holds_alternative<ReportNote::FromEmpty>(note.value);
     return isOfMessage ? NoteSection::message : NoteSection::signatures;
+}
+
+std::optional<Tone> tone(const ReportNote& note) {
+    const bool isInformation = std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
+                               std::holds_alternative<ReportNote::AnswerValidated>(note.value) ||
+                               std::holds_alternative<ReportNote::NewerSignatures>(note.value);
+    return isInformation ? std::nullopt : std::optional(Tone::caution);
 }
 
 bool standsBesideHeadline(const ReportNote& note) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "QuillmarkKit/Report.h"
@@ -11,8 +12,11 @@ namespace quillmark {
 std::string sentence(const ReportNote& note, const Reader& reader);
 
 /// The part of a report that a note belongs to.
-enum class NoteSection { message, signatures, sendingServer, receiverResults };
+enum class NoteSection { message, signatures, sendingServer, policy, receiverResults };
 NoteSection sectionOf(const ReportNote& note);
+
+/// Caution, or nothing for what only informs.
+std::optional<Tone> tone(const ReportNote& note);
 
 /// Whether the headline alone would mislead: such a note is also said beside it.
 bool standsBesideHeadline(const ReportNote& note);

@@ -86,7 +86,7 @@ std::string joined(std::span<const MailAddress> addresses, const Reader& reader)
 /// The notes that belong under one heading, those that stand beside the headline once more.
 void addNotes(Lines& lines, const ProofReport& report, NoteSection section, const Reader& reader) {
     for (const ReportNote& note : report.notes) {
-        if (sectionOf(note) == section) lines.note(Remark{Tone::caution, sentence(note, reader)});
+        if (sectionOf(note) == section) lines.note(Remark{tone(note), sentence(note, reader)});
     }
 }
 
@@ -167,6 +167,7 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader);
     addNotes(lines, report, NoteSection::sendingServer, reader);
     addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
+    addNotes(lines, report, NoteSection::policy, reader);
     addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader);
     lines.section(toTranslate("Your mail server said"));
     bool isFirst = true;

@@ -259,6 +259,18 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
         if (!name) return reader.translate("That is larger than 50 MB, too large for a single email.");
         return reader.translate("“%1” is larger than 50 MB, too large for a single email.", {file});
     }
+    if (std::holds_alternative<Refusal::AttachedLeftOut>(refusal.value)) {
+        return reader.translate(
+            "“%1” holds more attached messages than are checked: 100, and those inside each other 8 deep.",
+            {file});
+    }
+    if (std::holds_alternative<Refusal::Converted>(refusal.value)) {
+        const std::string line = problemLine({Refusal::NotAnEmail{}}, name, reader);
+        return line + " " +
+               reader.translate(
+                   "It is in a format that keeps messages in pieces, without the bytes that were signed. "
+                   "Save the message as .eml in the program it came from, or copy its source.");
+    }
     if (!name) {
         return reader.translate(
             "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "

@@ -44,6 +44,17 @@ TEST(NoteSentences, all) {
          "The signature by d says it was made on 3 Jan 2026 at 12:00 CET, long before the message arrived on "
          "30 Jan",
          "Die Signatur von d"},
+        {Note::QuotedFromLines{FromQuoting::none, 2}, NoteSection::message, false,
+         "The mailbox has 2 lines of this message that begin with “>From ”. The signature fits them as they",
+         "Im Postfach beginnen 2 Zeilen"},
+        {Note::QuotedFromLines{FromQuoting::full, 1}, NoteSection::message, false,
+         "The mailbox put “>” before 1 line", "Das Postfach hat „>“ vor 1 Zeile"},
+        {Note::AnswerValidated{Note::AnswerValidated::Kind::key, "k._domainkey.d"}, NoteSection::signatures,
+         false, "The DNS service says that the key at k._domainkey.d comes", "Der DNS-Dienst sagt"},
+        {Note::AnswerValidated{Note::AnswerValidated::Kind::policy, "_dmarc.d"}, NoteSection::policy, false,
+         "The DNS service says that the policy at _dmarc.d comes", "Der DNS-Dienst sagt"},
+        {Note::NewerSignatures{1}, NoteSection::signatures, false,
+         "The message also carries 1 signature of a newer kind (DKIM2)", "Die Nachricht trägt außerdem"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.beginning);

@@ -43,6 +43,10 @@ TEST(Wording, problemLines) {
     EXPECT_EQ(problemLine(large, "a", english), "“a” is larger than 50 MB, too large for a single email.");
     EXPECT_EQ(problemLine(none, "a", english),
               "“a” doesn’t look like an email: no From, Received or DKIM-Signature header was found.");
+    EXPECT_TRUE(
+        problemLine({Refusal::Converted{}}, "a", english)
+            .starts_with("“a” doesn’t look like an email: no From, Received or DKIM-Signature header was "
+                         "found. It is in a format that keeps messages in pieces"));
     EXPECT_EQ(problemLine(none, std::nullopt, english),
               "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
               "the message’s "

@@ -1,0 +1,339 @@
+#include "QuillmarkKit/Containers.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "QuillmarkKit/Canonicalization.h"
+#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Support/Base64.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/TagList.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::string_view separatorBegin = "From ";
+constexpr std::size_t longestSeparator = 1000;  // bytes; RFC 5321 allows 254 in an address
+constexpr std::size_t longestFieldName = 1000;
+constexpr std::size_t lookAhead = longestSeparator + longestFieldName;
+constexpr std::size_t longestCount = 20;  // of the line with the count: digits and the blanks behind them
+constexpr std::size_t mostSignatures = 10;
+
+/// The line at the front, without its line end.
+std::string_view firstLine(std::string_view text) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    return line;
+}
+
+bool isMonth(std::string_view word) {
+    constexpr std::array months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    return std::ranges::any_of(months, [&](const char* month) { return equalsIgnoringCase(word, month); });
+}
+
+bool isYear(std::string_view word) {
+    return word.size() == 4 && decimal(word) && (word.starts_with("19") || word.starts_with("20"));
+}
+
+/// 10:12 or 10:12:00.
+bool isTime(std::string_view word) {
+    const auto colon = word.find(':');
+    return (colon == 1 || colon == 2) && decimal(word.substr(0, colon)) &&
+           decimal(word.substr(colon + 1, 2)) &&
+           (word.size() == colon + 3 || (word.size() == colon + 6 && word[colon + 3] == ':'));
+}
+
+/// Whether the line tells a month, a year and a time, as a separator does in whatever order.
+bool hasDate(std::string_view line) {
+    bool month = false, year = false, time = false;
+    while (!line.empty()) {
+        const std::string_view word = takeWord(line, " \t");
+        month |= isMonth(word);
+        year |= isYear(word);
+        time |= isTime(word);
+    }
+    return month && year && time;
+}
+
+bool beginsField(std::string_view text) {
+    const std::string_view begin = text.substr(0, longestFieldName);
+    const auto end = std::ranges::find_if(begin, [](char c) { return c < 33 || c > 126 || c == ':'; });
+    std::string_view rest = begin.substr(static_cast<std::size_t>(end - begin.begin()));
+    while (!rest.empty() && isBlank(rest.front())) rest.remove_prefix(1);
+    return end != begin.begin() && rest.starts_with(':');
+}
+
+/// Whether an empty line ends `text`, or nothing stands in it.
+bool endsWithEmptyLine(std::string_view text) {
+    for (const std::string_view end : {"\n", "\r\n"}) {
+        if (text.empty() || text == end) return true;
+        if (text.ends_with(end) && text.substr(0, text.size() - end.size()).ends_with('\n')) return true;
+    }
+    return false;
+}
+
+/// The length of the separator at the front of `text`, its line end included; 0 when there is none.
+std::size_t separatorLength(std::string_view text, bool isBehindEmptyLine) {
+    const auto end = text.substr(0, longestSeparator).find('\n');
+    if (end == std::string_view::npos) return 0;
+    const std::string_view line = firstLine(text);
+    const bool isDated = hasDate(line), isBeforeField = beginsField(text.substr(end + 1));
+    const bool isDatelessSeparator =
+        isBehindEmptyLine && isBeforeField && line.find('@') != std::string_view::npos;
+    return (isDated && (isBehindEmptyLine || isBeforeField)) || isDatelessSeparator ? end + 1 : 0;
+}
+
+/// A message without the empty line that parts it from the next separator. One that ends its header stays.
+std::string_view withoutLastEmptyLine(std::string_view message) {
+    for (const std::string_view end : {"\n", "\r\n"}) {
+        const std::string empty = "\n" + std::string(end);
+        if (message.ends_with(empty) && message.find(empty) + empty.size() < message.size())
+            return message.substr(0, message.size() - end.size());
+    }
+    return message;
+}
+
+}  // namespace
+
+bool isConverted(std::string_view head) {
+    return head.starts_with("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1") || head.starts_with("!BDN");
+}
+
+// UTF-16
+
+std::optional<ByteOrder> byteOrderMark(std::string_view head) {
+    if (head.starts_with("\xFF\xFE")) return ByteOrder::little;
+    if (head.starts_with("\xFE\xFF")) return ByteOrder::big;
+    return std::nullopt;
+}
+
+std::string UTF16Decoder::decode(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size() / 2 + 4);
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (!m_half) {
+            m_half = byte;
+            continue;
+        }
+        const unsigned high = m_order == ByteOrder::big ? *m_half : byte;
+        const unsigned low = m_order == ByteOrder::big ? byte : *m_half;
+        m_half.reset();
+        add(static_cast<char16_t>(high << 8 | low), text);
+    }
+    return text;
+}
+
+void UTF16Decoder::add(char16_t unit, std::string& text) {
+    constexpr char16_t mark = 0xFEFF, replacement = 0xFFFD;
+    const bool isFirst = !std::exchange(m_hasBegun, true);
+    if (isFirst && unit == mark) return;
+    const bool isHigh = unit >= 0xD800 && unit < 0xDC00, isLow = unit >= 0xDC00 && unit < 0xE000;
+    if (const char16_t high = std::exchange(m_high, isHigh ? unit : char16_t{0})) {
+        if (isLow) {
+            appendUTF8(text, 0x10000 + ((char32_t{high} - 0xD800) << 10) + (char32_t{unit} - 0xDC00));
+            return;
+        }
+        appendUTF8(text, replacement);
+    }
+    if (!isHigh) appendUTF8(text, isLow ? replacement : unit);
+}
+
+std::string UTF16Decoder::end() {
+    const bool isIncomplete = m_half || m_high != 0;
+    return isIncomplete ? "\uFFFD" : "";
+}
+
+// A count in front
+
+bool beginsWithCount(std::string_view head) {
+    std::string_view line = firstLine(head);
+    if (line.size() == head.size() || line.size() > longestCount) return false;
+    while (!line.empty() && isBlank(line.back())) line.remove_suffix(1);
+    return decimal(line).has_value();
+}
+
+std::optional<std::string_view> countedMessage(std::string_view file) {
+    if (!beginsWithCount(file)) return std::nullopt;
+    std::string_view rest = file.substr(file.find('\n') + 1);
+    const auto count = decimal(trimmedBlanks(firstLine(file)));
+    if (static_cast<std::uint64_t>(*count) > rest.size()) return std::nullopt;
+    const std::string_view message = rest.substr(0, static_cast<std::size_t>(*count));
+    rest.remove_prefix(message.size());
+    rest = trimmed(rest.substr(0, longestHead), " \t\r\n");
+    for (const char* const begin : {"<?xml", "<!DOCTYPE plist", "<plist", "bplist"}) {
+        if (rest.starts_with(begin)) return message;
+    }
+    return std::nullopt;
+}
+
+// Mbox
+
+std::optional<std::size_t> mboxBegin(std::string_view head) {
+    std::string_view text = head.substr(0, longestHead);
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
+    if (!text.starts_with(separatorBegin)) return std::nullopt;
+    const auto end = text.substr(0, longestSeparator).find('\n');
+    if (end == std::string_view::npos) return std::nullopt;
+    const std::string_view rest = text.substr(end + 1);
+    if (!hasDate(firstLine(text)) && !beginsField(rest)) return std::nullopt;
+    return static_cast<std::size_t>(rest.data() - head.data());
+}
+
+void MboxSplitter::add(std::string_view bytes) {
+    if (m_begin > 0) {
+        // Of a message that is not complete nothing is moved twice: it begins the buffer from now on.
+        const std::string_view rest = held();
+        std::memmove(m_buffer.data(), rest.data(), rest.size());
+        m_buffer.setSize(rest.size());
+        m_search -= std::exchange(m_begin, 0);
+    }
+    const std::size_t size = m_buffer.size(), needed = size + bytes.size();
+    if (needed > m_buffer.capacity()) m_buffer.grow(std::max(needed, 2 * m_buffer.capacity()));
+    if (!bytes.empty()) std::memcpy(m_buffer.data() + size, bytes.data(), bytes.size());
+    m_buffer.setSize(needed);
+}
+
+std::optional<MboxSplitter::Separator> MboxSplitter::nextSeparator() {
+    const std::string_view text = m_buffer.view();
+    for (;;) {
+        const auto found = text.find(separatorBegin, m_search);
+        if (found == std::string_view::npos) {
+            const std::size_t begun = separatorBegin.size() - 1;  // its beginning may have come already
+            m_search = std::max(m_search, text.size() - std::min(begun, text.size()));
+            return std::nullopt;
+        }
+        m_search = found;
+        if (!m_hasEnded && text.size() - found < lookAhead) return std::nullopt;
+        const bool isFirst = found == m_begin && !m_isTooLarge;
+        if (isFirst || (found > m_begin && text[found - 1] == '\n')) {
+            const bool isBehindEmptyLine = endsWithEmptyLine(text.substr(m_begin, found - m_begin));
+            if (const auto length = separatorLength(text.substr(found), isBehindEmptyLine))
+                return Separator{found, found + length};
+        }
+        ++m_search;
+    }
+}
+
+/// Of a message that is too large only as much stays as tells whether an empty line stands before a
+/// separator.
+void MboxSplitter::discardLarge() {
+    constexpr std::size_t context = 4;
+    if (held().size() <= largestMessage + lookAhead) {
+        if (!m_isTooLarge) return;
+    }
+    m_isTooLarge = true;
+    m_begin = std::max(m_begin, m_search - std::min(context, m_search));
+}
+
+std::optional<MboxSplitter::Message> MboxSplitter::next() {
+    while (!m_isDone) {
+        const auto separator = nextSeparator();
+        if (!separator && !m_hasEnded) {
+            discardLarge();
+            return std::nullopt;
+        }
+        m_isDone = !separator;
+        const std::size_t end = separator ? separator->begin : m_buffer.size();
+        Message message{.bytes = withoutLastEmptyLine(m_buffer.view().substr(m_begin, end - m_begin)),
+                        .number = ++m_number,
+                        .isTooLarge = m_isTooLarge,
+                        .isOnly = m_isDone && m_number == 1};
+        message.isTooLarge |= message.bytes.size() > largestMessage;
+        m_isTooLarge = false;
+        m_begin = m_search = separator ? separator->end : m_buffer.size();
+        if (message.isTooLarge) message.bytes = {};
+        const bool isEmpty = message.bytes.find_first_not_of("\r\n") == std::string_view::npos;
+        if (message.isTooLarge || !isEmpty) return message;
+    }
+    return std::nullopt;
+}
+
+// Quoted lines
+
+namespace {
+
+/// Where body lines begin that consist of ">"s, "From " and more: the positions of the first ">".
+std::vector<std::size_t> quotedLines(std::string_view body) {
+    std::vector<std::size_t> lines;
+    // A quoted line holds ">From ", so that searching for it finds all; each is looked at once.
+    for (auto found = body.find(">From "); found != std::string_view::npos;
+         found = body.find(">From ", found + 1)) {
+        std::size_t begin = found;
+        while (begin > 0 && body[begin - 1] == '>') --begin;
+        if (begin == 0 || body[begin - 1] == '\n') lines.push_back(begin);
+    }
+    return lines;
+}
+
+std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>& lines, FromQuoting reading) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    std::size_t from = 0;
+    for (const std::size_t line : lines) {
+        if (reading == FromQuoting::plain && text[line + 1] == '>') continue;
+        bytes.append(text.substr(from, line - from));
+        from = line + 1;
+    }
+    return bytes.append(text.substr(from));
+}
+
+/// How many of the signatures name the hash of this body.
+std::size_t fitting(const MailMessage& message) {
+    if (!message.body()) return 0;
+    BodyHashes hashes(*message.body());
+    std::size_t count = 0;
+    for (const char* const name : {"DKIM-Signature", "ARC-Message-Signature"}) {
+        const auto positions = message.positions(name);
+        for (const auto position : positions.first(std::min(positions.size(), mostSignatures))) {
+            const std::string value = message.headers()[position].value();
+            const TagList tags = TagList::parse(value);
+            const auto forms = CanonicalizationPair::parse(tags.value("c"));
+            const auto named = decodedBase64(tags.compactValue("bh").value_or(""));
+            if (!forms || !named || named->empty()) continue;
+            const auto limit = decimal(tags.value("l").value_or(""));
+            const auto algorithm =
+                tags.value("a").value_or("").ends_with("sha1") ? HashAlgorithm::sha1 : HashAlgorithm::sha256;
+            const auto& hash =
+                hashes.hash(forms->body, algorithm,
+                            limit ? std::optional(static_cast<std::uint64_t>(*limit)) : std::nullopt);
+            if (hash.digest == *named) ++count;
+        }
+    }
+    return count;
+}
+
+}  // namespace
+
+std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
+    if (message.find(">From ") == std::string_view::npos) return std::nullopt;
+    // Only lines of the body: in the header such a line is no field, whatever it stands for.
+    const auto parsed = MailMessage::parse(message);
+    if (!parsed.body()) return std::nullopt;
+    const auto lines = quotedLines(message);
+    if (lines.empty()) return std::nullopt;
+
+    QuotedFromLines quoted{.lines = static_cast<std::int64_t>(lines.size())};
+    std::size_t most = fitting(parsed), fewest = most;
+    for (const FromQuoting reading : {FromQuoting::full, FromQuoting::plain}) {
+        const bool isSame = std::ranges::none_of(lines, [&](auto line) { return message[line + 1] == '>'; });
+        if (reading == FromQuoting::plain && isSame) break;
+        const std::string bytes = withoutQuotes(message, lines, reading);
+        const std::size_t count = fitting(MailMessage::parse(bytes));
+        fewest = std::min(fewest, count);
+        if (count <= most) continue;
+        most = count;
+        quoted.reading = reading;
+        quoted.bytes = ByteBuffer(bytes);
+    }
+    quoted.isDecided = most > fewest;
+    return quoted;
+}
+
+}  // namespace quillmark

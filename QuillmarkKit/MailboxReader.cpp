@@ -1,0 +1,345 @@
+#include "QuillmarkKit/MailboxReader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "QuillmarkKit/AttachedMessages.h"
+#include "QuillmarkKit/Containers.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t pieceSize = 4 * longestHead;
+constexpr std::size_t mostProperties = 1'000'000;  // bytes behind a message with a count in front
+
+Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
+
+/// The last component of a path, as text.
+std::string lastComponent(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    return repairedUTF8(path.substr(path.rfind('/') + 1));
+}
+
+/// The bytes of an open file; UTF-16 comes as UTF-8.
+class FileBytes {
+public:
+    enum class Ownership { ours, callers };
+
+    FileBytes(int descriptor, Ownership ownership) : m_descriptor(descriptor), m_ownership(ownership) {}
+    FileBytes(FileBytes&& other) noexcept
+        : m_descriptor(std::exchange(other.m_descriptor, -1)),
+          m_ownership(other.m_ownership),
+          m_decoder(std::move(other.m_decoder)),
+          m_hasEnded(other.m_hasEnded) {}
+    FileBytes& operator=(FileBytes&&) = delete;
+    ~FileBytes() {
+        if (m_ownership == Ownership::ours && m_descriptor >= 0) close(m_descriptor);
+    }
+
+    int descriptor() const { return m_descriptor; }
+    bool hasEnded() const { return m_hasEnded; }
+
+    /// What the bytes read so far, and all that come, are.
+    void decodeAs(ByteOrder order, ByteBuffer& bytes) {
+        m_decoder.emplace(order);
+        bytes = decoded(bytes.view());
+    }
+
+    /// Appends what comes until there are `limit` bytes (of UTF-16 somewhat more), or until the end. Adds to
+    /// `count` what was read.
+    std::optional<Refusal> readOn(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
+                                  const std::stop_token& stop) {
+        while (!m_hasEnded && bytes.size() < limit) {
+            const std::size_t before = bytes.size();
+            if (!m_decoder) {
+                if (auto refusal = quillmark::readOn(m_descriptor, bytes, limit, stop)) return refusal;
+                count += bytes.size() - before;
+                m_hasEnded = bytes.size() < limit;
+                continue;
+            }
+            ByteBuffer piece(pieceSize);
+            if (auto refusal = quillmark::readOn(m_descriptor, piece, pieceSize, stop)) return refusal;
+            count += piece.size();
+            m_hasEnded = piece.size() < pieceSize;
+            const ByteBuffer text = decoded(piece.view());
+            bytes.grow(std::max(before + text.size(), std::min(2 * bytes.capacity(), limit)));
+            std::ranges::copy(text.view(), bytes.data() + before);
+            bytes.setSize(before + text.size());
+        }
+        return std::nullopt;
+    }
+
+private:
+    ByteBuffer decoded(std::string_view bytes) {
+        std::string text = m_decoder->decode(bytes);
+        if (m_hasEnded) text += m_decoder->end();
+        return ByteBuffer(text);
+    }
+
+    int m_descriptor;
+    Ownership m_ownership;
+    std::optional<UTF16Decoder> m_decoder = {};
+    bool m_hasEnded = false;
+};
+
+/// The files of a path: itself, or those in the folder and the folders in it.
+class FileWalk {
+public:
+    FileWalk(std::string path, std::string name) : m_root(std::move(path)), m_name(std::move(name)) {
+        m_pending.push_back(m_root);
+    }
+
+    struct File {
+        std::string path, name;
+        std::optional<Refusal> refusal = {};  // of a folder that can't be read
+    };
+    std::optional<File> next() {
+        while (!m_pending.empty()) {
+            const std::string path = std::move(m_pending.back());
+            m_pending.pop_back();
+            struct stat status = {};
+            const bool isRoot = path.size() == m_root.size();
+            const bool isThere = stat(path.c_str(), &status) == 0;
+            if (isThere && S_ISDIR(status.st_mode)) {
+                if (!m_seen.emplace(status.st_dev, status.st_ino).second) continue;
+                if (const auto error = enter(path)) return File{path, nameOf(path), unreadable(error)};
+            } else if (isRoot || (isThere && S_ISREG(status.st_mode))) {
+                return File{path, nameOf(path)};
+            }
+        }
+        return std::nullopt;
+    }
+
+private:
+    std::string nameOf(std::string_view path) const {
+        std::string_view below = path.substr(m_root.size());
+        while (below.starts_with('/')) below.remove_prefix(1);
+        if (below.empty()) return m_name;
+        const bool isNameless = m_name.empty() || m_name == "." || m_name == "..";
+        return (isNameless ? "" : m_name + "/") + repairedUTF8(below);
+    }
+
+    /// Queues what is in a folder. The error, or 0.
+    int enter(const std::string& folder) {
+        std::vector<std::string> names;
+        std::error_code error;
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+            names.push_back(entry->path().filename().string());
+        if (error) return error.value();
+        std::ranges::sort(names, std::greater());  // the last is taken first
+        const auto has = [&](const char* name) {
+            return std::ranges::binary_search(names, name, std::greater());
+        };
+        const bool isMaildir = has("cur") && has("new") && has("tmp");
+        for (const std::string& name : names) {
+            const std::string path = folder + (folder.ends_with('/') ? "" : "/") + name;
+            // Beside its messages a Maildir holds a server's notes and, as hidden folders, its subfolders; in
+            // "tmp" lie messages that were not delivered.
+            const bool isPassedOver =
+                isMaildir ? name == "tmp" || !fs::is_directory(path, error) : name.starts_with('.');
+            if (!isPassedOver) m_pending.push_back(path);
+        }
+        return 0;
+    }
+
+    const std::string m_root, m_name;
+    std::vector<std::string> m_pending = {};
+    std::set<std::pair<dev_t, ino_t>> m_seen = {};
+};
+
+}  // namespace
+
+std::optional<std::string> MessagePlace::name() const {
+    std::string text = file.value_or("");
+    const auto add = [&](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
+    if (number > 0) add("message " + std::to_string(number));
+    std::string numbers;
+    for (const std::size_t position : attached)
+        numbers += (numbers.empty() ? "" : ".") + std::to_string(position);
+    if (!attached.empty()) add("attached message " + numbers);
+    if (text.empty() && !file) return std::nullopt;
+    return text;
+}
+
+struct MailboxReader::State {
+    std::optional<FileWalk> walk = {};
+    std::optional<FileBytes> given = {};  // an open descriptor, until it is read
+    std::uint64_t bytesRead = 0;
+
+    // The file that is read
+    MessagePlace place = {};
+    std::optional<FileBytes> file = {};
+    std::optional<MboxSplitter> mbox = {};
+
+    bool openNext(std::optional<Found>& problem);
+    Found nextIn(const std::stop_token& stop);
+    std::optional<Found> nextInMbox(const std::stop_token& stop);
+    Found problem(Refusal refusal) const { return FoundProblem{std::move(refusal), place}; }
+};
+
+/// Goes on to the next file. False when there is none.
+bool MailboxReader::State::openNext(std::optional<Found>& problem) {
+    if (given) {
+        file.emplace(std::move(*given));
+        given.reset();
+        return true;
+    }
+    auto next = walk ? walk->next() : std::nullopt;
+    if (!next) return false;
+    place = {.path = std::move(next->path), .file = std::move(next->name)};
+    auto opened = next->refusal ? *next->refusal : openForReading(place.path);
+    if (auto* refusal = std::get_if<Refusal>(&opened)) {
+        problem = FoundProblem{std::move(*refusal), place};
+    } else {
+        file.emplace(std::get<int>(opened), FileBytes::Ownership::ours);
+    }
+    return true;
+}
+
+/// The first message of the file that was opened.
+Found MailboxReader::State::nextIn(const std::stop_token& stop) {
+    struct stat status = {};
+    const bool isRegular = fstat(file->descriptor(), &status) == 0 && S_ISREG(status.st_mode);
+    const std::size_t size = isRegular ? static_cast<std::size_t>(status.st_size) : longestHead;
+    ByteBuffer bytes(std::min(size + 1, longestHead));
+    if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
+    if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
+    const auto order = byteOrderMark(bytes.view());
+    if (order) {
+        file->decodeAs(*order, bytes);
+        if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop))
+            return problem(std::move(*refusal));
+    }
+    if (const auto begin = mboxBegin(bytes.view())) {
+        mbox.emplace();
+        mbox->add(bytes.view().substr(*begin));
+        auto found = nextInMbox(stop);
+        return found ? std::move(*found) : problem({Refusal::NotAnEmail{}});
+    }
+    const std::size_t limit =
+        largestMessage + (beginsWithCount(bytes.view()) ? mostProperties : std::size_t{0}) + 1;
+    if (isRegular && size >= limit && !order) return problem({Refusal::TooLarge{}});
+    if (isRegular) bytes.grow(std::min(size + 1, limit));
+    if (auto refusal = file->readOn(bytes, limit, bytesRead, stop)) return problem(std::move(*refusal));
+    if (const auto message = countedMessage(bytes.view())) bytes = ByteBuffer(*message);
+    if (bytes.size() > largestMessage) return problem({Refusal::TooLarge{}});
+    return FoundMessage{std::move(bytes), place};
+}
+
+/// The next message of the mbox that is read; nothing at its end.
+std::optional<Found> MailboxReader::State::nextInMbox(const std::stop_token& stop) {
+    for (;;) {
+        if (file->hasEnded()) mbox->end();
+        if (const auto message = mbox->next()) {
+            place.number = message->isOnly ? 0 : message->number;
+            if (message->isTooLarge) return problem({Refusal::TooLarge{}});
+            auto quoted = quotedFromLines(message->bytes);
+            FoundMessage found{
+                quoted && quoted->bytes ? std::move(*quoted->bytes) : ByteBuffer(message->bytes), place};
+            if (quoted && quoted->isDecided)
+                found.note = {ReportNote::QuotedFromLines{quoted->reading, quoted->lines}};
+            return found;
+        }
+        if (file->hasEnded()) return std::nullopt;
+        ByteBuffer piece(pieceSize);
+        if (auto refusal = file->readOn(piece, pieceSize, bytesRead, stop)) {
+            place.number = 0;
+            return problem(std::move(*refusal));
+        }
+        mbox->add(piece.view());
+    }
+}
+
+MailboxReader::MailboxReader(std::string path, std::optional<std::string> name)
+    : m_state(std::make_unique<State>()) {
+    std::string shown = name ? std::move(*name) : lastComponent(path);
+    m_state->walk.emplace(std::move(path), std::move(shown));
+}
+
+MailboxReader::MailboxReader(int descriptor) : m_state(std::make_unique<State>()) {
+    m_state->given.emplace(descriptor, FileBytes::Ownership::callers);
+}
+
+MailboxReader::~MailboxReader() = default;
+
+std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
+    State& state = *m_state;
+    while (!stop.stop_requested()) {
+        std::optional<Found> found;
+        if (state.mbox) {
+            found = state.nextInMbox(stop);
+        } else if (!state.openNext(found)) {
+            return std::nullopt;
+        } else if (!found) {
+            found = state.nextIn(stop);
+        }
+        const bool isMailbox =
+            state.mbox && found && (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
+        if (!isMailbox) {
+            state.mbox.reset();
+            state.file.reset();
+        }
+        if (found && !stop.stop_requested()) return found;
+    }
+    return std::nullopt;
+}
+
+std::uint64_t MailboxReader::bytesRead() const { return m_state->bytesRead; }
+
+std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& path) {
+    FileWalk walk(path, "");
+    std::uint64_t bytes = 0;
+    while (const auto file = walk.next()) {
+        struct stat status = {};
+        if (stat(file->path.c_str(), &status) != 0) continue;
+        if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return std::nullopt;
+        if (S_ISREG(status.st_mode)) bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+    return bytes;
+}
+
+namespace {
+
+std::variant<FoundMessage, Refusal> attachedAt(FoundMessage outer, const MessagePlace& place) {
+    auto message = messageIn(std::move(outer.bytes), ParseMode::strict);
+    if (auto* refusal = std::get_if<Refusal>(&message)) return std::move(*refusal);
+    AttachedMessages attached(std::get<MailMessage>(std::move(message)));
+    while (auto next = attached.next()) {
+        if (next->position == place.attached) return FoundMessage{std::move(next->bytes), place};
+    }
+    return Refusal{Refusal::NotAnEmail{}};
+}
+
+}  // namespace
+
+std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop) {
+    MailboxReader reader(place.path);
+    while (auto found = reader.next(stop)) {
+        if (auto* problem = std::get_if<FoundProblem>(&*found)) {
+            if (problem->place.number == place.number || problem->place.number == 0)
+                return std::move(problem->refusal);
+            continue;
+        }
+        auto& message = std::get<FoundMessage>(*found);
+        // One that was alone in its file is the first, should others have come.
+        if (message.place.number != place.number && (place.number != 0 || message.place.number != 1))
+            continue;
+        if (!place.attached.empty()) return attachedAt(std::move(message), place);
+        message.place = place;
+        return std::move(message);
+    }
+    return Refusal{Refusal::NotAnEmail{}};
+}
+
+}  // namespace quillmark

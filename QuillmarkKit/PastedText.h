@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quillmark {
+
+/// Text that was pasted, as the source of a message (to be parsed leniently).
+struct PastedText {
+    /// What is certain: the text, without an indentation that all of its lines have, and without lines before
+    /// the source that are a summary of it.
+    std::string source = {};
+    /// The source alone, when lines stand before something that looks like one and could as well be the
+    /// message itself: only the person who pasted it knows. Whoever can't ask takes the text as it is, for
+    /// the other way round somebody could have a message's text taken for its header.
+    std::optional<std::string> withoutLinesBefore = {};
+};
+
+/// Looks at how text arrives from a window: a message's source with a block of lines before it, or indented.
+///
+/// An indentation is certain when every line that is not empty has it and at least two header fields begin
+/// behind it: in a source itself only the lines that go on with a field are indented. Lines before the
+/// source, up to an empty line, are certain to be a summary when they are short, none of them is a field that
+/// servers add, and one of them names the Message-ID of what follows, which has a Received or DKIM-Signature
+/// field.
+PastedText pastedText(std::string_view text);
+
+}  // namespace quillmark

@@ -1,0 +1,161 @@
+#include "QuillmarkKit/Containers.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Message.h"
+#include "tests/TestSigner.h"
+
+namespace quillmark {
+namespace {
+
+constexpr std::string_view dated = "From a@b Mon Jan  5 10:12:00 2026\n";
+
+/// The messages of an mbox that comes in pieces of this size.
+std::vector<std::string> messages(std::string_view mbox, std::size_t pieceSize) {
+    std::vector<std::string> list;
+    MboxSplitter splitter;
+    mbox.remove_prefix(mboxBegin(mbox).value());
+    for (;;) {
+        while (const auto message = splitter.next())
+            list.push_back(std::to_string(message->number) + (message->isOnly ? "!" : ":") +
+                           (message->isTooLarge ? "too large" : std::string(message->bytes)));
+        if (mbox.empty()) break;
+        splitter.add(mbox.substr(0, pieceSize));
+        mbox.remove_prefix(std::min(pieceSize, mbox.size()));
+        if (mbox.empty()) splitter.end();
+    }
+    return list;
+}
+
+TEST(Containers, mboxMessages) {
+    const std::string d(dated), crlf = d.substr(0, d.size() - 1) + "\r\n";
+    const struct {
+        std::string mbox;
+        std::vector<std::string> messages;
+    } rows[] = {
+        {d + "A: 1\n\nx\n\n", {"1!A: 1\n\nx\n"}},
+        {d + "A: 1\n\n", {"1!A: 1\n\n"}},  // the empty line that ends its header stays
+        {"\xEF\xBB\xBF\r\n" + d + "A: 1\n", {"1!A: 1\n"}},
+        {d + "A: 1\n\nx\n\n" + d + "A: 2\n\ny\n", {"1:A: 1\n\nx\n", "2:A: 2\n\ny\n"}},
+        {crlf + "A: 1\r\n\r\nx\r\n\r\n" + crlf + "A: 2\r\n", {"1:A: 1\r\n\r\nx\r\n", "2:A: 2\r\n"}},
+        {d + d + "\n" + d + "A: 3\n", {"3:A: 3\n"}},  // nothing between: counted, passed over
+        {d + "A: 1\n\nx\nFrom here on Jan 2026 10:12:00\nB: c\n", {"1:A: 1\n\nx\n", "2:B: c\n"}},
+        // Lines that a sender wrote and nobody quoted.
+        {d + "A: 1\n\nFrom here on\nNote: x\n", {"1!A: 1\n\nFrom here on\nNote: x\n"}},
+        {d + "A: 1\n\nx\n" + d + "y\n", {"1!A: 1\n\nx\n" + d + "y\n"}},
+        {d + "A: 1\n\nFrom a@b\nhello\n", {"1!A: 1\n\nFrom a@b\nhello\n"}},
+        {d + "A: 1\n\nFrom a@b\nA: 2\n", {"1:A: 1\n\n", "2:A: 2\n"}},
+        {d + "A: 1\n\n>" + d + "A: 2\n", {"1!A: 1\n\n>" + d + "A: 2\n"}},
+        {d + "A: 1\n\nFrom " + std::string(2000, 'x') + "\nA: 2\n",
+         {"1!A: 1\n\nFrom " + std::string(2000, 'x') + "\nA: 2\n"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.mbox.substr(0, 200));
+        for (std::size_t size = 1; size <= row.mbox.size(); ++size)
+            ASSERT_EQ(messages(row.mbox, size), row.messages) << size;
+    }
+    for (const char* none :
+         {"", "From", "From x\n", "From : a\n", "From: a\n\nFrom b@c\nA: 1\n", "x\nFrom a@b\nA: 1\n"})
+        EXPECT_FALSE(mboxBegin(none)) << none;
+}
+
+TEST(Containers, mboxWithAMessageThatIsTooLarge) {
+    const std::string d(dated), line = std::string(99, 'x') + "\n";
+    std::string mbox = d + "A: 1\n\nx\n\n" + d + "A: 2\n\n";
+    while (mbox.size() < largestMessage + 1'000'000) mbox += line;
+    mbox += "\n" + d + "A: 3\n";
+    EXPECT_EQ(messages(mbox, 262'144),
+              (std::vector<std::string>{"1:A: 1\n\nx\n", "2:too large", "3:A: 3\n"}));
+}
+
+TEST(Containers, otherForms) {
+    const struct {
+        std::string file;
+        std::optional<std::string> message;
+    } rows[] = {
+        {"5\nA: 1\n<?xml version=\"1.0\"?>", "A: 1\n"},
+        {"5         \r\nA: 1\n\n<plist>", "A: 1\n"},
+        {"4\nA: 1<?xml", "A: 1"},
+        {"5\nA: 1\n", std::nullopt},         // no list behind it
+        {"6\nA: 1\n<?xml", std::nullopt},    // the list does not begin there
+        {"900\nA: 1\n<?xml", std::nullopt},  // cut off
+        {"-5\nA: 1\n<?xml", std::nullopt},
+        {"99999999999999999999\nA: 1\n<?xml", std::nullopt},
+        {"5 A: 1\n<?xml", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& row : rows) EXPECT_EQ(countedMessage(row.file), row.message) << row.file;
+
+    using namespace std::string_literals;
+    EXPECT_TRUE(isConverted("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1 more"));
+    EXPECT_TRUE(isConverted("!BDN more"));
+    EXPECT_FALSE(isConverted("\xD0\xCF\x11\xE0: x"));
+    const struct {
+        std::string bytes, text;
+    } texts[] = {
+        {"\xFF\xFE\x41\x00\x3D\xD8\x00\xDE\xAC\x20"s, "A\U0001F600€"},
+        {"\xFE\xFF\x00\x41\xD8\x3D\xDE\x00\x20\xAC"s, "A\U0001F600€"},
+        {"\xFF\xFE\x3D\xD8\x41\x00\x00\xDE\x41"s, "\uFFFDA\uFFFD\uFFFD"},  // halves alone, half a unit
+        {"\xFF\xFE"s, ""},
+    };
+    for (const auto& [bytes, text] : texts) {
+        for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+            UTF16Decoder decoder(byteOrderMark(bytes).value());
+            std::string decoded = decoder.decode(bytes.substr(0, cut));
+            decoded += decoder.decode(bytes.substr(cut));
+            EXPECT_EQ(decoded + decoder.end(), text);
+        }
+    }
+}
+
+/// A message that was signed, and then quoted by a mailbox in one way or another: the signature tells which.
+TEST(Containers, quotedFromLines) {
+    const auto key = test::PrivateKey::ed25519();
+    const auto made = [&](const std::string& body) {
+        return test::signedMessage("From: a@example.org\r\nSubject: x\r\n\r\n" + body,
+                                   {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+    };
+    const auto replaced = [](std::string text, const std::string& from, const std::string& to) {
+        text.replace(text.find(from), from.size(), to);
+        return text;
+    };
+    const std::string one = made("From now\r\n"), quoted = made(">From now\r\n"),
+                      both = made("From now\r\n>From then\r\n");
+    const struct {
+        std::string stored;
+        FromQuoting reading;
+        std::int64_t lines;
+        bool isDecided;
+        std::string read;  ///< empty: as it was stored
+    } rows[] = {
+        {replaced(one, "From now", ">From now"), FromQuoting::full, 1, true, one},
+        {quoted, FromQuoting::none, 1, true, ""},
+        {replaced(replaced(both, ">From then", ">>From then"), "From now", ">From now"), FromQuoting::full, 2,
+         true, both},
+        {replaced(made("From now\r\n>>From then\r\n"), "From now", ">From now"), FromQuoting::plain, 2, true,
+         made("From now\r\n>>From then\r\n")},
+        {replaced(one, "From now", ">From then"), FromQuoting::none, 1, false, ""},  // fits no reading
+        {"From: a@b\n\n>From x\n", FromQuoting::none, 1, false, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.stored);
+        const auto result = quotedFromLines(row.stored);
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->reading, row.reading);
+        EXPECT_EQ(result->lines, row.lines);
+        EXPECT_EQ(result->isDecided, row.isDecided);
+        ASSERT_EQ(result->bytes.has_value(), !row.read.empty());
+        if (result->bytes) {
+            EXPECT_EQ(result->bytes->view(), row.read);
+        }
+    }
+    EXPECT_FALSE(quotedFromLines("From: a@b\n\nx >From y\n"));
+    EXPECT_FALSE(quotedFromLines(one));
+}
+
+}  // namespace
+}  // namespace quillmark
