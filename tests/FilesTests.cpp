@@ -44,5 +44,13 @@ TEST(Files, replaceFile) {
     EXPECT_FALSE(fs::exists(folder.file("nowhere")));
 }
 
+TEST(Files, aLockIsNotWaitedForWithoutEnd) {
+    const TemporaryFolder folder;
+    std::optional<FileLock> held(folder.file("lock"));
+    EXPECT_THROW(FileLock(folder.file("lock"), std::chrono::milliseconds(20)), fs::filesystem_error);
+    held.reset();
+    EXPECT_NO_THROW(FileLock(folder.file("lock"), std::chrono::milliseconds(0)));
+}
+
 }  // namespace
 }  // namespace quillmark::test

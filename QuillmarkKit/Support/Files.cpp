@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <fstream>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace quillmark {
@@ -156,14 +157,18 @@ FileInput::int_type FileInput::underflow() {
     return traits_type::to_int_type(m_buffer.front());
 }
 
-FileLock::FileLock(const fs::path& path) {
+FileLock::FileLock(const fs::path& path, std::chrono::milliseconds patience) {
+    constexpr std::chrono::milliseconds pause{5};
+    const auto end = std::chrono::steady_clock::now() + patience;
     m_descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
     if (m_descriptor < 0) fail("cannot lock", path);
-    while (::flock(m_descriptor, LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
+    while (::flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
+        const bool mayWait = error == EWOULDBLOCK && std::chrono::steady_clock::now() < end;
+        if (mayWait) std::this_thread::sleep_for(pause);
+        if (mayWait || error == EINTR) continue;
         ::close(m_descriptor);
-        fail("cannot lock", path, error);
+        fail("cannot lock", path, error == EWOULDBLOCK ? EBUSY : error);
     }
 }
 

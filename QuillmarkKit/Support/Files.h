@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <streambuf>
@@ -70,7 +71,10 @@ private:
 /// process that dies is free.
 class FileLock {
 public:
-    explicit FileLock(const std::filesystem::path& path);
+    /// Longer than any change takes, so that a process that was stopped with the lock doesn't stop others.
+    static constexpr std::chrono::seconds usualPatience{120};
+    /// Throws as soon as it has waited for `patience`.
+    explicit FileLock(const std::filesystem::path& path, std::chrono::milliseconds patience = usualPatience);
     ~FileLock();
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
