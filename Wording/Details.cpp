@@ -85,7 +85,7 @@ std::optional<Captures> captures(std::string_view text, std::string_view pattern
 std::optional<std::string> translated(std::string_view detail, const Reader& reader) {
     for (const std::string_view pattern : patterns) {
         if (const auto found = captures(detail, pattern))
-            return reader.translate(pattern, {quoted((*found)[0]), quoted((*found)[1])});
+            return reader.translate(pattern, {quotedWord((*found)[0]), quotedWord((*found)[1])});
     }
     return std::nullopt;
 }

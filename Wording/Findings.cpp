@@ -64,7 +64,7 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
             "Can’t be judged: no line of the message names the sending server’s address.");
     }
     const std::string domain = quotedDomain(finding.domain.value_or(""));
-    const std::string address = finding.ip ? quoted(finding.ip->ip) : std::string();
+    const std::string address = finding.ip ? quotedWord(finding.ip->ip) : std::string();
     const std::string detail = detailText(finding.detail.value_or(""), reader);
     switch (*result) {
         case SPFResult::pass:
@@ -111,7 +111,7 @@ std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader) {
                 {{},
                  reader.translate("The address comes from the Received line written by %1, which should "
                                   "be your own mail provider.",
-                                  {quoted(*received->by)})});
+                                  {quotedWord(*received->by)})});
         } else {
             remarks.push_back({{},
                                reader.translate("The address comes from the topmost Received line with a "

@@ -22,7 +22,7 @@ struct NoteSentence {
             note.bytes, {reader.number(note.line)});
     }
     std::string operator()(const ReportNote::FromHoldsMore& note) const {
-        const std::string address = quoted(note.address), more = quoted(note.more);
+        const std::string address = quotedWord(note.address), more = quoted(note.more);
         switch (note.kind) {
             case ReportNote::FromHoldsMore::Kind::text:
                 return reader.translate("From holds more than the address that was judged, %1: “%2”.",
@@ -57,11 +57,12 @@ struct NoteSentence {
             "The %1 line that is shown isn’t the one that was signed. Shown: “%2”. Signed: “%3”. Of the %4 "
             "such lines in the message, only the lowest %n are signed.",
             note.covered,
-            {quoted(note.field), quoted(note.shown), quoted(note.signedValue), reader.number(note.count)});
+            {quotedWord(note.field), quoted(note.shown), quoted(note.signedValue),
+             reader.number(note.count)});
     }
     std::string operator()(const ReportNote::LineOfSender& note) const {
         const bool isBelow = note.why == ReportNote::LineOfSender::Why::belowReceived;
-        const std::string field = quoted(note.field), server = quoted(note.server);
+        const std::string field = quotedWord(note.field), server = quoted(note.server);
         if (isBelow || server.empty()) {
             return reader.translate(
                 "The sender could have written the %1 line: it stands below a line that another server than "

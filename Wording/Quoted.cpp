@@ -1,5 +1,7 @@
 #include "Wording/Quoted.h"
 
+#include <algorithm>
+
 #include "QuillmarkKit/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
 
@@ -7,25 +9,49 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::size_t longestQuote = 500;  // bytes
-constexpr std::size_t longestList = 100;
+constexpr std::size_t longestQuote = 500;   // bytes
+constexpr std::size_t longestList = 1'000;  // bytes
 
 }  // namespace
 
-std::string quoted(std::string_view text) { return forDisplay(text, longestQuote); }
+std::string inert(std::string_view text) { return forDisplay(text, longestQuote); }
+
+std::string quoted(std::string_view text) {
+    const std::string shown = inert(text);
+    std::string result;
+    for (std::string_view rest = shown; !rest.empty();) {
+        const char32_t c = takeScalar(rest);
+        if (c >= U'\u201C' && c <= U'\u201F') {
+            result += '"';
+        } else {
+            appendUTF8(result, c);
+        }
+    }
+    return result;
+}
+
+std::string quotedWord(std::string_view text) {
+    std::string word = quoted(text);
+    const bool isOne =
+        withoutWhitespace(word).size() == word.size() && word.find_first_of(",;<>\"") == std::string::npos;
+    if (isOne) return word;
+    std::ranges::replace(word, '"', '\'');
+    return '"' + word + '"';
+}
 
 std::string quotedDomain(std::string_view domain) {
     const std::string letters = Punycode::unicodeDomain(domain.substr(0, longestQuote));
-    if (letters == domain.substr(0, longestQuote)) return quoted(domain);
-    return quoted(domain) + " (" + quoted(letters) + ")";
+    if (letters == domain.substr(0, longestQuote)) return quotedWord(domain);
+    return quotedWord(domain) + " (" + quotedWord(letters) + ")";
 }
 
 std::string quotedList(std::span<const std::string> texts) {
     std::string list;
-    for (std::size_t i = 0; i < texts.size() && i < longestList; ++i) {
-        list += (i == 0 ? "" : ", ") + quoted(texts[i]);
+    for (const std::string& text : texts) {
+        if (list.size() > longestList) return list + ", …";
+        list += (list.empty() ? "" : ", ") + quotedWord(text);
     }
-    return texts.size() > longestList ? list + ", …" : list;
+    return list;
 }
 
 }  // namespace quillmark

@@ -1,5 +1,6 @@
 #include "Wording/Reader.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <ctime>
@@ -53,7 +54,10 @@ std::string_view onPlatform(Platform platform, std::string_view text) {
     return text;
 }
 
-std::string twoDigits(std::int64_t value) { return (value < 10 ? "0" : "") + std::to_string(value); }
+std::string digits(std::int64_t value, std::size_t atLeast) {
+    const std::string text = std::to_string(value);
+    return std::string(atLeast - std::min(atLeast, text.size()), '0') + text;
+}
 
 using Days = std::chrono::sys_days;
 
@@ -76,7 +80,7 @@ std::string dayText(const Reader& reader, Days days) {
     // For translators: a date: day of the month, month's name, year.
     return reader.translate("%1 %2 %3", {std::to_string(static_cast<unsigned>(day.day())),
                                          monthName(reader, static_cast<unsigned>(day.month())),
-                                         std::to_string(static_cast<int>(day.year()))});
+                                         digits(static_cast<int>(day.year()), 4)});
 }
 
 }  // namespace
@@ -85,9 +89,11 @@ ZoneOffset systemZone(Date date) {
     static const bool isReady = (tzset(), true);
     std::tm local = {};
     const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
-    if (!isReady || !localtime_r(&seconds, &local) || !local.tm_zone) return {};
-    const std::string name = local.tm_zone;
-    const bool isNumber = name.starts_with('+') || name.starts_with('-');
+    if (!isReady || !localtime_r(&seconds, &local)) return {};
+    const std::string name = local.tm_zone ? local.tm_zone : "";
+    // A TZ that nobody knows counts as UTC under a name made from its beginning, or none.
+    if (local.tm_gmtoff == 0 && name != "GMT" && name != "WET") return {};
+    const bool isNumber = name.empty() || name.starts_with('+') || name.starts_with('-');
     return {std::chrono::seconds(local.tm_gmtoff), isNumber ? "UTC" + name : name};
 }
 
@@ -118,7 +124,7 @@ std::string Reader::time(Date date) const {
     const auto local = std::chrono::floor<std::chrono::minutes>(date + offset.ahead);
     const auto day = std::chrono::floor<std::chrono::days>(local);
     const auto minutes = (local - day).count();
-    const std::string clock = twoDigits(minutes / 60) + ":" + twoDigits(minutes % 60);
+    const std::string clock = digits(minutes / 60, 2) + ":" + digits(minutes % 60, 2);
     // For translators: a date, a time of day and the name of its time zone.
     return translate("%1 at %2 %3", {dayText(*this, day), clock, offset.name});
 }

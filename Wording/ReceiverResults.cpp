@@ -12,7 +12,8 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::size_t mostShown = 50;  // statements of one field
+constexpr std::size_t mostShown = 50;        // statements of one field
+constexpr std::size_t longestBrief = 1'000;  // bytes
 
 using Method = AuthResults::Method;
 
@@ -29,9 +30,9 @@ std::string statement(const Method& method) {
     for (const char* name : {"header.d", "header.i", "header.from", "smtp.mailfrom", "smtp.helo"}) {
         const std::string_view value = property(method, name);
         if (value.empty()) continue;
-        about += std::string(about.empty() ? "" : ", ") + name + "=" + quoted(value);
+        about += std::string(about.empty() ? "" : ", ") + name + "=" + quotedWord(value);
     }
-    const std::string text = quoted(method.method) + "=" + quoted(method.result);
+    const std::string text = quotedWord(method.method) + "=" + quotedWord(method.result);
     return about.empty() ? text : text + " (" + about + ")";
 }
 
@@ -119,11 +120,11 @@ Remark methodRemark(const Method& method, const ProofReport& report, const Reade
 
 std::string resultsInBrief(const AuthResults& results) {
     std::string text;
-    for (std::size_t i = 0; i < results.methods.size() && i < mostShown; ++i) {
-        const Method& method = results.methods[i];
-        text += (i == 0 ? "" : ", ") + quoted(method.method) + "=" + quoted(method.result);
+    for (const Method& method : results.methods) {
+        if (text.size() > longestBrief) return text + ", …";
+        text += (text.empty() ? "" : ", ") + quotedWord(method.method) + "=" + quotedWord(method.result);
     }
-    return results.methods.size() > mostShown ? text + ", …" : text;
+    return text;
 }
 
 std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& reader) {
@@ -131,7 +132,7 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
         return {{{}, reader.translate("No Authentication-Results header.")}};
     }
     const AuthResults& results = report.receiverResults.front();
-    const std::string server = quoted(results.server);
+    const std::string server = quotedWord(results.server);
     std::vector<Remark> remarks;
     if (results.methods.empty()) {
         remarks.push_back({{}, reader.translate("%1 wrote that it made no checks.", {server})});

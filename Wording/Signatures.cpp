@@ -115,7 +115,7 @@ std::string sentence(const DKIMResult& result, const Reader& reader) {
                                     {detail});
         case Status::unsupportedAlgorithm:
             return reader.translate("The signature uses a method that Quillmark doesn’t know (%1).",
-                                    {quoted(result.algorithm)});
+                                    {quotedWord(result.algorithm)});
         case Status::malformed:
             break;
     }
@@ -161,7 +161,7 @@ void addCoverageRemarks(std::vector<Remark>& remarks, const DKIMResult& result,
         remarks.push_back({Tone::caution, reader.translate("The message has more %1 lines than the signature "
                                                            "covers; the one that is shown may have "
                                                            "been added later.",
-                                                           {quoted(field)})});
+                                                           {quotedWord(field)})});
     }
     if (uncovered.empty()) return;
     remarks.push_back(
@@ -233,7 +233,7 @@ std::vector<Remark> remarks(const DKIMResult& result, Date checkedAt, const Read
     if (result.expired && result.expiresAt) remarks.push_back(expiredRemark(result, reader));
     if (result.identity && !result.identity->empty() &&
         !equalsIgnoringCase(*result.identity, "@" + result.domain)) {
-        remarks.push_back({{}, reader.translate("Signed for %1.", {quoted(*result.identity)})});
+        remarks.push_back({{}, reader.translate("Signed for %1.", {quotedWord(*result.identity)})});
     }
     if (result.signedAt && *result.signedAt - tolerance > checkedAt) {
         remarks.push_back(

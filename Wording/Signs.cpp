@@ -35,15 +35,15 @@ struct SignSentence {
     const Reader& reader;
     std::string operator()(const LookAlikeFlag::ReplyToDiffers& sign) const {
         return reader.translate("The message says that it comes from %1, but a reply would go to %2.",
-                                {quoted(sign.from), quoted(sign.replyTo)});
+                                {quotedWord(sign.from), quotedWord(sign.replyTo)});
     }
     std::string operator()(const LookAlikeFlag::DisplayNameMismatch& sign) const {
         return reader.translate("The name reads “%1”, but the real address is %2.",
-                                {quoted(sign.shown), quoted(sign.actual)});
+                                {quoted(sign.shown), quotedWord(sign.actual)});
     }
     std::string operator()(const LookAlikeFlag::Punycode& sign) const {
         return reader.translate("%1 is written in punycode; some apps show it as “%2”.",
-                                {quoted(sign.domain), quoted(sign.unicode)});
+                                {quotedWord(sign.domain), quoted(sign.unicode)});
     }
     std::string operator()(const LookAlikeFlag::MixedScripts& sign) const {
         return reader.translate(

@@ -100,12 +100,12 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
           message.from.empty() ? reader.translate("(no From line)") : joined(message.from, reader));
     if (!message.replyTo.empty()) field(toTranslate("Reply-To: %1"), joined(message.replyTo, reader));
     field(toTranslate("Subject: %1"),
-          message.subject.empty() ? reader.translate("(no subject)") : quoted(message.subject));
+          message.subject.empty() ? reader.translate("(no subject)") : inert(message.subject));
     if (message.date) field(toTranslate("Date: %1"), reader.time(*message.date));
     if (!message.messageID.value_or("").empty()) {
-        field(toTranslate("Message-ID: %1"), quoted(*message.messageID));
+        field(toTranslate("Message-ID: %1"), inert(*message.messageID));
     }
-    if (message.returnPath) field(toTranslate("Return-Path: <%1>"), quoted(*message.returnPath));
+    if (message.returnPath) field(toTranslate("Return-Path: <%1>"), inert(*message.returnPath));
     if (!report.domainAge.domain.empty()) {
         lines.add(reader.translate(
             "Sender’s domain: %1, %2",
@@ -128,7 +128,7 @@ void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader
     lines.section(toTranslate("Signatures (DKIM)"));
     if (report.dkim.empty()) lines.add(reader.translate("No DKIM signature."));
     for (const DKIMResult& signature : report.dkim) {
-        const auto shown = [](const std::string& tag) { return tag.empty() ? "?" : quoted(tag); };
+        const auto shown = [](const std::string& tag) { return tag.empty() ? "?" : quotedWord(tag); };
         const std::string domain = shown(signature.domain), selector = shown(signature.selector),
                           algorithm = shown(signature.algorithm), said = sentence(signature, reader);
         // For translators: a signature: domain, selector, algorithm, what came of it, size of its key.
@@ -156,7 +156,7 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     Lines lines(reader, markers);
     lines.add(reader.translate("Quillmark report"));
     lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
-    if (report.fileName) lines.add(reader.translate("File: %1", {quoted(*report.fileName)}));
+    if (report.fileName) lines.add(reader.translate("File: %1", {inert(*report.fileName)}));
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
     lines.note(Remark{{}, explanation(report, reader)});

@@ -13,7 +13,7 @@
 namespace quillmark {
 
 std::string headline(const Verdict& verdict, const Reader& reader) {
-    const std::string domain = quoted(verdict.domain), sender = quoted(verdict.fromDomain);
+    const std::string domain = quotedWord(verdict.domain), sender = quotedWord(verdict.fromDomain);
     switch (verdict.kind) {
         case VerdictKind::verified:
             return reader.translate("Signed by %1, unchanged since sent", {domain});
@@ -134,11 +134,12 @@ void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Read
         const std::string letters = Punycode::unicodeDomain(domain);
         if (letters != domain) {
             remarks.push_back({Tone::caution, reader.translate("Some apps show %1 as “%2”.",
-                                                               {quoted(domain), quoted(letters)})});
+                                                               {quotedWord(domain), quoted(letters)})});
         }
         if (!equalsIgnoringCase(organization, domain)) {
             remarks.push_back(
-                {{}, reader.translate("%1 is a part of %2.", {quoted(domain), quotedDomain(organization)})});
+                {{},
+                 reader.translate("%1 is a part of %2.", {quotedWord(domain), quotedDomain(organization)})});
         }
     }
 }
@@ -282,8 +283,12 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
 }
 
 std::string displayForm(const MailAddress& address) {
-    if (!address.displayName) return quoted(address.address);
-    return quoted(*address.displayName) + " <" + quoted(address.address) + ">";
+    const std::string real = quotedWord(address.address);
+    if (!address.displayName) return real;
+    const std::string name = quoted(*address.displayName);
+    // One that holds an address must not look like one, or like several of the list.
+    const bool isPlain = name.find_first_of("<>@") == std::string::npos;
+    return (isPlain ? name : "“" + name + "”") + " <" + real + ">";
 }
 
 }  // namespace quillmark

@@ -28,7 +28,7 @@ std::string_view marker(Tone tone);
 /// through standard input.
 std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name, const Reader& reader);
 
-/// "Name <address>", or the address alone.
+/// "Name <address>", or the address alone. A name that holds an address itself is in quotation marks.
 std::string displayForm(const MailAddress& address);
 
 }  // namespace quillmark

@@ -140,6 +140,18 @@ TEST(CommandLine, samplesGiveTheirExpectedReports) {
     EXPECT_GE(count, 10u);
 }
 
+/// No time is shown with a zone that it isn't in.
+TEST(CommandLine, timeZonesThatNobodyKnows) {
+    const std::string base = (fs::path(samples) / "forged").string();
+    for (const char* zone : {"Europe/Berln", "<[OK]>-1", ":/etc/passwd", "UTC0"}) {
+        setenv("TZ", zone, 1);
+        EXPECT_TRUE(run({"check", "--dns", base + ".dns.json", base + ".eml"})
+                        .output.starts_with("Quillmark report\nChecked: 21 Nov 2026 at 10:00 UTC\n"))
+            << zone;
+    }
+    unsetenv("TZ");
+}
+
 /// With this configuration the openssl program itself refuses SHA-1.
 TEST(CommandLine, noPolicyOfTheMachineChangesAVerdict) {
     const Folder folder;

@@ -155,7 +155,7 @@ TEST(Findings, details) {
         {"d.example publishes 2 SPF records", "d.example veröffentlicht 2 SPF-Einträge"},
         {"nothing in %2's record matched", "nichts im Eintrag von %2 traf zu"},
         {"bad redirect", "unbrauchbare Umleitung (redirect)"},
-        {"bad ip4:x; y\x1B[", "unbrauchbar ist ip4:x; y\uFFFD["},
+        {"bad ip4:x; y\x1B[", "unbrauchbar ist \"ip4:x; y\uFFFD[\""},
         {"v=2", "v=2"},
         {"; ; x", "; ; x"},
         {"", ""},

@@ -24,6 +24,7 @@ TEST(Reader, datesAndTimes) {
         {"2026-03-05T08:07:00Z", german, "5. März 2026 um 09:07 Uhr CET", "5. März 2026"},
         {"2026-01-01T02:30:00Z", {.zone = newYork}, "31 Dec 2025 at 21:30 EST", "31 Dec 2025"},
         {"1969-12-31T22:59:59Z", english, "31 Dec 1969 at 23:59 CET", "31 Dec 1969"},
+        {"0026-01-15T11:00:00Z", english, "15 Jan 0026 at 12:00 CET", "15 Jan 0026"},
         {"0000-01-01T00:00:00Z", english, "a date that makes no sense", "a date that makes no sense"},
     };
     for (const auto& row : rows) {

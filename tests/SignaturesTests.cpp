@@ -54,7 +54,7 @@ TEST(Signatures, sentences) {
     EXPECT_EQ(sentence(result, english),
               "d says it signed more body than this message has. Part of the body is missing.");
     result = {.status = Status::malformed, .detail = "tag a\n[OK]= appears twice"};
-    EXPECT_EQ(sentence(result, german), "Das ist keine gültige Signatur: a [OK]= kommt zweimal vor.");
+    EXPECT_EQ(sentence(result, german), "Das ist keine gültige Signatur: \"a [OK]\"= kommt zweimal vor.");
 }
 
 TEST(Signatures, remarks) {

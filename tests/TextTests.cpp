@@ -82,12 +82,19 @@ TEST(Text, forDisplay) {
     const struct {
         std::string_view text, shown;
     } rows[] = {
-        {"plain é 😀", "plain é 😀"},   {"x\n[OK] Signed", "x [OK] Signed"},
-        {"a\r\nb\tc", "a b c"},         {"\x1B]0;t\x07", "\uFFFD]0;t\uFFFD"},
-        {"\u009B2J", "\uFFFD2J"},       {"a\u2028b", "a\uFFFDb"},
-        {"a\u202Egpj", "a‹U+202E›gpj"}, {"pay\u200Bpal\uFEFF", "pay‹U+200B›pal‹U+FEFF›"},
-        {"\U000E0041", "‹U+E0041›"},    {"❤\uFE0F a\uFE0F", "❤\uFE0F a‹U+FE0F›"},
+        {"plain é 😀", "plain é 😀"},
+        {"x\n[OK] Signed", "x [OK] Signed"},
+        {"a\r\nb\tc", "a b c"},
+        {"\x1B]0;t\x07", "\uFFFD]0;t\uFFFD"},
+        {"\u009B2J", "\uFFFD2J"},
+        {"a\u2028b", "a\uFFFDb"},
+        {"a\u202Egpj", "a‹U+202E›gpj"},
+        {"pay\u200Bpal\uFEFF", "pay‹U+200B›pal‹U+FEFF›"},
+        {"\U000E0041", "‹U+E0041›"},
+        {"❤\uFE0F a\uFE0F", "❤\uFE0F a‹U+FE0F›"},
         {"bad\xFF", "bad\uFFFD"},
+        {"a\uFDD0b\uFFFC", "a\uFFFDb\uFFFD"},
+        {"\u3164 \u2800", "‹U+3164› ‹U+2800›"},
     };
     for (const auto& row : rows) EXPECT_EQ(forDisplay(row.text), row.shown);
     EXPECT_EQ(forDisplay("abc", 3), "abc");

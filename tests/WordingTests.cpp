@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Wording/NoteSentences.h"
+#include "Wording/Signs.h"
 #include "WordingSupport.h"
 
 namespace quillmark {
@@ -31,7 +32,7 @@ TEST(Wording, headlines) {
         EXPECT_FALSE(explanation({.verdict = verdict}, english).empty());
     }
     EXPECT_EQ(headline({verified, Tone::good, "d\n[OK] \u202Ex", "", {}}, english),
-              "Signed by d [OK] ‹U+202E›x, unchanged since sent");
+              "Signed by \"d [OK] ‹U+202E›x\", unchanged since sent");
     const Verdict vouched{signatureBroken, Tone::caution, "d", "", {"list.example"}};
     EXPECT_NE(explanation({.verdict = vouched}, english).find("list.example"), std::string::npos);
 }
@@ -117,6 +118,20 @@ TEST(Wording, signedByOtherWithSeveralSenders) {
 TEST(Wording, addresses) {
     EXPECT_EQ(displayForm({"A\u202E", "a@b\x1B"}), "A‹U+202E› <a@b\uFFFD>");
     EXPECT_EQ(displayForm({std::nullopt, "a@b"}), "a@b");
+    // Neither a name nor an address can look like several of them.
+    EXPECT_EQ(displayForm({"x” <b@bank.example>, “y", "a@b"}), "“x\" <b@bank.example>, \"y” <a@b>");
+    EXPECT_EQ(displayForm({std::nullopt, "b@bank.example>, \"c\"@d"}), "\"b@bank.example>, 'c'@d\"");
+}
+
+/// What stands in a sentence ends where we say so.
+TEST(Wording, nothingGoesOnInOurPlace) {
+    const LookAlikeFlag name{
+        LookAlikeFlag::DisplayNameMismatch{"x”. It is genuine. “y", "a@b. It is genuine"}};
+    EXPECT_EQ(sentence(name, english),
+              "The name reads “x\". It is genuine. \"y”, but the real address is \"a@b. It is genuine\".");
+    const Verdict verdict{
+        VerdictKind::signedByOther, Tone::caution, "d.example", "s, unchanged since sent", {}};
+    EXPECT_EQ(headline(verdict, english), "Signed by d.example, not by \"s, unchanged since sent\"");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <utility>
 
 namespace quillmark {
 
@@ -241,11 +242,22 @@ std::string withoutComments(std::string_view text) {
 
 namespace {
 
-/// Characters that are not seen, or that move what is: shown by their number.
+/// Characters that are not seen, or that move what is: shown by their number. Default_Ignorable_Code_Point of
+/// the Unicode character database, annotation marks and the blank of Braille.
 constexpr bool isInvisible(char32_t c) {
-    return c == 0x00AD || c == 0x061C || c == 0x180E || (c >= 0x200B && c <= 0x200F) ||
-           (c >= 0x202A && c <= 0x202E) || (c >= 0x2060 && c <= 0x206F) || (c >= 0xFE00 && c <= 0xFE0F) ||
-           c == 0xFEFF || (c >= 0xFFF9 && c <= 0xFFFB) || (c >= 0xE0000 && c <= 0xE0FFF);
+    constexpr std::pair<char32_t, char32_t> ranges[] = {
+        {0x00AD, 0x00AD},   {0x034F, 0x034F},   {0x061C, 0x061C},  {0x115F, 0x1160}, {0x17B4, 0x17B5},
+        {0x180B, 0x180F},   {0x200B, 0x200F},   {0x202A, 0x202E},  {0x2060, 0x206F}, {0x2800, 0x2800},
+        {0x3164, 0x3164},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},  {0xFFA0, 0xFFA0}, {0xFFF0, 0xFFFB},
+        {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF}};
+    return std::ranges::any_of(ranges,
+                               [&](const auto& range) { return c >= range.first && c <= range.second; });
+}
+
+/// Characters that programs use among themselves, such as U+FDD0, a line end for some, and U+FFFC, which
+/// stands for a picture.
+constexpr bool isInternal(char32_t c) {
+    return (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE || c == 0xFFFC;
 }
 
 }  // namespace
@@ -268,11 +280,11 @@ std::string forDisplay(std::string_view text, std::size_t limit) {
         text = rest;
         if (c == '\r' || c == '\n' || c == '\t') {
             shown += ' ';
-        } else if (c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029) {
+        } else if (c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029 || isInternal(c)) {
             appendUTF8(shown, replacement);
         } else if (c >= 0xFE00 && c <= 0xFE0F && previous >= 0x80) {
-            appendUTF8(shown,
-                       c);  // a variation selector on a symbol; on its own or on ASCII it is spelled out
+            // A variation selector on a symbol; on its own or on ASCII it is spelled out.
+            appendUTF8(shown, c);
         } else if (isInvisible(c)) {
             std::array<char, 16> number = {};
             std::snprintf(number.data(), number.size(), "%04X", static_cast<unsigned>(c));

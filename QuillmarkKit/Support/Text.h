@@ -72,10 +72,10 @@ char32_t takeScalar(std::string_view& text);
 std::string withoutComments(std::string_view text);
 
 /// The one filter between text that somebody else wrote and a person's eyes: every terminal, problem line,
-/// text report and label goes through it. Control characters and U+2028/2029 become U+FFFD (CR LF, CR, LF and
-/// tab one blank); bidirectional controls, zero-width and tag characters are spelled out as ‹U+202E›. The
-/// result is one line that nothing in it can rearrange. With a `limit`, at most that many bytes of `text` are
-/// shown (cut between characters) and "…" says that there was more.
+/// text report and label goes through it. Control characters, U+2028/2029, U+FFFC and noncharacters become
+/// U+FFFD (CR LF, CR, LF and tab one blank); bidirectional controls and invisible characters are spelled out
+/// as ‹U+202E›. The result is one line that nothing in it can rearrange. With a `limit`, at most that many
+/// bytes of `text` are shown (cut between characters) and "…" says that there was more.
 std::string forDisplay(std::string_view text, std::size_t limit = std::string_view::npos);
 
 }  // namespace quillmark
