@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <iostream>
 #include <system_error>
 #include <utility>
@@ -13,6 +15,7 @@
 #include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -37,19 +40,24 @@ void apply(const HistoryChange& change, const Reader& reader) {
 }
 
 /// The reports that are meant, each by its id or the beginning of it.
-std::vector<ProofReport> meant(const std::vector<std::string>& ids, const History& history) {
+std::vector<ProofReport> meant(const HistoryCommand& command) {
+    const History history = loaded(command.reader);
     std::vector<ProofReport> reports;
-    for (const std::string& id : ids) {
+    for (const std::string& id : command.ids) {
+        const std::string shown = quillmark::quoted(id);
         const auto isPart = [](char c) { return c == '-' || hexValue(c) >= 0; };
         if (id.empty() || !std::ranges::all_of(id, isPart))
-            throw Problem{"“" + id + "” is not the ID of a report", 2};
+            throw Problem{command.reader.translate("“%1” is not the ID of a report", {shown}), 2};
         const auto isMeant = [&](const ProofReport& report) {
             return startsWithIgnoringCase(report.id.text(), id);
         };
         const auto found = std::ranges::find_if(history.reports, isMeant);
-        if (found == history.reports.end()) throw Problem{"The history has no report “" + id + "”."};
-        if (std::find_if(found + 1, history.reports.end(), isMeant) != history.reports.end())
-            throw Problem{"The history has several reports whose ID begins with “" + id + "”."};
+        if (found == history.reports.end())
+            throw Problem{command.reader.translate("The history has no report “%1”.", {shown})};
+        if (std::find_if(found + 1, history.reports.end(), isMeant) != history.reports.end()) {
+            throw Problem{command.reader.translate(
+                "The history has several reports whose ID begins with “%1”.", {shown})};
+        }
         reports.push_back(*found);
     }
     return reports;
@@ -64,36 +72,42 @@ std::string line(const ProofReport& report, const Reader& reader) {
            forDisplay(report.summary.subject, 100) + "”\n";
 }
 
-void write(const std::string& text) {
-    if (!writeOutput(text))
-        throw Problem{"The reports couldn’t be written: " + std::generic_category().message(errno)};
+void write(const std::string& text, const Reader& reader) {
+    if (writeOutput(text)) return;
+    throw Problem{
+        reader.translate("The reports couldn’t be written: %1", {std::generic_category().message(errno)})};
 }
 
 /// Whether the user, who is asked, says yes.
-bool isConfirmed(std::size_t count) {
+bool isConfirmed(std::size_t count, const Reader& reader) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-        throw Problem{"--yes is needed to clear the history, as there is nobody to ask", 2};
+        throw Problem{reader.translate("--yes is needed to clear the history, as there is nobody to ask"), 2};
     }
-    std::cerr << "Remove all " << count << " reports from the history? [y/N] " << std::flush;
+    std::cerr << reader.translateCount("Remove the only report from the history? [y/N]",
+                                       "Remove all %n reports from the history? [y/N]",
+                                       static_cast<std::int64_t>(count))
+              << ' ' << std::flush;
     std::string answer;
     std::getline(std::cin, answer);
-    return equalsIgnoringCase(answer, "y") || equalsIgnoringCase(answer, "yes");
+    return std::ranges::any_of(std::array{"y", "yes", "j", "ja"},
+                               [&](const char* yes) { return equalsIgnoringCase(answer, yes); });
 }
 
 void list(const Reader& reader) {
-    for (const ProofReport& report : loaded(reader).reports) write(line(report, reader));
+    for (const ProofReport& report : loaded(reader).reports) write(line(report, reader), reader);
 }
 
 void show(const HistoryCommand& command) {
-    for (const ProofReport& report : meant(command.ids, loaded(command.reader))) {
-        write((command.json ? compactJSON(report) : textReport(report, command.reader, command.markers)) +
-              "\n");
+    for (const ProofReport& report : meant(command)) {
+        write(
+            (command.json ? compactJSON(report) : textReport(report, command.reader, command.markers)) + "\n",
+            command.reader);
     }
 }
 
 void remove(const HistoryCommand& command) {
     HistoryChange change;
-    for (const ProofReport& report : meant(command.ids, loaded(command.reader))) change.remove(report.id);
+    for (const ProofReport& report : meant(command)) change.remove(report.id);
     apply(change, command.reader);
 }
 
@@ -101,7 +115,8 @@ void clear(const HistoryCommand& command) {
     if (!command.yes) {
         const std::size_t count = loaded(command.reader).reports.size();
         if (count == 0) return;
-        if (!isConfirmed(count)) throw Problem{"Nothing was removed."};
+        if (!isConfirmed(count, command.reader))
+            throw Problem{command.reader.translate("Nothing was removed.")};
     }
     HistoryChange change;
     change.removeAll();

@@ -1,5 +1,6 @@
 #include "CommandLine/UserHistory.h"
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <system_error>
@@ -16,6 +17,10 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t savedTogether = 64'000'000;  // bytes of JSON
+constexpr std::chrono::seconds longestWait{10};
+constexpr int workPerSave = 10;  // how many times as long as a save the run must have been at work
+
+using Clock = std::chrono::steady_clock;
 
 HistoryFile userHistory() { return {HistoryFile::defaultLocation("Quillmark")}; }
 
@@ -58,8 +63,11 @@ void HistorySaver::add(std::string_view json) {
         m_isComplete = false;
         return;
     }
+    const auto now = Clock::now();
+    if (m_size == 0) m_since = now;
     m_size += json.size();
-    if (m_size > savedTogether) save();
+    const bool isLate = now - m_since > std::max<Clock::duration>(longestWait, workPerSave * m_lastSave);
+    if (m_size > savedTogether || isLate) save();
 }
 
 bool HistorySaver::finish() {
@@ -68,11 +76,13 @@ bool HistorySaver::finish() {
 }
 
 void HistorySaver::save() {
+    const auto begin = Clock::now();
     const HistoryOutcome outcome = changeUserHistory(m_change, m_reader);
     if (!outcome.problem.empty()) writeProblem(outcome.problem);
     m_hasFailed = !outcome.isDone;
     m_change = {};
     m_size = 0;
+    m_lastSave = Clock::now() - begin;
 }
 
 }  // namespace quillmark

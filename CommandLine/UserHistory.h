@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -23,7 +24,7 @@ struct HistoryOutcome {
 HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader);
 
 /// Puts the reports of a long run into the history, many at a time, since each time the whole file is
-/// written.
+/// written; yet now and then, so that a run that is ended has lost only the latest.
 class HistorySaver {
 public:
     explicit HistorySaver(Reader reader) : m_reader(reader) {}
@@ -38,7 +39,9 @@ private:
 
     const Reader m_reader;
     HistoryChange m_change = {};
-    std::size_t m_size = 0;  // of its reports, bytes of JSON
+    std::size_t m_size = 0;                               // of its reports, bytes of JSON
+    std::chrono::steady_clock::time_point m_since = {};   // when the first of them came
+    std::chrono::steady_clock::duration m_lastSave = {};  // how long it took
     bool m_isComplete = true, m_hasFailed = false;
 };
 
