@@ -77,8 +77,7 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
         case SPFResult::neutral:
             if (finding.matched) {
                 return reader.translate(
-                    "%1 says neither that the server %2 may send its mail nor that it "
-                    "may not.",
+                    "%1 says neither that the server %2 may send its mail nor that it may not.",
                     {domain, address});
             }
             return reader.translate("%1’s record says nothing about the server %2.", {domain, address});
@@ -103,19 +102,19 @@ std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader) {
     if (finding.ip) {
         const auto* received = std::get_if<SenderIP::Source::Received>(&finding.ip->source.value);
         if (!received) {
-            remarks.push_back({{},
-                               reader.translate("The address comes from the Received-SPF line your mail "
-                                                "server added.")});
-        } else if (received->by) {
             remarks.push_back(
                 {{},
-                 reader.translate("The address comes from the Received line written by %1, which should "
-                                  "be your own mail provider.",
-                                  {quotedWord(*received->by)})});
-        } else {
+                 reader.translate("The address comes from the Received-SPF line your mail server added.")});
+        } else if (received->by) {
             remarks.push_back({{},
-                               reader.translate("The address comes from the topmost Received line with a "
-                                                "public address.")});
+                               reader.translate("The address comes from the Received line written by %1, "
+                                                "which should be your own mail provider.",
+                                                {quotedWord(*received->by)})});
+        } else {
+            remarks.push_back(
+                {{},
+                 reader.translate(
+                     "The address comes from the topmost Received line with a public address.")});
         }
     }
     if (judged(finding)) {

@@ -17,8 +17,7 @@ struct NoteSentence {
             "The header lines end at line %1, which isn’t one. The %n byte from there on was read neither as "
             "header lines nor as the body, and so it wasn’t checked; other programs may show it.",
             "The header lines end at line %1, which isn’t one. The %n bytes from there on were read neither "
-            "as "
-            "header lines nor as the body, and so they weren’t checked; other programs may show them.",
+            "as header lines nor as the body, and so they weren’t checked; other programs may show them.",
             note.bytes, {reader.number(note.line)});
     }
     std::string operator()(const ReportNote::FromHoldsMore& note) const {

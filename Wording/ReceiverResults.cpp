@@ -146,9 +146,10 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
         remarks.push_back(methodRemark(results.methods[i], report, reader));
     }
     if (results.methods.size() > mostShown) remarks.push_back({{}, "…"});
-    remarks.push_back({{},
-                       reader.translate("Anyone can write such a line. Only the one that your own mail "
-                                        "provider added counts.")});
+    remarks.push_back(
+        {{},
+         reader.translate(
+             "Anyone can write such a line. Only the one that your own mail provider added counts.")});
     return remarks;
 }
 

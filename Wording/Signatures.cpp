@@ -90,8 +90,7 @@ std::string sentence(const DKIMResult& result, const Reader& reader) {
         case Status::headersChanged:
             return reader.translate(
                 "The signed header lines, or the signature itself, changed after %1 signed, or %1 never "
-                "signed "
-                "them. Mailing lists and filters often change the Subject; so do forgers.",
+                "signed them. Mailing lists and filters often change the Subject; so do forgers.",
                 {domain});
         case Status::keyNotPublished:
             return reader.translate(
@@ -134,14 +133,12 @@ std::optional<Remark> unsignedBodyRemark(const DKIMResult& result, const Reader&
     }
     const auto share = static_cast<int>(100.0 * static_cast<double>(covered) /
                                         (static_cast<double>(covered) + static_cast<double>(rest)));
-    return Remark{
-        Tone::caution,
-        reader.translateCount(
-            "The signature covers the body only up to byte %1 (%2%). The %n byte after it could have "
-            "been added by anyone.",
-            "The signature covers the body only up to byte %1 (%2%). The %n bytes after it could "
-            "have been added by anyone.",
-            rest, {reader.number(covered), reader.number(share)})};
+    return Remark{Tone::caution,
+                  reader.translateCount("The signature covers the body only up to byte %1 (%2%). The %n byte "
+                                        "after it could have been added by anyone.",
+                                        "The signature covers the body only up to byte %1 (%2%). The %n "
+                                        "bytes after it could have been added by anyone.",
+                                        rest, {reader.number(covered), reader.number(share)})};
 }
 
 Coverage coverage(const DKIMResult& result, std::string_view field) {
@@ -158,10 +155,10 @@ void addCoverageRemarks(std::vector<Remark>& remarks, const DKIMResult& result,
             uncovered.push_back(field);
             continue;
         }
-        remarks.push_back({Tone::caution, reader.translate("The message has more %1 lines than the signature "
-                                                           "covers; the one that is shown may have "
-                                                           "been added later.",
-                                                           {quotedWord(field)})});
+        remarks.push_back(
+            {Tone::caution, reader.translate("The message has more %1 lines than the signature covers; the "
+                                             "one that is shown may have been added later.",
+                                             {quotedWord(field)})});
     }
     if (uncovered.empty()) return;
     remarks.push_back(
@@ -183,26 +180,23 @@ Remark expiredRemark(const DKIMResult& result, const Reader& reader) {
     const auto validity = *result.expiresAt - *result.signedAt;
     if (validity >= days(2)) {
         return {Tone::caution,
-                reader.translateCount("The signature was meant to be valid until %1, %n day after signing; "
-                                      "that has passed.",
-                                      "The signature was meant to be valid until %1, %n days after signing; "
-                                      "that has passed.",
-                                      duration_cast<days>(validity).count(), {until})};
+                reader.translateCount(
+                    "The signature was meant to be valid until %1, %n day after signing; that has passed.",
+                    "The signature was meant to be valid until %1, %n days after signing; that has passed.",
+                    duration_cast<days>(validity).count(), {until})};
     }
     if (validity >= hours(2)) {
         return {Tone::caution,
-                reader.translateCount("The signature was meant to be valid until %1, %n hour after signing; "
-                                      "that has passed.",
-                                      "The signature was meant to be valid until %1, %n hours after signing; "
-                                      "that has passed.",
-                                      duration_cast<hours>(validity).count(), {until})};
+                reader.translateCount(
+                    "The signature was meant to be valid until %1, %n hour after signing; that has passed.",
+                    "The signature was meant to be valid until %1, %n hours after signing; that has passed.",
+                    duration_cast<hours>(validity).count(), {until})};
     }
     return {Tone::caution,
-            reader.translateCount("The signature was meant to be valid until %1, %n minute after signing; "
-                                  "that has passed.",
-                                  "The signature was meant to be valid until %1, %n minutes after signing; "
-                                  "that has passed.",
-                                  duration_cast<minutes>(validity).count(), {until})};
+            reader.translateCount(
+                "The signature was meant to be valid until %1, %n minute after signing; that has passed.",
+                "The signature was meant to be valid until %1, %n minutes after signing; that has passed.",
+                duration_cast<minutes>(validity).count(), {until})};
 }
 
 /// What matters of a signature that fits: how much it says.

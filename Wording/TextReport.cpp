@@ -180,9 +180,9 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
         lines.add(reader.translate("%1: %2", {title(limit, reader), sentence(limit, reader)}));
     }
     lines.add("");
-    lines.add(reader.translate(
-        "Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the domains named in "
-        "the message left the Mac."));
+    lines.add(
+        reader.translate("Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the "
+                         "domains named in the message left the Mac."));
     return std::move(lines).text();
 }
 

@@ -50,17 +50,14 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::verifiedHeadersOnly:
             return reader.translate(
                 "The owner of %1 signed these header lines, or somebody who may use its mail servers. "
-                "Whether "
-                "the text of the message is still the one that was sent isn’t known. Give Quillmark the "
-                "whole "
-                "message (.eml) to check that too.",
+                "Whether the text of the message is still the one that was sent isn’t known. Give Quillmark "
+                "the whole message (.eml) to check that too.",
                 {domain});
         case VerdictKind::signedByOther:
             if (verdict.fromDomain.empty()) {
                 return reader.translate(
                     "%1 vouches for this message, but From doesn’t hold exactly one usable address, so "
-                    "nobody "
-                    "can tell whose word that is. Don’t rely on the names in From.",
+                    "nobody can tell whose word that is. Don’t rely on the names in From.",
                     {domain});
             }
             return reader.translate(
@@ -84,8 +81,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
             return reader.translate(
                 "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
                 "old message, because senders change their keys; in a new one it is suspicious. If it "
-                "matters, "
-                "ask the sender in another way.",
+                "matters, ask the sender in another way.",
                 {domain});
         case VerdictKind::couldNotCheck:
             return reader.translate(
@@ -95,18 +91,15 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::allowedServerOnly:
             return reader.translate(
                 "No usable signature was found. The server is one that %1 allows, as far as the message’s "
-                "own "
-                "lines can be trusted; others who use the same mail service may send through it too. If "
-                "money "
-                "or passwords are involved, ask the sender in another way.",
+                "own lines can be trusted; others who use the same mail service may send through it too. If "
+                "money or passwords are involved, ask the sender in another way.",
                 {sender});
         case VerdictKind::cannotProve:
             break;
     }
     return reader.translate(
         "Anybody could have written this. That doesn’t mean that it is a forgery; it means that nothing "
-        "shows "
-        "that it isn’t. If it asks for money, passwords or haste, ask the sender in another way.");
+        "shows that it isn’t. If it asks for money, passwords or haste, ask the sender in another way.");
 }
 
 namespace {
@@ -198,10 +191,9 @@ void addFailedLookups(std::vector<Remark>& remarks, const ProofReport& report, c
     const auto failed = std::ranges::find(report.dkim, DKIMResult::Status::lookupFailed, &DKIMResult::status);
     if (failed != report.dkim.end() && !isGood && kind != VerdictKind::couldNotCheck) {
         remarks.push_back(
-            {Tone::unknown,
-             reader.translate("The key of a signature by %1 couldn’t be asked for. Check again when you are "
-                              "online; more may be proven then.",
-                              {quotedDomain(failed->domain)})});
+            {Tone::unknown, reader.translate("The key of a signature by %1 couldn’t be asked for. Check "
+                                             "again when you are online; more may be proven then.",
+                                             {quotedDomain(failed->domain)})});
     }
     const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
     if (spf && spf->result == SPFResult::temperror && !isGood) {
@@ -275,8 +267,7 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
     if (!name) {
         return reader.translate(
             "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
-            "the "
-            "message’s full source or its headers.");
+            "the message’s full source or its headers.");
     }
     return reader.translate(
         "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.", {file});
