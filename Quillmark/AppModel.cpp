@@ -88,9 +88,9 @@ void AppModel::openFiles(std::vector<std::string> paths) {
     takeIn(std::move(sources));
 }
 
-UUID AppModel::checkData(std::string_view bytes, std::optional<std::string> name) {
+UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
     if (name) name = repairedUTF8(*name);
-    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(bytes), .name = std::move(name)}});
+    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(std::move(bytes)), .name = std::move(name)}});
 }
 
 UUID AppModel::paste(std::string_view text) {

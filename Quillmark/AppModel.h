@@ -101,7 +101,7 @@ public:
     void openFiles(std::vector<std::string> paths);
     /// The bytes of one message, as a mail program gives them, perhaps with a name for it. Gives the identity
     /// of its row.
-    UUID checkData(std::string_view bytes, std::optional<std::string> name = {});
+    UUID checkData(ByteBuffer bytes, std::optional<std::string> name = {});
     /// The source of a message, or only its headers.
     UUID paste(std::string_view text);
 

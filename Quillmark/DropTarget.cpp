@@ -74,8 +74,8 @@ bool isLink(const QString& text) {
 DropContents dropContents(const QMimeData& data) {
     if (auto files = filesOf(data.urls())) return {std::move(*files)};
     if (data.hasFormat(messageType)) {
-        std::string bytes = data.data(messageType).toStdString();
-        if (!bytes.empty()) return {DropContents::Data{std::move(bytes)}};
+        QByteArray bytes = data.data(messageType);
+        if (!bytes.isEmpty()) return {DropContents::Data{std::move(bytes)}};
     }
     std::string text = data.text().toStdString();
     const bool link = data.hasUrls() || data.hasFormat(placeOfMessageType) || isLink(data.text());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <string>
 #include <variant>
 #include <vector>
@@ -22,7 +23,7 @@ struct DropContents {
     };
     /// One message, as the mail program has it.
     struct Data {
-        std::string bytes = {};
+        QByteArray bytes = {};  ///< shared with the drag: fifty megabytes take time to copy
         bool operator==(const Data&) const = default;
     };
     /// Text that is more than a link: the source of a message, its headers, or something else.

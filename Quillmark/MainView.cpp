@@ -212,6 +212,8 @@ QWidget* MainView::buildTopRow() {
     m_progress = new QProgressBar;
     m_progress->setRange(0, 0);
     m_progress->setTextVisible(false);
+    m_progress->setMinimumWidth(0);
+    m_progress->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     m_progress->setMaximumHeight(fontMetrics().height() / 3);
     m_progress->setAccessibleName(m_words("Checks are running"));
     m_busyText = new QLabel;
@@ -257,6 +259,7 @@ QWidget* MainView::buildListSide() {
     auto* layout = new QVBoxLayout(m_listSide);
     layout->setContentsMargins(0, 0, 0, 0);
     m_filter = new QLineEdit;
+    m_filter->setObjectName(QStringLiteral("filter"));
     m_filter->setPlaceholderText(m_words("Filter"));
     m_filter->setAccessibleName(m_words("Filter the list"));
     m_filter->setClearButtonEnabled(true);

@@ -33,7 +33,7 @@ namespace quillmark {
 namespace {
 
 /// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
-constexpr std::size_t longestHeaderRead = 1'000'000;
+constexpr std::size_t longestHeaderRead = 200'000;
 /// Files of one drop that are read at the drop, all together, in bytes: many a mail program deletes what it
 /// handed over, and so little takes no time.
 constexpr std::int64_t mostReadAtDrop = 16'000'000;
@@ -294,7 +294,8 @@ void QuillmarkApp::openFiles(const QStringList& paths) {
 void QuillmarkApp::receive(const DropContents& contents) {
     if (const auto* files = std::get_if<DropContents::Files>(&contents.value)) return receiveFiles(*files);
     if (const auto* data = std::get_if<DropContents::Data>(&contents.value)) {
-        m_model.checkData(data->bytes);
+        m_model.checkData(
+            ByteBuffer({data->bytes.constData(), static_cast<std::size_t>(data->bytes.size())}));
     } else if (const auto* text = std::get_if<DropContents::Text>(&contents.value)) {
         m_model.paste(text->text);
     } else if (std::holds_alternative<DropContents::LinkOnly>(contents.value)) {
@@ -320,12 +321,12 @@ void QuillmarkApp::receiveFiles(const DropContents::Files& files) {
         m_model.openFiles(files.paths);
     } else {
         std::vector<std::string> others;  // devices, and what cannot be read: the model says why
-        std::vector<std::pair<std::string, std::string>> read;
+        std::vector<std::pair<std::string, ByteBuffer>> read;
         for (const std::string& path : files.paths) {
             auto bytes = QFileInfo(fromPath(path)).isFile() ? readFile(path) : Refusal{};
-            if (const auto* buffer = std::get_if<ByteBuffer>(&bytes)) {
+            if (auto* buffer = std::get_if<ByteBuffer>(&bytes)) {
                 read.emplace_back(repairedUTF8(std::filesystem::path(path).filename().string()),
-                                  buffer->view());
+                                  std::move(*buffer));
             } else {
                 others.push_back(path);
             }

@@ -229,7 +229,10 @@ ReportSection Composer::policy() const {
 }
 
 ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
-    const Tone of = hop.sealValid ? tone(hop.messageSignature) : Tone::bad;
+    // Every forwarder may change the message, so an earlier one's signature of it seldom fits any more.
+    std::optional<Tone> of = hop.sealValid ? tone(hop.messageSignature) : Tone::bad;
+    const bool isLast = &hop == &m_report.arc.hops.back();
+    if (hop.sealValid && !isLast && of != Tone::good) of = std::nullopt;
     ReportRow row{of, m_words("%1. %2", QString::number(hop.instance), domain(hop.sealer)), {}, {}, {}};
     ARCFinding alone;
     alone.hops = {hop};

@@ -17,6 +17,7 @@ namespace quillmark {
 
 namespace {
 
+constexpr std::size_t unfoldedAtOnce = 8;
 constexpr int widestName = 24;     // characters
 constexpr int widestReport = 120;  // characters: longer lines are hard to read
 
@@ -80,6 +81,8 @@ ReportView::ReportView(const Words& words, QWidget* parent) : QScrollArea(parent
     setFrameStyle(QFrame::NoFrame);
     setAccessibleName(m_words("Report"));
     setFocusPolicy(Qt::StrongFocus);
+    m_unfoldNext.setSingleShot(true);
+    connect(&m_unfoldNext, &QTimer::timeout, this, &ReportView::unfoldSome);
 }
 
 void ReportView::setContent(const ReportContent& content) {
@@ -89,7 +92,15 @@ void ReportView::setContent(const ReportContent& content) {
 }
 
 void ReportView::expandAll(bool expanded) {
-    for (QToolButton* each : m_disclosures) each->setChecked(expanded);
+    m_unfolded = 0;
+    m_isUnfolding = expanded;
+    unfoldSome();
+}
+
+void ReportView::unfoldSome() {
+    const std::size_t end = std::min(m_disclosures.size(), m_unfolded + unfoldedAtOnce);
+    for (; m_unfolded < end; ++m_unfolded) m_disclosures[m_unfolded]->setChecked(m_isUnfolding);
+    if (m_unfolded < m_disclosures.size()) m_unfoldNext.start(0);
 }
 
 void ReportView::offerRecheck(bool isPossible) {
@@ -106,6 +117,7 @@ void ReportView::changeEvent(QEvent* event) {
 void ReportView::rebuild() {
     m_isBuilding = true;
     m_disclosures.clear();
+    m_unfoldNext.stop();
     auto* page = new QWidget;
     auto* across = new QHBoxLayout(page);
     auto* column = new QWidget;

@@ -2,6 +2,7 @@
 
 #include <QScrollArea>
 #include <QString>
+#include <QTimer>
 #include <vector>
 
 #include "Quillmark/ReportContent.h"
@@ -21,7 +22,8 @@ public:
 
     /// Replaces what is shown and scrolls to the top; details are folded.
     void setContent(const ReportContent& content);
-    /// Unfolds every finding's details, or folds them all.
+    /// Unfolds every finding's details, or folds them all: the first ones at once, those of a report with
+    /// very many in later turns of the event loop.
     void expandAll(bool expanded);
 
     /// Whether the report can be made again; then one whose lookups failed says so.
@@ -36,6 +38,7 @@ protected:
 
 private:
     void rebuild();
+    void unfoldSome();
     QWidget* banner();
     QWidget* section(const ReportSection& section);
     QWidget* row(const ReportRow& row);
@@ -44,6 +47,9 @@ private:
     Words m_words;
     ReportContent m_content;
     std::vector<QToolButton*> m_disclosures;
+    std::size_t m_unfolded = 0;  // of them, while all are unfolded or folded
+    bool m_isUnfolding = false;
+    QTimer m_unfoldNext;
     QPushButton* m_recheck = nullptr;
     bool m_offersRecheck = false;
     bool m_isBuilding = false;

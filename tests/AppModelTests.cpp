@@ -229,7 +229,7 @@ TEST(AppModel, bytesStayBytes) {
         {"k._domainkey.b.example|TXT", DNSAnswer::records({Signer::keyRecord(key)})}});
     AppModel& model = desk.ready();
     model.openFiles({desk.write("a.eml", message)});
-    model.checkData(message, "promised\xff/../name");
+    model.checkData(ByteBuffer(message), "promised\xff/../name");
     desk.idle();
     ASSERT_EQ(model.session().size(), 2u);
     for (const auto& row : model.session()) {

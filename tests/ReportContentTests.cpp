@@ -85,6 +85,21 @@ TEST(ReportContent, notesStandInTheirSectionsAndBesideTheHeadline) {
     EXPECT_EQ(content.beside.back().text, "There is a warning sign; read it below.");
 }
 
+TEST(ReportContent, anEarlierForwarderMayHaveSignedAnotherText) {
+    using Status = DKIMResult::Status;
+    ProofReport report;
+    const auto hop = [](int number, Status status, bool sealValid) {
+        return ARCFinding::Hop{number, "list.example", {.status = status}, sealValid, {}};
+    };
+    report.arc.hops = {hop(1, Status::bodyChanged, true), hop(2, Status::bodyChanged, false),
+                       hop(3, Status::bodyChanged, true)};
+    const ReportContent content = reportContent(report, std::nullopt, {}, english);
+    const auto& chain = section(content, "Forwarding chain (ARC)").chain;
+    EXPECT_EQ(chain[0].tone, std::nullopt);
+    EXPECT_EQ(chain[1].tone, Tone::bad);
+    EXPECT_EQ(chain[2].tone, Tone::bad);
+}
+
 TEST(ReportContent, thePathAndTheStepThatWasJudged) {
     const Sample sample = checkedSample("mailing-list");
     const ReportContent content = reportContent(sample.report, sample.path, {}, english);
