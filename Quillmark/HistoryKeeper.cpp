@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -146,13 +147,14 @@ HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Sta
     Saved saved;
     try {
         const HistoryFile file = m_file();
-        saved.mustLoad = stampOf(file) != known;
-        const auto damaged = file.apply(change, m_now());
-        if (damaged) {
-            saved.problem = historyProblem(*damaged, m_reader);
-            saved.mustLoad = true;
-        }
-        saved.stamp = stampOf(file);
+        std::optional<Stamp> before;
+        const auto look = [&] {
+            saved.stamp = stampOf(file);
+            if (!before) before = saved.stamp;
+        };
+        const auto damaged = file.apply(change, m_now(), look);
+        if (damaged) saved.problem = historyProblem(*damaged, m_reader);
+        saved.mustLoad = damaged || before != known;
     } catch (const HistoryFileError& error) {
         saved.problem = historyProblem(error, m_reader);
         saved.isDone = false;

@@ -77,6 +77,19 @@ void change(const fs::path& file, const HistoryChange& change) {
     replacement.commit();
 }
 
+/// Puts what the change adds into a new file in place of a damaged one. That stays where it is until the new
+/// one is written, so that it is heard of again when there is no room.
+HistoryFileError::Damaged beginAnew(const fs::path& file, const HistoryChange& change, Date now,
+                                    const DecodingError& fault) {
+    FileReplacement replacement(file);
+    HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
+    for (const ProofReport& report : change.added()) writer.add(report);
+    writer.end();
+    auto damaged = setAside(file, now, fault);
+    if (!change.added().empty()) replacement.commit();
+    return damaged;
+}
+
 }  // namespace
 
 HistoryFileError::HistoryFileError(Damaged damaged)
@@ -125,18 +138,20 @@ void HistoryFile::save(const History& history) const {
     replacement.commit();
 }
 
-std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange& steps, Date now) const {
+std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange& steps, Date now,
+                                                            const std::function<void()>& look) const {
     if (steps.isEmpty()) return std::nullopt;
     const FileLock lock = locked(url);
     FileReplacement::removeLeftovers(url);
+    look();
+    std::optional<HistoryFileError::Damaged> damaged;
     try {
         change(url, steps);
-        return std::nullopt;
     } catch (const DecodingError& fault) {
-        auto damaged = setAside(url, now, fault);
-        change(url, steps);
-        return damaged;
+        damaged = beginAnew(url, steps, now, fault);
     }
+    look();
+    return damaged;
 }
 
 }  // namespace quillmark

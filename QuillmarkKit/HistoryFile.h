@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -54,8 +55,10 @@ struct HistoryFile {
 
     /// Changes what is on disk at this moment. The reports pass through memory one at a time. When the file
     /// cannot be decoded it is set aside, which is what comes back, and a new one is begun. Throws
-    /// `HistoryFileError` (of a newer version only); then nothing was changed.
-    std::optional<HistoryFileError::Damaged> apply(const HistoryChange& change, Date now) const;
+    /// `HistoryFileError` (of a newer version only); then nothing was changed. `look` is called while nobody
+    /// else can change the file: before it is read, and again once it is changed.
+    std::optional<HistoryFileError::Damaged> apply(
+        const HistoryChange& change, Date now, const std::function<void()>& look = [] {}) const;
 };
 
 }  // namespace quillmark

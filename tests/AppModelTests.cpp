@@ -467,11 +467,32 @@ TEST(AppModel, othersMayChangeTheHistoryMeanwhile) {
     desk.waitFor([&] { return model.history().size() == 2 && model.report(added.id); });
     EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{added.id, ours}));
 
+    // While we wait for our turn.
+    ProofReport another;
+    another.id = UUID::random();
+    {
+        const FileLock turn(desk.file("data/.history.json.lock"));
+        const int uses = desk.historyUses;
+        model.paste(mail);
+        desk.waitFor([&] { return desk.historyUses > uses; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        History written = desk.history().load(now);
+        written.reports.push_back(another);
+        HistoryFile{desk.file("elsewhere/history.json")}.save(written);
+        fs::rename(desk.file("elsewhere/history.json"), desk.historyURL);
+    }
+    desk.waitFor([&] { return model.history().size() == 4 && model.report(another.id); });
+    model.removeFromHistory(another.id);
+    model.removeFromHistory(model.session().front().id);
+    desk.waitFor([&] { return desk.history().load(now).reports.size() == 2; });
+
     HistoryChange removal;
     removal.remove(added.id);
     desk.history().apply(removal, now);
-    model.refreshHistory();
-    desk.waitFor([&] { return !model.report(added.id); });
+    desk.waitFor([&] {
+        model.refreshHistory();  // not while our own change is being saved
+        return !model.report(added.id);
+    });
     EXPECT_EQ(model.history().size(), 1u);
 }
 

@@ -131,6 +131,22 @@ TEST(HistoryFile, damagedFilesAreSetAside) {
     EXPECT_EQ(fileContents(folder.file(third), any), cut);
     EXPECT_EQ(namesIn(folder),
               (std::set<std::string>{".history.json.lock", "history.json", first, second, third}));
+
+    // Without room for a new one it stays where it is, and is told of the next time.
+    folder.write("history.json", "no JSON again");
+    EXPECT_EQ(inProcess([&] {
+                  signal(SIGXFSZ, SIG_IGN);
+                  const rlimit limit{1'000, 1'000};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  try {
+                      file.apply(adding(3, 100'000), now);
+                  } catch (const fs::filesystem_error&) {
+                      return;
+                  }
+                  _exit(1);
+              }),
+              0);
+    EXPECT_EQ(fileContents(file.url, any), "no JSON again");
 }
 
 TEST(HistoryFile, newerFilesStay) {
