@@ -131,6 +131,12 @@ FixedAnswers fixedAnswers(const JSON& document) {
             fixed.answers.insert_or_assign(lookupKey("answers", key), answer(value, key));
         }
     });
+    member("validated", JSON::value_t::array, [&](const JSON& list) {
+        for (const JSON& question : list) {
+            const auto found = fixed.answers.find(lookupKey("validated", text(question, "validated", "")));
+            if (found != fixed.answers.end()) found->second.isValidated = true;
+        }
+    });
     member("failing", JSON::value_t::array, [&](const JSON& list) {
         for (const JSON& name : list) fixed.failing.insert(asciiLowered(text(name, "failing", "")));
     });

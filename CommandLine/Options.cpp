@@ -51,12 +51,16 @@ const std::vector<CommandTable::Section> sections = {
 
 constexpr const char* checkFooter =
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no "
-    "email, or the recording or the history could not be written; 2 wrong arguments or an unusable answers "
-    "file; 130 after Ctrl-C.";
+    "email, or the recording, the history or the CSV file could not be written; 2 wrong arguments or an "
+    "unusable answers file; 3 a verdict has the tone of --fail-on or a worse one; 130 after Ctrl-C. From one "
+    "to "
+    "the next less is proven: good, caution, unknown, bad.";
 
 void addCheck(CLI::App& app, CheckCommand& check) {
     CLI::App* command = app.add_subcommand("check", "Check messages and report on each");
-    command->add_option("FILE", check.files, "Messages to check; \"-\" is standard input")->required();
+    command
+        ->add_option("FILE", check.files, "Messages, mailboxes and folders to check; \"-\" is standard input")
+        ->required();
     command->add_flag("--json", check.json, "Write each report as one line of JSON");
     command->add_option("--dns", check.dnsFile, "Take DNS answers from a file and ask nobody")
         ->type_name("FILE");
@@ -72,6 +76,20 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                      "Write what the checks were told into a new file, for --dns, to repeat them later")
         ->type_name("FILE");
     command->add_flag("--save", check.save, "Add the reports to your history");
+    command->add_flag("--summary", check.summary,
+                      "Write how often each verdict and signing domain came, in place of the reports");
+    command->add_option("--csv", check.csv, "Write a table of the reports into a new file")
+        ->type_name("FILE");
+    command
+        ->add_option("--only", check.only,
+                     "Write and keep the reports of these tones alone, such as bad,caution")
+        ->type_name("TONES");
+    command
+        ->add_option("--fail-on", check.failOn,
+                     "Exit with 3 when a verdict has this tone or proves less: caution, unknown or bad")
+        ->type_name("TONE");
+    command->add_option("--jobs", check.jobs, "How many messages are checked at once; default: as suits")
+        ->type_name("N");
     command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
     command->footer(checkFooter);
 }

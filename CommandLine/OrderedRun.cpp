@@ -2,10 +2,20 @@
 
 namespace quillmark {
 
-std::optional<std::size_t> OrderedRun::take() {
+namespace {
+
+std::size_t sizeOf(const OrderedRun::Outcome& outcome) {
+    std::size_t bytes = 0;
+    for (const auto& message : outcome.messages)
+        bytes += message.report.size() + message.problem.size() + message.kept.size() + message.row.size();
+    return bytes;
+}
+
+}  // namespace
+
+std::size_t OrderedRun::take() {
     std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_taken == m_count || m_taken < m_given + m_ahead; });
-    if (m_taken == m_count) return std::nullopt;
+    m_changed.wait(lock, [&] { return m_taken < m_given + m_ahead; });
     return m_taken++;
 }
 
@@ -17,7 +27,7 @@ void OrderedRun::reserve(std::size_t number, std::size_t bytes) {
 }
 
 void OrderedRun::finish(std::size_t number, Outcome outcome) {
-    const std::size_t bytes = outcome.report.size() + outcome.problem.size() + outcome.kept.size();
+    const std::size_t bytes = sizeOf(outcome);
     std::unique_lock lock(m_mutex);
     std::size_t& reserved = m_reserved[number];
     m_held = m_held - reserved + bytes;

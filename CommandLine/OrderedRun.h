@@ -2,16 +2,20 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include "QuillmarkKit/Report.h"
 
 namespace quillmark {
 
-/// Hands out the numbers 0 … count-1 to several workers and gives their outcomes on in that order. Workers
+/// Hands out numbers from 0 on to several workers and gives their outcomes on in that order. Workers
 /// run at most a window ahead of what was given on, and what they hold in memory is bounded. Safe from many
 /// threads at once.
 ///
@@ -19,21 +23,30 @@ namespace quillmark {
 /// single worker runs from end to end without waiting for anybody.
 class OrderedRun {
 public:
+    /// What came of one message.
+    struct Message {
+        std::string problem = {};  ///< one line, when it could not be checked; else empty
+        std::string hint = {};     ///< one line beside the report; empty when there is none
+        Verdict verdict = {};
+        std::string report = {};  ///< as it is printed; empty when it is not to be
+        std::string kept = {};    ///< the report for the history, as JSON; empty when it is not to be kept
+        std::string row = {};     ///< of the CSV file; empty without one
+    };
     struct Outcome {
-        std::string report = {};   ///< empty when there is none
-        std::string problem = {};  ///< one line; empty when there is none
-        std::string kept = {};     ///< the report for the history, as JSON; empty when there is none
+        std::vector<Message> messages = {};  ///< a message and those attached inside it
+        std::uint64_t bytesRead = 0;         ///< of all input up to here
     };
 
     /// Takes one outcome after the other, never two at a time, on the workers' threads. Must not throw.
     using Receiver = std::function<void(const Outcome&)>;
 
     /// `ahead`: how far workers may run ahead. `memory`: how many bytes they may hold together.
-    OrderedRun(std::size_t count, std::size_t ahead, std::size_t memory, Receiver receiver)
-        : m_count(count), m_ahead(ahead), m_memory(memory), m_receiver(std::move(receiver)) {}
+    OrderedRun(std::size_t ahead, std::size_t memory, Receiver receiver)
+        : m_ahead(ahead), m_memory(memory), m_receiver(std::move(receiver)) {}
 
-    /// A worker takes the next number; nothing when there are no more. Waits while the window is full.
-    std::optional<std::size_t> take();
+    /// A worker takes the next number. Waits while the window is full. Every number must be finished, but for
+    /// the last ones, when there turns out to be nothing for them.
+    std::size_t take();
     /// Waits until `bytes` more fit into memory. The number that is given on next never waits, so that
     /// something larger than the whole bound goes through alone.
     void reserve(std::size_t number, std::size_t bytes);
@@ -42,7 +55,7 @@ public:
     void finish(std::size_t number, Outcome outcome);
 
 private:
-    const std::size_t m_count, m_ahead, m_memory;
+    const std::size_t m_ahead, m_memory;
     const Receiver m_receiver;
     std::mutex m_mutex = {};
     std::condition_variable m_changed = {};

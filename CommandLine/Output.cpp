@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -17,7 +18,8 @@ namespace quillmark {
 
 namespace {
 
-std::timed_mutex outputMutex;  // held while a report or a file is written
+std::timed_mutex outputMutex;  // held while anything is written
+bool isProgressShown = false;  // under the mutex
 
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -29,22 +31,45 @@ bool writeAll(int descriptor, std::string_view bytes) {
     return true;
 }
 
+/// To the beginning of the line, and empty from there on.
+void takeProgressAway() {
+    if (std::exchange(isProgressShown, false)) writeAll(STDERR_FILENO, "\r\x1B[K");
+}
+
+bool isUsableTerminal(int descriptor) {
+    const char* const terminal = std::getenv("TERM");
+    return terminal && *terminal && std::string_view(terminal) != "dumb" && isatty(descriptor) == 1;
+}
+
 }  // namespace
 
 bool writeOutput(std::string_view bytes) {
     const std::lock_guard lock(outputMutex);
+    takeProgressAway();
     if (writeAll(STDOUT_FILENO, bytes)) return true;
     if (errno == EPIPE) _exit(128 + SIGPIPE);
     return false;
 }
 
-bool outputHasColours() {
-    const char* const terminal = std::getenv("TERM");
-    const bool canColour = terminal && *terminal && std::string_view(terminal) != "dumb";
-    return canColour && !std::getenv("NO_COLOR") && isatty(STDOUT_FILENO) == 1;
+bool outputHasColours() { return !std::getenv("NO_COLOR") && isUsableTerminal(STDOUT_FILENO); }
+
+bool canShowProgress() { return isUsableTerminal(STDERR_FILENO); }
+
+void showProgress(std::string_view line) {
+    const std::lock_guard lock(outputMutex);
+    takeProgressAway();
+    isProgressShown = true;
+    writeAll(STDERR_FILENO, forDisplay(line));
+}
+
+void clearProgress() {
+    const std::lock_guard lock(outputMutex);
+    takeProgressAway();
 }
 
 void writeProblem(std::string_view message) {
+    const std::lock_guard lock(outputMutex);
+    takeProgressAway();
     writeAll(STDERR_FILENO,
              "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
 }
@@ -74,6 +99,7 @@ void endOnSignals() {
         }
         // A reader that does not read, or a history of a gigabyte, must not keep us from ending.
         const std::unique_lock lock(outputMutex, std::chrono::milliseconds(100));
+        if (lock) takeProgressAway();
         _exit(128 + number);
     }).detach();
 }

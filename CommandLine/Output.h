@@ -11,6 +11,15 @@ bool writeOutput(std::string_view bytes);
 /// Whether standard output is a terminal that shows colours, and the user wants them (NO_COLOR is unset).
 bool outputHasColours();
 
+/// Whether standard error is a terminal whose lines can be written over.
+bool canShowProgress();
+
+/// Shows a line on that terminal, in place of the one shown before. Whatever else is written takes it away
+/// first, and so does the end by a signal.
+void showProgress(std::string_view line);
+/// Takes it away.
+void clearProgress();
+
 /// Writes one line, "quillmark: " and `message`, to standard error. The message goes through the filter for
 /// text that somebody else wrote.
 void writeProblem(std::string_view message);

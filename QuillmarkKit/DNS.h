@@ -41,7 +41,9 @@ struct DNSAnswer {
         bool operator==(const NXDomain&) const = default;
     };
     std::variant<Records, NoData, NXDomain> value = NoData{};
-    bool operator==(const DNSAnswer&) const = default;
+    bool isValidated = false;  ///< the service said that it validated the answer (DNSSEC, its AD flag)
+    /// Compares what was answered alone.
+    bool operator==(const DNSAnswer& other) const { return value == other.value; }
 
     static DNSAnswer records(std::vector<std::string> data) { return {Records{std::move(data)}}; }
     static DNSAnswer noData() { return {NoData{}}; }

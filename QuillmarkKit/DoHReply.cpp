@@ -71,7 +71,11 @@ std::string unquotedTXT(std::string_view data) {
 DoHReply DoHReply::parse(std::string_view json, DNSRecordType type) {
     Reply reply = decodedReply(json);
     if (reply.status == serverFailure) return {Servfail{}};
-    if (reply.status == nameError) return {DNSAnswer::nxdomain()};
+    const auto answered = [&](DNSAnswer answer) {
+        answer.isValidated = reply.isValidated.value_or(false);
+        return DoHReply{std::move(answer)};
+    };
+    if (reply.status == nameError) return answered(DNSAnswer::nxdomain());
     if (reply.status != noError) throw DNSLookupError("DNS status " + std::to_string(reply.status));
 
     std::vector<std::string> records;
@@ -79,8 +83,8 @@ DoHReply DoHReply::parse(std::string_view json, DNSRecordType type) {
         if (rr.type != static_cast<int>(type) || !rr.data) continue;
         records.push_back(type == DNSRecordType::txt ? unquotedTXT(*rr.data) : std::move(*rr.data));
     }
-    if (records.empty()) return {DNSAnswer::noData()};
-    return {DNSAnswer::records(std::move(records))};
+    if (records.empty()) return answered(DNSAnswer::noData());
+    return answered(DNSAnswer::records(std::move(records)));
 }
 
 }  // namespace quillmark

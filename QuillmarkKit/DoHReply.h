@@ -21,6 +21,7 @@ struct DoHReply {
             std::optional<std::string> data = {};
         };
         int status = 0;
+        std::optional<bool> isValidated = {};
         std::optional<std::vector<RR>> answer = {};
     };
 
@@ -44,7 +45,7 @@ constexpr auto fieldsOf(const DoHReply::Reply::RR*) {
 }
 constexpr auto fieldsOf(const DoHReply::Reply*) {
     using T = DoHReply::Reply;
-    return std::tuple{Field{"Status", &T::status}, Field{"Answer", &T::answer}};
+    return std::tuple{Field{"Status", &T::status}, Field{"AD", &T::isValidated}, Field{"Answer", &T::answer}};
 }
 
 /// The data of one TXT record, the presentation form (RFC 1035, section 5.1) undone: `"v=DKIM1; " "p=\059"`

@@ -58,6 +58,9 @@ std::string recordingJSON(std::string_view by, const RecordingTimes& times, cons
     JSON document;
     document["at"] = rfc3339(times.at);
     document["answers"] = values(answers.dns);
+    for (const auto& [question, entry] : answers.dns.entries()) {
+        if (entry.value.isValidated) document["validated"].push_back(question);
+    }
     if (registrations == Registrations::asked) document["registrations"] = values(answers.registrations);
     document["sources"] = {{"answers", sources(answers.dns)},
                            {"registrations", sources(answers.registrations)}};

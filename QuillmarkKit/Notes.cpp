@@ -237,10 +237,35 @@ void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signa
     }
 }
 
+// What DNS said of its answers, and what was not checked
+
+/// Of the keys of signatures that hold, and of the policy, each once.
+void addValidatedAnswers(Notes& notes, const ProofReport& report,
+                         const std::set<std::string, std::less<>>& names) {
+    using Kind = ReportNote::AnswerValidated::Kind;
+    const auto add = [&](Kind kind, const std::string& asked) {
+        const std::string name = asciiLowered(asked);
+        ReportNote note{ReportNote::AnswerValidated{kind, excerpt(name)}};
+        if (names.contains(name) && std::ranges::find(notes, note) == notes.end())
+            notes.push_back(std::move(note));
+    };
+    for (const DKIMResult& result : report.dkim) {
+        if (result.status == DKIMResult::Status::pass)
+            add(Kind::key, result.selector + "._domainkey." + result.domain);
+    }
+    if (report.dmarc.recordDomain) add(Kind::policy, "_dmarc." + *report.dmarc.recordDomain);
+}
+
+void addNewerSignatures(Notes& notes, const MailMessage& message) {
+    const auto count = static_cast<std::int64_t>(message.positions("DKIM2-Signature").size());
+    if (count > 0) notes.push_back({ReportNote::NewerSignatures{count}});
+}
+
 }  // namespace
 
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
-                              const PublicSuffixList& suffixes) {
+                              const PublicSuffixList& suffixes,
+                              const std::set<std::string, std::less<>>& validatedNames) {
     Notes notes;
     addHeaderEnd(notes, message);
     addSender(notes, message, report.summary.from);
@@ -248,6 +273,8 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     if (signature) addUnsignedFields(notes, message, *signature);
     addLinesOfSender(notes, message, report, suffixes);
     if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
+    addValidatedAnswers(notes, report, validatedNames);
+    addNewerSignatures(notes, message);
     return notes;
 }
 

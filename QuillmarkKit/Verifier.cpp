@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Verifier.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "QuillmarkKit/ARC.h"
@@ -17,6 +18,22 @@
 namespace quillmark {
 
 namespace {
+
+/// Remembers, for one check, the names of which DNS said that its answer was validated.
+class ValidationWatch : public DNSResolver {
+public:
+    explicit ValidationWatch(DNSResolver& resolver) : m_resolver(resolver) {}
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+        DNSAnswer answer = m_resolver.lookup(name, type, std::move(stop));
+        if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
+        return answer;
+    }
+    const std::set<std::string, std::less<>>& names() const { return m_names; }
+
+private:
+    DNSResolver& m_resolver;
+    std::set<std::string, std::less<>> m_names = {};
+};
 
 /// Further signatures are left out of the report.
 constexpr std::size_t mostSignatures = 10;
@@ -176,7 +193,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.summary = summary(message);
     const std::string from = fromDomain(report.summary);
 
-    DeadlineResolver resolver(*m_resolver);
+    DeadlineResolver withDeadline(*m_resolver);
+    ValidationWatch resolver(withDeadline);
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
@@ -192,7 +210,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.verdict = verdict(from, report.dkim, report.dmarc, report.arc, m_suffixes);
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
-    report.notes = notes(message, report, m_suffixes);
+    report.notes = notes(message, report, m_suffixes, resolver.names());
     return report;
 }
 

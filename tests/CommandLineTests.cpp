@@ -246,7 +246,7 @@ TEST(CommandLine, inputsThatCannotBeRead) {
     const std::string large = folder.write("large", "");
     fs::resize_file(large, 50'000'001);
     const Ended result = run({"check", "--json", "--dns", dns, good, folder / "missing", odd, empty, large,
-                              folder / ".", "/dev/zero", "--", good, folder.write("-x", plain)});
+                              "/dev/zero", "--", good, folder.write("-x", plain)});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.problems,
               "quillmark: “missing” couldn’t be read: No such file or directory\n"
@@ -256,7 +256,6 @@ TEST(CommandLine, inputsThatCannotBeRead) {
               "quillmark: “empty” doesn’t look like an email: no From, Received or DKIM-Signature header was "
               "found.\n"
               "quillmark: “large” is larger than 50 MB, too large for a single email.\n"
-              "quillmark: “.” couldn’t be read: Is a directory\n"
               "quillmark: “zero” is larger than 50 MB, too large for a single email.\n");
     const auto good2 = reports(result.output);
     ASSERT_EQ(good2.size(), 3u);
@@ -284,6 +283,135 @@ TEST(CommandLine, standardInputAndPasted) {
     EXPECT_EQ(run({"check", "--dns", dns, "-"}, paste).status,
               1);  // without --pasted the same bytes are no mail
     EXPECT_EQ(run({"check", "--dns", dns, "-"}, folder.write("mail", plain)).status, 0);
+    // Nobody can be asked what stands before the source: it is taken as it is, and that is said.
+    const std::string both = "From: b@example.net\n\nReceived: x\n" + std::string(plain);
+    const Ended unclear = run({"check", "--json", "--pasted", "--dns", dns, folder.write("both", both)});
+    EXPECT_EQ(unclear.status, 0);
+    EXPECT_EQ(reports(unclear.output).at(0)["summary"]["from"][0]["address"], "b@example.net");
+    EXPECT_TRUE(unclear.problems.starts_with("quillmark: Lines stand before")) << unclear.problems;
+}
+
+/// A mailbox of three, the second with another message attached: a file, a pipe and a folder give the same.
+class Mailbox {
+public:
+    Mailbox() {
+        const std::string good = signedBy("From: a@example.org\nSubject: =1\n\nDear all\n");
+        std::string broken = good;
+        broken.replace(broken.find("Dear"), 4, "Mean");
+        const std::string carrier =
+            "From: b@example.net\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\n--b\n"
+            "Content-Type: message/rfc822\n\n" +
+            good + "\n--b--\n";
+        const std::string separator = "From a@b Mon Jan  5 10:12:00 2026\n";
+        path =
+            folder.write("Inbox", separator + good + "\n" + separator + carrier + "\n" + separator + broken);
+        fs::create_directories(folder / "Mail/cur");
+        folder.write("Mail/cur/1", good);
+        folder.write("Mail/2.eml", broken);
+        dns = folder.write(
+            "dns.json",
+            JSON{{"answers", {{"key._domainkey.example.org|TXT", {test::keyRecord(key, "ed25519")}}}}}
+                .dump());
+    }
+
+    const Folder folder = {};
+    std::string path, dns;
+
+private:
+    std::string signedBy(const std::string& message) const {
+        std::string bytes =
+            test::signedMessage(message, {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+        std::erase(bytes, '\r');
+        return bytes;
+    }
+    const test::PrivateKey key = test::PrivateKey::ed25519();
+};
+
+TEST(CommandLine, mailboxesAndFolders) {
+    const Mailbox mail;
+    using List = std::vector<std::pair<std::string, std::string>>;
+    const auto checked = [&](std::vector<std::string> arguments, const std::string& input = "/dev/null") {
+        arguments.insert(arguments.begin(), {"check", "--json", "--dns", mail.dns});
+        const Ended result = run(arguments, input);
+        EXPECT_EQ(result.status, 0) << result.problems;
+        List list;
+        for (const JSON& report : reports(result.output))
+            list.emplace_back(report.value("fileName", "-"), report["verdict"]["kind"]);
+        return list;
+    };
+    const List inbox = {{"Inbox, message 1", "verified"},
+                        {"Inbox, message 2", "cannotProve"},
+                        {"Inbox, message 2, attached message 1", "verified"},
+                        {"Inbox, message 3", "signatureBroken"}};
+    EXPECT_EQ(checked({mail.path}), inbox);
+    EXPECT_EQ(checked({"--jobs", "1", mail.path}), inbox);
+    List piped = inbox;
+    for (auto& [name, kind] : piped) name.erase(0, name.find("message"));
+    EXPECT_EQ(checked({"-"}, mail.path), piped);
+    List all = {{"Mail/2.eml", "signatureBroken"}, {"Mail/cur/1", "verified"}};
+    EXPECT_EQ(checked({mail.folder / "Mail"}), all);
+    all.insert(all.end(), inbox.begin(), inbox.end());
+    EXPECT_EQ(checked({mail.folder / "Mail/", mail.path}), all);
+    EXPECT_EQ(checked({"--only", "bad", mail.path}), (List{inbox[1], inbox[3]}));
+    EXPECT_EQ(checked({"--only", "good,unknown", mail.path}), (List{inbox[0], inbox[2]}));
+}
+
+TEST(CommandLine, tablesOfManyMessages) {
+    const Mailbox mail;
+    const std::string csv = mail.folder / "table.csv", good = mail.folder / "Mail/cur";
+    const auto result = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"check", "--dns", mail.dns});
+        return run(arguments);
+    };
+    const Ended summary =
+        result({"--summary", "--csv", csv, "--only", "good", mail.path, mail.folder / "missing"});
+    EXPECT_EQ(summary.status, 1);
+    EXPECT_TRUE(summary.output.starts_with("Verdicts\n")) << summary.output;
+    EXPECT_NE(summary.output.find("        4  in all\n        1  not checked"), std::string::npos);
+    const std::string table = contents(csv);
+    EXPECT_EQ(std::ranges::count(table, '\n'), 3) << table;
+    EXPECT_NE(table.find("\"Inbox, message 2, attached message 1\""), std::string::npos) << table;
+    EXPECT_NE(table.find("\"'=1\""), std::string::npos) << table;
+    EXPECT_EQ(fs::status(csv).permissions(), fs::perms{0600});
+
+    EXPECT_EQ(result({"--csv", csv, mail.path}).problems,
+              "quillmark: “" + csv + "” can’t be written: it is there already\n");
+    EXPECT_EQ(contents(csv), table);
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+    } rows[] = {
+        {{"--fail-on", "bad", mail.path}, 3},
+        {{"--fail-on", "caution", mail.path}, 3},
+        {{"--fail-on", "caution", good}, 0},
+        {{"--fail-on", "bad", mail.path, "missing"}, 3},
+        {{"--fail-on", "bad", good, "missing"}, 1},
+        {{"--fail-on", "good", good}, 2},
+        {{"--only", "worse", good}, 2},
+        {{"--jobs", "0x", good}, 2},
+        {{"--jobs", "1000", good}, 2},
+        {{"--summary", "--json", good}, 2},
+        {{"--csv", mail.folder / "missing/x", good}, 2},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        EXPECT_EQ(result(row.arguments).status, row.status);
+    }
+}
+
+TEST(CommandLine, stoppedInTheMiddleOfAMailbox) {
+    const Mailbox mail;
+    const std::string fifo = mail.folder / "fifo", csv = mail.folder / "table.csv";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const pid_t child = started({"check", "--json", "--csv", csv, "--dns", mail.dns, mail.path, fifo},
+                                mail.folder / "out", mail.folder / "err");
+    while (reports(contents(mail.folder / "out")).size() < 4)  // all of the mailbox
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    kill(child, SIGINT);
+    EXPECT_EQ(ended(child), 130);
+    EXPECT_EQ(contents(mail.folder / "err"), "");
+    for (const auto& entry : fs::directory_iterator(mail.folder / "."))
+        EXPECT_EQ(entry.path().string().find("table"), std::string::npos) << entry.path();
 }
 
 TEST(CommandLine, registrationsAndTime) {

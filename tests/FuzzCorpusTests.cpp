@@ -13,9 +13,9 @@
 using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 
 extern "C" {
-FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzdmarc, fuzzdohreply,
-    fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode, fuzzrdap, fuzzreceived,
-    fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzverify;
+FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzcontainers, fuzzdmarc,
+    fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode, fuzzrdap,
+    fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzverify;
 }
 
 namespace quillmark {
@@ -31,6 +31,7 @@ const struct {
     {"arc", fuzzarc},
     {"authresults", fuzzauthresults},
     {"canonicalization", fuzzcanonicalization},
+    {"containers", fuzzcontainers},
     {"dmarc", fuzzdmarc},
     {"dohreply", fuzzdohreply},
     {"encodedwords", fuzzencodedwords},

@@ -38,6 +38,29 @@ ProofReport report(std::string_view message) {
     return Verifier(std::make_shared<StaticResolver>(answers)).verify(MailMessage::parse(message), {}, now);
 }
 
+TEST(Notes, validatedAnswersAndNewerSignatures) {
+    DNSAnswer keyAnswer = DNSAnswer::records({test::keyRecord(key(), "ed25519")}),
+              policy = DNSAnswer::records({"v=DMARC1; p=none"});
+    keyAnswer.isValidated = policy.isValidated = true;
+    const auto check = [&](std::string_view message) {
+        const StaticResolver::Answers answers = {{"key._domainkey.example.org|TXT", keyAnswer},
+                                                 {"_dmarc.example.org|TXT", policy}};
+        return Verifier(std::make_shared<StaticResolver>(answers))
+            .verify(MailMessage::parse(message), {}, now);
+    };
+    const std::string message = signedBy("d=Example.org; h=from:subject", minimal);
+    const ReportNote ofPolicy{
+        Note::AnswerValidated{Note::AnswerValidated::Kind::policy, "_dmarc.example.org"}};
+    EXPECT_EQ(check(message).notes,
+              (Notes{{Note::AnswerValidated{Note::AnswerValidated::Kind::key, "key._domainkey.example.org"}},
+                     ofPolicy}));
+    std::string changed = message;
+    changed.replace(changed.find("body"), 4, "BODY");
+    EXPECT_EQ(check(changed).notes, Notes{ofPolicy});
+    EXPECT_EQ(check("DKIM2-Signature: i=1\r\ndkim2-signature: i=2\r\n" + message).notes.back(),
+              ReportNote{Note::NewerSignatures{2}});
+}
+
 TEST(Notes, headerBlockThatEndsEarly) {
     std::string message = signedBy("d=example.org; h=from:subject", minimal);
     EXPECT_EQ(report(message).notes, Notes());

@@ -13,22 +13,24 @@ namespace {
 TEST(OrderedRun, orderWindowAndMemory) {
     constexpr std::size_t count = 500, ahead = 8, memory = 100;
     std::atomic<std::size_t> given = 0, held = 0, mostHeld = 0, furthest = 0;
-    OrderedRun run(count, ahead, memory, [&](const OrderedRun::Outcome& outcome) {
-        EXPECT_EQ(outcome.report, std::to_string(given));
+    OrderedRun run(ahead, memory, [&](const OrderedRun::Outcome& outcome) {
+        EXPECT_EQ(outcome.messages.at(0).report, std::to_string(given));
         ++given;
     });
     std::vector<std::jthread> workers;
     for (int i = 0; i < 6; ++i) {
         workers.emplace_back([&] {
-            while (const auto number = run.take()) {
-                furthest = std::max(furthest.load(), *number - std::min(*number, given.load()));
+            for (;;) {
+                const std::size_t number = run.take();
+                if (number >= count) return;  // there turns out to be nothing for it
+                furthest = std::max(furthest.load(), number - std::min(number, given.load()));
                 const std::size_t bytes =
-                    *number % 50 == 0 ? 1000 : 30;  // some are larger than the whole bound
-                run.reserve(*number, bytes);
+                    number % 50 == 0 ? 1000 : 30;  // some are larger than the whole bound
+                run.reserve(number, bytes);
                 if (bytes <= memory) mostHeld = std::max(mostHeld.load(), held += bytes);
                 std::this_thread::yield();
                 if (bytes <= memory) held -= bytes;
-                run.finish(*number, {.report = std::to_string(*number)});
+                run.finish(number, {{{.report = std::to_string(number)}}});
             }
         });
     }

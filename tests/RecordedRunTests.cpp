@@ -21,7 +21,7 @@ const Date now = *parsedRFC3339("2026-11-21T10:00:00.125Z");
 
 HTTPResponse txt(const std::string& record) {
     const JSON answer = {{"type", 16}, {"data", "\"" + record + "\""}};
-    return {200, JSON{{"Status", 0}, {"Answer", {answer}}}.dump()};
+    return {200, JSON{{"Status", 0}, {"AD", true}, {"Answer", {answer}}}.dump()};
 }
 
 /// A network with every kind of outcome. Of the names that begin with "flaky", a question fails every other

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "QuillmarkKit/MailboxReader.h"
+#include "QuillmarkKit/Message.h"
+
+namespace quillmark {
+
+/// The messages of all that `quillmark check` is given, one after the other: files, mailboxes, folders, and
+/// standard input as "-". Not safe from several threads at once.
+class CheckInputs {
+public:
+    /// `isPasted`: each is text that was pasted.
+    CheckInputs(std::vector<std::string> files, bool isPasted)
+        : m_files(std::move(files)), m_isPasted(isPasted) {}
+
+    struct Input {
+        Found found;
+        ParseMode mode = ParseMode::strict;
+        bool hasLinesBefore = false;  ///< of pasted text: perhaps only what stands below is the message
+    };
+    /// The next; nothing at the end. Never throws: what there is no memory for is refused.
+    std::optional<Input> next();
+
+    std::uint64_t bytesRead() const { return m_bytesRead + (m_reader ? m_reader->bytesRead() : 0); }
+    /// What reading all of them takes; nothing when that can't be known beforehand.
+    std::optional<std::uint64_t> expectedBytes() const;
+
+private:
+    std::optional<Input> nextOf(const std::string& file);
+    Input pasted(const std::string& file);
+
+    const std::vector<std::string> m_files;
+    const bool m_isPasted;
+    std::size_t m_current = 0;
+    std::unique_ptr<MailboxReader> m_reader = {};  // of the current file, when it has begun
+    std::uint64_t m_bytesRead = 0;                 // of the files before
+};
+
+}  // namespace quillmark

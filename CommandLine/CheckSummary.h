@@ -1,0 +1,36 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "QuillmarkKit/Report.h"
+#include "Wording/Reader.h"
+
+namespace quillmark {
+
+/// Counts verdicts, by their kind and by the domain that signed.
+class CheckSummary {
+public:
+    void add(const Verdict& verdict);
+    void addProblem() { ++m_problems; }
+
+    /// Two tables: how often each verdict, and the domains that signed most, with the tones of their
+    /// verdicts.
+    std::string text(const Reader& reader) const;
+
+    /// Whether any verdict has this tone or a worse one; from good on, caution, unknown and bad prove less.
+    bool isAnyAsBadAs(Tone tone) const;
+
+private:
+    using Counts = std::array<std::int64_t, 4>;  // by tone
+
+    std::map<std::pair<VerdictKind, Tone>, std::int64_t> m_verdicts = {};
+    std::map<std::string, Counts> m_domains = {};
+    Counts m_unsigned = {}, m_otherDomains = {};
+    std::int64_t m_problems = 0;
+};
+
+}  // namespace quillmark

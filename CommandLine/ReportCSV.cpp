@@ -1,0 +1,85 @@
+#include "CommandLine/ReportCSV.h"
+
+#include <array>
+#include <string_view>
+#include <variant>
+
+#include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t longestCell = 1000;  // bytes of somebody else's text
+constexpr std::string_view rowEnd = "\r\n";
+
+bool looksLikeFormula(std::string_view text) {
+    if (text.starts_with('\t') || text.starts_with('\r')) return true;
+    text = trimmed(text);
+    // The full-width forms of the four signs are read as such, too.
+    for (const std::string_view sign : {"=", "+", "-", "@", "＝", "＋", "－", "＠"}) {
+        if (text.starts_with(sign)) return true;
+    }
+    return false;
+}
+
+void addCell(std::string& row, std::string_view text) {
+    row += row.empty() ? "\"" : ",\"";
+    if (looksLikeFormula(text)) row += '\'';
+    for (const char c : forDisplay(text, longestCell)) row.append(c == '"' ? 2 : 1, c);
+    row += '"';
+}
+
+std::string word(const SPFFinding::Status& status) {
+    if (const auto* judged = std::get_if<SPFFinding::Status::Judged>(&status.value))
+        return nameOf(judged->result);
+    return casesOf(&status)[status.value.index()];
+}
+
+/// The names of cases, as in the report's JSON, with blanks between them.
+template <typename List>
+std::string words(const List& list) {
+    std::string text;
+    for (const auto& one : list)
+        text += (text.empty() ? "" : " ") + std::string(casesOf(&one)[one.value.index()]);
+    return text;
+}
+
+std::string joined(const std::vector<MailAddress>& addresses) {
+    std::string text;
+    for (const MailAddress& address : addresses) {
+        if (text.size() > longestCell) break;
+        text += (text.empty() ? "" : ", ") + address.address;
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string csvHeader() {
+    std::string row;
+    for (const char* const name :
+         {"file", "checked_at", "verdict", "tone", "domain", "from_domain", "from", "subject", "date",
+          "message_id", "spf", "dmarc", "arc", "warning_signs", "notes"}) {
+        addCell(row, name);
+    }
+    return row.append(rowEnd);
+}
+
+std::string csvRow(const ProofReport& report) {
+    const MessageSummary& message = report.summary;
+    std::string row;
+    for (const std::string& cell :
+         {report.fileName.value_or(""), rfc3339(report.checkedAt), std::string(nameOf(report.verdict.kind)),
+          std::string(nameOf(report.verdict.tone)), report.verdict.domain, report.verdict.fromDomain,
+          joined(message.from), message.subject, message.date ? rfc3339(*message.date) : "",
+          message.messageID.value_or(""), word(report.spf.status), std::string(nameOf(report.dmarc.status)),
+          std::string(casesOf(&report.arc.status)[report.arc.status.value.index()]), words(report.flags),
+          words(report.notes)}) {
+        addCell(row, cell);
+    }
+    return row.append(rowEnd);
+}
+
+}  // namespace quillmark

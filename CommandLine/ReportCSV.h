@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "QuillmarkKit/Report.h"
+
+/// Reports as a table for spreadsheets (RFC 4180): one row for each, in UTF-8, every cell in quotes.
+namespace quillmark {
+
+/// The row of the columns' names, which are the same in every language.
+std::string csvHeader();
+
+/// A report's row. No cell begins with what a spreadsheet takes for a formula ("=", "+", "-", "@", a tab or
+/// CR, blanks in front or not): such a text has an apostrophe before it. No cell holds control characters.
+std::string csvRow(const ProofReport& report);
+
+}  // namespace quillmark
