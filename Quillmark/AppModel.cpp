@@ -1,7 +1,9 @@
 #include "Quillmark/AppModel.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <iterator>
 #include <utility>
 #include <variant>
 
@@ -14,6 +16,12 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t checksAtOnce = 8;
+/// How long a worker stays with a mailbox before others have their turn.
+constexpr std::chrono::milliseconds turnOfReading{100};
+
+std::optional<std::string> nameOf(const Found& found) {
+    return std::visit([](const auto& each) { return each.place.name(); }, found);
+}
 
 /// The last component of a path, as text.
 std::string lastComponent(std::string_view path) {
@@ -150,15 +158,13 @@ Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource sour
 // Outcomes
 
 void AppModel::takeOutcomes() {
-    const auto outcomes = std::exchange(m_outcomes, {});
-    RowChanges changes;
-    HistoryChange saved;
-    std::vector<SharedReport> reports;
-    IntakeProblem problem;
-    const auto tell = [&](std::uint64_t number, const std::string& line) {
-        if (number > problem.number) problem = {number, line};
-    };
-    for (const auto& [check, outcome] : outcomes) {
+    Burst burst;
+    bool anything = false;
+    for (const auto& [check, outcome] : std::exchange(m_outcomes, {})) {
+        if (const auto* several = std::get_if<CheckOutcome::Several>(&outcome.value)) {
+            beginReading(check, several->supply);
+            continue;
+        }
         const auto running = m_running.extract(check);
         if (!running) continue;  // cancelled
         const Running& done = running.mapped();
@@ -170,30 +176,116 @@ void AppModel::takeOutcomes() {
             after.id = check;
             after.report = checked->report;
             after.isRunning = false;
-            changes.emplace(done.row, std::move(after));
+            burst.changes.emplace(done.row, std::move(after));
             m_messages.drop(done.row);
-            m_messages.keep(check, {checked->message, done.path});
-            if (checked->saved) {
-                saved.append(*checked->saved);
-                reports.push_back(checked->report);
-            } else if (m_settings.keepHistory) {
-                tell(done.number, historyNotKept(before.name, m_reader));
-            }
+            keep(check, *checked, done, before.name, burst);
         } else {
-            changes.emplace(done.row, withoutCheck(before));
+            burst.changes.emplace(done.row, withoutCheck(before));
             if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
-                tell(done.number, problemLine(*refusal, before.name, m_reader));
+                burst.tell(done.number, problemLine(*refusal, before.name, m_reader));
         }
     }
-    if (changes.empty()) return;
+    for (Piece& piece : std::exchange(m_pieces, {})) {
+        take(piece, burst);
+        anything = true;
+    }
+    for (const UUID& check : std::exchange(m_endedReaders, {})) endReading(check, burst);
+    if (burst.changes.empty() && !anything) return;
     const auto selected = m_selection;
-    apply(changes);
-    m_history.add(std::move(reports), saved);  // before anybody is told, who might quit
+    for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
+    apply(burst.changes);
+    m_history.add(std::move(burst.reports), burst.saved);  // before anybody is told, who might quit
     emit sessionChanged();
     if (m_selection != selected) emit selectionChanged();
-    if (problem.number > 0) showIntakeProblem(problem);
+    if (burst.problem.number > 0) showIntakeProblem(burst.problem);
     emit progressChanged();
 }
+
+void AppModel::keep(const UUID& id, const CheckOutcome::Checked& checked, const Running& running,
+                    const std::optional<std::string>& name, Burst& burst) {
+    // A message of a mailbox can't be read again without reading all before it: it has no path.
+    m_messages.keep(id, {checked.message, running.readers > 0 ? std::string() : running.path});
+    if (checked.saved) {
+        burst.saved.append(*checked.saved);
+        burst.reports.push_back(checked.report);
+    } else if (m_settings.keepHistory) {
+        burst.tell(running.number, historyNotKept(name, m_reader));
+    }
+}
+
+// Mailboxes
+
+void AppModel::beginReading(const UUID& check, const std::shared_ptr<MessageSupply>& supply) {
+    const auto running = m_running.find(check);
+    if (running == m_running.end()) return;  // cancelled
+    running->second.readers = checksAtOnce;
+    std::vector<Workers::Job> jobs;
+    for (std::size_t i = 0; i < checksAtOnce; ++i)
+        jobs.push_back(read(check, supply, running->second.stop.get_token()));
+    m_workers.add(std::move(jobs));
+}
+
+Workers::Job AppModel::read(const UUID& check, std::shared_ptr<MessageSupply> supply,
+                            const std::stop_token& stop) {
+    return [this, check, supply = std::move(supply), stop] {
+        const auto until = std::chrono::steady_clock::now() + turnOfReading;
+        do {
+            auto message = m_checker.next(*supply, stop);
+            if (!message) return m_mailbox.post([this, check] { m_endedReaders.push_back(check); });
+            Piece piece{check, UUID::random(), message->number, nameOf(message->found), {}};
+            piece.outcome = m_checker.check(std::move(*message), piece.id, stop);
+            m_mailbox.post(
+                [this, piece = std::move(piece)]() mutable { m_pieces.push_back(std::move(piece)); });
+        } while (std::chrono::steady_clock::now() < until);
+        m_mailbox.post([this, check, supply, stop] { m_workers.add(read(check, supply, stop)); });
+    };
+}
+
+void AppModel::take(Piece& piece, Burst& burst) {
+    const auto found = m_running.find(piece.check);
+    if (found == m_running.end()) return;  // cancelled
+    Running& mailbox = found->second;
+    mailbox.hasFound = true;
+    if (const auto* checked = std::get_if<CheckOutcome::Checked>(&piece.outcome.value)) {
+        keep(piece.id, *checked, mailbox, piece.name, burst);
+        burst.found[mailbox.row].push_back({.id = piece.id,
+                                            .name = std::move(piece.name),
+                                            .report = checked->report,
+                                            .intake = row(mailbox.row)->intake,
+                                            .mailbox = mailbox.row,
+                                            .number = piece.number});
+    } else if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
+        burst.tell(mailbox.number, problemLine(*refusal, piece.name, m_reader));
+    }
+}
+
+void AppModel::endReading(const UUID& check, Burst& burst) {
+    const auto found = m_running.find(check);
+    if (found == m_running.end() || --found->second.readers > 0) return;
+    const Running done = m_running.extract(found).mapped();
+    m_runningByRow.erase(done.row);
+    ++m_progress.done;
+    const Row before = *row(done.row);
+    if (!done.hasFound) burst.tell(done.number, problemLine({Refusal::NotAnEmail{}}, before.name, m_reader));
+    burst.changes.emplace(done.row, withoutCheck(before));
+}
+
+void AppModel::insertRows(const UUID& mailbox, std::vector<Row> rows) {
+    const auto byNumber = [](const Row& a, const Row& b) { return a.number < b.number; };
+    std::ranges::sort(rows, byNumber);
+    const auto own = m_session.begin() + (row(mailbox) - m_session.data());
+    own->found += rows.size();
+    const auto end =
+        std::find_if(own + 1, m_session.end(), [&](const Row& each) { return each.mailbox != mailbox; });
+    const auto first = own + 1 - m_session.begin(), count = end - (own + 1);
+    const auto added = static_cast<std::ptrdiff_t>(rows.size());
+    m_session.insert(end, std::make_move_iterator(rows.begin()), std::make_move_iterator(rows.end()));
+    const auto begin = m_session.begin() + first;
+    std::inplace_merge(begin, begin + count, begin + count + added, byNumber);
+    m_positions.clear();
+}
+
+// Rows
 
 std::optional<AppModel::Row> AppModel::withoutCheck(Row row) {
     if (!row.report) return std::nullopt;

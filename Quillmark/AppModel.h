@@ -44,6 +44,9 @@ public:
         SharedReport report = {};              ///< none while it is first checked
         bool isRunning = false;                ///< "Checking…"; may be cancelled
         std::uint64_t intake = 0;              ///< the same for files that were opened together
+        std::size_t found = 0;                 ///< how many messages were found in it so far
+        std::optional<UUID> mailbox = {};      ///< the row of the mailbox or folder that it was found in
+        std::size_t number = 0;                ///< its place there, from 1
         bool operator==(const Row&) const = default;
     };
 
@@ -96,7 +99,8 @@ public:
     /// Whether its message, or the file it came from, is at hand, and no check of it is under way.
     bool canRecheck(const UUID& id) const;
 
-    /// Each file becomes a row at once, and is read when its turn comes; the first of them is selected.
+    /// Each file or folder becomes a row at once, and is read when its turn comes; the first of them is
+    /// selected. The messages of a mailbox or a folder become rows below its own, which goes at the end.
     /// Paths are bytes for the system.
     void openFiles(std::vector<std::string> paths);
     /// The bytes of one message, as a mail program gives them, perhaps with a name for it. Gives the identity
@@ -152,12 +156,32 @@ private:
         std::string path = {};
         std::uint64_t number = 0;  ///< rises with every check
         std::stop_source stop = {};
+        std::size_t readers = 0;  // jobs that take messages out of a mailbox
+        bool hasFound = false;    // a message, or a problem that was told
+    };
+    /// What came of a message of a mailbox.
+    struct Piece {
+        UUID check = {}, id = {};  // of the mailbox, and the report's
+        std::size_t number = 0;
+        std::optional<std::string> name = {};
+        CheckOutcome outcome = {};
     };
     /// What rows are from now on, by the identity they had; nothing for those that go.
     using RowChanges = std::map<UUID, std::optional<Row>>;
     struct IntakeProblem {
         std::uint64_t number = 0;  ///< of the check
         std::string line = {};
+    };
+    /// What outcomes that are taken together lead to.
+    struct Burst {
+        RowChanges changes = {};
+        std::map<UUID, std::vector<Row>> found = {};  // by the mailbox's row
+        HistoryChange saved = {};
+        std::vector<SharedReport> reports = {};
+        IntakeProblem problem = {};
+        void tell(std::uint64_t number, const std::string& line) {
+            if (number > problem.number) problem = {number, line};
+        }
     };
     struct HashOfID {
         std::size_t operator()(const UUID& id) const;
@@ -166,7 +190,17 @@ private:
     UUID takeIn(std::vector<MessageSource> sources);
     /// A new check of a row, for the workers; it counts from now on.
     Workers::Job check(const UUID& id, const UUID& row, MessageSource source);
+    /// Takes messages out of a mailbox for a while, and then hands itself in again.
+    Workers::Job read(const UUID& check, std::shared_ptr<MessageSupply> supply, const std::stop_token& stop);
+    void beginReading(const UUID& check, const std::shared_ptr<MessageSupply>& supply);
     void takeOutcomes();
+    void take(Piece& piece, Burst& burst);
+    void endReading(const UUID& check, Burst& burst);
+    /// What a check found, for the history and to be checked again.
+    void keep(const UUID& id, const CheckOutcome::Checked& checked, const Running& running,
+              const std::optional<std::string>& name, Burst& burst);
+    /// Puts the rows of a mailbox's messages below its own, in the order they have there.
+    void insertRows(const UUID& mailbox, std::vector<Row> rows);
     void end(UUID check);
     static std::optional<Row> withoutCheck(Row row);
     void change(const RowChanges& changes);
@@ -198,6 +232,8 @@ private:
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
     std::vector<std::pair<UUID, CheckOutcome>> m_outcomes = {};  // not yet taken
+    std::vector<Piece> m_pieces = {};                            // the same
+    std::vector<UUID> m_endedReaders = {};                       // the same: the mailbox's check, for each
     bool m_isFinished = false;
     Workers m_workers;  // last: the others must outlive what they do
 };

@@ -1,10 +1,7 @@
 #include "Quillmark/DropTarget.h"
 
-#include <QDirIterator>
-#include <QFileInfo>
 #include <QMimeData>
 #include <QUrl>
-#include <algorithm>
 #include <optional>
 
 #include "QuillmarkKit/Intake.h"
@@ -18,41 +15,14 @@ const QString messageType = QStringLiteral("message/rfc822");
 // its own.
 const QString placeOfMessageType = QStringLiteral("text/x-moz-message");
 
-std::string pathOf(const QFileInfo& file) { return file.filePath().toLocal8Bit().toStdString(); }
-
-/// Adds the files in and below a folder, sorted. Symbolic links to folders are not followed, so that a circle
-/// of them has an end.
-void addFolder(const QString& folder, DropContents::Files& files) {
-    std::vector<std::string> paths;
-    QDirIterator entries(folder, QDir::Files | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
-        entries.next();
-        if (files.paths.size() + paths.size() >= mostFilesOfFolders) {
-            files.wasCut = true;
-            break;
-        }
-        paths.push_back(pathOf(entries.fileInfo()));
-    }
-    std::ranges::sort(paths);
-    files.paths.insert(files.paths.end(), std::make_move_iterator(paths.begin()),
-                       std::make_move_iterator(paths.end()));
-}
-
 /// The local files among the links; nothing when there is none.
 std::optional<DropContents::Files> filesOf(const QList<QUrl>& urls) {
     DropContents::Files files;
-    bool anyFile = false;
     for (const QUrl& url : urls) {
         if (!url.isLocalFile()) continue;
-        anyFile = true;
-        const QFileInfo file(url.toLocalFile());
-        if (file.isDir()) {
-            addFolder(file.filePath(), files);
-        } else {
-            files.paths.push_back(pathOf(file));
-        }
+        files.paths.push_back(url.toLocalFile().toLocal8Bit().toStdString());
     }
-    if (!anyFile) return std::nullopt;
+    if (files.paths.empty()) return std::nullopt;
     return files;
 }
 

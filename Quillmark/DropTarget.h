@@ -15,10 +15,9 @@ struct DropContents {
     struct Nothing {
         bool operator==(const Nothing&) const = default;
     };
-    /// Files, in the drag's order; of a folder all the files in it and below it, by path.
+    /// Files and folders, in the drag's order.
     struct Files {
         std::vector<std::string> paths = {};
-        bool wasCut = false;  ///< a folder held more than `mostFilesOfFolders`
         bool operator==(const Files&) const = default;
     };
     /// One message, as the mail program has it.
@@ -39,11 +38,8 @@ struct DropContents {
     bool operator==(const DropContents&) const = default;
 };
 
-/// How many files are taken out of all the folders of one drop.
-constexpr std::size_t mostFilesOfFolders = 100'000;
-
-/// Reads what was dropped or copied: files first, then a message's own data, then text. Names of files are
-/// collected, the files are not opened.
+/// Reads what was dropped or copied: files first, then a message's own data, then text. Files are
+/// named, not opened.
 DropContents dropContents(const QMimeData& data);
 
 /// Whether a drag is worth lighting up for. Looks at the kinds of data alone: what is behind them is fetched

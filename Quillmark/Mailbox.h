@@ -30,6 +30,8 @@ signals:
 
 private:
     void emptySoon();
+    void emptySome();
+    void perform(const std::vector<Piece>& pieces);
 
     std::mutex m_mutex = {};
     std::vector<Piece> m_pieces = {};

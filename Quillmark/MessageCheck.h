@@ -12,6 +12,7 @@
 #include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/MailboxReader.h"
 #include "QuillmarkKit/Recording.h"
 #include "QuillmarkKit/Report.h"
 
@@ -36,6 +37,24 @@ struct MessageSource {
     ParseMode mode = ParseMode::strict;
 };
 
+/// The messages of a mailbox or a folder, as they are handed out one after the other.
+class MessageSupply {
+public:
+    explicit MessageSupply(const MessageSource& source) : m_reader(source.path, source.name) {}
+
+private:
+    friend class MessageChecker;
+    MailboxReader m_reader;
+    std::optional<Found> m_first = {};  // read already, to see what the file is
+    std::size_t m_given = 0;
+};
+
+/// One of them.
+struct SuppliedMessage {
+    Found found;
+    std::size_t number = 0;  ///< its place among all of them, from 1
+};
+
 /// What came of a check.
 struct CheckOutcome {
     struct Checked {
@@ -45,7 +64,11 @@ struct CheckOutcome {
         std::optional<HistoryChange> saved = {};
     };
     struct Stopped {};
-    std::variant<Stopped, Refusal, Checked> value = Stopped{};
+    /// There may be several messages; none of them has been checked.
+    struct Several {
+        std::shared_ptr<MessageSupply> supply = {};
+    };
+    std::variant<Stopped, Refusal, Checked, Several> value = Stopped{};
 };
 
 /// Takes messages in and checks them, from any thread. It waits for files and for the network, and reads one
@@ -58,9 +81,21 @@ public:
     /// The report bears the identity `id`. Never throws.
     CheckOutcome check(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
 
+    /// The next one; nothing at the end. Never throws.
+    std::optional<SuppliedMessage> next(MessageSupply& supply, const std::stop_token& stop) const;
+    CheckOutcome check(SuppliedMessage message, const UUID& id, const std::stop_token& stop) const;
+
 private:
-    std::variant<ByteBuffer, Refusal> read(const std::string& path, const std::stop_token& stop) const;
-    CheckOutcome checked(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    /// A message whose bytes are there.
+    struct Whole {
+        std::shared_ptr<const ByteBuffer> bytes = {};
+        std::optional<std::string> name = {};
+        ParseMode mode = ParseMode::strict;
+        std::optional<ReportNote> note = {};
+    };
+    CheckOutcome opened(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    CheckOutcome checked(Found found, const UUID& id, const std::stop_token& stop) const;
+    CheckOutcome checked(const Whole& message, const UUID& id, const std::stop_token& stop) const;
 
     const std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;

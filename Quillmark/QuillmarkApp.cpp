@@ -20,6 +20,7 @@
 #include "Quillmark/ReportView.h"
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/WelcomeView.h"
+#include "QuillmarkKit/Containers.h"
 #include "QuillmarkKit/Evidence.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Support/Files.h"
@@ -33,7 +34,7 @@ namespace quillmark {
 namespace {
 
 /// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
-constexpr std::size_t longestHeaderRead = 200'000;
+constexpr std::size_t longestHeaderRead = 100'000;
 /// Files of one drop that are read at the drop, all together, in bytes: many a mail program deletes what it
 /// handed over, and so little takes no time.
 constexpr std::int64_t mostReadAtDrop = 16'000'000;
@@ -44,6 +45,17 @@ constexpr std::size_t mostLookups = 500;
 constexpr const char* zoomKey = "zoom";
 
 QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
+
+/// Whether a file is a mailbox of more than one message.
+bool holdsSeveral(std::string_view file) {
+    const auto begin = mboxBegin(file.substr(0, longestHead));
+    if (!begin) return false;
+    MboxSplitter splitter;
+    splitter.add(file.substr(*begin));
+    splitter.end();
+    const auto first = splitter.next();
+    return first && !first->isOnly;
+}
 
 std::vector<PathStep> pathOf(const CheckedMessage& checked) {
     const std::string_view head = checked.bytes->view().substr(0, longestHeaderRead);
@@ -149,7 +161,7 @@ void QuillmarkApp::refreshList() {
     for (const AppModel::Row& row : m_model.session()) {
         const bool isNew = row.isRunning || !row.report;
         entries.push_back({isNew ? ListEntry::Kind::running : ListEntry::Kind::session, row.id,
-                           QString::fromStdString(row.name.value_or(""))});
+                           QString::fromStdString(row.name.value_or("")), row.found});
         if (row.report) m_reports[row.id] = row.report;
     }
     const auto& history = m_model.history();
@@ -320,11 +332,12 @@ void QuillmarkApp::receiveFiles(const DropContents::Files& files) {
     if (size > mostReadAtDrop) {
         m_model.openFiles(files.paths);
     } else {
-        std::vector<std::string> others;  // devices, and what cannot be read: the model says why
+        std::vector<std::string> others;  // folders, mailboxes, devices, and what cannot be read
         std::vector<std::pair<std::string, ByteBuffer>> read;
         for (const std::string& path : files.paths) {
             auto bytes = QFileInfo(fromPath(path)).isFile() ? readFile(path) : Refusal{};
-            if (auto* buffer = std::get_if<ByteBuffer>(&bytes)) {
+            auto* buffer = std::get_if<ByteBuffer>(&bytes);
+            if (buffer && !holdsSeveral(buffer->view())) {
                 read.emplace_back(repairedUTF8(std::filesystem::path(path).filename().string()),
                                   std::move(*buffer));
             } else {
@@ -336,12 +349,6 @@ void QuillmarkApp::receiveFiles(const DropContents::Files& files) {
         for (auto each = read.rbegin(); each != read.rend(); ++each) {
             m_model.checkData(std::move(each->second), std::move(each->first));
         }
-    }
-    if (files.paths.empty()) m_model.showProblem(m_words("There is no file in that folder.").toStdString());
-    if (files.wasCut) {
-        m_model.showProblem(m_words("Only the first %1 files of the folders were taken in.",
-                                    QString::fromStdString(m_words.reader.number(mostFilesOfFolders)))
-                                .toStdString());
     }
 }
 

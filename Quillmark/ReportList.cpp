@@ -153,7 +153,11 @@ QString ReportList::firstLine(const ListEntry& entry) const {
 
 QString ReportList::secondLine(const ListEntry& entry) const {
     if (entry.isHeading()) return {};
-    if (entry.kind == ListEntry::Kind::running) return m_words("Checking…");
+    if (entry.kind == ListEntry::Kind::running) {
+        return entry.found == 0 ? m_words("Checking…")
+                                : m_words.translateCount("%n message so far", "%n messages so far",
+                                                         static_cast<std::int64_t>(entry.found));
+    }
     const ProofReport* report = m_find(entry);
     if (!report) return {};
     const std::string& domain =

@@ -17,7 +17,8 @@ struct ListEntry {
     enum class Kind { sessionHeading, historyHeading, running, session, history };
     Kind kind = Kind::session;
     UUID id = {};
-    QString name = {};  ///< of a running check: the file's, or empty for a paste
+    QString name = {};      ///< of a running check: the file's, or empty for a paste
+    std::size_t found = 0;  ///< of a running check: messages found in the mailbox so far
     bool isReport() const { return kind == Kind::session || kind == Kind::history; }
     bool isHeading() const { return kind == Kind::sessionHeading || kind == Kind::historyHeading; }
     bool operator==(const ListEntry&) const = default;

@@ -17,7 +17,7 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::size_t unfoldedAtOnce = 8;
+constexpr std::size_t unfoldedAtOnce = 4;
 constexpr int widestName = 24;     // characters
 constexpr int widestReport = 120;  // characters: longer lines are hard to read
 

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QPalette>
 #include <QScrollBar>
@@ -141,7 +142,9 @@ private:
             save(window, look, "report-" + name);
             if (name != "everything") continue;
             window.reportView()->expandAll(true);
-            QApplication::processEvents();
+            QElapsedTimer unfolding;  // a few at each turn
+            unfolding.start();
+            while (unfolding.elapsed() < 300) QApplication::processEvents();
             write(window.reportView()->widget()->grab(), look, "report-everything-whole");
             // As the history has it: the message is no longer there.
             window.showReport(reportContent(each.report, std::nullopt, {}, words));

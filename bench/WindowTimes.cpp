@@ -219,6 +219,8 @@ void longHistory(TimedApplication& application, const QString& folder) {
     application.tell("it is removed from the history");
 }
 
+const std::string ordinaryHead = "From: a@example.org\nSubject: ";
+
 void many(TimedApplication& application, const QString& folder) {
     QStringList paths;
     for (int i = 0; i < 10'000; ++i) {
@@ -231,6 +233,18 @@ void many(TimedApplication& application, const QString& folder) {
     application.act("open", [&] { desk.app->openFiles(paths); });
     desk.waitUntilIdle();
     application.tell("10,000 files are opened and checked");
+    std::string mbox;
+    for (int i = 0; i < 10'000; ++i)
+        mbox += "From a@example.org Sat Nov 21 10:00:00 2026\n" + ordinaryHead + std::to_string(i) +
+                "\n\nhello\n\n";
+    write(folder + "/Inbox", mbox);
+    QElapsedTimer taken;
+    taken.start();
+    application.act("open", [&] { desk.app->openFiles({folder + "/Inbox"}); });
+    desk.waitUntilIdle();
+    std::printf("%-52s %7.1f s\n", "a mailbox of 10,000 messages beside them",
+                static_cast<double>(taken.elapsed()) / 1'000);
+    application.tell("meanwhile");
 }
 
 void hostile(TimedApplication& application, const QString& folder) {

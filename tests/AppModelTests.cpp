@@ -160,8 +160,10 @@ TEST(AppModel, whatIsTakenInAndWhatIsRefused) {
         {large("large.eml", 50'000'001), "“large.eml” is larger than 50 MB, too large for a single email."},
         {"/dev/zero", "“zero” is larger than 50 MB, too large for a single email."},
         {desk.file("missing.eml"), "“missing.eml” couldn’t be read: No such file or directory"},
-        {desk.file("folder"), "“folder” couldn’t be read: Is a directory"},
-        {desk.file("folder/"), "“folder” couldn’t be read: Is a directory"},
+        {desk.file("folder"),
+         "“folder” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
+        {desk.file("folder/"),
+         "“folder” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
         {desk.write("picture.jpg", "\xff\xd8\xff\xe0"),
          "“picture.jpg” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
         {desk.write("empty.eml", ""),
@@ -187,6 +189,53 @@ TEST(AppModel, whatIsTakenInAndWhatIsRefused) {
     EXPECT_EQ(model.problem(), rows[5].problem);
     EXPECT_EQ(names(model).at(0), "good.eml");
     EXPECT_EQ(names(model).at(1), "latin1.eml");
+}
+
+TEST(AppModel, mailboxesAndFoldersGiveAllTheirMessages) {
+    constexpr int count = 500;
+    std::string mbox;
+    for (int i = 1; i <= count; ++i) {
+        mbox += "From a@b.example Sat Nov 21 10:00:00 2026\n" +
+                (i == 3 ? "no mail" : "From: a@b.example\nSubject: " + std::to_string(i)) + "\n\nhello\n\n";
+    }
+    Desk desk;
+    fs::create_directories(desk.file("Maildir/cur"));
+    for (const char* name : {"new", "tmp"}) fs::create_directory(desk.file("Maildir/") + name);
+    for (const char* name : {"cur/1:2,S", "new/2"}) desk.write(std::string("Maildir/") + name, mail);
+    AppModel& model = desk.ready();
+    model.openFiles({desk.write("Inbox", mbox), desk.file("Maildir"), desk.write("one.eml", mail)});
+    EXPECT_EQ(model.session().size(), 3u);
+    desk.idle();
+    ASSERT_EQ(model.session().size(), count - 1 + 2 + 1u);
+    EXPECT_EQ(names(model).at(0), "Inbox, message 1");
+    EXPECT_EQ(names(model).at(2), "Inbox, message 4") << "in their order, whoever was done first";
+    EXPECT_EQ(names(model).at(count - 2), "Inbox, message 500");
+    EXPECT_EQ(names(model).at(count - 1), "Maildir/cur/1:2,S");
+    EXPECT_EQ(names(model).back(), "one.eml");
+    EXPECT_EQ(model.session()[497].report->summary.subject, "499");
+    EXPECT_EQ(model.selection(), model.session()[0].id);
+    EXPECT_TRUE(model.canRecheck(model.session()[7].id));
+    EXPECT_EQ(model.problem(),
+              "“Inbox, message 3” doesn’t look like an email: no From, Received or "
+              "DKIM-Signature header was found.");
+}
+
+TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
+    std::string mbox;
+    for (int i = 0; i < 2'000; ++i)
+        mbox += "From a@b.example Sat Nov 21 10:00:00 2026\nFrom: a@b.example\n\nhello\n\n";
+    Desk desk;
+    AppModel& model = desk.ready();
+    model.openFiles({desk.write("Inbox", mbox)});
+    desk.waitFor([&] { return model.session().size() > 1; });
+    EXPECT_TRUE(model.session()[0].isRunning);
+    model.cancel(model.session()[0].id);
+    const auto left = model.session();
+    EXPECT_FALSE(model.busy());
+    desk.idle();
+    model.openFiles({desk.write("one.eml", mail)});
+    desk.idle();
+    EXPECT_EQ(model.session().size(), left.size() + 1) << "nothing came afterwards";
 }
 
 TEST(AppModel, pastedText) {
