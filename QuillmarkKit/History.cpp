@@ -57,7 +57,7 @@ void HistoryChange::append(const HistoryChange& later) {
     m_added.insert(m_added.end(), later.m_added.begin(), later.m_added.end());
 }
 
-HistoryWriter::HistoryWriter(Sink sink) : m_sink(std::move(sink)) { m_text = "{\n  \"reports\": ["; }
+HistoryWriter::HistoryWriter(Sink sink) : m_sink(std::move(sink)), m_text("{\n  \"reports\": [") {}
 
 void HistoryWriter::add(const ProofReport& report) {
     m_text += m_isFirst ? "\n    " : ",\n    ";

@@ -73,6 +73,7 @@ std::string withoutEmptyLabels(std::string_view name) {
 const PublicSuffixList& PublicSuffixList::shared() {
     static const PublicSuffixList list = [] {
         const auto size =
+            // cppcheck-suppress comparePointers; both ends of one object, which the assembler made
             static_cast<std::size_t>(quillmarkPublicSuffixListEnd - quillmarkPublicSuffixListBegin);
         const std::string_view text(quillmarkPublicSuffixListBegin, size);
         PublicSuffixList read;

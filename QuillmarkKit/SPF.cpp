@@ -124,6 +124,7 @@ public:
                std::string_view helo, std::stop_token stop)
         : m_resolver(resolver), m_address(address), m_sender(sender), m_helo(helo), m_stop(std::move(stop)) {
         std::string_view rest = sender;
+        // cppcheck-suppress useInitializationList; it takes from a local variable
         m_localPart = takeWord(rest, "@");
         for (auto piece = m_localPart; !piece.empty(); piece = takeWord(rest, "@")) m_senderDomain = piece;
     }

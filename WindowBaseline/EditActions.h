@@ -21,6 +21,7 @@ public:
     /// `texts` are the titles in the order of `Command`. The actions are added to `menu` and belong to it.
     EditActions(const std::array<QString, commandCount>& texts, QMenu* menu, QObject* parent);
 
+    // cppcheck-suppress CastIntegerToAddressAtReturn; it takes a Qt pointer for a number
     QAction* action(Command command) const { return m_actions[command]; }
 
 signals:

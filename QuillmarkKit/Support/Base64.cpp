@@ -12,6 +12,7 @@ constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmno
 constexpr std::array<std::int8_t, 256> values = [] {
     std::array<std::int8_t, 256> table{};
     table.fill(-1);
+    // cppcheck-suppress syntaxError; it does not know statements in the initializer of a constant
     for (std::size_t i = 0; i < alphabet.size(); ++i) {
         table[static_cast<unsigned char>(alphabet[i])] = static_cast<std::int8_t>(i);
     }
