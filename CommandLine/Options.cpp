@@ -21,6 +21,7 @@ const std::vector<CommandTable::Example> examples = {
     {"quillmark check message.eml", "who sent it?"},
     {"quillmark check --pasted - < source.txt", "text copied from a mail program"},
     {"quillmark check --save *.eml", "many; and keep the reports"},
+    {"quillmark check --summary Inbox.mbox", "a mailbox, as tables"},
     {"quillmark check --json message.eml", "for another program to read"},
     {"quillmark check --record now.json message.eml", "--dns now.json repeats it"},
     {"quillmark history list", "the reports that were kept"},
