@@ -2,16 +2,15 @@
 
 #include <fstream>
 #include <functional>
-#include <nlohmann/json.hpp>
+#include <limits>
 #include <sstream>
 
+#include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
 
 namespace {
-
-using JSON = nlohmann::json;
 
 /// Throws with the place of the fault: answers["example.org|A"]: …
 [[noreturn]] void fail(const std::string& member, const std::string& key, const std::string& what) {
@@ -72,10 +71,13 @@ JSON parsed(const std::string& path) {
     if (!file && !file.eof()) throw AnswersFileError(std::generic_category().message(errno));
     std::ostringstream text;
     text << file.rdbuf();
-    const JSON document = JSON::parse(text.view(), nullptr, false);
-    if (document.is_discarded()) throw AnswersFileError("this is no JSON");
-    if (!document.is_object()) throw AnswersFileError("expected a JSON object");
-    return document;
+    try {
+        JSON document = parsedJSON(text.view(), std::numeric_limits<std::size_t>::max());
+        if (!document.is_object()) throw AnswersFileError("expected a JSON object");
+        return document;
+    } catch (const DecodingError& error) {
+        throw AnswersFileError(error.what());
+    }
 }
 
 /// Hands a member of the file to `use` if it is there; it must be of that type.

@@ -227,6 +227,7 @@ TEST(CommandLine, usage) {
          "answers[\"a|TXTT\"]: expected the type TXT, MX, A or AAAA"},
         {folder.write("error.json", R"({"answers":{},"errors":{"a|":"x"}})"),
          "errors[\"a|\"]: expected the type TXT, MX, A or AAAA"},
+        {folder.write("deep.json", std::string(1000, '[')), "nested too deep"},
     };
     for (const auto& [file, fault] : files) {
         EXPECT_EQ(run({"check", mail, "--dns", file}).problems,
