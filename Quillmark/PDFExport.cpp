@@ -2,6 +2,7 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QBuffer>
+#include <QFontMetricsF>
 #include <QPageLayout>
 #include <QPainter>
 #include <QPdfWriter>
@@ -130,7 +131,10 @@ void drawFooter(QPainter& painter, const QRectF& area, const QString& left, cons
     QFont font = painter.font();
     font.setPointSizeF(8);
     painter.setFont(font);
-    painter.drawText(area, Qt::AlignLeft | Qt::AlignBottom | Qt::TextSingleLine, left);
+    const QFontMetricsF metrics(font, painter.device());
+    const double room = area.width() - metrics.horizontalAdvance(right + QStringLiteral("    "));
+    painter.drawText(area, Qt::AlignLeft | Qt::AlignBottom | Qt::TextSingleLine,
+                     metrics.elidedText(left, Qt::ElideRight, room));
     painter.drawText(area, Qt::AlignRight | Qt::AlignBottom | Qt::TextSingleLine, right);
 }
 

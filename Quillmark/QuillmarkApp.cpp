@@ -42,6 +42,7 @@ constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
 /// What the PDF holds of one text, in bytes, and of one list.
 constexpr ReportCaps paperCaps{1'000, 100};
 constexpr std::size_t mostLookups = 500;
+constexpr std::size_t mostRecords = 20;  // of one lookup
 constexpr const char* zoomKey = "zoom";
 
 QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
@@ -73,7 +74,14 @@ std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& wo
     if (checked.answers) {
         for (const auto& [question, entry] : checked.answers->dns.entries()) {
             QStringList data;
-            for (const std::string& each : entry.value.data()) data << shown(each, paperCaps.text);
+            const auto records = entry.value.data();
+            for (const std::string& each : records.first(std::min(records.size(), mostRecords))) {
+                data << shown(each, paperCaps.text);
+            }
+            if (records.size() > mostRecords) {
+                const auto left = static_cast<std::int64_t>(records.size() - mostRecords);
+                data << words.translateCount("and %n more", "and %n more", left);
+            }
             const bool isMissing = std::holds_alternative<DNSAnswer::NXDomain>(entry.value.value);
             if (data.isEmpty()) data << (isMissing ? words("no such name") : words("no such record"));
             add(question, data.join(QStringLiteral(" · ")), entry.source);
@@ -376,8 +384,9 @@ void QuillmarkApp::save(const QString& suffix, const QString& kind, std::functio
         m_exports.start([this, bytes, name = path.toLocal8Bit().toStdString()] {
             try {
                 replaceFile(name, bytes());
-            } catch (const std::filesystem::filesystem_error& error) {
-                const QString why = QString::fromStdString(error.code().message());
+            } catch (const std::exception& error) {
+                const auto* file = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
+                const QString why = QString::fromStdString(file ? file->code().message() : error.what());
                 QMetaObject::invokeMethod(this, [this, why] {
                     m_model.showProblem(m_words("The report couldn’t be saved: %1", why).toStdString());
                 });
@@ -420,7 +429,7 @@ void QuillmarkApp::exportText() {
     const SharedReport report = selectedReport();
     if (!report) return;
     save(QStringLiteral(".txt"), m_words("Text files"),
-         [reader = m_words.reader, report] { return textReport(*report, reader) + "\n"; });
+         [reader = m_words.reader, report] { return textReport(*report, reader); });
 }
 
 void QuillmarkApp::exportEvidence() {

@@ -344,6 +344,7 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
                 [&] { return run.window().problem().startsWith("The report couldn’t be saved: "); }));
         }
     }
+    EXPECT_FALSE(contents(folder.filePath("a.txt").toStdString()).endsWith('\n'));
     run.window().action(Command::copyReport)->trigger();
     EXPECT_TRUE(QApplication::clipboard()->text().startsWith("Quillmark report\n"));
 }
