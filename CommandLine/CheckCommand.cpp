@@ -72,7 +72,7 @@ std::shared_ptr<HTTP> network() {
     return std::make_shared<HTTPEngine>(std::move(options));
 }
 
-/// The user's folder for what can be fetched again (XDG Base Directory Specification); nothing when the
+/// The user's folder for what can be fetched again (XDG base directories); nothing when the
 /// environment names none.
 std::optional<std::filesystem::path> cacheFolder() {
     const std::filesystem::path named = environment({"XDG_CACHE_HOME"}), home = environment({"HOME"});
