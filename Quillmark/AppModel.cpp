@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <iterator>
+#include <tuple>
 #include <utility>
 #include <variant>
 
@@ -21,6 +22,11 @@ constexpr std::chrono::milliseconds turnOfReading{100};
 
 std::optional<std::string> nameOf(const Found& found) {
     return std::visit([](const auto& each) { return each.place.name(); }, found);
+}
+
+std::shared_ptr<MessageSupply> attachedTo(const CheckOutcome& outcome) {
+    const auto* checked = std::get_if<CheckOutcome::Checked>(&outcome.value);
+    return checked ? checked->attached : nullptr;
 }
 
 /// The last component of a path, as text.
@@ -75,13 +81,25 @@ SharedReport AppModel::report(const UUID& id) const {
 
 std::optional<CheckedMessage> AppModel::message(const UUID& id) const {
     const auto* kept = m_messages.find(id);
-    return kept && kept->message.bytes ? std::optional(kept->message) : std::nullopt;
+    return kept && kept->bytes ? std::optional(*kept) : std::nullopt;
 }
 
 bool AppModel::canRecheck(const UUID& id) const {
     const Row* found = row(id);
     const auto* kept = m_messages.find(id);
-    return found && !found->isRunning && kept && (kept->message.bytes || !kept->path.empty());
+    return found && !found->isRunning && kept && (kept->bytes || !kept->place.path.empty());
+}
+
+AppModel::Progress AppModel::progress() const {
+    Progress progress = m_progress;
+    for (const UUID& check : m_reading) {
+        const Running& mailbox = m_running.at(check);
+        if (mailbox.expectedBytes.value_or(0) == 0) continue;
+        const double part =
+            static_cast<double>(mailbox.bytesRead) / static_cast<double>(*mailbox.expectedBytes);
+        progress.ofMailboxes += std::min(part, 1.0);
+    }
+    return progress;
 }
 
 // Intake
@@ -91,14 +109,15 @@ void AppModel::openFiles(std::vector<std::string> paths) {
     sources.reserve(paths.size());
     for (std::string& path : paths) {
         std::string name = lastComponent(path);
-        sources.push_back({.path = std::move(path), .name = std::move(name)});
+        sources.push_back({.place = {.path = std::move(path), .file = std::move(name)}});
     }
     takeIn(std::move(sources));
 }
 
 UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
     if (name) name = repairedUTF8(*name);
-    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(std::move(bytes)), .name = std::move(name)}});
+    return takeIn({{.place = {.file = std::move(name)},
+                    .bytes = std::make_shared<const ByteBuffer>(std::move(bytes))}});
 }
 
 UUID AppModel::paste(std::string_view text) {
@@ -113,7 +132,8 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     std::vector<Row> rows;
     rows.reserve(sources.size());
     for (const MessageSource& source : sources) {
-        rows.push_back({.id = UUID::random(), .name = source.name, .isRunning = true, .intake = m_intake});
+        rows.push_back(
+            {.id = UUID::random(), .name = source.place.file, .isRunning = true, .intake = m_intake});
     }
     m_session.insert(m_session.begin(), rows.begin(), rows.end());
     std::vector<Workers::Job> jobs;
@@ -132,11 +152,15 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
 void AppModel::recheck(UUID id) {
     dismissProblem();
     if (!canRecheck(id) || m_isFinished) return;
-    const auto& [message, path] = *m_messages.find(id);
+    const CheckedMessage& message = *m_messages.find(id);
     Row again = *row(id);
     again.isRunning = true;
     m_workers.add(check(UUID::random(), id,
-                        {.path = path, .bytes = message.bytes, .name = again.name, .mode = message.mode}));
+                        {.place = message.place,
+                         .bytes = message.bytes,
+                         .mode = message.mode,
+                         .note = message.note,
+                         .isAgain = true}));
     change({{id, std::move(again)}});
     emit progressChanged();
 }
@@ -144,14 +168,19 @@ void AppModel::recheck(UUID id) {
 Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource source) {
     if (m_running.empty()) m_progress = {};
     ++m_progress.all;
-    Running running{.row = row, .path = source.path, .number = ++m_number};
+    Running running{.row = row, .number = ++m_number};
     const std::stop_token stop = running.stop.get_token();
     m_runningByRow.emplace(row, id);
     m_running.emplace(id, std::move(running));
     return [this, id, source = std::move(source), stop] {
-        m_mailbox.post([this, id, outcome = m_checker.check(source, id, stop)]() mutable {
+        CheckOutcome outcome = m_checker.check(source, id, stop);
+        const Read outer{0, attachedTo(outcome)};
+        m_mailbox.post([this, id, outcome = std::move(outcome)]() mutable {
             m_outcomes.emplace_back(id, std::move(outcome));
         });
+        if (!outer.attached) return;
+        checkAttached(id, outer, stop);
+        m_mailbox.post([this, id] { m_endedReaders.push_back(id); });
     };
 }
 
@@ -159,38 +188,14 @@ Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource sour
 
 void AppModel::takeOutcomes() {
     Burst burst;
-    bool anything = false;
-    for (const auto& [check, outcome] : std::exchange(m_outcomes, {})) {
-        if (const auto* several = std::get_if<CheckOutcome::Several>(&outcome.value)) {
-            beginReading(check, several->supply);
-            continue;
-        }
-        const auto running = m_running.extract(check);
-        if (!running) continue;  // cancelled
-        const Running& done = running.mapped();
-        m_runningByRow.erase(done.row);
-        ++m_progress.done;
-        const Row before = *row(done.row);
-        if (const auto* checked = std::get_if<CheckOutcome::Checked>(&outcome.value)) {
-            Row after = before;
-            after.id = check;
-            after.report = checked->report;
-            after.isRunning = false;
-            burst.changes.emplace(done.row, std::move(after));
-            m_messages.drop(done.row);
-            keep(check, *checked, done, before.name, burst);
-        } else {
-            burst.changes.emplace(done.row, withoutCheck(before));
-            if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
-                burst.tell(done.number, problemLine(*refusal, before.name, m_reader));
-        }
-    }
+    const auto outcomes = std::exchange(m_outcomes, {});
+    for (const auto& [check, outcome] : outcomes) take(check, outcome, burst);
     for (Piece& piece : std::exchange(m_pieces, {})) {
         take(piece, burst);
-        anything = true;
+        burst.hasRows = true;
     }
     for (const UUID& check : std::exchange(m_endedReaders, {})) endReading(check, burst);
-    if (burst.changes.empty() && !anything) return;
+    if (burst.changes.empty() && !burst.hasRows) return;
     const auto selected = m_selection;
     for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
     apply(burst.changes);
@@ -201,10 +206,44 @@ void AppModel::takeOutcomes() {
     emit progressChanged();
 }
 
+void AppModel::take(const UUID& check, const CheckOutcome& outcome, Burst& burst) {
+    if (!m_running.contains(check)) return;  // cancelled
+    const auto* checked = std::get_if<CheckOutcome::Checked>(&outcome.value);
+    if (const auto* several = std::get_if<CheckOutcome::Several>(&outcome.value))
+        return beginReading(check, *several);
+    if (checked && checked->attached) return takeOuter(check, *checked, burst);
+    const Running done = m_running.extract(check).mapped();
+    m_runningByRow.erase(done.row);
+    ++m_progress.done;
+    const Row before = *row(done.row);
+    if (checked) {
+        Row after = before;
+        after.id = check;
+        after.report = checked->report;
+        after.isRunning = false;
+        burst.changes.emplace(done.row, std::move(after));
+        m_messages.drop(done.row);
+        keep(check, *checked, done, before.name, burst);
+    } else {
+        burst.changes.emplace(done.row, withoutCheck(before));
+        if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
+            burst.tell(done.number, problemLine(*refusal, before.name, m_reader));
+    }
+}
+
+void AppModel::takeOuter(const UUID& check, const CheckOutcome::Checked& checked, Burst& burst) {
+    Running& running = m_running.at(check);
+    running.readers = 1;
+    running.found = 1;
+    Row& own = m_session[static_cast<std::size_t>(row(running.row) - m_session.data())];
+    own.report = checked.report;
+    keep(check, checked, running, own.name, burst);
+    burst.hasRows = true;
+}
+
 void AppModel::keep(const UUID& id, const CheckOutcome::Checked& checked, const Running& running,
                     const std::optional<std::string>& name, Burst& burst) {
-    // A message of a mailbox can't be read again without reading all before it: it has no path.
-    m_messages.keep(id, {checked.message, running.readers > 0 ? std::string() : running.path});
+    m_messages.keep(id, checked.message);
     if (checked.saved) {
         burst.saved.append(*checked.saved);
         burst.reports.push_back(checked.report);
@@ -215,13 +254,14 @@ void AppModel::keep(const UUID& id, const CheckOutcome::Checked& checked, const 
 
 // Mailboxes
 
-void AppModel::beginReading(const UUID& check, const std::shared_ptr<MessageSupply>& supply) {
-    const auto running = m_running.find(check);
-    if (running == m_running.end()) return;  // cancelled
-    running->second.readers = checksAtOnce;
+void AppModel::beginReading(const UUID& check, const CheckOutcome::Several& several) {
+    Running& running = m_running.at(check);
+    running.readers = checksAtOnce;
+    running.expectedBytes = several.expectedBytes;
+    m_reading.insert(check);
     std::vector<Workers::Job> jobs;
     for (std::size_t i = 0; i < checksAtOnce; ++i)
-        jobs.push_back(read(check, supply, running->second.stop.get_token()));
+        jobs.push_back(read(check, several.supply, running.stop.get_token()));
     m_workers.add(std::move(jobs));
 }
 
@@ -230,31 +270,48 @@ Workers::Job AppModel::read(const UUID& check, std::shared_ptr<MessageSupply> su
     return [this, check, supply = std::move(supply), stop] {
         const auto until = std::chrono::steady_clock::now() + turnOfReading;
         do {
-            auto message = m_checker.next(*supply, stop);
-            if (!message) return m_mailbox.post([this, check] { m_endedReaders.push_back(check); });
-            Piece piece{check, UUID::random(), message->number, nameOf(message->found), {}};
-            piece.outcome = m_checker.check(std::move(*message), piece.id, stop);
-            m_mailbox.post(
-                [this, piece = std::move(piece)]() mutable { m_pieces.push_back(std::move(piece)); });
+            const auto outer = checkNext(check, *supply, 0, stop);
+            if (!outer) return m_mailbox.post([this, check] { m_endedReaders.push_back(check); });
+            checkAttached(check, *outer, stop);
         } while (std::chrono::steady_clock::now() < until);
         m_mailbox.post([this, check, supply, stop] { m_workers.add(read(check, supply, stop)); });
     };
+}
+
+std::optional<AppModel::Read> AppModel::checkNext(const UUID& check, MessageSupply& supply, std::size_t outer,
+                                                  const std::stop_token& stop) {
+    auto message = m_checker.next(supply, stop);
+    if (!message) return std::nullopt;
+    Piece piece{check, UUID::random(), message->number, 0, message->bytesRead, nameOf(message->found), {}};
+    if (outer > 0) std::tie(piece.number, piece.attached) = std::pair(outer, message->number);
+    piece.outcome = m_checker.check(std::move(*message), piece.id, stop);
+    Read read{piece.number, attachedTo(piece.outcome)};
+    m_mailbox.post([this, piece = std::move(piece)]() mutable { m_pieces.push_back(std::move(piece)); });
+    return read;
+}
+
+void AppModel::checkAttached(const UUID& check, const Read& outer, const std::stop_token& stop) {
+    while (outer.attached && checkNext(check, *outer.attached, outer.number, stop)) continue;
 }
 
 void AppModel::take(Piece& piece, Burst& burst) {
     const auto found = m_running.find(piece.check);
     if (found == m_running.end()) return;  // cancelled
     Running& mailbox = found->second;
-    mailbox.hasFound = true;
+    mailbox.bytesRead = std::max(mailbox.bytesRead, piece.bytesRead);
     if (const auto* checked = std::get_if<CheckOutcome::Checked>(&piece.outcome.value)) {
+        ++mailbox.found;
+        ++m_progress.found;
         keep(piece.id, *checked, mailbox, piece.name, burst);
         burst.found[mailbox.row].push_back({.id = piece.id,
                                             .name = std::move(piece.name),
                                             .report = checked->report,
                                             .intake = row(mailbox.row)->intake,
                                             .mailbox = mailbox.row,
-                                            .number = piece.number});
+                                            .number = piece.number,
+                                            .attached = piece.attached});
     } else if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
+        ++mailbox.refused;
         burst.tell(mailbox.number, problemLine(*refusal, piece.name, m_reader));
     }
 }
@@ -264,14 +321,19 @@ void AppModel::endReading(const UUID& check, Burst& burst) {
     if (found == m_running.end() || --found->second.readers > 0) return;
     const Running done = m_running.extract(found).mapped();
     m_runningByRow.erase(done.row);
+    m_reading.erase(check);
     ++m_progress.done;
     const Row before = *row(done.row);
-    if (!done.hasFound) burst.tell(done.number, problemLine({Refusal::NotAnEmail{}}, before.name, m_reader));
+    // One that was refused has its own line already.
+    if (done.found == 0 && done.refused != 1)
+        burst.tell(done.number, noMessageLine(before.name.value_or(""), m_reader));
     burst.changes.emplace(done.row, withoutCheck(before));
 }
 
 void AppModel::insertRows(const UUID& mailbox, std::vector<Row> rows) {
-    const auto byNumber = [](const Row& a, const Row& b) { return a.number < b.number; };
+    const auto byNumber = [](const Row& a, const Row& b) {
+        return std::pair(a.number, a.attached) < std::pair(b.number, b.attached);
+    };
     std::ranges::sort(rows, byNumber);
     const auto own = m_session.begin() + (row(mailbox) - m_session.data());
     own->found += rows.size();
@@ -360,6 +422,7 @@ void AppModel::end(UUID check) {
     auto running = m_running.extract(check);
     running.mapped().stop.request_stop();
     m_runningByRow.erase(running.mapped().row);
+    m_reading.erase(check);
     ++m_progress.done;
 }
 

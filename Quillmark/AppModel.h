@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -47,12 +48,15 @@ public:
         std::size_t found = 0;                 ///< how many messages were found in it so far
         std::optional<UUID> mailbox = {};      ///< the row of the mailbox or folder that it was found in
         std::size_t number = 0;                ///< its place there, from 1
+        std::size_t attached = 0;              ///< from 1, of one that is attached inside that message
         bool operator==(const Row&) const = default;
     };
 
-    /// The checks since the model was last idle.
+    /// The checks since the model was last idle; a mailbox or a folder is one.
     struct Progress {
         std::size_t done = 0, all = 0;
+        std::size_t found = 0;     ///< messages in mailboxes and folders that were checked
+        double ofMailboxes = 0.0;  ///< how much of those under way is done, in checks; unknown of a pipe
         bool operator==(const Progress&) const = default;
     };
 
@@ -81,7 +85,7 @@ public:
     const std::optional<Sheet>& sheet() const { return m_sheet; }
     const std::optional<std::string>& problem() const { return m_problem; }
     bool busy() const { return !m_running.empty(); }
-    Progress progress() const { return m_progress; }
+    Progress progress() const;
     /// The saved reports, the oldest first; those of this run are among them.
     const std::vector<SharedReport>& history() const { return m_history.reports(); }
     HistoryState historyState() const { return m_history.state(); }
@@ -91,6 +95,7 @@ public:
 
     /// The row of this identity; null when there is none. Valid until the next change.
     const Row* row(const UUID& id) const;
+    bool isInHistory(const UUID& id) const { return m_history.report(id) != nullptr; }
     /// The report of a row, else the saved one; null when there is none.
     SharedReport report(const UUID& id) const;
     /// What a report of this run was made from. Nothing for one of an earlier run, or when so much has been
@@ -100,7 +105,8 @@ public:
     bool canRecheck(const UUID& id) const;
 
     /// Each file or folder becomes a row at once, and is read when its turn comes; the first of them is
-    /// selected. The messages of a mailbox or a folder become rows below its own, which goes at the end.
+    /// selected. The messages of a mailbox or a folder become rows below its own, which goes at the end, and
+    /// so do, wherever a message comes from, those attached inside it; its own stays.
     /// Paths are bytes for the system.
     void openFiles(std::vector<std::string> paths);
     /// The bytes of one message, as a mail program gives them, perhaps with a name for it. Gives the identity
@@ -153,16 +159,18 @@ private:
     /// A check under way.
     struct Running {
         UUID row = {};
-        std::string path = {};
         std::uint64_t number = 0;  ///< rises with every check
         std::stop_source stop = {};
-        std::size_t readers = 0;  // jobs that take messages out of a mailbox
-        bool hasFound = false;    // a message, or a problem that was told
+        std::size_t readers = 0;             // jobs that take messages out of a mailbox
+        std::size_t found = 0, refused = 0;  // messages there
+        std::uint64_t bytesRead = 0;
+        std::optional<std::uint64_t> expectedBytes = {};
     };
-    /// What came of a message of a mailbox.
+    /// What came of a message of a mailbox, or of one attached inside another.
     struct Piece {
-        UUID check = {}, id = {};  // of the mailbox, and the report's
-        std::size_t number = 0;
+        UUID check = {}, id = {};  // of the mailbox or the other, and the report's
+        std::size_t number = 0, attached = 0;
+        std::uint64_t bytesRead = 0;
         std::optional<std::string> name = {};
         CheckOutcome outcome = {};
     };
@@ -179,8 +187,9 @@ private:
         HistoryChange saved = {};
         std::vector<SharedReport> reports = {};
         IntakeProblem problem = {};
+        bool hasRows = false;  // new ones, or one with a report
         void tell(std::uint64_t number, const std::string& line) {
-            if (number > problem.number) problem = {number, line};
+            if (number >= problem.number) problem = {number, line};
         }
     };
     struct HashOfID {
@@ -192,8 +201,19 @@ private:
     Workers::Job check(const UUID& id, const UUID& row, MessageSource source);
     /// Takes messages out of a mailbox for a while, and then hands itself in again.
     Workers::Job read(const UUID& check, std::shared_ptr<MessageSupply> supply, const std::stop_token& stop);
-    void beginReading(const UUID& check, const std::shared_ptr<MessageSupply>& supply);
+    void beginReading(const UUID& check, const CheckOutcome::Several& several);
+    /// Checks the next message of a supply. What is attached to it comes back.
+    struct Read {
+        std::size_t number = 0;
+        std::shared_ptr<MessageSupply> attached = {};
+    };
+    std::optional<Read> checkNext(const UUID& check, MessageSupply& supply, std::size_t outer,
+                                  const std::stop_token& stop);
+    void checkAttached(const UUID& check, const Read& outer, const std::stop_token& stop);
     void takeOutcomes();
+    void take(const UUID& check, const CheckOutcome& outcome, Burst& burst);
+    /// A message that others are attached to, whose checks follow.
+    void takeOuter(const UUID& check, const CheckOutcome::Checked& checked, Burst& burst);
     void take(Piece& piece, Burst& burst);
     void endReading(const UUID& check, Burst& burst);
     /// What a check found, for the history and to be checked again.
@@ -231,6 +251,7 @@ private:
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
+    std::set<UUID> m_reading = {};                               // those of them that are mailboxes
     std::vector<std::pair<UUID, CheckOutcome>> m_outcomes = {};  // not yet taken
     std::vector<Piece> m_pieces = {};                            // the same
     std::vector<UUID> m_endedReaders = {};                       // the same: the mailbox's check, for each

@@ -1,6 +1,7 @@
 #include "Quillmark/AppSettings.h"
 
 #include <QByteArray>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include "QuillmarkKit/Support/Serialization.h"
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::string_view settingsKey = "settings";
 constexpr std::size_t largestSettings = 1 << 16;
+constexpr qint64 largestFile = 1 << 20;
 
 QString qstring(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
@@ -18,21 +20,29 @@ QString qstring(std::string_view text) {
 
 }  // namespace
 
+bool isFitForSettings(const QString& file) {
+    const QFileInfo info(file);
+    return !info.exists() || (info.isFile() && info.size() <= largestFile);
+}
+
 UserSettingsStore::UserSettingsStore()
     : UserSettingsStore(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
                         "/quillmark/quillmark.conf") {}
 
-UserSettingsStore::UserSettingsStore(const QString& file) : m_settings(file, QSettings::IniFormat) {}
+UserSettingsStore::UserSettingsStore(const QString& file) {
+    if (isFitForSettings(file)) m_settings.emplace(file, QSettings::IniFormat);
+}
 
 std::optional<std::string> UserSettingsStore::bytes(std::string_view key) const {
-    const QVariant value = m_settings.value(qstring(key));
+    const QVariant value = m_settings ? m_settings->value(qstring(key)) : QVariant();
     if (!value.isValid()) return std::nullopt;
     return value.toByteArray().toStdString();
 }
 
 void UserSettingsStore::setBytes(std::string_view key, std::string_view bytes) {
-    m_settings.setValue(qstring(key), QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size())));
-    m_settings.sync();
+    if (!m_settings) return;
+    m_settings->setValue(qstring(key), QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size())));
+    m_settings->sync();
 }
 
 std::optional<std::string> MemorySettingsStore::bytes(std::string_view key) const {

@@ -36,7 +36,12 @@ public:
     virtual void setBytes(std::string_view key, std::string_view bytes) = 0;
 };
 
-/// The store of the person who runs the program: a file in their folder for settings.
+/// Whether a file of settings may be opened: there is none, or it is a file like those we write. Reading a
+/// pipe would not end, and noise of many megabytes takes long.
+bool isFitForSettings(const QString& file);
+
+/// The store of the person who runs the program: a file in their folder for settings. One that is not fit is
+/// left alone, and nothing is kept.
 class UserSettingsStore : public SettingsStore {
 public:
     /// "quillmark/quillmark.conf" in the person's folder for settings ($XDG_CONFIG_HOME, else ~/.config).
@@ -47,7 +52,7 @@ public:
     void setBytes(std::string_view key, std::string_view bytes) override;
 
 private:
-    QSettings m_settings;
+    std::optional<QSettings> m_settings = {};
 };
 
 /// Forgets with the run.

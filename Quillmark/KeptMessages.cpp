@@ -4,15 +4,15 @@
 
 namespace quillmark {
 
-void KeptMessages::keep(const UUID& id, Kept kept) {
+void KeptMessages::keep(const UUID& id, CheckedMessage message) {
     drop(id);
-    m_held += kept.message.bytes->size();
-    (kept.path.empty() ? m_withoutFile : m_withFile).push_back(id);
-    m_kept.emplace(id, std::move(kept));
+    m_held += message.bytes->size();
+    (message.place.path.empty() ? m_withoutFile : m_withFile).push_back(id);
+    m_kept.emplace(id, std::move(message));
     while (m_held > m_limit && (releaseFirst(m_withFile) || releaseFirst(m_withoutFile))) continue;
 }
 
-const KeptMessages::Kept* KeptMessages::find(const UUID& id) const {
+const CheckedMessage* KeptMessages::find(const UUID& id) const {
     const auto found = m_kept.find(id);
     return found != m_kept.end() ? &found->second : nullptr;
 }
@@ -24,9 +24,9 @@ void KeptMessages::drop(const UUID& id) {
     m_kept.erase(found);
 }
 
-void KeptMessages::release(Kept& kept) {
-    if (kept.message.bytes) m_held -= kept.message.bytes->size();
-    kept.message.bytes = nullptr;
+void KeptMessages::release(CheckedMessage& message) {
+    if (message.bytes) m_held -= message.bytes->size();
+    message.bytes = nullptr;
 }
 
 bool KeptMessages::releaseFirst(std::deque<UUID>& ids) {

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <string>
 
 #include "Quillmark/MessageCheck.h"
 
@@ -16,21 +15,17 @@ public:
     static constexpr std::size_t usualLimit = 256'000'000;  ///< bytes
     explicit KeptMessages(std::size_t limit = usualLimit) : m_limit(limit) {}
 
-    struct Kept {
-        CheckedMessage message = {};  ///< perhaps without bytes
-        std::string path = {};        ///< of the file; empty when there was none
-    };
-    void keep(const UUID& id, Kept kept);
-    /// Null when there is none. Valid until the next change.
-    const Kept* find(const UUID& id) const;
+    void keep(const UUID& id, CheckedMessage message);
+    /// Perhaps without bytes. Null when there is none. Valid until the next change.
+    const CheckedMessage* find(const UUID& id) const;
     void drop(const UUID& id);
 
 private:
-    void release(Kept& kept);
+    void release(CheckedMessage& message);
     bool releaseFirst(std::deque<UUID>& ids);
 
     std::size_t m_limit, m_held = 0;
-    std::map<UUID, Kept> m_kept = {};
+    std::map<UUID, CheckedMessage> m_kept = {};
     // Whose bytes are held, the oldest first, and some that are gone.
     std::deque<UUID> m_withFile = {}, m_withoutFile = {};
 };

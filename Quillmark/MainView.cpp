@@ -74,6 +74,7 @@ protected:
 };
 
 constexpr int spinMilliseconds = 80;
+constexpr int progressSteps = 1000;
 
 QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
     auto* label = new QLabel(text);
@@ -112,7 +113,7 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     resize(1000, 700);
     refreshListSide();
     setProblem({});
-    setRunning(0);
+    setRunning({});
     showDropArea();
 }
 
@@ -127,6 +128,7 @@ QAction* MainView::add(QMenu* menu, Command command, const QString& title, const
 void MainView::buildMenus() {
     QMenu* file = menuBar()->addMenu(m_words("&File"));
     add(file, Command::open, m_words("Open…"), QKeySequence::Open);
+    add(file, Command::openFolder, m_words("Open Folder…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
     add(file, Command::paste, m_words("Paste Source…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_V));
     file->addSeparator();
     add(file, Command::closeWindow, m_words("Close Window"), QKeySequence(Qt::CTRL | Qt::Key_W));
@@ -352,16 +354,22 @@ void MainView::setProblem(const QString& line) {
 
 QString MainView::problem() const { return m_problemText->toPlainText(); }
 
-void MainView::setRunning(std::size_t count) {
-    m_busyRow->setVisible(count > 0);
-    if (count == 0) {
+void MainView::setRunning(const Running& running) {
+    m_busyRow->setVisible(running.count > 0);
+    if (running.count == 0) {
         m_spin.stop();
     } else if (!m_spin.isActive()) {
         m_spin.start();
     }
-    action(Command::cancelChecks)->setEnabled(count > 0);
-    m_busyText->setText(m_words.translateCount("Checking %n message…", "Checking %n messages…",
-                                               static_cast<std::int64_t>(count)));
+    action(Command::cancelChecks)->setEnabled(running.count > 0);
+    m_progress->setRange(0, running.part > 0 ? progressSteps : 0);
+    m_progress->setValue(static_cast<int>(running.part * progressSteps));
+    m_busyText->setText(running.found > 0
+                            ? m_words.translateCount("%n message checked so far…",
+                                                     "%n messages checked so far…",
+                                                     static_cast<std::int64_t>(running.found))
+                            : m_words.translateCount("Checking %n message…", "Checking %n messages…",
+                                                     static_cast<std::int64_t>(running.count)));
 }
 
 void MainView::select(const std::optional<UUID>& id) {

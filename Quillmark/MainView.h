@@ -28,6 +28,7 @@ class ReportView;
 /// The commands of the menus, besides those of the Edit and Help menus that every window has.
 enum class Command {
     open,
+    openFolder,
     paste,
     closeWindow,
     quit,
@@ -52,7 +53,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 24;
+constexpr std::size_t commandCount = 25;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -69,8 +70,13 @@ public:
     /// The line above the list; empty takes it away.
     void setProblem(const QString& line);
     QString problem() const;
-    /// How many checks are under way.
-    void setRunning(std::size_t count);
+    /// What is said of the checks under way.
+    struct Running {
+        std::size_t count = 0;  ///< a mailbox is one
+        std::size_t found = 0;  ///< messages in mailboxes that were checked
+        double part = 0;        ///< how much is done, 0 to 1; 0 when that can't be known
+    };
+    void setRunning(const Running& running);
     /// Selects an entry, or none. Does not say so.
     void select(const std::optional<UUID>& id);
     /// Shows a report, the drop area, or that a check is under way.

@@ -29,6 +29,23 @@ CheckOutcome guarded(const std::stop_token& stop, const Check& check) {
 
 }  // namespace
 
+std::optional<Found> MessageSupply::next(const std::stop_token& stop) {
+    return m_reader ? m_reader->next(stop) : nextAttached();
+}
+
+std::optional<Found> MessageSupply::nextAttached() {
+    if (!m_attached) return std::nullopt;
+    if (auto next = m_attached->next()) {
+        MessagePlace place = m_place;
+        place.attached = std::move(next->position);
+        return FoundMessage{std::move(next->bytes), std::move(place)};
+    }
+    const bool isAnyLeftOut = m_attached->isAnyLeftOut();
+    m_attached.reset();
+    if (!isAnyLeftOut) return std::nullopt;
+    return FoundProblem{{Refusal::AttachedLeftOut{}}, m_place};
+}
+
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
                                std::shared_ptr<RegistrationLookup> registry,
                                std::shared_ptr<const RegistrySwitch> mayAskRegistry,
@@ -41,8 +58,8 @@ MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
 CheckOutcome MessageChecker::check(const MessageSource& source, const UUID& id,
                                    const std::stop_token& stop) const {
     return guarded(stop, [&] {
-        return source.bytes ? checked(Whole{source.bytes, source.name, source.mode, {}}, id, stop)
-                            : opened(source, id, stop);
+        if (source.bytes) return checked(source, id, stop);
+        return source.isAgain ? openedAgain(source, id, stop) : opened(source, id, stop);
     });
 }
 
@@ -53,13 +70,14 @@ CheckOutcome MessageChecker::check(SuppliedMessage message, const UUID& id,
 
 std::optional<SuppliedMessage> MessageChecker::next(MessageSupply& supply,
                                                     const std::stop_token& stop) const {
-    const std::lock_guard turn(m_reading);
+    std::unique_lock turn(m_reading, std::defer_lock);
+    if (supply.m_reader) turn.lock();  // what is attached has been read
     if (stop.stop_requested()) return std::nullopt;
     try {
-        auto found =
-            supply.m_first ? std::exchange(supply.m_first, std::nullopt) : supply.m_reader.next(stop);
+        auto found = supply.m_first ? std::exchange(supply.m_first, std::nullopt) : supply.next(stop);
         if (!found) return std::nullopt;
-        return SuppliedMessage{std::move(*found), ++supply.m_given};
+        return SuppliedMessage{std::move(*found), ++supply.m_given,
+                               supply.m_reader ? supply.m_reader->bytesRead() : 0};
     } catch (const std::bad_alloc&) {
         return std::nullopt;
     }
@@ -67,33 +85,68 @@ std::optional<SuppliedMessage> MessageChecker::next(MessageSupply& supply,
 
 CheckOutcome MessageChecker::opened(const MessageSource& source, const UUID& id,
                                     const std::stop_token& stop) const {
-    const auto supply = std::make_shared<MessageSupply>(source);
+    const auto supply = std::make_shared<MessageSupply>(source.place);
     auto first = next(*supply, stop);
-    if (!first) return {Refusal{Refusal::NotAnEmail{}}};
-    const MessagePlace& place =
-        std::visit([](const auto& each) -> const MessagePlace& { return each.place; }, first->found);
-    if (place.path == source.path && place.number == 0) return checked(std::move(first->found), id, stop);
+    if (first) {
+        const MessagePlace& place =
+            std::visit([](const auto& each) -> const MessagePlace& { return each.place; }, first->found);
+        if (place.path == source.place.path && place.number == 0)
+            return checked(std::move(first->found), id, stop);
+        supply->m_first = std::move(first->found);
+    }
     supply->m_given = 0;
-    supply->m_first = std::move(first->found);
-    return {CheckOutcome::Several{supply}};
+    return {CheckOutcome::Several{supply, MailboxReader::expectedBytes(source.place.path)}};
+}
+
+CheckOutcome MessageChecker::openedAgain(const MessageSource& source, const UUID& id,
+                                         const std::stop_token& stop) const {
+    std::unique_lock turn(m_reading);
+    auto found = readAgain(source.place, stop);
+    turn.unlock();
+    if (auto* refusal = std::get_if<Refusal>(&found)) return {std::move(*refusal)};
+    auto& message = std::get<FoundMessage>(found);
+    MessageSource read = source;
+    read.bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes));
+    read.note = std::move(message.note);
+    return checked(read, id, stop);
 }
 
 CheckOutcome MessageChecker::checked(Found found, const UUID& id, const std::stop_token& stop) const {
     if (auto* problem = std::get_if<FoundProblem>(&found)) return {std::move(problem->refusal)};
     auto& message = std::get<FoundMessage>(found);
-    return checked(Whole{std::make_shared<const ByteBuffer>(std::move(message.bytes)), message.place.name(),
-                         ParseMode::strict, std::move(message.note)},
+    return checked(MessageSource{.place = std::move(message.place),
+                                 .bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes)),
+                                 .note = std::move(message.note)},
                    id, stop);
 }
 
-CheckOutcome MessageChecker::checked(const Whole& source, const UUID& id, const std::stop_token& stop) const {
-    CheckedMessage made{.bytes = source.bytes, .mode = source.mode};
+CheckOutcome MessageChecker::checked(const MessageSource& source, const UUID& id,
+                                     const std::stop_token& stop) const {
+    CheckedMessage made{
+        .bytes = source.bytes, .mode = source.mode, .place = source.place, .note = source.note};
     if (made.bytes->size() > largestMessage) return {Refusal{Refusal::TooLarge{}}};
     if (stop.stop_requested()) return {};
     // A copy: what was read is kept as it is, and parsing makes every line end CR LF.
-    const auto message = messageIn(ByteBuffer(made.bytes->view()), source.mode);
-    if (const auto* refusal = std::get_if<Refusal>(&message)) return {*refusal};
+    auto taken = messageIn(ByteBuffer(made.bytes->view()), source.mode);
+    if (const auto* refusal = std::get_if<Refusal>(&taken)) return {*refusal};
+    auto& message = std::get<MailMessage>(taken);
+    ProofReport report = verified(message, made, id, stop);
 
+    CheckOutcome::Checked checked;
+    HistoryChange saved;
+    if (saved.add(report)) checked.saved = std::move(saved);
+    checked.report = std::make_shared<const ProofReport>(std::move(report));
+    checked.message = std::move(made);
+    if (!source.isAgain && source.place.attached.empty()) {
+        auto attached = std::make_shared<MessageSupply>(std::move(message), source.place);
+        attached->m_first = attached->next(stop);
+        if (attached->m_first) checked.attached = std::move(attached);
+    }
+    return {std::move(checked)};
+}
+
+ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage& made, const UUID& id,
+                                     const std::stop_token& stop) const {
     const auto answers = std::make_shared<RecordedAnswers>();
     const auto failures = std::make_shared<RecordedFailures>();
     std::shared_ptr<RegistrationLookup> registry;
@@ -104,19 +157,15 @@ CheckOutcome MessageChecker::checked(const Whole& source, const UUID& id, const 
     const Verifier verifier(std::make_shared<RecordingResolver>(m_resolver, answers, failures),
                             std::move(registry));
     made.begun = m_now();
-    ProofReport report = verifier.verify(std::get<MailMessage>(message), source.name, made.begun, id, stop);
+    ProofReport report = verifier.verify(message, made.place.name(), made.begun, id, stop);
     made.ended = m_now();
-    if (source.note) report.notes.push_back(*source.note);
+    if (made.note) report.notes.push_back(*made.note);
     made.answers = answers;
     made.failures = failures;
     const auto* age = std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);
     if (age && age->reason == SwitchedRegistry::switchedOff)
         report.domainAge.status = {DomainAge::Status::Skipped{}};
-
-    HistoryChange saved;
-    const bool isKept = saved.add(report);
-    return {CheckOutcome::Checked{std::make_shared<const ProofReport>(std::move(report)), std::move(made),
-                                  isKept ? std::optional(std::move(saved)) : std::nullopt}};
+    return report;
 }
 
 }  // namespace quillmark

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include <variant>
 
 #include "Quillmark/SwitchedRegistry.h"
+#include "QuillmarkKit/AttachedMessages.h"
 #include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake.h"
@@ -24,6 +26,8 @@ using SharedReport = std::shared_ptr<const ProofReport>;
 struct CheckedMessage {
     std::shared_ptr<const ByteBuffer> bytes = {};  ///< as they were read or pasted
     ParseMode mode = ParseMode::strict;            ///< how they were parsed, and are to be again
+    MessagePlace place = {};                       ///< without a path it can't be read again
+    std::optional<ReportNote> note = {};           ///< how its bytes were found in a mailbox
     std::shared_ptr<const RecordedAnswers> answers = {};
     std::shared_ptr<const RecordedFailures> failures = {};
     Date begun = {}, ended = {};
@@ -31,28 +35,39 @@ struct CheckedMessage {
 
 /// Where a message comes from.
 struct MessageSource {
-    std::string path = {};                         ///< a file to be read; bytes for the system
-    std::shared_ptr<const ByteBuffer> bytes = {};  ///< in place of the file
-    std::optional<std::string> name = {};          ///< for the report and for problems
+    MessagePlace place = {};
+    std::shared_ptr<const ByteBuffer> bytes = {};  ///< in place of the file there
     ParseMode mode = ParseMode::strict;
+    std::optional<ReportNote> note = {};  ///< belongs into its report
+    bool isAgain = false;                 ///< this message alone, whatever its file holds and it has attached
 };
 
-/// The messages of a mailbox or a folder, as they are handed out one after the other.
+/// Messages that are handed out one after the other: those of a file or a folder, or those attached inside a
+/// message.
 class MessageSupply {
 public:
-    explicit MessageSupply(const MessageSource& source) : m_reader(source.path, source.name) {}
+    explicit MessageSupply(const MessagePlace& file)
+        : m_place(file), m_reader(std::in_place, file.path, file.file) {}
+    MessageSupply(MailMessage message, MessagePlace place)
+        : m_place(std::move(place)), m_attached(std::in_place, std::move(message)) {}
 
 private:
     friend class MessageChecker;
-    MailboxReader m_reader;
-    std::optional<Found> m_first = {};  // read already, to see what the file is
+    std::optional<Found> next(const std::stop_token& stop);
+    std::optional<Found> nextAttached();
+
+    const MessagePlace m_place;
+    std::optional<MailboxReader> m_reader = {};
+    std::optional<AttachedMessages> m_attached = {};
+    std::optional<Found> m_first = {};  // taken already, to see whether there is one
     std::size_t m_given = 0;
 };
 
 /// One of them.
 struct SuppliedMessage {
     Found found;
-    std::size_t number = 0;  ///< its place among all of them, from 1
+    std::size_t number = 0;       ///< its place among all of them, from 1
+    std::uint64_t bytesRead = 0;  ///< of all files, so far
 };
 
 /// What came of a check.
@@ -62,11 +77,13 @@ struct CheckOutcome {
         CheckedMessage message = {};
         /// Puts the report into a history; none when it is too large to be kept.
         std::optional<HistoryChange> saved = {};
+        std::shared_ptr<MessageSupply> attached = {};  ///< what is attached to it, if anything
     };
     struct Stopped {};
     /// There may be several messages; none of them has been checked.
     struct Several {
         std::shared_ptr<MessageSupply> supply = {};
+        std::optional<std::uint64_t> expectedBytes = {};  ///< of their files
     };
     std::variant<Stopped, Refusal, Checked, Several> value = Stopped{};
 };
@@ -86,16 +103,13 @@ public:
     CheckOutcome check(SuppliedMessage message, const UUID& id, const std::stop_token& stop) const;
 
 private:
-    /// A message whose bytes are there.
-    struct Whole {
-        std::shared_ptr<const ByteBuffer> bytes = {};
-        std::optional<std::string> name = {};
-        ParseMode mode = ParseMode::strict;
-        std::optional<ReportNote> note = {};
-    };
     CheckOutcome opened(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    CheckOutcome openedAgain(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
     CheckOutcome checked(Found found, const UUID& id, const std::stop_token& stop) const;
-    CheckOutcome checked(const Whole& message, const UUID& id, const std::stop_token& stop) const;
+    /// A message whose bytes are there.
+    CheckOutcome checked(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    ProofReport verified(const MailMessage& message, CheckedMessage& made, const UUID& id,
+                         const std::stop_token& stop) const;
 
     const std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;

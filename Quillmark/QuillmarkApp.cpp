@@ -28,6 +28,7 @@
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
 #include "Wording/TextReport.h"
+#include "Wording/Wording.h"
 
 namespace quillmark {
 
@@ -154,7 +155,10 @@ void QuillmarkApp::connectModel() {
             [this] { m_window.setProblem(isolatedRuns(m_model.problem().value_or(""))); });
     connect(&m_model, &AppModel::progressChanged, this, [this] {
         const AppModel::Progress progress = m_model.progress();
-        m_window.setRunning(progress.all - progress.done);
+        const double done = static_cast<double>(progress.done) + progress.ofMailboxes;
+        m_window.setRunning({.count = progress.all - progress.done,
+                             .found = progress.found,
+                             .part = progress.all > 0 ? done / static_cast<double>(progress.all) : 0.0});
     });
     m_window.setProblem(isolatedRuns(m_model.problem().value_or("")));
     refreshList();
@@ -248,6 +252,8 @@ void QuillmarkApp::perform(Command command) {
     switch (command) {
         case Command::open:
             return chooseFiles();
+        case Command::openFolder:
+            return chooseFolder();
         case Command::paste:
             return m_model.showSheet(AppModel::Sheet::paste);
         case Command::closeWindow:
@@ -370,6 +376,15 @@ void QuillmarkApp::chooseFiles() {
     dialog->open();
 }
 
+void QuillmarkApp::chooseFolder() {
+    auto* dialog = new QFileDialog(&m_window, m_words("Choose a folder of saved emails."));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    connect(dialog, &QFileDialog::filesSelected, this,
+            [this](const QStringList& folders) { openFiles(folders); });
+    dialog->open();
+}
+
 void QuillmarkApp::save(const QString& suffix, const QString& kind, std::function<std::string()> bytes) {
     const SharedReport report = selectedReport();
     if (!report) return;
@@ -411,7 +426,8 @@ void QuillmarkApp::exportPDF() {
                  {words("Checked"), words.time(report->checkedAt)},
                  {words("Checked with"), words("Quillmark %1", QApplication::applicationVersion())}};
              if (report->fileName)
-                 frame.record.push_back({words("File"), shown(*report->fileName, paperCaps.text)});
+                 frame.record.push_back(
+                     {words("File"), shown(placeName(*report->fileName, words.reader), paperCaps.text)});
              if (checked) {
                  frame.record.push_back({words("SHA-256 of the message"),
                                          QString::fromStdString(sha256(checked->bytes->view()))});

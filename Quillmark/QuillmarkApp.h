@@ -52,6 +52,7 @@ private:
     std::optional<UUID> selected() const { return m_model.selection(); }
     SharedReport selectedReport() const;
     void chooseFiles();
+    void chooseFolder();
     void exportPDF();
     void exportText();
     void exportEvidence();

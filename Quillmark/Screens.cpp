@@ -157,7 +157,7 @@ private:
             many.push_back(entry);
         }
         list.setEntries(many);
-        window.setRunning(3);
+        window.setRunning({.count = 3});
         window.setProblem(
             words("“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
                   QString("holiday.jpg")));

@@ -8,6 +8,7 @@
 #include <QSettings>
 #include <QSocketNotifier>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -128,7 +129,11 @@ int main(int argc, char** argv) {
     surroundings.reader = words.reader;
     AppModel model(surroundings);
 
-    QSettings windowSettings(QStringLiteral("quillmark"), QStringLiteral("window"));
+    const QTemporaryDir forgotten;
+    QString windowFile =
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/quillmark/window.conf";
+    if (!isFitForSettings(windowFile)) windowFile = forgotten.filePath("window.conf");
+    QSettings windowSettings(windowFile, QSettings::IniFormat);
     QuillmarkApp app(model,
                      {&windowSettings,
                       [] { return HistoryFile::defaultLocation(folderName).parent_path().string(); }, now},

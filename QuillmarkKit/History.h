@@ -48,6 +48,7 @@ public:
 
     bool isEmpty() const { return !m_removesAll && m_removed.empty(); }
     /// Whether a report that the history holds goes.
+    bool removesAll() const { return m_removesAll; }
     bool removes(const UUID& id) const { return m_removesAll || m_removed.contains(id); }
     /// What comes behind those that stay, in order.
     const std::vector<ProofReport>& added() const { return m_added; }

@@ -46,6 +46,8 @@ History readAll(const fs::path& file) {
     return history;
 }
 
+constexpr std::string_view damagedBegin = "history (damaged ", damagedEnd = ").json";
+
 /// Moves a damaged file to the first name "history (damaged 2026-03-01T09-15-42Z 2).json" that is free.
 HistoryFileError::Damaged setAside(const fs::path& file, Date now, const DecodingError& fault) {
     std::string stamp = iso8601(now);
@@ -54,8 +56,17 @@ HistoryFileError::Damaged setAside(const fs::path& file, Date now, const Decodin
     }
     for (int number = 1;; ++number) {
         const std::string count = number == 1 ? "" : " " + std::to_string(number);
-        const fs::path name = folderOf(file) / ("history (damaged " + stamp + count + ").json");
-        if (renameToUnused(file, name)) return {name, fault.what()};
+        std::string name(damagedBegin);
+        name.append(stamp).append(count).append(damagedEnd);
+        const fs::path path = folderOf(file) / name;
+        if (renameToUnused(file, path)) return {path, fault.what()};
+    }
+}
+
+void removeSetAside(const fs::path& file) {
+    for (const auto& entry : fs::directory_iterator(folderOf(file))) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(damagedBegin) && name.ends_with(damagedEnd)) fs::remove(entry.path());
     }
 }
 
@@ -79,12 +90,16 @@ void change(const fs::path& file, const HistoryChange& change) {
 
 /// Puts what the change adds into a new file in place of a damaged one. That stays where it is until the new
 /// one is written, so that it is heard of again when there is no room.
-HistoryFileError::Damaged beginAnew(const fs::path& file, const HistoryChange& change, Date now,
-                                    const DecodingError& fault) {
+std::optional<HistoryFileError::Damaged> beginAnew(const fs::path& file, const HistoryChange& change,
+                                                   Date now, const DecodingError& fault) {
     FileReplacement replacement(file);
     HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
     for (const ProofReport& report : change.added()) writer.add(report);
     writer.end();
+    if (change.removesAll()) {
+        replacement.commit();
+        return std::nullopt;
+    }
     auto damaged = setAside(file, now, fault);
     if (!change.added().empty()) replacement.commit();
     return damaged;
@@ -150,6 +165,7 @@ std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange&
     } catch (const DecodingError& fault) {
         damaged = beginAnew(url, steps, now, fault);
     }
+    if (steps.removesAll()) removeSetAside(url);
     look();
     return damaged;
 }

@@ -56,7 +56,8 @@ struct HistoryFile {
     /// Changes what is on disk at this moment. The reports pass through memory one at a time. When the file
     /// cannot be decoded it is set aside, which is what comes back, and a new one is begun. Throws
     /// `HistoryFileError` (of a newer version only); then nothing was changed. `look` is called while nobody
-    /// else can change the file: before it is read, and again once it is changed.
+    /// else can change the file: before it is read, and again once it is changed. A change that removes all
+    /// also removes what was set aside before, and a damaged file as if it could be read.
     std::optional<HistoryFileError::Damaged> apply(
         const HistoryChange& change, Date now, const std::function<void()>& look = [] {}) const;
 };

@@ -1,6 +1,7 @@
 #include "Wording/HistoryWording.h"
 
 #include "Wording/Quoted.h"
+#include "Wording/Wording.h"
 
 namespace quillmark {
 
@@ -32,7 +33,7 @@ std::string historyNotSaved(const std::string& reason, const Reader& reader) {
 std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader) {
     if (!name) return reader.translate("The report is too large to be kept in the history.");
     return reader.translate("The report on “%1” is too large to be kept in the history.",
-                            {quillmark::quoted(*name)});
+                            {quillmark::quoted(placeName(*name, reader))});
 }
 
 }  // namespace quillmark

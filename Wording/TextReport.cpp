@@ -156,7 +156,8 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     Lines lines(reader, markers);
     lines.add(reader.translate("Quillmark report"));
     lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
-    if (report.fileName) lines.add(reader.translate("File: %1", {inert(*report.fileName)}));
+    if (report.fileName)
+        lines.add(reader.translate("File: %1", {inert(placeName(*report.fileName, reader))}));
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
     lines.note(Remark{{}, explanation(report, reader)});

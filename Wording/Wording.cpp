@@ -204,6 +204,21 @@ void addFailedLookups(std::vector<Remark>& remarks, const ProofReport& report, c
     }
 }
 
+/// Takes a label and the number behind it off the end of a name, and the comma before them: the number, or
+/// nothing.
+std::string_view takeNumber(std::string_view& name, std::string_view label, std::string_view digits) {
+    const std::size_t begin = name.find_last_not_of(digits) + 1;
+    const std::string_view number = name.substr(begin);
+    std::string_view head = name.substr(0, begin);
+    if (number.empty() || !head.ends_with(label)) return {};
+    head.remove_suffix(label.size());
+    constexpr std::string_view comma = ", ";
+    if (!head.empty() && !head.ends_with(comma)) return {};
+    if (!head.empty()) head.remove_suffix(comma.size());
+    name = head;
+    return number;
+}
+
 }  // namespace
 
 std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader) {
@@ -242,7 +257,7 @@ std::string_view marker(Tone tone) {
 
 std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name,
                         const Reader& reader) {
-    const std::string file = quoted(name.value_or(""));
+    const std::string file = quoted(placeName(name.value_or(""), reader));
     if (const auto* unreadable = std::get_if<Refusal::Unreadable>(&refusal.value)) {
         const std::string reason = quoted(unreadable->reason);
         if (!name) return reader.translate("The input couldn’t be read: %1", {reason});
@@ -253,6 +268,11 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
         return reader.translate("“%1” is larger than 50 MB, too large for a single email.", {file});
     }
     if (std::holds_alternative<Refusal::AttachedLeftOut>(refusal.value)) {
+        if (!name) {
+            return reader.translate(
+                "That holds more attached messages than are checked: 100, and those inside each other 8 "
+                "deep.");
+        }
         return reader.translate(
             "“%1” holds more attached messages than are checked: 100, and those inside each other 8 deep.",
             {file});
@@ -271,6 +291,24 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
     }
     return reader.translate(
         "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.", {file});
+}
+
+std::string noMessageLine(const std::string& name, const Reader& reader) {
+    return reader.translate("No email was found in “%1”.", {quoted(name)});
+}
+
+std::string placeName(std::string_view fileName, const Reader& reader) {
+    const auto attached = takeNumber(fileName, "attached message ", "0123456789.");
+    const auto number = takeNumber(fileName, "message ", "0123456789");
+    std::string name(fileName);
+    if (!number.empty() && name.empty()) {
+        name = reader.translate("message %1", {number});
+    } else if (!number.empty()) {
+        name = reader.translate("%1, message %2", {name, number});
+    }
+    if (attached.empty()) return name;
+    return name.empty() ? reader.translate("attached message %1", {attached})
+                        : reader.translate("%1, attached message %2", {name, attached});
 }
 
 std::string displayForm(const MailAddress& address) {

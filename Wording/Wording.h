@@ -28,6 +28,13 @@ std::string_view marker(Tone tone);
 /// through standard input.
 std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name, const Reader& reader);
 
+/// The line for a mailbox or a folder, called `name`, in which there was nothing that could be checked.
+std::string noMessageLine(const std::string& name, const Reader& reader);
+
+/// A report's `fileName` as a person reads it: the end that says where in its file a message lies, such as
+/// ", message 12", is in the reader's language. As little filtered as it was.
+std::string placeName(std::string_view fileName, const Reader& reader);
+
 /// "Name <address>", or the address alone. A name that holds an address itself is in quotation marks.
 std::string displayForm(const MailAddress& address);
 

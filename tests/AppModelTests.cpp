@@ -144,6 +144,8 @@ std::vector<std::string> names(const AppModel& model) {
 TEST(AppModel, whatIsTakenInAndWhatIsRefused) {
     Desk desk;
     fs::create_directory(desk.file("folder"));
+    fs::create_directory(desk.file("pictures"));
+    for (const char* name : {"pictures/1.jpg", "pictures/2.jpg"}) desk.write(name, "\xff\xd8\xff\xe0");
     const std::string hostile = "a\n[OK]\x1b[2J\u202e\xff.eml";
     const auto large = [&](const char* name, std::uintmax_t size) {
         const std::string path = desk.write(name, mail);
@@ -160,10 +162,9 @@ TEST(AppModel, whatIsTakenInAndWhatIsRefused) {
         {large("large.eml", 50'000'001), "“large.eml” is larger than 50 MB, too large for a single email."},
         {"/dev/zero", "“zero” is larger than 50 MB, too large for a single email."},
         {desk.file("missing.eml"), "“missing.eml” couldn’t be read: No such file or directory"},
-        {desk.file("folder"),
-         "“folder” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
-        {desk.file("folder/"),
-         "“folder” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
+        {desk.file("folder"), "No email was found in “folder”."},
+        {desk.file("folder/"), "No email was found in “folder”."},
+        {desk.file("pictures"), "No email was found in “pictures”."},
         {desk.write("picture.jpg", "\xff\xd8\xff\xe0"),
          "“picture.jpg” doesn’t look like an email: no From, Received or DKIM-Signature header was found."},
         {desk.write("empty.eml", ""),
@@ -220,15 +221,89 @@ TEST(AppModel, mailboxesAndFoldersGiveAllTheirMessages) {
               "DKIM-Signature header was found.");
 }
 
+/// A message with others attached: "inner" in a message that is attached itself, and "second".
+std::string messageWithAttached(const std::string& subject) {
+    const auto multipart = [](const std::string& head, const std::string& boundary,
+                              const std::vector<std::string>& parts) {
+        std::string text = head + "Content-Type: multipart/mixed; boundary=" + boundary + "\n";
+        for (const std::string& each : parts)
+            text += "\n--" + boundary + "\nContent-Type: message/rfc822\n\n" + each;
+        return text + "\n--" + boundary + "--\n";
+    };
+    const std::string inner = "From: c@b.example\nSubject: inner\n\nhello\n";
+    return multipart("From: a@b.example\nSubject: " + subject + "\n", "b1",
+                     {multipart("From: b@b.example\nSubject: first\n", "b2", {inner}),
+                      "From: d@b.example\nSubject: second\n\nhello\n"});
+}
+
+TEST(AppModel, attachedMessagesAreReportsOfTheirOwn) {
+    const std::string attached = messageWithAttached("outer");
+    std::string mbox;
+    for (const std::string& each : {attached, std::string("From: e@b.example\n\nhello\n")})
+        mbox += "From a@b.example Sat Nov 21 10:00:00 2026\n" + each + "\n";
+    const auto below = [](const std::string& name) {
+        const std::string comma = name.empty() ? "" : name + ", ";
+        return std::vector<std::string>{name.empty() ? "(pasted)" : name, comma + "attached message 1",
+                                        comma + "attached message 1.1", comma + "attached message 2"};
+    };
+    Desk desk;
+    desk.surroundings.keptBytes = 1;  // none
+    AppModel& model = desk.ready();
+    const std::string path = desk.write("x.eml", attached), inbox = desk.write("Inbox", mbox);
+    const auto expected = [&](std::vector<std::string> names, const std::function<void()>& open) {
+        SCOPED_TRACE(names[0]);
+        while (!model.session().empty()) model.removeFromList(model.session()[0].id);
+        open();
+        desk.idle();
+        EXPECT_EQ(quillmark::names(model), names);
+        std::set<std::string> subjects;
+        for (const auto& row : model.session()) {
+            EXPECT_FALSE(row.isRunning);
+            subjects.insert(row.report->summary.subject);
+            EXPECT_EQ(row.report->fileName.value_or("(pasted)"), row.name.value_or("(pasted)"));
+        }
+        EXPECT_TRUE(
+            std::ranges::includes(subjects, std::set<std::string>{"first", "inner", "outer", "second"}));
+        EXPECT_EQ(model.problem(), std::nullopt);
+    };
+    expected(below(""), [&] { model.paste(attached); });
+    expected(below("data"), [&] { model.checkData(ByteBuffer(attached), "data"); });
+    auto all = below("Inbox, message 1");
+    all.push_back("Inbox, message 2");
+    expected(all, [&] { model.openFiles({inbox}); });
+    expected(below("x.eml"), [&] { model.openFiles({path}); });
+
+    model.openFiles({inbox});
+    desk.idle();
+    for (const std::size_t row : {2u, 4u, 7u}) {  // in a mailbox, there alone, in a file
+        SCOPED_TRACE(row);
+        const auto before = model.session();
+        ASSERT_TRUE(model.canRecheck(before[row].id));
+        model.recheck(before[row].id);
+        desk.idle();
+        EXPECT_EQ(names(model),
+                  (std::vector<std::string>{"Inbox, message 1", "Inbox, message 1, attached message 1",
+                                            "Inbox, message 1, attached message 1.1",
+                                            "Inbox, message 1, attached message 2", "Inbox, message 2",
+                                            "x.eml", "x.eml, attached message 1",
+                                            "x.eml, attached message 1.1", "x.eml, attached message 2"}));
+        EXPECT_NE(model.session()[row].id, before[row].id);
+        EXPECT_EQ(model.session()[row].report->summary, before[row].report->summary);
+    }
+    EXPECT_EQ(model.progress(), (AppModel::Progress{1, 1}));
+}
+
 TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
     std::string mbox;
-    for (int i = 0; i < 2'000; ++i)
+    for (int i = 0; i < 5'000; ++i)
         mbox += "From a@b.example Sat Nov 21 10:00:00 2026\nFrom: a@b.example\n\nhello\n\n";
     Desk desk;
     AppModel& model = desk.ready();
     model.openFiles({desk.write("Inbox", mbox)});
     desk.waitFor([&] { return model.session().size() > 1; });
     EXPECT_TRUE(model.session()[0].isRunning);
+    EXPECT_GT(model.progress().found, 0u);
+    EXPECT_GT(model.progress().ofMailboxes, 0.0);
     model.cancel(model.session()[0].id);
     const auto left = model.session();
     EXPECT_FALSE(model.busy());

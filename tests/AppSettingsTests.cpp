@@ -1,6 +1,7 @@
 #include "Quillmark/AppSettings.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -53,6 +54,15 @@ TEST(AppSettings, outlastTheRun) {
     broken.write("[General]\nsettings=@ByteArray(\x01{)\n");
     broken.close();
     EXPECT_EQ(loadSettings(UserSettingsStore(file)), AppSettings());
+    ASSERT_TRUE(broken.resize(30'000'000));
+    const QString pipe = folder.filePath("pipe");
+    ASSERT_EQ(mkfifo(pipe.toLocal8Bit().constData(), 0600), 0);
+    for (const QString& unfit : {file, pipe, folder.path()}) {
+        UserSettingsStore store(unfit);
+        EXPECT_EQ(loadSettings(store), AppSettings());
+        saveSettings(chosen, store);  // which leaves it alone
+    }
+    EXPECT_EQ(broken.size(), 30'000'000);
 }
 
 }  // namespace

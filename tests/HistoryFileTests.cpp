@@ -132,6 +132,16 @@ TEST(HistoryFile, damagedFilesAreSetAside) {
     EXPECT_EQ(namesIn(folder),
               (std::set<std::string>{".history.json.lock", "history.json", first, second, third}));
 
+    HistoryChange clear;
+    clear.removeAll();
+    folder.write("history.json", "no JSON");
+    folder.write("history (mine).json", "");
+    EXPECT_FALSE(file.apply(clear, now)) << "nothing of it is kept";
+    EXPECT_EQ(file.load(now), History());
+    EXPECT_EQ(namesIn(folder),
+              (std::set<std::string>{".history.json.lock", "history.json", "history (mine).json"}));
+    EXPECT_EQ(::remove(folder.file("history (mine).json").c_str()), 0);
+
     // Without room for a new one it stays where it is, and is told of the next time.
     folder.write("history.json", "no JSON again");
     EXPECT_EQ(inProcess([&] {

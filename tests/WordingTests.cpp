@@ -56,6 +56,23 @@ TEST(Wording, problemLines) {
               "That is larger than 50 MB, too large for a single email.");
 }
 
+TEST(Wording, placeNames) {
+    const Reader german{.language = Language::german};
+    for (const auto& [name, shown] :
+         {std::pair("Inbox, message 12", "Inbox, Nachricht 12"),
+          {"message 12", "Nachricht 12"},
+          {"a.eml, attached message 2.1", "a.eml, angehängte Nachricht 2.1"},
+          {"a, message 3, attached message 1", "a, Nachricht 3, angehängte Nachricht 1"},
+          {"attached message 1", "angehängte Nachricht 1"},
+          {"my message 3", "my message 3"},
+          {"message ", "message "},
+          {"a, message 3.eml", "a, message 3.eml"},
+          {"", ""}}) {
+        EXPECT_EQ(placeName(name, german), shown);
+        EXPECT_EQ(placeName(name, english), name);
+    }
+}
+
 TEST(Wording, besideHeadline) {
     using Status = DKIMResult::Status;
     const Verdict verified{VerdictKind::verified, Tone::good, "a.d.example", "d.example", {}};
