@@ -99,7 +99,7 @@ QString Composer::names(const std::vector<std::string>& list) const {
 void Composer::addNotes(ReportSection& section, NoteSection which) const {
     for (const ReportNote& note : capped(m_report.notes)) {
         if (sectionOf(note) != which) continue;
-        section.notes.push_back({Tone::caution, isolatedRuns(sentence(note, m_words.reader))});
+        section.notes.push_back({tone(note), isolatedRuns(sentence(note, m_words.reader))});
     }
 }
 
@@ -225,7 +225,9 @@ ReportSection Composer::policy() const {
     }
     addText(facts, toTranslate("Record"), dmarc.record);
     if (dmarc.recordDomain) add(facts, toTranslate("Published at"), domain(*dmarc.recordDomain));
-    return {m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}, {}};
+    ReportSection section{m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}, {}};
+    addNotes(section, NoteSection::policy);
+    return section;
 }
 
 ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
@@ -254,6 +256,7 @@ ReportSection Composer::chain() const {
                             {}});
     for (const ARCFinding::Hop& each : capped(arc.hops)) section.chain.push_back(hop(each));
     addMore(section.remarks, arc.hops.size());
+    addNotes(section, NoteSection::chain);
     return section;
 }
 

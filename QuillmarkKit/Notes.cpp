@@ -8,10 +8,12 @@
 #include <utility>
 #include <variant>
 
+#include "QuillmarkKit/ARC.h"
 #include "QuillmarkKit/Addresses.h"
 #include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Received.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/TagList.h"
 
 namespace quillmark {
 
@@ -20,6 +22,7 @@ namespace {
 using Notes = std::vector<ReportNote>;
 
 constexpr std::size_t longestExcerpt = 200;
+constexpr std::size_t mostChainKeys = 10;                    // of which a note is made
 constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
 constexpr auto clockError = std::chrono::minutes(10);
 /// A server may try for five days to deliver a message (RFC 5321, section 4.5.4.1), and a list may hold it.
@@ -239,9 +242,29 @@ void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signa
 
 // What DNS said of its answers, and what was not checked
 
-/// Of the keys of signatures that hold, and of the policy, each once.
-void addValidatedAnswers(Notes& notes, const ProofReport& report,
+std::string keyName(std::string_view selector, std::string_view domain) {
+    return std::string(selector) + "._domainkey." + std::string(domain);
+}
+
+/// The names of the keys that a chain which holds rests on: every seal's, and the newest message signature's.
+std::set<std::string> chainKeys(const MailMessage& message, const ARCFinding& chain) {
+    std::set<std::string> names;
+    if (!std::holds_alternative<ARCFinding::Status::Pass>(chain.status.value)) return names;
+    const auto sets = arcSets(message, StrayARCFields::refuse).value_or(std::vector<ARCSet>());
+    for (const ARCSet& set : sets) {
+        const std::string value = set.seal->value();
+        const TagList tags = TagList::parse(value);
+        names.insert(asciiLowered(keyName(tags.value("s").value_or(""), tags.value("d").value_or(""))));
+    }
+    const DKIMResult& newest = chain.hops.back().messageSignature;
+    names.insert(asciiLowered(keyName(newest.selector, newest.domain)));
+    return names;
+}
+
+/// Of each record that the findings rest on, once; of a long chain the first few keys.
+void addValidatedAnswers(Notes& notes, const MailMessage& message, const ProofReport& report,
                          const std::set<std::string, std::less<>>& names) {
+    if (names.empty()) return;
     using Kind = ReportNote::AnswerValidated::Kind;
     const auto add = [&](Kind kind, const std::string& asked) {
         const std::string name = asciiLowered(asked);
@@ -251,9 +274,18 @@ void addValidatedAnswers(Notes& notes, const ProofReport& report,
     };
     for (const DKIMResult& result : report.dkim) {
         if (result.status == DKIMResult::Status::pass)
-            add(Kind::key, result.selector + "._domainkey." + result.domain);
+            add(Kind::key, keyName(result.selector, result.domain));
     }
     if (report.dmarc.recordDomain) add(Kind::policy, "_dmarc." + *report.dmarc.recordDomain);
+    const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
+    if (spf && spf->result != SPFResult::none && report.spf.domain)
+        add(Kind::senderPolicy, *report.spf.domain);
+    std::size_t added = 0;
+    for (const std::string& name : chainKeys(message, report.arc)) {
+        if (added == mostChainKeys) break;
+        if (names.contains(name)) ++added;
+        add(Kind::forwarderKey, name);
+    }
 }
 
 void addNewerSignatures(Notes& notes, const MailMessage& message) {
@@ -273,7 +305,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     if (signature) addUnsignedFields(notes, message, *signature);
     addLinesOfSender(notes, message, report, suffixes);
     if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
-    addValidatedAnswers(notes, report, validatedNames);
+    addValidatedAnswers(notes, message, report, validatedNames);
     addNewerSignatures(notes, message);
     return notes;
 }

@@ -13,7 +13,7 @@ namespace quillmark {
 
 /// What a person must know that the verdict does not say, in the order of `ReportNote`'s cases. `report`
 /// holds the findings of this message, its verdict included; `validatedNames` are those, in lower case, of
-/// which DNS said that its answer was validated. At most about two dozen notes come of it, each small.
+/// which DNS said that its answer was validated. At most about three dozen notes come of it, each small.
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
                               const PublicSuffixList& suffixes,
                               const std::set<std::string, std::less<>>& validatedNames = {});

@@ -346,7 +346,12 @@ struct ReportNote {
     };
     /// DNS said that an answer a finding rests on was validated (DNSSEC, RFC 4035, section 3.2.3).
     struct AnswerValidated {
-        enum class Kind { key, policy };
+        enum class Kind {
+            key,           ///< of a DKIM signature that holds
+            policy,        ///< the sender's DMARC record
+            senderPolicy,  ///< the envelope sender's SPF record
+            forwarderKey,  ///< of a seal or message signature in an ARC chain that holds
+        };
         Kind kind = Kind::key;
         std::string name = {};  ///< the name that was asked for
         bool operator==(const AnswerValidated&) const = default;
@@ -369,7 +374,8 @@ constexpr auto namesOf(ReportNote::LineOfSender::Why) {
     return EnumTable<ReportNote::LineOfSender::Why, 2>{EnumStyle::word, {"belowReceived", "unknownServer"}};
 }
 constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
-    return EnumTable<ReportNote::AnswerValidated::Kind, 2>{EnumStyle::word, {"key", "policy"}};
+    return EnumTable<ReportNote::AnswerValidated::Kind, 4>{EnumStyle::word,
+                                                           {"key", "policy", "senderPolicy", "forwarderKey"}};
 }
 constexpr auto casesOf(const ReportNote*) {
     return std::array{"headerEndsEarly",

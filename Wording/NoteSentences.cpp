@@ -125,12 +125,26 @@ struct NoteSentence {
     }
     std::string operator()(const ReportNote::AnswerValidated& note) const {
         const std::string name = quotedDomain(note.name);
-        if (note.kind == ReportNote::AnswerValidated::Kind::key) {
-            return reader.translate(
-                "The DNS service says that the key at %1 comes from the domain itself (DNSSEC).", {name});
+        using Kind = ReportNote::AnswerValidated::Kind;
+        switch (note.kind) {
+            case Kind::key:
+                return reader.translate(
+                    "The DNS service says that the key at %1 comes from the domain itself (DNSSEC).", {name});
+            case Kind::policy:
+                return reader.translate(
+                    "The DNS service says that the policy at %1 comes from the domain itself (DNSSEC).",
+                    {name});
+            case Kind::senderPolicy:
+                return reader.translate(
+                    "The DNS service says that the SPF record at %1 comes from the domain itself (DNSSEC).",
+                    {name});
+            case Kind::forwarderKey:
+                break;
         }
         return reader.translate(
-            "The DNS service says that the policy at %1 comes from the domain itself (DNSSEC).", {name});
+            "The DNS service says that a forwarder’s key, at %1, comes from the forwarder’s domain itself "
+            "(DNSSEC).",
+            {name});
     }
     std::string operator()(const ReportNote::NewerSignatures& note) const {
         return reader.translateCount(
@@ -152,8 +166,19 @@ NoteSection sectionOf(const ReportNote& note) {
     if (const auto* line = std::get_if<ReportNote::LineOfSender>(&note.value)) {
         return line->field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults;
     }
-    const auto* validated = std::get_if<ReportNote::AnswerValidated>(&note.value);
-    if (validated && validated->kind == ReportNote::AnswerValidated::Kind::policy) return NoteSection::policy;
+    if (const auto* validated = std::get_if<ReportNote::AnswerValidated>(&note.value)) {
+        using Kind = ReportNote::AnswerValidated::Kind;
+        switch (validated->kind) {
+            case Kind::key:
+                return NoteSection::signatures;
+            case Kind::policy:
+                return NoteSection::policy;
+            case Kind::senderPolicy:
+                return NoteSection::sendingServer;
+            case Kind::forwarderKey:
+                return NoteSection::chain;
+        }
+    }
     const bool isOfMessage = std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
                              std::holds_alternative<ReportNote::FromHoldsMore>(note.value) ||
                              std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||

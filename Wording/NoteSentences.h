@@ -12,7 +12,7 @@ namespace quillmark {
 std::string sentence(const ReportNote& note, const Reader& reader);
 
 /// The part of a report that a note belongs to.
-enum class NoteSection { message, signatures, sendingServer, policy, receiverResults };
+enum class NoteSection { message, signatures, sendingServer, policy, chain, receiverResults };
 NoteSection sectionOf(const ReportNote& note);
 
 /// Caution, or nothing for what only informs.

@@ -170,6 +170,7 @@ std::string textReport(const ProofReport& report, const Reader& reader, Markers 
     addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
     addNotes(lines, report, NoteSection::policy, reader);
     addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader);
+    addNotes(lines, report, NoteSection::chain, reader);
     lines.section(toTranslate("Your mail server said"));
     bool isFirst = true;
     for (const Remark& remark : receiverRemarks(report, reader)) {

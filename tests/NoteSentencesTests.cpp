@@ -53,6 +53,11 @@ TEST(NoteSentences, all) {
          false, "The DNS service says that the key at k._domainkey.d comes", "Der DNS-Dienst sagt"},
         {Note::AnswerValidated{Note::AnswerValidated::Kind::policy, "_dmarc.d"}, NoteSection::policy, false,
          "The DNS service says that the policy at _dmarc.d comes", "Der DNS-Dienst sagt"},
+        {Note::AnswerValidated{Note::AnswerValidated::Kind::senderPolicy, "d"}, NoteSection::sendingServer,
+         false, "The DNS service says that the SPF record at d comes", "Der DNS-Dienst sagt"},
+        {Note::AnswerValidated{Note::AnswerValidated::Kind::forwarderKey, "k._domainkey.d"},
+         NoteSection::chain, false, "The DNS service says that a forwarder’s key, at k._domainkey.d,",
+         "Der DNS-Dienst sagt"},
         {Note::NewerSignatures{1}, NoteSection::signatures, false,
          "The message also carries 1 signature of a newer kind (DKIM2)", "Die Nachricht trägt außerdem"},
     };
