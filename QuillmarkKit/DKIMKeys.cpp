@@ -69,14 +69,16 @@ HashAlgorithm hashAlgorithm(SignatureAlgorithm algorithm) {
     return algorithm == SignatureAlgorithm::rsaSHA1 ? HashAlgorithm::sha1 : HashAlgorithm::sha256;
 }
 
-std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::string_view text) {
-    const TagList tags = TagList::parse(text);
+namespace {
+
+std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> keyRecord(const TagList& tags) {
+    using Unusable = DKIMKeyRecord::Unusable;
     if (const auto version = tags.value("v"); version && *version != "DKIM1") {
         return Unusable{"v=" + std::string(*version)};
     }
     const auto key = tags.compactValue("p");
     if (!key) return Unusable{"no p= tag"};
-    if (key->empty()) return Revoked{};
+    if (key->empty()) return DKIMKeyRecord::Revoked{};
     auto bytes = decodedBase64(*key);
     if (!bytes) return Unusable{"p= is not base64"};
     DKIMKeyRecord record;
@@ -90,12 +92,19 @@ std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::st
     return record;
 }
 
+}  // namespace
+
+std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::string_view text) {
+    return keyRecord(TagList::parse(text));
+}
+
 std::optional<std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem>> DKIMKeyRecord::firstOf(
     std::span<const std::string> texts) {
-    const auto record = std::ranges::find_if(
-        texts, [](const std::string& text) { return TagList::parse(text).value("p").has_value(); });
-    if (record == texts.end()) return std::nullopt;
-    return parse(*record);
+    for (const std::string& text : texts) {
+        const TagList tags = TagList::parse(text);
+        if (tags.value("p")) return keyRecord(tags);
+    }
+    return std::nullopt;
 }
 
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,

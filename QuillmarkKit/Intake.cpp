@@ -32,11 +32,8 @@ bool waited(int descriptor, const std::stop_token& stop) {
 
 }  // namespace
 
-std::optional<Refusal> readOn(int descriptor, ByteBuffer& bytes, std::size_t limit,
+std::optional<Refusal> readOn(int descriptor, bool mayWait, ByteBuffer& bytes, std::size_t limit,
                               const std::stop_token& stop) {
-    struct stat status = {};
-    if (fstat(descriptor, &status) != 0) return unreadable(errno);
-    const bool mayWait = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
     while (bytes.size() < limit) {
         if (mayWait && !waited(descriptor, stop)) return unreadable(ECANCELED);
         if (bytes.size() == bytes.capacity()) bytes.grow(std::min(2 * bytes.capacity(), limit));
@@ -60,7 +57,8 @@ std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop
             static_cast<std::size_t>(status.st_size) + 1;  // one more, so that its end is met without growing
     }
     ByteBuffer bytes(expected);
-    if (auto refusal = readOn(descriptor, bytes, readAtMost, stop)) return std::move(*refusal);
+    const bool mayWait = !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+    if (auto refusal = readOn(descriptor, mayWait, bytes, readAtMost, stop)) return std::move(*refusal);
     if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
     return bytes;
 }

@@ -48,8 +48,9 @@ std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::s
 std::variant<ByteBuffer, Refusal> readDescriptor(int descriptor, const std::stop_token& stop = {});
 
 /// Appends what comes next from an open file, up to its end or until there are `limit` bytes, whichever is
-/// first; the buffer grows as it must. Blocks, and heeds `stop`, as above. Why it failed, or nothing.
-std::optional<Refusal> readOn(int descriptor, ByteBuffer& bytes, std::size_t limit,
+/// first; the buffer grows as it must. `mayWait`: whether there can be nothing yet, as in a pipe. Blocks, and
+/// heeds `stop`, as above. Why it failed, or nothing.
+std::optional<Refusal> readOn(int descriptor, bool mayWait, ByteBuffer& bytes, std::size_t limit,
                               const std::stop_token& stop = {});
 
 /// Opens a file for the two above, without waiting for a FIFO's writer. The descriptor or the reason.

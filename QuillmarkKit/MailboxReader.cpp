@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <limits>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -36,10 +37,15 @@ class FileBytes {
 public:
     enum class Ownership { ours, callers };
 
-    FileBytes(int descriptor, Ownership ownership) : m_descriptor(descriptor), m_ownership(ownership) {}
+    FileBytes(int descriptor, Ownership ownership) : m_descriptor(descriptor), m_ownership(ownership) {
+        if (fstat(descriptor, &m_status) == 0 && isRegular() && m_status.st_size > 0)
+            m_left = static_cast<std::size_t>(m_status.st_size);
+    }
     FileBytes(FileBytes&& other) noexcept
         : m_descriptor(std::exchange(other.m_descriptor, -1)),
           m_ownership(other.m_ownership),
+          m_status(other.m_status),
+          m_left(other.m_left),
           m_decoder(std::move(other.m_decoder)),
           m_hasEnded(other.m_hasEnded) {}
     FileBytes& operator=(FileBytes&&) = delete;
@@ -47,7 +53,9 @@ public:
         if (m_ownership == Ownership::ours && m_descriptor >= 0) close(m_descriptor);
     }
 
-    int descriptor() const { return m_descriptor; }
+    const struct stat& status() const { return m_status; }
+    bool isRegular() const { return S_ISREG(m_status.st_mode); }
+    bool isFolder() const { return S_ISDIR(m_status.st_mode); }
     bool hasEnded() const { return m_hasEnded; }
 
     /// What the bytes read so far, and all that come, are.
@@ -63,15 +71,11 @@ public:
         while (!m_hasEnded && bytes.size() < limit) {
             const std::size_t before = bytes.size();
             if (!m_decoder) {
-                if (auto refusal = quillmark::readOn(m_descriptor, bytes, limit, stop)) return refusal;
-                count += bytes.size() - before;
-                m_hasEnded = bytes.size() < limit;
+                if (auto refusal = readBytes(bytes, limit, count, stop)) return refusal;
                 continue;
             }
             ByteBuffer piece(pieceSize);
-            if (auto refusal = quillmark::readOn(m_descriptor, piece, pieceSize, stop)) return refusal;
-            count += piece.size();
-            m_hasEnded = piece.size() < pieceSize;
+            if (auto refusal = readBytes(piece, pieceSize, count, stop)) return refusal;
             const ByteBuffer text = decoded(piece.view());
             bytes.grow(std::max(before + text.size(), std::min(2 * bytes.capacity(), limit)));
             std::ranges::copy(text.view(), bytes.data() + before);
@@ -81,14 +85,30 @@ public:
     }
 
 private:
+    std::optional<Refusal> readBytes(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
+                                     const std::stop_token& stop) {
+        const bool mayWait = !isRegular() && !isFolder();
+        const std::size_t before = bytes.size(), most = before + std::min(m_left, limit - before);
+        if (auto refusal = quillmark::readOn(m_descriptor, mayWait, bytes, most, stop)) return refusal;
+        const std::size_t length = bytes.size() - before;
+        count += length;
+        if (m_left != unknown) m_left -= length;
+        m_hasEnded = bytes.size() < limit;
+        return std::nullopt;
+    }
+
     ByteBuffer decoded(std::string_view bytes) {
         std::string text = m_decoder->decode(bytes);
         if (m_hasEnded) text += m_decoder->end();
         return ByteBuffer(text);
     }
 
+    static constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
+
     int m_descriptor;
     Ownership m_ownership;
+    struct stat m_status = {};
+    std::size_t m_left = unknown;  // of a file that is as long as the system says
     std::optional<UTF16Decoder> m_decoder = {};
     bool m_hasEnded = false;
 };
@@ -96,29 +116,31 @@ private:
 /// The files of a path: itself, or those in the folder and the folders in it.
 class FileWalk {
 public:
-    FileWalk(std::string path, std::string name) : m_root(std::move(path)), m_name(std::move(name)) {
-        m_pending.push_back(m_root);
-    }
+    FileWalk(std::string path, std::string name) : m_root(std::move(path)), m_name(std::move(name)) {}
 
     struct File {
         std::string path, name;
         std::optional<Refusal> refusal = {};  // of a folder that can't be read
     };
+    /// The path itself first, whatever is there: of a folder, `enter` is what goes on.
     std::optional<File> next() {
+        if (!std::exchange(m_hasBegun, true)) return File{m_root, m_name};
         while (!m_pending.empty()) {
             const std::string path = std::move(m_pending.back());
             m_pending.pop_back();
             struct stat status = {};
-            const bool isRoot = path.size() == m_root.size();
-            const bool isThere = stat(path.c_str(), &status) == 0;
-            if (isThere && S_ISDIR(status.st_mode)) {
-                if (!m_seen.emplace(status.st_dev, status.st_ino).second) continue;
-                if (const auto error = enter(path)) return File{path, nameOf(path), unreadable(error)};
-            } else if (isRoot || (isThere && S_ISREG(status.st_mode))) {
-                return File{path, nameOf(path)};
-            }
+            if (stat(path.c_str(), &status) != 0) continue;
+            if (S_ISREG(status.st_mode)) return File{path, nameOf(path)};
+            if (!S_ISDIR(status.st_mode)) continue;
+            if (auto refusal = enter(path, status)) return File{path, nameOf(path), std::move(refusal)};
         }
         return std::nullopt;
+    }
+    /// Queues what is in a folder, unless it was there already. Why it can't, or nothing.
+    std::optional<Refusal> enter(const std::string& folder, const struct stat& status) {
+        if (!m_seen.emplace(status.st_dev, status.st_ino).second) return std::nullopt;
+        const int error = queue(folder);
+        return error == 0 ? std::nullopt : std::optional(unreadable(error));
     }
 
 private:
@@ -130,8 +152,8 @@ private:
         return (isNameless ? "" : m_name + "/") + repairedUTF8(below);
     }
 
-    /// Queues what is in a folder. The error, or 0.
-    int enter(const std::string& folder) {
+    /// The error, or 0.
+    int queue(const std::string& folder) {
         std::vector<std::string> names;
         std::error_code error;
         for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
@@ -154,6 +176,7 @@ private:
     }
 
     const std::string m_root, m_name;
+    bool m_hasBegun = false;
     std::vector<std::string> m_pending = {};
     std::set<std::pair<dev_t, ino_t>> m_seen = {};
 };
@@ -195,23 +218,32 @@ bool MailboxReader::State::openNext(std::optional<Found>& problem) {
         given.reset();
         return true;
     }
-    auto next = walk ? walk->next() : std::nullopt;
-    if (!next) return false;
-    place = {.path = std::move(next->path), .file = std::move(next->name)};
-    auto opened = next->refusal ? *next->refusal : openForReading(place.path);
-    if (auto* refusal = std::get_if<Refusal>(&opened)) {
-        problem = FoundProblem{std::move(*refusal), place};
-    } else {
-        file.emplace(std::get<int>(opened), FileBytes::Ownership::ours);
+    while (auto next = walk ? walk->next() : std::nullopt) {
+        place = {.path = std::move(next->path), .file = std::move(next->name)};
+        std::optional<Refusal> refusal = std::move(next->refusal);
+        if (!refusal) {
+            auto opened = openForReading(place.path);
+            if (const int* descriptor = std::get_if<int>(&opened)) {
+                file.emplace(*descriptor, FileBytes::Ownership::ours);
+            } else {
+                refusal = std::get<Refusal>(std::move(opened));
+            }
+        }
+        if (file && file->isFolder()) {
+            refusal = walk->enter(place.path, file->status());
+            file.reset();
+            if (!refusal) continue;
+        }
+        if (refusal) problem = FoundProblem{std::move(*refusal), place};
+        return true;
     }
-    return true;
+    return false;
 }
 
 /// The first message of the file that was opened.
 Found MailboxReader::State::nextIn(const std::stop_token& stop) {
-    struct stat status = {};
-    const bool isRegular = fstat(file->descriptor(), &status) == 0 && S_ISREG(status.st_mode);
-    const std::size_t size = isRegular ? static_cast<std::size_t>(status.st_size) : longestHead;
+    const bool isRegular = file->isRegular();
+    const std::size_t size = isRegular ? static_cast<std::size_t>(file->status().st_size) : longestHead;
     ByteBuffer bytes(std::min(size + 1, longestHead));
     if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
     if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
@@ -303,8 +335,12 @@ std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& pat
     while (const auto file = walk.next()) {
         struct stat status = {};
         if (stat(file->path.c_str(), &status) != 0) continue;
-        if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return std::nullopt;
-        if (S_ISREG(status.st_mode)) bytes += static_cast<std::uint64_t>(status.st_size);
+        if (S_ISDIR(status.st_mode)) {
+            walk.enter(file->path, status);
+            continue;
+        }
+        if (!S_ISREG(status.st_mode)) return std::nullopt;
+        bytes += static_cast<std::uint64_t>(status.st_size);
     }
     return bytes;
 }

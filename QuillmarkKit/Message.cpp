@@ -229,9 +229,9 @@ std::span<const std::uint32_t> MailMessage::positions(std::string_view name) con
     const auto& byName = m_content->byName;
     const auto first = std::ranges::partition_point(
         byName, [&](std::uint32_t i) { return compareIgnoringCase(fields[i].name, name) < 0; });
-    const auto last = std::partition_point(
-        first, byName.end(), [&](std::uint32_t i) { return compareIgnoringCase(fields[i].name, name) == 0; });
-    return {first, last};
+    const auto hasName = [&](std::uint32_t i) { return equalsIgnoringCase(fields[i].name, name); };
+    if (first == byName.end() || !hasName(*first)) return {};
+    return {first, std::partition_point(first, byName.end(), hasName)};
 }
 
 const HeaderField* MailMessage::first(std::string_view name) const {

@@ -157,10 +157,8 @@ struct Border {
     }
     bool hasHost(std::string_view server, const PublicSuffixList& suffixes) const {
         if (server.size() > longestHost) return false;
-        const std::string organization = suffixes.organizationalDomain(server);
-        return !server.empty() && std::ranges::any_of(hosts, [&](const std::string& host) {
-            return suffixes.organizationalDomain(host) == organization;
-        });
+        return std::ranges::any_of(
+            hosts, [&](const std::string& host) { return suffixes.sameOrganization(host, server); });
     }
 };
 

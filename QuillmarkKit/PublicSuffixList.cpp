@@ -136,12 +136,15 @@ std::string PublicSuffixList::organizationalDomain(std::string_view name) const 
     const std::string lowered = unicodeLowered(name);
     const std::string_view stripped = trimmed(lowered, ".");
     if (stripped.empty()) return std::string(name);
-    const std::string joined = withoutEmptyLabels(stripped);
-    const std::string_view all = joined;
+    const bool isJoined = stripped.find("..") == std::string_view::npos;
+    const std::string joined = isJoined ? std::string() : withoutEmptyLabels(stripped);
+    const std::string_view all = isJoined ? stripped : std::string_view(joined);
 
     // Walk from the right: the suffix of one label, of two … until none can be in the list. `ends[m]` is
     // where the suffix of m labels begins.
-    std::vector<std::size_t> ends = {all.size()};
+    std::vector<std::size_t> ends;
+    ends.reserve(m_mostLabels + 3);
+    ends.push_back(all.size());
     std::size_t suffixLength = 1, exceptionLength = 0;
     std::uint64_t hash = emptyHash;
     bool isWhole = false;
@@ -163,7 +166,7 @@ std::string PublicSuffixList::organizationalDomain(std::string_view name) const 
 
 bool PublicSuffixList::sameOrganization(std::string_view a, std::string_view b) const {
     if (a.empty() || b.empty()) return false;
-    return organizationalDomain(a) == organizationalDomain(b);
+    return a == b || organizationalDomain(a) == organizationalDomain(b);
 }
 
 }  // namespace quillmark

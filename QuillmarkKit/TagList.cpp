@@ -28,7 +28,9 @@ struct Entry {
 }  // namespace
 
 TagList TagList::parse(std::string_view text) {
+    constexpr std::size_t usualTags = 16;
     std::vector<Tag> written;  // in the text's order, repetitions included
+    written.reserve(usualTags);
     while (!text.empty()) {
         const std::string_view piece = takePiece(text, ';');
         const auto equals = piece.find('=');
@@ -47,6 +49,7 @@ TagList TagList::parse(std::string_view text) {
     if (!std::ranges::is_sorted(order, before)) std::ranges::sort(order, before);
 
     TagList list;
+    list.tags.reserve(written.size());
     std::size_t firstRepetition = written.size();
     for (const auto& [key, position] : order) {
         if (!list.tags.empty() && equalsIgnoringCase(list.tags.back().name, written[position].name)) {

@@ -21,18 +21,24 @@ constexpr bool isHarmful(char32_t c) {
 /// Printable ASCII that stands for itself in a JSON text.
 constexpr bool isPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
 
+/// Where the quote stands that ends a string whose characters begin at `begin`, or the end of the text.
+std::size_t endOfString(std::string_view text, std::size_t begin) {
+    for (auto end = text.find('"', begin); end != std::string_view::npos; end = text.find('"', end + 1)) {
+        std::size_t escapes = 0;
+        while (end - escapes > begin && text[end - escapes - 1] == '\\') ++escapes;
+        if (escapes % 2 == 0) return end;
+    }
+    return text.size();
+}
+
 /// Whether lists and objects lie deeper in each other than we read. Exact as far as the text is JSON, which
 /// is as far as the parser goes.
 bool isTooDeep(std::string_view text) {
     int depth = 0;
-    bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
+        if (c == '"') {
+            i = endOfString(text, i + 1);
         } else if (c == '[' || c == '{') {
             if (++depth > deepest) return true;
         } else if (c == ']' || c == '}') {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 namespace quillmark {
@@ -55,9 +57,14 @@ Decoded decodedFront(std::string_view text) {
 
 /// How many bytes at the front are ASCII.
 std::size_t asciiPrefix(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::ranges::find_if(text, [](char c) { return static_cast<unsigned char>(c) >= 0x80; }) -
-        text.begin());
+    std::size_t length = 0;
+    std::uint64_t eight = 0;
+    for (; length + sizeof eight <= text.size(); length += sizeof eight) {
+        std::memcpy(&eight, text.data() + length, sizeof eight);
+        if ((eight & 0x8080'8080'8080'8080) != 0) break;
+    }
+    while (length < text.size() && static_cast<unsigned char>(text[length]) < 0x80) ++length;
+    return length;
 }
 
 /// The scalar at the back and its length, the counterpart of `decodedFront`.
@@ -83,6 +90,7 @@ std::string asciiLowered(std::string_view text) {
 int compareIgnoringCase(std::string_view a, std::string_view b) {
     const std::size_t common = std::min(a.size(), b.size());
     for (std::size_t i = 0; i < common; ++i) {
+        if (a[i] == b[i]) continue;
         const auto x = static_cast<unsigned char>(asciiLowered(a[i]));
         const auto y = static_cast<unsigned char>(asciiLowered(b[i]));
         if (x != y) return x < y ? -1 : 1;
@@ -97,6 +105,8 @@ std::string_view trimmed(std::string_view text, std::string_view set) {
 }
 
 std::string_view trimmed(std::string_view text) {
+    const auto isPlain = [](char c) { return c > ' ' && c < '\x7F'; };
+    if (!text.empty() && isPlain(text.front()) && isPlain(text.back())) return text;  // as nearly always
     while (!text.empty()) {
         const Decoded front = decodedFront(text);
         if (front.length == 0 || !isWhitespace(front.scalar)) break;

@@ -116,7 +116,7 @@ UConverter* CharsetDecoder::Converters::find(const std::string& name) {
     return entry->second.get();
 }
 
-CharsetDecoder::CharsetDecoder() : m_converters(std::make_unique<Converters>()) {}
+CharsetDecoder::CharsetDecoder() = default;
 CharsetDecoder::~CharsetDecoder() = default;
 
 std::optional<std::string> CharsetDecoder::decode(std::string_view charset, std::string_view bytes) {
@@ -124,6 +124,7 @@ std::optional<std::string> CharsetDecoder::decode(std::string_view charset, std:
     constexpr std::size_t longestName = 60;  // ICU's own bound; a longer name is nobody's
     const bool mayBeKnown = charset.size() < longestName && charset.find('\0') == std::string_view::npos;
     if (!mayBeKnown || equalsIgnoringCase(charset, "utf-8")) return asUTF8();
+    if (!m_converters) m_converters = std::make_unique<Converters>();  // most texts need none
     if (charset != m_converters->lastName) {
         m_converters->lastName = charset;
         m_converters->last = m_converters->find(m_converters->lastName);
