@@ -21,9 +21,8 @@ CommandTable desktopTable() {
           "second start hands its files to the window that is open.",
           "The options of Qt are taken, too: -platform offscreen needs no screen."}},
         {"ENVIRONMENT",
-         {"LC_ALL, LC_MESSAGES and LANG choose the language: German, else English. https_proxy and no_proxy "
-          "name "
-          "a proxy for the lookups, and what to ask without it."}},
+         {"LC_ALL, LC_MESSAGES and LANG choose the language: German, else English. https_proxy or, without "
+          "it, all_proxy names a proxy for the lookups, no_proxy what to ask without it."}},
         {"FILES",
          {"~/.local/share/Quillmark/history.json holds the reports that were kept, ~/.config/quillmark the "
           "settings, ~/.cache/quillmark what can be fetched again."}},

@@ -10,7 +10,6 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 #include "Quillmark/AppModel.h"
@@ -28,21 +27,6 @@ namespace {
 using namespace quillmark;
 
 constexpr std::string_view folderName = "Quillmark";  // of the command line, too
-
-std::string environment(std::initializer_list<const char*> names) {
-    for (const char* name : names) {
-        if (const char* value = std::getenv(name); value && *value) return value;
-    }
-    return {};
-}
-
-/// HTTPS by way of the proxy that the session names, if it names one.
-std::shared_ptr<HTTP> network() {
-    HTTPOptions options;
-    options.proxy = environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-    options.noProxy = environment({"no_proxy", "NO_PROXY"});
-    return std::make_shared<HTTPEngine>(std::move(options));
-}
 
 std::filesystem::path cacheFolder() {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
@@ -116,7 +100,7 @@ int main(int argc, char** argv) {
     SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation));
     if (!instance.isFirst()) return instance.handOver(files) ? 0 : 1;
 
-    const auto http = network();
+    const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     const auto now = [] {
         return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
     };

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <optional>
 #include <random>
+#include <string>
 #include <thread>
 
 #include "TestServer.h"
@@ -129,6 +131,31 @@ TEST(HTTP, usesAProxyOnlyWhenGiven) {
     HTTPEngine excepted(options);
     EXPECT_EQ(outcome(excepted, {.url = server.url()}), "200");
     for (const char* name : {"https_proxy", "HTTPS_PROXY", "all_proxy"}) ::unsetenv(name);
+}
+
+/// An empty variable is one that isn't set: it neither names a proxy nor hides the next.
+TEST(HTTP, theEnvironmentsProxy) {
+    const struct {
+        std::map<const char*, const char*> environment;
+        std::string proxy, noProxy;
+    } rows[] = {
+        {{}, "", ""},
+        {{{"https_proxy", "http://a:1"}, {"HTTPS_PROXY", "http://b:1"}, {"no_proxy", "x,y"}},
+         "http://a:1",
+         "x,y"},
+        {{{"https_proxy", ""}, {"HTTPS_PROXY", "http://b:1"}, {"all_proxy", "http://c:1"}}, "http://b:1", ""},
+        {{{"https_proxy", ""}, {"all_proxy", "http://c:1"}, {"no_proxy", ""}, {"NO_PROXY", "*"}},
+         "http://c:1",
+         "*"},
+        {{{"https_proxy", ""}, {"http_proxy", "http://d:1"}}, "", ""},
+    };
+    for (const auto& row : rows) {
+        for (const auto& [name, value] : row.environment) ::setenv(name, value, 1);
+        const HTTPOptions options = HTTPOptions::ofEnvironment();
+        EXPECT_EQ(options.proxy, row.proxy);
+        EXPECT_EQ(options.noProxy, row.noProxy);
+        for (const auto& [name, value] : row.environment) ::unsetenv(name);
+    }
 }
 
 TEST(HTTP, redirects) {

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
+#include <initializer_list>
 #include <new>
 #include <optional>
 #include <thread>
@@ -448,6 +450,19 @@ void HTTPEngine::Loop::remove(Transfer& transfer) {
     curl().multiRemove(m_multi, easy.get());
     if (m_spare.size() < spareHandles) m_spare.push_back(std::move(easy));
     m_running.erase(&transfer);
+}
+
+HTTPOptions HTTPOptions::ofEnvironment() {
+    const auto first = [](std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            if (const char* value = std::getenv(name); value && *value) return std::string(value);
+        }
+        return std::string();
+    };
+    HTTPOptions options;
+    options.proxy = first({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
+    options.noProxy = first({"no_proxy", "NO_PROXY"});
+    return options;
 }
 
 HTTPEngine::HTTPEngine(HTTPOptions options)

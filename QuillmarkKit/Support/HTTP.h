@@ -78,6 +78,11 @@ struct HTTPOptions {
     std::string proxy = {};      ///< as libcurl takes it: "http://proxy.example:3128"; empty: none
     std::string noProxy = {};    ///< hosts reached without the proxy, separated by commas
     bool allowLoopback = false;  ///< a redirect may lead to this machine: for tests
+
+    /// With the proxy that the environment names, in `https_proxy` or, for want of it, `all_proxy`, and with
+    /// what `no_proxy` says. Each may stand in capitals, too; small letters come first. An empty variable
+    /// counts as one that isn't set. Reads the environment, which must not change meanwhile.
+    static HTTPOptions ofEnvironment();
 };
 
 /// The engine: https only (TLS 1.2 or later), HTTP/2 where the server speaks it; no cookies, no stored
