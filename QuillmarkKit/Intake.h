@@ -29,11 +29,16 @@ struct Refusal {
     struct Converted {
         bool operator==(const Converted&) const = default;
     };
+    /// A folder in which there is no file that could hold a message.
+    struct EmptyFolder {
+        bool operator==(const EmptyFolder&) const = default;
+    };
     /// Not all of the messages attached inside a message were taken in: see `AttachedMessages`.
     struct AttachedLeftOut {
         bool operator==(const AttachedLeftOut&) const = default;
     };
-    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, AttachedLeftOut> value = NotAnEmail{};
+    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, EmptyFolder, AttachedLeftOut> value =
+        NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };
 

@@ -122,9 +122,10 @@ public:
         std::string path, name;
         std::optional<Refusal> refusal = {};  // of a folder that can't be read
     };
+    File root() const { return {m_root, m_name}; }
     /// The path itself first, whatever is there: of a folder, `enter` is what goes on.
     std::optional<File> next() {
-        if (!std::exchange(m_hasBegun, true)) return File{m_root, m_name};
+        if (!std::exchange(m_hasBegun, true)) return root();
         while (!m_pending.empty()) {
             const std::string path = std::move(m_pending.back());
             m_pending.pop_back();
@@ -197,6 +198,7 @@ std::optional<std::string> MessagePlace::name() const {
 
 struct MailboxReader::State {
     std::optional<FileWalk> walk = {};
+    bool isAnyFound = false;              // of the walk's files
     std::optional<FileBytes> given = {};  // an open descriptor, until it is read
     std::uint64_t bytesRead = 0;
 
@@ -235,9 +237,11 @@ bool MailboxReader::State::openNext(std::optional<Found>& problem) {
             if (!refusal) continue;
         }
         if (refusal) problem = FoundProblem{std::move(*refusal), place};
-        return true;
+        return isAnyFound = true;
     }
-    return false;
+    if (!walk || std::exchange(isAnyFound, true)) return false;
+    problem = FoundProblem{{Refusal::EmptyFolder{}}, {.path = walk->root().path, .file = walk->root().name}};
+    return true;
 }
 
 /// The first message of the file that was opened.

@@ -168,7 +168,10 @@ TEST_F(MailboxReaderTest, folders) {
     EXPECT_EQ(outcomes(path("Mail")), all);
     EXPECT_EQ(outcomes(path("Mail/")), all);
     EXPECT_EQ(outcomes(path("Mail/In/new/.")), List{"2: From: 2"});
-    EXPECT_EQ(outcomes(write("empty/.x", "").substr(0, path("empty").size())), List{});
+    write("empty/.x", "From: h");
+    write("empty/cur/.y", "From: h");
+    EXPECT_EQ(outcomes(path("empty")), List{"empty refused 4"});
+    EXPECT_EQ(MailboxReader::expectedBytes(path("empty")), 0);
 }
 
 TEST_F(MailboxReaderTest, whatIsNoMessage) {

@@ -48,6 +48,7 @@ TEST(Wording, problemLines) {
         problemLine({Refusal::Converted{}}, "a", english)
             .starts_with("“a” doesn’t look like an email: no From, Received or DKIM-Signature header was "
                          "found. It is in a format that keeps messages in pieces"));
+    EXPECT_EQ(problemLine({Refusal::EmptyFolder{}}, "a", english), "No email was found in “a”.");
     EXPECT_EQ(problemLine(none, std::nullopt, english),
               "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
               "the message’s "
