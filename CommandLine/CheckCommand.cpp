@@ -1,17 +1,13 @@
 #include "CommandLine/CheckCommand.h"
 
-#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
@@ -20,22 +16,18 @@
 #include <utility>
 
 #include "CommandLine/CheckInputs.h"
-#include "CommandLine/CheckSummary.h"
+#include "CommandLine/CheckOutput.h"
+#include "CommandLine/CheckSources.h"
 #include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
-#include "CommandLine/Progress.h"
-#include "CommandLine/RecordedRun.h"
 #include "CommandLine/ReportCSV.h"
-#include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/AttachedMessages.h"
-#include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Intake.h"
-#include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Files.h"
-#include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "Wording/TextReport.h"
@@ -45,57 +37,10 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::size_t networkWorkers = 64;  // nearly all of whom wait for answers
 constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
 constexpr std::string_view standardInput = "-";
-constexpr int mostJobs = 256;
-
-/// No line of a report looks like this one.
-constexpr std::string_view betweenReports =
-    "\n================================================================================\n\n";
-
-/// The value of the first of the variables that is set, else empty.
-std::string environment(std::initializer_list<const char*> names) {
-    for (const char* name : names) {
-        if (const char* value = std::getenv(name)) return value;
-    }
-    return {};
-}
-
-/// HTTPS by way of the proxy that the environment names, if it names one.
-std::shared_ptr<HTTP> network() {
-    HTTPOptions options;
-    options.proxy = environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-    options.noProxy = environment({"no_proxy", "NO_PROXY"});
-    return std::make_shared<HTTPEngine>(std::move(options));
-}
-
-/// The user's folder for what can be fetched again (XDG base directories); nothing when the
-/// environment names none.
-std::optional<std::filesystem::path> cacheFolder() {
-    const std::filesystem::path named = environment({"XDG_CACHE_HOME"}), home = environment({"HOME"});
-    if (named.is_absolute()) return named / "quillmark";
-    if (home.is_absolute()) return home / ".cache" / "quillmark";
-    return std::nullopt;
-}
-
-/// How many processor cores this process may use, which can be fewer than the machine has.
-std::size_t cores() {
-    cpu_set_t allowed;
-    CPU_ZERO(&allowed);
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
-        return std::max(1u, std::thread::hardware_concurrency());
-    return static_cast<std::size_t>(CPU_COUNT(&allowed));
-}
-
-std::optional<Tone> toneNamed(std::string_view name) {
-    for (const Tone tone : {Tone::good, Tone::caution, Tone::bad, Tone::unknown}) {
-        if (name == nameOf(tone)) return tone;
-    }
-    return std::nullopt;
-}
 
 /// The tones in a list such as "bad,caution"; nothing when one has another name.
 std::optional<std::set<Tone>> tonesNamed(std::string_view list) {
@@ -108,23 +53,10 @@ std::optional<std::set<Tone>> tonesNamed(std::string_view list) {
     return tones;
 }
 
-std::string unwritable(const std::string& path, const std::string& why) {
-    return "“" + path + "” can’t be written: " + why;
-}
-
-/// What the options say a check is made with.
-struct Sources {
-    std::shared_ptr<DNSResolver> resolver = {};
-    std::shared_ptr<RegistrationLookup> registry = {};
-    std::unique_ptr<RecordedRun> recorded = {};  ///< when the checks are recorded, or were
-    Date now = currentTime();
-    std::size_t workers = cores();
-};
-
 /// Checks what was read, and turns it into what is written.
 class Checker {
 public:
-    Checker(const CheckCommand& command, const Sources& from) : m_command(command), m_from(from) {}
+    Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {}
 
     /// A message and those attached inside it. Never throws.
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input) const {
@@ -203,120 +135,9 @@ private:
     }
 
     const CheckCommand& m_command;
-    const Sources& m_from;
+    const CheckSources& m_from;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
 };
-
-/// Writes what comes of the messages, in their order.
-class CheckOutput {
-public:
-    CheckOutput(const CheckCommand& command, const CheckInputs& inputs)
-        : m_command(command), m_saver(command.reader) {
-        if (command.csv) {
-            m_csv.emplace(*command.csv);
-            m_csv->write(csvHeader());
-        }
-        if (canShowProgress()) m_progress.emplace(command.reader, inputs.expectedBytes());
-    }
-
-    void take(const OrderedRun::Outcome& outcome) {
-        for (const OrderedRun::Message& message : outcome.messages) write(message);
-        m_count += static_cast<std::int64_t>(outcome.messages.size());
-        if (m_progress) m_progress->update(m_count, outcome.bytesRead);
-    }
-
-    /// What is left when all are done. The exit status.
-    int finish() {
-        clearProgress();
-        if (m_command.summary) print(m_summary.text(m_command.reader));
-        if (m_command.save && !m_saver.finish()) m_status = 1;
-        try {
-            const Undisturbed whileWriting;
-            if (m_csv) m_csv->commitAsNew();
-        } catch (const std::filesystem::filesystem_error& error) {
-            writeProblem(unwritable(*m_command.csv, error.code().message()));
-            m_status = 1;
-        }
-        const bool isFailure = m_command.failOn && m_summary.isAnyAsBadAs(*toneNamed(*m_command.failOn));
-        return isFailure ? 3 : m_status;
-    }
-
-private:
-    void write(const OrderedRun::Message& message) {
-        if (!message.hint.empty()) writeProblem(message.hint);
-        if (!message.problem.empty()) {
-            writeProblem(message.problem);
-            m_summary.addProblem();
-            m_status = 1;
-            return;
-        }
-        m_summary.add(message.verdict);
-        if (!message.report.empty()) {
-            if (!m_command.json && !std::exchange(m_isFirst, false)) print(betweenReports);
-            print(message.report);
-        }
-        if (!message.kept.empty()) m_saver.add(message.kept);
-        try {
-            if (!message.row.empty()) m_csv->write(message.row);
-        } catch (const std::filesystem::filesystem_error& error) {
-            giveUp(unwritable(*m_command.csv, error.code().message()));
-        }
-    }
-
-    void print(std::string_view text) {
-        if (!writeOutput(text))
-            giveUp("The reports couldn’t be written: " + std::generic_category().message(errno));
-    }
-
-    /// Without waiting for checks whose reports nobody can have.
-    [[noreturn]] static void giveUp(const std::string& problem) {
-        writeProblem(problem);
-        _exit(1);
-    }
-
-    const CheckCommand& m_command;
-    HistorySaver m_saver;
-    CheckSummary m_summary = {};
-    std::optional<FileReplacement> m_csv = {};
-    std::optional<Progress> m_progress = {};
-    std::int64_t m_count = 0;
-    int m_status = 0;
-    bool m_isFirst = true;
-};
-
-Sources sources(const CheckCommand& command) {
-    Sources sources;
-    std::optional<RecordedRun::Failures> failures;
-    if (command.dnsFile) {
-        FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
-        if (fixed.at) sources.now = *fixed.at;
-        if (fixed.registrations && command.domainAge) {
-            sources.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
-        }
-        failures = std::move(fixed.messages);
-        sources.resolver = std::make_shared<StaticResolver>(
-            std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors),
-            failures ? std::optional("not in the recorded answers") : std::nullopt);
-    } else {
-        const auto http = network();
-        sources.resolver = std::make_shared<DoHResolver>(http);
-        if (command.domainAge) {
-            sources.registry =
-                std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
-        }
-        sources.workers = networkWorkers;
-    }
-    if (command.registrationsFile && command.domainAge) {
-        sources.registry =
-            std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
-    }
-    if (command.at) sources.now = *parsedRFC3339(*command.at);
-    if (command.record || failures) {
-        sources.recorded = std::make_unique<RecordedRun>(
-            sources.resolver, sources.registry, std::move(failures).value_or(RecordedRun::Failures()));
-    }
-    return sources;
-}
 
 /// A fault in the arguments that their parser cannot see, or nothing.
 std::optional<std::string> usageFault(const CheckCommand& command) {
@@ -324,9 +145,6 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         return "standard input (-) can be read only once";
     if (command.only && !tonesNamed(*command.only))
         return "--only takes good, caution, unknown and bad, not “" + *command.only + "”";
-    if (command.failOn && (!toneNamed(*command.failOn) || *command.failOn == "good"))
-        return "--fail-on takes caution, unknown or bad, not “" + *command.failOn + "”";
-    if (command.jobs < 0 || command.jobs > mostJobs) return "--jobs takes a number from 1 to 256";
     if (command.json && command.summary) return "--json and --summary exclude each other";
     if (command.at && !parsedRFC3339(*command.at)) {
         return "--at takes a time such as 2026-11-21T10:00:00Z, not “" + *command.at + "”";
@@ -346,7 +164,7 @@ std::optional<std::string> newFileFault(const std::string& path) {
 }
 
 /// Writes down what the checks were told. False when it could not be, of which it says why.
-bool wroteRecording(const std::string& path, const Sources& from, Date begun) {
+bool wroteRecording(const std::string& path, const CheckSources& from, Date begun) {
     try {
         const std::string json =
             from.recorded->json({.at = from.now, .begun = begun, .ended = currentTime()});
@@ -404,11 +222,10 @@ int CheckCommand::run() const {
         return 2;
     }
     try {
-        const Sources from = sources(*this);
+        const CheckSources from(*this);
         CheckInputs inputs(files, pasted);
-        CheckOutput output(*this, inputs);
-        const std::size_t workers = jobs > 0 ? static_cast<std::size_t>(jobs) : from.workers;
-        checkAll(inputs, Checker(*this, from), output, workers);
+        CheckOutput output(*this, inputs.expectedBytes());
+        checkAll(inputs, Checker(*this, from), output, from.workers);
         const int status = output.finish();
         if (record && !wroteRecording(*record, from, begun)) return 1;
         return status;

@@ -69,6 +69,11 @@ std::int64_t sum(const Counts& counts) {
 
 }  // namespace
 
+std::optional<Tone> toneNamed(std::string_view name) {
+    const auto* const found = std::ranges::find(tones, name, [](Tone tone) { return nameOf(tone); });
+    return found == tones.end() ? std::nullopt : std::optional(*found);
+}
+
 void CheckSummary::add(const Verdict& verdict) {
     ++m_verdicts[{verdict.kind, verdict.tone}];
     const auto tone = static_cast<std::size_t>(verdict.tone);

@@ -3,13 +3,18 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "QuillmarkKit/Report.h"
 #include "Wording/Reader.h"
 
 namespace quillmark {
+
+/// The tone that is called this, as in the report's JSON.
+std::optional<Tone> toneNamed(std::string_view name);
 
 /// Counts verdicts, by their kind and by the domain that signed.
 class CheckSummary {

@@ -32,19 +32,17 @@ const std::vector<CommandTable::Example> examples = {
 const std::vector<CommandTable::Section> sections = {
     {"ENVIRONMENT",
      {"LC_ALL, LC_MESSAGES and LANG choose the language of reports: German, else English. TZ is the time "
-      "zone. "
-      "With NO_COLOR set, or where output is no terminal, nothing is coloured.",
-      "https_proxy and no_proxy name a proxy for the lookups, and what to ask without it.",
+      "zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
+      "https_proxy or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it; "
+      "in capitals, too. An empty variable counts as one that isn't set.",
       "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CACHE_HOME (default: ~/.cache) IANA's "
-      "list "
-      "of registries."}},
+      "list of registries."}},
     {"FILES",
      {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
       "~/.cache/quillmark holds what can be fetched again."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
-      "when "
-      "that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
+      "when that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
       "Reply-To, unless --no-domain-age is given. A sender's SPF record may ask for names that contain the "
       "envelope sender's address. With --dns nobody is asked."}},
     {"SEE ALSO", {"quillmark-desktop(1) is the same in a window."}},
@@ -54,45 +52,44 @@ constexpr const char* checkFooter =
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no "
     "email, or the recording, the history or the CSV file could not be written; 2 wrong arguments or an "
     "unusable answers file; 3 a verdict has the tone of --fail-on or a worse one; 130 after Ctrl-C. From one "
-    "to "
-    "the next less is proven: good, caution, unknown, bad.";
+    "to the next less is proven: good, caution, unknown, bad.";
+
+/// Adds an option with a value, which is called `value` in the help.
+template <typename Variable>
+CLI::Option* add(CLI::App& command, const char* name, Variable& variable, const std::string& value,
+                 const char* purpose) {
+    return command.add_option(name, variable, purpose)->type_name(value);
+}
+
+/// What a value is called, with the likely ones for completions to offer; others may be taken, too.
+std::string suggesting(const std::string& value, const char* choices) { return value + ":{" + choices + "}"; }
 
 void addCheck(CLI::App& app, CheckCommand& check) {
-    CLI::App* command = app.add_subcommand("check", "Check messages and report on each");
+    CLI::App& command = *app.add_subcommand("check", "Check messages and report on each");
     command
-        ->add_option("FILE", check.files, "Messages, mailboxes and folders to check; \"-\" is standard input")
+        .add_option("FILE", check.files, "Messages, mailboxes and folders to check; \"-\" is standard input")
         ->required();
-    command->add_flag("--json", check.json, "Write each report as one line of JSON");
-    command->add_option("--dns", check.dnsFile, "Take DNS answers from a file and ask nobody")
-        ->type_name("FILE");
-    command
-        ->add_option("--registrations", check.registrationsFile,
-                     "Take registration dates of domains from a file")
-        ->type_name("FILE");
-    command->add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
-    command->add_option("--at", check.at, "The time of the check (RFC 3339); default: now")
-        ->type_name("TIME");
-    command
-        ->add_option("--record", check.record,
-                     "Write what the checks were told into a new file, for --dns, to repeat them later")
-        ->type_name("FILE");
-    command->add_flag("--save", check.save, "Add the reports to your history");
-    command->add_flag("--summary", check.summary,
-                      "Write how often each verdict and signing domain came, in place of the reports");
-    command->add_option("--csv", check.csv, "Write a table of the reports into a new file")
-        ->type_name("FILE");
-    command
-        ->add_option("--only", check.only,
-                     "Write and keep the reports of these tones alone, such as bad,caution")
-        ->type_name("TONES");
-    command
-        ->add_option("--fail-on", check.failOn,
-                     "Exit with 3 when a verdict has this tone or proves less: caution, unknown or bad")
-        ->type_name("TONE");
-    command->add_option("--jobs", check.jobs, "How many messages are checked at once; default: as suits")
-        ->type_name("N");
-    command->add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
-    command->footer(checkFooter);
+    command.add_flag("--json", check.json, "Write each report as one line of JSON");
+    add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
+    add(command, "--registrations", check.registrationsFile, "FILE",
+        "Take registration dates of domains from a file");
+    command.add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
+    add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now");
+    add(command, "--record", check.record, "FILE",
+        "Write what the checks were told into a new file, for --dns, to repeat them later");
+    command.add_flag("--save", check.save, "Add the reports to your history");
+    command.add_flag("--summary", check.summary,
+                     "Write how often each verdict and signing domain came, in place of the reports");
+    add(command, "--csv", check.csv, "FILE", "Write a table of the reports into a new file");
+    add(command, "--only", check.only, suggesting("TONES", "good,caution,unknown,bad"),
+        "Write and keep the reports of these tones alone, such as bad,caution");
+    add(command, "--fail-on", check.failOn, "TONE",
+        "Exit with 3 when a verdict has this tone or proves less: caution, unknown or bad")
+        ->check(CLI::IsMember({"caution", "unknown", "bad"}));
+    add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
+        ->check(CLI::Range(1, 256));
+    command.add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
+    command.footer(checkFooter);
 }
 
 constexpr const char* keygenFooter =
@@ -106,67 +103,51 @@ constexpr const char* signingFooter =
     "wrong arguments or an unusable key.";
 
 void addKeygen(CLI::App& app, KeygenCommand& keygen) {
-    CLI::App* command = app.add_subcommand("keygen", "Make a private key and print its DNS record");
-    command->add_option("--type", keygen.type, "rsa or ed25519; default: rsa")
-        ->check(CLI::IsMember({"rsa", "ed25519"}))
-        ->type_name("TYPE");
-    command->add_option("--bits", keygen.bits, "The size of an RSA key, 1024 to 16384; default: 2048")
-        ->check(CLI::Range(1024, 16384))
-        ->type_name("BITS");
-    command->add_option("--out", keygen.out, "The new file for the private key (PEM, PKCS#8, for you alone)")
-        ->required()
-        ->type_name("KEY");
-    command->footer(keygenFooter);
+    CLI::App& command = *app.add_subcommand("keygen", "Make a private key and print its DNS record");
+    add(command, "--type", keygen.type, "TYPE", "rsa or ed25519; default: rsa")
+        ->check(CLI::IsMember({"rsa", "ed25519"}));
+    add(command, "--bits", keygen.bits, "BITS", "The size of an RSA key, 1024 to 16384; default: 2048")
+        ->check(CLI::Range(1024, 16384));
+    add(command, "--out", keygen.out, "KEY", "The new file for the private key (PEM, PKCS#8, for you alone)")
+        ->required();
+    command.footer(keygenFooter);
 }
 
 /// The options of both; the others of a command come before `--time`.
 void addSigning(CLI::App& command, SigningArguments& arguments) {
-    command.add_option("--domain", arguments.domain, "The domain that signs")
-        ->required()
-        ->type_name("DOMAIN");
-    command.add_option("--selector", arguments.selector, "Which of the domain's keys it is")
-        ->required()
-        ->type_name("SELECTOR");
-    command.add_option("--key", arguments.keyFile, "The file of the private key (PEM, PKCS#8 or PKCS#1)")
-        ->required()
-        ->type_name("KEY");
-    command
-        .add_option("--time", arguments.time,
-                    "The time of signing (RFC 3339, or seconds since 1970); without it none is stated")
-        ->type_name("TIME");
+    add(command, "--domain", arguments.domain, "DOMAIN", "The domain that signs")->required();
+    add(command, "--selector", arguments.selector, "SELECTOR", "Which of the domain's keys it is")
+        ->required();
+    add(command, "--key", arguments.keyFile, "KEY", "The file of the private key (PEM, PKCS#8 or PKCS#1)")
+        ->required();
+    add(command, "--time", arguments.time, "TIME",
+        "The time of signing (RFC 3339, or seconds since 1970); without it none is stated");
     command.add_option("FILE", arguments.file, "The message; \"-\" is standard input")->required();
     command.footer(signingFooter);
 }
 
 void addSign(CLI::App& app, SignCommand& sign) {
-    CLI::App* command = app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
-    command
-        ->add_option("--headers", sign.headers,
-                     "The fields to sign, such as from:to:subject; default: all the usual ones there are")
-        ->type_name("NAMES");
-    command
-        ->add_option("--canon", sign.canonicalization,
-                     "How header/body are brought into canonical form; default: relaxed/relaxed")
-        ->type_name("PAIR");
-    command->add_option("--length", sign.length, "Sign only so many bytes of the canonical body")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("N");
-    addSigning(*command, sign);
+    CLI::App& command = *app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
+    add(command, "--headers", sign.headers, "NAMES",
+        "The fields to sign, such as from:to:subject; default: all the usual ones there are");
+    add(command, "--canon", sign.canonicalization,
+        suggesting("PAIR", "relaxed/relaxed,relaxed/simple,simple/relaxed,simple/simple"),
+        "How header/body are brought into canonical form; default: relaxed/relaxed");
+    add(command, "--length", sign.length, "N", "Sign only so many bytes of the canonical body")
+        ->check(CLI::NonNegativeNumber);
+    addSigning(command, sign);
 }
 
 void addSeal(CLI::App& app, SealCommand& seal) {
-    CLI::App* command = app.add_subcommand("seal", "Print a message with a new ARC set on top");
-    command
-        ->add_option("--results", seal.results,
-                     "What your server found, such as \"mx.example; dkim=pass header.d=example.org\"")
-        ->required()
-        ->type_name("TEXT");
-    command
-        ->add_option("--chain", seal.chain,
-                     "Whether the chain so far holds: none, pass or fail; default: none for the first set, "
-                     "pass for later ones, unchecked")
-        ->type_name("VALUE");
-    addSigning(*command, seal);
+    CLI::App& command = *app.add_subcommand("seal", "Print a message with a new ARC set on top");
+    add(command, "--results", seal.results, "TEXT",
+        "What your server found, such as \"mx.example; dkim=pass header.d=example.org\"")
+        ->required();
+    add(command, "--chain", seal.chain, "VALUE",
+        "Whether the chain so far holds: none, pass or fail; default: none for the first set, pass for later "
+        "ones, unchecked")
+        ->check(CLI::IsMember({"none", "pass", "fail"}));
+    addSigning(command, seal);
 }
 
 constexpr const char* historyFooter =

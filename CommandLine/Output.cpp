@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,17 +42,36 @@ bool isUsableTerminal(int descriptor) {
     return terminal && *terminal && std::string_view(terminal) != "dumb" && isatty(descriptor) == 1;
 }
 
+/// As much of the text as stands in one line of the terminal. Wide characters are left out of account, as
+/// there are none in our own words.
+std::string_view fitting(std::string_view text, int descriptor) {
+    winsize size = {};
+    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return text;
+    std::string_view rest = text;
+    // The last column stays empty: some terminals go on to the next line there.
+    for (unsigned column = 1; column < size.ws_col && !rest.empty(); ++column) takeScalar(rest);
+    return text.substr(0, text.size() - rest.size());
+}
+
 }  // namespace
 
-bool writeOutput(std::string_view bytes) {
-    const std::lock_guard lock(outputMutex);
-    takeProgressAway();
-    if (writeAll(STDOUT_FILENO, bytes)) return true;
-    if (errno == EPIPE) _exit(128 + SIGPIPE);
+bool writeOutput(std::string_view bytes, const std::function<void()>& last) {
+    {
+        const std::lock_guard lock(outputMutex);
+        takeProgressAway();
+        if (writeAll(STDOUT_FILENO, bytes)) return true;
+    }
+    const int error = errno;
+    if (last) last();
+    if (error == EPIPE) _exit(128 + SIGPIPE);
+    errno = error;
     return false;
 }
 
-bool outputHasColours() { return !std::getenv("NO_COLOR") && isUsableTerminal(STDOUT_FILENO); }
+bool outputHasColours() {
+    const char* const refused = std::getenv("NO_COLOR");
+    return (!refused || !*refused) && isUsableTerminal(STDOUT_FILENO);
+}
 
 bool canShowProgress() { return isUsableTerminal(STDERR_FILENO); }
 
@@ -59,7 +79,7 @@ void showProgress(std::string_view line) {
     const std::lock_guard lock(outputMutex);
     takeProgressAway();
     isProgressShown = true;
-    writeAll(STDERR_FILENO, forDisplay(line));
+    writeAll(STDERR_FILENO, fitting(forDisplay(line), STDERR_FILENO));
 }
 
 void clearProgress() {
@@ -72,6 +92,10 @@ void writeProblem(std::string_view message) {
     takeProgressAway();
     writeAll(STDERR_FILENO,
              "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
+}
+
+std::string unwritable(const std::string& path, const std::string& why) {
+    return "“" + path + "” can’t be written: " + why;
 }
 
 void occupyStandardDescriptors() {

@@ -162,7 +162,7 @@ int KeygenCommand::run() const {
             const Undisturbed whileWriting;
             createFile(out, key->pem());
         } catch (const std::filesystem::filesystem_error& error) {
-            throw Fault(inputAtFault, "“" + out + "” can’t be written: " + error.code().message());
+            throw Fault(inputAtFault, unwritable(out, error.code().message()));
         }
         print("Name:  SELECTOR._domainkey.DOMAIN\nValue: " + Signer::keyRecord(*key) + "\n");
     });

@@ -1,33 +1,47 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iostream>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "CommandLine/Options.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/UsageProblem.h"
 
 namespace {
 
-/// The arguments after the program's name, in the reverse order that the parser wants. It would take "[a,b]"
-/// for a list (as the value in "--option=[a,b]" in some of its versions only) and "++" for the end of the
-/// command, and allows "--" in few places; the same file under a name that begins with "./" is beyond doubt.
-std::vector<std::string> arguments(int count, char** values) {
+using namespace quillmark;
+
+/// The names of all options that take a value.
+void collectValued(const CommandTable& command, std::set<std::string>& names) {
+    for (const OptionEntry& option : command.options) {
+        if (!option.value.empty()) names.insert(option.names.begin(), option.names.end());
+    }
+    for (const CommandTable& each : command.commands) collectValued(each, names);
+}
+
+/// The arguments in the reverse order that the parser wants. It would take a file called "[a,b]" for a list
+/// and one called "++" for the end of the command, and allows "--" in few places; the same file under a name
+/// that begins with "./" is beyond doubt.
+std::vector<std::string> forParser(const std::vector<std::string>& arguments, const CommandTable& table) {
+    std::set<std::string> valued;
+    collectValued(table, valued);
     std::vector<std::string> list;
-    bool optionsEnded = false;
-    for (int i = 1; i < count; ++i) {
-        std::string argument = values[i];
-        if (argument == "--" && !optionsEnded) {
+    bool optionsEnded = false, isValue = false;
+    for (std::string argument : arguments) {
+        const bool isBeforeValue = !isValue && !optionsEnded && valued.contains(argument);
+        if (argument == "--" && !optionsEnded && !isValue) {
             optionsEnded = true;
             continue;
         }
-        const bool isOption = !optionsEnded && argument.starts_with("--");
-        const auto value = isOption ? argument.find('=') + 1 : 0;  // where it begins; 0 without one, too
         const bool looksLikeEnd = argument == "++";
-        const bool looksLikeList = argument.substr(value).starts_with('[') && argument.ends_with(']');
+        const bool looksLikeList = argument.starts_with('[') && argument.ends_with(']');
         const bool looksLikeOption = optionsEnded && argument.starts_with('-') && argument != "-";
-        if (looksLikeEnd || looksLikeList || looksLikeOption) argument.insert(value, "./");
+        if (!isValue && (looksLikeEnd || looksLikeList || looksLikeOption)) argument.insert(0, "./");
         list.push_back(std::move(argument));
+        isValue = isBeforeValue;
     }
     std::ranges::reverse(list);
     return list;
@@ -36,21 +50,31 @@ std::vector<std::string> arguments(int count, char** values) {
 }  // namespace
 
 int main(int count, char** values) {
-    quillmark::occupyStandardDescriptors();
+    occupyStandardDescriptors();
     CLI::App app;
-    quillmark::Commands commands;
-    quillmark::addCommands(app, commands);
-    try {
-        app.parse(arguments(count, values));
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);  // help or version
-        quillmark::writeProblem(std::string(error.what()) + " (see quillmark --help)");
+    Commands commands;
+    addCommands(app, commands);
+    const CommandTable table = tableOf(app);
+    std::vector<std::string> arguments(values + 1, values + count);
+    if (arguments.empty()) {
+        std::cerr << app.help();
         return 2;
     }
-    quillmark::endOnSignals();
+    if (arguments.front() == "help") {  // "help check" is "check --help"
+        std::ranges::rotate(arguments, arguments.begin() + 1);
+        arguments.back() = "--help";
+    }
+    try {
+        app.parse(forParser(arguments, table));
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) return app.exit(error);  // help or version
+        writeProblem(usageProblem(table, arguments, app.remaining(true), error.what()));
+        return 2;
+    }
+    endOnSignals();
     auto& [check, history, keygen, sign, seal] = commands;
-    check.reader = history.reader = sign.reader = seal.reader = quillmark::Reader::ofEnvironment();
-    if (quillmark::outputHasColours()) check.markers = history.markers = quillmark::Markers::coloured;
+    check.reader = history.reader = sign.reader = seal.reader = Reader::ofEnvironment();
+    if (outputHasColours()) check.markers = history.markers = Markers::coloured;
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("sign")) return sign.run();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -106,6 +107,16 @@ std::vector<JSON> reports(const std::string& output) {
     return list;
 }
 
+/// A folder for the user's data, and the program that uses it.
+struct UserData {
+    Folder folder = {};
+    std::string history = folder / "Quillmark/history.json";
+    UserData() { setenv("XDG_DATA_HOME", (folder / ".").c_str(), 1); }
+    ~UserData() { unsetenv("XDG_DATA_HOME"); }
+    UserData(const UserData&) = delete;
+    UserData& operator=(const UserData&) = delete;
+};
+
 const fs::path samples = QUILLMARK_SAMPLES;
 const bool isEnglish = setenv("LC_ALL", "C", 1) == 0;  // whatever the language of who runs the tests
 constexpr std::string_view plain = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
@@ -196,7 +207,8 @@ TEST(CommandLine, usage) {
         {{"--version"}, 0},
         {{"--help"}, 0},
         {{"check", "--help"}, 0},
-        {{}, 2},
+        {{"help"}, 0},
+        {{"help", "sign"}, 0},
         {{"frobnicate"}, 2},
         {{"check"}, 2},
         {{"check", "--nonsense", mail}, 2},
@@ -220,6 +232,24 @@ TEST(CommandLine, usage) {
         EXPECT_EQ(std::ranges::count(result.problems, '\n'), row.status == 0 ? 0 : 1) << result.problems;
         EXPECT_EQ(result.output.empty(), row.status != 0);
     }
+    EXPECT_TRUE(run({}).problems.starts_with("Usage: quillmark COMMAND"));
+    EXPECT_EQ(run({"help", "sign"}).output, run({"sign", "--help"}).output);
+    // Who mistypes something is told what it could be.
+    const std::pair<std::vector<std::string>, std::string> mistakes[] = {
+        {{"chek", mail}, "there is no command “chek”; did you mean check? (see quillmark --help)"},
+        {{mail},
+         "“" + mail + "” is no command; to check it: quillmark check " + mail + " (see quillmark --help)"},
+        {{"check", "--jsn"}, "there is no option “--jsn”; did you mean --json? (see quillmark check --help)"},
+        {{"check", mail, "--fail=bad"}, "there is no option “--fail=bad” (see quillmark check --help)"},
+        {{"version"}, "there is no command “version”; did you mean --version? (see quillmark --help)"},
+        {{"-x"}, "there is no option “-x” (see quillmark --help)"},
+        {{"history", "lsit"},
+         "there is no command “lsit”; did you mean list? (see quillmark history --help)"},
+        {{"history"}, "what shall be done? One of list, show, remove, clear (see quillmark history --help)"},
+        {{"check"}, "FILE is required (see quillmark check --help)"},
+    };
+    for (const auto& [arguments, problem] : mistakes)
+        EXPECT_EQ(run(arguments).problems, "quillmark: " + problem + "\n");
     // An answers file that cannot be used is named, and the place of its fault.
     const std::pair<std::string, std::string> files[] = {
         {folder / "missing", "No such file or directory"},
@@ -234,7 +264,9 @@ TEST(CommandLine, usage) {
                   "quillmark: “" + file + "” can’t be used: " + fault + "\n");
     }
     EXPECT_EQ(run({"check", mail, "--dns=[a,b]"}).problems,  // one file, not two
-              "quillmark: “./[a,b]” can’t be used: No such file or directory\n");
+              "quillmark: “[a,b]” can’t be used: No such file or directory\n");
+    EXPECT_EQ(run({"check", mail, "--dns", "[a,b]"}).problems,
+              "quillmark: “[a,b]” can’t be used: No such file or directory\n");
 }
 
 TEST(CommandLine, inputsThatCannotBeRead) {
@@ -262,6 +294,11 @@ TEST(CommandLine, inputsThatCannotBeRead) {
     ASSERT_EQ(good2.size(), 3u);
     EXPECT_EQ(good2[0]["fileName"], "[good]");
     EXPECT_NE(good2[0]["id"], good2[1]["id"]);
+
+    fs::create_directories(folder / "Mail/.hidden");
+    const Ended nothing = run({"check", "--dns", dns, folder / "Mail"});
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_EQ(nothing.problems, "quillmark: No email was found in “Mail”.\n");
 
     const Ended pasted = run({"check", "--dns", dns, "-"}, empty);
     EXPECT_EQ(pasted.status, 1);
@@ -531,7 +568,8 @@ TEST(CommandLine, manyFilesStayInOrder) {
 }
 
 TEST(CommandLine, interruptedAndCutOff) {
-    const Folder folder;
+    const UserData data;
+    const Folder& folder = data.folder;
     const std::string fifo = folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string dns = folder.write("dns.json", R"({"answers":{}})");
@@ -542,20 +580,60 @@ TEST(CommandLine, interruptedAndCutOff) {
     EXPECT_EQ(ended(child), 130);
     EXPECT_EQ(contents(folder / "err"), "");
 
-    // A reader that goes away after the first line ends the program without a word.
+    // A reader that goes away after the first line ends the program without a word; what was checked is kept.
     std::string files;
     for (int i = 0; i < 2000; ++i) files += " " + folder.write("m", plain);
     const std::string command = std::string("set -o pipefail; ") + QUILLMARK_PROGRAM +
-                                " check --json --dns " + dns + files + " 2>" + (folder / "err") +
+                                " check --json --save --dns " + dns + files + " 2>" + (folder / "err") +
                                 " | head -n 1 >/dev/null";
     const int status = std::system(("bash -c '" + command + "'").c_str());
     EXPECT_EQ(WEXITSTATUS(status), 141);
     EXPECT_EQ(contents(folder / "err"), "");
 
+    EXPECT_FALSE(HistoryFile{data.history}.load({}).reports.empty());
+
     const pid_t full = started({"check", "--dns", dns, folder / "m"}, "/dev/full", folder / "err");
     EXPECT_EQ(ended(full), 1);
     EXPECT_EQ(contents(folder / "err"),
               "quillmark: The reports couldn’t be written: No space left on device\n");
+}
+
+/// Colours unless they are unwanted, and a line of progress that is no wider than the terminal.
+TEST(CommandLine, onATerminal) {
+    const Folder folder;
+    const std::string dns = folder.write("dns.json", R"({"answers":{}})"), fifo = folder / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    setenv("TERM", "xterm", 1);
+    for (const std::string unwanted : {"", "1"}) {
+        setenv("NO_COLOR", unwanted.c_str(), 1);
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+        ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+        const winsize size{.ws_row = 24, .ws_col = 20, .ws_xpixel = 0, .ws_ypixel = 0};
+        ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+        const std::string name = ptsname(terminal);
+        const pid_t child = started({"check", "--dns", dns, fifo}, name, name);
+        auto shown = std::async(std::launch::async, [terminal] {
+            std::string all(1 << 16, '\0');
+            std::size_t count = 0;
+            while (const auto more = read(terminal, all.data() + count, all.size() - count)) {
+                if (more < 0) break;  // nobody has it open any more
+                count += static_cast<std::size_t>(more);
+            }
+            return all.substr(0, count);
+        });
+        std::ofstream mailbox(fifo);
+        const std::string separator = "From a@b Mon Jan  5 10:12:00 2026\n";
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));  // before that there is no progress
+        mailbox << separator << plain << "\n" << separator << plain;
+        mailbox.close();
+        EXPECT_EQ(ended(child), 0);
+        const std::string text = shown.get();
+        EXPECT_NE(text.find("\n1 message checked, \r\x1B[K"), std::string::npos) << text;
+        EXPECT_EQ(text.find("\x1B[1;") == std::string::npos, !unwanted.empty()) << text;
+        close(terminal);
+    }
+    unsetenv("NO_COLOR");
+    unsetenv("TERM");
 }
 
 TEST(CommandLine, noFileStandsInForAClosedStream) {
@@ -708,16 +786,6 @@ TEST(CommandLine, refusesToSign) {
     }
     EXPECT_FALSE(fs::exists(folder / "new"));
 }
-
-/// A folder for the user's data, and the program that uses it.
-struct UserData {
-    Folder folder = {};
-    std::string history = folder / "Quillmark/history.json";
-    UserData() { setenv("XDG_DATA_HOME", (folder / ".").c_str(), 1); }
-    ~UserData() { unsetenv("XDG_DATA_HOME"); }
-    UserData(const UserData&) = delete;
-    UserData& operator=(const UserData&) = delete;
-};
 
 TEST(CommandLine, history) {
     const UserData data;

@@ -106,6 +106,10 @@ TEST(Completions, bashCompletes) {
              {"quillmark keygen --type e", "ed25519"},
              {"quillmark keygen --type = \"\"", "rsa ed25519"},
              {"quillmark sign --json", ""},
+             {"quillmark sign --canon s", "simple/relaxed simple/simple"},
+             {"quillmark seal --chain p", "pass"},
+             {"quillmark check --fail-on \"\"", "caution unknown bad"},
+             {"quillmark check --only g", "good"},
          }) {
         EXPECT_EQ(offered(folder, row.words), row.offered) << row.words;
     }

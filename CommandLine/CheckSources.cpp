@@ -1,0 +1,77 @@
+#include "CommandLine/CheckSources.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "CommandLine/CurrentTime.h"
+#include "CommandLine/FixedAnswers.h"
+#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/Support/HTTP.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t networkWorkers = 64;  // nearly all of whom wait for answers
+
+/// The user's folder for what can be fetched again (XDG base directories); nothing when the
+/// environment names none.
+std::optional<std::filesystem::path> cacheFolder() {
+    const auto folder = [](const char* variable) {
+        const char* const value = std::getenv(variable);
+        return std::filesystem::path(value ? value : "");
+    };
+    const auto named = folder("XDG_CACHE_HOME"), home = folder("HOME");
+    if (named.is_absolute()) return named / "quillmark";
+    if (home.is_absolute()) return home / ".cache" / "quillmark";
+    return std::nullopt;
+}
+
+/// How many processor cores this process may use, which can be fewer than the machine has.
+std::size_t cores() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+        return std::max(1u, std::thread::hardware_concurrency());
+    return static_cast<std::size_t>(CPU_COUNT(&allowed));
+}
+
+}  // namespace
+
+CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), workers(cores()) {
+    std::optional<RecordedRun::Failures> failures;
+    if (command.dnsFile) {
+        FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
+        if (fixed.at) now = *fixed.at;
+        if (fixed.registrations && command.domainAge)
+            registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
+        failures = std::move(fixed.messages);
+        resolver = std::make_shared<StaticResolver>(
+            std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors),
+            failures ? std::optional("not in the recorded answers") : std::nullopt);
+    } else {
+        const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
+        resolver = std::make_shared<DoHResolver>(http);
+        if (command.domainAge)
+            registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+        workers = networkWorkers;
+    }
+    if (command.registrationsFile && command.domainAge) {
+        registry =
+            std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
+    }
+    if (command.jobs > 0) workers = static_cast<std::size_t>(command.jobs);
+    if (command.at) now = *parsedRFC3339(*command.at);
+    if (command.record || failures) {
+        recorded = std::make_unique<RecordedRun>(resolver, registry,
+                                                 std::move(failures).value_or(RecordedRun::Failures()));
+    }
+}
+
+}  // namespace quillmark

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "CommandLine/CheckCommand.h"
+#include "CommandLine/RecordedRun.h"
+#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Support/Date.h"
+
+namespace quillmark {
+
+/// What the options say that checks are made with: the network, or what was read from files.
+struct CheckSources {
+    /// The options must be without fault. Throws `AnswersFileError`.
+    explicit CheckSources(const CheckCommand& command);
+
+    std::shared_ptr<DNSResolver> resolver = {};
+    std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
+    std::unique_ptr<RecordedRun> recorded = {};         ///< when the checks are recorded, or were
+    Date now;
+    std::size_t workers;  ///< how many messages are checked at once
+};
+
+}  // namespace quillmark
