@@ -7,8 +7,6 @@
 #include <QClipboard>
 #include <QDragEnterEvent>
 #include <QLabel>
-#include <QLineEdit>
-#include <QListView>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMimeData>
@@ -19,6 +17,7 @@
 #include <QStackedWidget>
 #include <QToolButton>
 
+#include "Quillmark/ListPanel.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/ReportView.h"
@@ -73,7 +72,6 @@ protected:
     }
 };
 
-constexpr int spinMilliseconds = 80;
 constexpr int progressSteps = 1000;
 
 QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
@@ -105,8 +103,7 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     m_splitter->addWidget(buildListSide());
     m_splitter->addWidget(buildReportSide());
     m_splitter->setStretchFactor(1, 1);
-    const int letter = fontMetrics().averageCharWidth();
-    m_splitter->setSizes({34 * letter, 110 * letter});
+    setTable(false);
     layout->addWidget(m_splitter, 1);
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
@@ -156,6 +153,11 @@ void MainView::buildMenus() {
     toggle->setChecked(true);
     connect(toggle, &QAction::toggled, this, &MainView::refreshListSide);
     connect(&m_list, &ReportList::entriesChanged, this, &MainView::refreshListSide);
+    QAction* table =
+        add(view, Command::showTable, m_words("Show as Table"), QKeySequence(Qt::CTRL | Qt::Key_T));
+    table->setCheckable(true);
+    connect(table, &QAction::toggled, this, &MainView::setTable);
+    m_sortMenu = view->addMenu(m_words("Sort by"));
     view->addSeparator();
     add(view, Command::expandAll, m_words("Expand All Details"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_D));
@@ -257,37 +259,10 @@ QWidget* MainView::buildProblemLine() {
 }
 
 QWidget* MainView::buildListSide() {
-    m_listSide = new QWidget;
-    auto* layout = new QVBoxLayout(m_listSide);
-    layout->setContentsMargins(0, 0, 0, 0);
-    m_filter = new QLineEdit;
-    m_filter->setObjectName(QStringLiteral("filter"));
-    m_filter->setPlaceholderText(m_words("Filter"));
-    m_filter->setAccessibleName(m_words("Filter the list"));
-    m_filter->setClearButtonEnabled(true);
-    m_filter->setAcceptDrops(false);  // what is dropped on the window is a message
-    layout->addWidget(m_filter);
-    m_listView = new QListView;
-    m_listView->setAccessibleName(m_words("Checked messages"));
-    m_listView->setModel(&m_list);
-    auto* delegate = new ReportListDelegate(m_listView);
-    m_listView->setItemDelegate(delegate);
-    m_spin.setInterval(spinMilliseconds);
-    connect(&m_spin, &QTimer::timeout, this, [this, delegate] {
-        delegate->turn();
-        m_listView->viewport()->update();
-    });
-    m_listView->setUniformItemSizes(true);
-    m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_listView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    layout->addWidget(m_listView, 1);
-    m_listSide->setMinimumWidth(20 * fontMetrics().averageCharWidth());
-    connect(m_filter, &QLineEdit::textChanged, this, [this](const QString& text) { m_list.setFilter(text); });
-    connect(m_listView->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex& current) {
-                if (m_isSelecting || !current.isValid()) return;
-                emit chosen(m_list.entry(current).id);
-            });
+    m_listSide = new ListPanel(m_list, m_words);
+    connect(m_listSide, &ListPanel::chosen, this, &MainView::chosen);
+    connect(m_listSide, &ListPanel::opened, this, [this] { m_reportView->setFocus(); });
+    m_sortMenu->addActions(m_listSide->sortMenu()->actions());
     return m_listSide;
 }
 
@@ -343,6 +318,17 @@ void MainView::refreshListSide() {
     m_listSide->setVisible(action(Command::toggleList)->isChecked() && m_list.allCount() > 0);
 }
 
+QListView* MainView::listView() const { return m_listSide->listView(); }
+
+// The list stands beside the report, a table above it.
+void MainView::setTable(bool isTable) {
+    m_listSide->setTable(isTable);
+    m_splitter->setOrientation(isTable ? Qt::Vertical : Qt::Horizontal);
+    const int letter = fontMetrics().averageCharWidth();
+    m_splitter->setSizes(isTable ? QList<int>{2 * height() / 5, 3 * height() / 5}
+                                 : QList<int>{34 * letter, 110 * letter});
+}
+
 void MainView::setProblem(const QString& line) {
     m_problemText->setContents(line);
     m_problemLine->setAccessibleName(line);
@@ -356,11 +342,7 @@ QString MainView::problem() const { return m_problemText->toPlainText(); }
 
 void MainView::setRunning(const Running& running) {
     m_busyRow->setVisible(running.count > 0);
-    if (running.count == 0) {
-        m_spin.stop();
-    } else if (!m_spin.isActive()) {
-        m_spin.start();
-    }
+    m_listSide->setRunning(running.count > 0);
     action(Command::cancelChecks)->setEnabled(running.count > 0);
     m_progress->setRange(0, running.part > 0 ? progressSteps : 0);
     m_progress->setValue(static_cast<int>(running.part * progressSteps));
@@ -372,16 +354,7 @@ void MainView::setRunning(const Running& running) {
                                                      static_cast<std::int64_t>(running.count)));
 }
 
-void MainView::select(const std::optional<UUID>& id) {
-    m_isSelecting = true;
-    const QModelIndex index = id ? m_list.indexOf(*id) : QModelIndex();
-    if (index.isValid()) {
-        m_listView->setCurrentIndex(index);
-    } else {
-        m_listView->selectionModel()->clear();
-    }
-    m_isSelecting = false;
-}
+void MainView::select(const std::optional<UUID>& id) { m_listSide->select(id); }
 
 void MainView::showReport(const ReportContent& content) {
     m_reportView->setContent(content);
@@ -397,8 +370,7 @@ void MainView::showRunning(const QString& name) {
 
 void MainView::focusFilter() {
     action(Command::toggleList)->setChecked(true);
-    m_filter->setFocus(Qt::ShortcutFocusReason);
-    m_filter->selectAll();
+    m_listSide->focusFilter();
 }
 
 std::vector<std::pair<QString, QString>> MainView::shortcuts() const {

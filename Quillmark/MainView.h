@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QMainWindow>
-#include <QTimer>
 #include <array>
 #include <optional>
 
@@ -10,8 +9,8 @@
 #include "Quillmark/ReportList.h"
 
 class QLabel;
-class QLineEdit;
 class QListView;
+class QMenu;
 class QProgressBar;
 class QPushButton;
 class QSplitter;
@@ -22,6 +21,7 @@ class EditActions;
 
 namespace quillmark {
 
+class ListPanel;
 class PlainText;
 class ReportView;
 
@@ -43,6 +43,7 @@ enum class Command {
     removeFromHistory,
     cancelChecks,
     toggleList,
+    showTable,
     expandAll,
     foldAll,
     zoomIn,
@@ -53,7 +54,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 25;
+constexpr std::size_t commandCount = 26;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -64,7 +65,8 @@ public:
     MainView(ReportList& list, const Words& words, QWidget* parent = nullptr);
 
     QAction* action(Command command) const { return m_actions[static_cast<std::size_t>(command)]; }
-    QListView* listView() const { return m_listView; }
+    ListPanel* listPanel() const { return m_listSide; }
+    QListView* listView() const;
     ReportView* reportView() const { return m_reportView; }
 
     /// The line above the list; empty takes it away.
@@ -111,15 +113,15 @@ private:
     QWidget* buildDropArea();
     void light(bool on);
     void refreshListSide();
+    void setTable(bool isTable);
 
     ReportList& m_list;
     Words m_words;
     std::array<QAction*, commandCount> m_actions = {};
     window_baseline::EditActions* m_edit = nullptr;
     QSplitter* m_splitter = nullptr;
-    QWidget* m_listSide = nullptr;
-    QListView* m_listView = nullptr;
-    QLineEdit* m_filter = nullptr;
+    ListPanel* m_listSide = nullptr;
+    QMenu* m_sortMenu = nullptr;
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
     QLabel* m_runningName = nullptr;
@@ -129,8 +131,6 @@ private:
     QProgressBar* m_progress = nullptr;
     QLabel* m_busyText = nullptr;
     QWidget* m_dropLight = nullptr;
-    QTimer m_spin;  // turns the marks of running checks
-    bool m_isSelecting = false;
 };
 
 }  // namespace quillmark

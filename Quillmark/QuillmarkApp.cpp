@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDesktopServices>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLocale>
@@ -39,12 +40,14 @@ constexpr std::size_t longestHeaderRead = 100'000;
 /// Files of one drop that are read at the drop, all together, in bytes: many a mail program deletes what it
 /// handed over, and so little takes no time.
 constexpr std::int64_t mostReadAtDrop = 16'000'000;
+/// After the list was made anew it is left alone for so many times as long, at most for so many milliseconds.
+constexpr qint64 restAfterList = 8, longestRest = 200;
 constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
 /// What the PDF holds of one text, in bytes, and of one list.
 constexpr ReportCaps paperCaps{1'000, 100};
 constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
-constexpr const char* zoomKey = "zoom";
+constexpr const char *zoomKey = "zoom", *tableKey = "table";
 
 QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
 
@@ -111,12 +114,7 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     : m_model(model),
       m_surroundings(std::move(surroundings)),
       m_words(words),
-      m_list(
-          [this](const ListEntry& entry) -> const ProofReport* {
-              const auto found = m_reports.find(entry.id);
-              return found == m_reports.end() ? nullptr : found->second.get();
-          },
-          m_surroundings.now, words),
+      m_list(m_surroundings.now, words),
       m_window(m_list, words),
       m_font(QApplication::font()) {
     m_window.setWindowIcon(programIcon());
@@ -126,6 +124,8 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     });
     new window_baseline::WindowReader(&m_window, *m_surroundings.settings, "window");
     zoom(m_surroundings.settings->value(QLatin1String(zoomKey), 1.0).toDouble());
+    m_window.action(Command::showTable)
+        ->setChecked(m_surroundings.settings->value(QLatin1String(tableKey), false).toBool());
     connect(&m_window, &MainView::commanded, this, &QuillmarkApp::perform);
     connect(&m_window, &MainView::received, this, &QuillmarkApp::receive);
     connect(&m_window, &MainView::chosen, &m_model, &AppModel::select);
@@ -146,7 +146,11 @@ void QuillmarkApp::connectModel() {
         timer->setInterval(0);
         connect(timer, &QTimer::timeout, this, refresh);
     }
-    const auto later = [](QTimer& timer) { return [&timer] { timer.start(); }; };
+    const auto later = [](QTimer& timer) {
+        return [&timer] {
+            if (!timer.isActive()) timer.start();
+        };
+    };
     connect(&m_model, &AppModel::sessionChanged, this, later(m_listTimer));
     connect(&m_model, &AppModel::historyChanged, this, later(m_listTimer));
     connect(&m_model, &AppModel::selectionChanged, this, later(m_selectionTimer));
@@ -167,23 +171,27 @@ void QuillmarkApp::connectModel() {
 }
 
 void QuillmarkApp::refreshList() {
-    m_reports.clear();
-    m_saved.clear();
-    std::vector<ListEntry> entries;
-    for (const AppModel::Row& row : m_model.session()) {
-        const bool isNew = row.isRunning || !row.report;
-        entries.push_back({isNew ? ListEntry::Kind::running : ListEntry::Kind::session, row.id,
-                           QString::fromStdString(row.name.value_or("")), row.found});
-        if (row.report) m_reports[row.id] = row.report;
-    }
+    QElapsedTimer taken;
+    taken.start();
     const auto& history = m_model.history();
+    std::vector<ListEntry> entries;
+    entries.reserve(m_model.session().size() + history.size());
+    for (const AppModel::Row& row : m_model.session()) {
+        if (row.isRunning || !row.report) {
+            const QString name = QString::fromStdString(row.name.value_or(""));
+            entries.push_back({ListEntry::Kind::running, row.id, name, row.found, {}});
+        } else {
+            entries.push_back({ListEntry::Kind::session, row.id, {}, 0, row.report});
+        }
+    }
     for (auto each = history.rbegin(); each != history.rend(); ++each) {
-        m_saved[(*each)->id] = *each;
-        if (!m_reports.try_emplace((*each)->id, *each).second) continue;  // a row of this run has it
-        entries.push_back({ListEntry::Kind::history, (*each)->id, {}});
+        const AppModel::Row* row = m_model.row((*each)->id);  // one of this run has it already
+        if (!row || !row->report) entries.push_back({ListEntry::Kind::history, (*each)->id, {}, 0, *each});
     }
     m_list.setEntries(std::move(entries));
     refreshSelection();
+    // While a mailbox is checked a long list is not made more often than somebody can see.
+    m_listTimer.setInterval(static_cast<int>(std::min(restAfterList * taken.elapsed(), longestRest)));
 }
 
 SharedReport QuillmarkApp::selectedReport() const {
@@ -225,7 +233,7 @@ void QuillmarkApp::refreshCommands() {
     m_window.reportView()->offerRecheck(canRecheck);
     m_window.action(Command::removeFromList)->setEnabled(selected() && m_model.row(*selected()));
     m_window.action(Command::removeFromHistory)
-        ->setEnabled(selected() && m_saved.contains(*selected()) &&
+        ->setEnabled(selected() && m_model.isInHistory(*selected()) &&
                      m_model.historyState() == AppModel::HistoryState::ready);
 }
 
@@ -285,6 +293,9 @@ void QuillmarkApp::perform(Command command) {
             return;
         case Command::toggleList:
             return;  // the window does it
+        case Command::showTable:
+            return m_surroundings.settings->setValue(QLatin1String(tableKey),
+                                                     m_window.action(command)->isChecked());
         case Command::expandAll:
         case Command::foldAll:
             return m_window.reportView()->expandAll(command == Command::expandAll);

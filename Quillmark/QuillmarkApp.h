@@ -5,7 +5,6 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <functional>
-#include <map>
 #include <optional>
 
 #include "Quillmark/AppModel.h"
@@ -67,8 +66,6 @@ private:
     AppModel& m_model;
     Surroundings m_surroundings;
     Words m_words;
-    std::map<UUID, SharedReport> m_reports;  // all that the list shows
-    std::map<UUID, SharedReport> m_saved;
     ReportList m_list;
     MainView m_window;
     QTimer m_listTimer, m_selectionTimer;  // one refresh for a burst of changes

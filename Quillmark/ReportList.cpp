@@ -1,8 +1,9 @@
 #include "Quillmark/ReportList.h"
 
-#include <QApplication>
-#include <QPainter>
+#include <QCollator>
 #include <algorithm>
+#include <span>
+#include <utility>
 
 #include "Quillmark/Tones.h"
 #include "QuillmarkKit/Support/Date.h"
@@ -14,60 +15,155 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t longestSearched = 1'000;  // bytes of one field
+constexpr std::size_t longestSortedBy = 200;    // the same
+
+QString beginning(std::string_view text, std::size_t limit) {
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(std::min(text.size(), limit)));
+}
 
 bool holds(std::string_view text, const QString& part) {
-    return QString::fromStdString(std::string(text.substr(0, longestSearched)))
-        .contains(part, Qt::CaseInsensitive);
+    return beginning(text, longestSearched).contains(part, Qt::CaseInsensitive);
+}
+
+/// The domain of a signature that holds; empty without one.
+std::string_view signedBy(const Verdict& verdict) {
+    using enum VerdictKind;
+    const bool holds =
+        verdict.kind == verified || verdict.kind == verifiedHeadersOnly || verdict.kind == signedByOther;
+    return holds ? std::string_view(verdict.domain) : std::string_view();
+}
+
+/// What a text column is sorted by.
+std::string_view sortText(const ProofReport& report, ReportList::Column column) {
+    switch (column) {
+        case ReportList::fromColumn:
+            return report.summary.from.empty() ? std::string_view() : report.summary.from.front().address;
+        case ReportList::signedByColumn:
+            return signedBy(report.verdict);
+        case ReportList::fileColumn:
+            return report.fileName ? std::string_view(*report.fileName) : std::string_view();
+        default:
+            return report.summary.subject;
+    }
+}
+
+/// What the others are sorted by: the verdicts of which least is proven first.
+std::int64_t sortNumber(const ProofReport& report, ReportList::Column column) {
+    if (column == ReportList::checkedColumn) return report.checkedAt.time_since_epoch().count();
+    if (column == ReportList::dateColumn)
+        return report.summary.date.value_or(Date::min()).time_since_epoch().count();
+    static constexpr std::array tones{Tone::bad, Tone::unknown, Tone::caution, Tone::good};
+    const auto rank = std::ranges::find(tones, report.verdict.tone) - tones.begin();
+    return 100 * rank - static_cast<std::int64_t>(report.verdict.kind);
+}
+
+/// Sorts by what `key` gives of a row; equal ones keep their order.
+template <typename Key>
+void sortBy(std::span<ListEntry> rows, Qt::SortOrder order, const Key& key) {
+    std::vector<std::pair<decltype(key(rows.front())), std::size_t>> keys;
+    keys.reserve(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) keys.emplace_back(key(rows[i]), i);
+    std::ranges::stable_sort(keys, [&](const auto& a, const auto& b) {
+        return order == Qt::AscendingOrder ? a.first < b.first : b.first < a.first;
+    });
+    std::vector<ListEntry> sorted;
+    sorted.reserve(rows.size());
+    for (const auto& each : keys) sorted.push_back(std::move(rows[each.second]));
+    std::ranges::move(sorted, rows.begin());
 }
 
 }  // namespace
 
-ReportList::ReportList(Find find, std::function<Date()> now, const Words& words, QObject* parent)
-    : QAbstractListModel(parent), m_find(std::move(find)), m_now(std::move(now)), m_words(words) {}
+ReportList::ReportList(std::function<Date()> now, const Words& words, QObject* parent)
+    : QAbstractTableModel(parent), m_now(std::move(now)), m_words(words) {}
 
 void ReportList::setEntries(std::vector<ListEntry> entries) {
     m_all = std::move(entries);
     m_cautions.clear();
-    show(filtered());
+    refresh();
     emit entriesChanged();
 }
 
 void ReportList::setFilter(const QString& text) {
     m_filter = text.trimmed();
-    show(filtered());
+    refresh();
 }
 
-void ReportList::show(std::vector<ListEntry> rows) {
-    if (rows == m_rows) {  // the same rows: a view keeps its selection and its place
-        if (!m_rows.empty()) emit dataChanged(index(0), index(static_cast<int>(m_rows.size()) - 1));
-        return;
-    }
-    beginResetModel();
-    m_rows = std::move(rows);
-    endResetModel();
+void ReportList::setTones(std::set<Tone> tones) {
+    m_tones = std::move(tones);
+    refresh();
 }
 
-std::vector<ListEntry> ReportList::filtered() const {
+void ReportList::setHeadings(bool areShown) {
+    m_hasHeadings = areShown;
+    refresh();
+}
+
+void ReportList::sort(int column, Qt::SortOrder order) {
+    if (column < 0 || column >= columns || (column == m_sortColumn && order == m_sortOrder)) return;
+    m_sortColumn = static_cast<Column>(column);
+    m_sortOrder = order;
+    refresh();
+    emit sorted();
+}
+
+bool ReportList::isAsGiven() const {
+    return m_sortColumn == checkedColumn && m_sortOrder == Qt::DescendingOrder;
+}
+
+void ReportList::refresh() {
     std::vector<ListEntry> rows;
-    bool inHistory = false, inSession = false;
+    rows.reserve(m_all.size() + 2);
+    m_counts = {};
+    const bool hasHeadings = m_hasHeadings && isAsGiven();
+    bool inHistory = !hasHeadings, inSession = !hasHeadings;
     for (const ListEntry& each : m_all) {
         if (!passes(each)) continue;
+        if (each.isReport()) {
+            const Tone tone = each.report->verdict.tone;
+            ++m_counts[static_cast<std::size_t>(tone)];
+            if (!m_tones.empty() && !m_tones.contains(tone)) continue;
+        }
         const bool isSaved = each.kind == ListEntry::Kind::history;
         if (isSaved && !std::exchange(inHistory, true)) rows.push_back({ListEntry::Kind::historyHeading});
         if (!isSaved && !std::exchange(inSession, true)) rows.push_back({ListEntry::Kind::sessionHeading});
         rows.push_back(each);
     }
-    return rows;
+    if (!isAsGiven()) order(rows);
+    if (rows == m_rows) {  // the same rows: a view keeps its selection and its place
+        if (!rows.empty()) emit dataChanged(index(0, 0), index(rowCount() - 1, columns - 1));
+    } else {
+        beginResetModel();
+        m_rows = std::move(rows);
+        endResetModel();
+    }
+    emit filtered();
+}
+
+void ReportList::order(std::vector<ListEntry>& rows) const {
+    const std::span<ListEntry> reports = std::ranges::stable_partition(
+        rows, [](const ListEntry& each) { return each.kind == ListEntry::Kind::running; });
+    if (m_sortColumn == verdictColumn || m_sortColumn == dateColumn || m_sortColumn == checkedColumn) {
+        return sortBy(reports, m_sortOrder,
+                      [&](const ListEntry& each) { return sortNumber(*each.report, m_sortColumn); });
+    }
+    QCollator collator(m_words.reader.language == Language::german ? QLocale::German : QLocale::English);
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    collator.setNumericMode(true);  // "message 2" before "message 12"
+    sortBy(reports, m_sortOrder, [&](const ListEntry& each) {
+        const std::string_view text = sortText(*each.report, m_sortColumn);
+        const bool isLast = text.empty() == (m_sortOrder == Qt::AscendingOrder);
+        return std::pair(isLast, collator.sortKey(beginning(text, longestSortedBy)));
+    });
 }
 
 bool ReportList::passes(const ListEntry& entry) const {
     if (m_filter.isEmpty()) return true;
     if (entry.kind == ListEntry::Kind::running) return entry.name.contains(m_filter, Qt::CaseInsensitive);
-    const ProofReport* report = m_find(entry);
-    if (!report) return false;
-    if (holds(report->summary.subject, m_filter) || holds(report->verdict.domain, m_filter)) return true;
-    if (report->fileName && holds(*report->fileName, m_filter)) return true;
-    const auto& from = report->summary.from;
+    const ProofReport& report = *entry.report;
+    if (holds(report.summary.subject, m_filter) || holds(report.verdict.domain, m_filter)) return true;
+    if (report.fileName && holds(placeName(*report.fileName, m_words.reader), m_filter)) return true;
+    const auto& from = report.summary.from;
     return std::any_of(
         from.begin(), from.begin() + static_cast<std::ptrdiff_t>(std::min(from.size(), mostRows)),
         [&](const MailAddress& each) {
@@ -84,50 +180,111 @@ const ListEntry& ReportList::entry(const QModelIndex& index) const {
 QModelIndex ReportList::indexOf(const UUID& id) const {
     const auto found = std::ranges::find_if(
         m_rows, [&](const ListEntry& each) { return !each.isHeading() && each.id == id; });
-    return found == m_rows.end() ? QModelIndex() : index(static_cast<int>(found - m_rows.begin()));
+    return found == m_rows.end() ? QModelIndex() : index(static_cast<int>(found - m_rows.begin()), 0);
 }
 
 int ReportList::rowCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
 }
 
+int ReportList::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : columns; }
+
+QVariant ReportList::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+    switch (section) {
+        case subjectColumn:
+            return m_words("Subject");
+        case verdictColumn:
+            return m_words("Verdict");
+        case fromColumn:
+            return m_words("From");
+        case signedByColumn:
+            return m_words("Signed by");
+        case dateColumn:
+            return m_words("Date");
+        case fileColumn:
+            return m_words("File");
+        case checkedColumn:
+            return m_words("Checked");
+        default:
+            return {};
+    }
+}
+
 QVariant ReportList::data(const QModelIndex& index, int role) const {
     const ListEntry& each = entry(index);
     switch (role) {
         case Qt::DisplayRole:
-            return firstLine(each);
+            return cell(each, index.column());
         case secondLineRole:
             return secondLine(each);
-        case Qt::ToolTipRole: {
-            const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
-            if (!report) return {};
-            // A tooltip guesses whether its text is markup: this one is, and what it shows is escaped.
-            return QStringLiteral("<span>") + shown(report->summary.subject, longestToolTip).toHtmlEscaped() +
-                   QStringLiteral("</span>");
-        }
-        case Qt::AccessibleTextRole: {
-            const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
-            QString spoken = firstLine(each);
-            if (report) spoken.prepend(toneWord(report->verdict.tone, m_words) + QStringLiteral(": "));
-            for (const QString& more :
-                 {secondLine(each), report ? caution(*report) : QString(), time(each)}) {
-                if (!more.isEmpty()) spoken += QStringLiteral(", ") + more;
-            }
-            return spoken;
-        }
-        case toneRole: {
-            const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
-            return report ? QVariant(static_cast<int>(report->verdict.tone)) : QVariant();
-        }
-        case hasMoreRole: {
-            const ProofReport* report = each.isReport() ? m_find(each) : nullptr;
-            return report && !caution(*report).isEmpty();
-        }
+        case Qt::ToolTipRole:
+            return each.isReport() ? toolTip(each, index.column()) : QVariant();
+        case Qt::AccessibleTextRole:
+            // Of a row in the table the first cell is read out.
+            return index.column() == subjectColumn || index.column() == verdictColumn
+                       ? spoken(each)
+                       : cell(each, index.column());
+        case toneRole:
+            return each.isReport() ? QVariant(static_cast<int>(each.report->verdict.tone)) : QVariant();
+        case hasMoreRole:
+            return each.isReport() && !caution(*each.report).isEmpty();
         case timeRole:
             return time(each);
         default:
             return {};
     }
+}
+
+QString ReportList::cell(const ListEntry& entry, int column) const {
+    if (column == subjectColumn) return firstLine(entry);
+    if (column == verdictColumn) return verdict(entry);
+    if (!entry.isReport()) return {};
+    const ProofReport& report = *entry.report;
+    switch (column) {
+        case fromColumn:
+            return report.summary.from.empty() ? QString() : shown(displayForm(report.summary.from.front()));
+        case signedByColumn:
+            return signedBy(report.verdict).empty() ? QString() : shown(signedBy(report.verdict));
+        case dateColumn:
+            return report.summary.date ? QString::fromStdString(m_words.reader.date(*report.summary.date))
+                                       : QString();
+        case fileColumn:
+            return report.fileName ? shown(placeName(*report.fileName, m_words.reader)) : QString();
+        default:
+            return time(entry);
+    }
+}
+
+QString ReportList::verdict(const ListEntry& entry) const {
+    if (!entry.isReport()) return secondLine(entry);
+    const Tone tone = entry.report->verdict.tone;
+    QString text = toneSymbol(tone) + u' ' + toneWord(tone, m_words);
+    if (tone != Tone::caution && !caution(*entry.report).isEmpty())
+        text += QStringLiteral("  ") + toneSymbol(Tone::caution);
+    return text;
+}
+
+// A tooltip guesses whether its text is markup: this one is, and what it shows is escaped.
+QString ReportList::toolTip(const ListEntry& entry, int column) const {
+    const ProofReport& report = *entry.report;
+    QString text = cell(entry, column);
+    if (column == subjectColumn) text = shown(report.summary.subject, longestToolTip);
+    if (column == verdictColumn) {
+        text = isolatedRuns(headline(report.verdict, m_words.reader));
+        if (!caution(report).isEmpty()) text += QStringLiteral(", ") + caution(report);
+    }
+    return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
+}
+
+QString ReportList::spoken(const ListEntry& entry) const {
+    QString text = firstLine(entry);
+    if (entry.isReport()) text.prepend(toneWord(entry.report->verdict.tone, m_words) + QStringLiteral(": "));
+    for (const QString& more :
+         {secondLine(entry), entry.isReport() ? caution(*entry.report) : QString(), time(entry)}) {
+        if (!more.isEmpty()) text += QStringLiteral(", ") + more;
+    }
+    return text;
 }
 
 Qt::ItemFlags ReportList::flags(const QModelIndex& index) const {
@@ -146,9 +303,8 @@ QString ReportList::firstLine(const ListEntry& entry) const {
         default:
             break;
     }
-    const ProofReport* report = m_find(entry);
-    if (!report) return {};
-    return report->summary.subject.empty() ? m_words("(no subject)") : shown(report->summary.subject);
+    const std::string& subject = entry.report->summary.subject;
+    return subject.empty() ? m_words("(no subject)") : shown(subject);
 }
 
 QString ReportList::secondLine(const ListEntry& entry) const {
@@ -158,15 +314,12 @@ QString ReportList::secondLine(const ListEntry& entry) const {
                                 : m_words.translateCount("%n message so far", "%n messages so far",
                                                          static_cast<std::int64_t>(entry.found));
     }
-    const ProofReport* report = m_find(entry);
-    if (!report) return {};
+    const ProofReport& report = *entry.report;
     const std::string& domain =
-        report->verdict.fromDomain.empty() ? report->verdict.domain : report->verdict.fromDomain;
-    QString sender = domain.empty() ? m_words("(no From line)") : shown(domain);
-    if (domain.empty() && !report->summary.from.empty()) {
-        sender = shown(displayForm(report->summary.from.front()));
-    }
-    return sender;
+        report.verdict.fromDomain.empty() ? report.verdict.domain : report.verdict.fromDomain;
+    if (!domain.empty()) return shown(domain);
+    return report.summary.from.empty() ? m_words("(no From line)")
+                                       : shown(displayForm(report.summary.from.front()));
 }
 
 QString ReportList::caution(const ProofReport& report) const {
@@ -185,84 +338,13 @@ QString ReportList::caution(const ProofReport& report) const {
 }
 
 QString ReportList::time(const ListEntry& entry) const {
-    const ProofReport* report = entry.isReport() ? m_find(entry) : nullptr;
-    if (!report) return {};
+    if (!entry.isReport()) return {};
     const Reader& reader = m_words.reader;
-    const Date local = report->checkedAt + reader.zone(report->checkedAt).ahead;
-    const std::string day = reader.date(report->checkedAt);
+    const Date checkedAt = entry.report->checkedAt;
+    const Date local = checkedAt + reader.zone(checkedAt).ahead;
+    const std::string day = reader.date(checkedAt);
     if (day != reader.date(m_now())) return QString::fromStdString(day);
     return QString::fromStdString(iso8601(local).substr(11, 5));
-}
-
-void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
-                               const QModelIndex& index) const {
-    QStyleOptionViewItem plain(option);
-    plain.index = index;
-    QApplication::style()->drawPrimitive(QStyle::PE_PanelItemViewItem, &plain, painter, plain.widget);
-
-    painter->save();
-    const bool selected = option.state & QStyle::State_Selected;
-    const QPalette::ColorGroup group =
-        option.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive;
-    const QColor text = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
-    const int line = option.fontMetrics.height(), gap = line / 3;
-    const QRect inside = option.rect.adjusted(gap, gap, -gap, -gap);
-    const QVariant tone = index.data(ReportList::toneRole);
-    const QString second = index.data(ReportList::secondLineRole).toString();
-    painter->setPen(text);
-    QFont bold = option.font;
-    bold.setBold(true);
-    if (second.isEmpty()) {  // a heading
-        painter->setFont(bold);
-        painter->drawText(inside, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                          index.data(Qt::DisplayRole).toString());
-        painter->restore();
-        return;
-    }
-    painter->setFont(bold);
-    const QRect mark(inside.left(), inside.top(), line, line);
-    const auto drawSymbol = [&](Tone value, const QRect& where) {
-        if (!selected)
-            painter->setPen(toneColor(value, option.palette.color(QPalette::Base), option.palette));
-        painter->drawText(where, Qt::AlignCenter, toneSymbol(value));
-    };
-    if (tone.isValid()) {
-        const auto value = static_cast<Tone>(tone.toInt());
-        drawSymbol(value, mark);
-        if (value != Tone::caution && index.data(ReportList::hasMoreRole).toBool())
-            drawSymbol(Tone::caution, mark.translated(0, line + gap / 2));
-    } else {  // a ring with a gap that goes around
-        painter->setRenderHint(QPainter::Antialiasing);
-        painter->setPen(QPen(text, line / 8.0));
-        constexpr int circle = 360 * 16;
-        painter->drawArc(mark.adjusted(gap / 2, gap / 2, -gap / 2, -gap / 2), -m_turns * circle / turnsAround,
-                         circle * 3 / 4);
-    }
-    painter->setPen(text);
-    const QRect words = inside.adjusted(line + gap, 0, 0, 0);
-    const auto draw = [&](const QFont& font, int top, int width, const QString& what) {
-        painter->setFont(font);
-        painter->drawText(QRect(words.left(), words.top() + top, width, line),
-                          Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                          QFontMetrics(font).elidedText(what, Qt::ElideRight, width));
-    };
-    draw(bold, 0, words.width(), index.data(Qt::DisplayRole).toString());
-    const QString time = index.data(ReportList::timeRole).toString();
-    draw(option.font, line + gap / 2, words.width() - option.fontMetrics.horizontalAdvance(time) - gap,
-         second);
-    painter->drawText(QRect(words.left(), words.top() + line + gap / 2, words.width(), line),
-                      Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine, time);
-    if (option.state & QStyle::State_HasFocus) {
-        QStyleOptionFocusRect focus;
-        focus.QStyleOption::operator=(option);
-        QApplication::style()->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, painter, option.widget);
-    }
-    painter->restore();
-}
-
-QSize ReportListDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const {
-    const int line = option.fontMetrics.height();
-    return {10 * line, 2 * line + line / 6 + 2 * (line / 3)};
 }
 
 }  // namespace quillmark

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <QAbstractListModel>
-#include <QStyledItemDelegate>
+#include <QAbstractTableModel>
+#include <array>
 #include <functional>
 #include <map>
-#include <optional>
+#include <memory>
+#include <set>
 #include <vector>
 
 #include "Quillmark/Words.h"
@@ -12,34 +13,56 @@
 
 namespace quillmark {
 
-/// One line of the list on the left.
+/// One line of the list.
 struct ListEntry {
     enum class Kind { sessionHeading, historyHeading, running, session, history };
     Kind kind = Kind::session;
     UUID id = {};
     QString name = {};      ///< of a running check: the file's, or empty for a paste
     std::size_t found = 0;  ///< of a running check: messages found in the mailbox so far
+    std::shared_ptr<const ProofReport> report = {};  ///< never null in a report's line
     bool isReport() const { return kind == Kind::session || kind == Kind::history; }
     bool isHeading() const { return kind == Kind::sessionHeading || kind == Kind::historyHeading; }
     bool operator==(const ListEntry&) const = default;
 };
 
-/// The reports of this run and of the history, each under its heading, and the checks that are under way.
-/// Keeps identities only: what a row shows is made when it is painted, so that ten thousand cost nothing.
-class ReportList : public QAbstractListModel {
+/// The reports of this run and of the history, each under its heading, and the checks that are under way; as
+/// a list, or sorted and as a table. What a row shows is made when it is painted, so that ten thousand cost
+/// nothing.
+class ReportList : public QAbstractTableModel {
     Q_OBJECT
 public:
-    /// The report of an entry; null when it is gone. The pointer is used at once.
-    using Find = std::function<const ProofReport*(const ListEntry&)>;
     enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole, hasMoreRole };
+    /// What the table shows, and what one may sort by. The list shows the first column.
+    enum Column {
+        subjectColumn,
+        verdictColumn,
+        fromColumn,
+        signedByColumn,  ///< only with a signature that holds
+        dateColumn,      ///< the message's
+        fileColumn,
+        checkedColumn,
+    };
+    static constexpr int columns = 7;
 
     /// `now` gives the time, by which a check of today shows its hour and an older one its day.
-    ReportList(Find find, std::function<Date()> now, const Words& words, QObject* parent = nullptr);
+    ReportList(std::function<Date()> now, const Words& words, QObject* parent = nullptr);
 
-    /// All entries without headings, in the order they are shown: those of the session before the history's.
+    /// All entries without headings, the last check first, and those of the session before the history's.
     void setEntries(std::vector<ListEntry> entries);
     /// Keeps those whose subject, sender, domain or file name holds `text`, in any case. Empty keeps all.
     void setFilter(const QString& text);
+    /// Keeps the reports of these tones, and the checks under way. Empty keeps all.
+    void setTones(std::set<Tone> tones);
+    const std::set<Tone>& tones() const { return m_tones; }
+    /// How many reports have this tone, of those that `setFilter` keeps.
+    std::size_t count(Tone tone) const { return m_counts[static_cast<std::size_t>(tone)]; }
+    /// By the last check, the latest first, is how the entries come; they have headings only then, and in no
+    /// table. Checks under way come first always.
+    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+    Column sortColumn() const { return m_sortColumn; }
+    Qt::SortOrder sortOrder() const { return m_sortOrder; }
+    void setHeadings(bool areShown);
 
     const ListEntry& entry(const QModelIndex& index) const;
     QModelIndex indexOf(const UUID& id) const;
@@ -47,45 +70,42 @@ public:
     std::size_t allCount() const { return m_all.size(); }
 
     int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
 signals:
     /// The entries were set anew, whether or not the filter lets another row through.
     void entriesChanged();
+    void sorted();    ///< by another column, or the other way around
+    void filtered();  ///< the counts may have changed
 
 private:
     /// What the verdict's symbol does not say: "2 warning signs". Empty when there is nothing of that kind.
     QString caution(const ProofReport& report) const;
     bool passes(const ListEntry& entry) const;
-    std::vector<ListEntry> filtered() const;
-    void show(std::vector<ListEntry> rows);
+    bool isAsGiven() const;
+    void refresh();
+    void order(std::vector<ListEntry>& rows) const;
+    QString cell(const ListEntry& entry, int column) const;
+    QString verdict(const ListEntry& entry) const;
+    QString toolTip(const ListEntry& entry, int column) const;
+    QString spoken(const ListEntry& entry) const;
     QString firstLine(const ListEntry& entry) const;
     QString secondLine(const ListEntry& entry) const;
     QString time(const ListEntry& entry) const;
 
-    Find m_find;
     std::function<Date()> m_now;
     Words m_words;
     QString m_filter;
+    std::set<Tone> m_tones;
+    std::array<std::size_t, 4> m_counts = {};
+    Column m_sortColumn = checkedColumn;
+    Qt::SortOrder m_sortOrder = Qt::DescendingOrder;
+    bool m_hasHeadings = true;
     std::vector<ListEntry> m_all, m_rows;
     mutable std::map<UUID, QString> m_cautions;  // as they were asked for, until the entries change
-};
-
-/// Paints a row: the tone's symbol, the subject, and under it the domain and the time; a caution mark where
-/// there is more to be read than the verdict.
-class ReportListDelegate : public QStyledItemDelegate {
-public:
-    using QStyledItemDelegate::QStyledItemDelegate;
-    void paint(QPainter* painter, const QStyleOptionViewItem& option,
-               const QModelIndex& index) const override;
-    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
-    /// Turns the mark of running checks by a step, for the next painting.
-    void turn() { m_turns = (m_turns + 1) % turnsAround; }
-
-private:
-    static constexpr int turnsAround = 12;
-    int m_turns = 0;
 };
 
 }  // namespace quillmark

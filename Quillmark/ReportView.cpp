@@ -17,9 +17,9 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::size_t unfoldedAtOnce = 4;
-constexpr int widestName = 24;     // characters
-constexpr int widestReport = 120;  // characters: longer lines are hard to read
+constexpr std::size_t firstAtOnce = 48, builtAtOnce = 8;  // findings and the like
+constexpr int widestName = 24;                            // characters
+constexpr int widestReport = 120;                         // characters: longer lines are hard to read
 
 QFont scaled(QFont font, double factor, QFont::Weight weight) {
     if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
@@ -64,6 +64,16 @@ QWidget* factGrid(const std::vector<ReportFact>& facts) {
     return grid;
 }
 
+QWidget* factPanel(const ReportSection& section) {
+    auto* panel = new Card;
+    QStringList all;
+    for (const ReportFact& fact : section.facts) all << fact.name + QStringLiteral(": ") + fact.value;
+    panel->setAccessibleName(section.heading + QStringLiteral(". ") + all.join(QStringLiteral(". ")));
+    auto* inside = new QVBoxLayout(panel);
+    inside->addWidget(factGrid(section.facts));
+    return panel;
+}
+
 /// What a screen reader says of a finding without its details.
 QString spoken(const ReportRow& row, const Words& words) {
     QStringList parts;
@@ -81,8 +91,8 @@ ReportView::ReportView(const Words& words, QWidget* parent) : QScrollArea(parent
     setFrameStyle(QFrame::NoFrame);
     setAccessibleName(m_words("Report"));
     setFocusPolicy(Qt::StrongFocus);
-    m_unfoldNext.setSingleShot(true);
-    connect(&m_unfoldNext, &QTimer::timeout, this, &ReportView::unfoldSome);
+    m_next.setSingleShot(true);
+    connect(&m_next, &QTimer::timeout, this, &ReportView::goOn);
 }
 
 void ReportView::setContent(const ReportContent& content) {
@@ -93,14 +103,18 @@ void ReportView::setContent(const ReportContent& content) {
 
 void ReportView::expandAll(bool expanded) {
     m_unfolded = 0;
-    m_isUnfolding = expanded;
-    unfoldSome();
+    m_unfolding = expanded;
+    m_next.start(0);
 }
 
-void ReportView::unfoldSome() {
-    const std::size_t end = std::min(m_disclosures.size(), m_unfolded + unfoldedAtOnce);
-    for (; m_unfolded < end; ++m_unfolded) m_disclosures[m_unfolded]->setChecked(m_isUnfolding);
-    if (m_unfolded < m_disclosures.size()) m_unfoldNext.start(0);
+void ReportView::goOn() {
+    for (std::size_t i = 0; i < builtAtOnce && !m_unbuilt.empty(); ++i) {
+        m_unbuilt.front()();
+        m_unbuilt.pop_front();
+    }
+    if (m_unbuilt.empty() && m_unfolding && m_unfolded < m_disclosures.size())
+        m_disclosures[m_unfolded++]->setChecked(*m_unfolding);
+    if (!m_unbuilt.empty() || (m_unfolding && m_unfolded < m_disclosures.size())) m_next.start(0);
 }
 
 void ReportView::offerRecheck(bool isPossible) {
@@ -116,8 +130,9 @@ void ReportView::changeEvent(QEvent* event) {
 
 void ReportView::rebuild() {
     m_isBuilding = true;
+    m_unbuilt.clear();
     m_disclosures.clear();
-    m_unfoldNext.stop();
+    m_unfolding = std::nullopt;
     auto* page = new QWidget;
     auto* across = new QHBoxLayout(page);
     auto* column = new QWidget;
@@ -129,8 +144,9 @@ void ReportView::rebuild() {
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(fontMetrics().height() / 2);
     layout->addWidget(banner());
-    for (const ReportSection& each : m_content.sections) layout->addWidget(section(each));
+    for (const ReportSection& each : m_content.sections) plan(each, layout);
     layout->addStretch(1);
+    for (std::size_t i = 0; i < firstAtOnce / builtAtOnce; ++i) goOn();
     setWidget(page);
     m_isBuilding = false;
     emit contentChanged();
@@ -162,36 +178,40 @@ QWidget* ReportView::banner() {
     return panel;
 }
 
-QWidget* ReportView::section(const ReportSection& section) {
+void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     auto* box = new QWidget;
+    box->hide();  // until there is something in it
     auto* layout = new QVBoxLayout(box);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(heading(section.heading));
-    if (!section.facts.empty()) {
-        auto* panel = new Card;
-        QStringList all;
-        for (const ReportFact& fact : section.facts) all << fact.name + QStringLiteral(": ") + fact.value;
-        panel->setAccessibleName(section.heading + QStringLiteral(". ") + all.join(QStringLiteral(". ")));
-        auto* inside = new QVBoxLayout(panel);
-        inside->addWidget(factGrid(section.facts));
-        layout->addWidget(panel);
-    }
-    for (const ReportRow& each : section.rows) layout->addWidget(row(each));
-    auto* chain = new QVBoxLayout;
+    auto *rows = new QVBoxLayout, *chain = new QVBoxLayout, *end = new QVBoxLayout;
     chain->setSpacing(0);
-    for (std::size_t i = 0; i < section.chain.size(); ++i) {
-        auto* step = new QHBoxLayout;
-        step->addWidget(new ChainMark(i == 0, i + 1 == section.chain.size()));
-        auto* beside = new QVBoxLayout;
-        beside->setContentsMargins(0, 0, 0, fontMetrics().height() / 3);
-        beside->addWidget(row(section.chain[i]));
-        step->addLayout(beside, 1);
-        chain->addLayout(step);
+    for (QVBoxLayout* each : {rows, chain, end}) layout->addLayout(each);
+    page->addWidget(box);
+    m_unbuilt.push_back([=, this, &section] {
+        box->show();
+        rows->addWidget(heading(section.heading));
+        if (!section.facts.empty()) rows->addWidget(factPanel(section));
+    });
+    for (const ReportRow& each : section.rows)
+        m_unbuilt.push_back([=, this, &each] { rows->addWidget(row(each)); });
+    for (const ReportRow& each : section.chain) {
+        const bool isFirst = &each == &section.chain.front(), isLast = &each == &section.chain.back();
+        m_unbuilt.push_back([=, this, &each] { chain->addLayout(step(each, isFirst, isLast)); });
     }
-    layout->addLayout(chain);
-    for (const ReportLine& each : section.notes) layout->addLayout(note(each));
-    for (const QString& remark : section.remarks) layout->addWidget(new PlainText(remark));
-    return box;
+    m_unbuilt.push_back([=, this, &section] {
+        for (const ReportLine& each : section.notes) end->addLayout(note(each));
+        for (const QString& remark : section.remarks) end->addWidget(new PlainText(remark));
+    });
+}
+
+QLayout* ReportView::step(const ReportRow& content, bool isFirst, bool isLast) {
+    auto* step = new QHBoxLayout;
+    step->addWidget(new ChainMark(isFirst, isLast));
+    auto* beside = new QVBoxLayout;
+    beside->setContentsMargins(0, 0, 0, fontMetrics().height() / 3);
+    beside->addWidget(row(content));
+    step->addLayout(beside, 1);
+    return step;
 }
 
 QLayout* ReportView::note(const ReportLine& note) const {

@@ -3,10 +3,14 @@
 #include <QScrollArea>
 #include <QString>
 #include <QTimer>
+#include <deque>
+#include <functional>
+#include <optional>
 #include <vector>
 
 #include "Quillmark/ReportContent.h"
 
+class QBoxLayout;
 class QLayout;
 class QPushButton;
 class QToolButton;
@@ -20,11 +24,13 @@ class ReportView : public QScrollArea {
 public:
     explicit ReportView(const Words& words, QWidget* parent = nullptr);
 
-    /// Replaces what is shown and scrolls to the top; details are folded.
+    /// Replaces what is shown and scrolls to the top; details are folded. Of a report with very many findings
+    /// the first are there at once, the others in later turns of the event loop.
     void setContent(const ReportContent& content);
-    /// Unfolds every finding's details, or folds them all: the first ones at once, those of a report with
-    /// very many in later turns of the event loop.
+    /// Unfolds every finding's details, or folds them all, in later turns.
     void expandAll(bool expanded);
+    /// Whether nothing is left for later turns.
+    bool isComplete() const { return !m_next.isActive(); }
 
     /// Whether the report can be made again; then one whose lookups failed says so.
     void offerRecheck(bool isPossible);
@@ -38,18 +44,21 @@ protected:
 
 private:
     void rebuild();
-    void unfoldSome();
+    void goOn();
     QWidget* banner();
-    QWidget* section(const ReportSection& section);
+    /// What adds a section to a layout, piece by piece.
+    void plan(const ReportSection& section, QBoxLayout* page);
+    QLayout* step(const ReportRow& row, bool isFirst, bool isLast);
     QWidget* row(const ReportRow& row);
     QLayout* note(const ReportLine& note) const;
 
     Words m_words;
     ReportContent m_content;
+    std::deque<std::function<void()>> m_unbuilt;  // pieces of the content
     std::vector<QToolButton*> m_disclosures;
-    std::size_t m_unfolded = 0;  // of them, while all are unfolded or folded
-    bool m_isUnfolding = false;
-    QTimer m_unfoldNext;
+    std::size_t m_unfolded = 0;            // of them, while all are unfolded or folded
+    std::optional<bool> m_unfolding = {};  // which of the two
+    QTimer m_next;
     QPushButton* m_recheck = nullptr;
     bool m_offersRecheck = false;
     bool m_isBuilding = false;

@@ -4,10 +4,10 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QPalette>
 #include <QScrollBar>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -22,6 +22,7 @@
 #include "Quillmark/WelcomeView.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Wording/Wording.h"
 
 namespace quillmark {
 
@@ -124,15 +125,14 @@ public:
 
 private:
     void states(const Look& look, const Words& words) {
-        ReportList list([this](const ListEntry& entry) { return find(entry.id); },
-                        [this] { return m_reports.at("everything").report.checkedAt; }, words);
+        ReportList list([this] { return m_reports.at("everything").report.checkedAt; }, words);
         MainView window(list, words);
         window.resize(look.size);
         window.show();
         save(window, look, "empty");
         std::vector<ListEntry> entries;
         for (auto& [name, each] : m_reports) {
-            entries.push_back({ListEntry::Kind::session, each.report.id, {}});
+            entries.push_back({ListEntry::Kind::session, each.report.id, {}, 0, shared(each)});
         }
         list.setEntries(entries);
         for (const auto& [name, each] : m_reports) {
@@ -142,9 +142,9 @@ private:
             save(window, look, "report-" + name);
             if (name != "everything") continue;
             window.reportView()->expandAll(true);
-            QElapsedTimer unfolding;  // a few at each turn
-            unfolding.start();
-            while (unfolding.elapsed() < 300) QApplication::processEvents();
+            do QApplication::processEvents();
+            while (!window.reportView()->isComplete());
+            for (int i = 0; i < 3; ++i) QApplication::processEvents();
             write(window.reportView()->widget()->grab(), look, "report-everything-whole");
             // As the history has it: the message is no longer there.
             window.showReport(reportContent(each.report, std::nullopt, {}, words));
@@ -164,6 +164,52 @@ private:
         window.showRunning("invoice.eml");
         window.select(UUID{});
         save(window, look, "history");
+        lists(look, words, list, window);
+    }
+
+    void lists(const Look& look, const Words& words, ReportList& list, MainView& window) {
+        std::vector<ListEntry> found;
+        const Date now = m_reports.at("everything").report.checkedAt;
+        for (int i = 0; i < 400; ++i) {
+            const Checked& each =
+                std::next(m_reports.begin(), i % static_cast<int>(m_reports.size()))->second;
+            ProofReport report = each.report;
+            report.id = UUID::random();
+            report.fileName = "Inbox, message " + std::to_string(i + 1);
+            report.checkedAt = now;
+            found.push_back({ListEntry::Kind::session,
+                             report.id,
+                             {},
+                             0,
+                             std::make_shared<const ProofReport>(std::move(report))});
+        }
+        const Checked& shownOne = m_reports.at("forged");
+        const auto forged = std::ranges::find_if(found, [&](const ListEntry& each) {
+            return each.report->summary.subject == shownOne.report.summary.subject;
+        });
+        window.showReport(reportContent(shownOne.report, shownOne.path, {}, words));
+        window.setProblem({});
+        window.setRunning({.count = 1, .found = 400, .part = 0.34});
+        std::vector<ListEntry> running = {{ListEntry::Kind::running, UUID{}, "Inbox", 400, {}}};
+        running.insert(running.end(), found.begin(), found.end());
+        list.setEntries(std::move(running));
+        window.select(forged->id);
+        save(window, look, "mailbox");
+        window.setRunning({});
+        list.setEntries(found);
+        list.setTones({Tone::bad});
+        save(window, look, "mailbox-bad-only");
+        list.setTones({});
+        window.action(Command::showTable)->trigger();
+        list.sort(ReportList::verdictColumn);
+        window.select(forged->id);
+        save(window, look, "table");
+        window.action(Command::showTable)->trigger();
+        list.sort(ReportList::checkedColumn, Qt::DescendingOrder);
+        list.setEntries({});
+        window.showDropArea();
+        window.setProblem(QString::fromStdString(noMessageLine("Pictures", words.reader)));
+        save(window, look, "refused-folder");
     }
 
     void dialogs(const Look& look, const Words& words) {
@@ -182,11 +228,8 @@ private:
         }
     }
 
-    const ProofReport* find(const UUID& id) const {
-        for (const auto& [name, each] : m_reports) {
-            if (each.report.id == id) return &each.report;
-        }
-        return nullptr;
+    static std::shared_ptr<const ProofReport> shared(const Checked& checked) {
+        return std::make_shared<const ProofReport>(checked.report);
     }
 
     void save(QWidget& window, const Look& look, const QString& state) {

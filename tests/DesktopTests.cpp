@@ -18,11 +18,13 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeView>
 #include <QUrl>
 #include <condition_variable>
 #include <mutex>
 #include <set>
 
+#include "Quillmark/ListPanel.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/ReportView.h"
@@ -97,7 +99,7 @@ struct Desk {
     QStringList rows() {
         QStringList all;
         for (int i = 0; i < list().rowCount(); ++i)
-            all << withoutIsolation(list().index(i).data().toString());
+            all << withoutIsolation(list().index(i, 0).data().toString());
         return all;
     }
     QString headline() {
@@ -210,6 +212,42 @@ TEST(Desktop, severalAtOnceSelectTheFirst) {
     EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 3; })) << run.rows().join('|').toStdString();
 }
 
+TEST(Desktop, aMailboxInTheTable) {
+    const QTemporaryDir folder;
+    QFile inbox(folder.filePath("Inbox"));
+    ASSERT_TRUE(inbox.open(QIODevice::WriteOnly));
+    const QByteArray signedOne = contents(samplePath("rfc8463.eml")).replace("\r\n", "\n");
+    for (int i = 0; i < 12; ++i) {
+        inbox.write("From a@b.example Sat Nov 21 10:00:00 2026\n");
+        inbox.write(i == 5 ? signedOne
+                           : "From: a@b.example\nSubject: " + QByteArray::number(i) + "\n\nhello\n");
+        inbox.write("\n");
+    }
+    inbox.close();
+    {
+        Desk run(folder);
+        run.app->openFiles({inbox.fileName()});
+        EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 13 && !run.model->busy(); }));
+        run.window().listView()->setFocus();
+        run.window().action(Command::showTable)->trigger();
+        QTreeView* table = run.window().listPanel()->tableView();
+        EXPECT_TRUE(table->isVisible() && table->hasFocus() && !run.window().listView()->isVisible());
+        table->sortByColumn(ReportList::subjectColumn, Qt::DescendingOrder);
+        EXPECT_EQ(run.rows().mid(0, 3), (QStringList{"Is dinner ready?", "11", "10"}));
+        run.key(Qt::Key_Home);
+        run.waitForHeadline(headlineOf("rfc8463"));
+        run.key(Qt::Key_Return);
+        EXPECT_EQ(QApplication::focusWidget(), run.window().reportView());
+        for (auto* each : run.window().findChildren<QAbstractButton*>()) {
+            if (each->accessibleName() == "Show only “Good”: 1") each->click();
+        }
+        EXPECT_EQ(run.rows(), QStringList{"Is dinner ready?"});
+    }
+    Desk run(folder);
+    EXPECT_TRUE(run.waitFor([&] { return run.list().rowCount() == 12; }));
+    EXPECT_TRUE(run.window().listPanel()->tableView()->isVisible()) << "as it was left";
+}
+
 TEST(Desktop, pasteInTheSheetAndStraight) {
     const QTemporaryDir folder;
     Desk run(folder);
@@ -237,7 +275,7 @@ TEST(Desktop, aRunningCheckIsThereAtOnceAndCanBeStopped) {
     run.resolver->setOpen(false);
     run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
     EXPECT_TRUE(run.waitFor([&] { return run.rows().value(1) == "rfc8463.eml"; }));
-    EXPECT_EQ(run.list().index(1).data(ReportList::secondLineRole).toString(), "Checking…");
+    EXPECT_EQ(run.list().index(1, 0).data(ReportList::secondLineRole).toString(), "Checking…");
     EXPECT_TRUE(run.window().action(Command::cancelChecks)->isEnabled());
     run.window().action(Command::cancelChecks)->trigger();
     EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty() && !run.model->busy(); }));
@@ -379,7 +417,8 @@ TEST(Desktop, theKeyboardReachesEverythingAndEverythingHasAName) {
         names << spokenName(focus);
         QTest::keyClick(focus, Qt::Key_Tab);
     }
-    for (const char* expected : {"Open…", "Paste…", "Export", "Filter the list", "Checked messages"}) {
+    for (const char* expected :
+         {"Open…", "Paste…", "Export", "Filter the list", "Sort by", "Checked messages"}) {
         EXPECT_TRUE(names.contains(expected)) << expected << " not in " << names.join('|').toStdString();
     }
     EXPECT_FALSE(names.filter("Details: ").isEmpty());

@@ -10,15 +10,19 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
+#include <QTreeView>
 #include <chrono>
 
+#include "Quillmark/ListPanel.h"
 #include "Quillmark/PasteView.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/ReportList.h"
+#include "Quillmark/ReportRows.h"
 #include "Quillmark/ReportView.h"
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/SingleInstance.h"
@@ -71,31 +75,37 @@ protected:
             report.checkedAt = Date(std::chrono::days(20'000 - i / 10));
             report.summary.subject = "Subject " + std::to_string(i);
             report.verdict = {VerdictKind::verified, Tone::good, "d.example", "d.example", {}};
-            m_reports.push_back(report);
+            if (i == 0) report.summary.subject = "<img src=x> \u202E" + std::string(1'000'000, 'y');
+            if (i == 1) report.summary.subject = "";
+            m_reports.push_back(std::make_shared<ProofReport>(report));
         }
-        m_reports[0].summary.subject = "<img src=x> \u202E" + std::string(1'000'000, 'y');
-        m_reports[1].summary.subject = "";
+        setEntries();
+    }
+
+    void setEntries() {
         std::vector<ListEntry> entries = {{ListEntry::Kind::running, UUID::random(), "file.eml"}};
         for (std::size_t i = 0; i < m_reports.size(); ++i) {
-            m_index[m_reports[i].id] = i;
-            entries.push_back(
-                {i < 2 ? ListEntry::Kind::session : ListEntry::Kind::history, m_reports[i].id, {}});
+            entries.push_back({i < 2 ? ListEntry::Kind::session : ListEntry::Kind::history,
+                               m_reports[i]->id,
+                               {},
+                               0,
+                               m_reports[i]});
         }
         list.setEntries(entries);
     }
 
-    QString text(int row, int role = Qt::DisplayRole) { return list.data(list.index(row), role).toString(); }
+    QString text(int row, int role = Qt::DisplayRole) {
+        return list.data(list.index(row, 0), role).toString();
+    }
 
-    std::vector<ProofReport> m_reports;
-    std::map<UUID, std::size_t> m_index;
-    ReportList list{[this](const ListEntry& entry) { return &m_reports[m_index.at(entry.id)]; },
-                    [] { return Date(std::chrono::days(20'000)); }, english};
+    std::vector<std::shared_ptr<ProofReport>> m_reports;
+    ReportList list{[] { return Date(std::chrono::days(20'000)); }, english};
 };
 
 TEST_F(ReportLists, rowsAndHeadings) {
     EXPECT_EQ(list.rowCount(), 1 + 3 + 1 + 10'000);
     EXPECT_EQ(text(0), "This session");
-    EXPECT_EQ(list.flags(list.index(0)), Qt::NoItemFlags);
+    EXPECT_EQ(list.flags(list.index(0, 0)), Qt::NoItemFlags);
     EXPECT_EQ(text(1, ReportList::secondLineRole), "Checking…");
     EXPECT_LE(text(2).size(), 600);
     EXPECT_TRUE(text(2, Qt::ToolTipRole).startsWith("<span>")) << "a tooltip that is told to be markup";
@@ -107,11 +117,11 @@ TEST_F(ReportLists, rowsAndHeadings) {
 }
 
 TEST_F(ReportLists, aGoodVerdictWithWarningSignsIsMarked) {
-    m_reports[2].flags.assign(2, {LookAlikeFlag::MultipleFrom{}});
+    m_reports[2]->flags.assign(2, {LookAlikeFlag::MultipleFrom{}});
     EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)),
               "Good: Subject 2, d.example, 2 warning signs, 00:00");
-    EXPECT_TRUE(list.data(list.index(5), ReportList::hasMoreRole).toBool());
-    EXPECT_FALSE(list.data(list.index(6), ReportList::hasMoreRole).toBool());
+    EXPECT_TRUE(list.data(list.index(5, 0), ReportList::hasMoreRole).toBool());
+    EXPECT_FALSE(list.data(list.index(6, 0), ReportList::hasMoreRole).toBool());
 }
 
 TEST_F(ReportLists, filter) {
@@ -123,7 +133,85 @@ TEST_F(ReportLists, filter) {
     EXPECT_EQ(list.rowCount(), 0);
     list.setFilter(" ");
     EXPECT_EQ(list.rowCount(), 10'005);
-    EXPECT_EQ(list.indexOf(m_reports[5].id).row(), 8);
+    EXPECT_EQ(list.indexOf(m_reports[5]->id).row(), 8);
+}
+
+TEST_F(ReportLists, sortsByEveryColumn) {
+    m_reports[7]->verdict = {VerdictKind::cannotProve, Tone::bad, "zz.example", "", {}};
+    m_reports[9]->verdict = {VerdictKind::keyGone, Tone::unknown, "zz.example", "", {}};
+    m_reports[11]->verdict = {VerdictKind::signedByOther, Tone::caution, "a.example", "", {}};
+    m_reports[20]->summary.from = {{std::nullopt, "A@z.example"}};
+    m_reports[21]->summary.from = {{std::nullopt, "b@a.example"}};
+    m_reports[30]->summary.date = Date(std::chrono::days(1));
+    m_reports[31]->summary.date = Date(std::chrono::days(2));
+    m_reports[40]->fileName = "Inbox, message 12";
+    m_reports[41]->fileName = "Inbox, message 2";
+    constexpr auto up = Qt::AscendingOrder, down = Qt::DescendingOrder;
+    const struct {
+        ReportList::Column column;
+        Qt::SortOrder order;
+        std::vector<std::size_t> first;
+        std::size_t last;
+    } rows[] = {
+        {ReportList::verdictColumn, up, {7, 9, 11, 0}, 10'001},
+        {ReportList::verdictColumn, down, {0, 1, 2}, 7},
+        {ReportList::fromColumn, up, {20, 21, 0}, 10'001},
+        {ReportList::fromColumn, down, {21, 20, 0}, 10'001},  // what there is comes before what isn't there
+        {ReportList::signedByColumn, up, {11, 0, 1}, 9},
+        {ReportList::dateColumn, down, {31, 30, 0}, 10'001},
+        {ReportList::fileColumn, up, {41, 40, 0}, 10'001},
+        {ReportList::subjectColumn, up, {0, 2, 3}, 1},
+        {ReportList::checkedColumn, up, {10'000, 10'001, 9'990}, 9},
+    };
+    setEntries();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.column);
+        list.sort(row.column, row.order);
+        ASSERT_EQ(list.rowCount(), 1 + 10'002) << "no headings, and the check under way comes first";
+        EXPECT_EQ(withoutIsolation(text(0)), "file.eml");
+        for (std::size_t i = 0; i < row.first.size(); ++i)
+            EXPECT_EQ(list.entry(list.index(static_cast<int>(i) + 1, 0)).id, m_reports[row.first[i]]->id)
+                << i;
+        EXPECT_EQ(list.entry(list.index(10'002, 0)).id, m_reports[row.last]->id);
+    }
+    list.sort(ReportList::checkedColumn, down);
+    EXPECT_EQ(list.rowCount(), 10'005);
+}
+
+TEST_F(ReportLists, tonesAreCountedAndKept) {
+    for (const std::size_t i : {2u, 3u, 99u}) m_reports[i]->verdict.tone = Tone::bad;
+    setEntries();
+    EXPECT_EQ(list.count(Tone::good), 9'999u);
+    list.setTones({Tone::bad, Tone::caution});
+    EXPECT_EQ(list.rowCount(), 2 + 1 + 3) << "headings, the check under way, and what is bad";
+    list.setFilter("Subject 9");
+    EXPECT_EQ(list.count(Tone::good), 1'110u);
+    EXPECT_EQ(list.rowCount(), 2) << "with one heading";
+    list.setTones({});
+    list.setFilter({});
+    EXPECT_EQ(list.rowCount(), 10'005);
+}
+
+TEST_F(ReportLists, whatComesMeanwhileLeavesTheRowsInTheirPlace) {
+    ListPanel panel(list, english);
+    panel.resize(300, 600);
+    panel.show();
+    panel.select(m_reports[3]->id);
+    QApplication::processEvents();
+    for (const bool isTable : {false, true}) {
+        panel.setTable(isTable);
+        QApplication::processEvents();
+        QAbstractItemView* view = panel.tableView();
+        if (!isTable) view = panel.listView();
+        EXPECT_TRUE(view->selectionModel()->isSelected(list.indexOf(m_reports[3]->id)));
+        view->verticalScrollBar()->setValue(view->verticalScrollBar()->maximum() / 2);
+        const int place = view->verticalScrollBar()->value();
+        m_reports.pop_back();
+        setEntries();
+        QApplication::processEvents();
+        EXPECT_EQ(view->verticalScrollBar()->value(), place);
+        EXPECT_TRUE(view->selectionModel()->isSelected(list.indexOf(m_reports[3]->id)));
+    }
 }
 
 TEST_F(ReportLists, scrollingTenThousandRowsIsSmooth) {
@@ -137,7 +225,7 @@ TEST_F(ReportLists, scrollingTenThousandRowsIsSmooth) {
     const auto begun = std::chrono::steady_clock::now();
     constexpr int frames = 50;
     for (int i = 0; i < frames; ++i) {
-        view.scrollTo(list.index(i * 200), QAbstractItemView::PositionAtTop);
+        view.scrollTo(list.index(i * 200, 0), QAbstractItemView::PositionAtTop);
         view.grab();
     }
     // A frame of a 60 Hz screen in a debug build on a busy machine would be luck: this catches what is slower

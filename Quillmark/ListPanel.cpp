@@ -1,0 +1,276 @@
+#include "Quillmark/ListPanel.h"
+
+#include <QActionGroup>
+#include <QBoxLayout>
+#include <QEvent>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QListView>
+#include <QMenu>
+#include <QScrollBar>
+#include <QSignalBlocker>
+#include <QToolButton>
+#include <QTreeView>
+
+#include "Quillmark/ReportRows.h"
+#include "Quillmark/Tones.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr int spinMilliseconds = 80;
+constexpr std::size_t fewReports = 10;  // among so many nobody needs to be helped to find one
+constexpr std::array tonesInOrder{Tone::good, Tone::caution, Tone::bad, Tone::unknown};
+
+/// The columns from left to right, and their widths in characters.
+constexpr std::pair<ReportList::Column, int> tableColumns[] = {
+    {ReportList::verdictColumn, 14},  {ReportList::fromColumn, 28}, {ReportList::subjectColumn, 38},
+    {ReportList::signedByColumn, 20}, {ReportList::dateColumn, 16}, {ReportList::fileColumn, 26},
+    {ReportList::checkedColumn, 14},
+};
+
+/// Times begin with the latest, everything else with the first.
+Qt::SortOrder usualOrder(int column) {
+    const bool isTime = column == ReportList::checkedColumn || column == ReportList::dateColumn;
+    return isTime ? Qt::DescendingOrder : Qt::AscendingOrder;
+}
+
+Qt::SortOrder opposite(Qt::SortOrder order) {
+    return order == Qt::AscendingOrder ? Qt::DescendingOrder : Qt::AscendingOrder;
+}
+
+}  // namespace
+
+ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
+    : QWidget(parent), m_list(list), m_words(words) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_top = new QBoxLayout(QBoxLayout::TopToBottom);
+    layout->addLayout(m_top);
+    buildSortMenu();
+    buildFilter(words);
+    buildTones();
+    buildViews();
+    layout->addWidget(m_listView, 1);
+    layout->addWidget(m_tableView, 1);
+    setMinimumWidth(20 * fontMetrics().averageCharWidth());
+    m_spin.setInterval(spinMilliseconds);
+    connect(&m_spin, &QTimer::timeout, this, [this] {
+        m_delegate->turn();
+        m_listView->viewport()->update();
+    });
+    connect(&m_list, &ReportList::filtered, this, &ListPanel::refreshTones);
+    connect(&m_list, &ReportList::sorted, this, &ListPanel::refreshSort);
+    connect(&m_list, &ReportList::modelAboutToBeReset, this, &ListPanel::keepPlace);
+    connect(&m_list, &ReportList::modelReset, this, [this] { showSelected(m_isAwaited); });
+    refreshTones();
+    refreshSort();
+    setTable(false);
+}
+
+void ListPanel::buildFilter(const Words& words) {
+    m_filter = new QLineEdit;
+    m_filter->setObjectName(QStringLiteral("filter"));
+    m_filter->setPlaceholderText(words("Filter"));
+    m_filter->setAccessibleName(words("Filter the list"));
+    m_filter->setClearButtonEnabled(true);
+    m_filter->setAcceptDrops(false);  // what is dropped on the window is a message
+    connect(m_filter, &QLineEdit::textChanged, this, [this](const QString& text) { m_list.setFilter(text); });
+    auto* sort = new QToolButton;
+    sort->setObjectName(QStringLiteral("sort"));
+    sort->setText(QStringLiteral("⇅"));
+    sort->setAccessibleName(words("Sort by"));
+    sort->setToolTip(words("Sort by"));
+    sort->setFocusPolicy(Qt::StrongFocus);
+    sort->setPopupMode(QToolButton::InstantPopup);
+    sort->setMenu(m_sortMenu);
+    auto* row = new QHBoxLayout;
+    row->addWidget(m_filter, 1);
+    row->addWidget(sort);
+    m_top->addLayout(row, 1);
+}
+
+void ListPanel::buildTones() {
+    m_toneRow = new QWidget;
+    auto* row = new QHBoxLayout(m_toneRow);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(fontMetrics().height() / 6);
+    for (std::size_t i = 0; i < m_tones.size(); ++i) {
+        auto* button = m_tones[i] = new QToolButton;
+        button->setCheckable(true);
+        button->setFocusPolicy(Qt::StrongFocus);
+        row->addWidget(button);
+        connect(button, &QToolButton::toggled, this, [this, tone = tonesInOrder[i]](bool isOn) {
+            std::set<Tone> tones = m_list.tones();
+            isOn ? void(tones.insert(tone)) : void(tones.erase(tone));
+            m_list.setTones(std::move(tones));
+        });
+    }
+    row->addStretch(1);
+    m_top->addWidget(m_toneRow);
+}
+
+void ListPanel::buildSortMenu() {
+    m_sortMenu = new QMenu(m_words("Sort by"), this);
+    m_sortColumns = new QActionGroup(m_sortMenu);
+    const auto add = [this](int column, const QString& title) {
+        QAction* action = m_sortMenu->addAction(title);
+        action->setCheckable(true);
+        action->setData(column);
+        m_sortColumns->addAction(action);
+        connect(action, &QAction::triggered, this,
+                [this, column] { m_list.sort(column, usualOrder(column)); });
+    };
+    add(ReportList::checkedColumn, m_words("Time of the Check"));
+    add(ReportList::verdictColumn, m_words("Verdict"));
+    add(ReportList::fromColumn, m_words("Sender"));
+    add(ReportList::subjectColumn, m_words("Subject"));
+    add(ReportList::signedByColumn, m_words("Signing Domain"));
+    add(ReportList::dateColumn, m_words("Message’s Date"));
+    add(ReportList::fileColumn, m_words("File"));
+    m_sortMenu->addSeparator();
+    m_sortBackwards = m_sortMenu->addAction(m_words("Reverse Order"));
+    m_sortBackwards->setCheckable(true);
+    connect(m_sortBackwards, &QAction::triggered, this,
+            [this] { m_list.sort(m_list.sortColumn(), opposite(m_list.sortOrder())); });
+}
+
+void ListPanel::buildViews() {
+    m_listView = new QListView;
+    m_listView->setItemDelegate(m_delegate = new ReportListDelegate(m_listView));
+    m_listView->setUniformItemSizes(true);
+    m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_tableView = new QTreeView;
+    m_tableView->setItemDelegate(new ReportTableDelegate(m_tableView));
+    m_tableView->setUniformRowHeights(true);
+    m_tableView->setRootIsDecorated(false);
+    m_tableView->setItemsExpandable(false);
+    m_tableView->setAllColumnsShowFocus(true);
+    m_tableView->setAlternatingRowColors(true);
+    for (QAbstractItemView* each :
+         {static_cast<QAbstractItemView*>(m_listView), static_cast<QAbstractItemView*>(m_tableView)}) {
+        each->setAccessibleName(m_words("Checked messages"));
+        each->setModel(&m_list);
+        each->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+        connectView(each);
+    }
+    QHeaderView* header = m_tableView->header();
+    int place = 0;
+    for (const auto& [column, width] : tableColumns)
+        header->moveSection(header->visualIndex(column), place++);
+    sizeColumns();
+    header->setSortIndicator(m_list.sortColumn(), m_list.sortOrder());
+    m_tableView->setSortingEnabled(true);
+}
+
+void ListPanel::connectView(QAbstractItemView* view) {
+    connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this, view](const QModelIndex& current) {
+                if (m_isSelecting || !view->isVisible() || !current.isValid()) return;
+                m_selected = m_list.entry(current).id;
+                emit chosen(m_selected);
+            });
+    connect(view, &QAbstractItemView::activated, this, [this] {
+        // Where one click is enough, it must not take the keyboard away from the list.
+        if (!style()->styleHint(QStyle::SH_ItemView_ActivateItemOnSingleClick)) emit opened();
+    });
+}
+
+void ListPanel::sizeColumns() {
+    for (const auto& [column, width] : tableColumns)
+        m_tableView->setColumnWidth(column, width * fontMetrics().averageCharWidth());
+}
+
+void ListPanel::setTable(bool isTable) {
+    m_list.setHeadings(!isTable);
+    m_top->setDirection(isTable ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    QAbstractItemView* hidden = isTable ? static_cast<QAbstractItemView*>(m_listView) : m_tableView;
+    QAbstractItemView* shown = isTable ? static_cast<QAbstractItemView*>(m_tableView) : m_listView;
+    const bool hadKeyboard = hidden->hasFocus();
+    hidden->hide();
+    shown->show();
+    if (hadKeyboard) shown->setFocus();
+    showSelected(true);
+}
+
+void ListPanel::refreshTones() {
+    m_toneRow->setVisible(m_list.allCount() >= fewReports || !m_list.tones().empty());
+    for (std::size_t i = 0; i < m_tones.size(); ++i) {
+        const Tone tone = tonesInOrder[i];
+        const auto count = static_cast<std::int64_t>(m_list.count(tone));
+        const QString number = QString::fromStdString(m_words.reader.number(count));
+        m_tones[i]->setText(toneSymbol(tone) + u' ' + number);
+        const QString name = m_words("Show only “%1”: %2", toneWord(tone, m_words), number);
+        m_tones[i]->setAccessibleName(name);
+        m_tones[i]->setToolTip(name);
+        const QSignalBlocker quiet(m_tones[i]);
+        m_tones[i]->setChecked(m_list.tones().contains(tone));
+        m_tones[i]->setVisible(count > 0 || m_tones[i]->isChecked());
+    }
+}
+
+void ListPanel::refreshSort() {
+    for (QAction* each : m_sortColumns->actions()) each->setChecked(each->data() == m_list.sortColumn());
+    m_sortBackwards->setChecked(m_list.sortOrder() != usualOrder(m_list.sortColumn()));
+    m_tableView->header()->setSortIndicator(m_list.sortColumn(), m_list.sortOrder());
+    showSelected(true);
+}
+
+void ListPanel::keepPlace() {
+    m_placeInList = m_listView->verticalScrollBar()->value();
+    m_placeInTable = m_tableView->verticalScrollBar()->value();
+}
+
+void ListPanel::select(const std::optional<UUID>& id) {
+    if (m_selected == id && m_list.indexOf(id.value_or(UUID{})).row() == m_listView->currentIndex().row())
+        return;
+    m_selected = id;
+    showSelected(true);
+}
+
+// What merely comes and goes around it must not move the rows away under somebody who looks elsewhere.
+void ListPanel::showSelected(bool isToBeSeen) {
+    m_isSelecting = true;
+    const QModelIndex index = m_selected ? m_list.indexOf(*m_selected) : QModelIndex();
+    m_isAwaited = (isToBeSeen || m_isAwaited) && m_selected && !index.isValid();
+    const std::pair<QAbstractItemView*, ReportList::Column> views[] = {
+        {m_listView, ReportList::subjectColumn}, {m_tableView, tableColumns[0].first}};
+    for (const auto& [view, column] : views) {
+        view->setAutoScroll(false);
+        if (index.isValid()) {
+            view->selectionModel()->setCurrentIndex(
+                index.siblingAtColumn(column),
+                QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        } else {
+            view->selectionModel()->clear();
+        }
+        if (isToBeSeen && index.isValid() && view->isVisible()) view->scrollTo(index.siblingAtColumn(column));
+        view->setAutoScroll(true);
+    }
+    if (!isToBeSeen) {
+        m_listView->verticalScrollBar()->setValue(m_placeInList);
+        m_tableView->verticalScrollBar()->setValue(m_placeInTable);
+    }
+    m_isSelecting = false;
+}
+
+void ListPanel::focusFilter() {
+    m_filter->setFocus(Qt::ShortcutFocusReason);
+    m_filter->selectAll();
+}
+
+void ListPanel::setRunning(bool isRunning) {
+    if (!isRunning) {
+        m_spin.stop();
+    } else if (!m_spin.isActive()) {
+        m_spin.start();
+    }
+}
+
+void ListPanel::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::FontChange && m_tableView) sizeColumns();
+}
+
+}  // namespace quillmark

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QStyledItemDelegate>
+
+/// How a `ReportList` is painted.
+namespace quillmark {
+
+/// In the list: the tone's symbol, the subject, and under it the domain and the time; a caution mark where
+/// there is more to be read than the verdict.
+class ReportListDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    void paint(QPainter* painter, const QStyleOptionViewItem& option,
+               const QModelIndex& index) const override;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    /// Turns the mark of running checks by a step, for the next painting.
+    void turn() { m_turns = (m_turns + 1) % turnsAround; }
+
+private:
+    static constexpr int turnsAround = 12;
+    int m_turns = 0;
+};
+
+/// In the table, whose verdicts have the colours of their tones.
+class ReportTableDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
+};
+
+}  // namespace quillmark
