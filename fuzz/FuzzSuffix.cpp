@@ -1,5 +1,6 @@
 // Input: a list and, behind the last NUL byte, a name. The organizational domain must be the one that a plain
-// walk over all suffixes of the name gives.
+// walk over all suffixes of the name gives. No name leaves the machine that isn't plain or means something
+// here only.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/PublicSuffixList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
@@ -72,6 +74,20 @@ std::string organizationalDomain(const Rules& rules, const std::string& name) {
     return from(labels.size() - suffixLength - 1);
 }
 
+void checkQueried(std::string_view name) {
+    if (!mayBeQueried(name)) return;
+    if (name.ends_with('.')) name.remove_suffix(1);
+    if (name.size() > 253 || name.find('.') == std::string_view::npos) std::abort();
+    const std::string wrapped = "." + asciiLowered(name) + ".";
+    if (wrapped.find("..") != std::string::npos) std::abort();
+    for (const char c : name) {
+        if (c <= ' ' || c > '~') std::abort();
+    }
+    for (const std::string_view local : {".local.", ".localhost.", ".onion."}) {
+        if (wrapped.ends_with(local)) std::abort();
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -84,6 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         organizationalDomain(rulesOf(text), name)) {
         std::abort();
     }
+    checkQueried(name);
     // An organization is its own organization, whichever list is asked.
     const auto& shared = PublicSuffixList::shared();
     const std::string organization = shared.organizationalDomain(name);
