@@ -30,7 +30,7 @@ constexpr long connectionsOverHTTP1 = 30;  // 32 with those on which the protoco
 /// connections it wants. A host that is slower than that gets the two of HTTP/2.
 constexpr std::chrono::milliseconds learningTime{500};
 /// The heads of an answer together, in bytes.
-constexpr std::size_t headLimit = 256 * 1024;
+constexpr std::size_t headLimit = std::size_t{256} * 1024;
 
 /// With more transfers than `fewTransfers` under way the loop looks at most this often: libcurl goes through
 /// all transfers of a connection whenever something comes in on it. Over HTTP/2 with 64 callers this takes a
@@ -223,7 +223,7 @@ public:
     ~Loop();
 
     /// Hands a transfer to the thread and waits for its end, its deadline or the stop.
-    void run(const std::shared_ptr<Transfer>& transfer, std::stop_token stop);
+    void run(const std::shared_ptr<Transfer>& transfer, const std::stop_token& stop);
 
 private:
     void start();
@@ -289,7 +289,7 @@ void HTTPEngine::Loop::wake() {
     [[maybe_unused]] const auto written = ::write(m_wake, &one, sizeof one);
 }
 
-void HTTPEngine::Loop::run(const std::shared_ptr<Transfer>& transfer, std::stop_token stop) {
+void HTTPEngine::Loop::run(const std::shared_ptr<Transfer>& transfer, const std::stop_token& stop) {
     std::unique_lock lock(m_mutex);
     if (!m_thread.joinable()) start();
     if (m_arrived.empty()) wake();  // else it is about to look

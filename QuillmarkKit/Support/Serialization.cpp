@@ -183,15 +183,15 @@ Date Decoder::date(const JSON& json) const {
     constexpr std::int64_t most = (std::numeric_limits<std::int64_t>::max() / 1000) - 978'307'200;
     if (json.is_number_integer()) return referenceDate + std::chrono::seconds(integer(json, -most, most));
     const auto seconds = json.get<double>();
-    if (!(std::abs(seconds) < static_cast<double>(most / 2))) fail("number out of range");
+    if (!(std::abs(seconds) < static_cast<double>(most) / 2)) fail("number out of range");
     return referenceDate + std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
 TextMap Decoder::textMap(const JSON& json) {
     if (!json.is_object()) fail("expected an object");
     TextMap map;
-    for (const auto& [key, value] : json.items()) {  // sorted by key, as a TextMap is
-        map.emplace_back(key, inside(key, [&] { return decoded<std::string>(value); }));
+    for (const auto& item : json.items()) {  // sorted by key, as a TextMap is
+        map.emplace_back(item.key(), inside(item.key(), [&] { return decoded<std::string>(item.value()); }));
     }
     return map;
 }

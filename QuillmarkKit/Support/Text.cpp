@@ -288,14 +288,13 @@ std::string forDisplay(std::string_view text, std::size_t limit) {
             break;
         }
         text = rest;
+        // A variation selector on a symbol stays; on its own or on ASCII it is spelled out.
+        const bool isOnSymbol = c >= 0xFE00 && c <= 0xFE0F && previous >= 0x80;
         if (c == '\r' || c == '\n' || c == '\t') {
             shown += ' ';
         } else if (c < 0x20 || (c >= 0x7F && c <= 0x9F) || c == 0x2028 || c == 0x2029 || isInternal(c)) {
             appendUTF8(shown, replacement);
-        } else if (c >= 0xFE00 && c <= 0xFE0F && previous >= 0x80) {
-            // A variation selector on a symbol; on its own or on ASCII it is spelled out.
-            appendUTF8(shown, c);
-        } else if (isInvisible(c)) {
+        } else if (isInvisible(c) && !isOnSymbol) {
             std::array<char, 16> number = {};
             std::snprintf(number.data(), number.size(), "%04X", static_cast<unsigned>(c));
             shown += "‹U+";
