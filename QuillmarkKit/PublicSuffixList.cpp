@@ -10,6 +10,8 @@
 // The list lies in the program as it stands in the file.
 __asm__(
     ".section .rodata\n"
+    ".hidden quillmarkPublicSuffixListBegin\n"
+    ".hidden quillmarkPublicSuffixListEnd\n"
     ".global quillmarkPublicSuffixListBegin\n"
     ".global quillmarkPublicSuffixListEnd\n"
     "quillmarkPublicSuffixListBegin:\n"
