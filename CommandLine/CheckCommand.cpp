@@ -221,6 +221,11 @@ int CheckCommand::run() const {
         writeProblem(*fault);
         return 2;
     }
+    if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
+        writeProblem(reader.translate(
+            "Paste the message’s source, then press Enter and Ctrl-D. A terminal cuts off very long lines; a "
+            "saved file is safer."));
+    }
     try {
         const CheckSources from(*this);
         CheckInputs inputs(files, pasted);

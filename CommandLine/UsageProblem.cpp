@@ -90,6 +90,9 @@ std::string usageProblem(const CommandTable& program, const std::vector<std::str
         for (const CommandTable& each : place.command->commands)
             problem += (&each == &place.command->commands.front() ? " One of " : ", ") + each.name;
     }
+    for (const ArgumentEntry& each : place.command->arguments) {
+        if (problem == each.name + " is required") problem += ": " + each.purpose;
+    }
     return problem + " (see " + place.path + " --help)";
 }
 

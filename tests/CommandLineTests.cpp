@@ -14,6 +14,7 @@
 #include <fstream>
 #include <future>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
@@ -115,6 +116,30 @@ struct UserData {
     ~UserData() { unsetenv("XDG_DATA_HOME"); }
     UserData(const UserData&) = delete;
     UserData& operator=(const UserData&) = delete;
+};
+
+/// A terminal, seen from the side of whoever sits at it.
+class Terminal {
+public:
+    Terminal() {
+        EXPECT_TRUE(m_descriptor >= 0 && grantpt(m_descriptor) == 0 && unlockpt(m_descriptor) == 0);
+        name = ptsname(m_descriptor);
+    }
+    ~Terminal() { close(m_descriptor); }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+    std::string name;
+    int descriptor() const { return m_descriptor; }
+
+    /// Keeps what is typed until it is read.
+    void type(const std::string& bytes) {
+        m_kept = std::make_unique<std::ifstream>(name);
+        EXPECT_EQ(write(m_descriptor, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+
+private:
+    int m_descriptor = posix_openpt(O_RDWR | O_NOCTTY);
+    std::unique_ptr<std::ifstream> m_kept = {};
 };
 
 const fs::path samples = QUILLMARK_SAMPLES;
@@ -246,7 +271,7 @@ TEST(CommandLine, usage) {
         {{"history", "lsit"},
          "there is no command “lsit”; did you mean list? (see quillmark history --help)"},
         {{"history"}, "what shall be done? One of list, show, remove, clear (see quillmark history --help)"},
-        {{"check"}, "FILE is required (see quillmark check --help)"},
+        {{"history", "show"}, "ID is required: Its ID (see quillmark history show --help)"},
     };
     for (const auto& [arguments, problem] : mistakes)
         EXPECT_EQ(run(arguments).problems, "quillmark: " + problem + "\n");
@@ -598,7 +623,8 @@ TEST(CommandLine, interruptedAndCutOff) {
               "quillmark: The reports couldn’t be written: No space left on device\n");
 }
 
-/// Colours unless they are unwanted, and a line of progress that is no wider than the terminal.
+/// Colours unless they are unwanted, a line of progress that is no wider than the terminal, and a word to who
+/// is waited for.
 TEST(CommandLine, onATerminal) {
     const Folder folder;
     const std::string dns = folder.write("dns.json", R"({"answers":{}})"), fifo = folder / "fifo";
@@ -606,16 +632,14 @@ TEST(CommandLine, onATerminal) {
     setenv("TERM", "xterm", 1);
     for (const std::string unwanted : {"", "1"}) {
         setenv("NO_COLOR", unwanted.c_str(), 1);
-        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-        ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+        const Terminal terminal;
         const winsize size{.ws_row = 24, .ws_col = 20, .ws_xpixel = 0, .ws_ypixel = 0};
-        ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
-        const std::string name = ptsname(terminal);
-        const pid_t child = started({"check", "--dns", dns, fifo}, name, name);
-        auto shown = std::async(std::launch::async, [terminal] {
+        ASSERT_EQ(ioctl(terminal.descriptor(), TIOCSWINSZ, &size), 0);
+        const pid_t child = started({"check", "--dns", dns, fifo}, terminal.name, terminal.name);
+        auto shown = std::async(std::launch::async, [&terminal] {
             std::string all(1 << 16, '\0');
             std::size_t count = 0;
-            while (const auto more = read(terminal, all.data() + count, all.size() - count)) {
+            while (const auto more = read(terminal.descriptor(), all.data() + count, all.size() - count)) {
                 if (more < 0) break;  // nobody has it open any more
                 count += static_cast<std::size_t>(more);
             }
@@ -630,10 +654,14 @@ TEST(CommandLine, onATerminal) {
         const std::string text = shown.get();
         EXPECT_NE(text.find("\n1 message checked, \r\x1B[K"), std::string::npos) << text;
         EXPECT_EQ(text.find("\x1B[1;") == std::string::npos, !unwanted.empty()) << text;
-        close(terminal);
     }
     unsetenv("NO_COLOR");
     unsetenv("TERM");
+    Terminal terminal;
+    terminal.type(std::string("From: a@example.org\n\nbody\n\x04"));
+    const Ended pasted = run({"check", "--pasted", "--dns", dns, "-"}, terminal.name);
+    EXPECT_EQ(pasted.status, 0);
+    EXPECT_TRUE(pasted.problems.starts_with("quillmark: Paste the message’s source")) << pasted.problems;
 }
 
 TEST(CommandLine, noFileStandsInForAClosedStream) {
@@ -982,17 +1010,12 @@ TEST(CommandLine, clearingTheHistoryIsConfirmed) {
     const std::string dns = data.folder.write("dns.json", R"({"answers":{}})");
     ASSERT_EQ(run({"check", "--save", "--dns", dns, data.folder.write("a.eml", plain)}).status, 0);
     for (const std::string answer : {"n", "", "y"}) {
-        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-        ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
-        const std::string name = ptsname(terminal);
-        const std::string bytes = answer + "\n";
-        const int other = open(name.c_str(), O_RDWR | O_NOCTTY);  // keeps what is typed until it is read
-        ASSERT_EQ(write(terminal, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        const int status = ended(started({"history", "clear"}, data.folder / "out", name, name));
+        Terminal terminal;
+        terminal.type(answer + "\n");
+        const int status =
+            ended(started({"history", "clear"}, data.folder / "out", terminal.name, terminal.name));
         EXPECT_EQ(status, answer == "y" ? 0 : 1);
         EXPECT_EQ(run({"history", "list"}).output.empty(), answer == "y");
-        close(other);
-        close(terminal);
     }
 }
 
