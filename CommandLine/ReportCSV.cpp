@@ -27,7 +27,14 @@ bool looksLikeFormula(std::string_view text) {
 void addCell(std::string& row, std::string_view text) {
     row += row.empty() ? "\"" : ",\"";
     if (looksLikeFormula(text)) row += '\'';
-    for (const char c : forDisplay(text, longestCell)) row.append(c == '"' ? 2 : 1, c);
+    const std::string shown = forDisplay(text, longestCell);
+    for (std::string_view rest = shown; !rest.empty(); rest.remove_prefix(1)) {
+        const char c = rest.front();
+        row.append(c == '"' ? 2 : 1, c);
+        // Where the system's language has numbers with a comma, spreadsheets take a semicolon for the end of
+        // a cell, even between these quotes.
+        if (c == ';' && looksLikeFormula(trimmed(rest.substr(1), " \""))) row += '\'';
+    }
     row += '"';
 }
 

@@ -23,6 +23,7 @@ TEST(ReportCSV, cellsAreSafe) {
         {"  =1", "\"'  =1\""},
         {"＝1", "\"'＝1\""},
         {"a\r\n=1", "\"a =1\""},
+        {"a; \"=1\";b;-1", "\"a;' \"\"=1\"\";b;'-1\""},  // where semicolons part the cells
         {"\x1B[31m\u202E", "\"\uFFFD[31m‹U+202E›\""},
     };
     for (const auto& row : rows) {
