@@ -64,7 +64,7 @@ PartType partType(std::string_view contentType, std::string_view encoding, bool 
     if (equalsIgnoringCase(encoding, "quoted-printable")) part.encoding = TransferEncoding::quotedPrintable;
     if (contentType.size() > longestType) return part;
     std::string_view rest = contentType;
-    const std::string name = withoutWhitespace(takePiece(rest, ';'));
+    const std::string name = withoutWhitespace(withoutComments(takePiece(rest, ';')));
     if (equalsIgnoringCase(name, "message/rfc822") || equalsIgnoringCase(name, "message/global") ||
         (name.empty() && isInDigest)) {
         part.kind = PartType::Kind::message;
@@ -99,18 +99,26 @@ std::string base64Content(std::string_view text) {
     return decodedBase64(digits).value_or("");
 }
 
-/// RFC 2045, section 6.7; what is no valid escape stays as it is.
+/// RFC 2045, section 6.7; what is no valid escape stays as it is. Blanks at the end of a line came on the
+/// way.
 std::string quotedPrintableContent(std::string_view text) {
     std::string bytes;
     bytes.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
+        if (isBlank(text[i])) {
+            const auto end = std::min(text.find_first_not_of(" \t", i), text.size());
+            if (end < text.size() && text[end] != '\r') bytes.append(text.substr(i, end - i));
+            i = end - 1;
+            continue;
+        }
         if (text[i] != '=') {
             bytes += text[i];
             continue;
         }
         const std::string_view escape = text.substr(i + 1, 2);
-        if (escape == lineEnd) {
-            i += 2;
+        const auto behind = std::min(text.find_first_not_of(" \t", i + 1), text.size());
+        if (text.substr(behind).starts_with(lineEnd)) {
+            i = behind + 1;
         } else if (escape.size() == 2 && hexValue(escape[0]) >= 0 && hexValue(escape[1]) >= 0) {
             bytes += static_cast<char>(hexValue(escape[0]) * 16 + hexValue(escape[1]));
             i += 2;

@@ -43,10 +43,10 @@ TEST(AttachedMessages, areFound) {
         {"From: a@b\r\n\r\nbody", {}},
         {type + "\r\n" + inner, {"1 " + inner}},
         {"Content-Type: text/plain\r\n\r\n" + inner, {}},
-        {"CONTENT-TYPE: Message/RFC822; x=y\r\nContent-Transfer-Encoding: Base64\r\n\r\n" +
+        {"CONTENT-TYPE: (all of it) Message/RFC822; x=y\r\nContent-Transfer-Encoding: Base64\r\n\r\n" +
              base64.substr(0, 7) + "\r\n " + base64.substr(7) + "\r\n",
          {"1 " + inner}},
-        {type + "Content-Transfer-Encoding: quoted-printable\r\n\r\n=46rom: b=\r\n@c\r\n\r\nx=3D=zz=\r\n",
+        {type + "Content-Transfer-Encoding: quoted-printable\r\n\r\n=46rom: b= \t\r\n@c \r\n\r\nx=3D=zz=\r\n",
          {"1 From: b@c\r\n\r\nx==zz"}},
         // The line end before a boundary belongs to it; what follows the last one is no part.
         {multipart("=_a b", "before\r\n--=_a b\r\n" + type + "\r\n" + inner +
