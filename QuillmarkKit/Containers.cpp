@@ -20,8 +20,10 @@ constexpr std::string_view separatorBegin = "From ";
 constexpr std::size_t longestSeparator = 1000;  // bytes; RFC 5321 allows 254 in an address
 constexpr std::size_t longestFieldName = 1000;
 constexpr std::size_t lookAhead = longestSeparator + longestFieldName;
-constexpr std::size_t longestCount = 20;  // of the line with the count: digits and the blanks behind them
+constexpr std::size_t longestEmptyLine = 4;  // and the line end before it, where a body has none
+constexpr std::size_t longestCount = 20;     // of the line with the count: digits and the blanks behind them
 constexpr std::size_t mostSignatures = 10;
+constexpr std::size_t asciiUnits = 16;  // that UTF-16 without a mark begins with
 
 /// The line at the front, without its line end.
 std::string_view firstLine(std::string_view text) {
@@ -77,10 +79,14 @@ bool endsWithEmptyLine(std::string_view text) {
     return false;
 }
 
-/// The length of the separator at the front of `text`, its line end included; 0 when there is none.
+/// The length of the separator at the front of `text`, its line end included, which may be missing where the
+/// file ends; 0 when there is none.
 std::size_t separatorLength(std::string_view text, bool isBehindEmptyLine) {
     const auto end = text.substr(0, longestSeparator).find('\n');
-    if (end == std::string_view::npos) return 0;
+    if (end == std::string_view::npos) {
+        const bool isLast = text.size() <= longestSeparator && isBehindEmptyLine && hasDate(text);
+        return isLast ? text.size() : 0;
+    }
     const std::string_view line = firstLine(text);
     const bool isDated = hasDate(line), isBeforeField = beginsField(text.substr(end + 1));
     const bool isDatelessSeparator =
@@ -98,6 +104,31 @@ std::string_view withoutLastEmptyLine(std::string_view message) {
     return message;
 }
 
+/// How many of the signatures name the hash of this body.
+std::size_t fitting(const MailMessage& message) {
+    if (!message.body()) return 0;
+    BodyHashes hashes(*message.body());
+    std::size_t count = 0;
+    for (const char* const name : {"DKIM-Signature", "ARC-Message-Signature"}) {
+        const auto positions = message.positions(name);
+        for (const auto position : positions.first(std::min(positions.size(), mostSignatures))) {
+            const std::string value = message.headers()[position].value();
+            const TagList tags = TagList::parse(value);
+            const auto forms = CanonicalizationPair::parse(tags.value("c"));
+            const auto named = decodedBase64(tags.compactValue("bh").value_or(""));
+            if (!forms || !named || named->empty()) continue;
+            const auto limit = decimal(tags.value("l").value_or(""));
+            const auto algorithm =
+                tags.value("a").value_or("").ends_with("sha1") ? HashAlgorithm::sha1 : HashAlgorithm::sha256;
+            const auto& hash =
+                hashes.hash(forms->body, algorithm,
+                            limit ? std::optional(static_cast<std::uint64_t>(*limit)) : std::nullopt);
+            if (hash.digest == *named) ++count;
+        }
+    }
+    return count;
+}
+
 }  // namespace
 
 bool isConverted(std::string_view head) {
@@ -106,9 +137,20 @@ bool isConverted(std::string_view head) {
 
 // UTF-16
 
-std::optional<ByteOrder> byteOrderMark(std::string_view head) {
+std::optional<ByteOrder> utf16Order(std::string_view head) {
     if (head.starts_with("\xFF\xFE")) return ByteOrder::little;
     if (head.starts_with("\xFE\xFF")) return ByteOrder::big;
+    if (head.size() < 2 * asciiUnits) return std::nullopt;
+    head = head.substr(0, 2 * asciiUnits);
+    const auto isASCII = [&](std::size_t low) {
+        for (std::size_t i = 0; i < head.size(); i += 2) {
+            const auto c = static_cast<unsigned char>(head[i + low]);
+            if (c == 0 || c > 126 || head[i + 1 - low] != 0) return false;
+        }
+        return true;
+    };
+    if (isASCII(0)) return ByteOrder::little;
+    if (isASCII(1)) return ByteOrder::big;
     return std::nullopt;
 }
 
@@ -162,14 +204,17 @@ std::optional<std::string_view> countedMessage(std::string_view file) {
     if (!beginsWithCount(file)) return std::nullopt;
     std::string_view rest = file.substr(file.find('\n') + 1);
     const auto count = decimal(trimmedBlanks(firstLine(file)));
-    if (static_cast<std::uint64_t>(*count) > rest.size()) return std::nullopt;
-    const std::string_view message = rest.substr(0, static_cast<std::size_t>(*count));
-    rest.remove_prefix(message.size());
-    rest = trimmed(rest.substr(0, longestHead), " \t\r\n");
-    for (const char* const begin : {"<?xml", "<!DOCTYPE plist", "<plist", "bplist"}) {
-        if (rest.starts_with(begin)) return message;
+    if (static_cast<std::uint64_t>(*count) <= rest.size()) {
+        const std::string_view message = rest.substr(0, static_cast<std::size_t>(*count));
+        const auto behind = trimmed(rest.substr(message.size()).substr(0, longestHead), " \t\r\n");
+        for (const char* const begin : {"<?xml", "<!DOCTYPE plist", "<plist", "bplist"}) {
+            if (behind.starts_with(begin)) return message;
+        }
     }
-    return std::nullopt;
+    const auto begin = rest.rfind("\n<?xml");
+    if (begin == std::string_view::npos || !trimmed(rest, " \t\r\n").ends_with("</plist>"))
+        return std::nullopt;
+    return rest.substr(0, begin + 1);
 }
 
 // Mbox
@@ -192,6 +237,7 @@ void MboxSplitter::add(std::string_view bytes) {
         const std::string_view rest = held();
         std::memmove(m_buffer.data(), rest.data(), rest.size());
         m_buffer.setSize(rest.size());
+        m_tried -= std::min(m_tried, m_begin);
         m_search -= std::exchange(m_begin, 0);
     }
     const std::size_t size = m_buffer.size(), needed = size + bytes.size();
@@ -211,14 +257,60 @@ std::optional<MboxSplitter::Separator> MboxSplitter::nextSeparator() {
         }
         m_search = found;
         if (!m_hasEnded && text.size() - found < lookAhead) return std::nullopt;
-        const bool isFirst = found == m_begin && !m_isTooLarge;
-        if (isFirst || (found > m_begin && text[found - 1] == '\n')) {
-            const bool isBehindEmptyLine = endsWithEmptyLine(text.substr(m_begin, found - m_begin));
-            if (const auto length = separatorLength(text.substr(found), isBehindEmptyLine))
-                return Separator{found, found + length};
+        if (const auto separator = separatorAt(found)) {
+            // Nothing is hashed twice for this, whatever lengths the messages name.
+            const std::size_t end = m_begin < m_tried ? 0 : endByLength(found);
+            if (end == 0) return separator;
+            if (!m_hasEnded && text.size() < end + longestEmptyLine + lookAhead) return std::nullopt;
+            m_tried = end;
+            if (!isSignedUpTo(end, found)) return separator;
+            m_search = end;
+            continue;
         }
         ++m_search;
     }
+}
+
+/// The separator that begins there, if one does.
+std::optional<MboxSplitter::Separator> MboxSplitter::separatorAt(std::size_t position) const {
+    const std::string_view text = m_buffer.view();
+    const bool isFirst = position == m_begin && !m_isTooLarge;
+    if (!isFirst && (position <= m_begin || text[position - 1] != '\n')) return std::nullopt;
+    const bool isBehindEmptyLine = endsWithEmptyLine(text.substr(m_begin, position - m_begin));
+    const auto length = separatorLength(text.substr(position), isBehindEmptyLine);
+    return length > 0 ? std::optional(Separator{position, position + length}) : std::nullopt;
+}
+
+/// Where the message's body ends by its Content-Length, when that lies behind this separator; else 0.
+std::size_t MboxSplitter::endByLength(std::size_t separator) const {
+    constexpr std::string_view name = "\nContent-Length:";
+    const std::string_view message = held().substr(0, separator - m_begin);
+    std::string_view header = message.substr(0, longestHead);
+    header = header.substr(0, header.find("\n\n"));
+    header = header.substr(0, header.find("\n\r\n"));
+    const auto field = header.rfind(name);
+    if (m_isTooLarge || header.size() >= std::min(message.size(), longestHead) ||
+        field == std::string_view::npos)
+        return 0;
+    const auto length = decimal(trimmedBlanks(firstLine(header.substr(field + name.size()))));
+    if (!length || *length > static_cast<std::int64_t>(largestMessage)) return 0;
+    const std::size_t body = message.find('\n', header.size() + 1) + 1;
+    const std::size_t size = body + static_cast<std::size_t>(*length);
+    return size > message.size() && size <= largestMessage ? m_begin + size : 0;
+}
+
+/// Whether the message ends there, at a separator or at the end of the file, and more of its signatures fit
+/// it so than when it ends at this separator.
+bool MboxSplitter::isSignedUpTo(std::size_t end, std::size_t separator) const {
+    const std::string_view text = m_buffer.view();
+    if (end > text.size()) return false;
+    const auto lineEnds = std::min(text.substr(end).find_first_not_of("\r\n"), text.size() - end);
+    if (lineEnds > longestEmptyLine || (end + lineEnds < text.size() && !separatorAt(end + lineEnds)))
+        return false;
+    const auto fits = [&](std::size_t size) {
+        return fitting(MailMessage::parse(held().substr(0, size - m_begin)));
+    };
+    return fits(end) > fits(separator);
 }
 
 /// Of a message that is too large only as much stays as tells whether an empty line stands before a
@@ -282,31 +374,6 @@ std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>&
         from = line + 1;
     }
     return bytes.append(text.substr(from));
-}
-
-/// How many of the signatures name the hash of this body.
-std::size_t fitting(const MailMessage& message) {
-    if (!message.body()) return 0;
-    BodyHashes hashes(*message.body());
-    std::size_t count = 0;
-    for (const char* const name : {"DKIM-Signature", "ARC-Message-Signature"}) {
-        const auto positions = message.positions(name);
-        for (const auto position : positions.first(std::min(positions.size(), mostSignatures))) {
-            const std::string value = message.headers()[position].value();
-            const TagList tags = TagList::parse(value);
-            const auto forms = CanonicalizationPair::parse(tags.value("c"));
-            const auto named = decodedBase64(tags.compactValue("bh").value_or(""));
-            if (!forms || !named || named->empty()) continue;
-            const auto limit = decimal(tags.value("l").value_or(""));
-            const auto algorithm =
-                tags.value("a").value_or("").ends_with("sha1") ? HashAlgorithm::sha1 : HashAlgorithm::sha256;
-            const auto& hash =
-                hashes.hash(forms->body, algorithm,
-                            limit ? std::optional(static_cast<std::uint64_t>(*limit)) : std::nullopt);
-            if (hash.digest == *named) ++count;
-        }
-    }
-    return count;
 }
 
 }  // namespace

@@ -17,9 +17,10 @@ namespace quillmark {
 /// of personal folders), so that what was signed cannot be had from it.
 bool isConverted(std::string_view head);
 
-/// The byte order of UTF-16 text that begins with a byte order mark.
+/// The byte order of a file that is UTF-16 text: it begins with a byte order mark, or all of its first
+/// characters are ASCII.
 enum class ByteOrder { little, big };
-std::optional<ByteOrder> byteOrderMark(std::string_view head);
+std::optional<ByteOrder> utf16Order(std::string_view head);
 
 /// UTF-16 as UTF-8, piece by piece, wherever it is cut. A surrogate without its other half becomes U+FFFD. A
 /// byte order mark at the beginning is dropped.
@@ -41,7 +42,8 @@ private:
 };
 
 /// A message saved with its length in a line of its own in front of it and a property list behind it: its own
-/// bytes. Nothing when `file` does not hold all three parts, exactly so.
+/// bytes. Where the length leads nowhere, since line ends were converted, they end where the last property
+/// list begins. Nothing when `file` does not hold all three parts.
 std::optional<std::string_view> countedMessage(std::string_view file);
 /// Whether a file that begins so may be one.
 bool beginsWithCount(std::string_view head);
@@ -57,7 +59,9 @@ constexpr std::size_t longestHead = 65'536;
 ///
 /// A line is taken for a separator when two of these hold: it has a date, an empty line stands before it, a
 /// header field follows it; without a date it must name an address. Thus a line of a message that begins with
-/// "From " and was not quoted when it was saved splits no message.
+/// "From " and was not quoted when it was saved splits no message, unless it looks just like a separator.
+/// Then the message's Content-Length is heeded when it leads to another separator or to the end, and when
+/// more of its signatures fit the body that long: whoever wrote that field can't hide the messages of others.
 class MboxSplitter {
 public:
     struct Message {
@@ -80,12 +84,16 @@ private:
         std::size_t begin, end;
     };
     std::optional<Separator> nextSeparator();
+    std::optional<Separator> separatorAt(std::size_t position) const;
+    std::size_t endByLength(std::size_t separator) const;
+    bool isSignedUpTo(std::size_t end, std::size_t separator) const;
     std::string_view held() const { return m_buffer.view().substr(m_begin); }
     void discardLarge();
 
     ByteBuffer m_buffer = ByteBuffer(4 * longestHead);
     std::size_t m_begin = 0;   // of the message, in the buffer
     std::size_t m_search = 0;  // where no separator begins before
+    std::size_t m_tried = 0;   // the end of what was hashed for the sake of a Content-Length
     std::size_t m_number = 0;
     bool m_isTooLarge = false, m_hasEnded = false, m_isDone = false;
 };

@@ -47,6 +47,7 @@ public:
           m_status(other.m_status),
           m_left(other.m_left),
           m_decoder(std::move(other.m_decoder)),
+          m_isBehindCR(other.m_isBehindCR),
           m_hasEnded(other.m_hasEnded) {}
     FileBytes& operator=(FileBytes&&) = delete;
     ~FileBytes() {
@@ -64,6 +65,15 @@ public:
         bytes = decoded(bytes.view());
     }
 
+    /// Of a mailbox whose lines end with CR alone, as on old systems, the bytes read so far, and all that
+    /// come, get LF instead, where separators are looked for.
+    void endLinesWithLF(ByteBuffer& bytes) {
+        const std::string_view head = bytes.view();
+        if (!head.starts_with("From ") || head.find('\n') != std::string_view::npos) return;
+        m_isBehindCR = false;
+        replaceCRs(bytes, 0);
+    }
+
     /// Appends what comes until there are `limit` bytes (of UTF-16 somewhat more), or until the end. Adds to
     /// `count` what was read.
     std::optional<Refusal> readOn(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
@@ -72,14 +82,15 @@ public:
             const std::size_t before = bytes.size();
             if (!m_decoder) {
                 if (auto refusal = readBytes(bytes, limit, count, stop)) return refusal;
-                continue;
+            } else {
+                ByteBuffer piece(pieceSize);
+                if (auto refusal = readBytes(piece, pieceSize, count, stop)) return refusal;
+                const ByteBuffer text = decoded(piece.view());
+                bytes.grow(std::max(before + text.size(), std::min(2 * bytes.capacity(), limit)));
+                std::ranges::copy(text.view(), bytes.data() + before);
+                bytes.setSize(before + text.size());
             }
-            ByteBuffer piece(pieceSize);
-            if (auto refusal = readBytes(piece, pieceSize, count, stop)) return refusal;
-            const ByteBuffer text = decoded(piece.view());
-            bytes.grow(std::max(before + text.size(), std::min(2 * bytes.capacity(), limit)));
-            std::ranges::copy(text.view(), bytes.data() + before);
-            bytes.setSize(before + text.size());
+            if (m_isBehindCR) replaceCRs(bytes, before);
         }
         return std::nullopt;
     }
@@ -103,6 +114,16 @@ private:
         return ByteBuffer(text);
     }
 
+    void replaceCRs(ByteBuffer& bytes, std::size_t from) {
+        std::size_t size = from;
+        for (std::size_t i = from; i < bytes.size(); ++i) {
+            const char c = bytes.data()[i];
+            const bool endsPair = std::exchange(*m_isBehindCR, c == '\r') && c == '\n';
+            if (!endsPair) bytes.data()[size++] = c == '\r' ? '\n' : c;
+        }
+        bytes.setSize(size);
+    }
+
     static constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
 
     int m_descriptor;
@@ -110,6 +131,7 @@ private:
     struct stat m_status = {};
     std::size_t m_left = unknown;  // of a file that is as long as the system says
     std::optional<UTF16Decoder> m_decoder = {};
+    std::optional<bool> m_isBehindCR = {};  // nothing unless lines end with CR alone
     bool m_hasEnded = false;
 };
 
@@ -251,12 +273,13 @@ Found MailboxReader::State::nextIn(const std::stop_token& stop) {
     ByteBuffer bytes(std::min(size + 1, longestHead));
     if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
     if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
-    const auto order = byteOrderMark(bytes.view());
+    const auto order = utf16Order(bytes.view());
     if (order) {
         file->decodeAs(*order, bytes);
         if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop))
             return problem(std::move(*refusal));
     }
+    file->endLinesWithLF(bytes);
     if (const auto begin = mboxBegin(bytes.view())) {
         mbox.emplace();
         mbox->add(bytes.view().substr(*begin));

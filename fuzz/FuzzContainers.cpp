@@ -53,7 +53,7 @@ void checkMbox(std::string_view file, std::size_t cut) {
 }
 
 void checkUTF16(std::string_view bytes, std::size_t cut) {
-    const ByteOrder order = byteOrderMark(bytes).value_or(ByteOrder::big);
+    const ByteOrder order = utf16Order(bytes).value_or(ByteOrder::big);
     UTF16Decoder whole(order), inPieces(order);
     std::string expected = whole.decode(bytes), text;
     expected += whole.end();

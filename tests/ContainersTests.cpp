@@ -44,6 +44,10 @@ TEST(Containers, mboxMessages) {
         {crlf + "A: 1\r\n\r\nx\r\n\r\n" + crlf + "A: 2\r\n", {"1:A: 1\r\n\r\nx\r\n", "2:A: 2\r\n"}},
         {d + d + "\n" + d + "A: 3\n", {"3:A: 3\n"}},  // nothing between: counted, passed over
         {d + "A: 1\n\nx\nFrom here on Jan 2026 10:12:00\nB: c\n", {"1:A: 1\n\nx\n", "2:B: c\n"}},
+        {d + "A: 1\n\nx\n\n" + d.substr(0, d.size() - 1), {"1:A: 1\n\nx\n"}},  // the next is being delivered
+        // A length that nothing signed stands for hides no message.
+        {d + "A: 1\nContent-Length: 43\n\nx\n\n" + d + "A: 2\n\n",
+         {"1:A: 1\nContent-Length: 43\n\nx\n", "2:A: 2\n\n"}},
         // Lines that a sender wrote and nobody quoted.
         {d + "A: 1\n\nFrom here on\nNote: x\n", {"1!A: 1\n\nFrom here on\nNote: x\n"}},
         {d + "A: 1\n\nx\n" + d + "y\n", {"1!A: 1\n\nx\n" + d + "y\n"}},
@@ -83,6 +87,7 @@ TEST(Containers, otherForms) {
         {"5\nA: 1\n", std::nullopt},         // no list behind it
         {"6\nA: 1\n<?xml", std::nullopt},    // the list does not begin there
         {"900\nA: 1\n<?xml", std::nullopt},  // cut off
+        {"900\nA: 1\n\n<?xml?>\n<?xml?><plist/></plist>\n", "A: 1\n\n<?xml?>\n"},
         {"-5\nA: 1\n<?xml", std::nullopt},
         {"99999999999999999999\nA: 1\n<?xml", std::nullopt},
         {"5 A: 1\n<?xml", std::nullopt},
@@ -104,7 +109,7 @@ TEST(Containers, otherForms) {
     };
     for (const auto& [bytes, text] : texts) {
         for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
-            UTF16Decoder decoder(byteOrderMark(bytes).value());
+            UTF16Decoder decoder(utf16Order(bytes).value());
             std::string decoded = decoder.decode(bytes.substr(0, cut));
             decoded += decoder.decode(bytes.substr(cut));
             EXPECT_EQ(decoded + decoder.end(), text);

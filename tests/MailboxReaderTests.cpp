@@ -83,6 +83,16 @@ TEST_F(MailboxReaderTest, messagesVerifyInEachForm) {
     std::string quoted = lf;
     quoted.insert(quoted.find("From now"), ">");
     const std::string separator = "From a@b Mon Jan  5 10:12:00 2026\n";
+    std::string mac = separator + lf + "\n" + separator + lf;
+    std::ranges::replace(mac, '\n', '\r');
+    // A patch looks just like a message in a mailbox.
+    const std::string patch = withLineFeeds(test::signedMessage(
+        "From: a@example.org\r\nSubject: x\r\n\r\nHi\r\n\r\n" + separator + "Subject: patch\r\n\r\ndiff\r\n",
+        {.algorithm = SignatureAlgorithm::ed25519SHA256}, key));
+    const auto header = patch.find("\n\n");
+    const std::string withLength = separator + patch.substr(0, header) +
+                                   "\nContent-Length: " + std::to_string(patch.size() - header - 2) +
+                                   patch.substr(header) + "\n";
     const std::string mixed =
         "From: b@c\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nFwd\n--b\nContent-Type: ";
     const struct {
@@ -98,7 +108,12 @@ TEST_F(MailboxReaderTest, messagesVerifyInEachForm) {
         {"mbox, unquoted", separator + message + "\r\n" + separator + message, 2},
         {"counted",
          std::to_string(lf.size()) + "      \n" + lf + "<?xml version=\"1.0\"?>\n<plist></plist>\n"},
+        {"counted, line ends converted",
+         std::to_string(lf.size()) + "\r\n" + message + "<?xml version=\"1.0\"?>\r\n<plist></plist>\r\n"},
+        {"mbox with lengths", withLength + withLength + separator + lf, 3},
+        {"mbox, carriage returns", mac, 2},
         {"UTF-16", utf16(message)},
+        {"UTF-16 without a mark", utf16(message).substr(2)},
         {"mbox as UTF-16", utf16(separator + lf + "\n" + separator + quoted), 2, 2},
         {"attached", mixed + "message/rfc822\n\n" + lf + "\n--b--\n", 1, 0, true},
         {"attached as base64",
