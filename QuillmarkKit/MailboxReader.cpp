@@ -152,7 +152,8 @@ public:
             const std::string path = std::move(m_pending.back());
             m_pending.pop_back();
             struct stat status = {};
-            if (stat(path.c_str(), &status) != 0) continue;
+            // Gone since its folder was read, or out of reach.
+            if (stat(path.c_str(), &status) != 0) return File{path, nameOf(path), unreadable(errno)};
             if (S_ISREG(status.st_mode)) return File{path, nameOf(path)};
             if (!S_ISDIR(status.st_mode)) continue;
             if (auto refusal = enter(path, status)) return File{path, nameOf(path), std::move(refusal)};
@@ -192,7 +193,7 @@ private:
             // Beside its messages a Maildir holds a server's notes and, as hidden folders, its subfolders; in
             // "tmp" lie messages that were not delivered.
             const bool isPassedOver =
-                isMaildir ? name == "tmp" || !fs::is_directory(path, error) : name.starts_with('.');
+                isMaildir ? name == "tmp" || fs::is_regular_file(path, error) : name.starts_with('.');
             if (!isPassedOver) m_pending.push_back(path);
         }
         return 0;

@@ -176,10 +176,14 @@ TEST_F(MailboxReaderTest, folders) {
     fs::create_directory_symlink(path("Mail"), path("Mail/In/cur/loop"));
     fs::create_symlink(path("nowhere"), path("Mail/dangling"));
     ASSERT_EQ(mkfifo(path("Mail/fifo").c_str(), 0600), 0);
-    const List all = {"Mail/In/.Sent/cur/5: From: 5",  "Mail/In/cur/1:2,S: From: 1",
-                      "Mail/In/new/2: From: 2",        "Mail/a.eml: From: a",
-                      "Mail/b.eml: From: b",           "Mail/box, message 1: From: x\n\n",
-                      "Mail/box, message 2: From: y\n"};
+    const List all = {"Mail/In/.Sent/cur/5: From: 5",
+                      "Mail/In/cur/1:2,S: From: 1",
+                      "Mail/In/new/2: From: 2",
+                      "Mail/a.eml: From: a",
+                      "Mail/b.eml: From: b",
+                      "Mail/box, message 1: From: x\n\n",
+                      "Mail/box, message 2: From: y\n",
+                      "Mail/dangling: No such file or directory"};
     EXPECT_EQ(outcomes(path("Mail")), all);
     EXPECT_EQ(outcomes(path("Mail/")), all);
     EXPECT_EQ(outcomes(path("Mail/In/new/.")), List{"2: From: 2"});
