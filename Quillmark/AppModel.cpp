@@ -444,6 +444,7 @@ void AppModel::removeFromHistory(UUID id) {
     if (gone == saved.end()) return;
     if (m_selection == id && !row(id)) {
         std::optional<UUID> next;  // the next older, as they are listed
+        // cppcheck-suppress derefInvalidIteratorRedundantCheck; it was found, or nothing would be removed
         if (saved.size() > 1) next = (gone == saved.begin() ? *(gone + 1) : *(gone - 1))->id;
         select(next);
     }

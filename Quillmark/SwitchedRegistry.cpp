@@ -27,6 +27,7 @@ std::optional<Date> SwitchedRegistry::registrationDate(std::string_view domain, 
     try {
         return m_registry->registrationDate(domain, either.get_token());
     } catch (const RDAPError&) {
+        // cppcheck-suppress identicalConditionAfterEarlyExit; it may have been switched off meanwhile
         if (on.stop_requested()) throw RDAPError(switchedOff);
         throw;
     }

@@ -178,7 +178,7 @@ void UTF16Decoder::add(char16_t unit, std::string& text) {
     const bool isHigh = unit >= 0xD800 && unit < 0xDC00, isLow = unit >= 0xDC00 && unit < 0xE000;
     if (const char16_t high = std::exchange(m_high, isHigh ? unit : char16_t{0})) {
         if (isLow) {
-            appendUTF8(text, 0x10000 + ((char32_t{high} - 0xD800) << 10) + (char32_t{unit} - 0xDC00));
+            appendUTF8(text, 0x10000u + ((high & 0x3FFu) << 10 | (unit & 0x3FFu)));
             return;
         }
         appendUTF8(text, replacement);

@@ -180,13 +180,13 @@ Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<Regist
     : m_resolver(std::move(resolver)), m_registry(std::move(registry)), m_suffixes(suffixes) {}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
-                             std::stop_token stop) const {
-    return verify(message, std::move(fileName), now, UUID::random(), std::move(stop));
+                             const std::stop_token& stop) const {
+    return verify(message, std::move(fileName), now, UUID::random(), stop);
 }
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              // cppcheck-suppress passedByValue; an identity is sixteen plain bytes
-                             UUID id, std::stop_token stop) const {
+                             UUID id, const std::stop_token& stop) const {
     ProofReport report;
     report.id = id;
     report.checkedAt = now;

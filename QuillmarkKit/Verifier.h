@@ -26,10 +26,10 @@ public:
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
     /// still, but what was not yet asked says so. `now` is the time of the check.
     ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
-                       std::stop_token stop = {}) const;
+                       const std::stop_token& stop = {}) const;
     /// The same under a given identity.
     ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now, UUID id,
-                       std::stop_token stop = {}) const;
+                       const std::stop_token& stop = {}) const;
 
 private:
     std::shared_ptr<DNSResolver> m_resolver;
