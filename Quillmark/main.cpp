@@ -11,6 +11,8 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <filesystem>
+#include <iostream>
+#include <string_view>
 
 #include "Quillmark/AppModel.h"
 #include "Quillmark/DesktopOptions.h"
@@ -78,6 +80,14 @@ QStringList filesOf(const QCoreApplication& application, const Words& words) {
     return files;
 }
 
+/// Whether there is nowhere to show a window, of which Qt would say that reinstalling may help.
+bool hasNoScreen(int argc, char** argv) {
+    const bool isPlatformNamed =
+        std::any_of(argv + 1, argv + argc, [](std::string_view each) { return each.ends_with("-platform"); });
+    return !isPlatformNamed && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+           qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -88,6 +98,14 @@ int main(int argc, char** argv) {
         const QCoreApplication application(argc, argv);
         filesOf(application, Words{Reader::ofEnvironment()});
         return 0;
+    }
+    if (hasNoScreen(argc, argv)) {
+        const Words words{Reader::ofEnvironment()};
+        std::cerr << "quillmark-desktop: "
+                  << words("There is no screen to show a window on. In a terminal, quillmark does the same.")
+                         .toStdString()
+                  << '\n';
+        return 1;
     }
     QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
