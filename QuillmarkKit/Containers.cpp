@@ -397,6 +397,7 @@ std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
         if (count <= most) continue;
         most = count;
         quoted.reading = reading;
+        quoted.lines = static_cast<std::int64_t>(message.size() - bytes.size());
         quoted.bytes = ByteBuffer(bytes);
     }
     quoted.isDecided = most > fewest;

@@ -97,30 +97,32 @@ struct NoteSentence {
             {quotedDomain(note.domain), reader.time(note.signedAt), reader.time(note.received)});
     }
     std::string operator()(const ReportNote::QuotedFromLines& note) const {
+        // Only the text's hash was compared: whether the signature is genuine, its own finding says.
         switch (note.reading) {
             case FromQuoting::none:
                 return reader.translateCount(
-                    "The mailbox has %n line of this message that begins with “>From ”. The signature fits "
-                    "it as it stands there.",
-                    "The mailbox has %n lines of this message that begin with “>From ”. The signature fits "
-                    "them as they stand there.",
+                    "The mailbox has %n line of this message that begins with “>From ”. According to a "
+                    "signature, the text was signed as it stands there.",
+                    "The mailbox has %n lines of this message that begin with “>From ”. According to a "
+                    "signature, the text was signed as it stands there.",
                     note.lines, {});
             case FromQuoting::plain:
                 return reader.translateCount(
-                    "The mailbox put “>” before %n line of this message that begins with “From ”. Without "
-                    "that, the signature fits; a line that begins with more than one “>” was left as it was.",
-                    "The mailbox put “>” before %n lines of this message that begin with “From ”. Without "
-                    "that, the signature fits; lines that begin with more than one “>” were left as they "
-                    "were.",
+                    "The mailbox put “>” before %n line of this message that begins with “From ”. According "
+                    "to a signature, the text was signed without that. Lines that begin with more than one "
+                    "“>” were left as they were.",
+                    "The mailbox put “>” before %n lines of this message that begin with “From ”. According "
+                    "to a signature, the text was signed without that. Lines that begin with more than one "
+                    "“>” were left as they were.",
                     note.lines, {});
             case FromQuoting::full:
                 break;
         }
         return reader.translateCount(
-            "The mailbox put “>” before %n line of this message that begins with “From ”. Without that, the "
-            "signature fits.",
-            "The mailbox put “>” before %n lines of this message that begin with “From ”. Without that, the "
-            "signature fits.",
+            "The mailbox put “>” before %n line of this message that begins with “From ”. According to a "
+            "signature, the text was signed without that.",
+            "The mailbox put “>” before %n lines of this message that begin with “From ”. According to a "
+            "signature, the text was signed without that.",
             note.lines, {});
     }
     std::string operator()(const ReportNote::AnswerValidated& note) const {

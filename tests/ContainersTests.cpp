@@ -141,7 +141,7 @@ TEST(Containers, quotedFromLines) {
         {quoted, FromQuoting::none, 1, true, ""},
         {replaced(replaced(both, ">From then", ">>From then"), "From now", ">From now"), FromQuoting::full, 2,
          true, both},
-        {replaced(made("From now\r\n>>From then\r\n"), "From now", ">From now"), FromQuoting::plain, 2, true,
+        {replaced(made("From now\r\n>>From then\r\n"), "From now", ">From now"), FromQuoting::plain, 1, true,
          made("From now\r\n>>From then\r\n")},
         {replaced(one, "From now", ">From then"), FromQuoting::none, 1, false, ""},  // fits no reading
         {"From: a@b\n\n>From x\n", FromQuoting::none, 1, false, ""},

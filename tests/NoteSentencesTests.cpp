@@ -45,7 +45,7 @@ TEST(NoteSentences, all) {
          "30 Jan",
          "Die Signatur von d"},
         {Note::QuotedFromLines{FromQuoting::none, 2}, NoteSection::message, false,
-         "The mailbox has 2 lines of this message that begin with “>From ”. The signature fits them as they",
+         "The mailbox has 2 lines of this message that begin with “>From ”. According to a signature",
          "Im Postfach beginnen 2 Zeilen"},
         {Note::QuotedFromLines{FromQuoting::full, 1}, NoteSection::message, false,
          "The mailbox put “>” before 1 line", "Das Postfach hat „>“ vor 1 Zeile"},
