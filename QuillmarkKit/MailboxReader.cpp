@@ -105,6 +105,9 @@ private:
         count += length;
         if (m_left != unknown) m_left -= length;
         m_hasEnded = bytes.size() < limit;
+        // Of a message that is cut off the signature would be called broken.
+        if (m_hasEnded && m_left != unknown && m_left > 0)
+            return Refusal{Refusal::Unreadable{"It became shorter while it was read"}};
         return std::nullopt;
     }
 

@@ -202,6 +202,14 @@ TEST_F(MailboxReaderTest, whatIsNoMessage) {
     const std::string large = write("large", "From: a\n");
     fs::resize_file(large, largestMessage + 1);
     EXPECT_EQ(outcomes(large), List{"large refused 1"});
+
+    std::string many;
+    while (many.size() < 1'000'000) many += "From a@b Mon Jan  5 10:12:00 2026\nFrom: x\n\n";
+    const std::string shrinking = write("box", many);
+    MailboxReader reader(shrinking);
+    ASSERT_TRUE(reader.next());
+    fs::resize_file(shrinking, 300'001);
+    EXPECT_EQ(outcomes(reader).back(), "box: It became shorter while it was read");
 }
 
 /// Millions of separators with nothing between them give no message, in little time and memory; and a mailbox
