@@ -206,6 +206,13 @@ void ListPanel::refreshTones() {
         m_tones[i]->setToolTip(name);
         const QSignalBlocker quiet(m_tones[i]);
         m_tones[i]->setChecked(m_list.tones().contains(tone));
+        // Some styles hardly show in dark colours that a button is pressed.
+        QPalette colors = palette();
+        if (m_tones[i]->isChecked()) {
+            colors.setColor(QPalette::Button, colors.color(QPalette::Highlight));
+            colors.setColor(QPalette::ButtonText, colors.color(QPalette::HighlightedText));
+        }
+        m_tones[i]->setPalette(colors);
         m_tones[i]->setVisible(count > 0 || m_tones[i]->isChecked());
     }
 }
@@ -270,7 +277,9 @@ void ListPanel::setRunning(bool isRunning) {
 
 void ListPanel::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
-    if (event->type() == QEvent::FontChange && m_tableView) sizeColumns();
+    if (!m_tableView) return;  // not built yet
+    if (event->type() == QEvent::FontChange) sizeColumns();
+    if (event->type() == QEvent::PaletteChange) refreshTones();
 }
 
 }  // namespace quillmark

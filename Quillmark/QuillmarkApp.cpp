@@ -146,14 +146,13 @@ void QuillmarkApp::connectModel() {
         timer->setInterval(0);
         connect(timer, &QTimer::timeout, this, refresh);
     }
-    const auto later = [](QTimer& timer) {
-        return [&timer] {
-            if (!timer.isActive()) timer.start();
-        };
-    };
-    connect(&m_model, &AppModel::sessionChanged, this, later(m_listTimer));
-    connect(&m_model, &AppModel::historyChanged, this, later(m_listTimer));
-    connect(&m_model, &AppModel::selectionChanged, this, later(m_selectionTimer));
+    for (const auto changed : {&AppModel::sessionChanged, &AppModel::historyChanged}) {
+        connect(&m_model, changed, this, [this] {
+            // While a mailbox is checked a long list is not made anew more often than somebody can see.
+            if (!m_listTimer.isActive()) m_listTimer.start(m_model.busy() ? m_listRest : 0);
+        });
+    }
+    connect(&m_model, &AppModel::selectionChanged, this, [this] { m_selectionTimer.start(); });
     connect(&m_model, &AppModel::sheetChanged, this, &QuillmarkApp::refreshSheet);
     connect(&m_model, &AppModel::problemChanged, this,
             [this] { m_window.setProblem(isolatedRuns(m_model.problem().value_or(""))); });
@@ -190,8 +189,7 @@ void QuillmarkApp::refreshList() {
     }
     m_list.setEntries(std::move(entries));
     refreshSelection();
-    // While a mailbox is checked a long list is not made more often than somebody can see.
-    m_listTimer.setInterval(static_cast<int>(std::min(restAfterList * taken.elapsed(), longestRest)));
+    m_listRest = static_cast<int>(std::min(restAfterList * taken.elapsed(), longestRest));
 }
 
 SharedReport QuillmarkApp::selectedReport() const {

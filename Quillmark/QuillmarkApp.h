@@ -69,6 +69,7 @@ private:
     ReportList m_list;
     MainView m_window;
     QTimer m_listTimer, m_selectionTimer;  // one refresh for a burst of changes
+    int m_listRest = 0;                    // milliseconds
     QThreadPool m_exports;                 // where files are made and written
     SharedReport m_shown;
     bool m_hasMessage = false;
