@@ -41,10 +41,7 @@ TEST(Addresses, parseList) {
         {"", {}},
         {" , ;", {}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.value);
-        EXPECT_EQ(MailAddress::parseList(row.value), row.list);
-    }
+    for (const auto& row : rows) EXPECT_EQ(MailAddress::parseList(row.value), row.list) << row.value;
 }
 
 TEST(Addresses, domainPart) {
@@ -59,9 +56,7 @@ TEST(Addresses, domainPart) {
 }
 
 TEST(EncodedWords, decode) {
-    const struct {
-        std::string_view text, decoded;
-    } rows[] = {
+    const std::pair<std::string_view, std::string_view> rows[] = {
         {"plain", "plain"},
         {"=?utf-8?q?Caf=C3=A9_Bar?=", "Café Bar"},
         {"=?ISO-8859-1?Q?a?= \r\n =?ISO-8859-1?Q?b?=", "ab"},
@@ -84,7 +79,7 @@ TEST(EncodedWords, decode) {
         {"=?=?utf-8?q?a?=", "=?a"},
         {"=?", "=?"},
     };
-    for (const auto& row : rows) EXPECT_EQ(EncodedWords::decode(row.text), row.decoded) << row.text;
+    for (const auto& [text, decoded] : rows) EXPECT_EQ(EncodedWords::decode(text), decoded) << text;
 }
 
 TEST(EncodedWords, hostileNamesStayCheap) {

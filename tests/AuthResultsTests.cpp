@@ -31,10 +31,7 @@ TEST(AuthResults, parse) {
         {"i; mx=x", {"i", {{"mx", "x", {}}}}, AuthResults::Kind::arc},
         {"i=1; mx", {"i=1", {}}},  // an instance stands in the other kind of field only
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.value);
-        EXPECT_EQ(AuthResults::parse(row.value, row.kind), row.results);
-    }
+    for (const auto& row : rows) EXPECT_EQ(AuthResults::parse(row.value, row.kind), row.results) << row.value;
 }
 
 TEST(AuthResults, noRoomForStatementsThatAreNone) {

@@ -16,6 +16,10 @@ TEST(DKIMKeys, parse) {
     const auto unusable = [](std::string message) {
         return Parsed(Problem(DKIMKeyRecord::Unusable{std::move(message)}));
     };
+    const DKIMKeyRecord testedAndStrict{
+        .keyType = "ed25519", .publicKey = "ABC", .testing = true, .strict = true};
+    const DKIMKeyRecord ofSHA1AndSHA256{
+        .publicKey = "ABC", .hashAlgorithms = Words{"sha1", "sha256"}, .serviceTypes = Words{"email"}};
     const struct {
         std::string_view text;
         Parsed parsed;
@@ -27,13 +31,10 @@ TEST(DKIMKeys, parse) {
         {"v=; p=QUJD", unusable("v=")},
         {"p=Q*JD", unusable("p= is not base64")},
         {"p=QU JD\r\n\tREVG", DKIMKeyRecord{.publicKey = "ABCDEF"}},
-        {"v=DKIM1;k=Ed25519;p=QUJD;t=y:s",
-         DKIMKeyRecord{.keyType = "ed25519", .publicKey = "ABC", .testing = true, .strict = true}},
+        {"v=DKIM1;k=Ed25519;p=QUJD;t=y:s", testedAndStrict},
         {"p=QUJD; t=Y: S", DKIMKeyRecord{.publicKey = "ABC"}},
         {"p=QUJD; t= s :x", DKIMKeyRecord{.publicKey = "ABC", .strict = true}},
-        {"p=QUJD; h= SHA1 ::sha256; s=Email",
-         DKIMKeyRecord{
-             .publicKey = "ABC", .hashAlgorithms = Words{"sha1", "sha256"}, .serviceTypes = Words{"email"}}},
+        {"p=QUJD; h= SHA1 ::sha256; s=Email", ofSHA1AndSHA256},
         {"p=QUJD; h=", DKIMKeyRecord{.publicKey = "ABC", .hashAlgorithms = Words{}}},
     };
     for (const auto& row : rows) EXPECT_EQ(DKIMKeyRecord::parse(row.text), row.parsed) << row.text;
@@ -77,8 +78,8 @@ TEST(DKIMKeys, keysThatMustNotBeUsed) {
     const std::string odd = "\0\xFF"s + std::string(126, 'm') + "\x01"s;
     EXPECT_TRUE(RSAPublicKey::fromPKCS1(pkcs1(odd, "\x03")));
     EXPECT_TRUE(RSAPublicKey::fromPKCS1(pkcs1(odd, "\0\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s)));
-    EXPECT_EQ(RSAPublicKey::fromPKCS1(pkcs1("\0\0\0"s + odd, "\x03"))->blockSize(),
-              128u);  // leading zeros do not count
+    // Leading zeros do not count.
+    EXPECT_EQ(RSAPublicKey::fromPKCS1(pkcs1("\0\0\0"s + odd, "\x03"))->blockSize(), 128u);
     EXPECT_TRUE(RSAPublicKey::fromPKCS1(pkcs1("\0"s + std::string(2048, '\xFF'), "\x03")));
     const struct {
         const char* what;
@@ -104,25 +105,24 @@ TEST(DKIMKeys, keysThatMustNotBeUsed) {
 }
 
 TEST(DKIMKeys, signaturesAreComparedWhole) {
-    const auto key = test::PrivateKey::rsa(1024);
-    const std::string digest = hash(HashAlgorithm::sha256, "data");
+    const auto &key = test::rsaKey(), &ed25519 = test::ed25519Key();
+    const std::string digest = hash(HashAlgorithm::sha256, "data"),
+                      other = hash(HashAlgorithm::sha256, "date");
     const std::string signature = key.signature(SignatureAlgorithm::rsaSHA256, digest);
     const auto rsa = RSAPublicKey::fromPKCS1(key.publicPKCS1());
     ASSERT_TRUE(rsa);
     EXPECT_TRUE(rsa->verify(HashAlgorithm::sha256, digest, signature));
     EXPECT_FALSE(rsa->verify(HashAlgorithm::sha1, digest, signature));
-    EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, digest, '\0' + signature));
-    EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, digest, signature.substr(1)));
-    EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, digest, ""));
-    EXPECT_FALSE(
-        rsa->verify(HashAlgorithm::sha256, digest, std::string(128, '\xFF')));  // not below the modulus
-    EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, hash(HashAlgorithm::sha256, "date"), signature));
-    const auto ed25519 = test::PrivateKey::ed25519();
-    const std::string other = ed25519.signature(SignatureAlgorithm::ed25519SHA256, digest);
-    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), digest, other), true);
-    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), digest, other + 'x'), false);
-    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), "", other), false);
-    EXPECT_EQ(verifyEd25519(ed25519.publicKey() + 'x', digest, other), std::nullopt);
+    EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, other, signature));
+    // Of a wrong length, empty, and not below the modulus.
+    for (const std::string& bad :
+         {'\0' + signature, signature.substr(1), std::string(), std::string(128, '\xFF')})
+        EXPECT_FALSE(rsa->verify(HashAlgorithm::sha256, digest, bad));
+    const std::string shorter = ed25519.signature(SignatureAlgorithm::ed25519SHA256, digest);
+    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), digest, shorter), true);
+    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), digest, shorter + 'x'), false);
+    EXPECT_EQ(verifyEd25519(ed25519.publicKey(), "", shorter), false);
+    EXPECT_EQ(verifyEd25519(ed25519.publicKey() + 'x', digest, shorter), std::nullopt);
 }
 
 TEST(Crypto, digestsOfPrefixes) {

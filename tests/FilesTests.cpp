@@ -11,13 +11,13 @@ namespace fs = std::filesystem;
 
 TEST(Files, replaceFile) {
     const TemporaryFolder folder;
-    const fs::path path = folder.file("made/for it/file");
+    const fs::path path = folder / "made/for it/file";
     replaceFile(path, "one");
     replaceFile(path, "two, longer");
     EXPECT_EQ(fileContents(path, 11), "two, longer");
     EXPECT_EQ(fileContents(path, 10), std::nullopt);
-    EXPECT_EQ(fileContents(folder.file("none"), 10), std::nullopt);
-    EXPECT_EQ(fileContents(folder.file("made"), 10), std::nullopt);
+    EXPECT_EQ(fileContents(folder / "none", 10), std::nullopt);
+    EXPECT_EQ(fileContents(folder / "made", 10), std::nullopt);
     EXPECT_EQ(fs::status(path).permissions(), fs::perms{0600});
     EXPECT_EQ(fs::status(path.parent_path()).permissions(), fs::perms{0700});
 
@@ -30,26 +30,26 @@ TEST(Files, replaceFile) {
     EXPECT_EQ(fileContents(precious, 10), "kept");
 
     EXPECT_THROW(replaceFile(precious / "below a file", "x"), fs::filesystem_error);
-    EXPECT_THROW(replaceFile(folder.file("made"), "x"), fs::filesystem_error);  // a folder has the name
-    const auto left = std::distance(fs::directory_iterator(folder.file("")), fs::directory_iterator());
+    EXPECT_THROW(replaceFile(folder / "made", "x"), fs::filesystem_error);  // a folder has the name
+    const auto left = std::distance(fs::directory_iterator(folder / ""), fs::directory_iterator());
     EXPECT_EQ(left, 2);  // no temporary file
 
-    createFile(folder.file("fresh"), "first");
-    EXPECT_EQ(fs::status(folder.file("fresh")).permissions(), fs::perms{0600});
-    fs::create_symlink(folder.file("nowhere"), folder.file("link"));
+    createFile(folder / "fresh", "first");
+    EXPECT_EQ(fs::status(folder / "fresh").permissions(), fs::perms{0600});
+    fs::create_symlink(folder / "nowhere", folder / "link");
     for (const char* taken : {"fresh", "link", "made"}) {
-        EXPECT_THROW(createFile(folder.file(taken), "second"), fs::filesystem_error) << taken;
+        EXPECT_THROW(createFile(folder / taken, "second"), fs::filesystem_error) << taken;
     }
-    EXPECT_EQ(fileContents(folder.file("fresh"), 10), "first");
-    EXPECT_FALSE(fs::exists(folder.file("nowhere")));
+    EXPECT_EQ(fileContents(folder / "fresh", 10), "first");
+    EXPECT_FALSE(fs::exists(folder / "nowhere"));
 }
 
 TEST(Files, aLockIsNotWaitedForWithoutEnd) {
     const TemporaryFolder folder;
-    std::optional<FileLock> held(folder.file("lock"));
-    EXPECT_THROW(FileLock(folder.file("lock"), std::chrono::milliseconds(20)), fs::filesystem_error);
+    std::optional<FileLock> held(folder / "lock");
+    EXPECT_THROW(FileLock(folder / "lock", std::chrono::milliseconds(20)), fs::filesystem_error);
     held.reset();
-    EXPECT_NO_THROW(FileLock(folder.file("lock"), std::chrono::milliseconds(0)));
+    EXPECT_NO_THROW(FileLock(folder / "lock", std::chrono::milliseconds(0)));
 }
 
 }  // namespace

@@ -21,29 +21,14 @@ const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
 constexpr std::int64_t later = 1'795'428'000, lastYear = 1'763'632'800;
 const Reader reader{Language::english, Platform::other, [](Date) { return ZoneOffset{}; }};
 
-const PrivateKey& bankKey() {
-    static const PrivateKey key = PrivateKey::rsa(1024);
-    return key;
-}
-const PrivateKey& evilKey() {
-    static const PrivateKey key = PrivateKey::ed25519();
-    return key;
-}
-
 /// A message with a signature of bank.example on top that holds.
 std::string byBank(std::string_view message, const std::string& tags = "h=from:subject") {
-    return signedMessage(message, {.tags = "v=1; d=bank.example; s=key; " + tags}, bankKey());
+    return signedMessage(message, {.tags = "v=1; d=bank.example; s=key; " + tags}, rsaKey());
 }
 /// The same of evil.example.
 std::string byEvil(std::string_view message,
                    const std::string& tags = "d=evil.example; s=key; h=from:subject") {
-    return signedMessage(message, {.tags = "v=1; " + tags, .algorithm = SignatureAlgorithm::ed25519SHA256},
-                         evilKey());
-}
-std::string replaced(std::string text, std::string_view what, std::string_view with) {
-    const auto at = text.find(what);
-    EXPECT_NE(at, std::string::npos) << what;
-    return text.replace(at, what.size(), with);
+    return signedMessage(message, {.tags = "v=1; " + tags}, ed25519Key());
 }
 
 /// A signature of bank.example that anybody can make once its key has the exponent 1: the padded digest
@@ -88,13 +73,13 @@ struct Row {
 
 std::string reportOn(std::string message) {
     StaticResolver::Answers answers = {
-        {"key._domainkey.bank.example|TXT", DNSAnswer::records({keyRecord(bankKey())})},
+        {"key._domainkey.bank.example|TXT", DNSAnswer::records({keyRecord(rsaKey())})},
         {"one._domainkey.bank.example|TXT", DNSAnswer::records({keyOfExponentOne()})},
         {"_dmarc.bank.example|TXT", DNSAnswer::records({"v=DMARC1; p=reject"})},
         {"bank.example|TXT", DNSAnswer::records({"v=spf1 ip4:198.51.100.1 -all"})},
     };
     // The attacker can publish whatever he likes under any name of his own.
-    const std::string evil = keyRecord(evilKey(), "ed25519");
+    const std::string evil = keyRecord(ed25519Key());
     for (const char* name :
          {"key._domainkey.evil.example", "evil.example", "key._domainkey.bank.example(.evil.example",
           "key._domainkey.example", "key._domainkey.bank.example\xEF\xBC\x8F.evil.example"})
@@ -112,12 +97,17 @@ TEST(KnownTricks, reportsDoNotMislead) {
     const std::string bank = "From: Bank <info@bank.example>\r\n", evil = "From: x@evil.example\r\n",
                       rest = "Subject: Hello\r\n\r\nPay\r\n";
     const std::string genuine = byBank(bank + rest);
+    const auto from = [&](const std::string& value) { return byEvil("From: " + value + "\r\n" + rest); };
     const std::string severalFrom = "[!] Several From addresses: ",
                       byEvilOnly = "[!] Signed by evil.example, not by",
                       evilIsTold = "[OK] Signed by evil.example, unchanged",
                       noHost = "isn’t a valid host name, so the signature doesn’t tell who signed.",
                       unproven = "[X] Can’t prove who sent this",
-                      anotherName = "[!] The name shows another address: ";
+                      anotherName = "[!] The name shows another address: ",
+                      route = "[!] The address in From has a route in it: ",
+                      results = "[!] The sender could have written the Authentication-Results line",
+                      dated = "[!] The signature by bank.example says it was made on ";
+    const std::string inComment = "bank.example(.evil.example", wideSlash = "bank.example\uFF0F.evil.example";
     const Row rows[] = {
         {"a genuine message", genuine, {"[OK] Signed by bank.example, unchanged since sent"}, {"[!]", "[X]"}},
 
@@ -131,9 +121,7 @@ TEST(KnownTricks, reportsDoNotMislead) {
         {"a From with a blank behind its name",
          byEvil("FROM :info@bank.example\r\n" + evil + rest),
          {byEvilOnly, severalFrom}},
-        {"two addresses in From",
-         byEvil("From: info@bank.example, x@evil.example\r\n" + rest),
-         {byEvilOnly, severalFrom}},
+        {"two addresses in From", from("info@bank.example, x@evil.example"), {byEvilOnly, severalFrom}},
         {"a From in a fold",
          byEvil("X-Mailer: y\r\n From: info@bank.example\r\n" + evil + rest),
          {evilIsTold},
@@ -144,49 +132,36 @@ TEST(KnownTricks, reportsDoNotMislead) {
           "[!] From names no address. The Sender line reads “info@bank.example”."}},
 
         // One address that looks like another.
-        {"NUL in From",
-         byEvil("From: info@bank.example\0@evil.example\r\n"s + rest),
-         {evilIsTold, "[!] The address in From has a route in it: “info@bank.example\uFFFD”"}},
-        {"a route",
-         byEvil("From: <@bank.example:x@evil.example>\r\n" + rest),
-         {evilIsTold, "[!] The address in From has a route in it: “@bank.example”"}},
-        {"a second @",
-         byEvil("From: info@bank.example@evil.example\r\n" + rest),
-         {evilIsTold, "[!] The address in From has a route in it: “info@bank.example”"}},
+        {"NUL", from("info@bank.example\0@evil.example"s), {evilIsTold, route + "“info@bank.example\uFFFD”"}},
+        {"a route", from("<@bank.example:x@evil.example>"), {evilIsTold, route + "“@bank.example”"}},
+        {"a second @", from("info@bank.example@evil.example"), {evilIsTold, route + "“info@bank.example”"}},
         {"the name of a group",
-         byEvil("From: info@bank.example:x@evil.example;\r\n" + rest),
+         from("info@bank.example:x@evil.example;"),
          {evilIsTold, "[!] From also holds something that is no address: “info@bank.example”"}},
         {"an encoded word that holds an address",
-         byEvil("From: =?utf-8?Q?Bank_=3Cinfo=40bank=2Eexample=3E?= <x@evil.example>\r\n" + rest),
+         from("=?utf-8?Q?Bank_=3Cinfo=40bank=2Eexample=3E?= <x@evil.example>"),
          {evilIsTold, anotherName}},
         {"an encoded line end",
-         byEvil("From: =?utf-8?Q?Bank=0D=0AFrom=3A_info=40bank=2Eexample?= <x@evil.example>\r\n" + rest),
+         from("=?utf-8?Q?Bank=0D=0AFrom=3A_info=40bank=2Eexample?= <x@evil.example>"),
          {evilIsTold, anotherName},
          {"\nFrom: info"}},
         {"an encoded word in place of an address",
-         byEvil("From: =?utf-8?b?aW5mb0BiYW5rLmV4YW1wbGUA?=@evil.example\r\n" + rest),
+         from("=?utf-8?b?aW5mb0BiYW5rLmV4YW1wbGUA?=@evil.example"),
          {evilIsTold},
          {"bank.example"}},
-        {"an address in a comment",
-         byEvil("From: x@evil.example (info@bank.example)\r\n" + rest),
-         {evilIsTold, anotherName}},
-        {"a comment before the domain",
-         byEvil("From: info@(bank.example)evil.example\r\n" + rest),
-         {byEvilOnly, anotherName}},
+        {"in a comment", from("x@evil.example (info@bank.example)"), {evilIsTold, anotherName}},
+        {"behind a comment", from("info@(bank.example)evil.example"), {byEvilOnly, anotherName}},
         {"a comment in the domain",
-         byEvil("From: info@bank.example(.evil.example\r\n" + rest,
-                "d=bank.example(.evil.example; s=key; h=from"),
+         byEvil("From: info@" + inComment + "\r\n" + rest, "d=" + inComment + "; s=key; h=from"),
          {noHost}},
         {"a wide slash in the domain",
-         byEvil("From: info@bank.example\uFF0F.evil.example\r\n" + rest,
-                "d=bank.example\uFF0F.evil.example; s=key; h=from"),
+         byEvil("From: info@" + wideSlash + "\r\n" + rest, "d=" + wideSlash + "; s=key; h=from"),
          {noHost}},
 
         // Signatures.
         {"somebody else's signature",
          byEvil(bank + rest),
-         {"[!] Signed by evil.example, not by bank.example",
-          "[X] Nothing that was proven belongs to bank.example"}},
+         {byEvilOnly + " bank.example", "[X] Nothing that was proven belongs to bank.example"}},
         {"everybody's signature",
          byEvil(bank + rest, "d=example; s=key; h=from"),
          {"[!] Signed by example, not by bank.example", noHost}},
@@ -196,9 +171,7 @@ TEST(KnownTricks, reportsDoNotMislead) {
         {"a key with the exponent 1",
          forgedForExponentOne(bank + rest),
          {unproven, "published key can’t be used"}},
-        {"a signature longer than the modulus",
-         replaced(genuine, "; b=", "; b=AAAA"),
-         {"[X] Signature broken"}},
+        {"longer than the modulus", replaced(genuine, "; b=", "; b=AAAA"), {"[X] Signature broken"}},
         {"no body covered",
          replaced(byBank(bank + rest, "l=0; h=from:subject"), "\r\n\r\nPay", "\r\n\r\nPay evil"),
          {"[!] The signature covers nothing of the body. All of its 10 bytes could be anyone’s."},
@@ -229,14 +202,11 @@ TEST(KnownTricks, reportsDoNotMislead) {
          "Received: from mx.evil.example by mx.home.example\r\nReceived: from b by mx.evil.example\r\n"
          "Authentication-Results: mx.home.example; dkim=pass header.d=bank.example\r\n" +
              bank + rest,
-         {unproven, "[!] The sender could have written the Authentication-Results line"}},
+         {unproven, results}},
         {"results of another server",
-         "Received: from a by mx.home.example\r\nAuthentication-Results: mx.evil.example; dkim=pass "
-         "header.d=bank.example\r\n" +
+         "Received: from a by mx.home.example\r\nAuthentication-Results: mx.evil.example; dkim=pass\r\n" +
              bank + rest,
-         {unproven,
-          "[!] The sender could have written the Authentication-Results line: it speaks of "
-          "“mx.evil.example”"}},
+         {unproven, results + ": it speaks of “mx.evil.example”"}},
         {"a chain made by the sender",
          sealedByEvil(bank + rest),
          {unproven,
@@ -246,11 +216,11 @@ TEST(KnownTricks, reportsDoNotMislead) {
         {"an old message once more",
          "Received: from a by mx.home.example; Sat, 21 Nov 2026 09:00:00 +0000\r\n" +
              byBank(bank + rest, "t=" + std::to_string(lastYear) + "; h=from:subject"),
-         {"[!] The signature by bank.example says it was made on 20 Nov 2025 at 10:00 UTC, long before"},
+         {dated + "20 Nov 2025 at 10:00 UTC, long before"},
          {}},
         {"a signature of the day after tomorrow",
          byBank(bank + rest, "t=" + std::to_string(later) + "; h=from:subject"),
-         {"[!] The signature by bank.example says it was made on 23 Nov 2026 at 10:00 UTC, which is later"},
+         {dated + "23 Nov 2026 at 10:00 UTC, which is later"},
          {}},
     };
     for (const Row& row : rows) {

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,31 +13,14 @@
 #include "QuillmarkKit/AttachedMessages.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Verifier.h"
+#include "tests/TestFiles.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {
 namespace {
 
 namespace fs = std::filesystem;
-
-class MailboxReaderTest : public testing::Test {
-protected:
-    MailboxReaderTest() {
-        std::string pattern = (fs::temp_directory_path() / "quillmark-test-XXXXXX").string();
-        m_folder = mkdtemp(pattern.data());
-    }
-    ~MailboxReaderTest() override { fs::remove_all(m_folder); }
-
-    std::string path(const std::string& name) const { return (m_folder / name).string(); }
-    std::string write(const std::string& name, std::string_view bytes) const {
-        fs::create_directories((m_folder / name).parent_path());
-        std::ofstream(m_folder / name, std::ios::binary) << bytes;
-        return path(name);
-    }
-
-private:
-    fs::path m_folder;
-};
+using test::TemporaryFolder;
 
 /// Everything a reader gives: the name and the outcome.
 std::vector<std::string> outcomes(MailboxReader& reader) {
@@ -69,26 +50,23 @@ std::string utf16(std::string_view ascii) {
     return bytes;
 }
 
-std::string withLineFeeds(std::string text) {
-    std::erase(text, '\r');
-    return text;
-}
-
-TEST_F(MailboxReaderTest, messagesVerifyInEachForm) {
-    const auto key = test::PrivateKey::ed25519();
-    const std::string message = test::signedMessage(
-        "From: a@example.org\r\nSubject: x\r\n\r\nDear all,\r\n\r\nFrom now on\r\n",
-        {.algorithm = SignatureAlgorithm::ed25519SHA256, .canonicalization = "simple/simple"}, key);
-    const std::string lf = withLineFeeds(message);
-    std::string quoted = lf;
-    quoted.insert(quoted.find("From now"), ">");
+TEST(MailboxReader, messagesVerifyInEachForm) {
+    const TemporaryFolder folder;
+    const auto& key = test::ed25519Key();
+    const std::string message =
+        test::signedMessage("From: a@example.org\r\nSubject: x\r\n\r\nDear all,\r\n\r\nFrom now on\r\n",
+                            {.canonicalization = "simple/simple"}, key);
+    std::string lf = message;
+    std::erase(lf, '\r');
+    const std::string quoted = test::replaced(lf, "From now", ">From now");
     const std::string separator = "From a@b Mon Jan  5 10:12:00 2026\n";
     std::string mac = separator + lf + "\n" + separator + lf;
     std::ranges::replace(mac, '\n', '\r');
     // A patch looks just like a message in a mailbox.
-    const std::string patch = withLineFeeds(test::signedMessage(
+    std::string patch = test::signedMessage(
         "From: a@example.org\r\nSubject: x\r\n\r\nHi\r\n\r\n" + separator + "Subject: patch\r\n\r\ndiff\r\n",
-        {.algorithm = SignatureAlgorithm::ed25519SHA256}, key));
+        {}, key);
+    std::erase(patch, '\r');
     const auto header = patch.find("\n\n");
     const std::string withLength = separator + patch.substr(0, header) +
                                    "\nContent-Length: " + std::to_string(patch.size() - header - 2) +
@@ -123,14 +101,13 @@ TEST_F(MailboxReaderTest, messagesVerifyInEachForm) {
         {"attached to an attached one",
          mixed + "message/rfc822\n\nFrom: c@d\nContent-Type: message/rfc822\n\n" + lf, 1, 0, true},
     };
-    const auto resolver = std::make_shared<StaticResolver>(StaticResolver::Answers{
-        {"key._domainkey.example.org|TXT", DNSAnswer::records({test::keyRecord(key, "ed25519")})}});
+    const auto resolver = std::make_shared<StaticResolver>(test::published(key));
     const auto verdictOf = [&](std::string_view bytes) {
         return Verifier(resolver).verify(MailMessage::parse(bytes), {}, Date()).verdict.kind;
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string file = write(row.name, row.file);
+        const std::string file = folder.write(row.name, row.file);
         MailboxReader reader(file);
         std::size_t count = 0;
         while (auto found = reader.next()) {
@@ -159,23 +136,25 @@ TEST_F(MailboxReaderTest, messagesVerifyInEachForm) {
     }
 }
 
-TEST_F(MailboxReaderTest, folders) {
+TEST(MailboxReader, folders) {
+    const TemporaryFolder folder;
     using List = std::vector<std::string>;
-    write("Mail/b.eml", "From: b");
-    write("Mail/a.eml", "From: a");
-    write("Mail/.hidden", "From: h");
-    write("Mail/.git/x", "From: h");
-    write("Mail/In/cur/1:2,S", "From: 1");
-    write("Mail/In/new/2", "From: 2");
-    write("Mail/In/new/.3", "From: 3");
-    write("Mail/In/tmp/4", "From: 4");
-    write("Mail/In/server-list", "3 V1");
-    write("Mail/In/.Sent/cur/5", "From: 5");
-    write("Mail/box",
-          "From a@b Mon Jan  5 10:12:00 2026\nFrom: x\n\n\nFrom a@b Mon Jan  5 10:12:00 2026\nFrom: y\n");
-    fs::create_directory_symlink(path("Mail"), path("Mail/In/cur/loop"));
-    fs::create_symlink(path("nowhere"), path("Mail/dangling"));
-    ASSERT_EQ(mkfifo(path("Mail/fifo").c_str(), 0600), 0);
+    folder.write("Mail/b.eml", "From: b");
+    folder.write("Mail/a.eml", "From: a");
+    folder.write("Mail/.hidden", "From: h");
+    folder.write("Mail/.git/x", "From: h");
+    folder.write("Mail/In/cur/1:2,S", "From: 1");
+    folder.write("Mail/In/new/2", "From: 2");
+    folder.write("Mail/In/new/.3", "From: 3");
+    folder.write("Mail/In/tmp/4", "From: 4");
+    folder.write("Mail/In/server-list", "3 V1");
+    folder.write("Mail/In/.Sent/cur/5", "From: 5");
+    folder.write(
+        "Mail/box",
+        "From a@b Mon Jan  5 10:12:00 2026\nFrom: x\n\n\nFrom a@b Mon Jan  5 10:12:00 2026\nFrom: y\n");
+    fs::create_directory_symlink(folder / "Mail", folder / "Mail/In/cur/loop");
+    fs::create_symlink(folder / "nowhere", folder / "Mail/dangling");
+    ASSERT_EQ(mkfifo((folder / "Mail/fifo").c_str(), 0600), 0);
     const List all = {"Mail/In/.Sent/cur/5: From: 5",
                       "Mail/In/cur/1:2,S: From: 1",
                       "Mail/In/new/2: From: 2",
@@ -184,46 +163,49 @@ TEST_F(MailboxReaderTest, folders) {
                       "Mail/box, message 1: From: x\n\n",
                       "Mail/box, message 2: From: y\n",
                       "Mail/dangling: No such file or directory"};
-    EXPECT_EQ(outcomes(path("Mail")), all);
-    EXPECT_EQ(outcomes(path("Mail/")), all);
-    EXPECT_EQ(outcomes(path("Mail/In/new/.")), List{"2: From: 2"});
-    write("empty/.x", "From: h");
-    write("empty/cur/.y", "From: h");
-    EXPECT_EQ(outcomes(path("empty")), List{"empty refused 4"});
-    EXPECT_EQ(MailboxReader::expectedBytes(path("empty")), 0);
+    EXPECT_EQ(outcomes(folder / "Mail"), all);
+    EXPECT_EQ(outcomes(folder / "Mail/"), all);
+    EXPECT_EQ(outcomes(folder / "Mail/In/new/."), List{"2: From: 2"});
+    folder.write("empty/.x", "From: h");
+    folder.write("empty/cur/.y", "From: h");
+    EXPECT_EQ(outcomes(folder / "empty"), List{"empty refused 4"});
+    EXPECT_EQ(MailboxReader::expectedBytes(folder / "empty"), 0);
 }
 
-TEST_F(MailboxReaderTest, whatIsNoMessage) {
+TEST(MailboxReader, whatIsNoMessage) {
+    const TemporaryFolder folder;
     using List = std::vector<std::string>;
-    EXPECT_EQ(outcomes(path("missing")), List{"missing: No such file or directory"});
-    EXPECT_EQ(outcomes(write("x.eml", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1")), List{"x.eml refused 3"});
-    EXPECT_EQ(outcomes(write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")), List{"nothing refused 2"});
+    EXPECT_EQ(outcomes(folder / "missing"), List{"missing: No such file or directory"});
+    EXPECT_EQ(outcomes(folder.write("x.eml", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1")), List{"x.eml refused 3"});
+    EXPECT_EQ(outcomes(folder.write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")),
+              List{"nothing refused 2"});
     EXPECT_EQ(outcomes("/dev/zero"), List{"zero refused 1"});
-    const std::string large = write("large", "From: a\n");
+    const std::string large = folder.write("large", "From: a\n");
     fs::resize_file(large, largestMessage + 1);
     EXPECT_EQ(outcomes(large), List{"large refused 1"});
 
     std::string many;
     while (many.size() < 1'000'000) many += "From a@b Mon Jan  5 10:12:00 2026\nFrom: x\n\n";
-    const std::string shrinking = write("box", many);
+    const std::string shrinking = folder.write("box", many);
     MailboxReader reader(shrinking);
     ASSERT_TRUE(reader.next());
     fs::resize_file(shrinking, 300'001);
     EXPECT_EQ(outcomes(reader).back(), "box: It became shorter while it was read");
 }
 
-/// Millions of separators with nothing between them give no message, in little time and memory; and a mailbox
-/// may come through a pipe.
-TEST_F(MailboxReaderTest, pipesAndHostileMailboxes) {
-    const std::string fifo = path("fifo");
+/// Any number of separators with nothing between them give no message, in little time and memory; and a
+/// mailbox may come through a pipe.
+TEST(MailboxReader, pipesAndHostileMailboxes) {
+    const TemporaryFolder folder;
+    const std::string fifo = folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     std::jthread writer([&] {
         std::ofstream out(fifo, std::ios::binary);
-        const std::string dated = "From a@b Mon Jan  5 10:12:00 2026\n", bare = "From \n";
+        const std::string dated = "From a@b Mon Jan  5 10:12:00 2026\n";
         out << dated << "From: first\n\n\n";
-        for (int i = 0; i < 100'000; ++i) out << dated << "\n";
+        for (int i = 0; i < 50'000; ++i) out << dated << "\n";
         out << dated << "From: second\n\n";
-        for (int i = 0; i < 300'000; ++i) out << bare;
+        for (int i = 0; i < 100'000; ++i) out << "From \n";
         out << "\n" << dated << "From: third\n";
     });
     const int descriptor = open(fifo.c_str(), O_RDONLY);
@@ -231,12 +213,13 @@ TEST_F(MailboxReaderTest, pipesAndHostileMailboxes) {
     const auto list = outcomes(reader);
     close(descriptor);
     EXPECT_EQ(list, (std::vector<std::string>{"message 1: From: first\n\n",
-                                              "message 100002: From: second\n\nFrom \n",
-                                              "message 100003: From: third\n"}));
+                                              "message 50002: From: second\n\nFrom \n",
+                                              "message 50003: From: third\n"}));
 }
 
-TEST_F(MailboxReaderTest, stops) {
-    const std::string fifo = path("fifo");
+TEST(MailboxReader, stops) {
+    const TemporaryFolder folder;
+    const std::string fifo = folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const int keptOpen = open(fifo.c_str(), O_RDWR);  // so that its end never comes
     ASSERT_GT(::write(keptOpen, "From", 4), 0);

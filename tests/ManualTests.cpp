@@ -1,19 +1,17 @@
 // What a person reads and types: help, man page, completions.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "CommandLine/Options.h"
 #include "Manual/Completions.h"
 #include "Manual/Help.h"
 #include "Manual/ManPage.h"
+#include "tests/TestFiles.h"
 
 namespace quillmark {
 namespace {
@@ -85,35 +83,29 @@ std::string offered(const std::string& folder, const std::string& words) {
 }
 
 TEST(Completions, bashCompletes) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "quillmark-test-XXXXXX").string();
-    const std::string folder = mkdtemp(pattern.data());
-    std::ofstream(folder + "/completion") << bashCompletion(table());
-    std::ofstream(folder + "/an offer.eml");
-    struct Row {
-        const char *words, *offered;
+    const test::TemporaryFolder folder;
+    folder.write("completion", bashCompletion(table()));
+    folder.write("an offer.eml", "");
+    const std::pair<const char*, const char*> rows[] = {
+        {"quillmark c", "check"},
+        {"quillmark --v", "--version"},
+        {"quillmark check --js", "--json"},
+        {"quillmark check an", "an offer.eml"},
+        {"quillmark check --dns an", "an offer.eml"},
+        {"quillmark check --dns = an", "an offer.eml"},
+        {"quillmark check --at an", ""},
+        {"quillmark history s", "show"},
+        {"quillmark history show --j", "--json"},
+        {"quillmark history show an", ""},
+        {"quillmark keygen --type e", "ed25519"},
+        {"quillmark keygen --type = \"\"", "rsa ed25519"},
+        {"quillmark sign --json", ""},
+        {"quillmark sign --canon s", "simple/relaxed simple/simple"},
+        {"quillmark seal --chain p", "pass"},
+        {"quillmark check --fail-on \"\"", "caution unknown bad"},
+        {"quillmark check --only g", "good"},
     };
-    for (const Row& row : std::vector<Row>{
-             {"quillmark c", "check"},
-             {"quillmark --v", "--version"},
-             {"quillmark check --js", "--json"},
-             {"quillmark check an", "an offer.eml"},
-             {"quillmark check --dns an", "an offer.eml"},
-             {"quillmark check --dns = an", "an offer.eml"},
-             {"quillmark check --at an", ""},
-             {"quillmark history s", "show"},
-             {"quillmark history show --j", "--json"},
-             {"quillmark history show an", ""},
-             {"quillmark keygen --type e", "ed25519"},
-             {"quillmark keygen --type = \"\"", "rsa ed25519"},
-             {"quillmark sign --json", ""},
-             {"quillmark sign --canon s", "simple/relaxed simple/simple"},
-             {"quillmark seal --chain p", "pass"},
-             {"quillmark check --fail-on \"\"", "caution unknown bad"},
-             {"quillmark check --only g", "good"},
-         }) {
-        EXPECT_EQ(offered(folder, row.words), row.offered) << row.words;
-    }
-    std::filesystem::remove_all(folder);
+    for (const auto& [words, expected] : rows) EXPECT_EQ(offered(folder / "", words), expected) << words;
 }
 
 }  // namespace

@@ -20,17 +20,13 @@ TEST(Message, parse) {
         ParseMode mode = ParseMode::strict;
     } rows[] = {
         {"", {}, std::nullopt},
-        {"A: 1\r\nB: 2\r\n\r\nbody\r\n", {"A: 1", "B: 2"}, "body\r\n"},
         {"A: 1\nB: 2\n\nbody\n", {"A: 1", "B: 2"}, "body\r\n"},
         {"A: 1\rB: 2\r\rbody\r", {"A: 1", "B: 2"}, "body\r\n"},
         {"A: 1\n\nx\r\ry\n\rz", {"A: 1"}, "x\r\n\r\ny\r\n\r\nz"},
         {"\r\n\r\nFrom x y\r\nA: 1\r\n", {"A: 1"}, std::nullopt},
         {"From x y", {}, std::nullopt},
         {"From : a@b\r\nB: 2\r\n\r\n", {"B: 2"}, ""},
-        {"\xEF\xBB\xBF"
-         "A: 1\r\n\r\n",
-         {"A: 1"},
-         ""},
+        {"\uFEFFA: 1\r\n\r\n", {"A: 1"}, ""},
         {"A: 1\r\n\tfolded\r\n \r\nB: 2\r\n\r\n", {"A: 1\r\n\tfolded\r\n ", "B: 2"}, ""},
         {"A:\r\nB : 2\r\n", {"A:", "B : 2"}, std::nullopt},
         {"A: 1\r\nno field\r\nB: 2\r\n\r\nbody", {"A: 1"}, std::nullopt},
@@ -79,31 +75,6 @@ TEST(Message, values) {
     }
 }
 
-TEST(Message, lookupsByName) {
-    const auto message = MailMessage::parse(
-        "To: 1\nX-Long-Name-A: 2\nx-long-name-b: 3\nTO: 4\nX-LONG-NAME-A: 5\nT: 6\nToo: 7\nX-Long-N: 8\n");
-    const auto values = [&](std::string_view name) {
-        std::string list;
-        for (const auto i : message.positions(name)) list += message.headers()[i].value();
-        return list;
-    };
-    for (const auto& [name, list] : {std::pair{"to", "14"},
-                                     {"X-long-NAME-a", "25"},
-                                     {"X-LONG-NAME-B", "3"},
-                                     {"t", "6"},
-                                     {"too", "7"},
-                                     {"x-long-n", "8"},
-                                     {"x", ""},
-                                     {"", ""},
-                                     {"x-long-name-c", ""}}) {
-        EXPECT_EQ(values(name), list) << name;
-    }
-    ASSERT_NE(message.first("to"), nullptr);
-    EXPECT_EQ(message.first("to")->value(), "1");
-    EXPECT_EQ(message.first("cc"), nullptr);
-    EXPECT_EQ(MailMessage().first("to"), nullptr);
-}
-
 /// `length` characters of `alphabet`, the same in every run.
 std::string randomText(std::mt19937& random, std::string_view alphabet, std::size_t length) {
     std::string text;
@@ -143,6 +114,10 @@ TEST(Message, lookupsAgainstAPlainSearch) {
         const auto message = MailMessage::parse(text);
         const auto& fields = message.headers();
         ASSERT_EQ(fields.size(), 300u);
+        for (const char* none : {"", "a", "xx", "aaaaaaaaaaaaaaaaaaaaaaaaa"}) {
+            EXPECT_TRUE(message.positions(none).empty());
+            EXPECT_EQ(message.first(none), nullptr);
+        }
         for (const auto& field : fields) {
             std::vector<std::uint32_t> expected;
             for (std::uint32_t i = 0; i < fields.size(); ++i) {
@@ -150,6 +125,7 @@ TEST(Message, lookupsAgainstAPlainSearch) {
             }
             const auto found = message.positions(field.name);
             EXPECT_EQ(std::vector(found.begin(), found.end()), expected) << field.name;
+            EXPECT_EQ(message.first(field.name), &fields[expected[0]]);
         }
     }
 }

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "QuillmarkKit/DoHResolver.h"
@@ -13,6 +11,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "ScriptedHTTP.h"
+#include "TestFiles.h"
 #include "TestSigner.h"
 
 namespace quillmark::test {
@@ -33,11 +32,6 @@ HTTPResponse curiousNetwork(const HTTPRequest& request, std::stop_token) {
                  R"( a:%{ir}.a.example mx include:%{d2}.i.example -all\""}]})"};
 }
 
-std::string contents(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 /// Every address that checking a message asks for.
 std::vector<std::string> urlsOf(std::string_view message) {
     const auto http = std::make_shared<ScriptedHTTP>(curiousNetwork);
@@ -48,18 +42,17 @@ std::vector<std::string> urlsOf(std::string_view message) {
 
 TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
     // Everything that is nobody's business bears this word; "bounce" is the envelope sender's local part.
+    const std::string rest = "v=1; a=rsa-sha256; h=from; bh=AAAA; b=AAAA\r\n";
     const std::string leaky =
         "Return-Path: <bounce@sender.example>\r\n"
         "Received: from h (h.example [198.51.100.7]) by mx.example for <secret@mine.example> id secret\r\n"
         "Authentication-Results: secret.example; spf=pass smtp.mailfrom=secret@sender.example\r\n"
-        "DKIM-Signature: v=1; a=rsa-sha256; d=signer.example; s=key; i=secret@signer.example; h=from; "
-        "bh=AAAA; "
-        "b=AAAA; x-secret=secret\r\n"
-        "DKIM-Signature: v=1; a=rsa-sha256; d=a/../b?secret=1 &c.example; s=key; h=from; bh=AAAA; b=AAAA\r\n"
-        "DKIM-Signature: v=1; a=rsa-sha256; d=intranet; s=secret; h=from; bh=AAAA; b=AAAA\r\n"
-        "DKIM-Signature: v=1; a=rsa-sha256; d=host.local; s=secret; h=from; bh=AAAA; b=AAAA\r\n"
-        "DKIM-Signature: v=1; a=rsa-sha256; d=a.example; s=se\x01"
-        "cret; h=from; bh=AAAA; b=AAAA\r\n"
+        "DKIM-Signature: d=signer.example; s=key; i=secret@signer.example; x-secret=secret; " +
+        rest + "DKIM-Signature: d=a/../b?secret=1 &c.example; s=key; " + rest +
+        "DKIM-Signature: d=intranet; s=secret; " + rest + "DKIM-Signature: d=host.local; s=secret; " + rest +
+        "DKIM-Signature: d=a.example; s=se\x01"
+        "cret; " +
+        rest +
         "From: \"Secret secret.secret.example\" <secret@author.example>\r\n"
         "Reply-To: secret@reply.example, secret@192.0.2.1, secret@[192.0.2.1], secret@xn--secret\r\n"
         "To: secret@mine.example\r\nCc: secret@cc.example\r\nSubject: secret\r\nMessage-ID: "
@@ -75,11 +68,9 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
         messages.push_back("Return-Path: <bounce@" + name +
                            ">\r\nReceived: from h (h.example [198.51.100.7]) by mx.example\r\n" +
                            "ARC-Seal: i=1; a=rsa-sha256; cv=none; d=" + name + "; s=key; b=AAAA\r\n" +
-                           "ARC-Message-Signature: i=1; a=rsa-sha256; d=" + name +
-                           "; s=key; h=from; bh=AAAA; b=AAAA\r\n" + "ARC-Authentication-Results: i=1; " +
-                           name + "\r\n" + "DKIM-Signature: v=1; a=rsa-sha256; d=" + name +
-                           "; s=key; h=from; bh=AAAA; b=AAAA\r\n" + "From: a@" + name + "\r\nReply-To: b@" +
-                           name + "\r\n\r\n");
+                           "ARC-Message-Signature: i=1; d=" + name + "; s=key; " + rest +
+                           "ARC-Authentication-Results: i=1; " + name + "\r\nDKIM-Signature: d=" + name +
+                           "; s=key; " + rest + "From: a@" + name + "\r\nReply-To: b@" + name + "\r\n\r\n");
     }
     for (const auto& entry : fs::directory_iterator(QUILLMARK_SAMPLES)) {
         if (entry.path().extension() == ".eml") messages.push_back(contents(entry.path()));
@@ -117,13 +108,12 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
 }
 
 TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
-    const auto key = PrivateKey::ed25519();
     const std::string message = signedMessage(
         "Return-Path: <a@example.org>\r\nReceived: from h (h.example [198.51.100.7]) by mx.example\r\n"
         "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n",
-        {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+        {}, ed25519Key());
     const struct Fault {
-        const char* text;
+        std::string text;
         std::optional<HTTPFailure> failure;
         HTTPResponse response = {};
     } faults[] = {
@@ -134,8 +124,10 @@ TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
         {"connection lost", HTTPFailure::connectionLost},
         {"answer too large", HTTPFailure::answerTooLarge},
         {"transfer failed", HTTPFailure::transferFailed},
+        {"HTTP 204", {}, {204, ""}},
+        {"HTTP 302", {}, {302, ""}},
         {"HTTP 429", {}, {429, ""}},
-        {"HTTP 500", {}, {500, "{}"}},
+        {"HTTP 500", {}, {500, R"({"Status":3})"}},
         {"SERVFAIL", {}, {200, R"({"Status":2})"}},
         {"DNS status 5", {}, {200, R"({"Status":5})"}},
         {"unreadable answer", {}, {200, "<html>"}},
@@ -144,43 +136,30 @@ TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
         if (fault.failure) throw HTTPError(*fault.failure);
         return fault.response;
     };
-    for (const Fault& first : faults) {
-        for (const Fault& second : faults) {
-            for (const Fault& third : faults) {
-                const auto http =
-                    std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
-                        if (request.url.find("cloudflare") != std::string::npos) return outcome(first);
-                        if (request.url.find("dns.google") != std::string::npos) return outcome(second);
-                        return request.url == bootstrapURL ? HTTPResponse{200, bootstrap} : outcome(third);
-                    });
-                const Verifier verifier(std::make_shared<DoHResolver>(http),
-                                        std::make_shared<RDAPClient>(http));
-                const ProofReport report = verifier.verify(MailMessage::parse(message), std::nullopt, now);
-                SCOPED_TRACE(compactJSON(report));
-                ASSERT_EQ(report.verdict.kind, VerdictKind::couldNotCheck);
-                ASSERT_EQ(report.verdict.tone, Tone::unknown);
-                const std::string why =
-                    std::string("cloudflare-dns.com: ") + first.text + "; dns.google: " + second.text;
-                ASSERT_EQ(report.dkim.size(), 1u);
-                EXPECT_EQ(report.dkim[0].status, DKIMResult::Status::lookupFailed);
-                EXPECT_EQ(report.dkim[0].detail, why);
-                EXPECT_EQ(report.dmarc.status, DMARCFinding::Status::lookupFailed);
-                const auto* judged = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
-                ASSERT_TRUE(judged);
-                EXPECT_EQ(judged->result, SPFResult::temperror);
-                // A registry's 200 without a date says that it publishes none.
-                const auto* unavailable =
-                    std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);
-                if (third.response.status == 200) {
-                    EXPECT_FALSE(unavailable);
-                } else {
-                    ASSERT_TRUE(unavailable);
-                    EXPECT_EQ(unavailable->reason, third.failure
-                                                       ? third.text
-                                                       : std::string("the registry answered ") + third.text);
-                }
-            }
-        }
+    for (std::size_t i = 0; i < std::size(faults) * std::size(faults); ++i) {
+        const Fault &first = faults[i / std::size(faults)], &second = faults[i % std::size(faults)];
+        const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
+            if (request.url.find("cloudflare") != std::string::npos) return outcome(first);
+            if (request.url.find("dns.google") != std::string::npos) return outcome(second);
+            return request.url == bootstrapURL ? HTTPResponse{200, bootstrap} : outcome(first);
+        });
+        const Verifier verifier(std::make_shared<DoHResolver>(http), std::make_shared<RDAPClient>(http));
+        const ProofReport report = verifier.verify(MailMessage::parse(message), std::nullopt, now);
+        SCOPED_TRACE(compactJSON(report));
+        ASSERT_EQ(report.verdict.kind, VerdictKind::couldNotCheck);
+        ASSERT_EQ(report.verdict.tone, Tone::unknown);
+        ASSERT_EQ(report.dkim.size(), 1u);
+        EXPECT_EQ(report.dkim[0].status, DKIMResult::Status::lookupFailed);
+        EXPECT_EQ(report.dkim[0].detail,
+                  "cloudflare-dns.com: " + first.text + "; dns.google: " + second.text);
+        EXPECT_EQ(report.dmarc.status, DMARCFinding::Status::lookupFailed);
+        EXPECT_EQ(report.spf.status.value,
+                  decltype(report.spf.status.value)(SPFFinding::Status::Judged{SPFResult::temperror}));
+        // A registry's 200 without a date says that it publishes none.
+        using Age = DomainAge::Status;
+        const std::string why = first.failure ? first.text : "the registry answered " + first.text;
+        EXPECT_EQ(report.domainAge.status,
+                  first.response.status == 200 ? Age{Age::NotPublished{}} : Age{Age::Unavailable{why}});
     }
 }
 

@@ -19,45 +19,33 @@ using Notes = std::vector<ReportNote>;
 const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
 const std::string minimal = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
 
-const test::PrivateKey& key() {
-    static const auto key = test::PrivateKey::ed25519();
-    return key;
-}
-
 std::string signedBy(std::string_view tags, std::string_view message) {
-    return test::signedMessage(
-        message, {"v=1; s=key; " + std::string(tags), SignatureAlgorithm::ed25519SHA256}, key());
+    return test::signedMessage(message, {"v=1; s=key; " + std::string(tags)}, test::ed25519Key());
 }
 
+ProofReport report(std::string_view message, const StaticResolver::Answers& answers) {
+    return Verifier(std::make_shared<StaticResolver>(answers)).verify(MailMessage::parse(message), {}, now);
+}
 ProofReport report(std::string_view message) {
     StaticResolver::Answers answers;
     for (const char* domain : {"example.org", "co.uk", "odd_name.example.org", "example.org."}) {
         answers["key._domainkey." + std::string(domain) + "|TXT"] =
-            DNSAnswer::records({test::keyRecord(key(), "ed25519")});
+            DNSAnswer::records({test::keyRecord(test::ed25519Key())});
     }
-    return Verifier(std::make_shared<StaticResolver>(answers)).verify(MailMessage::parse(message), {}, now);
+    return report(message, answers);
 }
 
 TEST(Notes, validatedAnswersAndNewerSignatures) {
-    DNSAnswer keyAnswer = DNSAnswer::records({test::keyRecord(key(), "ed25519")}),
-              policy = DNSAnswer::records({"v=DMARC1; p=none"});
-    keyAnswer.isValidated = policy.isValidated = true;
-    const auto check = [&](std::string_view message) {
-        const StaticResolver::Answers answers = {{"key._domainkey.example.org|TXT", keyAnswer},
-                                                 {"_dmarc.example.org|TXT", policy}};
-        return Verifier(std::make_shared<StaticResolver>(answers))
-            .verify(MailMessage::parse(message), {}, now);
-    };
+    using Kind = Note::AnswerValidated::Kind;
+    StaticResolver::Answers answers = test::published(test::ed25519Key());
+    answers["_dmarc.example.org|TXT"] = DNSAnswer::records({"v=DMARC1; p=none"});
+    for (auto& [name, answer] : answers) answer.isValidated = true;
     const std::string message = signedBy("d=Example.org; h=from:subject", minimal);
-    const ReportNote ofPolicy{
-        Note::AnswerValidated{Note::AnswerValidated::Kind::policy, "_dmarc.example.org"}};
-    EXPECT_EQ(check(message).notes,
-              (Notes{{Note::AnswerValidated{Note::AnswerValidated::Kind::key, "key._domainkey.example.org"}},
-                     ofPolicy}));
-    std::string changed = message;
-    changed.replace(changed.find("body"), 4, "BODY");
-    EXPECT_EQ(check(changed).notes, Notes{ofPolicy});
-    EXPECT_EQ(check("DKIM2-Signature: i=1\r\ndkim2-signature: i=2\r\n" + message).notes.back(),
+    const ReportNote ofKey{Note::AnswerValidated{Kind::key, "key._domainkey.example.org"}},
+        ofPolicy{Note::AnswerValidated{Kind::policy, "_dmarc.example.org"}};
+    EXPECT_EQ(report(message, answers).notes, (Notes{ofKey, ofPolicy}));
+    EXPECT_EQ(report(test::replaced(message, "body", "BODY"), answers).notes, Notes{ofPolicy});
+    EXPECT_EQ(report("DKIM2-Signature: i=1\r\ndkim2-signature: i=2\r\n" + message, answers).notes.back(),
               ReportNote{Note::NewerSignatures{2}});
 }
 
@@ -65,7 +53,7 @@ TEST(Notes, headerBlockThatEndsEarly) {
     std::string message = signedBy("d=example.org; h=from:subject", minimal);
     EXPECT_EQ(report(message).notes, Notes());
     // What the body was signed for, a stranger can replace: the kind stays good, and the note tells of it.
-    message.replace(message.find("\r\n\r\nbody"), 10, "\r\nno field\r\n\r\nforged body\r\n");
+    message = test::replaced(message, "\r\n\r\nbody\r\n", "\r\nno field\r\n\r\nforged body\r\n");
     const auto forged = report("\xEF\xBB\xBF\r\n" + message);
     EXPECT_EQ(forged.verdict.kind, VerdictKind::verifiedHeadersOnly);
     const std::string before = message.substr(0, message.find("no field"));
@@ -86,7 +74,16 @@ TEST(Notes, headerBlockThatEndsEarly) {
 
 TEST(Notes, whoTheMessageSaysSentIt) {
     using Kind = Note::FromHoldsMore::Kind;
+    using Text = std::optional<std::string>;
     const std::string judged = "a@evil.example", routed = "@relay.example,@b.example:a@evil.example";
+    const auto more = [](Kind kind, const std::string& address, const std::string& text) {
+        return Notes{{Note::FromHoldsMore{kind, address, text}}};
+    };
+    const auto part = [&](const std::string& text) { return more(Kind::part, judged, text); };
+    const auto text = [&](const std::string& address, const std::string& words) {
+        return more(Kind::text, address, words);
+    };
+    const auto none = [](Text sender, Text resent) { return Notes{{Note::FromEmpty{sender, resent}}}; };
     const struct {
         std::string fields;
         Notes notes;
@@ -96,64 +93,56 @@ TEST(Notes, whoTheMessageSaysSentIt) {
         {"From: a@evil.example (Bank)", {}},
         {"From: \"a bank@bank.example\"@evil.example", {}},
         {"From: <a@evil.example> bank@bank.example\r\nSender: c@d.example",
-         {{Note::FromHoldsMore{Kind::text, judged, "bank@bank.example"}}}},
-        {"From: a@evil.example (Joe) of the Bank",
-         {{Note::FromHoldsMore{Kind::text, judged, "of the Bank"}}}},
+         text(judged, "bank@bank.example")},
+        {"From: a@evil.example (Joe) of the Bank", text(judged, "of the Bank")},
         {"From: pay@bank.example a@evil.example",
-         {{Note::FromHoldsMore{Kind::text, "pay@bank.example a@evil.example", "pay@bank.example"}}}},
-        {"From: a@evil.example bank", {{Note::FromHoldsMore{Kind::text, "a@evil.example bank", "bank"}}}},
-        {"From: =?utf-8?q?B=C3=A4nk?=, a@evil.example", {{Note::FromHoldsMore{Kind::part, judged, "Bänk"}}}},
-        {"From: The Bank\r\nFrom: a@evil.example", {{Note::FromHoldsMore{Kind::part, judged, "The Bank"}}}},
-        {"From: pay@bank.example: <a@evil.example>;",
-         {{Note::FromHoldsMore{Kind::part, judged, "pay@bank.example"}}}},
-        {"From: <" + routed + ">", {{Note::FromHoldsMore{Kind::route, routed, "@relay.example,@b.example"}}}},
+         text("pay@bank.example a@evil.example", "pay@bank.example")},
+        {"From: a@evil.example bank", text("a@evil.example bank", "bank")},
+        {"From: =?utf-8?q?B=C3=A4nk?=, a@evil.example", part("Bänk")},
+        {"From: The Bank\r\nFrom: a@evil.example", part("The Bank")},
+        {"From: pay@bank.example: <a@evil.example>;", part("pay@bank.example")},
+        {"From: <" + routed + ">", more(Kind::route, routed, "@relay.example,@b.example")},
         {"From: a@bank.example@evil.example",
-         {{Note::FromHoldsMore{Kind::route, "a@bank.example@evil.example", "a@bank.example"}}}},
+         more(Kind::route, "a@bank.example@evil.example", "a@bank.example")},
         // Several senders are a warning sign, and nobody was judged.
         {"From: a@evil.example, b@evil.example, c", {}},
-        {"From: " + std::string(199, 'x') + "é, a@evil.example",
-         {{Note::FromHoldsMore{Kind::part, judged, std::string(199, 'x') + "…"}}}},
+        {"From: " + std::string(199, 'x') + "é, a@evil.example", part(std::string(199, 'x') + "…")},
 
-        {"From: The Bank\r\nSender: a@b.example", {{Note::FromEmpty{"a@b.example", std::nullopt}}}},
-        {"From: <>\r\nResent-From: B <a@b.example>", {{Note::FromEmpty{std::nullopt, "B <a@b.example>"}}}},
-        {"Sender: a@b.example\r\nResent-From: c@d.example",
-         {{Note::FromEmpty{"a@b.example", "c@d.example"}}}},
+        {"From: The Bank\r\nSender: a@b.example", none("a@b.example", {})},
+        {"From: <>\r\nResent-From: B <a@b.example>", none({}, "B <a@b.example>")},
+        {"Sender: a@b.example\r\nResent-From: c@d.example", none("a@b.example", "c@d.example")},
         {"From: The Bank\r\nSender:", {}},
     };
     for (const auto& row : rows) EXPECT_EQ(report(row.fields + "\r\n\r\n").notes, row.notes) << row.fields;
 }
 
 TEST(Notes, whatIsShownButNotSigned) {
+    const auto shown = [](const std::string& field, const std::string& text, const std::string& whatIsSigned,
+                          int count, int covered) {
+        return Note{Note::ShownNotSigned{field, text, whatIsSigned, count, covered}};
+    };
+    const std::string today = "Sat, 21 Nov 2026 10:00:00 +0000", sent = "Fri, 20 Nov 2026 10:00:00 +0000";
     const struct {
         std::string signs, added, message;
         Notes notes;
     } rows[] = {
-        {"from:subject",
-         "Subject: forged\r\n",
-         "Subject: =?utf-8?q?true?=\r\n",
-         {{Note::ShownNotSigned{"Subject", "forged", "true", 2, 1}}}},
+        {"from:subject", "Subject: forged\r\n", "Subject: =?utf-8?q?true?=\r\n",
+         Notes{shown("Subject", "forged", "true", 2, 1)}},
         {"from:SUBJECT:subject", "", "Subject: 1\r\nSubject: 2\r\n", {}},
-        {"from:subject:subject",
-         "Subject: 0\r\n",
-         "Subject: 1\r\nSubject: 2\r\n",
-         {{Note::ShownNotSigned{"Subject", "0", "1", 3, 2}}}},
+        {"from:subject:subject", "Subject: 0\r\n", "Subject: 1\r\nSubject: 2\r\n",
+         Notes{shown("Subject", "0", "1", 3, 2)}},
         {"from:subject", "Subject: a\r\n b\r\n", "Subject: a b\r\n", {}},
         // Of two additions only the upper one is shown.
         {"from:subject", "Subject: true\r\nSubject: forged\r\n", "Subject: true\r\n", {}},
         // Not signed at all: `unsignedImportant` says so.
         {"from", "Subject: forged\r\n", "Subject: true\r\n", {}},
-        {"from:date",
-         "Date: Sat, 21 Nov 2026 10:00:00 +0000\r\n",
-         "Date: Fri, 20 Nov 2026 10:00:00 +0000\r\n",
-         {{Note::ShownNotSigned{"Date", "Sat, 21 Nov 2026 10:00:00 +0000", "Fri, 20 Nov 2026 10:00:00 +0000",
-                                2, 1}}}},
+        {"from:date", "Date: " + today + "\r\n", "Date: " + sent + "\r\n",
+         Notes{shown("Date", today, sent, 2, 1)}},
         // Every address is shown.
-        {"from:to:cc:reply-to",
-         "Reply-To: b@c\r\nReply-To: evil@c\r\nCc: evil@c\r\nTo: evil@c\r\n",
+        {"from:to:cc:reply-to", "Reply-To: b@c\r\nReply-To: evil@c\r\nCc: evil@c\r\nTo: evil@c\r\n",
          "To: b@c\r\nCc: b@c\r\nReply-To: b@c\r\n",
-         {{Note::ShownNotSigned{"To", "evil@c", "b@c", 2, 1}},
-          {Note::ShownNotSigned{"Cc", "evil@c", "b@c", 2, 1}},
-          {Note::ShownNotSigned{"Reply-To", "evil@c", "b@c", 3, 1}}}},
+         Notes{shown("To", "evil@c", "b@c", 2, 1), shown("Cc", "evil@c", "b@c", 2, 1),
+               shown("Reply-To", "evil@c", "b@c", 3, 1)}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.added + row.message);
@@ -176,11 +165,11 @@ TEST(Notes, linesThatTheSenderCouldHaveWritten) {
                       forgedResults = "Authentication-Results: mx.bank.example; dkim=pass\r\n",
                       spf = "Received-SPF: pass client-ip=192.0.2.1\r\n",
                       forgedSPF = "Received-SPF: pass client-ip=203.0.113.9\r\n";
-    const auto spfNote = [](Why why, std::string client) {
-        return Note{Note::LineOfSender{"Received-SPF", std::move(client), why}};
+    const auto spfNote = [](Why why, const char* client) {
+        return Note{Note::LineOfSender{"Received-SPF", client, why}};
     };
-    const auto resultsNote = [](Why why, std::string server) {
-        return Note{Note::LineOfSender{"Authentication-Results", std::move(server), why}};
+    const auto resultsNote = [](Why why, const char* server) {
+        return Note{Note::LineOfSender{"Authentication-Results", server, why}};
     };
     const struct {
         std::string fields;
@@ -212,11 +201,13 @@ TEST(Notes, linesThatTheSenderCouldHaveWritten) {
 }
 
 TEST(Notes, whoSignedAndWhen) {
-    const auto at = [](const char* text) { return *parsedRFC3339(text); };
-    const auto seconds = [&](const char* text) {
-        return "; t=" + std::to_string(at(text).time_since_epoch().count() / 1000);
+    const auto at = [](const std::string& time) { return *parsedRFC3339("2026-11-" + time + "Z"); };
+    const auto signedAt = [&](const std::string& time) {
+        return "d=example.org; t=" + std::to_string(at(time).time_since_epoch().count() / 1000);
     };
-    const std::string odd = "odd_name.example.org";
+    const Note early{Note::SignedAfterCheck{"example.org", at("21T10:10:01")}},
+        late{Note::SignedLongBefore{"example.org", at("14T08:59:59"), at("21T09:00:00")}};
+    const std::string odd = "odd_name.example.org", arrived = "21 Nov 2026 09:00:00 +0000";
     const struct {
         std::string tags, received;
         Notes notes;
@@ -225,14 +216,10 @@ TEST(Notes, whoSignedAndWhen) {
         {"d=co.uk", "", {{Note::SigningDomainPublicSuffix{"co.uk"}}}},
         {"d=" + odd, "", {{Note::SigningDomainNoHost{odd}}}},
         {"d=example.org.", "", {{Note::SigningDomainNoHost{"example.org."}}}},
-        {"d=example.org" + seconds("2026-11-21T10:10:00Z"), "", {}},
-        {"d=example.org" + seconds("2026-11-21T10:10:01Z"),
-         "",
-         {{Note::SignedAfterCheck{"example.org", at("2026-11-21T10:10:01Z")}}}},
-        {"d=example.org" + seconds("2026-11-14T09:00:00Z"), "21 Nov 2026 09:00:00 +0000", {}},
-        {"d=example.org" + seconds("2026-11-14T08:59:59Z"),
-         "21 Nov 2026 09:00:00 +0000",
-         {{Note::SignedLongBefore{"example.org", at("2026-11-14T08:59:59Z"), at("2026-11-21T09:00:00Z")}}}},
+        {signedAt("21T10:10:00"), "", {}},
+        {signedAt("21T10:10:01"), "", {early}},
+        {signedAt("14T09:00:00"), arrived, {}},
+        {signedAt("14T08:59:59"), arrived, {late}},
         {"d=example.org; t=1", "no date", {}},
     };
     for (const auto& row : rows) {

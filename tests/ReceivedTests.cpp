@@ -87,10 +87,9 @@ TEST(Received, senderIP) {
          SenderIP{"2001:db8::7", by("edge"), "outer"}},
         {"Received-SPF: pass client-ip=unknown; helo=h\r\n" + inner, {}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.header);
-        EXPECT_EQ(senderIP(MailMessage::parse(row.header + "From: a@b.example\r\n\r\n")), row.sender);
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(senderIP(MailMessage::parse(row.header + "From: a@b.example\r\n\r\n")), row.sender)
+            << row.header;
 }
 
 TEST(Received, path) {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/ReportJSON.h"
@@ -52,11 +51,11 @@ std::vector<std::string> messages(const PrivateKey& key) {
     std::vector<std::string> list;
     for (const char* selector :
          {"key", "slow", "servfail", "odd", "gone", "empty", "flaky", "\xFFname", "a|b"}) {
-        const std::string tags = "v=1; d=example.org; h=from:subject; s=" + std::string(selector);
-        const std::string from = selector == std::string("odd")     ? "a@undated.org"
-                                 : selector == std::string("empty") ? "a@closed.org"
-                                                                    : "a@Example.org";
-        const std::string plain = "Return-Path: <a@flaky.example.org>\r\nFrom: " + from +
+        const std::string chosen = selector, tags = "v=1; d=example.org; h=from:subject; s=" + chosen;
+        const char* from = chosen == "odd"     ? "a@undated.org"
+                           : chosen == "empty" ? "a@closed.org"
+                                               : "a@Example.org";
+        const std::string plain = std::string("Return-Path: <a@flaky.example.org>\r\nFrom: ") + from +
                                   "\r\nReply-To: b@other.nowhere\r\nReceived: from x [192.0.2.1] by y\r\n"
                                   "Subject: x\r\n\r\nbody\r\n";
         list.push_back(signedMessage(plain, {.tags = tags}, key));
@@ -67,24 +66,20 @@ std::vector<std::string> messages(const PrivateKey& key) {
 /// The reports, without their identities, of all messages; each is checked six times, at once.
 std::vector<std::string> checked(RecordedRun& run, const std::vector<std::string>& messages) {
     std::vector<std::string> reports(messages.size() * 6);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < reports.size(); ++i) {
-        threads.emplace_back([&, i] {
-            const std::string& message = messages[i % messages.size()];
-            const auto report = run.verify(sha256(message), MailMessage::parse(message), "m.eml", now);
-            JSON json = JSON::parse(compactJSON(report));
-            json.erase("id");
-            reports[i] = json.dump();
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    onThreads(static_cast<int>(reports.size()), [&](int number) {
+        const auto i = static_cast<std::size_t>(number);
+        const std::string& message = messages[i % messages.size()];
+        const auto report = run.verify(sha256(message), MailMessage::parse(message), "m.eml", now);
+        JSON json = JSON::parse(compactJSON(report));
+        json.erase("id");
+        reports[i] = json.dump();
+    });
     return reports;
 }
 
 TEST(RecordedRun, checksMadeAgainGiveTheSameReports) {
-    const auto key = PrivateKey::rsa(1024);
-    const auto mails = messages(key);
-    const auto http = network(keyRecord(key) + "; n=\u202E\u00FC\x7F");
+    const auto mails = messages(rsaKey());
+    const auto http = network(keyRecord(rsaKey()) + "; n=\u202E\u00FC\x7F");
     RecordedRun live(std::make_shared<DoHResolver>(http), std::make_shared<RDAPClient>(http));
     const auto reports = checked(live, mails);
 

@@ -9,9 +9,7 @@ namespace quillmark {
 namespace {
 
 TEST(ReportCSV, cellsAreSafe) {
-    const struct {
-        std::string subject, cell;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"plain", R"("plain")"},
         {"a \"b\", c", R"("a ""b"", c")"},
         {"=HYPERLINK(\"x\")", "\"'=HYPERLINK(\"\"x\"\")\""},
@@ -26,11 +24,11 @@ TEST(ReportCSV, cellsAreSafe) {
         {"a; \"=1\";b;-1", "\"a;' \"\"=1\"\";b;'-1\""},  // where semicolons part the cells
         {"\x1B[31m\u202E", "\"\uFFFD[31m‹U+202E›\""},
     };
-    for (const auto& row : rows) {
+    for (const auto& [subject, cell] : rows) {
         ProofReport report;
-        report.summary.subject = row.subject;
+        report.summary.subject = subject;
         const std::string text = csvRow(report);
-        EXPECT_NE(text.find("," + row.cell + ","), std::string::npos) << text;
+        EXPECT_NE(text.find("," + cell + ","), std::string::npos) << text;
         EXPECT_EQ(std::ranges::count(text, '\n'), 1);
     }
 }

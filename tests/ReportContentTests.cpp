@@ -179,19 +179,17 @@ TEST(PDFExport, markupIsTextAndNothingIsALink) {
 }
 
 TEST(PDFExport, proposedNames) {
-    const struct {
-        const char *domain, *name;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"example.org", "example.org 2026-01-15.pdf"}, {"", "Report 2026-01-15.pdf"},
         {"../../etc/x", "_.._etc_x 2026-01-15.pdf"},   {"con.example", "Report con.example 2026-01-15.pdf"},
         {"COM1", "Report COM1 2026-01-15.pdf"},        {"a\nb\u202E\u05D0", "a_b_____ 2026-01-15.pdf"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [domain, name] : rows) {
         ProofReport report;
-        report.verdict.domain = row.domain;
+        report.verdict.domain = domain;
         report.checkedAt = parsedRFC3339("2026-01-14T23:30:00Z").value();
         const Reader berlin{.zone = [](Date) { return ZoneOffset{std::chrono::hours(1), "CET"}; }};
-        EXPECT_EQ(proposedName(report, ".pdf", berlin).toStdString(), row.name);
+        EXPECT_EQ(proposedName(report, ".pdf", berlin).toStdString(), name);
     }
     ProofReport report;
     report.verdict.domain = std::string(300, 'a');

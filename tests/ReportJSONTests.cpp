@@ -96,9 +96,7 @@ TEST(ReportJSON, roundTrip) {
 
 TEST(ReportJSON, form) {
     const auto json = JSON::parse(compactJSON(fullReport()));
-    const struct {
-        const char *pointer, *value;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"/id", R"("01234567-89AB-CDEF-0123-456789ABCDEF")"},
         {"/checkedAt", "736260690.123"},
         {"/summary/date", "0"},
@@ -121,8 +119,8 @@ TEST(ReportJSON, form) {
         {"/notes/3",
          R"({"shownNotSigned":{"count":2,"covered":1,"field":"Subject","shown":"a","signed":"b"}})"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(json.at(JSON::json_pointer(row.pointer)).dump(), row.value) << row.pointer;
+    for (const auto& [pointer, value] : rows)
+        EXPECT_EQ(json.at(JSON::json_pointer(pointer)).dump(), value) << pointer;
     const auto empty = JSON::parse(compactJSON({}));
     EXPECT_EQ(empty.size(), 13u);  // all but fileName and notes
     EXPECT_EQ(empty["dkim"].dump(), "[]");
@@ -132,6 +130,7 @@ TEST(ReportJSON, form) {
 
 TEST(ReportJSON, faultsSayWhereTheyAre) {
     const auto full = JSON::parse(encoded(fullReport()));
+    const char* keys = "dkim[0].status: Invalid number of keys found, expected one.";
     const struct {
         const char *pointer, *value;  ///< what is put there; null takes it away
         const char* fault;
@@ -139,9 +138,8 @@ TEST(ReportJSON, faultsSayWhereTheyAre) {
         {"/id", "5", "id: expected a text"},
         {"/id", R"("0123")", "id: expected a UUID"},
         {"/summary", nullptr, "summary: missing"},
-        {"/dkim/0/status", "{}", "dkim[0].status: Invalid number of keys found, expected one."},
-        {"/dkim/0/status", R"({"pass":{},"malformed":{}})",
-         "dkim[0].status: Invalid number of keys found, expected one."},
+        {"/dkim/0/status", "{}", keys},
+        {"/dkim/0/status", R"({"pass":{},"malformed":{}})", keys},
         {"/dkim/0/status", R"({"odd":{}})", "dkim[0].status: unknown case \"odd\""},
         {"/dkim/0/status", R"("pass")", "dkim[0].status: expected an object"},
         {"/dkim/1/bodyLength", "9223372036854775808", "dkim[1].bodyLength: number out of range"},
@@ -153,10 +151,7 @@ TEST(ReportJSON, faultsSayWhereTheyAre) {
         {"/flags/2", R"({"never":{}})", "flags[2].never: unknown case"},
         {"/spf/status", R"({"judged":5})", "spf.status: expected an object of the case’s values"},
         {"/spf/status/judged/_0", R"("maybe")", "spf.status.judged._0: unknown case \"maybe\""},
-        {"/spf/ip/source", R"({"receivedSPF":{},"received":{}})",
-         "spf.ip.source: Invalid number of keys found, expected one."},
-        {"/arc/hops/0/sawResults/methods/0/properties/a", "1",
-         "arc.hops[0].sawResults.methods[0].properties.a: expected a text"},
+        {"/arc/hops/0/sawResults/server", "1", "arc.hops[0].sawResults.server: expected a text"},
         {"/limits/0", R"("never")", "limits[0]: unknown case \"never\""},
         {"/limits", "{}", "limits: expected a list"},
     };

@@ -18,7 +18,7 @@ const std::string plain = "From: a@example.org\r\nTo: b@example.com\r\nSubject: 
 
 /// Made once; not before the first test that needs it.
 const SigningKey& rsaKey() {
-    static const SigningKey key = SigningKey::newRSA(2048).value();
+    static const SigningKey key = SigningKey::newRSA(1024).value();
     return key;
 }
 const SigningKey& ed25519Key() {
@@ -59,11 +59,9 @@ std::string problem(auto&& sign) {
 }
 
 TEST(Signer, keyRecord) {
-    const auto rsa = test::PrivateKey::rsa(1024), ed25519 = test::PrivateKey::ed25519();
-    EXPECT_EQ(Signer::keyRecord(SigningKey::fromPEM(rsa.pem(PEM::traditional)).value()),
-              test::keyRecord(rsa));
-    EXPECT_EQ(Signer::keyRecord(SigningKey::fromPEM(ed25519.pem(PEM::pkcs8)).value()),
-              test::keyRecord(ed25519, "ed25519"));
+    for (const test::PrivateKey* key : {&test::rsaKey(), &test::ed25519Key()})
+        EXPECT_EQ(Signer::keyRecord(SigningKey::fromPEM(key->pem(PEM::pkcs8)).value()),
+                  test::keyRecord(*key));
 }
 
 TEST(Signer, fieldsAsWritten) {
@@ -81,11 +79,7 @@ TEST(Signer, fieldsAsWritten) {
     auto arc = arcOptions();
     const auto first = Signer::arcSet(message, arc, ed25519Key());
     EXPECT_EQ(first.results, "ARC-Authentication-Results: i=1; mx.example; none");
-    EXPECT_EQ(start(first.messageSignature),
-              "ARC-Message-Signature: i=1; a=ed25519-sha256; c=relaxed/relaxed; d=list.example; s=key; "
-              "h=from:to:subject; ");
-    EXPECT_TRUE(
-        first.seal.starts_with("ARC-Seal: i=1; a=ed25519-sha256; cv=none; d=list.example; s=key; b="));
+    EXPECT_EQ(first.seal.find("ARC-Seal: i=1; a=ed25519-sha256; cv=none; d=list.example; s=key; b="), 0u);
     // The highest seal counts, and those that cannot be read don't.
     const auto sealedBefore = MailMessage::parse(
         "ARC-Seal: i=2\r\nARC-Seal: i=9x\r\nARC-Message-Signature: i=7\r\nDKIM-Signature: v=1\r\n"
@@ -96,8 +90,8 @@ TEST(Signer, fieldsAsWritten) {
     EXPECT_EQ(start(third.messageSignature),
               "ARC-Message-Signature: i=3; a=ed25519-sha256; c=relaxed/relaxed; d=list.example; s=key; t=0; "
               "h=from:to:subject:date:message-id:dkim-signature; ");
-    EXPECT_TRUE(
-        third.seal.starts_with("ARC-Seal: i=3; a=ed25519-sha256; cv=pass; d=list.example; s=key; t=0; b="));
+    EXPECT_EQ(third.seal.find("ARC-Seal: i=3; a=ed25519-sha256; cv=pass; d=list.example; s=key; t=0; b="),
+              0u);
     arc.chain = "fail";
     EXPECT_NE(Signer::arcSet(message, arc, ed25519Key()).seal.find("cv=fail;"), std::string::npos);
 }
@@ -115,17 +109,10 @@ TEST(Signer, whatItSignsVerifies) {
         "From: Andr\xE9 <a@example.org>\r\nSubject: \xFF\xC3\xA9\xE2\x80\xA8\r\n\r\n\xE9\x80\0\xFF\r\n"s,
         head + "DKIM-Signature: v=1; d=example.net; b=AAAA\r\nDKIM-Signature: v=1\r\n\r\nBody\r\n",
     };
-    const std::vector<std::string> names[] = {
-        {"FROM"}, {"from", "from", "subject", "subject", "to", "dkim-signature", "x-none"}};
-    constexpr CanonicalizationPair pairs[] = {{Canonicalization::simple, Canonicalization::simple},
-                                              {Canonicalization::simple, Canonicalization::relaxed},
-                                              {Canonicalization::relaxed, Canonicalization::simple},
-                                              {Canonicalization::relaxed, Canonicalization::relaxed}};
-    constexpr std::optional<std::int64_t> lengths[] = {std::nullopt, 0, 4, 1'000'000};
     const auto roundTrip = [](const std::string& message, const Signer::Options& made,
                               const SigningKey& key) {
         const std::string field = Signer::dkimSignature(MailMessage::parse(message), made, key);
-        SCOPED_TRACE(field);
+        SCOPED_TRACE(field + message);
         const auto parsed = MailMessage::parse(field + "\r\n" + message);
         StaticResolver resolver(
             {{"key._domainkey.example.org|TXT", DNSAnswer::records({Signer::keyRecord(key)})}});
@@ -140,11 +127,17 @@ TEST(Signer, whatItSignsVerifies) {
         EXPECT_EQ(result.bodyLength, made.bodyLength);
         EXPECT_EQ(result.signedHeaders, made.headers);
     };
+    using enum Canonicalization;
     for (const std::string& message : messages) {
-        SCOPED_TRACE(message);
-        for (const auto& headers : names) {
-            for (const auto& pair : pairs) {
-                for (const auto& length : lengths) {
+        for (const std::vector<std::string>& headers :
+             {std::vector<std::string>{"FROM"},
+              {"from", "from", "subject", "subject", "to", "dkim-signature", "x-none"}}) {
+            for (const CanonicalizationPair pair : {CanonicalizationPair{simple, simple},
+                                                    {simple, relaxed},
+                                                    {relaxed, simple},
+                                                    {relaxed, relaxed}}) {
+                for (const std::optional<std::int64_t> length :
+                     {std::optional<std::int64_t>(), {0}, {4}, {1'000'000}}) {
                     auto made = options(headers);
                     made.canonicalization = pair;
                     made.bodyLength = length;
@@ -154,11 +147,6 @@ TEST(Signer, whatItSignsVerifies) {
             }
         }
     }
-    auto beyond = options();
-    beyond.bodyLength = 100;
-    EXPECT_NE(Signer::dkimSignature(MailMessage::parse(plain), beyond, ed25519Key())
-                  .find(" l=100; h=from; bh=" + encodedBase64(hash(HashAlgorithm::sha256, "Body\r\n"))),
-              std::string::npos);
 }
 
 TEST(Signer, chainsOfOneToFiftySets) {
@@ -197,17 +185,18 @@ TEST(Signer, sealsOverTheTopmostFieldsOfEachSet) {
 }
 
 TEST(Signer, textsThatWouldBreakOutOfAField) {
-    const std::string noName = "” isn’t made of letters, digits, “-”, “_” and single dots.";
-    const std::string noHeader = "” can’t be the name of a signed header field.";
+    const std::string noName = "” isn’t made of letters, digits, “-”, “_” and single dots.",
+                      noHeader = "” can’t be the name of a signed header field.",
+                      noTime = "The signing time is out of range.";
     using Change = void (*)(Signer::Options&, Signer::ARCOptions&);
     const struct {
         Change change;
         std::string dkim, arc;  ///< what each of the two says
     } rows[] = {
-        {[](auto& d, auto& a) { d.domain = a.domain = "a.example; x=y"; },
-         "The domain “a.example; x=y" + noName, "The domain “a.example; x=y" + noName},
-        {[](auto& d, auto& a) { d.domain = "", a.domain = "a..example"; }, "The domain “" + noName,
-         "The domain “a..example" + noName},
+        {[](auto& d, auto& a) { d.domain = "a.example; x=y", a.domain = "a..example"; },
+         "The domain “a.example; x=y" + noName, "The domain “a..example" + noName},
+        {[](auto& d, auto& a) { d.domain = a.domain = ""; }, "The domain “" + noName,
+         "The domain “" + noName},
         {[](auto& d, auto& a) { d.selector = "k\r\nX: y", a.selector = "k."; },
          "The selector “k\r\nX: y" + noName, "The selector “k." + noName},
         {[](auto& d, auto&) { d.headers = {"from", "to;b="}; }, "“to;b=" + noHeader, ""},
@@ -216,8 +205,7 @@ TEST(Signer, textsThatWouldBreakOutOfAField) {
         {[](auto& d, auto&) { d.headers = {"from", "x\n"}; }, "“x\n" + noHeader, ""},
         {[](auto& d, auto&) { d.headers = {"to"}; }, "From must be among the signed header fields.", ""},
         {[](auto& d, auto&) { d.bodyLength = -1; }, "The body length is negative.", ""},
-        {[](auto& d, auto& a) { d.time = -1, a.time = 1'000'000'000'000'000; },
-         "The signing time is out of range.", "The signing time is out of range."},
+        {[](auto& d, auto& a) { d.time = -1, a.time = 1'000'000'000'000'000; }, noTime, noTime},
         {[](auto&, auto& a) { a.results = "mx.example\r\nX: y"; }, "",
          "The results hold a line end or another control character."},
         {[](auto&, auto& a) { a.results = " \t"; }, "", "The results are empty."},

@@ -14,10 +14,7 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 
 extern char** environ;
@@ -74,11 +71,17 @@ void writePEM(const std::string& path, X509* certificate) {
     std::fclose(file);
 }
 
-int listenOnLoopback(int& port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+sockaddr_in loopback(int port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int listenOnLoopback(int& port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* const bare = reinterpret_cast<sockaddr*>(&address);
     require(socket >= 0 && ::bind(socket, bare, size) == 0 && ::listen(socket, 256) == 0 &&
@@ -90,11 +93,8 @@ int listenOnLoopback(int& port) {
 
 bool accepts(int port) {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool isThere = ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    const sockaddr_in address = loopback(port);
+    const bool isThere = ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     ::close(socket);
     return isThere;
 }
@@ -110,22 +110,6 @@ bool write(SSL* connection, std::string_view bytes) {
 }
 
 }  // namespace
-
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "quillmark-XXXXXX").string();
-    require(::mkdtemp(pattern.data()), "make a folder");
-    m_path = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-std::string TemporaryFolder::write(std::string_view name, std::string_view bytes) const {
-    std::ofstream(file(name), std::ios::binary) << bytes;
-    return file(name);
-}
 
 const Authority& Authority::shared() {
     static const Authority authority;
@@ -157,7 +141,7 @@ Authority::Authority() {
 }
 
 std::string Authority::certificateFile(Certificate which) const {
-    return m_folder.file("certificate-" + std::to_string(static_cast<int>(which)) + ".pem");
+    return m_folder / ("certificate-" + std::to_string(static_cast<int>(which)) + ".pem");
 }
 
 TestServer::TestServer(std::function<Reply(const std::string&)> answer, Certificate certificate,
@@ -272,8 +256,7 @@ void TestServer::speak(SSL* connection, int socket) {
 bool TestServer::send(SSL* connection, int socket, const Reply& reply) {
     using Fault = Reply::Fault;
     if (!pause(reply.delay)) return false;
-    if (reply.fault == Fault::resetBeforeHead) armReset(socket);
-    if (reply.fault == Fault::resetBeforeHead) return false;
+    if (reply.fault == Fault::resetBeforeHead) return armReset(socket), false;
     if (reply.fault == Fault::hangBeforeHead) return pause(std::chrono::minutes(1)), false;
 
     std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " Reason\r\n";
@@ -288,22 +271,17 @@ bool TestServer::send(SSL* connection, int socket, const Reply& reply) {
     }
     head += "\r\n";
 
-    const std::string_view body = reply.body;
+    const std::string half = head + reply.body.substr(0, reply.body.size() / 2);
     switch (reply.fault) {
         case Fault::resetAfterHead:
-            write(connection, head + std::string(body.substr(0, body.size() / 2)));
-            armReset(socket);
-            return false;
+            return write(connection, half), armReset(socket), false;
         case Fault::hangAfterHead:
-            write(connection, head + std::string(body.substr(0, body.size() / 2)));
-            return pause(std::chrono::minutes(1)), false;
+            return write(connection, half), pause(std::chrono::minutes(1)), false;
         case Fault::truncated:
-            write(connection, head + std::string(body.substr(0, body.size() / 2)));
-            SSL_shutdown(connection);
-            return false;
+            return write(connection, half), SSL_shutdown(connection), false;
         case Fault::drip:
             if (!write(connection, head)) return false;
-            for (const char byte : body) {
+            for (const char byte : reply.body) {
                 if (!pause(std::chrono::milliseconds(20)) || !write(connection, {&byte, 1})) return false;
             }
             return true;
@@ -313,8 +291,7 @@ bool TestServer::send(SSL* connection, int socket, const Reply& reply) {
             }
             return false;
         case Fault::notHTTP:
-            write(connection, "220 mail.example.org ESMTP\r\n");
-            return false;
+            return write(connection, "220 mail.example.org ESMTP\r\n"), false;
         default:
             return write(connection, head + reply.body);
     }
@@ -338,7 +315,7 @@ HTTP2Server::HTTP2Server(std::string_view name, std::string_view bytes) {
     m_port = unusedPort();
     std::vector<std::string> words{"nghttpd",
                                    "--address=127.0.0.1",
-                                   "--htdocs=" + m_folder.file(""),
+                                   "--htdocs=" + (m_folder / ""),
                                    std::to_string(m_port),
                                    authority.keyFile(),
                                    authority.certificateFile(Certificate::good)};

@@ -12,26 +12,13 @@
 #include <thread>
 #include <vector>
 
+#include "TestFiles.h"
+
 typedef struct ssl_ctx_st SSL_CTX;
 typedef struct ssl_st SSL;
 
 /// Servers on loopback for the tests of everything that goes over HTTPS.
 namespace quillmark::test {
-
-/// A new folder for files, gone with the object.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    std::string file(std::string_view name) const { return m_path + "/" + std::string(name); }
-    /// Writes a file and gives its path.
-    std::string write(std::string_view name, std::string_view bytes) const;
-
-private:
-    std::string m_path;
-};
 
 enum class Certificate { good, otherName, expired, otherAuthority };
 
@@ -40,9 +27,9 @@ enum class Certificate { good, otherName, expired, otherAuthority };
 class Authority {
 public:
     static const Authority& shared();
-    std::string caFile() const { return m_folder.file("ca.pem"); }
+    std::string caFile() const { return m_folder / "ca.pem"; }
     std::string certificateFile(Certificate which) const;
-    std::string keyFile() const { return m_folder.file("key.pem"); }
+    std::string keyFile() const { return m_folder / "key.pem"; }
 
 private:
     Authority();
@@ -111,6 +98,13 @@ private:
 
 /// A port on loopback where nobody listens.
 int unusedPort();
+
+/// Runs `work` on many threads at once and waits for them.
+template <typename Work>
+void onThreads(int count, Work work) {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < count; ++i) threads.emplace_back([&work, i] { work(i); });
+}
 
 /// Debian's HTTP/2 server (nghttpd) with one file to serve. It passes over the query of a target.
 class HTTP2Server {

@@ -34,36 +34,23 @@ const unsigned char* bytesOf(std::string_view text) {
 
 }  // namespace
 
+PrivateKey::PrivateKey(void* made)
+    : m_key(made, [](void* old) { EVP_PKEY_free(static_cast<EVP_PKEY*>(old)); }) {
+    if (!made) throw std::runtime_error("no key");
+}
+
 PrivateKey PrivateKey::rsa(unsigned bits) {
-    PrivateKey key;
-    const std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
-        EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr), EVP_PKEY_CTX_free);
-    EVP_PKEY* made = nullptr;
-    if (EVP_PKEY_keygen_init(context.get()) != 1 ||
-        EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), static_cast<int>(bits)) != 1 ||
-        EVP_PKEY_keygen(context.get(), &made) != 1) {
-        throw std::runtime_error("no RSA key");
-    }
-    key.m_key = std::shared_ptr<void>(made, [](void* old) { EVP_PKEY_free(static_cast<EVP_PKEY*>(old)); });
-    return key;
+    return PrivateKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(bits)));
 }
 
-PrivateKey PrivateKey::ed25519() {
-    PrivateKey key;
-    key.m_key = std::shared_ptr<void>(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"),
-                                      [](void* old) { EVP_PKEY_free(static_cast<EVP_PKEY*>(old)); });
-    return key;
-}
+PrivateKey PrivateKey::ed25519() { return PrivateKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519")); }
 
-PrivateKey PrivateKey::p256() {
-    PrivateKey key;
-    key.m_key = std::shared_ptr<void>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
-                                      [](void* old) { EVP_PKEY_free(static_cast<EVP_PKEY*>(old)); });
-    return key;
-}
+PrivateKey PrivateKey::p256() { return PrivateKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")); }
+
+bool PrivateKey::isRSA() const { return EVP_PKEY_get_base_id(raw(m_key)) == EVP_PKEY_RSA; }
 
 std::string PrivateKey::publicKey() const {
-    if (EVP_PKEY_get_base_id(raw(m_key)) == EVP_PKEY_RSA) return der(i2d_PUBKEY, raw(m_key));
+    if (isRSA()) return der(i2d_PUBKEY, raw(m_key));
     std::string bytes(32, '\0');
     std::size_t size = bytes.size();
     EVP_PKEY_get_raw_public_key(raw(m_key), reinterpret_cast<unsigned char*>(bytes.data()), &size);
@@ -120,19 +107,42 @@ std::string signedMessage(std::string_view message, const Signature& signature, 
         names.emplace_back(trimmed(takePiece(rest, ':')));
     }
     BodyHashes hashes(parsed.body().value_or(""));
-    const HashAlgorithm hash = hashAlgorithm(signature.algorithm);
-    const std::string unsignedField =
-        signature.fieldName + ": " + signature.tags + "; a=" + nameOf(signature.algorithm) +
-        ";\r\n c=" + signature.canonicalization +
-        "; bh=" + encodedBase64(hashes.hash(pair.body, hash, limit).digest) + "; b=";
+    const auto algorithm = signature.algorithm.value_or(key.isRSA() ? SignatureAlgorithm::rsaSHA256
+                                                                    : SignatureAlgorithm::ed25519SHA256);
+    const HashAlgorithm hash = hashAlgorithm(algorithm);
+    const std::string unsignedField = signature.fieldName + ": " + signature.tags +
+                                      "; a=" + nameOf(algorithm) + ";\r\n c=" + signature.canonicalization +
+                                      "; bh=" + encodedBase64(hashes.hash(pair.body, hash, limit).digest) +
+                                      "; b=";
     HashingSink data(hash);
     addSignedHeaderData(parsed, names, HeaderField{unsignedField, signature.fieldName}, pair.header, data);
-    return unsignedField + encodedBase64(key.signature(signature.algorithm, data.digest())) + "\r\n" +
+    return unsignedField + encodedBase64(key.signature(algorithm, data.digest())) + "\r\n" +
            std::string(message);
 }
 
-std::string keyRecord(const PrivateKey& key, std::string_view type) {
-    return "v=DKIM1; k=" + std::string(type) + "; p=" + encodedBase64(key.publicKey());
+std::string keyRecord(const PrivateKey& key) {
+    return std::string("v=DKIM1; k=") + (key.isRSA() ? "rsa" : "ed25519") +
+           "; p=" + encodedBase64(key.publicKey());
+}
+
+const PrivateKey& rsaKey() {
+    static const PrivateKey key = PrivateKey::rsa(1024);
+    return key;
+}
+
+const PrivateKey& ed25519Key() {
+    static const PrivateKey key = PrivateKey::ed25519();
+    return key;
+}
+
+StaticResolver::Answers published(const PrivateKey& key) {
+    return {{"key._domainkey.example.org|TXT", DNSAnswer::records({keyRecord(key)})}};
+}
+
+std::string replaced(std::string text, std::string_view what, std::string_view with) {
+    const auto at = text.find(what);
+    if (at == std::string::npos) throw std::runtime_error("missing: " + std::string(what));
+    return text.replace(at, what.size(), with);
 }
 
 }  // namespace quillmark::test

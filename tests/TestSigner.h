@@ -1,11 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "QuillmarkKit/DKIMKeys.h"
+#include "QuillmarkKit/DNS.h"
 
 /// Signatures for tests, made with OpenSSL alone, so that a mistake in the kit's own signing could not hide
 /// one in its checking.
@@ -19,6 +21,7 @@ public:
     /// On a curve that no signature uses.
     static PrivateKey p256();
 
+    bool isRSA() const;
     /// What stands in `p=`: a SubjectPublicKeyInfo for RSA, the raw key for Ed25519.
     std::string publicKey() const;
     /// The bare PKCS#1 form of an RSA key.
@@ -30,13 +33,14 @@ public:
     std::string signature(SignatureAlgorithm algorithm, std::string_view digest) const;
 
 private:
+    explicit PrivateKey(void* made);
     std::shared_ptr<void> m_key = {};  // an EVP_PKEY
 };
 
 /// A signature field to be made for a message.
 struct Signature {
     std::string tags = "v=1; d=example.org; s=key; h=from:subject";  ///< all but a=, c=, bh= and b=
-    SignatureAlgorithm algorithm = SignatureAlgorithm::rsaSHA256;
+    std::optional<SignatureAlgorithm> algorithm = {};                ///< that of the key, with SHA-256
     std::string canonicalization = "relaxed/relaxed";
     std::string fieldName = "DKIM-Signature";
 };
@@ -45,6 +49,16 @@ struct Signature {
 std::string signedMessage(std::string_view message, const Signature& signature, const PrivateKey& key);
 
 /// A key record for the key.
-std::string keyRecord(const PrivateKey& key, std::string_view type = "rsa");
+std::string keyRecord(const PrivateKey& key);
+
+/// Keys made once: one of 1,024 bits, and the other kind.
+const PrivateKey& rsaKey();
+const PrivateKey& ed25519Key();
+
+/// What the DNS answers for the signature above.
+StaticResolver::Answers published(const PrivateKey& key);
+
+/// The text with the first `what` replaced; one that isn't there is a fault of the test.
+std::string replaced(std::string text, std::string_view what, std::string_view with);
 
 }  // namespace quillmark::test

@@ -75,26 +75,15 @@ TEST(TextReport, leavesOutWhatThereIsNot) {
     ProofReport report;
     report.checkedAt = checkedAt;
     report.summary.messageID = "";  // the field is there, and empty
-    auto text = lines(report);
-    EXPECT_EQ((std::vector(text.begin(), text.begin() + 4)),
-              (std::vector<std::string>{"Quillmark report", "Checked: 21 Nov 2026 at 10:00 UTC", "",
-                                        "[X] Can’t prove who sent this"}));
+    const auto text = lines(report);
+    EXPECT_EQ(text[1], "Checked: 21 Nov 2026 at 10:00 UTC");
     for (const char* absent :
-         {"File:", "Reply-To:", "Date:", "Message-ID:", "Return-Path:", "Sender’s", "WARN"}) {
+         {"File:", "Reply-To:", "Date:", "Message-ID:", "Return-Path:", "Sender’s", "WARN"})
         EXPECT_EQ(count(text, absent), 0u) << absent;
-    }
-    const auto heading = std::ranges::find(text, "SIGNATURES (DKIM)");
-    ASSERT_GE(text.end() - heading, 4);
-    EXPECT_EQ(heading[1], "-----------------");
-    EXPECT_EQ(heading[2], "No DKIM signature.");
-    EXPECT_EQ(heading[3], "");
-    EXPECT_EQ(count(text, "From: (no From line)"), 1u);
-    EXPECT_EQ(count(text, "Subject: (no subject)"), 1u);
-    EXPECT_EQ(count(text, "No Authentication-Results header."), 1u);
-    EXPECT_EQ(
-        text.back(),
-        "Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the domains named in the "
-        "message left the Mac.");
+    for (const char* said :
+         {"From: (no From line)", "Subject: (no subject)", "No DKIM signature.",
+          "No Authentication-Results header.", "Checked on this Mac by Quillmark. Only DNS"})
+        EXPECT_EQ(count(text, said), 1u) << said;
     EXPECT_FALSE(textReport(report, reader).ends_with('\n'));
 }
 

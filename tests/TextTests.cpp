@@ -79,9 +79,7 @@ TEST(Text, withoutComments) {
 }
 
 TEST(Text, forDisplay) {
-    const struct {
-        std::string_view text, shown;
-    } rows[] = {
+    const std::pair<std::string_view, std::string_view> rows[] = {
         {"plain é 😀", "plain é 😀"},
         {"x\n[OK] Signed", "x [OK] Signed"},
         {"a\r\nb\tc", "a b c"},
@@ -96,7 +94,7 @@ TEST(Text, forDisplay) {
         {"a\uFDD0b\uFFFC", "a\uFFFDb\uFFFD"},
         {"\u3164 \u2800", "‹U+3164› ‹U+2800›"},
     };
-    for (const auto& row : rows) EXPECT_EQ(forDisplay(row.text), row.shown);
+    for (const auto& [text, shown] : rows) EXPECT_EQ(forDisplay(text), shown);
     EXPECT_EQ(forDisplay("abc", 3), "abc");
     EXPECT_EQ(forDisplay("abé", 3), "ab…");
 }

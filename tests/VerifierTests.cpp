@@ -54,30 +54,25 @@ TEST(Verifier, anEmptyMessageHasAWholeReport) {
 }
 
 TEST(Verifier, signaturesAndOneSender) {
-    const auto key = test::PrivateKey::ed25519();
-    const StaticResolver::Answers answers = {
-        {"key._domainkey.example.org|TXT", DNSAnswer::records({test::keyRecord(key, "ed25519")})}};
-    const auto signedBy = [&](const std::string& message) {
-        return test::signedMessage(message, {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+    const auto& key = test::ed25519Key();
+    const auto signedFrom = [&](const std::string& from) {
+        return report(test::signedMessage("From: " + from + "\r\nSubject: x\r\n\r\nbody\r\n", {}, key),
+                      test::published(key));
     };
-    const std::string message = signedBy("From: a@mail.example.org\r\nSubject: x\r\n\r\nbody\r\n");
-    const auto verified = report(message, answers);
+    const auto verified = signedFrom("a@mail.example.org");
     EXPECT_EQ(verified.verdict,
               (Verdict{VerdictKind::verified, Tone::good, "example.org", "mail.example.org", {}}));
     EXPECT_FALSE(verified.headersOnly);
     EXPECT_EQ(verified.dmarc.alignedDKIMDomain, "example.org");
 
     // A message that names two senders belongs to nobody's domain, whoever signed it.
-    const auto two =
-        report(signedBy("From: a@example.org, b@example.org\r\nSubject: x\r\n\r\nbody\r\n"), answers);
+    const auto two = signedFrom("a@example.org, b@example.org");
     EXPECT_EQ(two.verdict.kind, VerdictKind::signedByOther);
     EXPECT_EQ(two.verdict.fromDomain, "");
     EXPECT_EQ(two.dmarc.status, DMARCFinding::Status::noFromDomain);
     EXPECT_EQ(two.flags, (std::vector{LookAlikeFlag{LookAlikeFlag::MultipleFrom{}}}));
     // A part of From that is no address does not make a second sender.
-    EXPECT_EQ(
-        report(signedBy("From: a@example.org, \"x\"\r\nSubject: x\r\n\r\nbody\r\n"), answers).verdict.kind,
-        VerdictKind::verified);
+    EXPECT_EQ(signedFrom("a@example.org, \"x\"").verdict.kind, VerdictKind::verified);
 
     std::string many;
     for (int i = 0; i < 12; ++i) many += "DKIM-Signature: v=" + std::to_string(i) + "\r\n";
@@ -102,63 +97,33 @@ std::string outcome(const ProofReport& report) {
 
 /// What no sample of the command line's tests ends in, by whole messages.
 TEST(Verifier, otherVerdicts) {
-    const auto key = test::PrivateKey::ed25519();
-    const std::string good = test::keyRecord(key, "ed25519"), revoked = "p=", ofRSA = "k=rsa; p=AAAA";
+    const std::string good = test::keyRecord(test::ed25519Key());
     const std::string from = "\r\nFrom: a@example.org\r\n";
     const std::string message =
         "Return-Path: <a@mail.example.org>\r\nReceived: from x ([192.0.2.1]) by y; z\r\n" +
-        test::signedMessage(from.substr(2) + "Subject: x\r\n\r\nbody\r\n",
-                            {.algorithm = SignatureAlgorithm::ed25519SHA256}, key);
+        test::signedMessage(from.substr(2) + "Subject: x\r\n\r\nbody\r\n", {}, test::ed25519Key());
+    const std::string malformed = test::replaced(message, "v=1;", "v=2;");
     const std::string chain =
         "\r\nARC-Authentication-Results: i=1\r\nARC-Message-Signature: i=1\r\nARC-Seal: ";
-    using Edit = std::pair<std::string, std::string>;
-    const Edit malformed = {"v=1;", "v=2;"};
     const struct {
-        std::string what;
-        Edit edit;
-        std::string keyRecord, spf, dmarc, outcome;
+        std::string what, edited, key, spf, dmarc, outcome;
     } rows[] = {
-        {"no body",
-         {"\r\n\r\nbody\r\n", ""},
-         good,
-         "~all",
-         "v=DMARC1",
+        {"no body", test::replaced(message, "\r\n\r\nbody\r\n", ""), good, "~all", "v=DMARC1",
          "verifiedHeadersOnly good: pass, spf softfail, dmarc pass; spfFromReceived headersOnly"},
-        {"Subject changed",
-         {"Subject: x", "Subject: y"},
-         good,
-         "+all",
-         "v=DMARC1",
+        {"Subject changed", test::replaced(message, "Subject: x", "Subject: y"), good, "+all", "v=DMARC1",
          "signatureBroken bad: headersChanged, spf pass, dmarc pass; forwarding spfFromReceived"},
         {"a chain that says it is broken",
-         {from, chain + "i=1; cv=fail; d=b.example" + from},
-         good,
-         "-all",
-         "v=DMARC1",
+         test::replaced(message, from, chain + "i=1; cv=fail; d=b.example" + from), good, "-all", "v=DMARC1",
          "verified good: pass, spf fail, dmarc pass; forwarding spfFromReceived"},
         {"a broken chain vouches for nothing",
-         {from, chain + "i=2; d=b.example\r\nX: x\r\n"},
-         good,
-         "-all",
-         "",
+         test::replaced(message, from, chain + "i=2; d=b.example\r\nX: x\r\n"), good, "-all", "",
          "signatureBroken bad: headersChanged, spf fail, dmarc noFromDomain; forwarding spfFromReceived"},
-        {"key revoked",
-         {},
-         revoked,
-         "+all",
-         "v=DMARC1",
+        {"key revoked", message, "p=", "+all", "v=DMARC1",
          "keyGone unknown: keyRevoked, spf pass, dmarc pass; oldKeys spfFromReceived"},
-        {"key of another kind",
-         {},
-         ofRSA,
-         "?all",
-         "v=DMARC1",
+        {"key of another kind", message, "k=rsa; p=AAAA", "?all", "v=DMARC1",
          "cannotProve bad: keyUnusable, spf neutral, dmarc fail; spfFromReceived"},
-        {"unknown algorithm",
-         {"a=ed25519-sha256", "a=x"},
-         good,
-         "include:out.example +all",
-         "",
+        {"unknown algorithm", test::replaced(message, "a=ed25519-sha256", "a=x"), good,
+         "include:out.example +all", "",
          "cannotProve bad: unsupportedAlgorithm, spf temperror, dmarc noPolicy; spfFromReceived"},
         {"malformed, but an allowed server", malformed, good, "redirect=_spf.example.org", "",
          "allowedServerOnly caution: malformed, spf pass, dmarc noPolicy; spfFromReceived"},
@@ -173,16 +138,12 @@ TEST(Verifier, otherVerdicts) {
         SCOPED_TRACE(row.what);
         const auto resolver = std::make_shared<StaticResolver>(
             StaticResolver::Answers{
-                {"key._domainkey.example.org|TXT", DNSAnswer::records({row.keyRecord})},
+                {"key._domainkey.example.org|TXT", DNSAnswer::records({row.key})},
                 {"_spf.example.org|TXT", DNSAnswer::records({"v=spf1 ip4:192.0.2.0/24 -all"})},
                 {"mail.example.org|TXT", DNSAnswer::records({"v=spf1 " + row.spf})},
                 {"_dmarc.example.org|TXT", DNSAnswer::records({row.dmarc})}},
             std::set<std::string, std::less<>>{"out.example", row.dmarc == "!" ? "_dmarc.example.org" : ""});
-        std::string edited = message;
-        const auto at = edited.find(row.edit.first);
-        ASSERT_NE(at, std::string::npos);
-        edited.replace(at, row.edit.first.size(), row.edit.second);
-        EXPECT_EQ(outcome(Verifier(resolver).verify(MailMessage::parse(edited), std::nullopt, now)),
+        EXPECT_EQ(outcome(Verifier(resolver).verify(MailMessage::parse(row.edited), std::nullopt, now)),
                   row.outcome);
     }
 }
@@ -193,44 +154,39 @@ TEST(Verifier, theEnvelopeAndItsServer) {
         {"helo.example.org|TXT", DNSAnswer::records({"v=spf1 ?all"})},
         {"_dmarc.example.org|TXT", DNSAnswer::records({"v=DMARC1; p=reject"})}};
     using Finding = SPFFinding::Status;
-    const std::string received = "Received: from helo.EXAMPLE.org ([192.0.2.1]) by mx.example.net; x\r\n";
+    const std::string received = "Received: from helo.EXAMPLE.org ([192.0.2.1]) by mx.example.net; x\r\n",
+                      nameless = "Received: from host ([192.0.2.1]) by mx.example.net; x\r\n";
+    const Finding passed{Finding::Judged{SPFResult::pass}}, neutral{Finding::Judged{SPFResult::neutral}};
     const struct {
         std::string fields;
-        decltype(Finding::value) status;
-        std::optional<std::string> domain, matched;
-        VerdictKind verdict;
+        Finding status;
+        std::optional<std::string> domain = {}, matched = {};
     } rows[] = {
-        {"Return-Path: <a@Example.ORG>\r\n" + received, Finding::Judged{SPFResult::pass}, "example.org",
-         "ip4:192.0.2.1 in example.org", VerdictKind::allowedServerOnly},
-        {"Return-Path: <\"a@b\"@example.org>\r\n" + received, Finding::Judged{SPFResult::pass}, "example.org",
-         "ip4:192.0.2.1 in example.org", VerdictKind::allowedServerOnly},
-        {"Return-Path: <>\r\n" + received, Finding::Judged{SPFResult::neutral}, "helo.example.org",
-         "?all in helo.example.org", VerdictKind::cannotProve},
-        {"Received: from host ([192.0.2.1]) by mx.example.net; x\r\n", Finding::NoEnvelopeSender{},
-         std::nullopt, std::nullopt, VerdictKind::cannotProve},
-        {"Return-Path: <a@example.org>\r\n", Finding::NoSenderIP{}, std::nullopt, std::nullopt,
-         VerdictKind::cannotProve},
+        {"Return-Path: <a@Example.ORG>\r\n" + received, passed, "example.org",
+         "ip4:192.0.2.1 in example.org"},
+        {"Return-Path: <\"a@b\"@example.org>\r\n" + received, passed, "example.org",
+         "ip4:192.0.2.1 in example.org"},
+        {"Return-Path: <>\r\n" + received, neutral, "helo.example.org", "?all in helo.example.org"},
+        {nameless, {Finding::NoEnvelopeSender{}}},
+        {"Return-Path: <a@example.org>\r\n", {Finding::NoSenderIP{}}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fields);
         const auto checked = report(row.fields + "From: a@example.org\r\n\r\n", answers);
-        EXPECT_EQ(checked.spf.status.value, row.status);
+        EXPECT_EQ(checked.spf.status, row.status);
         EXPECT_EQ(checked.spf.domain, row.domain);
         EXPECT_EQ(checked.spf.matched, row.matched);
         EXPECT_EQ(checked.spf.ip.has_value(), row.fields.find("Received") != std::string::npos);
-        EXPECT_EQ(checked.verdict.kind, row.verdict);
-        EXPECT_EQ(checked.dmarc.policy, "reject");
+        EXPECT_EQ(checked.verdict.kind,
+                  row.status == passed ? VerdictKind::allowedServerOnly : VerdictKind::cannotProve);
     }
 }
 
 TEST(Verifier, receiverResults) {
-    const auto results = report(
-                             "Authentication-Results: top; dkim=pass\r\nFrom: "
-                             "a@example.org\r\nAuthentication-Results: below\r\n")
-                             .receiverResults;
-    ASSERT_EQ(results.size(), 2u);
-    EXPECT_EQ(results[0].server, "top");
-    EXPECT_EQ(results[1].server, "below");
+    const auto results =
+        report("Authentication-Results: top\r\nFrom: a@b.example\r\nAuthentication-Results: below\r\n")
+            .receiverResults;
+    EXPECT_EQ(results, (std::vector<AuthResults>{{"top", {}}, {"below", {}}}));
 }
 
 TEST(Verifier, domainAges) {
@@ -243,51 +199,42 @@ TEST(Verifier, domainAges) {
                                                                  {"closed.example", "closed"}});
     using Status = DomainAge::Status;
     const struct {
-        std::string fields, domain;
-        decltype(Status::value) status;
-        std::size_t youngSigns;
+        std::string fields;
+        DomainAge age;
+        int youngSigns;
     } rows[] = {
-        {"From: a@mail.example.org\r\n", "example.org", Status::Known{young}, 1},
-        {"From: a@old.example\r\nReply-To: b@x.shop.example, c@shop.example\r\n", "old.example",
-         Status::Known{old}, 1},
-        {"From: a@none.example\r\n", "none.example", Status::NotPublished{}, 0},
-        {"From: a@closed.example\r\nReply-To: b@shop.example\r\n", "closed.example",
-         Status::Unavailable{"closed"}, 1},
-        {"From: a@example.org, b@example.org\r\n", "", Status::Skipped{}, 0},
-        {"Subject: x\r\n", "", Status::Skipped{}, 0},
+        {"From: a@mail.example.org", {"example.org", {Status::Known{young}}}, 1},
+        {"From: a@old.example\r\nReply-To: b@x.shop.example, c@shop.example",
+         {"old.example", {Status::Known{old}}},
+         1},
+        {"From: a@none.example", {"none.example", {Status::NotPublished{}}}, 0},
+        {"From: a@closed.example\r\nReply-To: b@shop.example",
+         {"closed.example", {Status::Unavailable{"closed"}}},
+         1},
+        {"From: a@example.org, b@example.org", {}, 0},
+        {"Subject: x", {}, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fields);
-        const auto checked = report(row.fields + "\r\n", {}, registry);
-        EXPECT_EQ(checked.domainAge, (DomainAge{row.domain, {row.status}}));
-        const auto signs = std::ranges::count_if(checked.flags, [](const LookAlikeFlag& flag) {
-            return std::holds_alternative<LookAlikeFlag::YoungDomain>(flag.value);
-        });
-        EXPECT_EQ(static_cast<std::size_t>(signs), row.youngSigns);
+        const auto checked = report(row.fields + "\r\n\r\n", {}, registry);
+        EXPECT_EQ(checked.domainAge, row.age);
+        EXPECT_EQ(
+            std::ranges::count_if(checked.flags,
+                                  [](const LookAlikeFlag& flag) {
+                                      return std::holds_alternative<LookAlikeFlag::YoungDomain>(flag.value);
+                                  }),
+            row.youngSigns);
     }
     const auto skipped = report("From: a@mail.example.org\r\n\r\n");
     EXPECT_EQ(skipped.domainAge, (DomainAge{"example.org", {Status::Skipped{}}}));
 }
 
-TEST(Verifier, eachFailedLookupIsAStatus) {
-    const Verifier verifier(std::make_shared<StaticResolver>(
-        StaticResolver::Answers{},
-        std::set<std::string, std::less<>>{"s._domainkey.example.org", "_dmarc.example.org"}));
-    const auto checked = verifier.verify(
-        MailMessage::parse("DKIM-Signature: v=1; a=rsa-sha256; b=; bh=; d=example.org; s=s; h=from\r\n"
-                           "From: a@example.org\r\n\r\n"),
-        std::nullopt, now);
-    EXPECT_EQ(checked.dkim.at(0).status, DKIMResult::Status::lookupFailed);
-    EXPECT_EQ(checked.dmarc.status, DMARCFinding::Status::lookupFailed);
-    EXPECT_EQ(checked.verdict.kind, VerdictKind::couldNotCheck);
-}
-
 TEST(Verifier, forwardersVouchForWhatTheyChanged) {
     const SigningKey key = SigningKey::newEd25519().value();
-    const auto record = DNSAnswer::records({Signer::keyRecord(key)});
-    const StaticResolver::Answers answers = {{"key._domainkey.example.org|TXT", record},
-                                             {"key._domainkey.list.example|TXT", record},
-                                             {"key._domainkey.last.example|TXT", record}};
+    StaticResolver::Answers answers;
+    for (const char* domain : {"example.org", "list.example", "last.example"})
+        answers["key._domainkey." + std::string(domain) + "|TXT"] =
+            DNSAnswer::records({Signer::keyRecord(key)});
     const auto forwarded = [&](const std::string& message, const std::string& by) {
         Signer::ARCOptions options;
         options.domain = by;
@@ -297,26 +244,22 @@ TEST(Verifier, forwardersVouchForWhatTheyChanged) {
         return set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n" + message;
     };
     const std::string sent = "From: a@example.org\r\nSubject: x\r\n\r\nbody\r\n";
-    Signer::Options options;
-    options.domain = "example.org";
-    options.selector = "key";
-    options.headers = {"from", "subject"};
+    const Signer::Options options = {
+        .domain = "example.org", .selector = "key", .headers = {"from", "subject"}};
     const std::string signedMessage =
         Signer::dkimSignature(MailMessage::parse(sent), options, key) + "\r\n" + sent;
-    const std::string viaList = forwarded(signedMessage + "-- list\r\n", "list.example");
-    const auto passed = report(forwarded(viaList, "last.example"), answers);
+    const std::string twice =
+        forwarded(forwarded(signedMessage + "-- list\r\n", "list.example"), "last.example");
+    const auto passed = report(twice, answers);
     EXPECT_EQ(passed.arc.status, (ARCFinding::Status{ARCFinding::Status::Pass{}}));
-    EXPECT_EQ(passed.verdict, (Verdict{VerdictKind::signatureBroken,
-                                       Tone::caution,
-                                       "example.org",
-                                       "example.org",
-                                       {"list.example", "last.example"}}));
+    const std::vector<std::string> both = {"list.example", "last.example"};
+    EXPECT_EQ(passed.verdict,
+              (Verdict{VerdictKind::signatureBroken, Tone::caution, "example.org", "example.org", both}));
     EXPECT_EQ(std::ranges::count(passed.limits, Limit::forwarding), 1);
     // Changed once more after the last of them: nobody vouches for that.
-    const auto changed = report(forwarded(viaList, "last.example") + "more\r\n", answers);
+    const auto changed = report(twice + "more\r\n", answers);
     EXPECT_EQ(changed.arc.detail, "ARC-Message-Signature i=2 didn't verify");
     EXPECT_EQ(changed.verdict.tone, Tone::bad);
-    EXPECT_EQ(changed.arc.hops.size(), 2u);
 }
 
 }  // namespace
