@@ -160,6 +160,7 @@ void AppModel::recheck(UUID id) {
                          .bytes = message.bytes,
                          .mode = message.mode,
                          .note = message.note,
+                         .digest = message.digest,
                          .isAgain = true}));
     change({{id, std::move(again)}});
     emit progressChanged();

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "QuillmarkKit/Evidence.h"
 #include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {
@@ -108,6 +109,8 @@ CheckOutcome MessageChecker::openedAgain(const MessageSource& source, const UUID
     MessageSource read = source;
     read.bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes));
     read.note = std::move(message.note);
+    if (!source.digest.empty() && sha256(read.bytes->view()) != source.digest)
+        return {Refusal{Refusal::Moved{}}};
     return checked(read, id, stop);
 }
 
@@ -136,6 +139,8 @@ CheckOutcome MessageChecker::checked(const MessageSource& source, const UUID& id
     HistoryChange saved;
     if (saved.add(report)) checked.saved = std::move(saved);
     checked.report = std::make_shared<const ProofReport>(std::move(report));
+    const bool isOneOfSeveral = made.place.number > 0 || !made.place.attached.empty();
+    if (isOneOfSeveral && !made.place.path.empty()) made.digest = sha256(made.bytes->view());
     checked.message = std::move(made);
     if (!source.isAgain && source.place.attached.empty()) {
         auto attached = std::make_shared<MessageSupply>(std::move(message), source.place);

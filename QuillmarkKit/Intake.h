@@ -37,7 +37,11 @@ struct Refusal {
     struct AttachedLeftOut {
         bool operator==(const AttachedLeftOut&) const = default;
     };
-    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, EmptyFolder, AttachedLeftOut> value =
+    /// Where a message was found there is another now, or none.
+    struct Moved {
+        bool operator==(const Moved&) const = default;
+    };
+    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, EmptyFolder, AttachedLeftOut, Moved> value =
         NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };

@@ -385,7 +385,7 @@ std::variant<FoundMessage, Refusal> attachedAt(FoundMessage outer, const Message
     while (auto next = attached.next()) {
         if (next->position == place.attached) return FoundMessage{std::move(next->bytes), place};
     }
-    return Refusal{Refusal::NotAnEmail{}};
+    return Refusal{Refusal::Moved{}};
 }
 
 }  // namespace
@@ -407,7 +407,7 @@ std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const s
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }
-    return Refusal{Refusal::NotAnEmail{}};
+    return Refusal{Refusal::Moved{}};
 }
 
 }  // namespace quillmark

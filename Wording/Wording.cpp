@@ -267,6 +267,12 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
         if (!name) return reader.translate("That is larger than 50 MB, too large for a single email.");
         return reader.translate("“%1” is larger than 50 MB, too large for a single email.", {file});
     }
+    if (std::holds_alternative<Refusal::Moved>(refusal.value)) {
+        return reader.translate(
+            "“%1” isn’t where it was: its file has changed since. Open the file again to check what it holds "
+            "now.",
+            {file});
+    }
     if (std::holds_alternative<Refusal::EmptyFolder>(refusal.value))
         return noMessageLine(name.value_or(""), reader);
     if (std::holds_alternative<Refusal::AttachedLeftOut>(refusal.value)) {

@@ -282,6 +282,15 @@ TEST(AppModel, attachedMessagesAreReportsOfTheirOwn) {
         EXPECT_EQ(model.session()[row].report->summary, before[row].report->summary);
     }
     EXPECT_EQ(model.progress(), (AppModel::Progress{1, 1}));
+
+    desk.write("Inbox", "From a@b.example Sat Nov 21 10:00:00 2026\nFrom: f@b.example\n\nnew\n\n" + mbox);
+    const auto before = model.session();
+    model.recheck(before[4].id);
+    desk.idle();
+    EXPECT_EQ(model.problem(),
+              "“Inbox, message 2” isn’t where it was: its file has changed since. Open the file again to "
+              "check what it holds now.");
+    EXPECT_EQ(model.session(), before);
 }
 
 TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
