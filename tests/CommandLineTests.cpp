@@ -62,8 +62,17 @@ pid_t started(const std::vector<std::string>& arguments, const std::string& outp
     posix_spawn_file_actions_addopen(&files, 0, input.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&files, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&files, 2, problems.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    // A shell's background job ignores SIGINT, which the program would inherit and honour.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t byDefault;
+    sigemptyset(&byDefault);
+    sigaddset(&byDefault, SIGINT);
+    posix_spawnattr_setsigdefault(&attributes, &byDefault);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
-    EXPECT_EQ(posix_spawn(&child, QUILLMARK_PROGRAM, &files, nullptr, argv.data(), environ), 0);
+    EXPECT_EQ(posix_spawn(&child, QUILLMARK_PROGRAM, &files, &attributes, argv.data(), environ), 0);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return child;
 }
@@ -835,6 +844,30 @@ TEST(CommandLine, interruptedAtRandomMoments) {
         }
     }
     EXPECT_TRUE(times || (cut > 0 && finished > 0)) << cut << " " << finished;
+}
+
+TEST(CommandLine, tenChangeOneHistoryAtOnce) {
+    const UserData data;
+    const std::string dns = data.write("dns.json", R"({"answers":{}})"), mail = data.write("a.eml", plain);
+    std::vector<ProofReport> old(5);
+    for (ProofReport& report : old) report.id = UUID::random();
+    HistoryFile{data.history}.save({1, old});
+    std::vector<pid_t> running;
+    for (const ProofReport& report : old) {
+        const std::string out = data / report.id.text();
+        running.push_back(
+            started({"check", "--json", "--save", "--dns", dns, mail, mail, mail}, out, out + "e"));
+        running.push_back(started({"history", "remove", report.id.text()}, out + "r", out + "f"));
+    }
+    for (const pid_t each : running) EXPECT_EQ(ended(each), 0);
+    std::set<std::string> expected, found;
+    for (const ProofReport& report : old) {
+        for (const JSON& made : reports(contents(data / report.id.text()))) expected.insert(made["id"]);
+    }
+    for (const ProofReport& report : HistoryFile{data.history}.load({}).reports)
+        found.insert(report.id.text());
+    EXPECT_EQ(expected.size(), 15u);
+    EXPECT_EQ(found, expected);
 }
 
 /// On a terminal the program asks before it clears the history.
