@@ -78,6 +78,7 @@ std::string bashValues(const Place& place) {
 
 std::string bashWords(const Place& place) {
     std::vector<std::string> words;
+    words.reserve(place.command->commands.size());
     for (const CommandTable& each : place.command->commands) words.push_back(each.name);
     for (const OptionEntry& each : place.command->options)
         words.insert(words.end(), each.names.begin(), each.names.end());

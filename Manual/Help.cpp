@@ -52,6 +52,7 @@ std::string optionNames(const OptionEntry& option) {
 
 std::string options(const CommandTable& command) {
     std::vector<Row> rows;
+    rows.reserve(command.arguments.size() + command.options.size());
     for (const ArgumentEntry& each : command.arguments) rows.push_back({each.name, each.purpose});
     for (const OptionEntry& each : command.options) rows.push_back({optionNames(each), each.purpose});
     return columns(rows, 22);
@@ -60,6 +61,7 @@ std::string options(const CommandTable& command) {
 /// The commands, and what else there is: a `--help` they all have.
 std::string commands(const CommandTable& command) {
     std::vector<Row> rows;
+    rows.reserve(command.commands.size());
     for (const CommandTable& each : command.commands) rows.push_back({each.name, each.purpose});
     for (const OptionEntry& each : command.options) {
         if (each.names.back() != "--help") rows.push_back({optionNames(each), each.purpose});
@@ -69,6 +71,7 @@ std::string commands(const CommandTable& command) {
 
 std::string examples(const CommandTable& command) {
     std::vector<Row> rows;
+    rows.reserve(command.examples.size());
     for (const CommandTable::Example& each : command.examples) rows.push_back({each.command, each.purpose});
     return columns(rows, 46);
 }

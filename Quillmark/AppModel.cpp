@@ -200,7 +200,7 @@ void AppModel::takeOutcomes() {
     const auto selected = m_selection;
     for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
     apply(burst.changes);
-    m_history.add(std::move(burst.reports), burst.saved);  // before anybody is told, who might quit
+    m_history.add(burst.reports, burst.saved);  // before anybody is told, who might quit
     emit sessionChanged();
     if (m_selection != selected) emit selectionChanged();
     if (burst.problem.number > 0) showIntakeProblem(burst.problem);
@@ -261,6 +261,7 @@ void AppModel::beginReading(const UUID& check, const CheckOutcome::Several& seve
     running.expectedBytes = several.expectedBytes;
     m_reading.insert(check);
     std::vector<Workers::Job> jobs;
+    jobs.reserve(checksAtOnce);
     for (std::size_t i = 0; i < checksAtOnce; ++i)
         jobs.push_back(read(check, several.supply, running.stop.get_token()));
     m_workers.add(std::move(jobs));

@@ -69,7 +69,7 @@ void HistoryKeeper::setKept(bool isKept) {
     emit changed();
 }
 
-void HistoryKeeper::add(std::vector<SharedReport> reports, const HistoryChange& change) {
+void HistoryKeeper::add(const std::vector<SharedReport>& reports, const HistoryChange& change) {
     if (change.isEmpty() || m_isFinished || m_state == HistoryState::off || m_state == HistoryState::locked)
         return;
     for (const SharedReport& report : reports) m_reports->add(report);

@@ -47,7 +47,7 @@ public:
 
     void setKept(bool isKept);
     /// `change` is what adds the reports. Nothing is added while no history is kept, or it is locked.
-    void add(std::vector<SharedReport> reports, const HistoryChange& change);
+    void add(const std::vector<SharedReport>& reports, const HistoryChange& change);
     void remove(const UUID& id);
     /// Also what the file holds while none is kept.
     void removeAll();

@@ -264,9 +264,10 @@ QString Composer::elapsed(std::chrono::milliseconds delay) const {
     const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(delay).count();
     if (seconds < 0) return m_words("before the step above, by its clock");
     if (seconds < 120) return m_words.translateCount("after %n second", "after %n seconds", seconds);
-    if (seconds < 2 * 3600)
+    if (seconds < std::int64_t{2} * 3600)
         return m_words.translateCount("after %n minute", "after %n minutes", seconds / 60);
-    if (seconds < 48 * 3600) return m_words.translateCount("after %n hour", "after %n hours", seconds / 3600);
+    if (seconds < std::int64_t{48} * 3600)
+        return m_words.translateCount("after %n hour", "after %n hours", seconds / 3600);
     return m_words.translateCount("after %n day", "after %n days", seconds / 86'400);
 }
 

@@ -18,7 +18,7 @@ constexpr std::size_t longestSearched = 1'000;  // bytes of one field
 constexpr std::size_t longestSortedBy = 200;    // the same
 
 QString beginning(std::string_view text, std::size_t limit) {
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(std::min(text.size(), limit)));
+    return QString::fromUtf8(QByteArrayView(text.substr(0, limit)));
 }
 
 bool holds(std::string_view text, const QString& part) {

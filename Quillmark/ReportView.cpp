@@ -241,14 +241,14 @@ QWidget* ReportView::row(const ReportRow& row) {
             aside->setColor(faded(palette()));
             top->addWidget(aside, 1, Qt::AlignVCenter);
         }
-    } else if (!row.label.isEmpty()) {
+    } else if (top && !row.label.isEmpty()) {
         auto* label = new PlainText(row.label);
         label->setFont(scaled(label->font(), 1.0, QFont::DemiBold));
         top->addWidget(label, 1);
     }
     if (!row.sentence.isEmpty()) layout->addWidget(new PlainText(row.sentence));
     for (const ReportLine& each : row.notes) layout->addLayout(note(each));
-    if (row.details.empty()) return panel;
+    if (!top || row.details.empty()) return panel;
 
     auto* disclosure = new QToolButton;
     disclosure->setText(m_words("Details"));

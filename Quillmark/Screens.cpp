@@ -131,6 +131,7 @@ private:
         window.show();
         save(window, look, "empty");
         std::vector<ListEntry> entries;
+        entries.reserve(m_reports.size());
         for (auto& [name, each] : m_reports) {
             entries.push_back({ListEntry::Kind::session, each.report.id, {}, 0, shared(each)});
         }

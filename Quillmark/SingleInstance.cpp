@@ -12,7 +12,7 @@ namespace {
 
 constexpr int answerMilliseconds = 5'000, retryMilliseconds = 50;
 /// Longer than the arguments of a process can be.
-constexpr qsizetype mostBytes = 16 * 1024 * 1024;
+constexpr qsizetype mostBytes = qsizetype{16} * 1024 * 1024;
 
 }  // namespace
 

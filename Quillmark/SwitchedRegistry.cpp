@@ -7,7 +7,7 @@ void RegistrySwitch::set(bool isOn) {
     {
         const std::lock_guard lock(m_mutex);
         on = m_on;
-        if (isOn && on.stop_requested()) m_on = std::stop_source();
+        if (isOn && m_on.stop_requested()) m_on = std::stop_source();
     }
     if (!isOn) on.request_stop();  // without the lock: those who are told may look at the switch
 }
