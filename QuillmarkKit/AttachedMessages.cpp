@@ -157,7 +157,7 @@ public:
             }
         }
         if (!m_content) return std::nullopt;
-        return content(m_rest.data(), false);
+        return content(m_rest.data(), false);  // NOLINT(bugprone-suspicious-stringview-data-usage): a place
     }
 
 private:
@@ -199,6 +199,7 @@ private:
             // The value goes on: its lines lie together.
             if (!m_last) return;
             std::string_view& value = this->*m_last;
+            // NOLINTNEXTLINE(bugprone-suspicious-stringview-data-usage): the length follows
             value = {value.data(), static_cast<std::size_t>(line.data() + line.size() - value.data())};
         } else {
             m_last = nullptr;

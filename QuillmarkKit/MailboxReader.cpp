@@ -191,8 +191,9 @@ private:
             return std::ranges::binary_search(names, name, std::greater());
         };
         const bool isMaildir = has("cur") && has("new") && has("tmp");
+        const std::string prefix = folder.ends_with('/') ? folder : folder + "/";
         for (const std::string& name : names) {
-            const std::string path = folder + (folder.ends_with('/') ? "" : "/") + name;
+            const std::string path = prefix + name;
             // Beside its messages a Maildir holds a server's notes and, as hidden folders, its subfolders; in
             // "tmp" lie messages that were not delivered.
             const bool isPassedOver =

@@ -53,7 +53,7 @@ private:
         return remark.text.starts_with('[') ? "- " + remark.text : remark.text;
     }
     std::string marked(Tone tone) const {
-        const std::string plain(marker(tone));
+        std::string plain(marker(tone));
         if (m_markers == Markers::plain) return plain;
         // Select Graphic Rendition (ECMA-48): bold, and green, yellow, red or blue.
         const char* const colour = tone == Tone::good      ? "32"

@@ -320,7 +320,7 @@ std::string placeName(std::string_view fileName, const Reader& reader) {
 }
 
 std::string displayForm(const MailAddress& address) {
-    const std::string real = quotedWord(address.address);
+    std::string real = quotedWord(address.address);
     if (!address.displayName) return real;
     const std::string name = quoted(*address.displayName);
     // One that holds an address must not look like one, or like several of the list.
