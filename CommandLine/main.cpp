@@ -49,8 +49,7 @@ std::vector<std::string> forParser(const std::vector<std::string>& arguments, co
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): all that is left to throw is want of memory, which ends the
-// program
+// NOLINTNEXTLINE(bugprone-exception-escape): want of memory is left, and ends the program
 int main(int count, char** values) {
     occupyStandardDescriptors();
     CLI::App app;

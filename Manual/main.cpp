@@ -29,7 +29,7 @@ bool write(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): what a tool of the build throws ends the build, as it should
+// NOLINTNEXTLINE(bugprone-exception-escape): what a tool of the build throws ends the build
 int main(int count, char** values) {
     if (count != 4) {
         std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop FOLDER DATE\n";
