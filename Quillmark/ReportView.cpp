@@ -187,7 +187,7 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     chain->setSpacing(0);
     for (QVBoxLayout* each : {rows, chain, end}) layout->addLayout(each);
     page->addWidget(box);
-    m_unbuilt.push_back([=, this, &section] {
+    m_unbuilt.push_back([=, &section] {
         box->show();
         rows->addWidget(heading(section.heading));
         if (!section.facts.empty()) rows->addWidget(factPanel(section));
