@@ -38,8 +38,10 @@ public:
     enum class Ownership { ours, callers };
 
     FileBytes(int descriptor, Ownership ownership) : m_descriptor(descriptor), m_ownership(ownership) {
-        if (fstat(descriptor, &m_status) == 0 && isRegular() && m_status.st_size > 0)
-            m_left = static_cast<std::size_t>(m_status.st_size);
+        if (fstat(descriptor, &m_status) != 0 || !isRegular() || m_status.st_size <= 0) return;
+        // Of a file that we are given something may have been read.
+        const off_t read = ownership == Ownership::callers ? lseek(descriptor, 0, SEEK_CUR) : 0;
+        m_left = static_cast<std::size_t>(std::max(m_status.st_size - std::max(read, off_t{0}), off_t{0}));
     }
     FileBytes(FileBytes&& other) noexcept
         : m_descriptor(std::exchange(other.m_descriptor, -1)),

@@ -193,6 +193,15 @@ TEST(MailboxReader, whatIsNoMessage) {
     EXPECT_EQ(outcomes(reader).back(), "box: It became shorter while it was read");
 }
 
+TEST(MailboxReader, aFileOfWhichSomeWasRead) {
+    const TemporaryFolder folder;
+    const int descriptor = open(folder.write("a.eml", "read\nFrom: rest\n").c_str(), O_RDONLY);
+    ASSERT_EQ(lseek(descriptor, 5, SEEK_SET), 5);
+    MailboxReader reader(descriptor);
+    EXPECT_EQ(outcomes(reader), std::vector<std::string>{"-: From: rest\n"});
+    close(descriptor);
+}
+
 /// Any number of separators with nothing between them give no message, in little time and memory; and a
 /// mailbox may come through a pipe.
 TEST(MailboxReader, pipesAndHostileMailboxes) {
