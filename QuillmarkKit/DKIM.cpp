@@ -74,6 +74,16 @@ public:
         return std::move(m_result);
     }
 
+    SignatureCheck runAndExamine() {
+        SignatureCheck check{run()};
+        if (check.result.status == Status::bodyChanged) {
+            m_result = check.result;
+            verify();
+            check.signedLinesHold = m_result.status == Status::pass;
+        }
+        return check;
+    }
+
 private:
     /// Ends the check; false, so that a step can return it.
     bool end(Status status, std::string detail) {
@@ -230,6 +240,10 @@ void Check::verify() {
 
 DKIMResult SignatureChecker::check(const HeaderField& signature, Kind kind) const {
     return Check(*this, signature, kind).run();
+}
+
+SignatureCheck SignatureChecker::examine(const HeaderField& signature, Kind kind) const {
+    return Check(*this, signature, kind).runAndExamine();
 }
 
 }  // namespace quillmark

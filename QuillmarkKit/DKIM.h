@@ -75,6 +75,14 @@ constexpr auto fieldsOf(const DKIMResult*) {
                       Field{"unsignedImportant", &T::unsignedImportant}};
 }
 
+/// A result, and what the check learned that the result doesn't hold.
+struct SignatureCheck {
+    DKIMResult result = {};
+    /// The body isn't the one that was signed, and the header lines are: `b=` verifies over them with the
+    /// `bh=` that stands in the field, under a key that would do for a pass.
+    bool signedLinesHold = false;
+};
+
 /// Checks one signature field of a message.
 struct SignatureChecker {
     /// An ARC-Message-Signature (RFC 8617, section 4.1.2) is read like a DKIM-Signature, but its `i=` is an
@@ -91,6 +99,8 @@ struct SignatureChecker {
     /// Never throws: every outcome, a failed lookup included, is a result. The first fault found ends the
     /// check; what was read before it stays in the result. `signature` is a field of the message.
     DKIMResult check(const HeaderField& signature, Kind kind = Kind::dkim) const;
+    /// The same. What it learns besides costs one public-key operation where the body has changed.
+    SignatureCheck examine(const HeaderField& signature, Kind kind = Kind::dkim) const;
 };
 
 }  // namespace quillmark

@@ -23,6 +23,7 @@ using Notes = std::vector<ReportNote>;
 
 constexpr std::size_t longestExcerpt = 200;
 constexpr std::size_t mostChainKeys = 10;                    // of which a note is made
+constexpr std::size_t mostFieldNames = 12;                   // of signed lines that are told
 constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
 constexpr auto clockError = std::chrono::minutes(10);
 /// A server may try for five days to deliver a message (RFC 5321, section 4.5.4.1), and a list may hold it.
@@ -120,6 +121,38 @@ void addUnsignedFields(Notes& notes, const MailMessage& message, const DKIMResul
         addUnsignedField(notes, message, signature, name, false);
     for (const std::string_view name : {"To", "Cc", "Reply-To"})
         addUnsignedField(notes, message, signature, name, true);
+}
+
+/// The names in `h=` of which every field of the message is signed; those that a reader goes by come first.
+std::vector<std::string> signedFields(const MailMessage& message, const DKIMResult& signature) {
+    std::vector<std::string> fields;
+    const auto add = [&](std::string_view name) {
+        const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+        const auto covered = static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName));
+        const auto positions = message.positions(name);
+        if (fields.size() == mostFieldNames || positions.empty() || covered < positions.size()) return;
+        if (std::ranges::none_of(fields, isName)) fields.push_back(excerpt(name));
+    };
+    for (const std::string_view name : {"From", "Subject", "Date", "To", "Cc", "Reply-To"}) add(name);
+    for (const std::string& name : signature.signedHeaders) {
+        if (fields.size() == mostFieldNames) break;
+        add(name);
+    }
+    return fields;
+}
+
+void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport& report,
+                    const std::vector<std::size_t>& heldSignatures, const PublicSuffixList& suffixes) {
+    for (const std::size_t index : heldSignatures) {
+        const DKIMResult& signature = report.dkim[index];
+        auto fields = signedFields(message, signature);
+        if (fields.empty()) continue;
+        const std::string& from = report.verdict.fromDomain;
+        const bool speaks = report.verdict.kind != VerdictKind::verified && !from.empty() &&
+                            suffixes.sameOrganization(signature.domain, from);
+        notes.push_back({ReportNote::SignedLinesHold{static_cast<std::int64_t>(index),
+                                                     excerpt(signature.domain), speaks, std::move(fields)}});
+    }
 }
 
 // Where the lines of servers stand
@@ -294,8 +327,7 @@ void addNewerSignatures(Notes& notes, const MailMessage& message) {
 }  // namespace
 
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
-                              const PublicSuffixList& suffixes,
-                              const std::set<std::string, std::less<>>& validatedNames) {
+                              const PublicSuffixList& suffixes, const CheckFacts& facts) {
     Notes notes;
     addHeaderEnd(notes, message);
     addSender(notes, message, report.summary.from);
@@ -303,8 +335,9 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     if (signature) addUnsignedFields(notes, message, *signature);
     addLinesOfSender(notes, message, report, suffixes);
     if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
-    addValidatedAnswers(notes, message, report, validatedNames);
+    addValidatedAnswers(notes, message, report, facts.validatedNames);
     addNewerSignatures(notes, message);
+    addSignedLines(notes, message, report, facts.heldSignatures, suffixes);
     return notes;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <set>
 #include <string>
@@ -11,11 +12,17 @@
 
 namespace quillmark {
 
-/// What a person must know that the verdict does not say, in the order of `ReportNote`'s cases. `report`
-/// holds the findings of this message, its verdict included; `validatedNames` are those, in lower case, of
-/// which DNS said that its answer was validated. At most about three dozen notes come of it, each small.
+/// What the checks of a message learned that its findings don't hold.
+struct CheckFacts {
+    /// The names, in lower case, of which DNS said that its answer was validated.
+    std::set<std::string, std::less<>> validatedNames = {};
+    /// The signatures, by their place in the report, whose header lines hold though the body has changed.
+    std::vector<std::size_t> heldSignatures = {};
+};
+
+/// What a person must know that the verdict does not say. `report` holds the findings of this message, its
+/// verdict included. At most about four dozen notes come of it, each small.
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
-                              const PublicSuffixList& suffixes,
-                              const std::set<std::string, std::less<>>& validatedNames = {});
+                              const PublicSuffixList& suffixes, const CheckFacts& facts = {});
 
 }  // namespace quillmark

@@ -361,9 +361,17 @@ struct ReportNote {
         std::int64_t count = 0;
         bool operator==(const NewerSignatures&) const = default;
     };
+    /// The body isn't the one that this signature covers, and the header lines are: `b=` verifies over them.
+    struct SignedLinesHold {
+        std::int64_t signature = 0;            ///< its place in the report's `dkim`, from 0
+        std::string domain = {};               ///< `d=`
+        bool speaksForFrom = false;            ///< it is of From’s organization, of which none holds whole
+        std::vector<std::string> fields = {};  ///< of which every one in the message is signed; never empty
+        bool operator==(const SignedLinesHold&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
-                 AnswerValidated, NewerSignatures>
+                 AnswerValidated, NewerSignatures, SignedLinesHold>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -389,7 +397,8 @@ constexpr auto casesOf(const ReportNote*) {
                       "signedLongBefore",
                       "quotedFromLines",
                       "answerValidated",
-                      "newerSignatures"};
+                      "newerSignatures",
+                      "signedLinesHold"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -437,6 +446,11 @@ constexpr auto fieldsOf(const ReportNote::AnswerValidated*) {
 }
 constexpr auto fieldsOf(const ReportNote::NewerSignatures*) {
     return std::tuple{Field{"count", &ReportNote::NewerSignatures::count}};
+}
+constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
+    using T = ReportNote::SignedLinesHold;
+    return std::tuple{Field{"signature", &T::signature}, Field{"domain", &T::domain},
+                      Field{"speaksForFrom", &T::speaksForFrom}, Field{"fields", &T::fields}};
 }
 
 /// The complete, self-contained result of checking one message.

@@ -28,7 +28,7 @@ public:
         if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
         return answer;
     }
-    const std::set<std::string, std::less<>>& names() const { return m_names; }
+    std::set<std::string, std::less<>> takeNames() { return std::move(m_names); }
 
 private:
     DNSResolver& m_resolver;
@@ -79,11 +79,13 @@ std::vector<std::uint64_t> bodyLimits(const MailMessage& message) {
     return limits;
 }
 
-std::vector<DKIMResult> dkim(const MailMessage& message, const SignatureChecker& checker) {
+std::vector<DKIMResult> dkim(const MailMessage& message, const SignatureChecker& checker, CheckFacts& facts) {
     std::vector<DKIMResult> results;
     const auto positions = message.positions("DKIM-Signature");
     for (const auto position : positions.first(std::min(positions.size(), mostSignatures))) {
-        results.push_back(checker.check(message.headers()[position]));
+        SignatureCheck check = checker.examine(message.headers()[position]);
+        if (check.signedLinesHold) facts.heldSignatures.push_back(results.size());
+        results.push_back(std::move(check.result));
     }
     return results;
 }
@@ -199,7 +201,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
-    report.dkim = dkim(message, checker);
+    CheckFacts facts;
+    report.dkim = dkim(message, checker, facts);
 
     report.spf = spf(message, report.summary, resolver, stop);
     report.arc = ARCValidator{checker}.validate();
@@ -211,7 +214,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.verdict = verdict(from, report.dkim, report.dmarc, report.arc, m_suffixes);
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
-    report.notes = notes(message, report, m_suffixes, resolver.names());
+    facts.validatedNames = resolver.takeNames();
+    report.notes = notes(message, report, m_suffixes, facts);
     return report;
 }
 

@@ -156,6 +156,12 @@ struct NoteSentence {
             "check.",
             note.count, {});
     }
+    std::string operator()(const ReportNote::SignedLinesHold& note) const {
+        return reader.translate(
+            "%1 did sign these lines, and they haven’t changed: %2. The text under them isn’t the one %1 "
+            "signed; anyone could have written it.",
+            {quotedDomain(note.domain), quotedList(note.fields)});
+    }
 };
 
 }  // namespace
@@ -196,6 +202,8 @@ std::optional<Tone> tone(const ReportNote& note) {
 }
 
 bool standsBesideHeadline(const ReportNote& note) {
+    if (const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value))
+        return lines->speaksForFrom;
     return std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
            std::holds_alternative<ReportNote::ShownNotSigned>(note.value) ||
            std::holds_alternative<ReportNote::SigningDomainNoHost>(note.value) ||

@@ -38,6 +38,18 @@ std::string headline(const Verdict& verdict, const Reader& reader) {
     return reader.translate("Can’t prove who sent this");
 }
 
+namespace {
+
+/// Whether the header lines that the verdict's domain signed are proven, though the signature is broken.
+bool signedLinesHold(const ProofReport& report) {
+    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value);
+        return lines && equalsIgnoringCase(lines->domain, report.verdict.domain);
+    });
+}
+
+}  // namespace
+
 std::string explanation(const ProofReport& report, const Reader& reader) {
     const Verdict& verdict = report.verdict;
     const std::string domain = quotedDomain(verdict.domain), sender = quotedDomain(verdict.fromDomain);
@@ -66,6 +78,20 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 "sender in another way.",
                 {domain, sender});
         case VerdictKind::signatureBroken:
+            if (signedLinesHold(report)) {
+                if (!verdict.arcVouchers.empty()) {
+                    return reader.translate(
+                        "This isn’t the text that %1 signed: it was changed on the way, or put under lines "
+                        "that %1 signed. Forwarders whose marks are intact say how it reached them: %2. That "
+                        "is worth as much as you trust them. Mailing lists often change messages in this "
+                        "way.",
+                        {domain, quotedList(verdict.arcVouchers)});
+                }
+                return reader.translate(
+                    "This isn’t the text that %1 signed: it was changed on the way, or put under lines that "
+                    "%1 signed. Don’t rely on what it says. If it matters, ask the sender in another way.",
+                    {domain});
+            }
             if (!verdict.arcVouchers.empty()) {
                 return reader.translate(
                     "This isn’t the message that %1 signed: something was changed on the way, or %1 never "

@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "EveryCase.h"
 #include "QuillmarkKit/Support/Serialization.h"
 
 namespace quillmark {
 namespace {
 
-/// A report with every field in use and, in its flags and notes, every warning sign and note.
+/// A report with every field in use.
 ProofReport fullReport() {
     ProofReport report;
     report.id = *UUID::parse("01234567-89ab-cdef-0123-456789abcdef");
@@ -70,28 +71,14 @@ ProofReport fullReport() {
     report.notes = {{Note::HeaderEndsEarly{3, 1'000}},
                     {Note::FromHoldsMore{Note::FromHoldsMore::Kind::route, "a", "b"}},
                     {Note::FromEmpty{std::nullopt, "a"}},
-                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}},
-                    {Note::LineOfSender{"Received-SPF", "a", Note::LineOfSender::Why::unknownServer}},
-                    {Note::SigningDomainNoHost{"a"}},
-                    {Note::SigningDomainPublicSuffix{"a"}},
-                    {Note::SignedAfterCheck{"a", referenceDate}},
-                    {Note::SignedLongBefore{"a", referenceDate, report.checkedAt}}};
+                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}}};
     return report;
 }
 
 TEST(ReportJSON, roundTrip) {
-    ProofReport report = fullReport();
-    EXPECT_EQ(reportFromJSON(compactJSON(report)), report);
     EXPECT_EQ(reportFromJSON(compactJSON({})), ProofReport{});
-    for (const auto& status : {DomainAge::Status{DomainAge::Status::Known{report.checkedAt}},
-                               DomainAge::Status{DomainAge::Status::NotPublished{}}, DomainAge::Status{}}) {
-        report.domainAge.status = status;
-        EXPECT_EQ(reportFromJSON(compactJSON(report)), report);
-    }
-    report.spf = {};
-    report.arc.status.value = ARCFinding::Status::Unknown{};
-    report.fileName.reset();
-    EXPECT_EQ(reportFromJSON(compactJSON(report)), report);
+    for (const ProofReport& report : EveryCase().of<ProofReport>())
+        EXPECT_EQ(reportFromJSON(compactJSON(report)), report) << compactJSON(report);
 }
 
 TEST(ReportJSON, form) {

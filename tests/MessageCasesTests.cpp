@@ -1,0 +1,154 @@
+// Whole messages and what a report must say of them and must not: tests/messages/*.case. A case is lines that
+// say what is done and expected, in their order, then a line "--", then the message. A line is one of
+//
+//     sign: d=bank.example; h=from:subject                  a signature on top, its key published
+//     unpublished: d=bank.example; h=from                   the same, its key not published
+//     above: Subject: Urgent                                a header line on top
+//     replace: Pay => Pay evil                              the first such text becomes another
+//     dns: _dmarc.bank.example TXT v=DMARC1; p=reject       what DNS answers
+//     at: 2026-11-21T10:00:00Z                              the time of the check, instead of that one
+//     verdict: signatureBroken                              its kind
+//     note: shownNotSigned / no note: shownNotSigned        whether a note of that kind is earned
+//     headline: TEXT / no headline: TEXT                    whether it stands with the headline
+//     says: TEXT / never: TEXT                              whether it stands in the text report
+//
+// and "#" begins a comment. A signature is Ed25519's, or, with "rsa " before its tags, RSA's. In all of them
+// \r, \n, \t, \0 and \xNN stand for bytes. The message's lines end in CR LF.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Verifier.h"
+#include "TestSigner.h"
+#include "Wording/TextReport.h"
+#include "Wording/Wording.h"
+
+namespace quillmark::test {
+namespace {
+
+const Reader reader{Language::english, Platform::other, [](Date) { return ZoneOffset{}; }};
+
+std::string unescaped(std::string_view text) {
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char next = text[i] == '\\' && i + 1 < text.size() ? text[i + 1] : '\0';
+        const std::size_t simple = std::string_view("rnt0\\").find(next);
+        if (next == 'x') {
+            bytes += static_cast<char>(std::stoi(std::string(text.substr(i + 2, 2)), nullptr, 16));
+            i += 3;
+        } else if (text[i] == '\\' && simple != std::string_view::npos) {
+            bytes += std::string_view("\r\n\t\0\\", 5)[simple];
+            ++i;
+        } else {
+            bytes += text[i];
+        }
+    }
+    return bytes;
+}
+
+/// Takes what stands before `mark` off the front, and the mark; all of it without one.
+std::string_view takeBefore(std::string_view& text, std::string_view mark) {
+    const auto found = std::min(text.find(mark), text.size());
+    const std::string_view before = text.substr(0, found);
+    text.remove_prefix(std::min(found + mark.size(), text.size()));
+    return before;
+}
+
+class Case {
+public:
+    explicit Case(std::string_view text) {
+        std::string_view head = takeBefore(text, "--\n");
+        for (char c : text) {
+            if (c == '\n') m_message += '\r';
+            m_message += c;
+        }
+        while (!head.empty()) {
+            std::string_view value = takeBefore(head, "\n");
+            if (value.empty() || value.starts_with('#')) continue;
+            const std::string name(takeBefore(value, ": "));
+            prepare(name, unescaped(value));
+        }
+    }
+
+    void check() const {
+        const Verifier verifier(std::make_shared<StaticResolver>(m_answers));
+        const ProofReport report = verifier.verify(MailMessage::parse(m_message), std::nullopt, m_now);
+        const std::string text = textReport(report, reader);
+        std::string beside = headline(report.verdict, reader) + '\n' + explanation(report, reader);
+        for (const Remark& remark : besideHeadline(report, reader)) beside += '\n' + remark.text;
+        std::set<std::string> notes;
+        for (const ReportNote& note : report.notes) notes.insert(casesOf(&note)[note.value.index()]);
+        SCOPED_TRACE(text);
+        for (const auto& [name, value] : m_expected) {
+            const bool isThere = name.ends_with("verdict")    ? nameOf(report.verdict.kind) == value
+                                 : name.ends_with("note")     ? notes.contains(value)
+                                 : name.ends_with("headline") ? beside.find(value) != std::string::npos
+                                                              : text.find(value) != std::string::npos;
+            EXPECT_EQ(isThere, !name.starts_with("no ") && name != "never") << name << ": " << value;
+        }
+        EXPECT_FALSE(m_expected.empty());
+    }
+
+private:
+    void prepare(const std::string& name, const std::string& value) {
+        std::string_view rest = value;
+        if (name == "sign" || name == "unpublished") {
+            const bool isRSA = rest.starts_with("rsa ");
+            if (isRSA || rest.starts_with("ed25519 ")) takeBefore(rest, " ");
+            const std::string tags = "v=1; s=key; " + std::string(rest);
+            const PrivateKey& key = isRSA ? rsaKey() : ed25519Key();
+            m_message = signedMessage(m_message, {.tags = tags}, key);
+            takeBefore(rest, "d=");
+            if (name == "sign") {
+                m_answers["key._domainkey." + std::string(takeBefore(rest, ";")) + "|TXT"] =
+                    DNSAnswer::records({keyRecord(key)});
+            }
+        } else if (name == "above") {
+            m_message = value + "\r\n" + m_message;
+        } else if (name == "replace") {
+            const std::string from(takeBefore(rest, " => "));
+            const auto found = m_message.find(from);
+            ASSERT_NE(found, std::string::npos) << value;
+            m_message.replace(found, from.size(), rest);
+        } else if (name == "dns") {
+            const std::string asked = std::string(takeBefore(rest, " "));
+            const std::string key = asked + "|" + std::string(takeBefore(rest, " "));
+            const auto known = m_answers[key].data();
+            std::vector<std::string> records(known.begin(), known.end());
+            records.emplace_back(rest);
+            m_answers[key] = DNSAnswer::records(std::move(records));
+        } else if (name == "at") {
+            m_now = parsedRFC3339(value).value();
+        } else {
+            const std::set<std::string> known = {"verdict",     "note", "no note", "headline",
+                                                 "no headline", "says", "never"};
+            ASSERT_TRUE(known.contains(name)) << name;
+            m_expected.emplace_back(name, value);
+        }
+    }
+
+    std::string m_message = {};
+    StaticResolver::Answers m_answers = {};
+    Date m_now = *parsedRFC3339("2026-11-21T10:00:00Z");
+    std::vector<std::pair<std::string, std::string>> m_expected = {};
+};
+
+TEST(MessageCases, all) {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(QUILLMARK_TESTS "/messages")) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        SCOPED_TRACE(entry.path().filename());
+        Case(text).check();
+        ++count;
+    }
+    EXPECT_GE(count, 2u);
+}
+
+}  // namespace
+}  // namespace quillmark::test

@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "EveryCase.h"
+#include "Wording/Findings.h"
+#include "Wording/NoteSentences.h"
+#include "Wording/Signs.h"
+#include "Wording/Wording.h"
+#include "WordingSupport.h"
+
+/// Every word that stands for a finding, a note, a sign, a verdict, a limit or a problem, for each of its
+/// cases and in each language, against one file that people have read: words.txt. `scripts/update-samples`
+/// writes it anew; each line that differs is a claim.
+namespace quillmark {
+namespace {
+
+const std::pair<std::string_view, Reader> readers[] = {{"en", english}, {"de", german}};
+
+std::string toneName(std::optional<Tone> tone) { return tone ? nameOf(*tone) : "no tone"; }
+
+class Words {
+public:
+    /// A line for each language, under one that says what it is for; none where the words were there before.
+    template <typename InWords>
+    void add(const std::string& what, InWords inWords) {
+        std::string words;
+        for (const auto& [language, reader] : readers)
+            words += "  " + std::string(language) + "  " + inWords(reader) + '\n';
+        if (m_known.insert(words).second) m_text += what + '\n' + words;
+    }
+    const std::string& text() const { return m_text; }
+
+private:
+    std::string m_text = {};
+    std::set<std::string> m_known = {};
+};
+
+/// The sentences of a finding and the remarks under it. The first is told in full; of the others, how they
+/// differ from it: their own values, "- 3" for its third remark that they lack, and the remarks that it
+/// lacks.
+template <typename Finding, typename Label, typename Remarks>
+void addFindings(Words& words, const std::string& kind, Label labelOf, Remarks remarksOf) {
+    const std::vector<Finding> findings = EveryCase().of<Finding>();
+    const JSON first = JSON::parse(encoded(findings.front()));
+    for (const Finding& finding : findings) {
+        const bool isFirst = &finding == &findings.front();
+        const JSON json = JSON::parse(encoded(finding));
+        words.add(kind + " " + (isFirst ? json : JSON::diff(first, json)).dump(), [&](const Reader& reader) {
+            std::string text =
+                toneName(tone(finding)) + ": " + labelOf(finding, reader) + " | " + sentence(finding, reader);
+            const auto own = remarksOf(finding, reader);
+            const auto known = isFirst ? std::vector<Remark>() : remarksOf(findings.front(), reader);
+            for (std::size_t i = 0; i < known.size(); ++i) {
+                if (std::ranges::count(own, known[i]) == 0) text += "\n      - " + std::to_string(i + 1);
+            }
+            for (const Remark& remark : own) {
+                if (std::ranges::count(known, remark) == 0)
+                    text += "\n      + " + toneName(remark.tone) + ": " + remark.text;
+            }
+            return text;
+        });
+    }
+}
+template <typename Finding>
+void addFindings(Words& words, const std::string& kind) {
+    addFindings<Finding>(
+        words, kind, [](const Finding& finding, const Reader& reader) { return label(finding, reader); },
+        [](const Finding& finding, const Reader& reader) { return remarks(finding, reader); });
+}
+
+/// Each alternative of a variant, as it is at first.
+template <typename Variant>
+std::vector<Variant> everyAlternative() {
+    return []<std::size_t... index>(std::index_sequence<index...>) {
+        return std::vector<Variant>{std::variant_alternative_t<index, Variant>{}...};
+    }(std::make_index_sequence<std::variant_size_v<Variant>>());
+}
+
+std::string allWords() {
+    Words words;
+    for (const VerdictKind kind : EveryCase().of<VerdictKind>()) {
+        for (const bool isVouched : {false, true}) {
+            for (const std::string_view fromDomain : {"from.example", ""}) {
+                ProofReport report;
+                report.verdict = {kind, Tone::good, "domain.example", std::string(fromDomain), {}};
+                if (isVouched) report.verdict.arcVouchers = {"list.example", "alias.example"};
+                words.add("verdict " + encoded(report.verdict), [&](const Reader& reader) {
+                    return headline(report.verdict, reader) + " | " + explanation(report, reader);
+                });
+            }
+        }
+    }
+    addFindings<DKIMResult>(
+        words, "signature",
+        [](const DKIMResult& result, const Reader& reader) { return label(result.status, reader); },
+        [](const DKIMResult& result, const Reader& reader) { return remarks(result, january(20), reader); });
+    addFindings<SPFFinding>(words, "SPF");
+    addFindings<DMARCFinding>(words, "DMARC");
+    addFindings<ARCFinding>(words, "ARC");
+    for (const DomainAge& age : EveryCase().of<DomainAge>())
+        words.add("age " + encoded(age),
+                  [&](const Reader& reader) { return ageInWords(age, january(20), reader); });
+    for (const LookAlikeFlag& flag : EveryCase().of<LookAlikeFlag>()) {
+        words.add("sign " + encoded(flag),
+                  [&](const Reader& reader) { return title(flag, reader) + " | " + sentence(flag, reader); });
+    }
+    for (const ReportNote& note : EveryCase().of<ReportNote>()) {
+        const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver"};
+        words.add("note " + encoded(note) + ": " + toneName(tone(note)) + ", " +
+                      sections[static_cast<std::size_t>(sectionOf(note))] +
+                      (standsBesideHeadline(note) ? ", beside the headline" : ""),
+                  [&](const Reader& reader) { return sentence(note, reader); });
+    }
+    for (const Limit limit : EveryCase().of<Limit>()) {
+        words.add(std::string("limit ") + nameOf(limit), [&](const Reader& reader) {
+            return title(limit, reader) + " | " + sentence(limit, reader);
+        });
+    }
+    for (const auto& value : everyAlternative<decltype(Refusal::value)>()) {
+        for (const std::optional<std::string>& name : {std::optional<std::string>("Name, message 3"), {}}) {
+            words.add("problem " + std::to_string(value.index()) + (name ? "" : ", pasted"),
+                      [&](const Reader& reader) { return problemLine(Refusal{value}, name, reader); });
+        }
+    }
+    return words.text();
+}
+
+TEST(Words, areTheOnesThatWereRead) {
+    const std::string file = QUILLMARK_TESTS "/words.txt";
+    const std::string now = allWords();
+    if (std::getenv("QUILLMARK_UPDATE_WORDS")) std::ofstream(file, std::ios::binary) << now;
+    std::ifstream in(file, std::ios::binary);
+    std::string line, before;
+    std::istringstream lines(now);
+    for (std::size_t number = 1; std::getline(in, before); ++number) {
+        ASSERT_TRUE(std::getline(lines, line))
+            << "words.txt has more lines, from " << number << ": " << before;
+        ASSERT_EQ(line, before) << "words.txt, line " << number;
+    }
+    EXPECT_FALSE(std::getline(lines, line)) << "words.txt lacks: " << line;
+}
+
+}  // namespace
+}  // namespace quillmark
