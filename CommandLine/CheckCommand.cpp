@@ -1,12 +1,10 @@
 #include "CommandLine/CheckCommand.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <new>
@@ -22,12 +20,12 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/OutputFile.h"
 #include "CommandLine/ReportCSV.h"
 #include "QuillmarkKit/AttachedMessages.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Crypto.h"
-#include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "Wording/TextReport.h"
@@ -41,6 +39,10 @@ constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
 constexpr std::string_view standardInput = "-";
+
+bool goesToOutput(const std::optional<std::string>& file) {
+    return file && OutputFile::isStandardOutput(*file);
+}
 
 /// The tones in a list such as "bad,caution"; nothing when one has another name.
 std::optional<std::set<Tone>> tonesNamed(std::string_view list) {
@@ -129,14 +131,15 @@ private:
         if (m_command.json) message.report = compactJSON(report);
         if (m_command.save) message.kept = m_command.json ? message.report : compactJSON(report);
         if (m_command.csv) message.row = csvRow(report);
-        if (!m_command.json && !m_command.summary)
-            message.report = textReport(report, m_command.reader, m_command.markers);
+        if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.markers);
         if (!message.report.empty()) message.report += '\n';
         return message;
     }
 
     const CheckCommand& m_command;
     const CheckSources& m_from;
+    const bool m_isTextPrinted = !m_command.json && !m_command.summary && !goesToOutput(m_command.csv) &&
+                                 !goesToOutput(m_command.record);
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
 };
 
@@ -146,36 +149,12 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         return "standard input (-) can be read only once";
     if (command.only && !tonesNamed(*command.only))
         return "--only takes good, caution, unknown and bad, not “" + *command.only + "”";
-    if (command.json && command.summary) return "--json and --summary exclude each other";
+    if (command.json + command.summary + goesToOutput(command.csv) + goesToOutput(command.record) > 1)
+        return "only one of --json, --summary, --csv - and --record - can go to standard output";
     if (command.at && !parsedRFC3339(*command.at)) {
         return "--at takes a time such as 2026-11-21T10:00:00Z, not “" + *command.at + "”";
     }
     return std::nullopt;
-}
-
-/// Why a new file could not be written, which nobody wants to learn after a long check; or nothing.
-std::optional<std::string> newFileFault(const std::string& path) {
-    const std::filesystem::path file = path, folder = file.parent_path();
-    struct stat status = {};
-    if (lstat(path.c_str(), &status) == 0) return unwritable(path, "it is there already");
-    if (file.filename().empty()) return unwritable(path, std::generic_category().message(EISDIR));
-    if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0)
-        return unwritable(path, std::generic_category().message(errno));
-    return std::nullopt;
-}
-
-/// Writes down what the checks were told. False when it could not be, of which it says why.
-bool wroteRecording(const std::string& path, const CheckSources& from, Date begun) {
-    try {
-        const std::string json =
-            from.recorded->json({.at = from.now, .begun = begun, .ended = currentTime()});
-        const Undisturbed whileWriting;
-        createFile(path, json);
-        return true;
-    } catch (const std::filesystem::filesystem_error& error) {
-        writeProblem(unwritable(path, error.code().message()));
-        return false;
-    }
 }
 
 /// One thread reads and goes on to check what it read, while the next reads: as many as can.
@@ -193,6 +172,7 @@ void checkAll(CheckInputs& inputs, const Checker& checker, CheckOutput& output, 
             auto input = inputs.next();
             if (!input) {
                 hasEnded = true;
+                output.tellCount(number);
                 return;
             }
             const auto* message = std::get_if<FoundMessage>(&input->found);
@@ -215,31 +195,27 @@ void checkAll(CheckInputs& inputs, const Checker& checker, CheckOutput& output, 
 
 int CheckCommand::run() const {
     const Date begun = currentTime();
-    auto fault = usageFault(*this);
-    if (!fault && record) fault = newFileFault(*record);
-    if (!fault && csv) fault = newFileFault(*csv);
-    if (fault) {
+    if (const auto fault = usageFault(*this)) {
         writeProblem(*fault);
         return 2;
-    }
-    if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
-        writeProblem(reader.translate(
-            "Paste the message’s source, then press Enter and Ctrl-D. A terminal cuts off very long lines; a "
-            "saved file is safer."));
     }
     try {
         const CheckSources from(*this);
         CheckInputs inputs(files, pasted);
-        CheckOutput output(*this, inputs.expectedBytes());
+        CheckOutput output(*this, from, begun, inputs.expectedBytes());
+        if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
+            writeProblem(reader.translate(
+                "Paste the message’s source, then press Enter and Ctrl-D. A terminal cuts off very long "
+                "lines; a saved file is safer."));
+        }
+        const BeforeEnd whenStopped([&output] { output.finishEarly(); });
         checkAll(inputs, Checker(*this, from), output, from.workers);
-        const int status = output.finish();
-        if (record && !wroteRecording(*record, from, begun)) return 1;
-        return status;
+        return output.finish();
     } catch (const AnswersFileError& error) {
         writeProblem(error.what());
         return 2;
-    } catch (const std::filesystem::filesystem_error& error) {
-        writeProblem(unwritable(csv.value_or(""), error.code().message()));
+    } catch (const OutputFileError& error) {
+        writeProblem(error.what());
         return 2;
     }
 }

@@ -2,12 +2,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <string>
 #include <system_error>
 #include <utility>
 
+#include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/ReportCSV.h"
 
@@ -19,72 +20,170 @@ namespace {
 constexpr std::string_view betweenReports =
     "\n================================================================================\n\n";
 
-/// Without waiting for checks whose reports nobody can have.
-[[noreturn]] void giveUp(const std::string& problem) {
-    writeProblem(problem);
-    _exit(1);
-}
+/// Every recording begins so. It is written first: a full disk is met before the checks are made.
+constexpr std::string_view recordingBegin = "{";
 
 }  // namespace
 
-CheckOutput::CheckOutput(const CheckCommand& command, std::optional<std::uint64_t> expectedBytes)
-    : m_command(command), m_saver(command.reader) {
+CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, Date begun,
+                         std::optional<std::uint64_t> expectedBytes)
+    : m_command(command),
+      m_from(from),
+      m_begun(begun),
+      m_expectedBytes(expectedBytes),
+      m_saver(command.reader) {
     if (command.csv) {
-        m_csv.emplace(*command.csv);
-        m_csv->write(csvHeader());
+        m_table.emplace(*command.csv);
+        m_table->write(csvHeader());
+    }
+    if (command.record) {
+        m_recording.emplace(*command.record);
+        if (!m_recording->isStream()) m_recording->write(recordingBegin);
     }
     if (canShowProgress()) m_progress.emplace(command.reader, expectedBytes);
 }
 
+// What is kept comes first. Printing may take for ever, when nobody reads, and yet a signal ends the process
+// with all that is kept.
 void CheckOutput::take(const OrderedRun::Outcome& outcome) {
-    for (const OrderedRun::Message& message : outcome.messages) write(message);
-    m_count += static_cast<std::int64_t>(outcome.messages.size());
-    if (m_progress) m_progress->update(m_count, outcome.bytesRead);
-}
-
-int CheckOutput::finish() {
-    clearProgress();
-    if (m_command.summary) print(m_summary.text(m_command.reader));
-    if (!isSaved()) m_status = 1;
     try {
-        const Undisturbed whileWriting;
-        if (m_csv) m_csv->commitAsNew();
-    } catch (const std::filesystem::filesystem_error& error) {
-        writeProblem(unwritable(*m_command.csv, error.code().message()));
-        m_status = 1;
+        {
+            const std::lock_guard lock(m_mutex);
+            ++m_outcomes;
+            m_messages += static_cast<std::int64_t>(outcome.messages.size());
+            m_bytesRead = outcome.bytesRead;
+            for (const OrderedRun::Message& message : outcome.messages) keep(message);
+            m_isPrinting = true;
+        }
+        for (const OrderedRun::Message& message : outcome.messages) print(message);
+    } catch (const OutputFileError& error) {
+        giveUp(error);
     }
-    const bool isFailure = m_command.failOn && m_summary.isAnyAsBadAs(*toneNamed(*m_command.failOn));
-    return isFailure ? 3 : m_status;
+    if (m_progress) m_progress->update(m_messages, outcome.bytesRead);
+    const std::lock_guard lock(m_mutex);
+    m_isPrinting = false;
+    m_printed.notify_all();
 }
 
-void CheckOutput::write(const OrderedRun::Message& message) {
-    if (!message.hint.empty()) writeProblem(message.hint);
+void CheckOutput::keep(const OrderedRun::Message& message) {
     if (!message.problem.empty()) {
-        writeProblem(message.problem);
         m_summary.addProblem();
         m_status = 1;
         return;
     }
     m_summary.add(message.verdict);
     if (!message.kept.empty()) m_saver.add(message.kept);
-    if (!message.report.empty()) {
-        if (!m_command.json && !std::exchange(m_isFirst, false)) print(betweenReports);
-        print(message.report);
+    if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
+}
+
+void CheckOutput::print(const OrderedRun::Message& message) {
+    if (!message.hint.empty()) writeProblem(message.hint);
+    if (!message.problem.empty()) writeProblem(message.problem);
+    if (!message.row.empty() && m_table->isStream()) m_table->write(message.row);
+    if (message.report.empty()) return;
+    if (!m_command.json && !std::exchange(m_isFirst, false)) m_output.write(betweenReports);
+    m_output.write(message.report);
+}
+
+int CheckOutput::finish() {
+    clearProgress();
+    {
+        const std::lock_guard lock(m_mutex);
+        complete();
+        m_isPrinting = true;
     }
     try {
-        if (!message.row.empty()) m_csv->write(message.row);
-    } catch (const std::filesystem::filesystem_error& error) {
-        isSaved();
-        giveUp(unwritable(*m_command.csv, error.code().message()));
+        printRest();
+    } catch (const OutputFileError& error) {
+        giveUp(error);
     }
+    const std::lock_guard lock(m_mutex);
+    m_isPrinting = false;
+    m_printed.notify_all();
+    const bool isFailure = m_command.failOn && m_summary.isAnyAsBadAs(*toneNamed(*m_command.failOn));
+    return isFailure ? 3 : m_status;
 }
 
-void CheckOutput::print(std::string_view text) {
-    if (writeOutput(text, [this] { isSaved(); })) return;
-    giveUp(m_command.reader.translate("The reports couldn’t be written: %1",
-                                      {std::generic_category().message(errno)}));
+void CheckOutput::finishEarly(Ending ending) {
+    std::unique_lock lock(m_mutex);
+    const bool isPrinted = m_printed.wait_for(lock, timeToFinish, [this] { return !m_isPrinting; });
+    lock.release();
+    if (m_isComplete) return;
+    if (m_outcomes > 0) {
+        complete();
+        try {
+            if (isPrinted && ending == Ending::stopped) printRest();
+        } catch (const OutputFileError&) {
+            ending = Ending::outputFailed;
+        }
+        if (ending == Ending::stopped || isAnythingKept()) writeProblem(earlyLine());
+    }
+    if (!isPrinted) return;
+    m_table.reset();  // a file that has a temporary name is removed
+    m_recording.reset();
 }
 
-bool CheckOutput::isSaved() { return !m_command.save || m_saver.finish(); }
+void CheckOutput::giveUp(const OutputFileError& error) {
+    const bool isOutput = OutputFile::isStandardOutput(error.path);
+    const bool hasReaderGone = isOutput && error.error == EPIPE;
+    if (!hasReaderGone) {
+        writeProblem(isOutput ? m_command.reader.translate("The reports couldn’t be written: %1",
+                                                           {std::generic_category().message(error.error)})
+                              : error.what());
+    }
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isPrinting = false;
+        if (m_table && error.path == m_command.csv) m_table.reset();  // its last row is in pieces
+    }
+    finishEarly(Ending::outputFailed);
+    _exit(hasReaderGone ? readerHasGone : 1);
+}
+
+void CheckOutput::complete() {
+    const auto complete = [this](std::optional<OutputFile>& file, const auto& writeRest) {
+        if (!file || file->isStream()) return;
+        try {
+            writeRest();
+            file->commit();
+        } catch (const OutputFileError& error) {
+            writeProblem(error.what());
+            m_status = 1;
+        }
+    };
+    m_isComplete = true;
+    if (m_command.save && !m_saver.finish()) m_status = 1;
+    complete(m_table, [] {});
+    complete(m_recording,
+             [this] { m_recording->write(std::string_view(recording()).substr(recordingBegin.size())); });
+}
+
+void CheckOutput::printRest() {
+    if (m_command.summary) m_output.write(m_summary.text(m_command.reader));
+    if (m_recording && m_recording->isStream()) m_recording->write(recording());
+}
+
+std::string CheckOutput::recording() const {
+    return m_from.recorded->json({.at = m_from.now, .begun = m_begun, .ended = currentTime()});
+}
+
+bool CheckOutput::isAnythingKept() const {
+    return m_command.save || (m_table && !m_table->isStream()) || (m_recording && !m_recording->isStream());
+}
+
+std::string CheckOutput::earlyLine() const {
+    const Reader& reader = m_command.reader;
+    if (m_expectedOutcomes > 0) {
+        return reader.translateCount("Stopped after %n of %1 messages.", "Stopped after %n of %1 messages.",
+                                     m_outcomes, {reader.number(m_expectedOutcomes)});
+    }
+    const std::uint64_t hundredth = m_expectedBytes.value_or(0) / 100;
+    const std::uint64_t percent = hundredth > 0 ? std::min<std::uint64_t>(m_bytesRead / hundredth, 99) : 0;
+    if (percent == 0)
+        return reader.translateCount("Stopped after %n message.", "Stopped after %n messages.", m_outcomes);
+    return reader.translateCount("Stopped after %n message, about %1 % of the input.",
+                                 "Stopped after %n messages, about %1 % of the input.", m_outcomes,
+                                 {std::to_string(percent)});
+}
 
 }  // namespace quillmark

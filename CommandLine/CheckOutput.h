@@ -1,45 +1,79 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "CommandLine/CheckCommand.h"
+#include "CommandLine/CheckSources.h"
 #include "CommandLine/CheckSummary.h"
 #include "CommandLine/OrderedRun.h"
+#include "CommandLine/OutputFile.h"
 #include "CommandLine/Progress.h"
 #include "CommandLine/UserHistory.h"
-#include "QuillmarkKit/Support/Files.h"
 
 namespace quillmark {
 
-/// Writes what comes of the messages that are checked, in their order: reports, tables, the history.
+/// Writes what comes of the messages that are checked, in their order: reports, tables, the history, and what
+/// the checks were told.
 class CheckOutput {
 public:
-    /// `expectedBytes`: of all input, when that is known. Throws `filesystem_error` when the CSV file can't
-    /// be made. `command` must outlive this.
-    CheckOutput(const CheckCommand& command, std::optional<std::uint64_t> expectedBytes);
+    /// `begun`: the run. `expectedBytes`: of all input, when that is known. Throws `OutputFileError` when a
+    /// file can't be written. `command` and `from` must outlive this.
+    CheckOutput(const CheckCommand& command, const CheckSources& from, Date begun,
+                std::optional<std::uint64_t> expectedBytes);
 
     /// Ends the process when nothing more can be written; what was checked until then is kept.
     void take(const OrderedRun::Outcome& outcome);
+    /// How many outcomes there are. From any thread.
+    void tellCount(std::size_t outcomes) { m_expectedOutcomes = static_cast<std::int64_t>(outcomes); }
 
     /// What is left when all are done. The exit status.
     int finish();
+    /// What is left when the process is about to end before that: the same for the outcomes taken by now, and
+    /// a line that says how many they are. From any thread; all others that come here wait for the end.
+    void finishEarly() { finishEarly(Ending::stopped); }
 
 private:
-    void write(const OrderedRun::Message& message);
-    void print(std::string_view text);
-    /// Whether the history has all that it was to keep by now.
-    bool isSaved();
+    enum class Ending {
+        stopped,      ///< by somebody, who is told how far it came
+        outputFailed  ///< perhaps its reader has gone: only what is kept is told of
+    };
+    void finishEarly(Ending ending);
+    [[noreturn]] void giveUp(const OutputFileError& error);
+    void keep(const OrderedRun::Message& message);
+    void print(const OrderedRun::Message& message);
+    /// Saves, and puts the files in their places. Says what can't be; then the exit status is 1.
+    void complete();
+    /// What comes when all else is written.
+    void printRest();
+    std::string recording() const;
+    bool isAnythingKept() const;
+    std::string earlyLine() const;
 
     const CheckCommand& m_command;
+    const CheckSources& m_from;
+    const Date m_begun;
+    const std::optional<std::uint64_t> m_expectedBytes;
+    OutputFile m_output{"-"};
+    std::optional<OutputFile> m_table = {}, m_recording = {};
+    std::optional<Progress> m_progress = {};
+    bool m_isFirst = true;
+    std::atomic<std::int64_t> m_expectedOutcomes = 0;
+
+    std::mutex m_mutex = {};  // held for good by whoever ends the process early
+    std::condition_variable m_printed = {};
+    // Under the mutex:
     HistorySaver m_saver;
     CheckSummary m_summary = {};
-    std::optional<FileReplacement> m_csv = {};
-    std::optional<Progress> m_progress = {};
-    std::int64_t m_count = 0;
+    std::int64_t m_outcomes = 0, m_messages = 0;
+    std::uint64_t m_bytesRead = 0;
     int m_status = 0;
-    bool m_isFirst = true;
+    bool m_isPrinting = false, m_isComplete = false;
 };
 
 }  // namespace quillmark

@@ -51,8 +51,9 @@ const std::vector<CommandTable::Section> sections = {
 constexpr const char* checkFooter =
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no "
     "email, or the recording, the history or the CSV file could not be written; 2 wrong arguments or an "
-    "unusable answers file; 3 a verdict has the tone of --fail-on or a worse one; 130 after Ctrl-C. From one "
-    "to the next less is proven: good, caution, unknown, bad.";
+    "unusable answers file; 3 a verdict has the tone of --fail-on or a worse one; 130 after Ctrl-C, 143 "
+    "after SIGTERM: what was checked by then is kept. From one to the next less is proven: good, caution, "
+    "unknown, bad.";
 
 /// Adds an option with a value, which is called `value` in the help.
 template <typename Variable>
@@ -76,11 +77,13 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     command.add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
     add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now");
     add(command, "--record", check.record, "FILE",
-        "Write what the checks were told into a new file, for --dns, to repeat them later");
+        "Write what the checks were told into a new file, for --dns, to repeat them later; \"-\" is standard "
+        "output");
     command.add_flag("--save", check.save, "Add the reports to your history");
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
-    add(command, "--csv", check.csv, "FILE", "Write a table of the reports into a new file");
+    add(command, "--csv", check.csv, "FILE",
+        "Write a table of the reports into a new file; \"-\" is standard output");
     add(command, "--only", check.only, suggesting("TONES", "good,caution,unknown,bad"),
         "Write and keep the reports of these tones alone, such as bad,caution");
     add(command, "--fail-on", check.failOn, "TONE",

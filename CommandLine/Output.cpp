@@ -22,6 +22,12 @@ namespace {
 std::timed_mutex outputMutex;  // held while anything is written
 bool isProgressShown = false;  // under the mutex
 
+std::mutex endMutex;                 // held for good by who ends the process
+std::function<void()> beforeEnding;  // under it
+
+/// For what must be said even while standard output takes nothing: a reader may not read.
+std::unique_lock<std::timed_mutex> outputForAWhile() { return {outputMutex, timeToFinish}; }
+
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());
@@ -55,17 +61,19 @@ std::string_view fitting(std::string_view text, int descriptor) {
 
 }  // namespace
 
-bool writeOutput(std::string_view bytes, const std::function<void()>& last) {
-    {
-        const std::lock_guard lock(outputMutex);
-        takeProgressAway();
-        if (writeAll(STDOUT_FILENO, bytes)) return true;
-    }
-    const int error = errno;
-    if (last) last();
-    if (error == EPIPE) _exit(128 + SIGPIPE);
+static_assert(readerHasGone == 128 + SIGPIPE);
+
+int writeBytes(std::string_view bytes, int descriptor) {
+    const std::lock_guard lock(outputMutex);
+    takeProgressAway();
+    return writeAll(descriptor, bytes) ? 0 : errno;
+}
+
+bool writeOutput(std::string_view bytes) {
+    const int error = writeBytes(bytes);
+    if (error == EPIPE) _exit(readerHasGone);
     errno = error;
-    return false;
+    return error == 0;
 }
 
 bool outputHasColours() {
@@ -83,12 +91,12 @@ void showProgress(std::string_view line) {
 }
 
 void clearProgress() {
-    const std::lock_guard lock(outputMutex);
+    const auto lock = outputForAWhile();
     takeProgressAway();
 }
 
 void writeProblem(std::string_view message) {
-    const std::lock_guard lock(outputMutex);
+    const auto lock = outputForAWhile();
     takeProgressAway();
     writeAll(STDERR_FILENO,
              "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
@@ -111,7 +119,7 @@ void endOnSignals() {
     signal(SIGXFSZ, SIG_IGN);  // NOLINT(bugprone-*): so is a file that may not grow
     sigset_t ours;
     sigemptyset(&ours);
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction current = {};
         sigaction(number, nullptr, &current);
         if (current.sa_handler != SIG_IGN) sigaddset(&ours, number);  // ignored on purpose, by nohup for one
@@ -121,14 +129,30 @@ void endOnSignals() {
         int number = 0;
         while (sigwait(&ours, &number) != 0) {
         }
+        const std::lock_guard ending(endMutex);
+        if (beforeEnding) {
+            // The next ends the process, whatever is under way. Of hanging up there may be several at once.
+            sigset_t atOnce = ours;
+            sigdelset(&atOnce, SIGHUP);
+            pthread_sigmask(SIG_UNBLOCK, &atOnce, nullptr);
+            beforeEnding();
+        }
         // A reader that does not read, or a history of a gigabyte, must not keep us from ending.
-        const std::unique_lock lock(outputMutex, std::chrono::milliseconds(100));
+        const auto lock = outputForAWhile();
         if (lock) takeProgressAway();
         _exit(128 + number);
     }).detach();
 }
 
-Undisturbed::Undisturbed() { outputMutex.lock(); }
-Undisturbed::~Undisturbed() { outputMutex.unlock(); }
+BeforeEnd::BeforeEnd(std::function<void()> last) {
+    const std::lock_guard lock(endMutex);
+    beforeEnding = std::move(last);
+}
+BeforeEnd::~BeforeEnd() {
+    const std::lock_guard lock(endMutex);
+    beforeEnding = nullptr;
+}
+
+Undisturbed::Undisturbed() : m_lock(outputForAWhile()) {}
 
 }  // namespace quillmark

@@ -1,15 +1,25 @@
 #pragma once
 
+#include <unistd.h>
+
+#include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 
 namespace quillmark {
 
-/// Writes all of `bytes` to standard output. When the reader has gone the process ends quietly, as if by
-/// SIGPIPE. False when it cannot be written otherwise (a full disk); `errno` says why. `last` is called
-/// before either.
-bool writeOutput(std::string_view bytes, const std::function<void()>& last = {});
+/// Writes all of `bytes` to standard output, or to another stream. Returns 0, or the error (`errno`): EPIPE
+/// when the reader has gone.
+int writeBytes(std::string_view bytes, int descriptor = STDOUT_FILENO);
+
+/// The exit status of a process whose reader has gone: as if SIGPIPE had ended it.
+constexpr int readerHasGone = 128 + 13;
+
+/// The same for a command that has nothing to do when the reader has gone: then the process ends quietly.
+/// False when nothing can be written otherwise (a full disk); `errno` says why.
+bool writeOutput(std::string_view bytes);
 
 /// Whether standard output is a terminal that shows colours, and the user wants them (NO_COLOR is unset or
 /// empty).
@@ -35,18 +45,33 @@ std::string unwritable(const std::string& path, const std::string& why);
 /// program started: it would be read, or written into, in its place. Before any file is opened.
 void occupyStandardDescriptors();
 
-/// From now on SIGINT and SIGTERM end the process at once with 128 and the signal's number, but never in the
-/// middle of a report. Before any other thread starts.
+/// How long a signal leaves what is being written the time to become whole.
+constexpr std::chrono::milliseconds timeToFinish{100};
+
+/// From now on SIGINT, SIGTERM and SIGHUP end the process at once with 128 and the signal's number, but not
+/// in the middle of what is being written, unless that takes longer than `timeToFinish`. Before any other
+/// thread starts.
 void endOnSignals();
 
-/// While one lives, a signal leaves what is being written the time to become whole, but not for long: a
-/// tenth of a second. One at a time in a thread, and nothing goes to standard output meanwhile.
+/// While one lives, a signal has `last` called before the process ends, on a thread of its own and for as
+/// long as that takes; a second signal ends it at once. Once that has begun the destructor never returns. One
+/// at a time.
+class BeforeEnd {
+public:
+    explicit BeforeEnd(std::function<void()> last);
+    ~BeforeEnd();
+    BeforeEnd(const BeforeEnd&) = delete;
+    BeforeEnd& operator=(const BeforeEnd&) = delete;
+};
+
+/// While one lives, a signal leaves what is being written that time. One at a time in a thread, and nothing
+/// goes to standard output meanwhile.
 class Undisturbed {
 public:
     Undisturbed();
-    ~Undisturbed();
-    Undisturbed(const Undisturbed&) = delete;
-    Undisturbed& operator=(const Undisturbed&) = delete;
+
+private:
+    std::unique_lock<std::timed_mutex> m_lock;
 };
 
 }  // namespace quillmark

@@ -30,13 +30,18 @@ ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& me
     const auto resolver = std::make_shared<RecordingResolver>(m_resolver, m_answers, current.failures);
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
-    return Verifier(resolver, registry).verify(message, std::move(fileName), now);
+    ProofReport report = Verifier(resolver, registry).verify(message, std::move(fileName), now);
+    const std::lock_guard runLock(m_mutex);
+    current.isDone = true;
+    return report;
 }
 
 std::string RecordedRun::json(const RecordingTimes& times) const {
     std::map<std::string, RecordedMessage> messages;
     const std::lock_guard lock(m_mutex);
-    for (const auto& [digest, check] : m_checks) messages[digest] = {check.files, check.failures};
+    for (const auto& [digest, check] : m_checks) {
+        if (check.isDone) messages[digest] = {check.files, check.failures};
+    }
     return recordingJSON("Quillmark " QUILLMARK_VERSION, times, *m_answers,
                          m_registry ? Registrations::asked : Registrations::notAsked, messages);
 }

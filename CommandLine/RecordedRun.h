@@ -31,13 +31,15 @@ public:
     ProofReport verify(const std::string& sha256, const MailMessage& message,
                        std::optional<std::string> fileName, Date now);
 
-    /// All that was taken down, as an answers file (docs/formats.md).
+    /// All that was taken down, as an answers file (docs/formats.md), but for messages whose check is not
+    /// done.
     std::string json(const RecordingTimes& times) const;
 
 private:
     struct Check {
         std::mutex mutex = {};  ///< held while the message is checked
         std::set<std::string> files = {};
+        bool isDone = false;  ///< under the run's mutex
         std::shared_ptr<RecordedFailures> failures = std::make_shared<RecordedFailures>();
     };
     Check& check(const std::string& sha256, const std::optional<std::string>& fileName);

@@ -389,6 +389,9 @@ TEST(CommandLine, tablesOfManyMessages) {
     EXPECT_EQ(result({"--csv", csv, all}).problems,
               "quillmark: “" + csv + "” can’t be written: it is there already\n");
     EXPECT_EQ(contents(csv), table);
+    for (const std::string output : {"-", "/dev/stdout"})
+        EXPECT_EQ(result({"--csv", output, "--only", "good", all}).output.substr(0, 45), table.substr(0, 45));
+    EXPECT_TRUE(JSON::accept(result({"--record", "-", all}).output));
     const struct {
         Words arguments;
         int status;
@@ -402,6 +405,7 @@ TEST(CommandLine, tablesOfManyMessages) {
         {{"--jobs", "0x", good}, 2},
         {{"--jobs", "1000", good}, 2},
         {{"--summary", "--json", good}, 2},
+        {{"--csv", "-", "--json", good}, 2},
         {{"--csv", mail.folder / "missing/x", good}, 2},
     };
     for (const auto& row : rows)
@@ -416,11 +420,10 @@ TEST(CommandLine, stoppedInTheMiddleOfAMailbox) {
                                 mail.folder / "out", mail.folder / "err");
     while (reports(contents(mail.folder / "out")).size() < 4)  // all of the mailbox
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    kill(child, SIGINT);
-    EXPECT_EQ(ended(child), 130);
-    EXPECT_EQ(contents(mail.folder / "err"), "");
-    for (const auto& entry : fs::directory_iterator(mail.folder / "."))
-        EXPECT_EQ(entry.path().string().find("table"), std::string::npos) << entry.path();
+    kill(child, SIGTERM);
+    EXPECT_EQ(ended(child), 143);
+    EXPECT_EQ(contents(mail.folder / "err"), "quillmark: Stopped after 3 messages.\n");
+    EXPECT_EQ(std::ranges::count(contents(csv), '\n'), 5);
 }
 
 TEST(CommandLine, registrationsAndTime) {
@@ -528,21 +531,29 @@ TEST(CommandLine, interruptedAndCutOff) {
     EXPECT_EQ(ended(child), 130);
     EXPECT_EQ(contents(folder / "err"), "");
 
-    // A reader that goes away after the first line ends the program without a word; what was checked is kept.
+    // A reader that goes away after the first line ends the program; what was checked is kept.
+    const std::string record = folder / "record";
     std::string files;
     for (int i = 0; i < 500; ++i) files += " " + folder.mail;
     const std::string command = std::string("set -o pipefail; ") + QUILLMARK_PROGRAM +
-                                " check --json --save --dns " + folder.dns + files + " 2>" +
-                                (folder / "err") + " | head -n 1 >/dev/null";
+                                " check --json --save --record " + record + " --dns " + folder.dns + files +
+                                " 2>" + (folder / "err") + " | head -n 1 >/dev/null";
     EXPECT_EQ(WEXITSTATUS(std::system(("bash -c '" + command + "'").c_str())), 141);
-    EXPECT_EQ(contents(folder / "err"), "");
-
+    EXPECT_TRUE(contents(folder / "err").starts_with("quillmark: Stopped after "));
     EXPECT_FALSE(HistoryFile{folder.history}.load({}).reports.empty());
+    EXPECT_TRUE(JSON::accept(contents(record)));
 
     const pid_t full = started({"check", "--dns", folder.dns, folder.mail}, "/dev/full", folder / "err");
     EXPECT_EQ(ended(full), 1);
     EXPECT_EQ(contents(folder / "err"),
               "quillmark: The reports couldn’t be written: No space left on device\n");
+    // What can't be written is known before anything is checked.
+    for (const std::string option : {"--csv", "--record"}) {
+        const std::string limited = "ulimit -f 0; " + std::string(QUILLMARK_PROGRAM) + " check --dns " +
+                                    folder.dns + " " + option + " " + (folder / "new") + " " + fifo +
+                                    " 2>&1 | grep -q \"can’t be written: File too large\"";
+        EXPECT_EQ(std::system(("bash -c '" + limited + "'").c_str()), 0) << option;
+    }
 }
 
 /// Colours unless they are unwanted, a line of progress that is no wider than the terminal, and a word to who
@@ -795,12 +806,12 @@ TEST(CommandLine, historyThatCannotBeUsed) {
               "quillmark: Your history couldn’t be opened: Not a directory\n");
 }
 
-/// Ctrl-C at random moments, 50 times or as often as the environment says, while reports, a recording and the
-/// history are written: each is whole or not there, nothing is left over, and nobody waits.
+/// Ctrl-C at random moments, 50 times or as often as the environment says: the reports that were written are
+/// in the history, the recording and the table, no temporary file is left over, and nobody waits.
 TEST(CommandLine, interruptedAtRandomMoments) {
     const UserData data;
-    const std::string recording = data / "recording.json";
-    Words arguments = {"check", "--json", "--save", "--dns", data.dns, "--record", recording};
+    const std::string recording = data / "recording.json", table = data / "table.csv";
+    Words arguments = {"check", "--json", "--save", "--dns", data.dns, "--record", recording, "--csv", table};
     for (const auto& sample : {"signed", "forwarded-twice", "rfc6376"})
         arguments.insert(arguments.end(), 15, (samples / sample).string() + ".eml");
     const std::size_t each = 45;
@@ -811,6 +822,7 @@ TEST(CommandLine, interruptedAtRandomMoments) {
     std::size_t saved = 0, cut = 0, finished = 0;
     for (int left = times ? std::atoi(times) : 50; left > 0; --left) {
         fs::remove(recording);
+        fs::remove(table);
         const pid_t child = started(arguments, data / "out", data / "err");
         std::this_thread::sleep_for(
             std::chrono::duration<double>(std::uniform_real_distribution(0.0, range)(random)));
@@ -824,10 +836,14 @@ TEST(CommandLine, interruptedAtRandomMoments) {
         // The signal's own end is the one before the program asks for another.
         EXPECT_TRUE(status == 0 ? count == each : status == 130 || (status == 1000 + SIGINT && count == 0))
             << status;
-        EXPECT_EQ(contents(data / "err"), "");
-        EXPECT_TRUE(!fs::exists(recording) || JSON::accept(contents(recording)));
+        const std::string problems = contents(data / "err");
+        const bool isTold = problems.starts_with("quillmark: Stopped after " + std::to_string(count) + " ");
+        EXPECT_TRUE(problems.empty() ? count == 0 || count == each : isTold) << count << problems;
+        EXPECT_EQ(fs::exists(recording), count > 0);
+        EXPECT_TRUE(count == 0 || JSON::accept(contents(recording)));
+        EXPECT_EQ(std::ranges::count(contents(table), '\n'), count == 0 ? 0 : count + 1);
         const std::size_t kept = HistoryFile{data.history}.load({}).reports.size();
-        EXPECT_TRUE(kept == saved || (kept == saved + each && count == each));
+        EXPECT_EQ(kept, saved + count);
         for (const std::string& folder : {data / ".", data / "Quillmark"}) {
             for (const auto& entry : fs::directory_iterator(folder)) {
                 const std::string name = entry.path().filename();
@@ -838,7 +854,7 @@ TEST(CommandLine, interruptedAtRandomMoments) {
         finished += count == each;
         range *= count == 0 ? 1.25 : status == 0 ? 0.8 : 1.0;
         saved = kept;
-        if (saved > 500) {
+        if (saved > 100) {
             HistoryFile{data.history}.save({});
             saved = 0;
         }

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "QuillmarkKit/Support/Files.h"
+
+namespace quillmark {
+
+/// Why nothing came of a file: the line for the user, and the system's error.
+struct OutputFileError : std::runtime_error {
+    OutputFileError(const std::string& file, int systemError);
+    OutputFileError(const std::string& file, const std::string& why, int systemError);
+    std::string path;
+    int error;
+};
+
+/// A file that an option names: a new one for the user alone (0600), there once it is complete; or what takes
+/// the bytes as they come: standard output ("-", /dev/stdout), a pipe, a device. Throws `OutputFileError`.
+class OutputFile {
+public:
+    /// Whatever can be found out beforehand throws here already: nobody wants to learn after a long check
+    /// that its file can't be written. Waits for the reader of a pipe.
+    explicit OutputFile(std::string path);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Whether it takes the bytes as they come, and may keep us waiting.
+    bool isStream() const { return m_descriptor >= 0; }
+    void write(std::string_view bytes);
+    /// The file is there from now on. Of a stream nothing is left to do.
+    void commit();
+
+    static bool isStandardOutput(std::string_view path);
+
+private:
+    const std::string m_path;
+    std::optional<FileReplacement> m_file = {};
+    int m_descriptor = -1;  // of a stream
+};
+
+}  // namespace quillmark
