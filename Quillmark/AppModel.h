@@ -90,7 +90,9 @@ public:
     const std::vector<SharedReport>& history() const { return m_history.reports(); }
     HistoryState historyState() const { return m_history.state(); }
     /// Why nothing is saved, in one line; empty unless the history is locked.
-    const std::string& historyLock() const { return m_history.lock(); }
+    std::string historyLock() const { return m_history.lock(); }
+    /// That reports, and perhaps how many, could not be saved yet, and why, in one line; empty when they are.
+    std::string unsaved() const { return m_history.unsaved(); }
     const AppSettings& settings() const { return m_settings; }
 
     /// The row of this identity; null when there is none. Valid until the next change.
@@ -142,8 +144,8 @@ public:
     void setCheckDomainAge(bool isOn);
     void setKeepHistory(bool isOn);
 
-    /// Before quitting: cancels all checks, and returns once the history is saved. Nothing is taken in
-    /// afterwards.
+    /// Before quitting: cancels all checks, and returns once the history is saved; that it can't be becomes
+    /// `problem`. Nothing is taken in afterwards.
     void finish();
 
 signals:
@@ -152,7 +154,7 @@ signals:
     void sheetChanged();
     void problemChanged();
     void progressChanged();  ///< also `busy`
-    void historyChanged();   ///< its reports or its state
+    void historyChanged();   ///< its reports, its state, or what is unsaved
     void settingsChanged();
 
 private:

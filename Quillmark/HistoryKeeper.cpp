@@ -20,6 +20,26 @@ namespace {
 // one.
 constexpr qint64 quietTime = 500, longestWait = 10'000;  // milliseconds
 
+// A save that failed may have written much, as on a full disk: it is tried again after so many times as long as
+// it took.
+constexpr int restAfterFailure = 10;
+constexpr std::chrono::milliseconds leastRest{2'000}, longestRest{60'000};
+
+// Whoever changes the file, too, has done so by then, or is stopped; and nobody sees that quitting waits.
+constexpr std::chrono::milliseconds patience{2'000};
+
+using Clock = std::chrono::steady_clock;
+
+std::chrono::milliseconds restAfter(Clock::time_point begin) {
+    const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    return std::clamp(restAfterFailure * taken, leastRest, longestRest);
+}
+
+bool isBusy(const std::exception& error) {
+    const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
+    return fromSystem && fromSystem->code() == std::errc::device_or_resource_busy;
+}
+
 /// In the system's words.
 std::string reason(const std::exception& error) {
     const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
@@ -32,7 +52,7 @@ HistoryKeeper::HistoryKeeper(std::function<HistoryFile()> file, std::function<Da
                              Mailbox& mailbox, QObject* parent)
     : QObject(parent), m_file(std::move(file)), m_now(std::move(now)), m_reader(reader), m_mailbox(mailbox) {
     m_soon.setSingleShot(true);
-    connect(&m_soon, &QTimer::timeout, this, &HistoryKeeper::save);
+    connect(&m_soon, &QTimer::timeout, this, &HistoryKeeper::tryAgain);
 }
 
 HistoryKeeper::~HistoryKeeper() { finish(); }
@@ -61,17 +81,16 @@ void HistoryKeeper::setKept(bool isKept) {
         m_state = HistoryState::loading;
         load();
     } else {
-        save();
         m_state = HistoryState::off;
-        m_lock.clear();
+        m_failure.clear();
         m_reports = std::make_shared<Reports>();
+        save();  // what was checked until now
     }
     emit changed();
 }
 
 void HistoryKeeper::add(const std::vector<SharedReport>& reports, const HistoryChange& change) {
-    if (change.isEmpty() || m_isFinished || m_state == HistoryState::off || m_state == HistoryState::locked)
-        return;
+    if (change.isEmpty() || m_isFinished || m_state == HistoryState::off) return;
     for (const SharedReport& report : reports) m_reports->add(report);
     m_pending.append(change);
     saveSoon();
@@ -97,12 +116,14 @@ void HistoryKeeper::removeAll() {
 }
 
 bool HistoryKeeper::refuses() {
-    if (m_state == HistoryState::locked) emit failed(m_lock);
+    if (m_state == HistoryState::locked) emit failed(m_failure);
     return m_isFinished || m_state == HistoryState::locked;
 }
 
 void HistoryKeeper::refresh() {
-    if (m_isFinished || m_loads > 0 || m_saving || m_state == HistoryState::off) return;
+    if (m_isFinished || m_loads > 0 || m_saving) return;
+    if (!m_pending.isEmpty()) return tryAgain();
+    if (m_state == HistoryState::off) return;
     try {
         if (m_state != HistoryState::locked && stampOf(m_file()) == m_stamp) return;
     } catch (const std::exception&) {
@@ -117,7 +138,11 @@ void HistoryKeeper::finish() {
     m_soon.stop();
     m_worker.finish();
     m_mailbox.empty();
-    if (m_state != HistoryState::locked && !m_pending.isEmpty()) take(saved(m_pending, m_stamp));
+    if (!m_pending.isEmpty()) {
+        m_saving = std::make_shared<HistoryChange>(std::exchange(m_pending, {}));
+        take(saved(*m_saving, m_stamp));
+    }
+    if (!m_pending.isEmpty()) emit failed(historyLeftUnsaved(unsavedReports(), m_failure, m_reader));
 }
 
 HistoryKeeper::Stamp HistoryKeeper::stampOf(const HistoryFile& file) {
@@ -128,6 +153,7 @@ HistoryKeeper::Stamp HistoryKeeper::stampOf(const HistoryFile& file) {
 
 HistoryKeeper::Loaded HistoryKeeper::loaded() const {
     Loaded loaded{.reports = std::make_shared<Reports>()};
+    const auto begin = Clock::now();
     try {
         const HistoryFile file = m_file();
         loaded.stamp = stampOf(file);  // before it is read: what is written meanwhile is seen next time
@@ -140,13 +166,16 @@ HistoryKeeper::Loaded HistoryKeeper::loaded() const {
         loaded.problem = historyNotOpened(reason(error), m_reader);
         loaded.locks = true;
     }
+    loaded.rest = restAfter(begin);
     return loaded;
 }
 
 HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Stamp& known) const {
-    Saved saved;
+    const auto begin = Clock::now();
+    Saved saved{.rest = leastRest};
     try {
-        const HistoryFile file = m_file();
+        HistoryFile file = m_file();
+        file.patience = patience;
         std::optional<Stamp> before;
         const auto look = [&] {
             saved.stamp = stampOf(file);
@@ -155,14 +184,18 @@ HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Sta
         const auto damaged = file.apply(change, m_now(), look);
         if (damaged) saved.problem = historyProblem(*damaged, m_reader);
         saved.mustLoad = damaged || before != known;
+        return saved;
     } catch (const HistoryFileError& error) {
         saved.problem = historyProblem(error, m_reader);
-        saved.isDone = false;
+        saved.notCleared = saved.problem;
         saved.locks = true;
+        saved.rest = restAfter(begin);
     } catch (const std::exception& error) {
         saved.problem = historyNotSaved(reason(error), m_reader);
-        saved.isDone = false;
+        saved.notCleared = historyNotCleared(reason(error), m_reader);
+        if (!isBusy(error)) saved.rest = restAfter(begin);  // else it has only waited
     }
+    saved.isDone = false;
     return saved;
 }
 
@@ -173,21 +206,26 @@ void HistoryKeeper::load() {
 
 void HistoryKeeper::take(const Loaded& loaded) {
     --m_loads;
-    if (m_state != HistoryState::off) {
-        if (loaded.locks) {
-            lockWith(loaded.problem);
-        } else {
-            m_state = HistoryState::ready;
-            m_lock.clear();
-            m_stamp = loaded.stamp;
-            m_reports = loaded.reports;
-            if (m_saving) m_reports->apply(*m_saving);
-            m_reports->apply(m_pending);
-            if (!loaded.problem.empty()) emit failed(loaded.problem);
-        }
-        emit changed();
+    if (m_state != HistoryState::off && loaded.locks) {
+        m_state = HistoryState::locked;
+        m_pending.keepOthers();
+        fail(loaded.problem);
+        tryAgainAfter(loaded.rest);
+    } else {
+        if (m_state != HistoryState::off) takeReports(loaded);
+        saveSoon();
     }
-    saveSoon();
+    emit changed();
+}
+
+void HistoryKeeper::takeReports(const Loaded& loaded) {
+    if (m_pending.isEmpty()) m_failure.clear();  // else the next save tells
+    m_state = HistoryState::ready;
+    m_stamp = loaded.stamp;
+    m_reports = loaded.reports;
+    if (m_saving) m_reports->apply(*m_saving);
+    m_reports->apply(m_pending);
+    if (!loaded.problem.empty()) emit failed(loaded.problem);
 }
 
 void HistoryKeeper::saveSoon() {
@@ -196,11 +234,25 @@ void HistoryKeeper::saveSoon() {
     m_soon.start(static_cast<int>(std::clamp<qint64>(longestWait - m_sinceFirst.elapsed(), 0, quietTime)));
 }
 
+void HistoryKeeper::tryAgainAfter(std::chrono::milliseconds rest) {
+    if (m_pending.isEmpty() || m_isFinished) return;
+    m_sinceFirst.start();
+    m_soon.start(rest);
+}
+
+void HistoryKeeper::tryAgain() {
+    if (m_state != HistoryState::locked) {
+        save();
+    } else if (m_loads == 0) {
+        load();
+    }
+}
+
 void HistoryKeeper::save() {
     // Before the file has been read it isn't known whether it may be written; what ends comes back here.
     if (m_saving || m_loads > 0 || m_isFinished || m_pending.isEmpty()) return;
     m_soon.stop();
-    m_saving = std::make_shared<const HistoryChange>(std::exchange(m_pending, {}));
+    m_saving = std::make_shared<HistoryChange>(std::exchange(m_pending, {}));
     m_worker.add([this, change = m_saving, known = m_stamp] {
         m_mailbox.post([this, saved = saved(*change, known)] { take(saved); });
     });
@@ -208,28 +260,49 @@ void HistoryKeeper::save() {
 
 void HistoryKeeper::take(const Saved& saved) {
     const auto change = std::exchange(m_saving, {});
-    if (saved.isDone) {
-        m_stamp = saved.stamp;
-        if (saved.mustLoad && !m_isFinished && m_state != HistoryState::off) load();
-        saveSoon();
-    } else if (saved.locks && m_state != HistoryState::off) {
-        lockWith(saved.problem);
-        emit changed();
-        return;
-    } else if (!saved.locks && change) {
-        HistoryChange both = *change;
-        both.append(m_pending);
-        m_pending = std::move(both);  // for the next time
-    }
+    if (!saved.isDone) return takeFailure(saved, std::move(*change));
+    const bool hadFailed = !std::exchange(m_failure, {}).empty();
+    m_stamp = saved.stamp;
+    if (saved.mustLoad && !m_isFinished && m_state != HistoryState::off) load();
+    saveSoon();
     if (!saved.problem.empty()) emit failed(saved.problem);
+    if (hadFailed) emit changed();
 }
 
-void HistoryKeeper::lockWith(const std::string& line) {
-    const bool isNew = m_lock != line;
-    m_state = HistoryState::locked;
-    m_lock = line;
-    m_pending = {};
-    if (isNew) emit failed(line);
+void HistoryKeeper::takeFailure(const Saved& saved, HistoryChange change) {
+    const bool wasClearing = change.removesAll();
+    change.keepOthers();
+    change.append(m_pending);
+    m_pending = std::move(change);
+    if (saved.locks && m_state != HistoryState::off) {
+        m_state = HistoryState::locked;
+        m_pending.keepOthers();
+    }
+    if (!m_pending.isEmpty() || saved.locks) fail(saved.problem);
+    if (wasClearing) emit failed(saved.notCleared);
+    if (m_isFinished) return;
+    if (wasClearing && m_state == HistoryState::ready) load();  // what is still there is shown again
+    if (m_pending.removesAll()) {
+        save();  // asked for meanwhile
+    } else {
+        tryAgainAfter(saved.rest);
+    }
+}
+
+void HistoryKeeper::fail(const std::string& line) {
+    if (line == m_failure) return;
+    m_failure = line;
+    if (!m_isFinished) emit failed(line);
+    emit changed();
+}
+
+std::size_t HistoryKeeper::unsavedReports() const {
+    return m_pending.added().size() + (m_saving ? m_saving->added().size() : 0);
+}
+
+std::string HistoryKeeper::unsaved() const {
+    if (m_failure.empty() || (m_pending.isEmpty() && !m_saving)) return {};
+    return historyNotYetSaved(unsavedReports(), m_failure, m_reader);
 }
 
 }  // namespace quillmark

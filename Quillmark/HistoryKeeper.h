@@ -3,6 +3,8 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -23,11 +25,12 @@ enum class HistoryState {
     off,      ///< none is kept; what the file holds stays there, and is not shown
     loading,  ///< for the first time
     ready,
-    locked,  ///< the file must not be written over
+    locked,  ///< the file can't be read, or is a newer version's, and isn't written over
 };
 
 /// The saved history as the model shows it. The file is read and written on a thread of its own; what changes
-/// in a burst is saved together, and a change that could not be saved is saved with the next.
+/// in a burst is saved together. What could not be saved is tried again, now and then and with the next change,
+/// but for the removal of all, which would by then remove what others have saved since.
 class HistoryKeeper : public QObject {
     Q_OBJECT
 public:
@@ -39,25 +42,27 @@ public:
 
     HistoryState state() const { return m_state; }
     /// Why it is locked, in one line; else empty.
-    const std::string& lock() const { return m_lock; }
+    std::string lock() const { return m_state == HistoryState::locked ? m_failure : std::string(); }
+    /// That changes are not saved because the file can't be written, and why, in one line; else empty.
+    std::string unsaved() const;
     /// The oldest first.
     const std::vector<SharedReport>& reports() const { return m_reports->inOrder; }
     /// Null when there is none.
     SharedReport report(const UUID& id) const;
 
     void setKept(bool isKept);
-    /// `change` is what adds the reports. Nothing is added while no history is kept, or it is locked.
+    /// `change` is what adds the reports. Nothing is added while no history is kept.
     void add(const std::vector<SharedReport>& reports, const HistoryChange& change);
     void remove(const UUID& id);
     /// Also what the file holds while none is kept.
     void removeAll();
-    /// Reads the file again if somebody else has changed it.
+    /// Reads the file again if somebody else has changed it, and saves what could not be saved before.
     void refresh();
-    /// Waits until everything is saved that can be. The keeper does nothing afterwards.
+    /// Waits until everything is saved that can be, and tells what can't. The keeper does nothing afterwards.
     void finish();
 
 signals:
-    void changed();  ///< the reports or the state
+    void changed();  ///< the reports, the state, or what is unsaved
     void failed(const std::string& line);
 
 private:
@@ -79,12 +84,15 @@ private:
         Stamp stamp = {};
         std::string problem = {};  ///< one line; empty when there is none
         bool locks = false;
+        std::chrono::milliseconds rest = {};  ///< until it may be tried again
     };
     struct Saved {
         Stamp stamp = {};
         std::string problem = {};
+        std::string notCleared = {};  ///< the same, when all should have been removed
         bool isDone = true, locks = false;
         bool mustLoad = false;  ///< the file holds something else than we believe
+        std::chrono::milliseconds rest = {};  ///< as in `Loaded`
     };
     static Stamp stampOf(const HistoryFile& file);
     Loaded loaded() const;
@@ -92,10 +100,15 @@ private:
 
     void load();
     void take(const Loaded& loaded);
+    void takeReports(const Loaded& loaded);
     void save();
     void saveSoon();
+    void tryAgain();
+    void tryAgainAfter(std::chrono::milliseconds rest);
     void take(const Saved& saved);
-    void lockWith(const std::string& line);
+    void takeFailure(const Saved& saved, HistoryChange change);
+    void fail(const std::string& line);
+    std::size_t unsavedReports() const;
     bool refuses();
 
     const std::function<HistoryFile()> m_file;
@@ -104,11 +117,11 @@ private:
     Mailbox& m_mailbox;
 
     HistoryState m_state = HistoryState::off;
-    std::string m_lock = {};
+    std::string m_failure = {};  // of the latest use of the file, in one line; empty when it went well
     std::shared_ptr<Reports> m_reports = std::make_shared<Reports>();
     Stamp m_stamp = {};  // of the file that `m_reports` are
     int m_loads = 0;     // under way
-    std::shared_ptr<const HistoryChange> m_saving = {};
+    std::shared_ptr<HistoryChange> m_saving = {};  // meanwhile only read
     HistoryChange m_pending = {};  // after `m_saving`
     QTimer m_soon{this};
     QElapsedTimer m_sinceFirst = {};  // of what is pending

@@ -105,11 +105,13 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     m_splitter->setStretchFactor(1, 1);
     setTable(false);
     layout->addWidget(m_splitter, 1);
+    layout->addWidget(buildUnsavedLine());
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
     resize(1000, 700);
     refreshListSide();
     setProblem({});
+    setUnsaved({});
     setRunning({});
     showDropArea();
 }
@@ -258,6 +260,17 @@ QWidget* MainView::buildProblemLine() {
     return m_problemLine = card;
 }
 
+QWidget* MainView::buildUnsavedLine() {
+    m_unsavedLine = new QWidget;
+    auto* layout = new QHBoxLayout(m_unsavedLine);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(new ToneBadge(Tone::caution, 1.0, m_words), 0, Qt::AlignTop);
+    m_unsavedText = new PlainText({});
+    m_unsavedText->setObjectName("unsaved");
+    layout->addWidget(m_unsavedText, 1);
+    return m_unsavedLine;
+}
+
 QWidget* MainView::buildListSide() {
     m_listSide = new ListPanel(m_list, m_words);
     connect(m_listSide, &ListPanel::chosen, this, &MainView::chosen);
@@ -339,6 +352,12 @@ void MainView::setProblem(const QString& line) {
 }
 
 QString MainView::problem() const { return m_problemText->toPlainText(); }
+
+void MainView::setUnsaved(const QString& line) {
+    m_unsavedText->setContents(line);
+    m_unsavedLine->setAccessibleName(line);
+    m_unsavedLine->setVisible(!line.isEmpty());
+}
 
 void MainView::setRunning(const Running& running) {
     m_busyRow->setVisible(running.count > 0);

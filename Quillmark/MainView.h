@@ -73,6 +73,8 @@ public:
     /// The line above the list; empty takes it away.
     void setProblem(const QString& line);
     QString problem() const;
+    /// The line at the bottom, which stays until it is empty.
+    void setUnsaved(const QString& line);
     /// What is said of the checks under way.
     struct Running {
         std::size_t count = 0;  ///< a mailbox is one
@@ -109,6 +111,7 @@ private:
     QAction* add(QMenu* menu, Command command, const QString& title, const QKeySequence& key = {});
     QWidget* buildTopRow();
     QWidget* buildProblemLine();
+    QWidget* buildUnsavedLine();
     QWidget* buildListSide();
     QWidget* buildReportSide();
     QWidget* buildDropArea();
@@ -128,6 +131,8 @@ private:
     QLabel* m_runningName = nullptr;
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
+    QWidget* m_unsavedLine = nullptr;
+    PlainText* m_unsavedText = nullptr;
     QWidget* m_busyRow = nullptr;
     QProgressBar* m_progress = nullptr;
     QLabel* m_busyText = nullptr;

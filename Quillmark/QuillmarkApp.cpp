@@ -135,8 +135,13 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
 }
 
 QuillmarkApp::~QuillmarkApp() {
-    m_exports.waitForDone();
+    finish();
     delete m_sheet;
+}
+
+void QuillmarkApp::finish() {
+    m_exports.waitForDone();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);  // what they had to tell
 }
 
 void QuillmarkApp::connectModel() {
@@ -156,6 +161,9 @@ void QuillmarkApp::connectModel() {
     connect(&m_model, &AppModel::sheetChanged, this, &QuillmarkApp::refreshSheet);
     connect(&m_model, &AppModel::problemChanged, this,
             [this] { m_window.setProblem(isolatedRuns(m_model.problem().value_or(""))); });
+    const auto showUnsaved = [this] { m_window.setUnsaved(isolatedRuns(m_model.unsaved())); };
+    connect(&m_model, &AppModel::historyChanged, this, showUnsaved);
+    showUnsaved();
     connect(&m_model, &AppModel::progressChanged, this, [this] {
         const AppModel::Progress progress = m_model.progress();
         const double done = static_cast<double>(progress.done) + progress.ofMailboxes;

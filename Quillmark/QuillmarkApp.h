@@ -37,6 +37,8 @@ public:
     MainView& window() { return m_window; }
     /// Takes files in, as from the command line or a second start, and brings the window to the front.
     void openFiles(const QStringList& paths);
+    /// Before quitting: waits until what is exported is written; what fails becomes the model's problem.
+    void finish();
 
 private:
     void connectModel();

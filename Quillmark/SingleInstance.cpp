@@ -1,7 +1,7 @@
 #include "Quillmark/SingleInstance.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QLocalSocket>
 #include <QThread>
 #include <memory>
@@ -10,9 +10,17 @@ namespace quillmark {
 
 namespace {
 
-constexpr int answerMilliseconds = 5'000, retryMilliseconds = 50;
+constexpr int retryMilliseconds = 50;
 /// Longer than the arguments of a process can be.
 constexpr qsizetype mostBytes = qsizetype{16} * 1024 * 1024;
+/// What the first copy says, once it listens and once it has the paths.
+constexpr char ready = 'r', taken = 't';
+
+bool hears(QLocalSocket& socket, char word, int milliseconds) {
+    char heard = 0;
+    return (socket.bytesAvailable() > 0 || socket.waitForReadyRead(milliseconds)) &&
+           socket.read(&heard, 1) == 1 && heard == word;
+}
 
 }  // namespace
 
@@ -33,21 +41,20 @@ bool SingleInstance::isFirst() {
     return true;
 }
 
-bool SingleInstance::handOver(const QStringList& paths) const {
+bool SingleInstance::handOver(const QStringList& paths, std::chrono::milliseconds time) {
     QByteArray bytes;
     for (const QString& path : paths) bytes += path.toUtf8() + '\0';
     bytes += '\0';  // the end, so that a copy killed in the middle hands over nothing
-    QElapsedTimer waited;
-    waited.start();
-    // The first copy may have taken the lock and not yet listen.
-    while (waited.elapsed() < answerMilliseconds) {
+    const QDeadlineTimer end(time);
+    const auto left = [&] { return static_cast<int>(end.remainingTime()); };
+    // The first copy may have taken the lock and not yet listen, and it may end before it has listened.
+    while (!end.hasExpired() && m_lock.error() == QLockFile::LockFailedError && !isFirst()) {
         QLocalSocket socket;
         socket.connectToServer(m_socket);
-        if (socket.waitForConnected(answerMilliseconds)) {
+        // Nothing is said to one that does not listen: it must not open the files later, when this copy has.
+        if (socket.waitForConnected(left()) && hears(socket, ready, left())) {
             socket.write(bytes);
-            if (!socket.waitForBytesWritten(answerMilliseconds)) return false;
-            socket.disconnectFromServer();
-            return true;
+            return hears(socket, taken, left());
         }
         QThread::msleep(retryMilliseconds);
     }
@@ -66,10 +73,13 @@ void SingleInstance::accept() {
                 if (!path.isEmpty()) paths << QString::fromUtf8(path);
             }
             bytes->clear();
+            socket->write(&taken, 1);
+            socket->flush();  // what follows may take a while
             emit received(paths);
         };
         connect(socket, &QLocalSocket::readyRead, this, read);
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        socket->write(&ready, 1);
         if (socket->bytesAvailable() > 0) read();
     }
 }

@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
     const QStringList files = filesOf(application, words);
 
     SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation));
-    if (!instance.isFirst()) return instance.handOver(files) ? 0 : 1;
+    if (!instance.isFirst() && instance.handOver(files)) return 0;
 
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     const auto now = [] {
@@ -145,6 +145,14 @@ int main(int argc, char** argv) {
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, &QApplication::quit);
     app.openFiles(files);
     const int status = QApplication::exec();
+    instance.end();
+    bool failed = false;  // there is no window any more to say it
+    QObject::connect(&model, &AppModel::problemChanged, [&] {
+        if (!model.problem()) return;
+        failed = true;
+        std::cerr << "quillmark-desktop: " << *model.problem() << '\n';
+    });
+    app.finish();
     model.finish();
-    return status;
+    return failed ? 1 : status;
 }

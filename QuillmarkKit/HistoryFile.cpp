@@ -18,10 +18,10 @@ namespace {
 fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.parent_path() : "."; }
 
 /// Keeps the others that change the file waiting.
-FileLock locked(const fs::path& file) {
-    const fs::path folder = folderOf(file);
+FileLock locked(const HistoryFile& file) {
+    const fs::path folder = folderOf(file.url);
     makeFolders(folder);
-    return FileLock(folder / ("." + file.filename().string() + ".lock"));
+    return FileLock(folder / ("." + file.url.filename().string() + ".lock"), file.patience);
 }
 
 /// Hands on the reports of the file, none when there is no file; gives the version. Throws `DecodingError`
@@ -135,7 +135,7 @@ History HistoryFile::load(Date now) const {
     } catch (const DecodingError&) {
         // Somebody else may have set it aside by now, and begun a new one.
     }
-    const FileLock lock = locked(url);
+    const FileLock lock = locked(*this);
     try {
         return readAll(url);
     } catch (const DecodingError& fault) {
@@ -144,7 +144,7 @@ History HistoryFile::load(Date now) const {
 }
 
 void HistoryFile::save(const History& history) const {
-    const FileLock lock = locked(url);
+    const FileLock lock = locked(*this);
     FileReplacement::removeLeftovers(url);
     FileReplacement replacement(url);
     HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
@@ -156,7 +156,7 @@ void HistoryFile::save(const History& history) const {
 std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange& steps, Date now,
                                                             const std::function<void()>& look) const {
     if (steps.isEmpty()) return std::nullopt;
-    const FileLock lock = locked(url);
+    const FileLock lock = locked(*this);
     FileReplacement::removeLeftovers(url);
     look();
     std::optional<HistoryFileError::Damaged> damaged;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -11,6 +12,7 @@
 
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/Files.h"
 
 namespace quillmark {
 
@@ -41,6 +43,8 @@ public:
 /// something; then the file is as it was.
 struct HistoryFile {
     std::filesystem::path url = {};
+    /// How long a change waits for others that change the file.
+    std::chrono::milliseconds patience = FileLock::usualPatience;
 
     /// "history.json" in the folder of this name in the user's folder for data (XDG Base Directory:
     /// $XDG_DATA_HOME, else ~/.local/share), which is made if it is missing.

@@ -14,6 +14,10 @@ std::string historyProblem(const HistoryFileError& error, const Reader& reader);
 std::string historyProblem(const HistoryFileError::Damaged& damaged, const Reader& reader);
 std::string historyNotOpened(const std::string& reason, const Reader& reader);
 std::string historyNotSaved(const std::string& reason, const Reader& reader);
+std::string historyNotCleared(const std::string& reason, const Reader& reader);
+/// How many reports, perhaps none, wait until they can be saved, or never will be. `why` is one of these lines.
+std::string historyNotYetSaved(std::size_t reports, const std::string& why, const Reader& reader);
+std::string historyLeftUnsaved(std::size_t reports, const std::string& why, const Reader& reader);
 /// A report is too large to be kept. `name` is that of its file; pasted text has none.
 std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader);
 

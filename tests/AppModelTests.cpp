@@ -503,9 +503,17 @@ TEST(AppModel, aHistoryThatMustNotBeWrittenOver) {
         EXPECT_TRUE(model.report(id));  // the list of this run goes on
         model.clearHistory();
         EXPECT_EQ(model.problem(), line);
-        model.finish();
+        EXPECT_EQ(model.unsaved(), "1 report isn’t saved yet. " + line);
+        if (isNewer) {
+            model.finish();
+            EXPECT_EQ(model.problem(), "1 report wasn’t saved. " + line);
+        }
         EXPECT_TRUE(isNewer ? fileContents(desk.historyURL, 1000) == newer
                             : fs::is_directory(desk.historyURL));
+        if (isNewer) continue;
+        fs::remove(desk.historyURL);
+        desk.waitFor([&] { return model.unsaved().empty(); });
+        EXPECT_EQ(idsIn(desk.history().load(now)), std::set{id});
     }
     // One that a newer program writes while we run.
     Desk desk;
@@ -553,11 +561,32 @@ TEST(AppModel, aFailedSaveIsMadeUpFor) {
     desk.waitFor([&] { return model.problem().has_value(); });
     EXPECT_EQ(model.problem(), "Quillmark couldn’t save your history: Not a directory");
     EXPECT_EQ(model.history().size(), 1u);
-    fs::remove(desk.file("data"));
     const UUID second = model.paste(mail);
     desk.idle();
-    model.finish();
+    EXPECT_EQ(model.problem(), std::nullopt);
+    EXPECT_EQ(model.unsaved(),
+              "2 reports aren’t saved yet. Quillmark couldn’t save your history: Not a directory");
+    fs::remove(desk.file("data"));
+    desk.waitFor([&] {
+        model.refreshHistory();
+        return model.unsaved().empty();
+    });
     EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{first, second}));
+
+    // But a removal of all would by then remove what others have saved.
+    const fs::path lock = desk.file("data/.history.json.lock");
+    fs::remove(lock);
+    fs::create_directory(lock);
+    model.clearHistory();
+    desk.waitFor([&] { return model.problem().has_value(); });
+    EXPECT_EQ(model.problem(), "Your history couldn’t be cleared: Is a directory");
+    desk.waitFor([&] { return model.history().size() == 2; });
+    EXPECT_EQ(model.unsaved(), "");
+    fs::remove(lock);
+    const UUID third = model.paste(mail);
+    desk.idle();
+    model.finish();
+    EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{first, second, third}));
 }
 
 TEST(AppModel, othersMayChangeTheHistoryMeanwhile) {

@@ -346,6 +346,15 @@ TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
         file.close();
         Desk run(folder);
         EXPECT_TRUE(run.waitFor([&] { return run.window().problem().startsWith(line); })) << line;
+        const auto* unsaved = run.window().findChild<PlainText*>("unsaved");
+        EXPECT_FALSE(unsaved->isVisible());
+        run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+        run.waitForHeadline(headlineOf("rfc8463"));
+        EXPECT_EQ(run.window().problem(), "");
+        const bool isNewer = run.model->historyState() == HistoryState::locked;
+        EXPECT_EQ(unsaved->isVisible(), isNewer);
+        EXPECT_EQ(unsaved->toPlainText().startsWith("1 report isn’t saved yet. Your history was saved by"),
+                  isNewer);
     }
 }
 

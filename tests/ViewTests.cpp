@@ -17,6 +17,7 @@
 #include <QToolButton>
 #include <QTreeView>
 #include <chrono>
+#include <future>
 
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/PasteView.h"
@@ -353,10 +354,15 @@ TEST(SingleInstance, theSecondHandsItsFilesOver) {
     SingleInstance second(folder.path());
     EXPECT_FALSE(second.isFirst());
     for (const QStringList& paths : {QStringList{"/tmp/a b.eml", "/tmp/ü\nx"}, QStringList{}}) {
-        ASSERT_TRUE(second.handOver(paths));
+        auto isTaken = std::async(std::launch::async, [&] { return second.handOver(paths); });
         ASSERT_TRUE(!received.isEmpty() || received.wait());
         EXPECT_EQ(received.takeFirst().at(0).toStringList(), paths);
+        EXPECT_TRUE(isTaken.get());
     }
+    // One that is connected, but whose window is about to close, or hangs.
+    EXPECT_FALSE(second.handOver({"/tmp/a.eml"}, std::chrono::milliseconds(100)));
+    QTest::qWait(50);
+    EXPECT_TRUE(received.isEmpty()) << "the second has opened it";
 }
 
 }  // namespace
