@@ -28,6 +28,7 @@
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
@@ -71,7 +72,7 @@ public:
         };
         try {
             const auto message = check(std::move(found), input.mode, all);
-            if (input.hasLinesBefore) all.back().hint = lineOfLinesBefore();
+            if (input.hasLinesBefore) all.back().hint = lineOfLinesBefore(place);
             if (message) checkAttached(*message, place, all);
         } catch (const std::bad_alloc&) {
             refuse(std::generic_category().message(ENOMEM));
@@ -83,10 +84,18 @@ public:
 
 private:
     OrderedRun::Message refused(const FoundProblem& problem) const {
-        return {.problem = problemLine(problem.refusal, problem.place.name(), m_command.reader)};
+        const auto path = problem.place.pathName();
+        const auto name = path ? path : problem.place.name();
+        return {.problem = problemLine(problem.refusal, name, m_command.reader)};
     }
 
-    std::string lineOfLinesBefore() const {
+    std::string lineOfLinesBefore(const MessagePlace& place) const {
+        if (const auto path = place.pathName()) {
+            return m_command.reader.translate(
+                "In “%1” lines stand before what looks like a message’s source. They were taken for the "
+                "message itself; to check what stands below them, put it into a file of its own.",
+                {quillmark::quoted(*path)});
+        }
         return m_command.reader.translate(
             "Lines stand before what looks like a message’s source. They were taken for the message itself; "
             "to check what stands below them, paste that alone.");
@@ -106,7 +115,7 @@ private:
             m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now)
                             : Verifier(m_from.resolver, m_from.registry).verify(message, name, m_from.now);
         if (found.note) report.notes.push_back(std::move(*found.note));
-        all.push_back(written(report));
+        all.push_back(written(report, found.place.pathName()));
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }
@@ -124,13 +133,13 @@ private:
         if (attached.isAnyLeftOut()) all.push_back(refused({{Refusal::AttachedLeftOut{}}, place}));
     }
 
-    OrderedRun::Message written(const ProofReport& report) const {
+    OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path) const {
         OrderedRun::Message message{.verdict = report.verdict};
         if (m_only && !m_only->contains(report.verdict.tone)) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
-        if (m_command.json) message.report = compactJSON(report);
-        if (m_command.save) message.kept = m_command.json ? message.report : compactJSON(report);
-        if (m_command.csv) message.row = csvRow(report);
+        if (m_command.json) message.report = compactJSON(report, path);
+        if (m_command.save) message.kept = compactJSON(report);
+        if (m_command.csv) message.row = csvRow(report, path.value_or(""));
         if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.markers);
         if (!message.report.empty()) message.report += '\n';
         return message;

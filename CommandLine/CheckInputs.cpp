@@ -26,35 +26,28 @@ std::optional<CheckInputs::Input> CheckInputs::next() {
             m_reader.reset();
             ++m_current;
             const Refusal refusal{Refusal::Unreadable{std::generic_category().message(ENOMEM)}};
-            return Input{FoundProblem{refusal, {.file = m_isPasted ? std::nullopt : std::optional(file)}}};
+            return Input{
+                FoundProblem{refusal, isStandardInput(file) ? MessagePlace() : MessagePlace{.path = file}}};
         }
     }
     return std::nullopt;
 }
 
 std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
-    if (m_isPasted) {
-        ++m_current;
-        return pasted(file);
-    }
     if (!m_reader) {
         m_reader = isStandardInput(file) ? std::make_unique<MailboxReader>(STDIN_FILENO)
                                          : std::make_unique<MailboxReader>(file);
     }
-    if (auto found = m_reader->next()) return Input{std::move(*found)};
+    if (auto found = m_reader->next()) {
+        auto* message = std::get_if<FoundMessage>(&*found);
+        if (!m_isPasted || !message || message->place.number > 0) return Input{std::move(*found)};
+        const PastedText source = pastedText(message->bytes.view());
+        message->bytes = ByteBuffer(source.source);
+        return Input{std::move(*found), ParseMode::lenient, source.withoutLinesBefore.has_value()};
+    }
     m_bytesRead += m_reader->bytesRead();
     m_reader.reset();
     return std::nullopt;
-}
-
-CheckInputs::Input CheckInputs::pasted(const std::string& file) {
-    auto bytes = isStandardInput(file) ? readDescriptor(STDIN_FILENO) : readFile(file);
-    if (auto* refusal = std::get_if<Refusal>(&bytes)) return {FoundProblem{std::move(*refusal)}};
-    const ByteBuffer& text = std::get<ByteBuffer>(bytes);
-    m_bytesRead += text.size();
-    const PastedText source = pastedText(text.view());
-    return {FoundMessage{ByteBuffer(source.source)}, ParseMode::lenient,
-            source.withoutLinesBefore.has_value()};
 }
 
 std::optional<std::uint64_t> CheckInputs::expectedBytes() const {

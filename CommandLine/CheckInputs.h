@@ -15,7 +15,8 @@ namespace quillmark {
 /// standard input as "-". Not safe from several threads at once.
 class CheckInputs {
 public:
-    /// `isPasted`: each is text that was pasted.
+    /// `isPasted`: what is alone in a file is text that was pasted. The messages of a mailbox are what they
+    /// are.
     CheckInputs(std::vector<std::string> files, bool isPasted)
         : m_files(std::move(files)), m_isPasted(isPasted) {}
 
@@ -33,7 +34,6 @@ public:
 
 private:
     std::optional<Input> nextOf(const std::string& file);
-    Input pasted(const std::string& file);
 
     const std::vector<std::string> m_files;
     const bool m_isPasted;

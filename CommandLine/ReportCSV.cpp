@@ -68,13 +68,13 @@ std::string csvHeader() {
     std::string row;
     for (const char* const name :
          {"file", "checked_at", "verdict", "tone", "domain", "from_domain", "from", "subject", "date",
-          "message_id", "spf", "dmarc", "arc", "warning_signs", "notes"}) {
+          "message_id", "spf", "dmarc", "arc", "warning_signs", "notes", "path"}) {
         addCell(row, name);
     }
     return row.append(rowEnd);
 }
 
-std::string csvRow(const ProofReport& report) {
+std::string csvRow(const ProofReport& report, const std::string& path) {
     const MessageSummary& message = report.summary;
     std::string row;
     for (const std::string& cell :
@@ -83,7 +83,7 @@ std::string csvRow(const ProofReport& report) {
           joined(message.from), message.subject, message.date ? rfc3339(*message.date) : "",
           message.messageID.value_or(""), word(report.spf.status), std::string(nameOf(report.dmarc.status)),
           std::string(casesOf(&report.arc.status)[report.arc.status.value.index()]), words(report.flags),
-          words(report.notes)}) {
+          words(report.notes), path}) {
         addCell(row, cell);
     }
     return row.append(rowEnd);

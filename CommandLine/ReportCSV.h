@@ -12,6 +12,7 @@ std::string csvHeader();
 
 /// A report's row. No cell begins with what a spreadsheet takes for a formula ("=", "+", "-", "@", a tab or
 /// CR, blanks in front or not): such a text has an apostrophe before it. No cell holds control characters.
-std::string csvRow(const ProofReport& report);
+/// `path`: where the message lies; empty for standard input.
+std::string csvRow(const ProofReport& report, const std::string& path);
 
 }  // namespace quillmark

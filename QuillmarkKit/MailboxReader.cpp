@@ -213,16 +213,26 @@ private:
 
 }  // namespace
 
-std::optional<std::string> MessagePlace::name() const {
+namespace {
+
+std::optional<std::string> withNumbers(const MessagePlace& place, const std::optional<std::string>& file) {
     std::string text = file.value_or("");
     const auto add = [&](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
-    if (number > 0) add("message " + std::to_string(number));
+    if (place.number > 0) add("message " + std::to_string(place.number));
     std::string numbers;
-    for (const std::size_t position : attached)
+    for (const std::size_t position : place.attached)
         numbers += (numbers.empty() ? "" : ".") + std::to_string(position);
-    if (!attached.empty()) add("attached message " + numbers);
+    if (!place.attached.empty()) add("attached message " + numbers);
     if (text.empty() && !file) return std::nullopt;
     return text;
+}
+
+}  // namespace
+
+std::optional<std::string> MessagePlace::name() const { return withNumbers(*this, file); }
+
+std::optional<std::string> MessagePlace::pathName() const {
+    return path.empty() ? std::nullopt : withNumbers(*this, repairedUTF8(path));
 }
 
 struct MailboxReader::State {

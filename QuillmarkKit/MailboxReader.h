@@ -25,6 +25,9 @@ struct MessagePlace {
     /// For the report: "Inbox", "Inbox, message 12", "Inbox, message 12, attached message 2.1"; nothing for
     /// a message without a file, a number and anybody to whom it is attached.
     std::optional<std::string> name() const;
+    /// The same with the whole path in place of the file's name: "Mail/Inbox, message 12". Nothing without
+    /// a path.
+    std::optional<std::string> pathName() const;
     bool operator==(const MessagePlace&) const = default;
 };
 

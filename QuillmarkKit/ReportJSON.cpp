@@ -19,11 +19,15 @@ std::size_t roomFor(const ProofReport& report) {
 
 }  // namespace
 
-std::string compactJSON(const ProofReport& report) {
+std::string compactJSON(const ProofReport& report, const std::optional<std::string>& path) {
     std::string text;
     text.reserve(roomFor(report));
     serialization::Encoder(text).write(report);
-    return text;
+    if (!path) return text;
+    // Before the key that is next in order; in no text inside stand quotation marks without a backslash.
+    std::string member = ",\"path\":";
+    serialization::Encoder(member).write(*path);
+    return text.insert(text.find(",\"receiverResults\":"), member);
 }
 
 ProofReport reportFromJSON(std::string_view text) {

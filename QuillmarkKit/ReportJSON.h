@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -7,8 +8,9 @@
 
 namespace quillmark {
 
-/// A report as one line of JSON, keys sorted (docs/formats.md); harmless on a terminal.
-std::string compactJSON(const ProofReport& report);
+/// A report as one line of JSON, keys sorted (docs/formats.md); harmless on a terminal. With a member `path`
+/// when the message lies at one: it is no part of the report, and not kept with it.
+std::string compactJSON(const ProofReport& report, const std::optional<std::string>& path = {});
 
 /// Reads a report back. Throws `DecodingError` with the place of the fault.
 ProofReport reportFromJSON(std::string_view text);

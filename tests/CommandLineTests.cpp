@@ -169,6 +169,7 @@ TEST(CommandLine, samplesGiveTheirExpectedReports) {
         auto report = reports(output({"--json"}));
         ASSERT_EQ(report.size(), 1u);
         report[0].erase("id");
+        report[0].erase("path");
         EXPECT_EQ(report[0], JSON::parse(contents(base.string() + ".report.json"))) << report[0].dump(4);
         setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
         EXPECT_EQ(output({}), contents(base.string() + ".report.txt"));
@@ -283,11 +284,11 @@ TEST(CommandLine, inputsThatCannotBeRead) {
                               "/dev/zero", "--", good, folder.write("-x", plain)});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.problems,
-              "quillmark: “missing” couldn’t be read: No such file or directory\n"
-              "quillmark: “odd name\uFFFD” doesn’t look like an email: no From, Received or DKIM-Signature "
-              "header was found.\n"
-              "quillmark: “large” is larger than 50 MB, too large for a single email.\n"
-              "quillmark: “zero” is larger than 50 MB, too large for a single email.\n");
+              "quillmark: “" + (folder / "missing") + "” couldn’t be read: No such file or directory\n" +
+                  "quillmark: “" + (folder / "odd name\uFFFD") + "” doesn’t look like an email: no From, " +
+                  "Received or DKIM-Signature header was found.\n" + "quillmark: “" + (folder / "large") +
+                  "” is larger than 50 MB, too large for a single email.\n" +
+                  "quillmark: “/dev/zero” is larger than 50 MB, too large for a single email.\n");
     const auto list = reports(result.output);
     ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list[0]["fileName"], "[good]");
@@ -295,7 +296,7 @@ TEST(CommandLine, inputsThatCannotBeRead) {
 
     fs::create_directories(folder / "Mail/.hidden");
     EXPECT_EQ(run({"check", "--dns", folder.dns, folder / "Mail"}).problems,
-              "quillmark: No email was found in “Mail”.\n");
+              "quillmark: No email was found in “" + (folder / "Mail") + "”.\n");
 
     const Ended pasted = run({"check", "--dns", folder.dns, "-"}, empty);
     EXPECT_EQ(pasted.status, 1);
@@ -309,8 +310,10 @@ TEST(CommandLine, standardInputAndPasted) {
     const Ended pasted = run({"check", "--json", "--pasted", "--dns", dns, paste});
     ASSERT_EQ(pasted.status, 0) << pasted.problems;
     const auto report = reports(pasted.output).at(0);
-    EXPECT_FALSE(report.contains("fileName"));
+    EXPECT_EQ(report["fileName"], "paste");
     EXPECT_EQ(report["headersOnly"], true);
+    EXPECT_TRUE(run({"check", "--pasted", "--dns", dns, folder / "none"})
+                    .problems.starts_with("quillmark: “" + (folder / "none")));
     EXPECT_EQ(run({"check", "--dns", dns, "-"}, paste).status, 1);  // no mail without --pasted
     EXPECT_EQ(run({"check", "--dns", dns, "-"}, folder.mail).status, 0);
     // Nobody can be asked what stands before the source: it is taken as it is, and that is said.
@@ -318,7 +321,8 @@ TEST(CommandLine, standardInputAndPasted) {
     const Ended unclear = run({"check", "--json", "--pasted", "--dns", dns, folder.write("both", both)});
     EXPECT_EQ(unclear.status, 0);
     EXPECT_EQ(reports(unclear.output).at(0)["summary"]["from"][0]["address"], "b@example.net");
-    EXPECT_TRUE(unclear.problems.starts_with("quillmark: Lines stand before")) << unclear.problems;
+    EXPECT_TRUE(unclear.problems.starts_with("quillmark: In “" + (folder / "both") + "” lines stand before"))
+        << unclear.problems;
 }
 
 /// A mailbox of three, the second with another message attached: a file, a pipe and a folder give the same.
@@ -351,8 +355,10 @@ TEST(CommandLine, mailboxesAndFolders) {
         const Ended result = run(arguments, input);
         EXPECT_EQ(result.status, 0) << result.problems;
         List list;
-        for (const JSON& report : reports(result.output))
+        for (const JSON& report : reports(result.output)) {
             list.emplace_back(report.value("fileName", "-"), report["verdict"]["kind"]);
+            EXPECT_EQ(report.value("path", ""), input == mail.path ? "" : mail.folder / list.back().first);
+        }
         return list;
     };
     const List inbox = {{"Inbox, message 1", "verified"},
@@ -360,6 +366,7 @@ TEST(CommandLine, mailboxesAndFolders) {
                         {"Inbox, message 2, attached message 1", "verified"},
                         {"Inbox, message 3", "signatureBroken"}};
     EXPECT_EQ(checked({"--jobs", "1", mail.path}), inbox);
+    EXPECT_EQ(checked({"--pasted", mail.path}), inbox);
     List piped = inbox;
     for (auto& [name, kind] : piped) name.erase(0, name.find("message"));
     EXPECT_EQ(checked({"-"}, mail.path), piped);
@@ -745,7 +752,13 @@ TEST(CommandLine, history) {
                                                    "b.example>  “x \uFFFD[2J‹U+202E›”\n" + last);
     std::string shown;
     for (const std::string& id : ids) shown += run({"history", "show", "--json", id.substr(0, 18)}).output;
-    EXPECT_EQ(shown, checked.output);
+    Words paths;
+    for (JSON report : reports(checked.output)) {
+        paths.push_back(report["path"]);
+        report.erase("path");  // is not kept
+        EXPECT_EQ(report, reports(shown).at(paths.size() - 1));
+    }
+    EXPECT_EQ(paths, (Words{mail, evil, mail}));
     EXPECT_EQ(run({"history", "show", ids[0]}).output, run({"check", "--dns", dns, mail}).output);
 
     const std::string before = contents(data.history), nobody = "00000000-0000-0000-0000-000000000000";

@@ -27,7 +27,7 @@ TEST(ReportCSV, cellsAreSafe) {
     for (const auto& [subject, cell] : rows) {
         ProofReport report;
         report.summary.subject = subject;
-        const std::string text = csvRow(report);
+        const std::string text = csvRow(report, "");
         EXPECT_NE(text.find("," + cell + ","), std::string::npos) << text;
         EXPECT_EQ(std::ranges::count(text, '\n'), 1);
     }
@@ -44,12 +44,12 @@ TEST(ReportCSV, row) {
     report.notes = {{ReportNote::NewerSignatures{1}}};
     EXPECT_EQ(csvHeader(),
               "\"file\",\"checked_at\",\"verdict\",\"tone\",\"domain\",\"from_domain\",\"from\",\"subject\","
-              "\"date\",\"message_id\",\"spf\",\"dmarc\",\"arc\",\"warning_signs\",\"notes\"\r\n");
+              "\"date\",\"message_id\",\"spf\",\"dmarc\",\"arc\",\"warning_signs\",\"notes\",\"path\"\r\n");
     EXPECT_EQ(
-        csvRow(report),
+        csvRow(report, "Mail/Inbox, message 12"),
         "\"Inbox, message 12\",\"2026-11-21T00:00:00Z\",\"verified\",\"good\",\"d.example\",\"f.example\","
         "\"a@f.example, b@f.example\",\"\",\"\",\"\",\"softfail\",\"noPolicy\",\"none\","
-        "\"multipleFrom punycode\",\"newerSignatures\"\r\n");
+        "\"multipleFrom punycode\",\"newerSignatures\",\"Mail/Inbox, message 12\"\r\n");
 }
 
 }  // namespace
