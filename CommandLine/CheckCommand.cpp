@@ -133,9 +133,16 @@ private:
         if (attached.isAnyLeftOut()) all.push_back(refused({{Refusal::AttachedLeftOut{}}, place}));
     }
 
+    bool hasCautions(const ProofReport& report) const {
+        return std::ranges::count(besideHeadline(report, m_command.reader), Tone::caution, &Remark::tone) > 0;
+    }
+
     OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path) const {
-        OrderedRun::Message message{.verdict = report.verdict};
-        if (m_only && !m_only->contains(report.verdict.tone)) return message;
+        OrderedRun::Message message{.verdict = report.verdict,
+                                    .hasCautions = m_areCautionsAsked && hasCautions(report)};
+        const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
+                              (message.hasCautions && m_only->contains(Tone::caution));
+        if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
         if (m_command.json) message.report = compactJSON(report, path);
         if (m_command.save) message.kept = compactJSON(report);
@@ -149,6 +156,7 @@ private:
     const CheckSources& m_from;
     const bool m_isTextPrinted = !m_command.json && !m_command.summary && !goesToOutput(m_command.csv) &&
                                  !goesToOutput(m_command.record);
+    const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
 };
 

@@ -71,7 +71,7 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
         m_status = 1;
         return;
     }
-    m_summary.add(message.verdict);
+    m_summary.add(message.verdict, message.hasCautions);
     if (!message.kept.empty()) m_saver.add(message.kept);
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
 }

@@ -74,7 +74,8 @@ std::optional<Tone> toneNamed(std::string_view name) {
     return found == tones.end() ? std::nullopt : std::optional(*found);
 }
 
-void CheckSummary::add(const Verdict& verdict) {
+void CheckSummary::add(const Verdict& verdict, bool hasCautions) {
+    m_withCautions += hasCautions;
     ++m_verdicts[{verdict.kind, verdict.tone}];
     const auto tone = static_cast<std::size_t>(verdict.tone);
     if (!isOfSignature(verdict.kind)) {
@@ -87,6 +88,7 @@ void CheckSummary::add(const Verdict& verdict) {
 }
 
 bool CheckSummary::isAnyAsBadAs(Tone tone) const {
+    if (m_withCautions > 0 && rank(tone) <= rank(Tone::caution)) return true;
     return std::ranges::any_of(m_verdicts,
                                [&](const auto& entry) { return rank(entry.first.second) >= rank(tone); });
 }
@@ -100,6 +102,10 @@ std::string CheckSummary::text(const Reader& reader) const {
                 name(verdict.first, reader) + "\n";
     }
     text += cell(all, reader) + "  " + reader.translate("in all") + "\n";
+    if (m_withCautions > 0) {
+        text += cell(m_withCautions, reader) + "  " +
+                reader.translate("of these with a caution beside the verdict") + "\n";
+    }
     if (m_problems > 0)
         text += cell(m_problems, reader) + "  " + reader.translate("not checked; why is said above") + "\n";
 

@@ -19,7 +19,8 @@ std::optional<Tone> toneNamed(std::string_view name);
 /// Counts verdicts, by their kind and by the domain that signed.
 class CheckSummary {
 public:
-    void add(const Verdict& verdict);
+    /// `hasCautions`: the headline alone would mislead.
+    void add(const Verdict& verdict, bool hasCautions);
     void addProblem() { ++m_problems; }
 
     /// Two tables: how often each verdict, and the domains that signed most, with the tones of their
@@ -27,6 +28,7 @@ public:
     std::string text(const Reader& reader) const;
 
     /// Whether any verdict has this tone or a worse one; from good on, caution, unknown and bad prove less.
+    /// One with cautions is at least as bad as caution.
     bool isAnyAsBadAs(Tone tone) const;
 
 private:
@@ -35,7 +37,7 @@ private:
     std::map<std::pair<VerdictKind, Tone>, std::int64_t> m_verdicts = {};
     std::map<std::string, Counts> m_domains = {};
     Counts m_unsigned = {}, m_otherDomains = {};
-    std::int64_t m_problems = 0;
+    std::int64_t m_withCautions = 0, m_problems = 0;
 };
 
 }  // namespace quillmark

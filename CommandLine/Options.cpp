@@ -85,9 +85,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     add(command, "--csv", check.csv, "FILE",
         "Write a table of the reports into a new file; \"-\" is standard output");
     add(command, "--only", check.only, suggesting("TONES", "good,caution,unknown,bad"),
-        "Write and keep the reports of these tones alone, such as bad,caution");
+        "Write and keep the reports of these tones alone, such as bad,caution; caution means those with a "
+        "caution beside the verdict, too");
     add(command, "--fail-on", check.failOn, "TONE",
-        "Exit with 3 when a verdict has this tone or proves less: caution, unknown or bad")
+        "Exit with 3 when a verdict has this tone or proves less: caution (or one beside it), unknown or bad")
         ->check(CLI::IsMember({"caution", "unknown", "bad"}));
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
         ->check(CLI::Range(1, 256));

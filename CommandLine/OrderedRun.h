@@ -28,9 +28,10 @@ public:
         std::string problem = {};  ///< one line, when it could not be checked; else empty
         std::string hint = {};     ///< one line beside the report; empty when there is none
         Verdict verdict = {};
-        std::string report = {};  ///< as it is printed; empty when it is not to be
-        std::string kept = {};    ///< the report for the history, as JSON; empty when it is not to be kept
-        std::string row = {};     ///< of the CSV file; empty without one
+        bool hasCautions = false;  ///< beside the verdict's headline
+        std::string report = {};   ///< as it is printed; empty when it is not to be
+        std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
+        std::string row = {};      ///< of the CSV file; empty without one
     };
     struct Outcome {
         std::vector<Message> messages = {};  ///< a message and those attached inside it

@@ -14,13 +14,17 @@ TEST(CheckSummary, tables) {
         broken{VerdictKind::signatureBroken, Tone::bad, "b.example", "b.example", {}},
         vouched{VerdictKind::signatureBroken, Tone::caution, "b.example", "b.example", {}},
         none{VerdictKind::cannotProve, Tone::bad, "c.example", "c.example", {}};
-    for (int i = 0; i < 1200; ++i) summary.add(verified);
+    for (int i = 0; i < 1200; ++i) summary.add(verified, false);
     EXPECT_FALSE(summary.isAnyAsBadAs(Tone::caution));
-    summary.add(vouched);
+    CheckSummary phish;
+    phish.add(verified, true);
+    EXPECT_TRUE(phish.isAnyAsBadAs(Tone::caution));
+    EXPECT_FALSE(phish.isAnyAsBadAs(Tone::unknown));
+    summary.add(vouched, false);
     EXPECT_TRUE(summary.isAnyAsBadAs(Tone::caution));
     EXPECT_FALSE(summary.isAnyAsBadAs(Tone::unknown));
-    summary.add(broken);
-    summary.add(none);
+    summary.add(broken, false);
+    summary.add(none, true);
     summary.addProblem();
     EXPECT_TRUE(summary.isAnyAsBadAs(Tone::bad));
     EXPECT_EQ(summary.text(english),
@@ -31,6 +35,7 @@ TEST(CheckSummary, tables) {
               "        1  [X] Signature broken\n"
               "        1  [X] Can’t prove who sent it\n"
               "    1,203  in all\n"
+              "        1  of these with a caution beside the verdict\n"
               "        1  not checked; why is said above\n"
               "\n"
               "Signing domains\n"
@@ -40,7 +45,8 @@ TEST(CheckSummary, tables) {
               "        0        1        0        1  b.example\n"
               "        0        0        0        1  (not signed)\n");
     for (int i = 0; i < 60; ++i)
-        summary.add({VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example", "", {}});
+        summary.add({VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example", "", {}},
+                    false);
     EXPECT_NE(summary.text(german).find("        0        0       12        0  (andere Domains)\n"),
               std::string::npos)
         << summary.text(german);

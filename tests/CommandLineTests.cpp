@@ -399,6 +399,12 @@ TEST(CommandLine, tablesOfManyMessages) {
     for (const std::string output : {"-", "/dev/stdout"})
         EXPECT_EQ(result({"--csv", output, "--only", "good", all}).output.substr(0, 45), table.substr(0, 45));
     EXPECT_TRUE(JSON::accept(result({"--record", "-", all}).output));
+    // Signed, and yet full of warning signs.
+    const std::string phish = samples / "look-alike";
+    const Ended cautions = run({"check", "--json", "--only", "caution", "--fail-on", "caution", "--dns",
+                                phish + ".dns.json", phish + ".eml"});
+    EXPECT_EQ(cautions.status, 3);
+    EXPECT_EQ(reports(cautions.output).at(0)["verdict"]["tone"], "good");
     const struct {
         Words arguments;
         int status;
