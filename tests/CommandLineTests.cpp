@@ -387,7 +387,8 @@ TEST(CommandLine, tablesOfManyMessages) {
     const Ended summary = result({"--summary", "--csv", csv, "--only", "good", all, mail.folder / "missing"});
     EXPECT_EQ(summary.status, 1);
     EXPECT_TRUE(summary.output.starts_with("Verdicts\n")) << summary.output;
-    EXPECT_NE(summary.output.find("        4  in all\n        1  not checked"), std::string::npos);
+    EXPECT_NE(summary.output.find("        4  in all\n"), std::string::npos);
+    EXPECT_NE(summary.output.find("        1  not checked"), std::string::npos);
     const std::string table = contents(csv);
     EXPECT_EQ(std::ranges::count(table, '\n'), 3) << table;
     EXPECT_NE(table.find("\"Inbox, message 2, attached message 1\""), std::string::npos) << table;
