@@ -36,6 +36,14 @@ Qt::SortOrder usualOrder(int column) {
     return isTime ? Qt::DescendingOrder : Qt::AscendingOrder;
 }
 
+/// A view that has no current row takes its first one with the keyboard, which may well come back to it from a
+/// dialog that closes. This one leaves that to the arrow keys: what is shown is only ever chosen by a person.
+template <typename View>
+class ReportsView : public View {
+protected:
+    void focusInEvent(QFocusEvent*) override { View::viewport()->update(); }
+};
+
 Qt::SortOrder opposite(Qt::SortOrder order) {
     return order == Qt::AscendingOrder ? Qt::DescendingOrder : Qt::AscendingOrder;
 }
@@ -137,11 +145,11 @@ void ListPanel::buildSortMenu() {
 }
 
 void ListPanel::buildViews() {
-    m_listView = new QListView;
+    m_listView = new ReportsView<QListView>;
     m_listView->setItemDelegate(m_delegate = new ReportListDelegate(m_listView));
     m_listView->setUniformItemSizes(true);
     m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_tableView = new QTreeView;
+    m_tableView = new ReportsView<QTreeView>;
     m_tableView->setItemDelegate(new ReportTableDelegate(m_tableView));
     m_tableView->setUniformRowHeights(true);
     m_tableView->setRootIsDecorated(false);

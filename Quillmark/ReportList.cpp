@@ -33,15 +33,15 @@ std::string_view signedBy(const Verdict& verdict) {
     return holds ? std::string_view(verdict.domain) : std::string_view();
 }
 
-/// What a text column is sorted by.
-std::string_view sortText(const ProofReport& report, ReportList::Column column) {
+/// What a text column shows, and is sorted by.
+std::string textOf(const ProofReport& report, int column, const Reader& reader) {
     switch (column) {
         case ReportList::fromColumn:
-            return report.summary.from.empty() ? std::string_view() : report.summary.from.front().address;
+            return report.summary.from.empty() ? std::string() : displayForm(report.summary.from.front());
         case ReportList::signedByColumn:
-            return signedBy(report.verdict);
+            return std::string(signedBy(report.verdict));
         case ReportList::fileColumn:
-            return report.fileName ? std::string_view(*report.fileName) : std::string_view();
+            return report.fileName ? placeName(*report.fileName, reader) : std::string();
         default:
             return report.summary.subject;
     }
@@ -151,7 +151,7 @@ void ReportList::order(std::vector<ListEntry>& rows) const {
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     collator.setNumericMode(true);  // "message 2" before "message 12"
     sortBy(reports, m_sortOrder, [&](const ListEntry& each) {
-        const std::string_view text = sortText(*each.report, m_sortColumn);
+        const std::string text = textOf(*each.report, m_sortColumn, m_words.reader);
         const bool isLast = text.empty() == (m_sortOrder == Qt::AscendingOrder);
         return std::pair(isLast, collator.sortKey(beginning(text, longestSortedBy)));
     });
@@ -243,14 +243,14 @@ QString ReportList::cell(const ListEntry& entry, int column) const {
     const ProofReport& report = *entry.report;
     switch (column) {
         case fromColumn:
-            return report.summary.from.empty() ? QString() : shown(displayForm(report.summary.from.front()));
         case signedByColumn:
-            return signedBy(report.verdict).empty() ? QString() : shown(signedBy(report.verdict));
+        case fileColumn: {
+            const std::string text = textOf(report, column, m_words.reader);
+            return text.empty() ? QString() : shown(text);
+        }
         case dateColumn:
             return report.summary.date ? QString::fromStdString(m_words.reader.date(*report.summary.date))
                                        : QString();
-        case fileColumn:
-            return report.fileName ? shown(placeName(*report.fileName, m_words.reader)) : QString();
         default:
             return time(entry);
     }
