@@ -1,8 +1,9 @@
 #include "Quillmark/PlainText.h"
 
-#include <QContextMenuEvent>
+#include <QFocusEvent>
 #include <QMimeData>
 #include <QTextDocument>
+#include <QWheelEvent>
 #include <cmath>
 #include <memory>
 
@@ -90,8 +91,5 @@ void PlainText::focusOutEvent(QFocusEvent* event) {
     cursor.clearSelection();
     setTextCursor(cursor);
 }
-
-// The standard menu's texts would be English in every language; the Edit menu has the same commands.
-void PlainText::contextMenuEvent(QContextMenuEvent* event) { event->ignore(); }
 
 }  // namespace quillmark

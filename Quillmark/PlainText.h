@@ -27,7 +27,6 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
-    void contextMenuEvent(QContextMenuEvent* event) override;
 
 private:
     mutable int m_measuredWidth = -1, m_measuredHeight = 0;

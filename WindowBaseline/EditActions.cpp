@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPlainTextEdit>
+#include <QTextEdit>
 
 namespace window_baseline {
 
@@ -17,53 +18,52 @@ using Command = EditActions::Command;
 /// The kinds of widgets that a person edits or selects text in; at most one is there.
 struct Focus {
     QLineEdit* line = nullptr;
-    QPlainTextEdit* text = nullptr;
+    QPlainTextEdit* plain = nullptr;
+    QTextEdit* text = nullptr;
     QLabel* label = nullptr;
 
     static Focus read() {
         QWidget* widget = QApplication::focusWidget();
         return {qobject_cast<QLineEdit*>(widget), qobject_cast<QPlainTextEdit*>(widget),
-                qobject_cast<QLabel*>(widget)};
+                qobject_cast<QTextEdit*>(widget), qobject_cast<QLabel*>(widget)};
     }
-    bool isEditor() const { return line ? !line->isReadOnly() : text && !text->isReadOnly(); }
+    bool isEditor() const {
+        if (line) return !line->isReadOnly();
+        return (plain && !plain->isReadOnly()) || (text && !text->isReadOnly());
+    }
     bool hasSelection() const {
         if (line) return line->hasSelectedText();
+        if (plain) return plain->textCursor().hasSelection();
         if (text) return text->textCursor().hasSelection();
         return label && label->hasSelectedText();
     }
+    const QTextDocument* document() const {
+        if (plain) return plain->document();
+        return text ? text->document() : nullptr;
+    }
+    bool canUndo() const {
+        return isEditor() && (line ? line->isUndoAvailable() : document()->isUndoAvailable());
+    }
+    bool canRedo() const {
+        return isEditor() && (line ? line->isRedoAvailable() : document()->isRedoAvailable());
+    }
 };
 
-void performIn(QLineEdit* line, Command command) {
+template <typename Editor>
+void performIn(Editor* editor, Command command) {
     switch (command) {
         case EditActions::undo:
-            return line->undo();
+            return editor->undo();
         case EditActions::redo:
-            return line->redo();
+            return editor->redo();
         case EditActions::cut:
-            return line->cut();
+            return editor->cut();
         case EditActions::copy:
-            return line->copy();
+            return editor->copy();
         case EditActions::paste:
-            return line->paste();
+            return editor->paste();
         case EditActions::selectAll:
-            return line->selectAll();
-    }
-}
-
-void performIn(QPlainTextEdit* text, Command command) {
-    switch (command) {
-        case EditActions::undo:
-            return text->undo();
-        case EditActions::redo:
-            return text->redo();
-        case EditActions::cut:
-            return text->cut();
-        case EditActions::copy:
-            return text->copy();
-        case EditActions::paste:
-            return text->paste();
-        case EditActions::selectAll:
-            return text->selectAll();
+            return editor->selectAll();
     }
 }
 
@@ -90,13 +90,10 @@ EditActions::EditActions(const std::array<QString, commandCount>& texts, QMenu* 
 
 void EditActions::readFocus() {
     const Focus focus = Focus::read();
-    const bool editor = focus.isEditor();
-    m_actions[undo]->setEnabled(focus.line ? editor && focus.line->isUndoAvailable()
-                                           : editor && focus.text->document()->isUndoAvailable());
-    m_actions[redo]->setEnabled(focus.line ? editor && focus.line->isRedoAvailable()
-                                           : editor && focus.text->document()->isRedoAvailable());
-    m_actions[cut]->setEnabled(editor && focus.hasSelection());
-    m_actions[selectAll]->setEnabled(focus.line || focus.text || focus.label);
+    m_actions[undo]->setEnabled(focus.canUndo());
+    m_actions[redo]->setEnabled(focus.canRedo());
+    m_actions[cut]->setEnabled(focus.isEditor() && focus.hasSelection());
+    m_actions[selectAll]->setEnabled(focus.line || focus.document() || focus.label);
 }
 
 void EditActions::perform(Command command) {
@@ -104,6 +101,7 @@ void EditActions::perform(Command command) {
     if (command == paste && !focus.isEditor()) return emit pastedElsewhere();
     if (command == copy && !focus.hasSelection()) return emit copiedElsewhere();
     if (focus.line) return performIn(focus.line, command);
+    if (focus.plain) return performIn(focus.plain, command);
     if (focus.text) return performIn(focus.text, command);
     if (!focus.label) return;
     if (command == copy) QApplication::clipboard()->setText(focus.label->selectedText());

@@ -12,6 +12,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextEdit>
 #include <QVBoxLayout>
 
 #include "WindowBaseline/CloseGuard.h"
@@ -38,13 +39,13 @@ TEST(WindowBaseline, editActionsWorkOnWhatHasTheKeyboard) {
     QVBoxLayout layout(&window);
     QLineEdit line;
     QPlainTextEdit text;
+    QTextEdit report("a report’s text");
+    report.setReadOnly(true);
     QLabel label("chosen words");
     label.setTextInteractionFlags(Qt::TextSelectableByKeyboard | Qt::TextSelectableByMouse);
     label.setFocusPolicy(Qt::StrongFocus);
-    for (QWidget* each :
-         {static_cast<QWidget*>(&line), static_cast<QWidget*>(&text), static_cast<QWidget*>(&label)}) {
+    for (QWidget* each : std::initializer_list<QWidget*>{&line, &text, &report, &label})
         layout.addWidget(each);
-    }
     QMenu menu;
     EditActions actions({"Undo", "Redo", "Cut", "Copy", "Paste", "Select All"}, &menu, &window);
     int pasted = 0, copied = 0;
@@ -70,6 +71,15 @@ TEST(WindowBaseline, editActionsWorkOnWhatHasTheKeyboard) {
     EXPECT_TRUE(actions.action(EditActions::undo)->isEnabled());
     EXPECT_FALSE(actions.action(EditActions::cut)->isEnabled());
     emit menu.aboutToHide();
+
+    report.setFocus();
+    emit menu.aboutToShow();
+    EXPECT_TRUE(actions.action(EditActions::selectAll)->isEnabled());
+    EXPECT_FALSE(actions.action(EditActions::cut)->isEnabled());
+    emit menu.aboutToHide();
+    perform(EditActions::selectAll);
+    perform(EditActions::copy);
+    EXPECT_EQ(QApplication::clipboard()->text(), "a report’s text");
 
     label.setFocus();
     perform(EditActions::copy);
