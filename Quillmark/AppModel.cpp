@@ -124,6 +124,19 @@ UUID AppModel::paste(std::string_view text) {
     return takeIn({{.bytes = std::make_shared<const ByteBuffer>(text), .mode = ParseMode::lenient}});
 }
 
+std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
+    const auto taken = MessageChecker::messageOf(text, ParseMode::lenient);
+    const auto* refusal = std::get_if<Refusal>(&taken);
+    return refusal ? std::optional(forDisplay(problemLine(*refusal, {}, m_reader))) : std::nullopt;
+}
+
+void AppModel::refuse(std::string_view line) {
+    showProblem(line);
+    m_selection = std::nullopt;
+    m_refusal = m_problem;
+    emit selectionChanged();
+}
+
 UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     dismissProblem();
     if (sources.empty() || m_isFinished) return {};
@@ -142,6 +155,7 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
         jobs.push_back(check(rows[i].id, rows[i].id, std::move(sources[i])));
     m_workers.add(std::move(jobs));
     m_selection = rows.front().id;
+    m_refusal = std::nullopt;
     m_positions.clear();
     emit sessionChanged();
     emit selectionChanged();
@@ -199,7 +213,7 @@ void AppModel::takeOutcomes() {
     if (burst.changes.empty() && !burst.hasRows) return;
     const auto selected = m_selection;
     for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
-    apply(burst.changes);
+    apply(burst.changes, burst.refusals);
     m_history.add(burst.reports, burst.saved);  // before anybody is told, who might quit
     emit sessionChanged();
     if (m_selection != selected) emit selectionChanged();
@@ -227,8 +241,11 @@ void AppModel::take(const UUID& check, const CheckOutcome& outcome, Burst& burst
         keep(check, *checked, done, before.name, burst);
     } else {
         burst.changes.emplace(done.row, withoutCheck(before));
-        if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
-            burst.tell(done.number, problemLine(*refusal, before.name, m_reader));
+        if (const auto* refusal = std::get_if<Refusal>(&outcome.value)) {
+            const std::string line = problemLine(*refusal, before.name, m_reader);
+            burst.tell(done.number, line);
+            burst.refusals.emplace(done.row, line);
+        }
     }
 }
 
@@ -314,7 +331,8 @@ void AppModel::take(Piece& piece, Burst& burst) {
                                             .attached = piece.attached});
     } else if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
         ++mailbox.refused;
-        burst.tell(mailbox.number, problemLine(*refusal, piece.name, m_reader));
+        mailbox.refusal = problemLine(*refusal, piece.name, m_reader);
+        burst.tell(mailbox.number, mailbox.refusal);
     }
 }
 
@@ -326,9 +344,12 @@ void AppModel::endReading(const UUID& check, Burst& burst) {
     m_reading.erase(check);
     ++m_progress.done;
     const Row before = *row(done.row);
-    // One that was refused has its own line already.
-    if (done.found == 0 && done.refused != 1)
-        burst.tell(done.number, noMessageLine(before.name.value_or(""), m_reader));
+    if (done.found == 0) {
+        const bool isTold = done.refused == 1;  // the one that was refused has its own line already
+        const std::string line = isTold ? done.refusal : noMessageLine(before.name.value_or(""), m_reader);
+        if (!isTold) burst.tell(done.number, line);
+        burst.refusals.emplace(done.row, line);
+    }
     burst.changes.emplace(done.row, withoutCheck(before));
 }
 
@@ -364,8 +385,9 @@ void AppModel::change(const RowChanges& changes) {
     if (m_selection != selected) emit selectionChanged();
 }
 
-void AppModel::apply(const RowChanges& changes) {
-    const auto selected = selectionAfter(changes);
+void AppModel::apply(const RowChanges& changes, const Refusals& refusals) {
+    const auto refused = m_selection ? refusals.find(*m_selection) : refusals.end();
+    const auto selected = selectionAfter(changes, refusals);
     const auto before = m_selectedBefore ? changes.find(*m_selectedBefore) : changes.end();
     if (before != changes.end())
         m_selectedBefore = before->second ? std::optional(before->second->id) : std::nullopt;
@@ -377,13 +399,14 @@ void AppModel::apply(const RowChanges& changes) {
     });
     m_positions.clear();
     m_selection = selectable(selected);
+    if (refused != refusals.end() && !m_selection) m_refusal = forDisplay(refused->second);
 }
 
 std::optional<UUID> AppModel::selectable(const std::optional<UUID>& id) const {
     return id && (row(*id) || m_history.report(*id)) ? id : std::nullopt;
 }
 
-std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes) const {
+std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes, const Refusals& refusals) const {
     const auto isGone = [&](const Row& row) {
         const auto found = changes.find(row.id);
         return found != changes.end() && !found->second;
@@ -392,8 +415,9 @@ std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes) const {
     if (!selected) return m_selection;
     const Row* end = m_session.data() + m_session.size();
     const Row* next = std::find_if_not(selected, end, isGone);
-    // Of several files the next one; else what was looked at before they came.
-    if (next == end || next->intake != selected->intake) return m_selectedBefore;
+    // Of several files the next one. Else what was looked at before they came, but not beneath a refusal.
+    if (next == end || next->intake != selected->intake)
+        return refusals.contains(selected->id) ? std::nullopt : m_selectedBefore;
     const auto found = changes.find(next->id);
     return found != changes.end() ? found->second->id : next->id;
 }
@@ -437,7 +461,9 @@ void AppModel::removeFromList(UUID id) {
     }
     cancel(id);
     m_messages.drop(id);
-    if (row(id)) change({{id, std::nullopt}});
+    if (!row(id)) return;
+    m_removed.insert(id);
+    change({{id, std::nullopt}});
 }
 
 void AppModel::removeFromHistory(UUID id) {
@@ -461,6 +487,7 @@ void AppModel::select(std::optional<UUID> id) {
     const auto selected = selectable(id);
     if (m_selection == selected) return;
     m_selection = selected;
+    m_refusal = std::nullopt;
     emit selectionChanged();
 }
 

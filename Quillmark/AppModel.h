@@ -82,6 +82,9 @@ public:
     const std::vector<Row>& session() const { return m_session; }
     /// A row or a saved report.
     const std::optional<UUID>& selection() const { return m_selection; }
+    /// Why what was to be shown was not taken in, in one line, for the place where its report would stand: an
+    /// earlier report under it would be taken for its own. There only while nothing is selected.
+    const std::optional<std::string>& refusal() const { return m_refusal; }
     const std::optional<Sheet>& sheet() const { return m_sheet; }
     const std::optional<std::string>& problem() const { return m_problem; }
     bool busy() const { return !m_running.empty(); }
@@ -116,6 +119,10 @@ public:
     UUID checkData(ByteBuffer bytes, std::optional<std::string> name = {});
     /// The source of a message, or only its headers.
     UUID paste(std::string_view text);
+    /// Why `paste` would not take this text in, in one line; nothing when it would.
+    std::optional<std::string> whyNotPasted(std::string_view text) const;
+    /// For what was dropped or pasted and cannot even be tried: `problem` and `refusal` say why.
+    void refuse(std::string_view line);
 
     /// Checks a message of this run again. The history keeps both reports.
     void recheck(UUID id);
@@ -124,6 +131,8 @@ public:
     void cancelAll();
     /// Takes a row away, and cancels its check; the history keeps its report.
     void removeFromList(UUID id);
+    /// Whether its row was taken away in this run: then it isn't listed, though the history keeps it.
+    bool isRemovedFromList(const UUID& id) const { return m_removed.contains(id); }
     void removeFromHistory(UUID id);
     /// Removes every saved report for good, also when no history is kept.
     void clearHistory();
@@ -165,6 +174,7 @@ private:
         std::stop_source stop = {};
         std::size_t readers = 0;             // jobs that take messages out of a mailbox
         std::size_t found = 0, refused = 0;  // messages there
+        std::string refusal = {};            // of the last of them, in a line
         std::uint64_t bytesRead = 0;
         std::optional<std::uint64_t> expectedBytes = {};
     };
@@ -178,6 +188,8 @@ private:
     };
     /// What rows are from now on, by the identity they had; nothing for those that go.
     using RowChanges = std::map<UUID, std::optional<Row>>;
+    /// Why rows that go were refused, in a line.
+    using Refusals = std::map<UUID, std::string>;
     struct IntakeProblem {
         std::uint64_t number = 0;  ///< of the check
         std::string line = {};
@@ -185,6 +197,7 @@ private:
     /// What outcomes that are taken together lead to.
     struct Burst {
         RowChanges changes = {};
+        Refusals refusals = {};
         std::map<UUID, std::vector<Row>> found = {};  // by the mailbox's row
         HistoryChange saved = {};
         std::vector<SharedReport> reports = {};
@@ -226,8 +239,8 @@ private:
     void end(UUID check);
     static std::optional<Row> withoutCheck(Row row);
     void change(const RowChanges& changes);
-    void apply(const RowChanges& changes);
-    std::optional<UUID> selectionAfter(const RowChanges& changes) const;
+    void apply(const RowChanges& changes, const Refusals& refusals = {});
+    std::optional<UUID> selectionAfter(const RowChanges& changes, const Refusals& refusals) const;
     std::optional<UUID> selectable(const std::optional<UUID>& id) const;
     void showIntakeProblem(const IntakeProblem& problem);
     void choose(const AppSettings& settings);
@@ -243,8 +256,10 @@ private:
     std::vector<Row> m_session = {};
     mutable std::unordered_map<UUID, std::size_t, HashOfID> m_positions = {};  // in it; empty: to be made
     KeptMessages m_messages;
+    std::set<UUID> m_removed = {};  // reports that the history may keep
     std::uint64_t m_intake = 0;  // the latest
     std::optional<UUID> m_selection = {};
+    std::optional<std::string> m_refusal = {};
     std::optional<UUID> m_selectedBefore = {};  // before the latest intake
     std::optional<Sheet> m_sheet = {};
     std::optional<std::string> m_problem = {};

@@ -302,7 +302,10 @@ QWidget* MainView::buildDropArea() {
     layout->setContentsMargins(3 * line, 2 * line, 3 * line, 2 * line);
     layout->setSpacing(line);
     layout->addStretch(1);
-    layout->addWidget(plainLabel(m_words("Drop an email here"), 1.8, QFont::Bold));
+    m_refusalBadge = new ToneBadge(Tone::caution, 2.5, m_words);
+    layout->addWidget(m_refusalBadge, 0, Qt::AlignHCenter);
+    layout->addWidget(m_dropTitle = plainLabel({}, 1.8, QFont::Bold));
+    layout->addWidget(m_refusal = plainLabel({}, 1.2, QFont::Normal));
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
     for (const auto& [text, command] :
@@ -380,7 +383,14 @@ void MainView::showReport(const ReportContent& content) {
     m_pages->setCurrentWidget(m_reportView);
 }
 
-void MainView::showDropArea() { m_pages->setCurrentIndex(0); }
+void MainView::showDropArea() { showRefusal({}); }
+
+void MainView::showRefusal(const QString& line) {
+    m_dropTitle->setText(line.isEmpty() ? m_words("Drop an email here") : m_words("Not checked"));
+    m_refusal->setText(line);
+    for (QWidget* each : {m_refusalBadge, static_cast<QWidget*>(m_refusal)}) each->setHidden(line.isEmpty());
+    m_pages->setCurrentIndex(0);
+}
 
 void MainView::showRunning(const QString& name) {
     m_runningName->setText(name);

@@ -84,9 +84,10 @@ public:
     void setRunning(const Running& running);
     /// Selects an entry, or none. Does not say so.
     void select(const std::optional<UUID>& id);
-    /// Shows a report, the drop area, or that a check is under way.
+    /// Shows a report, the drop area, why something was not taken in, or that a check is under way.
     void showReport(const ReportContent& content);
     void showDropArea();
+    void showRefusal(const QString& line);
     void showRunning(const QString& name);
     /// Puts the keyboard into the filter, showing the list if need be.
     void focusFilter();
@@ -129,6 +130,8 @@ private:
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
     QLabel* m_runningName = nullptr;
+    QWidget* m_refusalBadge = nullptr;
+    QLabel *m_dropTitle = nullptr, *m_refusal = nullptr;
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
     QWidget* m_unsavedLine = nullptr;

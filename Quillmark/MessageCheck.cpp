@@ -84,6 +84,11 @@ std::optional<SuppliedMessage> MessageChecker::next(MessageSupply& supply,
     }
 }
 
+std::variant<MailMessage, Refusal> MessageChecker::messageOf(std::string_view bytes, ParseMode mode) {
+    if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
+    return messageIn(ByteBuffer(bytes), mode);
+}
+
 CheckOutcome MessageChecker::opened(const MessageSource& source, const UUID& id,
                                     const std::stop_token& stop) const {
     const auto supply = std::make_shared<MessageSupply>(source.place);
@@ -127,10 +132,9 @@ CheckOutcome MessageChecker::checked(const MessageSource& source, const UUID& id
                                      const std::stop_token& stop) const {
     CheckedMessage made{
         .bytes = source.bytes, .mode = source.mode, .place = source.place, .note = source.note};
-    if (made.bytes->size() > largestMessage) return {Refusal{Refusal::TooLarge{}}};
     if (stop.stop_requested()) return {};
     // A copy: what was read is kept as it is, and parsing makes every line end CR LF.
-    auto taken = messageIn(ByteBuffer(made.bytes->view()), source.mode);
+    auto taken = messageOf(made.bytes->view(), source.mode);
     if (const auto* refusal = std::get_if<Refusal>(&taken)) return {*refusal};
     auto& message = std::get<MailMessage>(taken);
     ProofReport report = verified(message, made, id, stop);

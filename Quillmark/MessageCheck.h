@@ -100,6 +100,9 @@ public:
     /// The report bears the identity `id`. Never throws.
     CheckOutcome check(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
 
+    /// What every check begins with: the message in the bytes, or why they are not taken in.
+    static std::variant<MailMessage, Refusal> messageOf(std::string_view bytes, ParseMode mode);
+
     /// The next one; nothing at the end. Never throws.
     std::optional<SuppliedMessage> next(MessageSupply& supply, const std::stop_token& stop) const;
     CheckOutcome check(SuppliedMessage message, const UUID& id, const std::stop_token& stop) const;

@@ -1,5 +1,6 @@
 #include "Quillmark/PasteView.h"
 
+#include <QAccessible>
 #include <QBoxLayout>
 #include <QDialogButtonBox>
 #include <QMimeData>
@@ -64,13 +65,22 @@ private:
     bool m_isSettingLine = false;
 };
 
-PasteView::PasteView(const Words& words, QWidget* parent) : QDialog(parent), m_edit(new SourceEdit(words)) {
+PasteView::PasteView(const Words& words, QWidget* parent)
+    : QDialog(parent),
+      m_edit(new SourceEdit(words)),
+      m_refusal(new Card(Tone::caution)),
+      m_refusalText(new PlainText({})) {
     setWindowTitle(words("Paste Source"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(new PlainText(words(
         "In your mail program, show the message’s source (often called “View Source” or “Show Original”), "
         "select all of it, copy it and paste it here. The headers alone are enough to check who sent it.")));
     layout->addWidget(m_edit, 1);
+    auto* refusal = new QHBoxLayout(m_refusal);
+    refusal->addWidget(new ToneBadge(Tone::caution, 1.3, words), 0, Qt::AlignTop);
+    refusal->addWidget(m_refusalText, 1);
+    m_refusal->hide();
+    layout->addWidget(m_refusal);
     auto* buttons = new QDialogButtonBox;
     m_check = new Button(words("Check"));
     buttons->addButton(m_check, QDialogButtonBox::AcceptRole);
@@ -78,15 +88,22 @@ PasteView::PasteView(const Words& words, QWidget* parent) : QDialog(parent), m_e
     m_check->setEnabled(false);
     buttons->addButton(new Button(words("Cancel")), QDialogButtonBox::RejectRole);
     layout->addWidget(buttons);
-    connect(m_edit, &QPlainTextEdit::textChanged, this,
-            [this] { m_check->setEnabled(m_edit->holdsSomething()); });
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    connect(buttons, &QDialogButtonBox::accepted, this, [this] {
-        emit submitted(m_edit->source());
-        accept();
+    connect(m_edit, &QPlainTextEdit::textChanged, this, [this] {
+        m_check->setEnabled(m_edit->holdsSomething());
+        m_refusal->hide();
     });
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { emit submitted(m_edit->source()); });
     m_edit->setFocus();
     resize(70 * fontMetrics().averageCharWidth(), 26 * fontMetrics().height());
+}
+
+void PasteView::refuse(const QString& line) {
+    m_refusalText->setContents(line);
+    m_refusal->setAccessibleName(line);
+    m_refusal->show();
+    QAccessibleEvent event(m_refusal, QAccessible::Alert);
+    QAccessible::updateAccessibility(&event);
 }
 
 }  // namespace quillmark

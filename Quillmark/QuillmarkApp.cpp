@@ -118,6 +118,8 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
       m_window(m_list, words),
       m_font(QApplication::font()) {
     m_window.setWindowIcon(programIcon());
+    m_window.installEventFilter(this);
+    m_window.action(Command::removeFromHistory)->setAutoRepeat(false);  // a key held down must not empty it
     new window_baseline::CloseGuard(&m_window, [this] {
         m_model.cancelAll();
         return true;
@@ -193,6 +195,7 @@ void QuillmarkApp::refreshList() {
     }
     for (auto each = history.rbegin(); each != history.rend(); ++each) {
         const AppModel::Row* row = m_model.row((*each)->id);  // one of this run has it already
+        if (m_model.isRemovedFromList((*each)->id)) continue;
         if (!row || !row->report) entries.push_back({ListEntry::Kind::history, (*each)->id, {}, 0, *each});
     }
     m_list.setEntries(std::move(entries));
@@ -216,7 +219,7 @@ void QuillmarkApp::refreshSelection() {
         const AppModel::Row* row = m_model.row(*selected());
         m_window.showRunning(row && row->name ? shown(*row->name) : m_words("Pasted source"));
     } else if (!report) {
-        m_window.showDropArea();
+        m_window.showRefusal(isolatedRuns(m_model.refusal().value_or("")));
     }
     m_shown = report;
     m_hasMessage = checked.has_value();
@@ -237,10 +240,15 @@ void QuillmarkApp::refreshCommands() {
                             ? QString()
                             : m_words("The message itself isn’t at hand. Open it again to check it again."));
     m_window.reportView()->offerRecheck(canRecheck);
-    m_window.action(Command::removeFromList)->setEnabled(selected() && m_model.row(*selected()));
-    m_window.action(Command::removeFromHistory)
-        ->setEnabled(selected() && m_model.isInHistory(*selected()) &&
-                     m_model.historyState() == AppModel::HistoryState::ready);
+    const bool isSaved = selected() && m_model.isInHistory(*selected());
+    const bool isOnlySaved = isSaved && !m_model.row(*selected());
+    QAction* fromList = m_window.action(Command::removeFromList);
+    QAction* fromHistory = m_window.action(Command::removeFromHistory);
+    fromList->setEnabled(selected() && !isOnlySaved);
+    fromHistory->setEnabled(isSaved && m_model.historyState() == AppModel::HistoryState::ready);
+    // One key for both: it takes away what is selected, from where it stands.
+    fromList->setShortcut(isOnlySaved ? QKeySequence() : QKeySequence::Delete);
+    fromHistory->setShortcut(isOnlySaved ? QKeySequence::Delete : QKeySequence());
 }
 
 void QuillmarkApp::refreshSheet() {
@@ -249,16 +257,27 @@ void QuillmarkApp::refreshSheet() {
         m_sheet->deleteLater();
         m_sheet = nullptr;
     }
-    if (!m_model.sheet()) return;
+    // A sheet that comes before its window would end up beneath it, and block it (see `eventFilter`).
+    if (!m_model.sheet() || !m_window.isVisible()) return;
     if (*m_model.sheet() == AppModel::Sheet::paste) {
         auto* sheet = new PasteView(m_words, &m_window);
-        connect(sheet, &PasteView::submitted, this, [this](const std::string& text) { m_model.paste(text); });
+        connect(sheet, &PasteView::submitted, this, [this, sheet](const std::string& text) {
+            const auto refusal = m_model.whyNotPasted(text);
+            m_model.paste(text);
+            refusal ? sheet->refuse(isolatedRuns(*refusal)) : sheet->accept();
+        });
         m_sheet = sheet;
     } else {
         m_sheet = new WelcomeView(m_words, &m_window);
     }
     connect(m_sheet, &QDialog::finished, this, [this] { m_model.dismissSheet(); });
     m_sheet->open();
+}
+
+bool QuillmarkApp::eventFilter(QObject* watched, QEvent* event) {
+    // By now the window is where it stays, and a sheet can stand above its middle.
+    if (event->type() == QEvent::WindowActivate && !m_sheet) refreshSheet();
+    return QObject::eventFilter(watched, event);
 }
 
 void QuillmarkApp::perform(Command command) {
@@ -331,7 +350,8 @@ void QuillmarkApp::openFiles(const QStringList& paths) {
     m_window.setWindowState(m_window.windowState() & ~Qt::WindowMinimized);
     m_window.show();
     m_window.raise();
-    m_window.activateWindow();
+    QWidget* dialog = QApplication::activeModalWidget();  // then the window itself takes no keys
+    (dialog ? dialog : &m_window)->activateWindow();
 }
 
 void QuillmarkApp::receive(const DropContents& contents) {
@@ -342,12 +362,12 @@ void QuillmarkApp::receive(const DropContents& contents) {
     } else if (const auto* text = std::get_if<DropContents::Text>(&contents.value)) {
         m_model.paste(text->text);
     } else if (std::holds_alternative<DropContents::LinkOnly>(contents.value)) {
-        m_model.showProblem(
+        m_model.refuse(
             m_words("That is only a link to a message, not the message itself. Save the message as an "
                     ".eml file and drop that, or copy its source and paste it.")
                 .toStdString());
     } else {
-        m_model.showProblem(
+        m_model.refuse(
             m_words("That holds no message. Drop a saved message, or copy a message’s source and paste it.")
                 .toStdString());
     }
@@ -387,7 +407,8 @@ void QuillmarkApp::chooseFiles() {
     auto* dialog = new QFileDialog(&m_window, m_words("Choose one or more saved emails (.eml)."));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({m_words("Saved emails (*.eml)"), m_words("All files (*)")});
+    // Mailboxes are files of any name, and often without an ending.
+    dialog->setNameFilters({m_words("All files (*)"), m_words("Saved emails (*.eml)")});
     connect(dialog, &QFileDialog::filesSelected, this,
             [this](const QStringList& files) { openFiles(files); });
     dialog->open();

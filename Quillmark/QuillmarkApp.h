@@ -40,6 +40,9 @@ public:
     /// Before quitting: waits until what is exported is written; what fails becomes the model's problem.
     void finish();
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void connectModel();
     void refreshList();

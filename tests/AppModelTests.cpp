@@ -326,6 +326,7 @@ TEST(AppModel, pastedText) {
     AppModel& model = desk.ready();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text.substr(0, 40));
+        EXPECT_EQ(!model.whyNotPasted(row.text), row.problem.empty());
         const UUID id = model.paste(row.text);
         EXPECT_EQ(model.selection(), id);
         desk.idle();
@@ -333,7 +334,8 @@ TEST(AppModel, pastedText) {
         EXPECT_EQ(model.report(id) != nullptr, row.problem.empty());
     }
     EXPECT_EQ(model.session().size(), 2u);
-    EXPECT_EQ(model.selection(), model.session()[0].id);  // again what it was before the refused ones
+    EXPECT_EQ(model.selection(), std::nullopt) << "no earlier report under a refusal";
+    EXPECT_EQ(model.refusal(), model.problem());
     EXPECT_EQ(model.session()[0].name, std::nullopt);
 }
 
