@@ -15,6 +15,8 @@
 #include <QPushButton>
 #include <QSplitter>
 #include <QStackedWidget>
+#include <QTextDocument>
+#include <QTextOption>
 #include <QToolButton>
 
 #include "Quillmark/ListPanel.h"
@@ -74,16 +76,29 @@ protected:
 
 constexpr int progressSteps = 1000;
 
+QFont scaled(QFont font, double scale, QFont::Weight weight) {
+    font.setPointSizeF(font.pointSizeF() * scale);
+    font.setWeight(weight);
+    return font;
+}
+
 QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
     auto* label = new QLabel(text);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     label->setAlignment(Qt::AlignCenter);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * scale);
-    font.setWeight(weight);
-    label->setFont(font);
+    label->setFont(scaled(label->font(), scale, weight));
     return label;
+}
+
+/// For texts with somebody else's names in them, of which a label would be as wide as the longest word.
+PlainText* centeredText(double scale, QFont::Weight weight) {
+    auto* text = new PlainText({});
+    QTextOption option = text->document()->defaultTextOption();
+    option.setAlignment(Qt::AlignHCenter);
+    text->document()->setDefaultTextOption(option);
+    text->setFont(scaled(text->font(), scale, weight));
+    return text;
 }
 
 }  // namespace
@@ -285,7 +300,7 @@ QWidget* MainView::buildReportSide() {
     auto* running = new QWidget;
     auto* layout = new QVBoxLayout(running);
     layout->addStretch(1);
-    m_runningName = plainLabel({}, 1.2, QFont::DemiBold);
+    m_runningName = centeredText(1.2, QFont::DemiBold);
     layout->addWidget(m_runningName);
     layout->addWidget(plainLabel(m_words("Checking…"), 1.0, QFont::Normal));
     layout->addStretch(1);
@@ -305,7 +320,7 @@ QWidget* MainView::buildDropArea() {
     m_refusalBadge = new ToneBadge(Tone::caution, 2.5, m_words);
     layout->addWidget(m_refusalBadge, 0, Qt::AlignHCenter);
     layout->addWidget(m_dropTitle = plainLabel({}, 1.8, QFont::Bold));
-    layout->addWidget(m_refusal = plainLabel({}, 1.2, QFont::Normal));
+    layout->addWidget(m_refusal = centeredText(1.2, QFont::Normal));
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
     for (const auto& [text, command] :
@@ -387,13 +402,13 @@ void MainView::showDropArea() { showRefusal({}); }
 
 void MainView::showRefusal(const QString& line) {
     m_dropTitle->setText(line.isEmpty() ? m_words("Drop an email here") : m_words("Not checked"));
-    m_refusal->setText(line);
+    m_refusal->setContents(line);
     for (QWidget* each : {m_refusalBadge, static_cast<QWidget*>(m_refusal)}) each->setHidden(line.isEmpty());
     m_pages->setCurrentIndex(0);
 }
 
 void MainView::showRunning(const QString& name) {
-    m_runningName->setText(name);
+    m_runningName->setContents(name);
     m_pages->setCurrentIndex(1);
 }
 

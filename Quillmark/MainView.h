@@ -129,9 +129,10 @@ private:
     QMenu* m_sortMenu = nullptr;
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
-    QLabel* m_runningName = nullptr;
+    PlainText* m_runningName = nullptr;
+    QLabel* m_dropTitle = nullptr;
     QWidget* m_refusalBadge = nullptr;
-    QLabel *m_dropTitle = nullptr, *m_refusal = nullptr;
+    PlainText* m_refusal = nullptr;
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
     QWidget* m_unsavedLine = nullptr;
