@@ -101,6 +101,9 @@ constexpr const char* keygenFooter =
     "in a zone file a value over 255 bytes stands in several pairs of quotes. "
     "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.";
 
+constexpr const char* recordFooter =
+    "Exit status: 0 the record was printed; 1 it could not be; 2 wrong arguments or an unusable key.";
+
 constexpr const char* signingFooter =
     "Line ends become CR LF; every other byte stays as it was. Nothing is written when it can't be signed. "
     "Exit status: 0 signed; 1 the message could not be read, is no email or none that can be signed; 2 "
@@ -112,9 +115,27 @@ void addKeygen(CLI::App& app, KeygenCommand& keygen) {
         ->check(CLI::IsMember({"rsa", "ed25519"}));
     add(command, "--bits", keygen.bits, "BITS", "The size of an RSA key, 1024 to 16384; default: 2048")
         ->check(CLI::Range(1024, 16384));
-    add(command, "--out", keygen.out, "KEY", "The new file for the private key (PEM, PKCS#8, for you alone)")
+    add(command, "--out", keygen.out, "KEY",
+        "The new file for the private key (PEM, PKCS#8, for you alone); \"-\" is standard output, which then "
+        "gets the key and no record")
         ->required();
     command.footer(keygenFooter);
+}
+
+void addPassphrase(CLI::App& command, KeyFile& key) {
+    add(command, "--passphrase-file", key.passphraseFile, "FILE",
+        "Take the passphrase of an encrypted key from the first line of a file; without it the terminal is "
+        "asked");
+}
+
+void addRecord(CLI::App& app, RecordCommand& record) {
+    CLI::App& command = *app.add_subcommand("record", "Print the DNS record of a private key");
+    addPassphrase(command, record.key);
+    command
+        .add_option("KEY", record.key.path,
+                    "The file of the private key (PEM, PKCS#8 or PKCS#1); \"-\" is standard input")
+        ->required();
+    command.footer(recordFooter);
 }
 
 /// The options of both; the others of a command come before `--time`.
@@ -122,10 +143,11 @@ void addSigning(CLI::App& command, SigningArguments& arguments) {
     add(command, "--domain", arguments.domain, "DOMAIN", "The domain that signs")->required();
     add(command, "--selector", arguments.selector, "SELECTOR", "Which of the domain's keys it is")
         ->required();
-    add(command, "--key", arguments.keyFile, "KEY", "The file of the private key (PEM, PKCS#8 or PKCS#1)")
+    add(command, "--key", arguments.key.path, "KEY", "The file of the private key (PEM, PKCS#8 or PKCS#1)")
         ->required();
+    addPassphrase(command, arguments.key);
     add(command, "--time", arguments.time, "TIME",
-        "The time of signing (RFC 3339, or seconds since 1970); without it none is stated");
+        "The time of signing (RFC 3339, or seconds since 1970), or none to state none; default: now");
     command.add_option("FILE", arguments.file, "The message; \"-\" is standard input")->required();
     command.footer(signingFooter);
 }
@@ -133,7 +155,9 @@ void addSigning(CLI::App& command, SigningArguments& arguments) {
 void addSign(CLI::App& app, SignCommand& sign) {
     CLI::App& command = *app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
     add(command, "--headers", sign.headers, "NAMES",
-        "The fields to sign, such as from:to:subject; default: all the usual ones there are");
+        "The fields to sign, such as from:to:subject; default: all the usual ones there are, and From, "
+        "Subject, "
+        "Date, To, Cc and Reply-To once more, so that none can be added");
     add(command, "--canon", sign.canonicalization,
         suggesting("PAIR", "relaxed/relaxed,relaxed/simple,simple/relaxed,simple/simple"),
         "How header/body are brought into canonical form; default: relaxed/relaxed");
@@ -230,6 +254,7 @@ void addCommands(CLI::App& app, Commands& commands) {
     addCheck(app, commands.check);
     addHistory(app, commands.history);
     addKeygen(app, commands.keygen);
+    addRecord(app, commands.record);
     addSign(app, commands.sign);
     addSeal(app, commands.seal);
 }

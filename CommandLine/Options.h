@@ -16,6 +16,7 @@ struct Commands {
     CheckCommand check = {};
     HistoryCommand history = {};
     KeygenCommand keygen = {};
+    RecordCommand record = {};
     SignCommand sign = {};
     SealCommand seal = {};
 };

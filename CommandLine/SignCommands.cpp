@@ -1,8 +1,12 @@
 #include "CommandLine/SignCommands.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -10,14 +14,14 @@
 #include <variant>
 #include <vector>
 
-#include <unistd.h>
-
+#include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/OutputFile.h"
 #include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Signer.h"
 #include "QuillmarkKit/Support/Date.h"
-#include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -30,6 +34,7 @@ constexpr std::string_view lineEnd = "\r\n";
 constexpr const char* usualHeaders[] = {
     "From",        "Reply-To",   "Subject",    "Date",         "To",           "Cc",
     "In-Reply-To", "References", "Message-ID", "MIME-Version", "Content-Type", "Content-Transfer-Encoding"};
+constexpr std::size_t overSigned = 6;  // of these
 
 enum ExitStatus { done = 0, inputAtFault = 1, argumentsAtFault = 2 };
 
@@ -51,6 +56,10 @@ int exitStatus(const Command& command) {
         return done;
     } catch (const Fault& fault) {
         return failed(fault.status, fault.what());
+    } catch (const UnsealableMessage& error) {
+        return failed(inputAtFault, error.what());
+    } catch (const OutputFileError& error) {
+        return failed(inputAtFault, error.what());
     } catch (const SigningError& error) {
         return failed(argumentsAtFault, error.what());
     } catch (const std::bad_alloc&) {
@@ -58,23 +67,102 @@ int exitStatus(const Command& command) {
     }
 }
 
-void print(std::string_view bytes) {
+/// `more`: what to do if it can't be.
+void print(std::string_view bytes, const std::string& more = {}) {
     if (writeOutput(bytes)) return;
-    throw Fault(inputAtFault, "The output couldn’t be written: " + std::generic_category().message(errno));
+    throw Fault(inputAtFault,
+                "The output couldn’t be written: " + std::generic_category().message(errno) + more);
 }
 
-SigningKey readKey(const std::string& path, const Reader& reader) {
-    const auto bytes = readFile(path);
+void printRecord(const SigningKey& key, const std::string& more = {}) {
+    print("Name:  SELECTOR._domainkey.DOMAIN\nValue: " + Signer::keyRecord(key) + "\n", more);
+}
+
+/// What is typed at the terminal, unseen; nothing when there is none.
+std::optional<std::string> typed(const std::string& question) {
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+    if (terminal < 0) return std::nullopt;
+    termios shown = {};
+    tcgetattr(terminal, &shown);
+    const auto show = [&] { tcsetattr(terminal, TCSANOW, &shown); };
+    std::string line;
+    {
+        const BeforeEnd whenStopped(show);
+        termios hidden = shown;
+        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(terminal, TCSANOW, &hidden);
+        writeBytes(question, terminal);
+        char c = 0;
+        while (read(terminal, &c, 1) == 1 && c != '\n') line += c;
+        show();
+    }
+    writeBytes("\n", terminal);
+    close(terminal);
+    return line;
+}
+
+ByteBuffer readKeyFile(const std::string& path, const Reader& reader) {
+    const bool isInput = path == "-";
+    auto bytes = isInput ? readDescriptor(STDIN_FILENO) : readFile(path);
     if (const auto* refusal = std::get_if<Refusal>(&bytes)) {
-        throw Fault(argumentsAtFault, problemLine(*refusal, repairedUTF8(path), reader));
+        const auto name = isInput ? std::nullopt : std::optional(repairedUTF8(path));
+        throw Fault(argumentsAtFault, problemLine(*refusal, name, reader));
     }
-    auto key = SigningKey::fromPEM(std::get<ByteBuffer>(bytes).view());
+    return std::get<ByteBuffer>(std::move(bytes));
+}
+
+std::string passphraseOf(const KeyFile& key, const Reader& reader) {
+    const std::string name = quillmark::quoted(key.path);
+    if (key.passphraseFile) {
+        const ByteBuffer bytes = readKeyFile(*key.passphraseFile, reader);
+        std::string_view line = bytes.view().substr(0, bytes.view().find('\n'));
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        return std::string(line);
+    }
+    if (auto line = typed(reader.translate("Passphrase of “%1”: ", {name}))) return std::move(*line);
+    throw Fault(
+        argumentsAtFault,
+        reader.translate("“%1” is encrypted. --passphrase-file names a file with its passphrase.", {name}));
+}
+
+void warnOfReaders(const std::string& path, const Reader& reader) {
+    struct stat status = {};
+    if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if ((status.st_mode & (S_IRGRP | S_IROTH)) == 0) return;
+    writeProblem(
+        reader.translate("Others can read “%1”, and who has the key can sign in your place. To keep it for "
+                         "yourself: chmod 600",
+                         {quillmark::quoted(path)}));
+}
+
+SigningKey readKey(const KeyFile& file, const Reader& reader) {
+    const ByteBuffer bytes = readKeyFile(file.path, reader);
+    bool isEncrypted = false;
+    auto key = SigningKey::fromPEM(bytes.view(), [&isEncrypted] {
+        isEncrypted = true;
+        return std::nullopt;
+    });
+    if (!key && isEncrypted) {
+        const std::string passphrase = passphraseOf(file, reader);
+        key = SigningKey::fromPEM(bytes.view(), [&passphrase] { return passphrase; });
+        if (!key) {
+            throw Fault(argumentsAtFault, reader.translate("The passphrase doesn’t open “%1”.",
+                                                           {quillmark::quoted(file.path)}));
+        }
+    }
     if (!key) {
-        throw Fault(argumentsAtFault, "“" + path +
+        throw Fault(argumentsAtFault, "“" + file.path +
                                           "” holds no private key that could be used: RSA or Ed25519, as PEM "
-                                          "(PKCS#8 or PKCS#1), without a password.");
+                                          "(PKCS#8 or PKCS#1).");
     }
+    warnOfReaders(file.path, reader);
     return *key;
+}
+
+/// Both the key and the message can't come from standard input.
+void requireOneInput(const SigningArguments& arguments) {
+    if (arguments.file == "-" && arguments.key.path == "-")
+        throw Fault(argumentsAtFault, "standard input (-) can be read only once");
 }
 
 /// A message and the bytes it stands in.
@@ -118,14 +206,14 @@ Input readMessage(const std::string& file, const Reader& reader) {
 }
 
 std::optional<std::int64_t> signingTime(const std::optional<std::string>& text) {
-    if (!text) return std::nullopt;
-    if (const auto seconds = decimal(*text)) return seconds;
-    if (const auto date = parsedRFC3339(*text)) {
+    if (text == "none") return std::nullopt;
+    if (const auto seconds = decimal(text.value_or(""))) return seconds;
+    if (const auto date = text ? parsedRFC3339(*text) : currentTime()) {
         return std::chrono::floor<std::chrono::seconds>(*date).time_since_epoch().count();
     }
-    throw Fault(
-        argumentsAtFault,
-        "--time takes a time such as 2026-11-21T10:00:00Z, or seconds since 1970, not “" + *text + "”");
+    throw Fault(argumentsAtFault,
+                "--time takes a time such as 2026-11-21T10:00:00Z, or seconds since 1970, or none, not “" +
+                    *text + "”");
 }
 
 /// What the option says, with empty names kept, so that they are refused like any other that is none.
@@ -136,8 +224,10 @@ std::vector<std::string> headerNames(const std::optional<std::string>& list, con
         for (std::string_view rest = text; !rest.empty();) names.emplace_back(takePiece(rest, ':'));
         return names;
     }
-    for (const char* name : usualHeaders) names.insert(names.end(), message.positions(name).size(), name);
-    if (!message.first("From")) names.emplace_back("From");
+    for (const auto& name : usualHeaders) {
+        const bool isOnceMore = &name < usualHeaders + overSigned;
+        names.insert(names.end(), message.positions(name).size() + isOnceMore, name);
+    }
     return names;
 }
 
@@ -158,14 +248,24 @@ int KeygenCommand::run() const {
         if (type != "rsa" && bits) throw Fault(argumentsAtFault, "--bits is for RSA keys only");
         const auto key = type == "rsa" ? SigningKey::newRSA(bits.value_or(2048)) : SigningKey::newEd25519();
         if (!key) throw Fault(inputAtFault, "No key could be made: there are no random numbers to be had.");
-        try {
-            const Undisturbed whileWriting;
-            createFile(out, key->pem());
-        } catch (const std::filesystem::filesystem_error& error) {
-            throw Fault(inputAtFault, unwritable(out, error.code().message()));
+        if (OutputFile::isStandardOutput(out)) {
+            print(key->pem());
+            return;
         }
-        print("Name:  SELECTOR._domainkey.DOMAIN\nValue: " + Signer::keyRecord(*key) + "\n");
+        {
+            OutputFile file(out);
+            const Undisturbed whileWriting;
+            file.write(key->pem());
+            file.commit();
+        }
+        const std::string name = quillmark::quoted(out);
+        printRecord(*key, ". " + reader.translate(
+                                     "The key is in “%1”; quillmark record prints its DNS record.", {name}));
     });
+}
+
+int RecordCommand::run() const {
+    return exitStatus([&] { printRecord(readKey(key, reader)); });
 }
 
 int SignCommand::run() const {
@@ -179,11 +279,12 @@ int SignCommand::run() const {
         Signer::Options options = {.domain = domain, .selector = selector, .bodyLength = length};
         options.time = signingTime(time);
         options.canonicalization = *pair;
-        const SigningKey key = readKey(keyFile, reader);
+        requireOneInput(*this);
+        const SigningKey signingKey = readKey(key, reader);
         const Input input = readMessage(file, reader);
         options.headers = headerNames(headers, input.message);
         if (length) requireBodyOf(*length, input.message, pair->body);
-        const std::string field = Signer::dkimSignature(input.message, options, key);
+        const std::string field = Signer::dkimSignature(input.message, options, signingKey);
         print(input.withFieldsOnTop(field + "\r\n"));
     });
 }
@@ -193,9 +294,10 @@ int SealCommand::run() const {
         Signer::ARCOptions options = {.domain = domain, .selector = selector, .results = results};
         options.time = signingTime(time);
         options.chain = chain;
-        const SigningKey key = readKey(keyFile, reader);
+        requireOneInput(*this);
+        const SigningKey signingKey = readKey(key, reader);
         const Input input = readMessage(file, reader);
-        const auto set = Signer::arcSet(input.message, options, key);
+        const auto set = Signer::arcSet(input.message, options, signingKey);
         print(
             input.withFieldsOnTop(set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n"));
     });

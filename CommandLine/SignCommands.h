@@ -8,15 +8,33 @@
 
 namespace quillmark {
 
+/// A private key that a command is given.
+struct KeyFile {
+    std::string path = {};  ///< PEM, PKCS#8 or PKCS#1; "-" is standard input
+    std::optional<std::string> passphraseFile =
+        {};  ///< whose first line is the passphrase; else it is asked for
+};
+
 /// `quillmark keygen`.
 struct KeygenCommand {
     std::string type = "rsa";           ///< or "ed25519"
     std::optional<unsigned> bits = {};  ///< of an RSA key; 2048 when absent
-    std::string out = {};               ///< the new file for the private key
+    std::string out = {};               ///< the new file for the private key; "-" is standard output
+    Reader reader = {};                 ///< whom problems are for
 
     /// Writes a private key (PEM, PKCS#8) into a new file that only the user may read, and then the record
-    /// that publishes it to standard output. Returns the exit status: 0 when there is a key, 1 when its file
-    /// could not be written, 2 when the arguments are at fault.
+    /// that publishes it to standard output, unless the key went there. Returns the exit status: 0 when there
+    /// is a key, 1 when something could not be written, 2 when the arguments are at fault.
+    int run() const;
+};
+
+/// `quillmark record`.
+struct RecordCommand {
+    KeyFile key = {};
+    Reader reader = {};  ///< whom problems are for
+
+    /// Prints the record that publishes the key. Returns the exit status: 0 when it was printed, 1 when that
+    /// could not be, 2 when the key is at fault.
     int run() const;
 };
 
@@ -27,14 +45,16 @@ struct KeygenCommand {
 struct SigningArguments {
     std::string file = {};  ///< the message; "-" is standard input
     std::string domain = {}, selector = {};
-    std::string keyFile = {};              ///< PEM, PKCS#8 or PKCS#1
-    std::optional<std::string> time = {};  ///< RFC 3339, or seconds since 1970; no `t=` when absent
-    Reader reader = {};                    ///< whom problems are for
+    KeyFile key = {};
+    /// RFC 3339, or seconds since 1970, or "none" for no `t=`; now when absent.
+    std::optional<std::string> time = {};
+    Reader reader = {};  ///< whom problems are for
 };
 
 /// `quillmark sign`.
 struct SignCommand : SigningArguments {
-    /// Field names with ":" between them. When absent those of `usualHeaders`, each as often as it occurs.
+    /// Field names with ":" between them. When absent those of `usualHeaders`, each as often as it occurs,
+    /// and those that a reader goes by once more, so that none can be added (RFC 6376, section 8.15).
     std::optional<std::string> headers = {};
     std::string canonicalization = "relaxed/relaxed";
     std::optional<std::int64_t> length = {};  ///< `l=`, canonical bytes; not more than the body has

@@ -73,11 +73,13 @@ int main(int count, char** values) {
         return 2;
     }
     endOnSignals();
-    auto& [check, history, keygen, sign, seal] = commands;
-    check.reader = history.reader = sign.reader = seal.reader = Reader::ofEnvironment();
+    auto& [check, history, keygen, record, sign, seal] = commands;
+    check.reader = history.reader = keygen.reader = record.reader = sign.reader = seal.reader =
+        Reader::ofEnvironment();
     if (outputHasColours()) check.markers = history.markers = Markers::coloured;
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
+    if (app.got_subcommand("record")) return record.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();
     return check.run();

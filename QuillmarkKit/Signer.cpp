@@ -42,15 +42,31 @@ bool isNameCharacter(char c) { return isASCIILetter(c) || isDigit(c) || c == '-'
 
 /// label *( "." label ), of letters, digits, "-" and "_"
 void requireName(std::string_view what, std::string_view name) {
+    constexpr std::size_t longestLabel = 63;  // RFC 1035, section 2.3.4
     bool isName = !name.empty() && name.back() != '.';
     for (std::string_view rest = name; !rest.empty();) {
         const std::string_view label = takePiece(rest, '.');
         isName = isName && !label.empty() && std::ranges::all_of(label, isNameCharacter);
+        if (label.size() > longestLabel) {
+            throw SigningError("DNS can’t hold the " + std::string(what) + " “" + std::string(name) +
+                               "”: no part of a name may be longer than 63 bytes.");
+        }
     }
     if (!isName) {
         throw SigningError("The " + std::string(what) + " “" + std::string(name) +
                            "” isn’t made of letters, digits, “-”, “_” and single dots.");
     }
+}
+
+/// Where the key is published.
+void requireKeyName(std::string_view selector, std::string_view domain) {
+    constexpr std::size_t longestName = 253;  // RFC 1035, section 2.3.4, as text
+    requireName("domain", domain);
+    requireName("selector", selector);
+    const std::string name = std::string(selector) + "._domainkey." + std::string(domain);
+    if (name.size() > longestName)
+        throw SigningError("DNS can’t hold the name of the key, “" + name +
+                           "”: it is longer than 253 bytes.");
 }
 
 /// Names of fields (RFC 5322, section 3.6.8) that can stand in `h=`.
@@ -119,7 +135,10 @@ int nextInstance(const MailMessage& message) {
     for (const auto position : message.positions("ARC-Seal")) {
         highest = std::max(highest, arcInstance(message.headers()[position]).value_or(0));
     }
-    if (highest >= mostARCSets) throw SigningError("The message has 50 ARC sets; there may be no more.");
+    if (highest >= mostARCSets) {
+        throw UnsealableMessage("The message has an ARC-Seal with i=" + std::to_string(highest) +
+                                "; there may be no more than 50 ARC sets.");
+    }
     return highest + 1;
 }
 
@@ -129,7 +148,7 @@ std::vector<std::string> arcSignedNames(const MailMessage& message) {
     for (const char* name : {"from", "to", "subject", "date", "message-id", "dkim-signature"}) {
         if (message.first(name)) names.emplace_back(name);
     }
-    if (!message.first("from")) throw SigningError("The message has no From field to sign.");
+    if (!message.first("from")) throw UnsealableMessage("The message has no From field to sign.");
     return names;
 }
 
@@ -141,8 +160,7 @@ std::string Signer::keyRecord(const SigningKey& key) {
 }
 
 std::string Signer::dkimSignature(const MailMessage& message, const Options& options, const SigningKey& key) {
-    requireName("domain", options.domain);
-    requireName("selector", options.selector);
+    requireKeyName(options.selector, options.domain);
     requireHeaderNames(options.headers);
     requireTime(options.time);
     if (options.bodyLength && *options.bodyLength < 0) throw SigningError("The body length is negative.");
@@ -157,8 +175,7 @@ std::string Signer::dkimSignature(const MailMessage& message, const Options& opt
 
 Signer::ARCFields Signer::arcSet(const MailMessage& message, const ARCOptions& options,
                                  const SigningKey& key) {
-    requireName("domain", options.domain);
-    requireName("selector", options.selector);
+    requireKeyName(options.selector, options.domain);
     requireResults(options.results);
     requireTime(options.time);
     const int instance = nextInstance(message);

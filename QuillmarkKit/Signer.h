@@ -18,12 +18,19 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// The same where it lies with the message: no ARC set can be put on top of it.
+class UnsealableMessage : public SigningError {
+public:
+    using SigningError::SigningError;
+};
+
 /// Makes what the checkers read: DKIM signatures (RFC 6376), ARC sets (RFC 8617) and key records. Fields come
 /// back on one line, without a final CR LF, to be put on top of the message's fields.
 ///
 /// All functions but `keyRecord` throw `SigningError` when a text could break out of the field it is to stand
-/// in (a domain or selector that is none, a header name with ";", a line end anywhere …) or when the key
-/// cannot make signatures that hold: an RSA key below 1024 bits, a damaged one.
+/// in or name nothing (a domain or selector that is none or that DNS cannot hold, a header name with ";", a
+/// line end anywhere …) or when the key cannot make signatures that hold: an RSA key below 1024 bits, a
+/// damaged one.
 struct Signer {
     Signer() = delete;
 
@@ -60,7 +67,8 @@ struct Signer {
                                      const SigningKey& key);
 
     /// A new ARC set on top of those the message has; its instance is one more than that of the highest
-    /// ARC-Seal. Throws `SigningError` also when there are 50 already, or no From field that could be signed.
+    /// ARC-Seal. Throws `UnsealableMessage` when one has the instance 50 or more, or when there is no From
+    /// field that could be signed.
     static ARCFields arcSet(const MailMessage& message, const ARCOptions& options, const SigningKey& key);
 };
 

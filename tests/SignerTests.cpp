@@ -169,7 +169,7 @@ TEST(Signer, chainsOfOneToFiftySets) {
         }
     }
     EXPECT_EQ(problem([&] { sealed(message, arcOptions(), ed25519Key()); }),
-              "The message has 50 ARC sets; there may be no more.");
+              "The message has an ARC-Seal with i=50; there may be no more than 50 ARC sets.");
 }
 
 /// Fields that somebody left without a whole set don't get into a new one.

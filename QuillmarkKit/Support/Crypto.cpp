@@ -185,8 +185,16 @@ struct SigningKey::Key {
 
 namespace {
 
-/// A key that is asked for a password has none: nobody is there to type it.
-int noPassword(char*, int, int, void*) { return -1; }
+using Passphrase = std::function<std::optional<std::string>()>;
+
+/// Gives the library the passphrase that it asks for: how long it is, or -1.
+int writePassphrase(char* buffer, int size, int, void* from) {
+    const auto& passphrase = *static_cast<const Passphrase*>(from);
+    const auto text = passphrase ? passphrase() : std::nullopt;
+    if (!text || text->size() > static_cast<std::size_t>(size)) return -1;
+    std::ranges::copy(*text, buffer);
+    return static_cast<int>(text->size());
+}
 
 unsigned char* bytesOf(std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); }
 
@@ -230,11 +238,11 @@ std::optional<SigningKey> SigningKey::newEd25519() {
     return SigningKey(std::make_shared<const Key>(Key{std::move(key)}));
 }
 
-std::optional<SigningKey> SigningKey::fromPEM(std::string_view pem) {
+std::optional<SigningKey> SigningKey::fromPEM(std::string_view pem, const Passphrase& passphrase) {
     constexpr std::size_t mostBytes = 1'000'000;
     const ByteStream stream(BIO_new_mem_buf(pem.data(), static_cast<int>(std::min(pem.size(), mostBytes))));
-    PKey key(
-        PEM_read_bio_PrivateKey_ex(stream.get(), nullptr, noPassword, nullptr, library().context, nullptr));
+    PKey key(PEM_read_bio_PrivateKey_ex(stream.get(), nullptr, writePassphrase,
+                                        const_cast<Passphrase*>(&passphrase), library().context, nullptr));
     if (!key || (!EVP_PKEY_is_a(key.get(), "RSA") && !EVP_PKEY_is_a(key.get(), "ED25519")))
         return std::nullopt;
     return SigningKey(std::make_shared<const Key>(Key{std::move(key)}));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -70,8 +71,11 @@ public:
     static std::optional<SigningKey> newRSA(unsigned bits);
     static std::optional<SigningKey> newEd25519();
     /// The first private key of a PEM text: PKCS#8 (RFC 5958) or PKCS#1 (RFC 8017, appendix A.1.2). Nothing
-    /// when there is none, when it is encrypted or of another type.
-    static std::optional<SigningKey> fromPEM(std::string_view pem);
+    /// when there is none, or one of another type. Of an encrypted one (and of no other) `passphrase` is
+    /// called, perhaps twice; nothing comes of it when that has none, or not the right one. It must not
+    /// throw.
+    static std::optional<SigningKey> fromPEM(
+        std::string_view pem, const std::function<std::optional<std::string>()>& passphrase = {});
 
     Type type() const;
     /// The key itself as PEM, PKCS#8. Whoever holds it can sign.
