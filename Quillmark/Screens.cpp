@@ -208,14 +208,17 @@ private:
         window.action(Command::showTable)->trigger();
         list.sort(ReportList::checkedColumn, Qt::DescendingOrder);
         list.setEntries({});
-        window.showDropArea();
-        window.setProblem(QString::fromStdString(noMessageLine("Pictures", words.reader)));
+        const QString refusal = QString::fromStdString(noMessageLine("Pictures", words.reader));
+        window.showRefusal(refusal);
+        window.setProblem(refusal);
         save(window, look, "refused-folder");
     }
 
     void dialogs(const Look& look, const Words& words) {
         PasteView paste(words);
         save(paste, look, "paste");
+        paste.refuse(QString::fromStdString(problemLine({Refusal::NotAnEmail{}}, {}, words.reader)));
+        save(paste, look, "paste-refused");
         SettingsView settings({}, words);
         save(settings, look, "settings");
         WelcomeView welcome(words);
