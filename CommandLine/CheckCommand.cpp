@@ -227,7 +227,7 @@ int CheckCommand::run() const {
         }
         const BeforeEnd whenStopped([&output] { output.finishEarly(); });
         checkAll(inputs, Checker(*this, from), output, from.workers);
-        return output.finish();
+        return output.finish(inputs.passedOver());
     } catch (const AnswersFileError& error) {
         writeProblem(error.what());
         return 2;

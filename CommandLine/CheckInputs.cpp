@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "QuillmarkKit/Notes.h"
 #include "QuillmarkKit/PastedText.h"
 
 namespace quillmark {
@@ -43,9 +44,11 @@ std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
         if (!m_isPasted || !message || message->place.number > 0) return Input{std::move(*found)};
         const PastedText source = pastedText(message->bytes.view());
         message->bytes = ByteBuffer(source.source);
+        if (auto note = noteOfDroppedLines(source)) message->note = std::move(note);
         return Input{std::move(*found), ParseMode::lenient, source.withoutLinesBefore.has_value()};
     }
     m_bytesRead += m_reader->bytesRead();
+    m_passedOver += m_reader->passedOver();
     m_reader.reset();
     return std::nullopt;
 }

@@ -29,6 +29,8 @@ public:
     std::optional<Input> next();
 
     std::uint64_t bytesRead() const { return m_bytesRead + (m_reader ? m_reader->bytesRead() : 0); }
+    /// What was passed over in the files that are done: see `MailboxReader`.
+    std::int64_t passedOver() const { return m_passedOver; }
     /// What reading all of them takes; nothing when that can't be known beforehand.
     std::optional<std::uint64_t> expectedBytes() const;
 
@@ -40,6 +42,7 @@ private:
     std::size_t m_current = 0;
     std::unique_ptr<MailboxReader> m_reader = {};  // of the current file, when it has begun
     std::uint64_t m_bytesRead = 0;                 // of the files before
+    std::int64_t m_passedOver = 0;
 };
 
 }  // namespace quillmark

@@ -85,10 +85,11 @@ void CheckOutput::print(const OrderedRun::Message& message) {
     m_output.write(message.report);
 }
 
-int CheckOutput::finish() {
+int CheckOutput::finish(std::int64_t passedOver) {
     clearProgress();
     {
         const std::lock_guard lock(m_mutex);
+        m_summary.addPassedOver(passedOver);
         complete();
         m_isPrinting = true;
     }

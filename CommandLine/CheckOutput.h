@@ -32,8 +32,9 @@ public:
     /// How many outcomes there are. From any thread.
     void tellCount(std::size_t outcomes) { m_expectedOutcomes = static_cast<std::int64_t>(outcomes); }
 
-    /// What is left when all are done. The exit status.
-    int finish();
+    /// What is left when all are done. `passedOver`: how much of what was read was no message, as expected.
+    /// The exit status.
+    int finish(std::int64_t passedOver);
     /// What is left when the process is about to end before that: the same for the outcomes taken by now, and
     /// a line that says how many they are. From any thread; all others that come here wait for the end.
     void finishEarly() { finishEarly(Ending::stopped); }

@@ -22,6 +22,7 @@ public:
     /// `hasCautions`: the headline alone would mislead.
     void add(const Verdict& verdict, bool hasCautions);
     void addProblem() { ++m_problems; }
+    void addPassedOver(std::int64_t count) { m_passedOver += count; }
 
     /// Two tables: how often each verdict, and the domains that signed most, with the tones of their
     /// verdicts.
@@ -37,7 +38,7 @@ private:
     std::map<std::pair<VerdictKind, Tone>, std::int64_t> m_verdicts = {};
     std::map<std::string, Counts> m_domains = {};
     Counts m_unsigned = {}, m_otherDomains = {};
-    std::int64_t m_withCautions = 0, m_problems = 0;
+    std::int64_t m_withCautions = 0, m_problems = 0, m_passedOver = 0;
 };
 
 }  // namespace quillmark

@@ -8,6 +8,8 @@
 #include <utility>
 #include <variant>
 
+#include "QuillmarkKit/Notes.h"
+#include "QuillmarkKit/PastedText.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Wording.h"
@@ -121,7 +123,10 @@ UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
 }
 
 UUID AppModel::paste(std::string_view text) {
-    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(text), .mode = ParseMode::lenient}});
+    const PastedText pasted = pastedText(text);
+    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(pasted.source),
+                    .mode = ParseMode::lenient,
+                    .note = noteOfDroppedLines(pasted)}});
 }
 
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {

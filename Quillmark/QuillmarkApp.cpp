@@ -53,10 +53,10 @@ QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c
 
 /// Whether a file is a mailbox of more than one message.
 bool holdsSeveral(std::string_view file) {
-    const auto begin = mboxBegin(file.substr(0, longestHead));
+    const auto begin = mailboxBegin(file.substr(0, longestHead));
     if (!begin) return false;
-    MboxSplitter splitter;
-    splitter.add(file.substr(*begin));
+    MailboxSplitter splitter(begin->form);
+    splitter.add(file.substr(begin->offset));
     splitter.end();
     const auto first = splitter.next();
     return first && !first->isOnly;

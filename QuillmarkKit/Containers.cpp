@@ -24,6 +24,12 @@ constexpr std::size_t longestEmptyLine = 4;  // and the line end before it, wher
 constexpr std::size_t longestCount = 20;     // of the line with the count: digits and the blanks behind them
 constexpr std::size_t mostSignatures = 10;
 constexpr std::size_t asciiUnits = 16;  // that UTF-16 without a mark begins with
+constexpr std::string_view mmdfLine = "\1\1\1\1";
+constexpr std::size_t tarBlock = 512;
+constexpr std::size_t storeSizeAt = 13, storeSizeDigits = 16;  // of a stored message, in its header
+constexpr std::size_t longestStoreHeader = 1000;               // and line before it
+constexpr std::size_t mostMixedReadings = 256;
+constexpr std::size_t mostMixedBytes = 200'000'000;  // to be hashed for them
 
 /// The line at the front, without its line end.
 std::string_view firstLine(std::string_view text) {
@@ -94,6 +100,15 @@ std::size_t separatorLength(std::string_view text, bool isBehindEmptyLine) {
     return (isDated && (isBehindEmptyLine || isBeforeField)) || isDatelessSeparator ? end + 1 : 0;
 }
 
+/// The length of what parts two messages of an MMDF mailbox, at the front of `text`; 0 when that isn't there.
+std::size_t mmdfLength(std::string_view text) {
+    std::string_view rest = text;
+    // One line ends a message, and another begins the next.
+    for (int lines = 0; lines < 2 && firstLine(rest) == mmdfLine; ++lines)
+        rest.remove_prefix(std::min(rest.find('\n'), rest.size() - 1) + 1);
+    return text.size() - rest.size();
+}
+
 /// A message without the empty line that parts it from the next separator. One that ends its header stays.
 std::string_view withoutLastEmptyLine(std::string_view message) {
     for (const std::string_view end : {"\n", "\r\n"}) {
@@ -133,6 +148,37 @@ std::size_t fitting(const MailMessage& message) {
 
 bool isConverted(std::string_view head) {
     return head.starts_with("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1") || head.starts_with("!BDN");
+}
+
+/// Whether a file that begins so begins with a block for a file in it, whose sum is right.
+static bool isTar(std::string_view head) {
+    constexpr std::size_t sumAt = 148, sumSize = 8;
+    if (head.size() < tarBlock) return false;
+    head = head.substr(0, tarBlock);
+    std::uint64_t sum = sumSize * ' ', named = 0;
+    for (std::size_t i = 0; i < tarBlock; ++i) {
+        if (i - sumAt >= sumSize) sum += static_cast<unsigned char>(head[i]);
+    }
+    const std::string_view digits = trimmed(head.substr(sumAt, sumSize), {" \0", 2});
+    for (const char c : digits) {
+        if (c < '0' || c > '7') return false;
+        named = 8 * named + static_cast<std::uint64_t>(c - '0');
+    }
+    return !digits.empty() && sum == named;
+}
+
+std::optional<PackedForm> packedForm(std::string_view head) {
+    using enum PackedForm;
+    constexpr std::pair<std::string_view, PackedForm> forms[] = {
+        {"\x1F\x8B\x08", gzip},           {{"\xFD\x37zXZ\0", 6}, xz}, {"\x28\xB5\x2F\xFD", zstandard},
+        {"\x04\x22\x4D\x18", lz4},        {"PK\x03\x04", zip},        {"PK\x05\x06", zip},
+        {"7z\xBC\xAF\x27\x1C", sevenZip}, {"Rar!\x1A\x07", rar},      {"\xCF\xAD\x12\xFE", dbx},
+    };
+    for (const auto& [begin, form] : forms) {
+        if (head.starts_with(begin)) return form;
+    }
+    if (head.starts_with("BZh") && head.substr(0, 10).ends_with("1AY&SY")) return bzip2;
+    return isTar(head) ? std::optional(tar) : std::nullopt;
 }
 
 // UTF-16
@@ -217,9 +263,57 @@ std::optional<std::string_view> countedMessage(std::string_view file) {
     return rest.substr(0, begin + 1);
 }
 
-// Mbox
+// A server's store
 
-std::optional<std::size_t> mboxBegin(std::string_view head) {
+namespace {
+
+/// The parts of the file's first line and of the header behind it.
+struct StoreHeader {
+    std::size_t size = 0;  ///< of both
+    std::uint64_t messageSize = 0;
+};
+
+std::optional<std::uint64_t> hexadecimal(std::string_view digits) {
+    std::uint64_t value = 0;
+    for (const char c : digits) {
+        if (hexValue(c) < 0) return std::nullopt;
+        value = 16 * value + static_cast<std::uint64_t>(hexValue(c));
+    }
+    return digits.empty() || digits.size() > storeSizeDigits ? std::nullopt : std::optional(value);
+}
+
+std::optional<StoreHeader> storeHeader(std::string_view file) {
+    const std::string_view line = file.substr(0, longestStoreHeader).substr(0, file.find('\n'));
+    std::string_view rest = line;
+    if (!line.starts_with("2 M")) return std::nullopt;
+    rest.remove_prefix(3);
+    const auto length = hexadecimal(takeWord(rest, " "));
+    const std::string_view header = file.substr(std::min(line.size() + 1, file.size()));
+    if (!length || *length > longestStoreHeader || *length < storeSizeAt + storeSizeDigits + 1 ||
+        *length > header.size() || !header.starts_with("\1\2N")) {
+        return std::nullopt;
+    }
+    const auto size = hexadecimal(header.substr(storeSizeAt, storeSizeDigits));
+    if (!size) return std::nullopt;
+    return StoreHeader{line.size() + 1 + static_cast<std::size_t>(*length), *size};
+}
+
+}  // namespace
+
+bool beginsStore(std::string_view head) { return storeHeader(head).has_value(); }
+
+std::optional<std::string_view> storedMessage(std::string_view file) {
+    const auto header = storeHeader(file);
+    if (!header || header->messageSize > file.size() - header->size) return std::nullopt;
+    const auto message = file.substr(header->size, static_cast<std::size_t>(header->messageSize));
+    const std::string_view notes = file.substr(header->size + message.size());
+    const bool isOnly = notes.starts_with("\n\1\3\n") && notes.find("\n\1\2N") == std::string_view::npos;
+    return isOnly && !packedForm(message) ? std::optional(message) : std::nullopt;
+}
+
+// Mailboxes
+
+static std::optional<std::size_t> mboxBegin(std::string_view head) {
     std::string_view text = head.substr(0, longestHead);
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
@@ -231,7 +325,13 @@ std::optional<std::size_t> mboxBegin(std::string_view head) {
     return static_cast<std::size_t>(rest.data() - head.data());
 }
 
-void MboxSplitter::add(std::string_view bytes) {
+std::optional<MailboxBegin> mailboxBegin(std::string_view head) {
+    if (firstLine(head) == mmdfLine) return MailboxBegin{MailboxForm::mmdf, mmdfLength(head)};
+    const auto begin = mboxBegin(head);
+    return begin ? std::optional(MailboxBegin{MailboxForm::mbox, *begin}) : std::nullopt;
+}
+
+void MailboxSplitter::add(std::string_view bytes) {
     if (m_begin > 0) {
         // Of a message that is not complete nothing is moved twice: it begins the buffer from now on.
         const std::string_view rest = held();
@@ -246,12 +346,13 @@ void MboxSplitter::add(std::string_view bytes) {
     m_buffer.setSize(needed);
 }
 
-std::optional<MboxSplitter::Separator> MboxSplitter::nextSeparator() {
-    const std::string_view text = m_buffer.view();
+std::optional<MailboxSplitter::Separator> MailboxSplitter::nextSeparator() {
+    const std::string_view text = m_buffer.view(),
+                           begin = m_form == MailboxForm::mmdf ? mmdfLine : separatorBegin;
     for (;;) {
-        const auto found = text.find(separatorBegin, m_search);
+        const auto found = text.find(begin, m_search);
         if (found == std::string_view::npos) {
-            const std::size_t begun = separatorBegin.size() - 1;  // its beginning may have come already
+            const std::size_t begun = begin.size() - 1;  // its beginning may have come already
             m_search = std::max(m_search, text.size() - std::min(begun, text.size()));
             return std::nullopt;
         }
@@ -272,25 +373,27 @@ std::optional<MboxSplitter::Separator> MboxSplitter::nextSeparator() {
 }
 
 /// The separator that begins there, if one does.
-std::optional<MboxSplitter::Separator> MboxSplitter::separatorAt(std::size_t position) const {
+std::optional<MailboxSplitter::Separator> MailboxSplitter::separatorAt(std::size_t position) const {
     const std::string_view text = m_buffer.view();
     const bool isFirst = position == m_begin && !m_isTooLarge;
     if (!isFirst && (position <= m_begin || text[position - 1] != '\n')) return std::nullopt;
     const bool isBehindEmptyLine = endsWithEmptyLine(text.substr(m_begin, position - m_begin));
-    const auto length = separatorLength(text.substr(position), isBehindEmptyLine);
+    const auto length = m_form == MailboxForm::mmdf
+                            ? mmdfLength(text.substr(position))
+                            : separatorLength(text.substr(position), isBehindEmptyLine);
     return length > 0 ? std::optional(Separator{position, position + length}) : std::nullopt;
 }
 
 /// Where the message's body ends by its Content-Length, when that lies behind this separator; else 0.
-std::size_t MboxSplitter::endByLength(std::size_t separator) const {
+std::size_t MailboxSplitter::endByLength(std::size_t separator) const {
     constexpr std::string_view name = "\nContent-Length:";
     const std::string_view message = held().substr(0, separator - m_begin);
     std::string_view header = message.substr(0, longestHead);
     header = header.substr(0, header.find("\n\n"));
     header = header.substr(0, header.find("\n\r\n"));
     const auto field = header.rfind(name);
-    if (m_isTooLarge || header.size() >= std::min(message.size(), longestHead) ||
-        field == std::string_view::npos)
+    if (m_form != MailboxForm::mbox || m_isTooLarge ||
+        header.size() >= std::min(message.size(), longestHead) || field == std::string_view::npos)
         return 0;
     const auto length = decimal(trimmedBlanks(firstLine(header.substr(field + name.size()))));
     if (!length || *length > static_cast<std::int64_t>(largestMessage)) return 0;
@@ -301,7 +404,7 @@ std::size_t MboxSplitter::endByLength(std::size_t separator) const {
 
 /// Whether the message ends there, at a separator or at the end of the file, and more of its signatures fit
 /// it so than when it ends at this separator.
-bool MboxSplitter::isSignedUpTo(std::size_t end, std::size_t separator) const {
+bool MailboxSplitter::isSignedUpTo(std::size_t end, std::size_t separator) const {
     const std::string_view text = m_buffer.view();
     if (end > text.size()) return false;
     const auto lineEnds = std::min(text.substr(end).find_first_not_of("\r\n"), text.size() - end);
@@ -315,7 +418,7 @@ bool MboxSplitter::isSignedUpTo(std::size_t end, std::size_t separator) const {
 
 /// Of a message that is too large only as much stays as tells whether an empty line stands before a
 /// separator.
-void MboxSplitter::discardLarge() {
+void MailboxSplitter::discardLarge() {
     constexpr std::size_t context = 4;
     if (held().size() <= largestMessage + lookAhead) {
         if (!m_isTooLarge) return;
@@ -324,16 +427,18 @@ void MboxSplitter::discardLarge() {
     m_begin = std::max(m_begin, m_search - std::min(context, m_search));
 }
 
-std::optional<MboxSplitter::Message> MboxSplitter::next() {
+std::optional<MailboxSplitter::Message> MailboxSplitter::next() {
     while (!m_isDone) {
         const auto separator = nextSeparator();
         if (!separator && !m_hasEnded) {
             discardLarge();
             return std::nullopt;
         }
-        m_isDone = !separator;
+        const bool isMbox = m_form == MailboxForm::mbox;
+        m_isDone = !separator || (!isMbox && m_hasEnded && separator->end == m_buffer.size());
         const std::size_t end = separator ? separator->begin : m_buffer.size();
-        Message message{.bytes = withoutLastEmptyLine(m_buffer.view().substr(m_begin, end - m_begin)),
+        const std::string_view bytes = m_buffer.view().substr(m_begin, end - m_begin);
+        Message message{.bytes = isMbox ? withoutLastEmptyLine(bytes) : bytes,
                         .number = ++m_number,
                         .isTooLarge = m_isTooLarge,
                         .isOnly = m_isDone && m_number == 1};
@@ -376,6 +481,32 @@ std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>&
     return bytes.append(text.substr(from));
 }
 
+/// Looks for a reading that fits in which some lines with just one ">" had it from the beginning: the fewer
+/// they are, the sooner.
+void readMixed(std::string_view message, std::vector<std::size_t> lines, QuotedFromLines& quoted) {
+    std::erase_if(lines, [&](auto line) { return message[line + 1] == '>'; });
+    const auto parsed = MailMessage::parse(message);
+    const bool isSigned = parsed.first("DKIM-Signature") || parsed.first("ARC-Message-Signature");
+    std::size_t readings = std::min(mostMixedReadings, mostMixedBytes / message.size());
+    for (std::size_t kept = 1; isSigned && kept < lines.size(); ++kept) {
+        std::vector<char> isKept(lines.size());
+        std::fill_n(isKept.begin(), kept, 1);
+        do {
+            if (readings-- == 0) return;
+            std::vector<std::size_t> taken;
+            for (std::size_t i = 0; i < lines.size(); ++i) {
+                if (isKept[i] == 0) taken.push_back(lines[i]);
+            }
+            const std::string bytes = withoutQuotes(message, taken, FromQuoting::full);
+            if (fitting(MailMessage::parse(bytes)) == 0) continue;
+            quoted.isLossy = true;
+            quoted.lines = static_cast<std::int64_t>(taken.size());
+            quoted.bytes = ByteBuffer(bytes);
+            return;
+        } while (std::ranges::prev_permutation(isKept).found);
+    }
+}
+
 }  // namespace
 
 std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
@@ -401,7 +532,16 @@ std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
         quoted.bytes = ByteBuffer(bytes);
     }
     quoted.isDecided = most > fewest;
+    if (most == 0) readMixed(message, lines, quoted);
     return quoted;
+}
+
+bool isInternalData(std::string_view message) {
+    if (message.size() > longestHead) return false;
+    const auto parsed = MailMessage::parse(message);
+    const HeaderField* subject = parsed.first("Subject");
+    return (parsed.first("X-IMAP") || parsed.first("X-IMAPbase")) && !parsed.first("Received") &&
+           !parsed.first("DKIM-Signature") && subject && subject->value().ends_with("FOLDER INTERNAL DATA");
 }
 
 }  // namespace quillmark

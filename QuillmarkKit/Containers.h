@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "QuillmarkKit/Intake.h"
 #include "QuillmarkKit/Support/ByteBuffer.h"
 #include "QuillmarkKit/Support/Fields.h"
 
@@ -16,6 +17,10 @@ namespace quillmark {
 /// Whether a file that begins so is in a format that takes messages to pieces (a compound document, a store
 /// of personal folders), so that what was signed cannot be had from it.
 bool isConverted(std::string_view head);
+
+/// The form of a file that begins so and must be unpacked to be read. A store of which one message to a file
+/// can be read is none of these: see `storedMessage`.
+std::optional<PackedForm> packedForm(std::string_view head);
 
 /// The byte order of a file that is UTF-16 text: it begins with a byte order mark, or all of its first
 /// characters are ASCII.
@@ -48,30 +53,47 @@ std::optional<std::string_view> countedMessage(std::string_view file);
 /// Whether a file that begins so may be one.
 bool beginsWithCount(std::string_view head);
 
-/// Where the first message of an mbox (RFC 4155) begins, behind its "From " line; nothing when `head`, the
-/// beginning of a file, begins no mbox.
-std::optional<std::size_t> mboxBegin(std::string_view head);
+/// Whether a file that begins so is of a server's store (dbox): a line for the file, a header with a
+/// message's size, the message, and what the server noted of it.
+bool beginsStore(std::string_view head);
+/// The one message of such a file; nothing when it holds several, or they are compressed.
+std::optional<std::string_view> storedMessage(std::string_view file);
+
+/// How a mailbox parts its messages.
+enum class MailboxForm {
+    mbox,  ///< each stands behind a line "From " (RFC 4155)
+    mmdf,  ///< each stands between two lines of four bytes 1
+};
+struct MailboxBegin {
+    MailboxForm form = MailboxForm::mbox;
+    std::size_t offset = 0;  ///< of the first message, behind the line that parts it
+};
+/// Nothing when `head`, the beginning of a file, begins no mailbox.
+std::optional<MailboxBegin> mailboxBegin(std::string_view head);
 /// How much of a file must be there, if it is so long, for the questions above.
 constexpr std::size_t longestHead = 65'536;
 
-/// Cuts an mbox into its messages while its bytes come in. It holds about one message at a time, and of one
+/// Cuts a mailbox into its messages while its bytes come in. It holds about one message at a time, and of one
 /// that is larger than is taken in next to nothing; linear in its input, however the "From " lines lie.
 ///
-/// A line is taken for a separator when two of these hold: it has a date, an empty line stands before it, a
-/// header field follows it; without a date it must name an address. Thus a line of a message that begins with
-/// "From " and was not quoted when it was saved splits no message, unless it looks just like a separator.
-/// Then the message's Content-Length is heeded when it leads to another separator or to the end, and when
-/// more of its signatures fit the body that long: whoever wrote that field can't hide the messages of others.
-class MboxSplitter {
+/// A line of an mbox is taken for a separator when two of these hold: it has a date, an empty line stands
+/// before it, a header field follows it; without a date it must name an address. Thus a line of a message
+/// that begins with "From " and was not quoted when it was saved splits no message, unless it looks just like
+/// a separator. Then the message's Content-Length is heeded when it leads to another separator or to the end,
+/// and when more of its signatures fit the body that long: whoever wrote that field can't hide the messages
+/// of others.
+class MailboxSplitter {
 public:
+    explicit MailboxSplitter(MailboxForm form) : m_form(form) {}
+
     struct Message {
-        std::string_view bytes = {};  ///< its own, valid until the next call; without the line "From "
+        std::string_view bytes = {};  ///< its own, valid until the next call; without what parts it
         std::size_t number = 0;       ///< its place in the file, from 1
         bool isTooLarge = false;      ///< over `largestMessage`; then there are no bytes
         bool isOnly = false;          ///< no other separator was met in the file
     };
 
-    /// Takes what comes next in the file. The first bytes begin where `mboxBegin` says.
+    /// Takes what comes next in the file. The first bytes begin where `mailboxBegin` says.
     void add(std::string_view bytes);
     /// Says that this was all.
     void end() { m_hasEnded = true; }
@@ -90,6 +112,7 @@ private:
     std::string_view held() const { return m_buffer.view().substr(m_begin); }
     void discardLarge();
 
+    const MailboxForm m_form;
     ByteBuffer m_buffer = ByteBuffer(4 * longestHead);
     std::size_t m_begin = 0;   // of the message, in the buffer
     std::size_t m_search = 0;  // where no separator begins before
@@ -113,11 +136,18 @@ struct QuotedFromLines {
     FromQuoting reading = FromQuoting::none;  ///< the one to be checked
     std::int64_t lines = 0;                   ///< how many it changes, or would change
     bool isDecided = false;                   ///< signatures fit this reading and not each of the others
-    std::optional<ByteBuffer> bytes = {};     ///< the message in this reading, when that changes it
+    bool isLossy = false;  ///< none fits, but one that changes some lines alone, which is then taken
+    std::optional<ByteBuffer> bytes = {};  ///< the message in this reading, when that changes it
 };
 /// Reads the message in each way and compares the hashes of its body with those that its signatures name (of
 /// ten DKIM and ten ARC signatures at most). The message as it stands is what is checked unless another
 /// reading fits more of them. Nothing when no body line begins with ">From ".
+///
+/// A mailbox that puts ">" before "From " lines alone doesn't tell them from those that were written with one
+/// ">": where no reading fits, those are tried in which some of these lines were, at most 256 of them.
 std::optional<QuotedFromLines> quotedFromLines(std::string_view message);
+
+/// Whether this message, the first of an mbox, is none but what mail programs note there about the mailbox.
+bool isInternalData(std::string_view message);
 
 }  // namespace quillmark

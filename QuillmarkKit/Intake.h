@@ -13,6 +13,21 @@
 /// From the bytes of a file or a paste to the message in them, or the reason why there is none, as a value.
 namespace quillmark {
 
+/// A form that holds messages, or one, and is not read: they must be taken out with another program.
+enum class PackedForm {
+    gzip,
+    bzip2,
+    xz,
+    zstandard,
+    lz4,
+    zip,
+    sevenZip,
+    rar,
+    tar,
+    dbox,  ///< a mail server's store, with several messages in a file
+    dbx,   ///< a mail program's store
+};
+
 /// Why something was not taken in.
 struct Refusal {
     struct Unreadable {
@@ -29,7 +44,11 @@ struct Refusal {
     struct Converted {
         bool operator==(const Converted&) const = default;
     };
-    /// A folder in which there is no file that could hold a message.
+    struct Packed {
+        PackedForm form = PackedForm::zip;
+        bool operator==(const Packed&) const = default;
+    };
+    /// A folder in which there is no file that could hold a message, or a mailbox without messages.
     struct EmptyFolder {
         bool operator==(const EmptyFolder&) const = default;
     };
@@ -41,8 +60,8 @@ struct Refusal {
     struct Moved {
         bool operator==(const Moved&) const = default;
     };
-    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, EmptyFolder, AttachedLeftOut, Moved> value =
-        NotAnEmail{};
+    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, Packed, EmptyFolder, AttachedLeftOut, Moved>
+        value = NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <set>
 #include <system_error>
@@ -22,6 +23,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t pieceSize = 4 * longestHead;
+constexpr std::string_view indexEnding = ".msf";
 constexpr std::size_t mostProperties = 1'000'000;  // bytes behind a message with a count in front
 
 Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
@@ -30,6 +32,16 @@ Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_categor
 std::string lastComponent(std::string_view path) {
     while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
     return repairedUTF8(path.substr(path.rfind('/') + 1));
+}
+
+/// Whether the file begins as a mail program's index of a mailbox does.
+bool isIndex(const std::string& path) {
+    constexpr std::string_view begin = "// <!-- <mdb:mork:";
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) return false;
+    std::string head(begin.size(), '\0');
+    std::ifstream(path, std::ios::binary).read(head.data(), static_cast<std::streamsize>(head.size()));
+    return head == begin;
 }
 
 /// The bytes of an open file; UTF-16 comes as UTF-8.
@@ -159,6 +171,10 @@ public:
             struct stat status = {};
             // Gone since its folder was read, or out of reach.
             if (stat(path.c_str(), &status) != 0) return File{path, nameOf(path), unreadable(errno)};
+            if (S_ISREG(status.st_mode) && status.st_size == 0) {
+                ++m_passedOver;  // a mailbox without messages, or a mark
+                continue;
+            }
             if (S_ISREG(status.st_mode)) return File{path, nameOf(path)};
             if (!S_ISDIR(status.st_mode)) continue;
             if (auto refusal = enter(path, status)) return File{path, nameOf(path), std::move(refusal)};
@@ -171,6 +187,9 @@ public:
         const int error = queue(folder);
         return error == 0 ? std::nullopt : std::optional(unreadable(error));
     }
+
+    /// How many files that mail programs keep beside their mailboxes weren't given.
+    std::int64_t passedOver() const { return m_passedOver; }
 
 private:
     std::string nameOf(std::string_view path) const {
@@ -189,7 +208,7 @@ private:
             names.push_back(entry->path().filename().string());
         if (error) return error.value();
         std::ranges::sort(names, std::greater());  // the last is taken first
-        const auto has = [&](const char* name) {
+        const auto has = [&](const std::string& name) {
             return std::ranges::binary_search(names, name, std::greater());
         };
         const bool isMaildir = has("cur") && has("new") && has("tmp");
@@ -200,7 +219,12 @@ private:
             // "tmp" lie messages that were not delivered.
             const bool isPassedOver =
                 isMaildir ? name == "tmp" || fs::is_regular_file(path, error) : name.starts_with('.');
-            if (!isPassedOver) m_pending.push_back(path);
+            if (isPassedOver) continue;
+            const bool isCompanion = name == "popstate.dat" || name == "Info.plist" ||
+                                     (name.ends_with(indexEnding) && isIndex(path) &&
+                                      has(name.substr(0, name.size() - indexEnding.size())));
+            m_passedOver += isCompanion ? 1 : 0;
+            if (!isCompanion) m_pending.push_back(path);
         }
         return 0;
     }
@@ -209,6 +233,7 @@ private:
     bool m_hasBegun = false;
     std::vector<std::string> m_pending = {};
     std::set<std::pair<dev_t, ino_t>> m_seen = {};
+    std::int64_t m_passedOver = 0;
 };
 
 }  // namespace
@@ -237,18 +262,19 @@ std::optional<std::string> MessagePlace::pathName() const {
 
 struct MailboxReader::State {
     std::optional<FileWalk> walk = {};
-    bool isAnyFound = false;              // of the walk's files
+    bool isAnyFound = false;              // by the walk
     std::optional<FileBytes> given = {};  // an open descriptor, until it is read
     std::uint64_t bytesRead = 0;
+    std::int64_t passedOver = 0;  // of messages
 
     // The file that is read
     MessagePlace place = {};
     std::optional<FileBytes> file = {};
-    std::optional<MboxSplitter> mbox = {};
+    std::optional<MailboxSplitter> mailbox = {};
 
     bool openNext(std::optional<Found>& problem);
-    Found nextIn(const std::stop_token& stop);
-    std::optional<Found> nextInMbox(const std::stop_token& stop);
+    std::optional<Found> nextIn(const std::stop_token& stop);
+    std::optional<Found> nextInMailbox(const std::stop_token& stop);
     Found problem(Refusal refusal) const { return FoundProblem{std::move(refusal), place}; }
 };
 
@@ -276,20 +302,21 @@ bool MailboxReader::State::openNext(std::optional<Found>& problem) {
             if (!refusal) continue;
         }
         if (refusal) problem = FoundProblem{std::move(*refusal), place};
-        return isAnyFound = true;
+        return true;
     }
     if (!walk || std::exchange(isAnyFound, true)) return false;
     problem = FoundProblem{{Refusal::EmptyFolder{}}, {.path = walk->root().path, .file = walk->root().name}};
     return true;
 }
 
-/// The first message of the file that was opened.
-Found MailboxReader::State::nextIn(const std::stop_token& stop) {
+/// The first message of the file that was opened; nothing when all that is there was passed over.
+std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     const bool isRegular = file->isRegular();
     const std::size_t size = isRegular ? static_cast<std::size_t>(file->status().st_size) : longestHead;
     ByteBuffer bytes(std::min(size + 1, longestHead));
     if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
     if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
+    if (const auto form = packedForm(bytes.view())) return problem({Refusal::Packed{*form}});
     const auto order = utf16Order(bytes.view());
     if (order) {
         file->decodeAs(*order, bytes);
@@ -297,11 +324,13 @@ Found MailboxReader::State::nextIn(const std::stop_token& stop) {
             return problem(std::move(*refusal));
     }
     file->endLinesWithLF(bytes);
-    if (const auto begin = mboxBegin(bytes.view())) {
-        mbox.emplace();
-        mbox->add(bytes.view().substr(*begin));
-        auto found = nextInMbox(stop);
-        return found ? std::move(*found) : problem({Refusal::NotAnEmail{}});
+    if (const auto begin = mailboxBegin(bytes.view())) {
+        const std::int64_t before = passedOver;
+        mailbox.emplace(begin->form);
+        mailbox->add(bytes.view().substr(begin->offset));
+        auto found = nextInMailbox(stop);
+        const bool isNothing = !found && passedOver == before;
+        return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
     }
     const std::size_t limit =
         largestMessage + (beginsWithCount(bytes.view()) ? mostProperties : std::size_t{0}) + 1;
@@ -309,22 +338,34 @@ Found MailboxReader::State::nextIn(const std::stop_token& stop) {
     if (isRegular) bytes.grow(std::min(size + 1, limit));
     if (auto refusal = file->readOn(bytes, limit, bytesRead, stop)) return problem(std::move(*refusal));
     if (const auto message = countedMessage(bytes.view())) bytes = ByteBuffer(*message);
+    if (beginsStore(bytes.view())) {
+        const auto message = storedMessage(bytes.view());
+        if (!message) return problem({Refusal::Packed{PackedForm::dbox}});
+        bytes = ByteBuffer(*message);
+    }
     if (bytes.size() > largestMessage) return problem({Refusal::TooLarge{}});
     return FoundMessage{std::move(bytes), place};
 }
 
-/// The next message of the mbox that is read; nothing at its end.
-std::optional<Found> MailboxReader::State::nextInMbox(const std::stop_token& stop) {
+/// The next message of the mailbox that is read; nothing at its end.
+std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& stop) {
     for (;;) {
-        if (file->hasEnded()) mbox->end();
-        if (const auto message = mbox->next()) {
+        if (file->hasEnded()) mailbox->end();
+        if (const auto message = mailbox->next()) {
+            if (message->number == 1 && isInternalData(message->bytes)) {
+                ++passedOver;
+                continue;
+            }
             place.number = message->isOnly ? 0 : message->number;
             if (message->isTooLarge) return problem({Refusal::TooLarge{}});
             auto quoted = quotedFromLines(message->bytes);
             FoundMessage found{
                 quoted && quoted->bytes ? std::move(*quoted->bytes) : ByteBuffer(message->bytes), place};
-            if (quoted && quoted->isDecided)
+            if (quoted && quoted->isLossy) {
+                found.note = {ReportNote::Damage{ReportNote::Damage::Kind::mboxLossy}};
+            } else if (quoted && quoted->isDecided) {
                 found.note = {ReportNote::QuotedFromLines{quoted->reading, quoted->lines}};
+            }
             return found;
         }
         if (file->hasEnded()) return std::nullopt;
@@ -333,7 +374,7 @@ std::optional<Found> MailboxReader::State::nextInMbox(const std::stop_token& sto
             place.number = 0;
             return problem(std::move(*refusal));
         }
-        mbox->add(piece.view());
+        mailbox->add(piece.view());
     }
 }
 
@@ -353,25 +394,30 @@ std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
     State& state = *m_state;
     while (!stop.stop_requested()) {
         std::optional<Found> found;
-        if (state.mbox) {
-            found = state.nextInMbox(stop);
+        if (state.mailbox) {
+            found = state.nextInMailbox(stop);
         } else if (!state.openNext(found)) {
             return std::nullopt;
         } else if (!found) {
             found = state.nextIn(stop);
         }
-        const bool isMailbox =
-            state.mbox && found && (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
+        const bool isMailbox = state.mailbox && found &&
+                               (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
         if (!isMailbox) {
-            state.mbox.reset();
+            state.mailbox.reset();
             state.file.reset();
         }
+        state.isAnyFound |= found.has_value();
         if (found && !stop.stop_requested()) return found;
     }
     return std::nullopt;
 }
 
 std::uint64_t MailboxReader::bytesRead() const { return m_state->bytesRead; }
+
+std::int64_t MailboxReader::passedOver() const {
+    return m_state->passedOver + (m_state->walk ? m_state->walk->passedOver() : 0);
+}
 
 std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& path) {
     FileWalk walk(path, "");

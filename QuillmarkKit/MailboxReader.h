@@ -47,11 +47,15 @@ struct FoundProblem {
 using Found = std::variant<FoundMessage, FoundProblem>;
 
 /// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
-/// What a file holds is told by its bytes, never by its name: one message, an mbox, a message with a count in
-/// front of it, any of them as UTF-16. Of a mailbox, whatever its size, about two messages are in memory.
+/// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a
+/// message with a count in front of it or of a server's store, any of them as UTF-16. Of a mailbox, whatever
+/// its size, about two messages are in memory.
 ///
 /// In folders files come in the order of their names' bytes; hidden ones are passed over, and so is what a
-/// Maildir holds beside its messages. A folder is read once, wherever links lead.
+/// Maildir holds beside its messages. So are, and counted, empty files and those that mail programs keep
+/// beside mailboxes (`popstate.dat`, `Info.plist`, and `x.msf` beside `x` when it begins as such an index
+/// does); and the first message of a mailbox that only holds data about it. A folder is read once, wherever
+/// links lead.
 ///
 /// Messages that are attached inside a message are not among these: see `AttachedMessages`. Not safe from
 /// several threads at once.
@@ -69,6 +73,8 @@ public:
     /// nothing; soon after `stop` is requested there is nothing more. Throws for want of memory only.
     std::optional<Found> next(const std::stop_token& stop = {});
 
+    /// How many files of folders and messages of mailboxes were passed over and counted so far.
+    std::int64_t passedOver() const;
     /// Bytes read so far, of all files.
     std::uint64_t bytesRead() const;
     /// The bytes that reading this path will take; nothing when that can't be known beforehand (a pipe).

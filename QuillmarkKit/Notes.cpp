@@ -341,4 +341,9 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     return notes;
 }
 
+std::optional<ReportNote> noteOfDroppedLines(const PastedText& pasted) {
+    if (pasted.droppedLines == 0) return std::nullopt;
+    return ReportNote{ReportNote::LinesBeforeDropped{pasted.droppedLines, excerpt(pasted.firstDroppedLine)}};
+}
+
 }  // namespace quillmark

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/PastedText.h"
 #include "QuillmarkKit/PublicSuffixList.h"
 #include "QuillmarkKit/Report.h"
 
@@ -24,5 +26,8 @@ struct CheckFacts {
 /// verdict included. At most about four dozen notes come of it, each small.
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
                               const PublicSuffixList& suffixes, const CheckFacts& facts = {});
+
+/// What a report on pasted text says of the lines that were dropped before it; nothing when none were.
+std::optional<ReportNote> noteOfDroppedLines(const PastedText& pasted);
 
 }  // namespace quillmark

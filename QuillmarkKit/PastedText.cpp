@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "QuillmarkKit/Addresses.h"
 #include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -81,17 +83,55 @@ bool hasHeader(std::string_view text) {
     return false;
 }
 
-/// Whether the lines say what a summary of this message says, and nothing that a message begins with.
-bool isSummary(std::string_view lines, const MailMessage& source) {
-    const HeaderField* field = source.first("Message-ID");
-    const std::string id = field ? field->value() : std::string();
-    const std::string_view bareID = trimmed(id, "<> ");
-    if (bareID.find('@') == std::string_view::npos || lines.find(bareID) == std::string_view::npos)
+/// The value of a field that stands just once.
+std::optional<std::string> onlyValue(const MailMessage& message, std::string_view name) {
+    const auto positions = message.positions(name);
+    if (positions.size() != 1) return std::nullopt;
+    return message.headers()[positions.front()].value();
+}
+
+/// Whether each address of a summary is the source's, and its name too where it has one.
+bool isSameSender(std::string_view summary, std::string_view source) {
+    const AddressExtras extras = MailAddress::extras(summary);
+    if (!extras.text.empty() || !extras.part.empty() || !extras.route.empty()) return false;
+    const auto shown = MailAddress::parseList(summary), real = MailAddress::parseList(source);
+    return !shown.empty() && std::ranges::equal(shown, real, [](const auto& a, const auto& b) {
+        return a.address == b.address && (!a.displayName || a.displayName == b.displayName);
+    });
+}
+
+bool isSameSubject(std::string_view summary, std::string_view source) {
+    return withoutWhitespace(EncodedWords::decode(summary)) ==
+           withoutWhitespace(EncodedWords::decode(source));
+}
+
+bool isSameDate(std::string_view summary, std::string_view source) {
+    const auto date = parsedMailDate(summary);
+    return summary == source || (date && date == parsedMailDate(source));
+}
+
+/// Whether the text, which was parsed into these fields, begins with the first of them.
+bool beginsWithField(std::string_view text, const MailMessage& parsed) {
+    if (parsed.headers().empty()) return false;
+    const std::string_view field = parsed.headers().front().raw;
+    return text.starts_with(field.substr(0, field.find('\r')));
+}
+
+/// Whether the lines say what a summary of the message in `text` says, and nothing that a message begins
+/// with, and neither there nor here a line stands that is no header line.
+bool isSummary(std::string_view lines, std::string_view text, const MailMessage& source) {
+    const auto asHeader = MailMessage::parse(lines);
+    if (!beginsWithField(lines, asHeader) || asHeader.earlyEnd() || !beginsWithField(text, source))
         return false;
-    const auto asHeader = MailMessage::parse(lines, ParseMode::lenient);
     for (const char* const name : {"Received", "DKIM-Signature", "Return-Path", "MIME-Version"}) {
         if (asHeader.first(name)) return false;
     }
+    const auto says = [&](const char* name, auto isSame) {
+        const auto shown = onlyValue(asHeader, name), real = onlyValue(source, name);
+        return shown && real && isSame(*shown, *real);
+    };
+    if (!says("From", isSameSender) || !says("Subject", isSameSubject) || !says("Date", isSameDate))
+        return false;
     std::size_t count = 0;
     while (!lines.empty()) {
         if (takeLine(lines).size() > longestLineBefore || ++count > mostLinesBefore) return false;
@@ -111,19 +151,21 @@ PastedText pastedText(std::string_view text) {
     const std::string_view all = withoutEmptyLines(pasted.source);
     if (isSource(MailMessage::parse(all, ParseMode::lenient))) return pasted;
     std::string_view rest = all;
-    for (std::size_t block = 0; block < mostBlocksBefore && !rest.empty(); ++block) {
-        takeBlock(rest);
+    const std::string_view first = takeBlock(rest);
+    for (std::size_t blocks = 1; blocks <= mostBlocksBefore && !rest.empty(); ++blocks, takeBlock(rest)) {
         std::string_view behind = rest;
         const auto source = MailMessage::parse(takeBlock(behind), ParseMode::lenient);
         if (!isSource(source)) continue;
-        const std::string_view before = all.substr(0, all.size() - rest.size());
         std::string alone(rest);
-        if (isSummary(before, source)) {
+        if (blocks == 1 && isSummary(first, rest, source)) {
+            std::string_view lines = first;
+            pasted.firstDroppedLine = repairedUTF8(trimmed(takeLine(lines)));
+            for (pasted.droppedLines = 1; !lines.empty(); takeLine(lines)) ++pasted.droppedLines;
             pasted.source = std::move(alone);
         } else {
             pasted.withoutLinesBefore = std::move(alone);
         }
-        return pasted;
+        break;
     }
     return pasted;
 }

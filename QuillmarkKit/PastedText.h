@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,15 +16,19 @@ struct PastedText {
     /// message itself: only the person who pasted it knows. Whoever can't ask takes the text as it is, for
     /// the other way round somebody could have a message's text taken for its header.
     std::optional<std::string> withoutLinesBefore = {};
+    /// Of a summary that was dropped: how many of its lines are not empty, and the first of them.
+    std::int64_t droppedLines = 0;
+    std::string firstDroppedLine = {};
 };
 
 /// Looks at how text arrives from a window: a message's source with a block of lines before it, or indented.
 ///
 /// An indentation is certain when every line that is not empty has it and at least two header fields begin
 /// behind it: in a source itself only the lines that go on with a field are indented. Lines before the
-/// source, up to an empty line, are certain to be a summary when they are short, none of them is a field that
-/// servers add, and one of them names the Message-ID of what follows, which has a Received or DKIM-Signature
-/// field.
+/// source, up to an empty line, are certain to be a summary when they are header lines and short, none of
+/// them is a field that servers add, their From, Subject and Date say the same as those of the header that
+/// follows at once, and that has a Received or DKIM-Signature field. Anything else is the message itself,
+/// lest its sender have it pass for another by quoting that one's source.
 PastedText pastedText(std::string_view text);
 
 }  // namespace quillmark

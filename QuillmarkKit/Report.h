@@ -369,9 +369,23 @@ struct ReportNote {
         std::vector<std::string> fields = {};  ///< of which every one in the message is signed; never empty
         bool operator==(const SignedLinesHold&) const = default;
     };
+    /// How the message was kept or copied changed its bytes.
+    struct Damage {
+        enum class Kind {
+            mboxLossy,  ///< its mailbox quoted lines so that only a signature tells which were quoted before
+        };
+        Kind kind = Kind::mboxLossy;
+        bool operator==(const Damage&) const = default;
+    };
+    /// Of a text that was pasted, lines before the message were taken for a summary of it, and dropped.
+    struct LinesBeforeDropped {
+        std::int64_t lines = 0;  ///< those that are not empty; at least 1
+        std::string first = {};  ///< of them
+        bool operator==(const LinesBeforeDropped&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
-                 AnswerValidated, NewerSignatures, SignedLinesHold>
+                 AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -384,6 +398,9 @@ constexpr auto namesOf(ReportNote::LineOfSender::Why) {
 constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
     return EnumTable<ReportNote::AnswerValidated::Kind, 4>{EnumStyle::word,
                                                            {"key", "policy", "senderPolicy", "forwarderKey"}};
+}
+constexpr auto namesOf(ReportNote::Damage::Kind) {
+    return EnumTable<ReportNote::Damage::Kind, 1>{EnumStyle::word, {"mboxLossy"}};
 }
 constexpr auto casesOf(const ReportNote*) {
     return std::array{"headerEndsEarly",
@@ -398,7 +415,9 @@ constexpr auto casesOf(const ReportNote*) {
                       "quotedFromLines",
                       "answerValidated",
                       "newerSignatures",
-                      "signedLinesHold"};
+                      "signedLinesHold",
+                      "damage",
+                      "linesBeforeDropped"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -451,6 +470,13 @@ constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
     using T = ReportNote::SignedLinesHold;
     return std::tuple{Field{"signature", &T::signature}, Field{"domain", &T::domain},
                       Field{"speaksForFrom", &T::speaksForFrom}, Field{"fields", &T::fields}};
+}
+constexpr auto fieldsOf(const ReportNote::Damage*) {
+    return std::tuple{Field{"kind", &ReportNote::Damage::kind}};
+}
+constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
+    using T = ReportNote::LinesBeforeDropped;
+    return std::tuple{Field{"lines", &T::lines}, Field{"first", &T::first}};
 }
 
 /// The complete, self-contained result of checking one message.

@@ -162,6 +162,22 @@ struct NoteSentence {
             "signed; anyone could have written it.",
             {quotedDomain(note.domain), quotedList(note.fields)});
     }
+    std::string operator()(const ReportNote::Damage& note) const {
+        switch (note.kind) {
+            case ReportNote::Damage::Kind::mboxLossy:
+                break;
+        }
+        return reader.translate(
+            "The mailbox put “>” before lines of this message that begin with “From ”, and others began with "
+            "“>From ” already; it doesn’t tell which. According to a signature, the text was signed with "
+            "some of them unchanged, and so it was checked.");
+    }
+    std::string operator()(const ReportNote::LinesBeforeDropped& note) const {
+        return reader.translateCount(
+            "%n line before the message was taken for a summary of it and left out. It reads “%1”.",
+            "%n lines before the message were taken for a summary of it and left out. The first reads “%1”.",
+            note.lines, {quoted(note.first)});
+    }
 };
 
 }  // namespace
@@ -190,6 +206,8 @@ NoteSection sectionOf(const ReportNote& note) {
     const bool isOfMessage = std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
                              std::holds_alternative<ReportNote::FromHoldsMore>(note.value) ||
                              std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
+                             std::holds_alternative<ReportNote::Damage>(note.value) ||
+                             std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
                              std::holds_alternative<ReportNote::FromEmpty>(note.value);
     return isOfMessage ? NoteSection::message : NoteSection::signatures;
 }
@@ -197,14 +215,18 @@ NoteSection sectionOf(const ReportNote& note) {
 std::optional<Tone> tone(const ReportNote& note) {
     const bool isInformation = std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
                                std::holds_alternative<ReportNote::AnswerValidated>(note.value) ||
+                               std::holds_alternative<ReportNote::Damage>(note.value) ||
                                std::holds_alternative<ReportNote::NewerSignatures>(note.value);
     return isInformation ? std::nullopt : std::optional(Tone::caution);
 }
 
-bool standsBesideHeadline(const ReportNote& note) {
+bool standsBesideHeadline(const ReportNote& note, Tone verdict) {
+    // What a mailbox did to a message explains why nothing was proven.
+    if (std::holds_alternative<ReportNote::Damage>(note.value)) return verdict != Tone::good;
     if (const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value))
         return lines->speaksForFrom;
-    return std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
+    return std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
+           std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
            std::holds_alternative<ReportNote::ShownNotSigned>(note.value) ||
            std::holds_alternative<ReportNote::SigningDomainNoHost>(note.value) ||
            std::holds_alternative<ReportNote::SigningDomainPublicSuffix>(note.value);

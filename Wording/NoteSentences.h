@@ -18,7 +18,7 @@ NoteSection sectionOf(const ReportNote& note);
 /// Caution, or nothing for what only informs.
 std::optional<Tone> tone(const ReportNote& note);
 
-/// Whether the headline alone would mislead: such a note is also said beside it.
-bool standsBesideHeadline(const ReportNote& note);
+/// Whether the headline of a verdict of this tone alone would mislead: such a note is also said beside it.
+bool standsBesideHeadline(const ReportNote& note, Tone verdict);
 
 }  // namespace quillmark

@@ -251,7 +251,8 @@ std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& read
     std::vector<Remark> remarks;
     addDomains(remarks, report.verdict, reader);
     for (const ReportNote& note : report.notes) {
-        if (standsBesideHeadline(note)) remarks.push_back({Tone::caution, sentence(note, reader)});
+        if (standsBesideHeadline(note, report.verdict.tone))
+            remarks.push_back({tone(note), sentence(note, reader)});
     }
     if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
         addBody(remarks, deciding, report.verdict, reader);
@@ -281,6 +282,74 @@ std::string_view marker(Tone tone) {
     return "[?]";
 }
 
+namespace {
+
+/// What a form is, what it is called, and the command that unpacks it.
+struct Unpacking {
+    enum { compressed, archive, store } kind;
+    const char *name, *command;
+};
+
+Unpacking unpacking(PackedForm form) {
+    switch (form) {
+        case PackedForm::gzip:
+            return {Unpacking::compressed, "gzip", "gzip -dc FILE > UNPACKED"};
+        case PackedForm::bzip2:
+            return {Unpacking::compressed, "bzip2", "bzip2 -dc FILE > UNPACKED"};
+        case PackedForm::xz:
+            return {Unpacking::compressed, "xz", "xz -dc FILE > UNPACKED"};
+        case PackedForm::zstandard:
+            return {Unpacking::compressed, "Zstandard", "zstd -dc FILE > UNPACKED"};
+        case PackedForm::lz4:
+            return {Unpacking::compressed, "LZ4", "lz4 -dc FILE > UNPACKED"};
+        case PackedForm::zip:
+            return {Unpacking::archive, "zip", "unzip FILE -d FOLDER"};
+        case PackedForm::sevenZip:
+            return {Unpacking::archive, "7z", "7z x FILE -oFOLDER"};
+        case PackedForm::rar:
+            return {Unpacking::archive, "RAR", "unrar x FILE FOLDER/"};
+        case PackedForm::tar:
+            return {Unpacking::archive, "tar", "tar -xf FILE"};
+        case PackedForm::dbox:
+            return {Unpacking::store, "dbox", "doveadm backup -u USER maildir:FOLDER"};
+        case PackedForm::dbx:
+            break;
+    }
+    return {Unpacking::store, "dbx", "undbx FILE FOLDER"};
+}
+
+/// The command names no file of the person's, lest a file's name become a part of it.
+std::string packedLine(PackedForm form, const std::optional<std::string>& name, const std::string& file,
+                       const Reader& reader) {
+    const Unpacking packed = unpacking(form);
+    if (packed.kind == Unpacking::compressed) {
+        if (!name) {
+            return reader.translate("That is compressed (%1). Unpack it, and check what comes out: %2",
+                                    {packed.name, packed.command});
+        }
+        return reader.translate("“%1” is compressed (%2). Unpack it, and check what comes out: %3",
+                                {file, packed.name, packed.command});
+    }
+    if (packed.kind == Unpacking::archive) {
+        if (!name) {
+            return reader.translate("That is an archive (%1). Unpack it, and check what was in it: %2",
+                                    {packed.name, packed.command});
+        }
+        return reader.translate("“%1” is an archive (%2). Unpack it, and check what was in it: %3",
+                                {file, packed.name, packed.command});
+    }
+    if (!name) {
+        return reader.translate(
+            "That is another program’s store (%1). Copy the messages out of it, and check those: %2",
+            {packed.name, packed.command});
+    }
+    return reader.translate(
+        "“%1” is another program’s store (%2). Copy the messages out of it, and check those: %3",
+        {file, packed.name, packed.command});
+}
+
+}  // namespace
+
 std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name,
                         const Reader& reader) {
     const std::string file = quoted(placeName(name.value_or(""), reader));
@@ -299,6 +368,8 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
             "now.",
             {file});
     }
+    if (const auto* packed = std::get_if<Refusal::Packed>(&refusal.value))
+        return packedLine(packed->form, name, file, reader);
     if (std::holds_alternative<Refusal::EmptyFolder>(refusal.value))
         return noMessageLine(name.value_or(""), reader);
     if (std::holds_alternative<Refusal::AttachedLeftOut>(refusal.value)) {

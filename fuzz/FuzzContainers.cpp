@@ -22,9 +22,9 @@ void require(bool holds) {
     if (!holds) std::abort();
 }
 
-std::vector<std::string> messages(std::string_view mbox, std::size_t pieceSize) {
+std::vector<std::string> messages(std::string_view mbox, MailboxForm form, std::size_t pieceSize) {
     std::vector<std::string> list;
-    MboxSplitter splitter;
+    MailboxSplitter splitter(form);
     for (bool isLast = false;;) {
         while (const auto message = splitter.next())
             list.push_back(std::to_string(message->number) + " " + std::string(message->bytes));
@@ -37,12 +37,12 @@ std::vector<std::string> messages(std::string_view mbox, std::size_t pieceSize) 
 }
 
 void checkMbox(std::string_view file, std::size_t cut) {
-    const auto begin = mboxBegin(file);
+    const auto begin = mailboxBegin(file);
     if (!begin) return;
-    require(*begin <= file.size());
-    file.remove_prefix(*begin);
-    const auto whole = messages(file, file.size() + 1);
-    require(messages(file, cut) == whole);
+    require(begin->offset <= file.size());
+    file.remove_prefix(begin->offset);
+    const auto whole = messages(file, begin->form, file.size() + 1);
+    require(messages(file, begin->form, cut) == whole);
     std::size_t at = 0;  // each message lies behind the one before
     for (const std::string& message : whole) {
         const std::string_view bytes = std::string_view(message).substr(message.find(' ') + 1);
@@ -79,7 +79,7 @@ void checkQuoted(std::string_view bytes) {
     const auto quoted = quotedFromLines(bytes);
     if (!quoted) return;
     require(quoted->lines > 0);
-    require(quoted->bytes.has_value() == (quoted->reading != FromQuoting::none));
+    require(quoted->bytes.has_value() == (quoted->isLossy || quoted->reading != FromQuoting::none));
     if (!quoted->bytes) return;
     const auto taken = static_cast<std::int64_t>(bytes.size() - quoted->bytes->size());
     require(taken > 0 && taken <= quoted->lines);
@@ -89,6 +89,7 @@ void checkPasted(std::string_view text) {
     const PastedText pasted = pastedText(text);
     require(pasted.source.size() <= text.size());
     if (pasted.withoutLinesBefore) require(pasted.source.ends_with(*pasted.withoutLinesBefore));
+    require((pasted.droppedLines == 0) == pasted.firstDroppedLine.empty());
 }
 
 }  // namespace
@@ -108,6 +109,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (const auto message = countedMessage(input)) {
                 require(beginsWithCount(input) && message->data() > input.data());
                 require(message->data() + message->size() <= input.data() + input.size());
+            }
+            if (const auto message = storedMessage(input)) {
+                require(beginsStore(input) && message->data() > input.data());
+                require(message->data() + message->size() < input.data() + input.size());
             }
             break;
         case 3:

@@ -26,6 +26,7 @@ TEST(CheckSummary, tables) {
     summary.add(broken, false);
     summary.add(none, true);
     summary.addProblem();
+    summary.addPassedOver(2);
     EXPECT_TRUE(summary.isAnyAsBadAs(Tone::bad));
     EXPECT_EQ(summary.text(english),
               "Verdicts\n"
@@ -37,6 +38,7 @@ TEST(CheckSummary, tables) {
               "    1,203  in all\n"
               "        1  of these with a caution beside the verdict\n"
               "        1  not checked; why is said above\n"
+              "        2  passed over: no messages, but what mail programs keep beside them\n"
               "\n"
               "Signing domains\n"
               "---------------\n"

@@ -17,8 +17,9 @@ constexpr std::string_view dated = "From a@b Mon Jan  5 10:12:00 2026\n";
 /// The messages of an mbox that comes in pieces of this size.
 std::vector<std::string> messages(std::string_view mbox, std::size_t pieceSize) {
     std::vector<std::string> list;
-    MboxSplitter splitter;
-    mbox.remove_prefix(mboxBegin(mbox).value());
+    const MailboxBegin begin = mailboxBegin(mbox).value();
+    MailboxSplitter splitter(begin.form);
+    mbox.remove_prefix(begin.offset);
     for (;;) {
         while (const auto message = splitter.next())
             list.push_back(std::to_string(message->number) + (message->isOnly ? "!" : ":") +
@@ -32,7 +33,7 @@ std::vector<std::string> messages(std::string_view mbox, std::size_t pieceSize) 
 }
 
 TEST(Containers, mboxMessages) {
-    const std::string d(dated), crlf = d.substr(0, d.size() - 1) + "\r\n";
+    const std::string d(dated), crlf = d.substr(0, d.size() - 1) + "\r\n", m = "\1\1\1\1\n";
     const struct {
         std::string mbox;
         std::vector<std::string> messages;
@@ -56,6 +57,12 @@ TEST(Containers, mboxMessages) {
         {d + "A: 1\n\n>" + d + "A: 2\n", {"1!A: 1\n\n>" + d + "A: 2\n"}},
         {d + "A: 1\n\nFrom " + std::string(2000, 'x') + "\nA: 2\n",
          {"1!A: 1\n\nFrom " + std::string(2000, 'x') + "\nA: 2\n"}},
+        // MMDF
+        {m + "A: 1\n\nx\n\n" + m, {"1!A: 1\n\nx\n\n"}},
+        {m + "A: 1\n" + m + m + "A: 2\n" + m, {"1:A: 1\n", "2:A: 2\n"}},
+        {m + "A: 1\n\n" + d + "B: c\n x\1\1\1\1\n\1\1\1\1x\n" + m + m + m + m + "A: 3",
+         {"1:A: 1\n\n" + d + "B: c\n x\1\1\1\1\n\1\1\1\1x\n", "3:A: 3"}},
+        {"\1\1\1\1\r\nA: 1\r\n\1\1\1\1\r\n", {"1!A: 1\r\n"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.mbox.substr(0, 200));
@@ -64,7 +71,7 @@ TEST(Containers, mboxMessages) {
     }
     for (const char* none :
          {"", "From", "From x\n", "From : a\n", "From: a\n\nFrom b@c\nA: 1\n", "x\nFrom a@b\nA: 1\n"})
-        EXPECT_FALSE(mboxBegin(none)) << none;
+        EXPECT_FALSE(mailboxBegin(none)) << none;
 }
 
 TEST(Containers, mboxWithAMessageThatIsTooLarge) {
@@ -99,6 +106,28 @@ TEST(Containers, otherForms) {
     EXPECT_TRUE(isConverted("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1 more"));
     EXPECT_TRUE(isConverted("!BDN more"));
     EXPECT_FALSE(isConverted("\xD0\xCF\x11\xE0: x"));
+    std::string tar(512, '\0');
+    tar.replace(0, 1, "a");
+    tar.replace(100, 7, "0000644"), tar.replace(124, 11, "00000000001"), tar.replace(156, 1, "0");
+    std::string otherTar = tar;
+    tar.replace(148, 8, "002400\0 "s), otherTar.replace(148, 8, "002401\0 "s);
+    const std::pair<std::string, std::optional<PackedForm>> forms[] = {
+        {"\x1F\x8B\x08\x08", PackedForm::gzip},
+        {"BZh11AY&SY", PackedForm::bzip2},
+        {"BZh1: x", std::nullopt},
+        {"BZh", std::nullopt},
+        {"\xFD\x37zXZ\0"s, PackedForm::xz},
+        {"\x28\xB5\x2F\xFD", PackedForm::zstandard},
+        {"\x04\x22\x4D\x18", PackedForm::lz4},
+        {"PK\x03\x04", PackedForm::zip},
+        {"7z\xBC\xAF\x27\x1C", PackedForm::sevenZip},
+        {"Rar!\x1A\x07\x01", PackedForm::rar},
+        {tar, PackedForm::tar},
+        {otherTar, std::nullopt},
+        {std::string(512, '\0'), std::nullopt},
+        {"\xCF\xAD\x12\xFE", PackedForm::dbx},
+    };
+    for (const auto& [bytes, form] : forms) EXPECT_EQ(packedForm(bytes), form) << bytes;
     const struct {
         std::string bytes, text;
     } texts[] = {
@@ -129,6 +158,10 @@ TEST(Containers, quotedFromLines) {
     const std::string one = made("From now\r\n"), quoted = made(">From now\r\n"),
                       both = made("From now\r\n>From then\r\n"),
                       plainly = made("From now\r\n>>From then\r\n"),
+                      again = made("From now\r\n>From then\r\nFrom now\r\n"),
+                      // As `both` and `again` are in a mailbox that quotes "From " lines alone.
+        lossy = quotedOnce(both),
+                      lossyAgain = quotedOnce(test::replaced(again, "then\r\nFrom", "then\r\n>From")),
                       bothQuoted = quotedOnce(test::replaced(both, ">From then", ">>From then")),
                       fitsNone = test::replaced(one, "From now", ">From then");
     const struct {
@@ -137,6 +170,7 @@ TEST(Containers, quotedFromLines) {
         std::int64_t lines;
         bool isDecided;
         std::string read;  ///< empty: as it was stored
+        bool isLossy = false;
     } rows[] = {
         {quotedOnce(one), FromQuoting::full, 1, true, one},
         {quoted, FromQuoting::none, 1, true, ""},
@@ -144,6 +178,9 @@ TEST(Containers, quotedFromLines) {
         {quotedOnce(plainly), FromQuoting::plain, 1, true, plainly},
         {fitsNone, FromQuoting::none, 1, false, ""},
         {"From: a@b\n\n>From x\n", FromQuoting::none, 1, false, ""},
+        {lossy, FromQuoting::none, 1, false, both, true},
+        {lossyAgain, FromQuoting::none, 2, false, again, true},
+        {test::replaced(lossy, "then", "them"), FromQuoting::none, 2, false, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.stored);
@@ -152,6 +189,7 @@ TEST(Containers, quotedFromLines) {
         EXPECT_EQ(result->reading, row.reading);
         EXPECT_EQ(result->lines, row.lines);
         EXPECT_EQ(result->isDecided, row.isDecided);
+        EXPECT_EQ(result->isLossy, row.isLossy);
         EXPECT_EQ(result->bytes ? result->bytes->view() : "", row.read);
     }
     EXPECT_FALSE(quotedFromLines("From: a@b\n\nx >From y\n"));

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,6 +75,12 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
                                    patch.substr(header) + "\n";
     const std::string mixed =
         "From: b@c\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nFwd\n--b\nContent-Type: ";
+    const auto stored = [](const std::string& text) {
+        std::ostringstream size;
+        size << std::hex << std::setfill('0') << std::setw(16) << text.size();
+        return "\1\2N          " + size.str() + "\n" + text + "\n\1\3\nR5E1234\nG0123\n\n";
+    };
+    const std::string store = "2 M1e C5e1234\n", mmdf = "\1\1\1\1\n";
     const struct {
         std::string name, file;
         std::size_t count = 1;
@@ -90,6 +98,13 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
          std::to_string(lf.size()) + "\r\n" + message + "<?xml version=\"1.0\"?>\r\n<plist></plist>\r\n"},
         {"mbox with lengths", withLength + withLength + separator + lf, 3},
         {"mbox, carriage returns", mac, 2},
+        {"MMDF", mmdf + lf + mmdf},
+        {"MMDF, several", mmdf + lf + mmdf + mmdf + separator + patch + mmdf, 2},
+        {"dbox", store + stored(lf)},
+        {"mbox that lost which lines were quoted",
+         separator + test::replaced(test::signedMessage("From: a@example.org\n\nFrom x\n>From y\n", {}, key),
+                                    "\nFrom x", "\n>From x"),
+         1, 1},
         {"UTF-16", utf16(message)},
         {"UTF-16 without a mark", utf16(message).substr(2)},
         {"mbox as UTF-16", utf16(separator + lf + "\n" + separator + quoted), 2, 2},
@@ -143,6 +158,12 @@ TEST(MailboxReader, folders) {
     folder.write("Mail/a.eml", "From: a");
     folder.write("Mail/.hidden", "From: h");
     folder.write("Mail/.git/x", "From: h");
+    folder.write("Mail/Info.plist", "<?xml");
+    folder.write("Mail/box.msf", "// <!-- <mdb:mork:z v=\"1.4\"/> -->");
+    folder.write("Mail/b.eml.msf", "From: no index");
+    folder.write("Mail/alone.msf", "// <!-- <mdb:mork:z");
+    folder.write("Mail/popstate.dat", "# POP3 State File");
+    folder.write("Mail/Drafts", "");
     folder.write("Mail/In/cur/1:2,S", "From: 1");
     folder.write("Mail/In/new/2", "From: 2");
     folder.write("Mail/In/new/.3", "From: 3");
@@ -159,16 +180,21 @@ TEST(MailboxReader, folders) {
                       "Mail/In/cur/1:2,S: From: 1",
                       "Mail/In/new/2: From: 2",
                       "Mail/a.eml: From: a",
+                      "Mail/alone.msf: // <!-- <mdb:mork:z",
                       "Mail/b.eml: From: b",
+                      "Mail/b.eml.msf: From: no index",
                       "Mail/box, message 1: From: x\n\n",
                       "Mail/box, message 2: From: y\n",
                       "Mail/dangling: No such file or directory"};
-    EXPECT_EQ(outcomes(folder / "Mail"), all);
+    MailboxReader reader(folder / "Mail");
+    EXPECT_EQ(outcomes(reader), all);
+    EXPECT_EQ(reader.passedOver(), 4);
     EXPECT_EQ(outcomes(folder / "Mail/"), all);
     EXPECT_EQ(outcomes(folder / "Mail/In/new/."), List{"2: From: 2"});
     folder.write("empty/.x", "From: h");
     folder.write("empty/cur/.y", "From: h");
-    EXPECT_EQ(outcomes(folder / "empty"), List{"empty refused 4"});
+    folder.write("empty/Inbox", "");
+    EXPECT_EQ(outcomes(folder / "empty"), List{"empty refused 5"});
     EXPECT_EQ(MailboxReader::expectedBytes(folder / "empty"), 0);
 }
 
@@ -177,6 +203,21 @@ TEST(MailboxReader, whatIsNoMessage) {
     using List = std::vector<std::string>;
     EXPECT_EQ(outcomes(folder / "missing"), List{"missing: No such file or directory"});
     EXPECT_EQ(outcomes(folder.write("x.eml", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1")), List{"x.eml refused 3"});
+    const std::string internal =
+        "From a@b Mon Jan  5 10:12:00 2026\nX-IMAP: 1 2\nSubject: DON'T DELETE THIS MESSAGE -- FOLDER "
+        "INTERNAL "
+        "DATA\n\nx\n\n";
+    const std::string received = test::replaced(internal, "X-IMAP", "Received: x\nX-IMAP");
+    EXPECT_EQ(outcomes(folder.write("box", internal)), List{"box refused 5"});
+    EXPECT_EQ(outcomes(folder.write("box", internal + internal)),
+              List{"box, message 2: X-IMAP: 1 2\nSubject:"});
+    EXPECT_EQ(outcomes(folder.write("box", received)), List{"box: Received: x\nX-IMAP: "});
+    EXPECT_EQ(outcomes(folder.write("box", test::replaced(internal, "INTERNAL", "THE"))),
+              List{"box: X-IMAP: 1 2\nSubject:"});
+    EXPECT_EQ(outcomes(folder.write("store",
+                                    "2 M1e C5\n\1\2N          000000000000000c\nFrom: a@b\n\nx\n\1\3\nR5\n\n"
+                                    "\1\2N         0")),
+              List{"store refused 4"});
     EXPECT_EQ(outcomes(folder.write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")),
               List{"nothing refused 2"});
     EXPECT_EQ(outcomes("/dev/zero"), List{"zero refused 1"});

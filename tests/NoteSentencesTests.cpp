@@ -36,14 +36,17 @@ TEST(NoteSentences, all) {
         {Note::AnswerValidated{Kind::senderPolicy, "d"}, sendingServer, false},
         {Note::AnswerValidated{Kind::forwarderKey, "k._domainkey.d"}, chain, false},
         {Note::NewerSignatures{1}, signatures, false},
+        {Note::Damage{}, message, true},
+        {Note::LinesBeforeDropped{3, "x\ny"}, message, true},
     };
     std::set<std::string> sentences;
     for (const auto& row : rows) {
         const ReportNote note{row.note};
         for (const Reader& reader : {english, german}) sentences.insert(sentence(note, reader));
         EXPECT_EQ(sectionOf(note), row.section) << sentence(note, english);
-        EXPECT_EQ(standsBesideHeadline(note), row.isBeside) << sentence(note, english);
+        EXPECT_EQ(standsBesideHeadline(note, Tone::bad), row.isBeside) << sentence(note, english);
     }
+    EXPECT_FALSE(standsBesideHeadline(ReportNote{Note::Damage{}}, Tone::good));
     EXPECT_EQ(sentences.size(), 2 * std::size(rows));
     // What goes where in a sentence.
     const auto begins = [&](std::size_t row, const Reader& reader, std::string_view text) {
@@ -62,6 +65,8 @@ TEST(NoteSentences, all) {
     begins(10, english,
            "The mailbox has 2 lines of this message that begin with “>From ”. According to a signature");
     begins(10, german, "Im Postfach beginnen 2 Zeilen");
+    begins(18, english,
+           "3 lines before the message were taken for a summary of it and left out. The first reads “x y”.");
 }
 
 }  // namespace

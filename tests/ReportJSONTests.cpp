@@ -71,7 +71,9 @@ ProofReport fullReport() {
     report.notes = {{Note::HeaderEndsEarly{3, 1'000}},
                     {Note::FromHoldsMore{Note::FromHoldsMore::Kind::route, "a", "b"}},
                     {Note::FromEmpty{std::nullopt, "a"}},
-                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}}};
+                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}},
+                    {Note::Damage{}},
+                    {Note::LinesBeforeDropped{2, "a"}}};
     return report;
 }
 
@@ -105,6 +107,8 @@ TEST(ReportJSON, form) {
         {"/notes/1", R"({"fromHoldsMore":{"address":"a","kind":"route","more":"b"}})"},
         {"/notes/3",
          R"({"shownNotSigned":{"count":2,"covered":1,"field":"Subject","shown":"a","signed":"b"}})"},
+        {"/notes/4", R"({"damage":{"kind":"mboxLossy"}})"},
+        {"/notes/5", R"({"linesBeforeDropped":{"first":"a","lines":2}})"},
     };
     for (const auto& [pointer, value] : rows)
         EXPECT_EQ(json.at(JSON::json_pointer(pointer)).dump(), value) << pointer;
