@@ -30,6 +30,21 @@ const std::vector<CommandTable::Example> examples = {
 };
 
 const std::vector<CommandTable::Section> sections = {
+    {"WHAT IS READ",
+     {"The bytes of a FILE tell what it is, never its name: one message (.eml); a mailbox (mbox or MMDF), of "
+      "which "
+      "each message is checked by itself; a message with its length in front and a property list behind it; "
+      "a "
+      "message of a mail server's store (dbox); any of them as UTF-16, and from a pipe as well. Messages "
+      "that are "
+      "attached to a message are checked after it.",
+      "Of a folder each file is read, in the order of their names, and each of the folders in it; hidden "
+      "ones are "
+      "passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are read, and "
+      "its "
+      "subfolders, hidden or not. What mail programs keep beside their mailboxes, such as indexes and empty "
+      "files, is passed over; --summary counts it.",
+      "Compressed files and archives must be unpacked first; which command does that is said."}},
     {"ENVIRONMENT",
      {"LC_ALL, LC_MESSAGES and LANG choose the language of reports: German, else English. TZ is the time "
       "zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
@@ -45,7 +60,10 @@ const std::vector<CommandTable::Section> sections = {
       "when that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
       "Reply-To, unless --no-domain-age is given. A sender's SPF record may ask for names that contain the "
       "envelope sender's address. With --dns nobody is asked."}},
-    {"SEE ALSO", {"quillmark-desktop(1) is the same in a window."}},
+    {"SEE ALSO",
+     {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
+      "the "
+      "history, files with answers and recordings, and more of what is read."}},
 };
 
 constexpr const char* checkFooter =

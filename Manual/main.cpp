@@ -1,7 +1,9 @@
-// Writes a program's man page and completions into a folder; part of the build.
+// Writes a program's man page and completions into a folder, or the page about formats; part of the build.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
+#include <sstream>
+#include <string_view>
 
 #include "CommandLine/Options.h"
 #include "Manual/Completions.h"
@@ -31,11 +33,18 @@ bool write(const std::string& path, const std::string& text) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): what a tool of the build throws ends the build
 int main(int count, char** values) {
-    if (count != 4) {
-        std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop FOLDER DATE\n";
+    if (count != 4 && (count != 5 || values[1] != std::string_view("quillmark-formats"))) {
+        std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop FOLDER DATE\n"
+                     "       quillmark-manual quillmark-formats FOLDER DATE MARKDOWN\n";
         return 2;
     }
     const std::string program = values[1], folder = values[2];
+    if (count == 5) {
+        std::ostringstream chapter;
+        chapter << std::ifstream(values[4], std::ios::binary).rdbuf();
+        const std::string page = formatsPage(chapter.str(), QUILLMARK_VERSION, values[3]);
+        return write(folder + "/" + program + ".5", page) ? 0 : 1;
+    }
     const CommandTable table = program == "quillmark" ? commandLineTable() : desktopTable();
     const bool written = write(folder + "/" + program + ".1", manPage(table, QUILLMARK_VERSION, values[3])) &&
                          write(folder + "/" + program + ".bash", bashCompletion(table)) &&

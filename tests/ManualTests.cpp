@@ -67,6 +67,23 @@ TEST(ManPage, namesEveryCommandAndOption) {
     EXPECT_NE(escaped.find("\n\\&'x \\efB \\ee\n"), std::string::npos);
 }
 
+TEST(ManPage, takesAChapter) {
+    const std::string page = formatsPage(
+        "# Title\n\nA `co-de` and\n**strong** [link](a.md).\n\n## Form (`x --y`)\n\n    {\"a\": 1}\n    "
+        ".b\n\n- one\n  and on\n- "
+        "'two\n\n| key | value |\n|---|---|\n| `a|b,c` | c |\n\n---\n[next](b.md)\n",
+        "1.2.3", "2026-11-21");
+    EXPECT_EQ(page,
+              ".TH \"QUILLMARK\\-FORMATS\" 5 2026-11-21 \"Quillmark 1.2.3\"\n"
+              ".nr HY 0\n.nh\n.SH NAME\nquillmark\\-formats \\- what Quillmark reads and writes\n"
+              ".SH DESCRIPTION\n.PP\nA \\fBco\\-de\\fR and \\fBstrong\\fR link.\n"
+              ".SH \"Form (x \\-\\-y)\"\n.PP\n.RS 4\n.nf\n{\"a\": 1}\n\\&.b\n.fi\n.RE\n"
+              ".IP \\(bu 2\none and on\n.IP \\(bu 2\n\\&'two\n"
+              ".TP\n\\fIkey\\fR\nvalue\n.TP\n\\fBa|b,\\:c\\fR\nc\n");
+    for (const char* const other : {"### a", "* a", "an `a", "  a", "| a |", "![a](b)"})
+        EXPECT_THROW(formatsPage(other, "1", "2026-11-21"), std::invalid_argument) << other;
+}
+
 /// What bash offers after `words`, the last of which is being typed, one after the other with a blank.
 std::string offered(const std::string& folder, const std::string& words) {
     const std::string command = "cd '" + folder + "' && bash --norc -c 'source ./completion; COMP_WORDS=(" +

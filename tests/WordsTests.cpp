@@ -113,7 +113,7 @@ std::string allWords() {
         const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver"};
         words.add("note " + encoded(note) + ": " + toneName(tone(note)) + ", " +
                       sections[static_cast<std::size_t>(sectionOf(note))] +
-                      (standsBesideHeadline(note) ? ", beside the headline" : ""),
+                      (standsBesideHeadline(note, Tone::bad) ? ", beside the headline" : ""),
                   [&](const Reader& reader) { return sentence(note, reader); });
     }
     for (const Limit limit : EveryCase().of<Limit>()) {
