@@ -130,7 +130,7 @@ UUID AppModel::paste(std::string_view text) {
 }
 
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
-    const auto taken = MessageChecker::messageOf(text, ParseMode::lenient);
+    const auto taken = MessageChecker::messageOf(pastedText(text).source, ParseMode::lenient);
     const auto* refusal = std::get_if<Refusal>(&taken);
     return refusal ? std::optional(forDisplay(problemLine(*refusal, {}, m_reader))) : std::nullopt;
 }
