@@ -329,7 +329,7 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
         mailbox.emplace(begin->form);
         mailbox->add(bytes.view().substr(begin->offset));
         auto found = nextInMailbox(stop);
-        const bool isNothing = !found && passedOver == before;
+        const bool isNothing = !found && (passedOver == before || !walk);
         return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
     }
     const std::size_t limit =

@@ -13,7 +13,8 @@ namespace {
 /// A message as a window shows it, with line feeds.
 std::string source() {
     std::string message = test::signedMessage(
-        "From: A <a@example.org>\r\nSubject: x\r\n =?UTF-8?Q?=C3=A4?=\r\nDate: Mon, 5 Jan 2026 10:12:00 "
+        "From: A <a@example.org>\r\nMessage-ID: <1.2@example.org>\r\nSubject: x\r\n "
+        "=?UTF-8?Q?=C3=A4?=\r\nDate: Mon, 5 Jan 2026 10:12:00 "
         "+0100\r\n\r\nDear all,\r\n\r\n  z\r\n",
         {.canonicalization = "simple/simple"}, test::ed25519Key());
     std::erase(message, '\r');
@@ -66,6 +67,7 @@ TEST(PastedText, arrives) {
         {"Pay\n\n" + summary + "\n" + mail, asked},
         {summary + "\nPay\n" + mail, asked},
         {summary + "\nPay\n\n" + mail, asked},
+        {"From: me@example.net\nSubject: look\nIn-Reply-To: <1.2@example.org>\n\n" + mail, asked},
         {"Look what came:\n\n" + mail, asked},
         // A message that is complete by itself is never taken for a summary.
         {"Received: from x by y\nFrom: me@example.net\n\n" + mail, asItIs},
