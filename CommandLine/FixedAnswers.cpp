@@ -7,6 +7,7 @@
 
 #include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
 namespace quillmark {
 
@@ -28,6 +29,11 @@ Date date(const JSON& value, const std::string& member, const std::string& key) 
     return *parsed;
 }
 
+/// A name as it is asked for, which a file may hold in its letters.
+std::string askedName(std::string_view written) {
+    return asciiLowered(asciiDomain(written).value_or(std::string(written)));
+}
+
 /// A name and a record type: "Example.org|txt" is "example.org|TXT". Any other type would never be asked for.
 std::string lookupKey(const std::string& member, const std::string& key) {
     const auto bar = key.rfind('|');
@@ -35,7 +41,7 @@ std::string lookupKey(const std::string& member, const std::string& key) {
     const std::string_view name = std::string_view(key).substr(0, bar),
                            written = std::string_view(key).substr(bar + 1);
     for (const auto type : {DNSRecordType::a, DNSRecordType::mx, DNSRecordType::txt, DNSRecordType::aaaa}) {
-        if (equalsIgnoringCase(written, mnemonic(type))) return StaticResolver::key(name, type);
+        if (equalsIgnoringCase(written, mnemonic(type))) return StaticResolver::key(askedName(name), type);
     }
     fail(member, key, "expected the type TXT, MX, A or AAAA");
 }
@@ -53,7 +59,7 @@ DNSAnswer answer(const JSON& value, const std::string& key) {
 StaticRegistry::Entries registrationDates(const JSON& object) {
     StaticRegistry::Entries entries;
     for (const auto& [domain, value] : object.items()) {
-        auto& entry = entries[asciiLowered(domain)];
+        auto& entry = entries[askedName(domain)];
         if (value.is_null()) {
             entry = std::optional<Date>();
         } else if (value.is_object() && value.size() == 1 && value.contains("error")) {
@@ -115,7 +121,7 @@ FixedAnswers::Failures failures(const JSON& message, const std::string& digest) 
     });
     read(message, "registrationErrors", JSON::value_t::object, [&](const JSON& object) {
         for (const auto& [domain, value] : object.items()) {
-            failures.registrations.insert_or_assign(asciiLowered(domain),
+            failures.registrations.insert_or_assign(askedName(domain),
                                                     text(value, "registrationErrors", domain));
         }
     });
@@ -140,7 +146,7 @@ FixedAnswers fixedAnswers(const JSON& document) {
         }
     });
     member("failing", JSON::value_t::array, [&](const JSON& list) {
-        for (const JSON& name : list) fixed.failing.insert(asciiLowered(text(name, "failing", "")));
+        for (const JSON& name : list) fixed.failing.insert(askedName(text(name, "failing", "")));
     });
     member("errors", JSON::value_t::object, [&](const JSON& object) {
         for (const auto& [key, value] : object.items()) {

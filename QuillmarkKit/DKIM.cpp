@@ -51,11 +51,11 @@ std::vector<std::string> uncoveredLines(const MailMessage& message,
     return uncovered;
 }
 
-/// The domain of `i=`, lower-cased; nothing without an "@".
+/// The domain of `i=`, comparable; nothing without an "@".
 std::optional<std::string> identityDomain(std::string_view identity) {
     const auto at = identity.rfind('@');
     if (at == std::string_view::npos) return std::nullopt;
-    return unicodeLowered(identity.substr(at + 1));
+    return comparableDomain(identity.substr(at + 1));
 }
 
 /// One check in progress: each step either fills in and goes on, or ends the check.
@@ -162,7 +162,7 @@ bool Check::valuesAreSound() {
     m_signatureBytes = std::move(*signature);
     if (m_result.identity) {
         const auto domain = identityDomain(*m_result.identity);
-        const std::string signer = unicodeLowered(m_result.domain);
+        const std::string signer = comparableDomain(m_result.domain);
         if (!domain || (*domain != signer && !domain->ends_with("." + signer))) {
             return end(Status::malformed, "i= is outside d=");
         }
@@ -191,7 +191,7 @@ bool Check::keyIsFound() {
     m_key = std::move(std::get<DKIMKeyRecord>(*record));
     m_result.testing = m_key.testing;
     if (m_key.strict && m_result.identity &&
-        identityDomain(*m_result.identity) != unicodeLowered(m_result.domain)) {
+        identityDomain(*m_result.identity) != comparableDomain(m_result.domain)) {
         return end(Status::malformed, "the key requires i= to be exactly d= (t=s)");
     }
     return true;

@@ -92,6 +92,13 @@ std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> keyRecord(const TagList& tag
     return record;
 }
 
+/// Whether the services that a key is for (`s=`) include mail; an empty list leaves none out.
+bool includeEmail(std::string_view services) {
+    return services.empty() || std::ranges::any_of(colonList(services), [](std::string_view service) {
+               return service == "*" || equalsIgnoringCase(service, "email");
+           });
+}
+
 }  // namespace
 
 std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::string_view text) {
@@ -102,7 +109,12 @@ std::optional<std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem>> DKIMKeyRecord
     std::span<const std::string> texts) {
     for (const std::string& text : texts) {
         const TagList tags = TagList::parse(text);
-        if (tags.value("p")) return keyRecord(tags);
+        if (!tags.value("p")) continue;
+        auto record = keyRecord(tags);
+        const std::string_view services = tags.value("s").value_or("");
+        if (std::holds_alternative<DKIMKeyRecord>(record) && !includeEmail(services))
+            return Problem{Unusable{"the key isn’t for email (s=" + std::string(services) + ")"}};
+        return record;
     }
     return std::nullopt;
 }

@@ -28,7 +28,7 @@ struct DKIMKeyRecord {
     bool testing = false;         ///< `t=y`
     bool strict = false;          ///< `t=s`: the domain of `i=` must be exactly `d=`
     std::optional<std::vector<std::string>> hashAlgorithms = {};  ///< `h=`, lower-case; absent: any
-    std::optional<std::vector<std::string>> serviceTypes = {};    ///< `s=`, lower-case; kept, not judged
+    std::optional<std::vector<std::string>> serviceTypes = {};    ///< `s=`, lower-case
     bool operator==(const DKIMKeyRecord&) const = default;
 
     struct Revoked {  ///< an empty `p=`
@@ -40,8 +40,10 @@ struct DKIMKeyRecord {
     };
     using Problem = std::variant<Revoked, Unusable>;
 
+    /// Whatever its services are.
     static std::variant<DKIMKeyRecord, Problem> parse(std::string_view text);
-    /// The record among the TXT texts of one name: the first that has a `p=`. Nothing when none has.
+    /// The record among the TXT texts of one name: the first that has a `p=`, unusable when its `s=` names
+    /// neither "*" nor "email". Nothing when none has.
     static std::optional<std::variant<DKIMKeyRecord, Problem>> firstOf(std::span<const std::string> texts);
 };
 

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "QuillmarkKit/TagList.h"
 
 namespace quillmark {
@@ -73,7 +74,7 @@ void findAlignment(DMARCFinding& finding, std::span<const DKIMResult> dkim, cons
 
 bool aligned(std::string_view a, std::string_view b, AlignmentMode mode, const PublicSuffixList& suffixes) {
     if (mode == AlignmentMode::relaxed) return suffixes.sameOrganization(a, b);
-    return !a.empty() && equalsIgnoringCase(a, b);
+    return !a.empty() && comparableDomain(a) == comparableDomain(b);
 }
 
 DMARCFinding dmarc(std::string_view fromDomain, std::span<const DKIMResult> dkim, const SPFFinding& spf,

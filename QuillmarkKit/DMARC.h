@@ -11,7 +11,8 @@
 namespace quillmark {
 
 /// Whether two domains may speak for each other (RFC 7489, section 3.1): equal without regard to case, or, in
-/// relaxed mode, of one organization. False when either is empty.
+/// relaxed mode, of one organization. An international domain and its form in DNS are one (RFC 8616, section
+/// 3). False when either is empty.
 bool aligned(std::string_view a, std::string_view b, AlignmentMode mode, const PublicSuffixList& suffixes);
 
 /// Looks for the policy of the domain in From and says whether what was proven belongs to it (RFC 7489,

@@ -87,11 +87,31 @@ public:
     virtual std::string source(std::string_view, DNSRecordType) { return {}; }
 };
 
+/// Why nobody is asked for a name.
+enum class NameFault {
+    unfit,   ///< DNS cannot hold it (RFC 1035, section 2.3.4), not in its A-label form either
+    nobodys  ///< it means something on one machine or network only, if anything: see `mayBeQueried`
+};
+/// What is wrong with a name, international or not; nothing when it can be asked for as `asciiDomain`.
+std::optional<NameFault> nameFault(std::string_view name);
+
 /// Whether a name may leave the machine at all: 1 to 253 bytes (and perhaps a dot at the end) of printable
 /// ASCII in labels of 1 to 63 bytes, at least two of them once a leading "_dmarc" or
-/// "<selector>._domainkey" is taken off, and none of the names that mean something on this machine or network
-/// only (RFC 6761, RFC 7686: ".local", ".onion" and the like).
+/// "<selector>._domainkey" is taken off. None of those that mean something on this machine or network only
+/// (RFC 6761, RFC 7686: ".local", ".onion" and the like), no address, and of the names that stand for
+/// addresses none but the whole ones of public addresses.
 bool mayBeQueried(std::string_view name);
+
+/// Asks for international names in the form that DNS has for them. Those without one do not exist, and nobody
+/// is asked. Stands in front of another resolver, which must outlive it.
+class InternationalResolver : public DNSResolver {
+public:
+    explicit InternationalResolver(DNSResolver& resolver) : m_resolver(resolver) {}
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
+
+private:
+    DNSResolver& m_resolver;
+};
 
 /// Bounds the time that one check spends on the network: counted from its first lookup. Stands in front of
 /// another resolver, which must outlive it.

@@ -13,6 +13,7 @@
 #include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Received.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "QuillmarkKit/TagList.h"
 
 namespace quillmark {
@@ -36,6 +37,11 @@ std::string excerpt(std::string_view text) {
     std::size_t end = longestExcerpt;
     while (end > 0 && (static_cast<unsigned char>(decoded[end]) & 0xC0) == 0x80) --end;
     return decoded.substr(0, end) + "…";
+}
+
+/// A domain that DNS can hold is never cut: its end says whose it is.
+std::string domainExcerpt(const std::string& domain) {
+    return domain.size() <= longestHost ? domain : excerpt(domain);
 }
 
 std::optional<std::string> excerptOfFirst(const MailMessage& message, std::string_view name) {
@@ -255,8 +261,8 @@ std::optional<Date> newestArrival(const MailMessage& message) {
 
 void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signature, Date now,
                const PublicSuffixList& suffixes) {
-    const std::string domain = excerpt(signature.domain);
-    if (!isHostName(signature.domain)) {
+    const std::string domain = domainExcerpt(signature.domain);
+    if (!isHostName(asciiDomain(signature.domain).value_or(signature.domain))) {
         notes.push_back({ReportNote::SigningDomainNoHost{domain}});
     } else if (isPublicSuffix(signature.domain, suffixes)) {
         notes.push_back({ReportNote::SigningDomainPublicSuffix{domain}});
@@ -299,7 +305,7 @@ void addValidatedAnswers(Notes& notes, const MailMessage& message, const ProofRe
     using Kind = ReportNote::AnswerValidated::Kind;
     const auto add = [&](Kind kind, const std::string& asked) {
         const std::string name = asciiLowered(asked);
-        ReportNote note{ReportNote::AnswerValidated{kind, excerpt(name)}};
+        ReportNote note{ReportNote::AnswerValidated{kind, domainExcerpt(name)}};
         if (names.contains(name) && std::ranges::find(notes, note) == notes.end())
             notes.push_back(std::move(note));
     };

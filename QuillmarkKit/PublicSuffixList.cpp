@@ -168,7 +168,8 @@ std::string PublicSuffixList::organizationalDomain(std::string_view name) const 
 
 bool PublicSuffixList::sameOrganization(std::string_view a, std::string_view b) const {
     if (a.empty() || b.empty()) return false;
-    return a == b || organizationalDomain(a) == organizationalDomain(b);
+    if (a == b) return true;
+    return organizationalDomain(comparableDomain(a)) == organizationalDomain(comparableDomain(b));
 }
 
 }  // namespace quillmark

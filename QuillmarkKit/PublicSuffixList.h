@@ -23,7 +23,8 @@ public:
     /// given.
     std::string organizationalDomain(std::string_view name) const;
 
-    /// Whether two names belong to one organization; false when either is empty.
+    /// Whether two names belong to one organization; false when either is empty. International names are
+    /// compared as DNS has them (the built-in list has its rules in that form, too).
     bool sameOrganization(std::string_view a, std::string_view b) const;
 
     /// How many rules of all three kinds there are.

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
 namespace quillmark {
 
@@ -150,10 +153,11 @@ private:
         return permerror("more than 2 empty lookups");
     }
     DNSAnswer lookup(const std::string& name, DNSRecordType type) {
+        if (m_unanswerable.contains(name)) return DNSAnswer::nxdomain();
         return m_resolver.lookup(name, type, m_stop);
     }
 
-    std::optional<std::string> expanded(std::string_view text, const std::string& domain) const;
+    std::optional<std::string> expanded(std::string_view text, const std::string& domain);
     std::optional<std::string> expandedMacro(std::string_view macro, const std::string& domain) const;
 
     DNSResolver& m_resolver;
@@ -162,6 +166,9 @@ private:
     std::string_view m_localPart, m_senderDomain;  // the first and the last piece of the sender between "@"
     const std::stop_token m_stop;
     SPFEvaluator::State m_state;
+    /// Names that hold the local part of an international address, which is no label of DNS: they match
+    /// nothing (RFC 8616, section 4).
+    std::set<std::string, std::less<>> m_unanswerable = {};
 };
 
 bool isRecord(std::string_view text) {
@@ -308,9 +315,10 @@ Outcome Evaluation::redirect(std::string_view text, const std::string& domain, i
 
 /// A domain with its macros replaced (RFC 7208, section 7.1), lower-cased and without "." at both ends.
 /// Nothing when a macro is not valid, or the result is empty or too long.
-std::optional<std::string> Evaluation::expanded(std::string_view text, const std::string& domain) const {
+std::optional<std::string> Evaluation::expanded(std::string_view text, const std::string& domain) {
     if (text.size() > longestExpansion) return std::nullopt;
     std::string result;
+    bool hasLocalPart = false;
     while (!text.empty()) {
         if (result.size() > longestExpansion) return std::nullopt;
         const std::string_view plain = text.substr(0, text.find('%'));
@@ -330,13 +338,17 @@ std::optional<std::string> Evaluation::expanded(std::string_view text, const std
             if (kind != '{' || end == std::string_view::npos) return std::nullopt;
             const auto value = expandedMacro(text.substr(0, end), domain);
             if (!value) return std::nullopt;
+            hasLocalPart =
+                hasLocalPart || startsWithIgnoringCase(text, "l") || startsWithIgnoringCase(text, "s");
             result += *value;
             text.remove_prefix(end + 1);
         }
     }
     const std::string_view name = trimmed(result, ".");
     if (name.empty() || result.size() > longestExpansion) return std::nullopt;
-    return asciiLowered(name);
+    std::string lowered = asciiLowered(name);
+    if (hasLocalPart && !isASCII(m_localPart)) m_unanswerable.insert(lowered);
+    return lowered;
 }
 
 /// The value of a macro, given without its "%{" and "}".

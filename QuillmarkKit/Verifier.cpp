@@ -142,7 +142,7 @@ void addDomainAge(ProofReport& report, RegistrationLookup& registry, const Publi
     for (const std::string& domain : registrationDomains(report.summary, suffixes)) {
         DomainAge::Status status;
         try {
-            const auto registered = registry.registrationDate(domain, stop);
+            const auto registered = registry.registrationDate(asciiDomain(domain).value_or(domain), stop);
             if (registered) {
                 status.value = DomainAge::Status::Known{*registered};
                 if (auto sign = youngDomain(domain, *registered, report.checkedAt)) {
@@ -197,7 +197,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     const std::string from = fromDomain(report.summary);
 
     DeadlineResolver withDeadline(*m_resolver);
-    ValidationWatch resolver(withDeadline);
+    InternationalResolver asking(withDeadline);
+    ValidationWatch resolver(asking);  // before the names change, so that it knows them as the findings do
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};

@@ -26,6 +26,7 @@ constexpr std::string_view patterns[] = {
     toTranslate("p= is not base64"),
     toTranslate("the key is for %1, the signature uses %2"),
     toTranslate("the key does not allow %1"),
+    toTranslate("the key isn’t for email (s=%1)"),
     toTranslate("the key's bytes are not a key"),
     toTranslate("ARC sets are missing or out of order"),
     toTranslate("ARC-Seal i=%1 has cv=%2"),
@@ -48,7 +49,6 @@ constexpr std::string_view patterns[] = {
     toTranslate("the IANA RDAP list couldn't be read"),
     toTranslate("no resolver answered"),
     toTranslate("not in the recorded answers"),
-    toTranslate("not in the test registry"),
     toTranslate("the check took too long"),
     toTranslate("timed out"),
     toTranslate("no connection"),
@@ -83,6 +83,8 @@ std::optional<Captures> captures(std::string_view text, std::string_view pattern
 }
 
 std::optional<std::string> translated(std::string_view detail, const Reader& reader) {
+    if (detail == "not in the test registry")
+        return reader.translate("the file of registration dates doesn’t name this domain");
     for (const std::string_view pattern : patterns) {
         if (const auto found = captures(detail, pattern))
             return reader.translate(pattern, {quotedWord((*found)[0]), quotedWord((*found)[1])});

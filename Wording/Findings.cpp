@@ -4,6 +4,7 @@
 #include <chrono>
 #include <variant>
 
+#include "QuillmarkKit/DNS.h"
 #include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"
@@ -82,6 +83,17 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
             }
             return reader.translate("%1’s record says nothing about the server %2.", {domain, address});
         case SPFResult::none:
+            if (const auto fault = nameFault(finding.domain.value_or(""))) {
+                if (*fault == NameFault::unfit) {
+                    return reader.translate(
+                        "%1 is no name that DNS can hold, so nobody could be asked which servers may send "
+                        "its "
+                        "mail.",
+                        {domain});
+                }
+                return reader.translate(
+                    "%1 is no public name, so nobody was asked which servers may send its mail.", {domain});
+            }
             return reader.translate("%1 doesn’t say which servers may send its mail.", {domain});
         case SPFResult::permerror:
             return reader.translate("%1’s SPF record has a mistake, so it can’t be used: %2.",
@@ -96,8 +108,9 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
 std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader) {
     std::vector<Remark> remarks;
     if (finding.matched) {
-        remarks.push_back(
-            {{}, reader.translate("The part of the record that decided: %1.", {quoted(*finding.matched)})});
+        remarks.push_back({{},
+                           reader.translate("The part of the record that decided: %1.",
+                                            {quoted(cutInside(*finding.matched))})});
     }
     if (finding.ip) {
         const auto* received = std::get_if<SenderIP::Source::Received>(&finding.ip->source.value);
@@ -172,6 +185,15 @@ std::string sentence(const DMARCFinding& finding, const Reader& reader) {
         case DMARCFinding::Status::fail:
             return reader.translate("Nothing that was proven belongs to %1, the domain in From.", {domain});
         case DMARCFinding::Status::noPolicy:
+            if (const auto fault = nameFault("_dmarc." + finding.fromDomain)) {
+                if (*fault == NameFault::unfit) {
+                    return reader.translate(
+                        "%1 is no name that DNS can hold, so nobody could be asked for its policy.",
+                        {domain});
+                }
+                return reader.translate("%1 is no public name, so nobody was asked for its policy.",
+                                        {domain});
+            }
             return reader.translate("%1 publishes no policy for mail that fails these checks.", {domain});
         case DMARCFinding::Status::lookupFailed:
             return reader.translate("%1’s policy couldn’t be asked for. Check again when you are online.",
@@ -330,6 +352,8 @@ std::string ageInWords(const DomainAge& age, Date checkedAt, const Reader& reade
         return reader.translate("its registry doesn’t say since when it has been registered");
     }
     if (const auto* unavailable = std::get_if<DomainAge::Status::Unavailable>(&age.status.value)) {
+        if (nameFault(age.domain) == NameFault::unfit)
+            return reader.translate("its age couldn’t be found out: it is no name that DNS can hold");
         return reader.translate("its age couldn’t be found out: %1",
                                 {detailText(unavailable->reason, reader)});
     }

@@ -53,6 +53,17 @@ Tone tone(const DKIMResult& result) {
 
 namespace {
 
+std::string keyName(const DKIMResult& result) { return result.selector + "._domainkey." + result.domain; }
+
+}  // namespace
+
+std::optional<NameFault> keyFault(const DKIMResult& result) {
+    if (result.status != Status::keyNotPublished) return std::nullopt;
+    return nameFault(keyName(result));
+}
+
+namespace {
+
 std::string passSentence(const DKIMResult& result, const Reader& reader) {
     const std::string domain = quotedDomain(result.domain);
     if (!result.bodyChecked) {
@@ -93,6 +104,19 @@ std::string sentence(const DKIMResult& result, const Reader& reader) {
                 "signed them. Mailing lists and filters often change the Subject; so do forgers.",
                 {domain});
         case Status::keyNotPublished:
+            if (const auto fault = keyFault(result)) {
+                const std::string name = quotedWord(keyName(result));
+                if (*fault == NameFault::unfit) {
+                    return reader.translate(
+                        "The key would stand at %1, which is no name that DNS can hold. So nobody could be "
+                        "asked for it, and the signature can be neither confirmed nor refuted.",
+                        {name});
+                }
+                return reader.translate(
+                    "The key would stand at %1, which is no public name. So nobody was asked for it, and the "
+                    "signature can be neither confirmed nor refuted.",
+                    {name});
+            }
             return reader.translate(
                 "%1 doesn’t publish this key now. Senders often withdraw keys after some months, so an old "
                 "message can no longer be checked.",

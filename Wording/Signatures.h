@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "QuillmarkKit/DKIM.h"
+#include "QuillmarkKit/DNS.h"
 #include "Wording/Remark.h"
 
 /// The words for one DKIM signature.
@@ -13,6 +15,8 @@ std::string label(DKIMResult::Status status, const Reader& reader);
 /// A signature that passed without a body to check is a caution.
 Tone tone(const DKIMResult& result);
 std::string sentence(const DKIMResult& result, const Reader& reader);
+/// Why nobody was asked for a key that is not published; nothing when somebody was.
+std::optional<NameFault> keyFault(const DKIMResult& result);
 /// What else is to be known of it, each a line of its own.
 std::vector<Remark> remarks(const DKIMResult& result, Date checkedAt, const Reader& reader);
 

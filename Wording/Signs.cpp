@@ -43,7 +43,7 @@ struct SignSentence {
     }
     std::string operator()(const LookAlikeFlag::Punycode& sign) const {
         return reader.translate("%1 is written in punycode; some apps show it as “%2”.",
-                                {quotedWord(sign.domain), quoted(sign.unicode)});
+                                {quotedWord(sign.domain), quoted(cutInside(sign.unicode))});
     }
     std::string operator()(const LookAlikeFlag::MixedScripts& sign) const {
         return reader.translate(

@@ -6,6 +6,7 @@
 #include "QuillmarkKit/PublicSuffixList.h"
 #include "QuillmarkKit/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -46,6 +47,15 @@ bool signedLinesHold(const ProofReport& report) {
         const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value);
         return lines && equalsIgnoringCase(lines->domain, report.verdict.domain);
     });
+}
+
+/// The signature by which a key is said to be gone, when nobody was asked for that key.
+const DKIMResult* unaskedSignature(const ProofReport& report) {
+    const auto gone = std::ranges::find_if(report.dkim, [](const DKIMResult& result) {
+        return result.status == DKIMResult::Status::keyNotPublished ||
+               result.status == DKIMResult::Status::keyRevoked;
+    });
+    return gone != report.dkim.end() && keyFault(*gone) ? &*gone : nullptr;
 }
 
 }  // namespace
@@ -104,6 +114,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 "it. Don’t rely on what it says. If it matters, ask the sender in another way.",
                 {domain});
         case VerdictKind::keyGone:
+            if (const DKIMResult* signature = unaskedSignature(report)) return sentence(*signature, reader);
             return reader.translate(
                 "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
                 "old message, because senders change their keys; in a new one it is suspicious. If it "
@@ -152,8 +163,15 @@ void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Read
         const std::string organization = PublicSuffixList::shared().organizationalDomain(domain);
         const std::string letters = Punycode::unicodeDomain(domain);
         if (letters != domain) {
-            remarks.push_back({Tone::caution, reader.translate("Some apps show %1 as “%2”.",
-                                                               {quotedWord(domain), quoted(letters)})});
+            remarks.push_back(
+                {Tone::caution, reader.translate("Some apps show %1 as “%2”.",
+                                                 {quotedWord(domain), quoted(cutInside(letters))})});
+        } else if (const auto ascii = asciiDomain(domain); ascii && *ascii != domain) {
+            remarks.push_back(
+                {Tone::caution,
+                 reader.translate("In %1 stand letters beyond a to z, which may only look like the ones you "
+                                  "know. In DNS that domain is called %2.",
+                                  {quotedWord(domain), quotedWord(*ascii)})});
         }
         if (!equalsIgnoringCase(organization, domain)) {
             remarks.push_back(

@@ -150,6 +150,11 @@ TEST(DKIM, keys) {
         {{otherType}, Status::keyUnusable, "the key is for ed25519, the signature uses rsa-sha256"},
         {{good + "; h=sha1"}, Status::keyUnusable, "the key does not allow sha256"},
         {{good + "; h=sha1: SHA256"}, Status::pass, ""},
+        {{good + "; s=x: EMail"}, Status::pass, ""},
+        {{good + "; s=*"}, Status::pass, ""},
+        {{good + "; s="}, Status::pass, ""},
+        {{good + "; s=tlsrpt: X", good}, Status::keyUnusable, "the key isn’t for email (s=tlsrpt: X)"},
+        {{"p=; s=x"}, Status::keyRevoked, ""},
         {{keyRecord(PrivateKey::rsa(1024))}, Status::headersChanged, ""},
     };
     for (const auto& row : rows) {
@@ -170,14 +175,20 @@ TEST(DKIM, keys) {
 }
 
 TEST(DKIM, identityAndStrictKeys) {
-    const auto identified = [](const std::string& tags, const std::string& key) {
+    const auto identified = [](const std::string& tags, const std::string& key,
+                               const std::string& domain = "Example.org") {
+        StaticResolver::Answers table;
+        table.emplace(StaticResolver::key("key._domainkey." + domain, DNSRecordType::txt),
+                      DNSAnswer::records({keyRecord(rsaKey()) + key}));
         return check(
-            signedMessage(plain, {.tags = "v=1; d=Example.org; s=key; h=From:Subject" + tags}, rsaKey()),
-            answers({keyRecord(rsaKey()) + key}));
+            signedMessage(plain, {.tags = "v=1; d=" + domain + "; s=key; h=From:Subject" + tags}, rsaKey()),
+            std::move(table));
     };
     EXPECT_EQ(identified("; i=a@sub.example.org", "").status, Status::pass);
     EXPECT_EQ(identified("; i=a@EXAMPLE.org", "; t=y:s").status, Status::pass);
     EXPECT_EQ(identified("", "; t=y:s").status, Status::pass);
+    EXPECT_EQ(identified("; i=a@x.b\u00FCcher.example", "", "xn--bcher-kva.example").status, Status::pass);
+    EXPECT_EQ(identified("; i=a@B\u00DCcher.example", "; t=s", "xn--bcher-kva.example").status, Status::pass);
     const auto outside = identified("; i=a@sub.example.org", "; t=y:s");
     EXPECT_EQ(outside.status, Status::malformed);
     EXPECT_EQ(outside.detail, "the key requires i= to be exactly d= (t=s)");

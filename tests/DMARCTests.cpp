@@ -52,6 +52,7 @@ TEST(DMARC, aligned) {
         {"a.co.example", "b.co.example", false, false},
         {"", "", false, false},
         {"a.example", "", false, false},
+        {"b\u00FCcher.example", "XN--BCHER-KVA.example", true, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.a) + " and " + std::string(row.b));

@@ -33,7 +33,9 @@ TEST(DNS, mayBeQueried) {
          {std::string("Example.Org."), std::string("2026.s1._domainkey.example.org"),
           std::string("_dmarc.example.org"), std::string("a@b=c%{d}!.example.org"),
           std::string("xn--e1afmkfd.xn--p1ai"), longest, longest + ".", std::string("a.notlocal"),
-          std::string("local.example"), std::string("athome.arpa")}) {
+          std::string("local.example"), std::string("athome.arpa"), std::string("a.4you"),
+          std::string("7.2.0.192.in-addr.arpa"),
+          std::string("1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.IP6.arpa")}) {
         EXPECT_TRUE(mayBeQueried(name)) << name;
     }
     using namespace std::string_view_literals;
@@ -63,7 +65,24 @@ TEST(DNS, mayBeQueried) {
                             "a.onion"sv,
                             "_dmarc.a.test"sv,
                             "s._domainkey.a.invalid"sv,
-                            "a.localhost"sv}) {
+                            "a.localhost"sv,
+                            "wiki.corp"sv,
+                            "a.home"sv,
+                            "a.mail"sv,
+                            "a.intranet"sv,
+                            "a.private"sv,
+                            "_dmarc.192.0.2.1"sv,
+                            "2.1"sv,
+                            "s._domainkey.[192.0.2.1]"sv,
+                            "a[.example"sv,
+                            "in-addr.arpa"sv,
+                            "2.0.192.in-addr.arpa"sv,
+                            "x.7.2.0.192.in-addr.arpa"sv,
+                            "7%.2.0.192.in-addr.arpa"sv,
+                            "1.0.0.10.in-addr.arpa"sv,
+                            "b.d.0.1.0.0.2.ip6.arpa"sv,
+                            "0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.ip6.arpa"sv,
+                            "1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.e.f.ip6.arpa"sv}) {
         EXPECT_FALSE(mayBeQueried(name)) << name;
     }
 }

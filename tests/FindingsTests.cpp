@@ -66,6 +66,15 @@ TEST(Findings, dmarc) {
         sentences.insert(sentence(finding, german));
     }
     EXPECT_EQ(sentences.size(), 2 * std::size(rows));
+    const auto noPolicy = [](const std::string& from) {
+        return sentence(DMARCFinding{.status = Status::noPolicy, .fromDomain = from}, english);
+    };
+    EXPECT_EQ(noPolicy("b\u00FCcher.example"),
+              "b\u00FCcher.example (xn--bcher-kva.example) publishes no policy "
+              "for mail that fails these checks.");
+    EXPECT_EQ(noPolicy("b-\u00FC-.example"),
+              "b-\u00FC-.example is no name that DNS can hold, so nobody could be asked for its policy.");
+    EXPECT_EQ(noPolicy("wiki.corp"), "wiki.corp is no public name, so nobody was asked for its policy.");
     EXPECT_EQ(policyInWords("Reject", english), "Reject");  // only what is known is put in words
     const DMARCFinding some{.appliedPolicy = "reject", .percent = 5, .record = "", .recordDomain = "d"};
     EXPECT_EQ(remarks(some, english).front().text, "What d asks receivers to do: reject failing mail.");
@@ -98,7 +107,7 @@ TEST(Findings, arc) {
 TEST(Findings, age) {
     using Status = DomainAge::Status;
     const auto inWords = [](const Status& status, const Reader& reader) {
-        return ageInWords({"d", status}, january(20), reader);
+        return ageInWords({"d.example", status}, january(20), reader);
     };
     const Date old = january(1) - std::chrono::days(7700), months = january(1) - std::chrono::days(100);
     EXPECT_EQ(inWords({Status::Known{old}}, english), "registered on 2 Dec 2004, 21 years ago");
@@ -109,6 +118,8 @@ TEST(Findings, age) {
               "registered on 21 Jan 2026, after the message was checked");
     EXPECT_EQ(inWords({Status::Unavailable{"no RDAP server for .zz in the IANA list"}}, german),
               "Alter nicht zu ermitteln: in der Liste der IANA steht kein RDAP-Server für .zz");
+    EXPECT_EQ(inWords({Status::Unavailable{"not in the test registry"}}, english),
+              "its age couldn’t be found out: the file of registration dates doesn’t name this domain");
 }
 
 TEST(Findings, details) {

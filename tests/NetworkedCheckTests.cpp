@@ -60,11 +60,27 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
         "List-Unsubscribe: <https://secret.example/secret>\r\n\r\nsecret\r\n";
     std::vector<std::string> messages = {leaky};
     // Nobody is asked about the first names, wherever they stand; the others must not break out of a request.
-    for (const std::string name :
-         {"secret", "secret.local", "secret.lan", "secret.internal", "secret.home.arpa", "secret.onion",
-          "secret.test", "secret.invalid", "secret.localhost.", "secret\x01.example", "secret\x7F.example",
-          "secret .example", "secret..a.example", "secret.\xC3\xA4.example", "a/../b?c=d&e.example",
-          "a%2F%00.example", "a#b.example"}) {
+    for (const std::string name : {"secret",
+                                   "secret.local",
+                                   "secret.lan",
+                                   "secret.internal",
+                                   "secret.home.arpa",
+                                   "secret.onion",
+                                   "secret.test",
+                                   "secret.invalid",
+                                   "secret.localhost.",
+                                   "secret\x01.example",
+                                   "secret\x7F.example",
+                                   "secret .example",
+                                   "secret..a.example",
+                                   "secret.\xC2\xAD.example",
+                                   "secret.corp",
+                                   "secret.mail",
+                                   "[secret].example",
+                                   "secret.192.0.2.1",
+                                   "a/../b?c=d&e.example",
+                                   "a%2F%00.example",
+                                   "a#b.example"}) {
         messages.push_back("Return-Path: <bounce@" + name +
                            ">\r\nReceived: from h (h.example [198.51.100.7]) by mx.example\r\n" +
                            "ARC-Seal: i=1; a=rsa-sha256; cv=none; d=" + name + "; s=key; b=AAAA\r\n" +

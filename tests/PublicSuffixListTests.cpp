@@ -41,6 +41,8 @@ TEST(PublicSuffixList, theSharedList) {
     EXPECT_TRUE(list.sameOrganization("a.example.org", "B.EXAMPLE.org"));
     EXPECT_FALSE(list.sameOrganization("a.co.uk", "b.co.uk"));
     EXPECT_FALSE(list.sameOrganization("", ""));
+    EXPECT_TRUE(list.sameOrganization("a.食狮.公司.cn", "xn--85x722f.公司.cn"));
+    EXPECT_FALSE(list.sameOrganization("a.公司.cn", "b.xn--55qx5d.cn"));
 }
 
 TEST(PublicSuffixList, theFileIsInLowerCaseAndHasBothForms) {

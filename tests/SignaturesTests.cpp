@@ -47,6 +47,11 @@ TEST(Signatures, sentences) {
     result = {.status = Status::keyTooWeak, .domain = "d", .keyBits = 512};
     EXPECT_EQ(sentence(result, english),
               "The signature fits, but the key is so short (512 bits) that others could have made it.");
+    result = {.status = Status::keyNotPublished, .domain = "b\u00ADank.example", .selector = "s"};
+    EXPECT_EQ(
+        sentence(result, english),
+        "The key would stand at s._domainkey.b‹U+00AD›ank.example, which is no name that DNS can hold. So "
+        "nobody could be asked for it, and the signature can be neither confirmed nor refuted.");
     result = {.status = Status::bodyChanged, .detail = "l=9 is longer than the body", .domain = "d"};
     EXPECT_EQ(sentence(result, english),
               "d says it signed more body than this message has. Part of the body is missing.");

@@ -14,6 +14,35 @@ TEST(Unicode, lowerCaseAndLetters) {
     EXPECT_FALSE(isAlphabetic(U'1'));
 }
 
+TEST(Unicode, asciiDomain) {
+    const struct {
+        std::string domain;
+        std::optional<std::string> ascii;
+    } rows[] = {
+        {"_DMARC.Example..", "_DMARC.Example.."},
+        {"S1._domainkey.b\u00FCcher.Example", "S1._domainkey.xn--bcher-kva.Example"},
+        {"BU\u0308CHER.example", "xn--bcher-kva.example"},  // decomposed, and in capitals
+        {"stra\u00DFe.example", "xn--strae-oqa.example"},   // not strasse.example
+        {"\u03A3\u03B1\u03C2.example", "xn--mxa8ab.example"},
+        {"\u0130.example", "xn--i-9bb.example"},
+        {"\u516C\u53F8.cn", "xn--55qx5d.cn"},
+        // What would be asked for is another name than the one that stands there.
+        {"b\u017Fd.example", std::nullopt},        // a long s
+        {"\uFF42ank.example", std::nullopt},       // a wide b
+        {"b\u00ADank.example", std::nullopt},      // a soft hyphen
+        {"a\u3002b\u00FC.example", std::nullopt},  // a full stop
+        {"a\u200Db\u00FC.example", std::nullopt},  // a joiner that joins nothing
+        {"\u05D0a.example", std::nullopt},         // right to left and left to right
+        {"_b\u00FCcher.example", std::nullopt},    // an underscore beside letters
+        {"b\u00FC cher.example", std::nullopt},
+        {"xn--b\u00FC.example", std::nullopt},
+        {"\uFFFD.example", std::nullopt},
+        {std::string(64, 'a') + "\u00FC.example", std::nullopt},
+        {"\u00FC." + std::string(2000, 'a'), std::nullopt},
+    };
+    for (const auto& row : rows) EXPECT_EQ(asciiDomain(row.domain), row.ascii) << row.domain;
+}
+
 TEST(CharsetDecoder, decode) {
     const struct {
         std::string_view charset, bytes;

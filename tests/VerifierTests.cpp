@@ -81,6 +81,53 @@ TEST(Verifier, signaturesAndOneSender) {
     EXPECT_EQ(ten[9].detail, "v=9");
 }
 
+/// A name and its form in DNS are one; what has none is asked for by nobody.
+TEST(Verifier, internationalSenders) {
+    const std::string letters = "b\u00FCcher.example", ascii = "xn--bcher-kva.example";
+    const auto& key = test::ed25519Key();
+    class Asked : public StaticResolver {
+    public:
+        using StaticResolver::StaticResolver;
+        DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+            names.emplace_back(name);
+            return StaticResolver::lookup(name, type, stop);
+        }
+        std::vector<std::string> names = {};
+    };
+    const auto registry = std::make_shared<StaticRegistry>(StaticRegistry::Entries{{ascii, now}});
+    const auto checked = [&](const std::string& from, const std::string& signer, const std::string& sender) {
+        const auto resolver = std::make_shared<Asked>(StaticResolver::Answers{
+            {"key._domainkey." + ascii + "|TXT", DNSAnswer::records({test::keyRecord(key)})},
+            {ascii + "|TXT", DNSAnswer::records({"v=spf1 exists:%{l}.%{d} ip4:192.0.2.1 -all"})},
+            {"_dmarc." + ascii + "|TXT", DNSAnswer::records({"v=DMARC1; p=reject; adkim=s; aspf=s"})}});
+        const std::string message =
+            "Return-Path: <" + sender + "@" + from + ">\r\nReceived: from x ([192.0.2.1]) by y; z\r\n" +
+            test::signedMessage("From: ann@" + from + "\r\n\r\nbody\r\n",
+                                {.tags = "v=1; d=" + signer + "; s=key; h=from"}, key);
+        auto report = Verifier(resolver, registry).verify(MailMessage::parse(message), std::nullopt, now);
+        return std::pair(std::move(report), resolver->names);
+    };
+    using Names = std::vector<std::string>;
+    const Names asked{"key._domainkey." + ascii, ascii, "ann." + ascii, "_dmarc." + ascii};
+    for (const auto& [from, signer] : {std::pair(letters, ascii), {ascii, letters}, {letters, letters}}) {
+        const auto [report, names] = checked(from, signer, "ann");
+        EXPECT_EQ(report.verdict, (Verdict{VerdictKind::verified, Tone::good, signer, from, {}}));
+        EXPECT_EQ(report.spf.domain, from);
+        EXPECT_EQ(std::get<SPFFinding::Status::Judged>(report.spf.status.value).result, SPFResult::pass);
+        EXPECT_EQ(report.dmarc.status, DMARCFinding::Status::pass);
+        EXPECT_EQ(report.dmarc.recordDomain, from);
+        EXPECT_EQ(report.domainAge, (DomainAge{from, {DomainAge::Status::Known{now}}}));
+        EXPECT_EQ(report.notes, std::vector<ReportNote>());
+        EXPECT_EQ(names, asked);
+    }
+    // The local part is no label, and none is made of it.
+    EXPECT_EQ(checked(ascii, ascii, "j\u00FCrgen").second, (Names{asked[0], ascii, asked[3]}));
+    const auto [unfit, names] = checked("b\u00ADank.example", "b\u00ADank.example", "ann");
+    EXPECT_EQ(unfit.dkim.front().status, DKIMResult::Status::keyNotPublished);
+    EXPECT_EQ(unfit.dmarc.status, DMARCFinding::Status::noPolicy);
+    EXPECT_EQ(names, Names());
+}
+
 /// The verdict, the status of the signature, of SPF and of DMARC, and the limits but for the two that are
 /// always there.
 std::string outcome(const ProofReport& report) {

@@ -120,6 +120,10 @@ TEST(Wording, besideHeadline) {
           unsignedRest}},
         {{.verdict = {VerdictKind::keyGone, Tone::unknown, "xn--mnchen-3ya.example", "", {}}},
          {{Tone::caution, "Some apps show xn--mnchen-3ya.example as “münchen.example”."}}},
+        {{.verdict = {VerdictKind::keyGone, Tone::unknown, "m\u00FCnchen.example", "", {}}},
+         {{Tone::caution,
+           "In m\u00FCnchen.example stand letters beyond a to z, which may only look like the ones you know. "
+           "In DNS that domain is called xn--mnchen-3ya.example."}}},
         {{.flags = {{LookAlikeFlag::MultipleFrom{}}, {LookAlikeFlag::MultipleFrom{}}}},
          {{Tone::caution, "There are 2 warning signs; read them below."}}},
     };

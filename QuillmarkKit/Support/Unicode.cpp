@@ -1,6 +1,8 @@
 #include "QuillmarkKit/Support/Unicode.h"
 
+#include <unicode/idna.h>
 #include <unicode/locid.h>
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
@@ -12,26 +14,107 @@
 
 namespace quillmark {
 
+namespace {
+
+icu::UnicodeString wideOf(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+}
+
+}  // namespace
+
 std::string unicodeLowered(std::string_view text) {
-    const bool isASCII =
-        std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    if (isASCII) return asciiLowered(text);
-    icu::UnicodeString wide =
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+    if (isASCII(text)) return asciiLowered(text);
     std::string lowered;
-    wide.toLower(icu::Locale::getRoot()).toUTF8String(lowered);
+    wideOf(text).toLower(icu::Locale::getRoot()).toUTF8String(lowered);
     return lowered;
 }
 
 std::string unicodeUppered(std::string_view text) {
     std::string uppered;
-    icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())))
-        .toUpper(icu::Locale::getRoot())
-        .toUTF8String(uppered);
+    wideOf(text).toUpper(icu::Locale::getRoot()).toUTF8String(uppered);
     return uppered;
 }
 
 bool isAlphabetic(char32_t scalar) { return u_isUAlphabetic(static_cast<UChar32>(scalar)) != 0; }
+
+bool isWhiteSpace(char32_t scalar) { return u_isUWhiteSpace(static_cast<UChar32>(scalar)) != 0; }
+
+int columnsOf(char32_t scalar) {
+    const auto width = u_getIntPropertyValue(static_cast<UChar32>(scalar), UCHAR_EAST_ASIAN_WIDTH);
+    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
+namespace {
+
+/// A letter takes at least one of the 253 bytes of a name in DNS, and at most four in UTF-8.
+constexpr std::size_t longestInternationalDomain = 253 * std::size_t{4};
+
+/// The rules for domain names; null when ICU lacks its data.
+const icu::IDNA* domainRules() {
+    static const auto rules = [] {
+        UErrorCode error = U_ZERO_ERROR;
+        constexpr std::uint32_t options = UIDNA_USE_STD3_RULES | UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ |
+                                          UIDNA_NONTRANSITIONAL_TO_ASCII | UIDNA_NONTRANSITIONAL_TO_UNICODE;
+        std::unique_ptr<const icu::IDNA> made(icu::IDNA::createUTS46Instance(options, error));
+        if (U_FAILURE(error)) made.reset();
+        return made;
+    }();
+    return rules.get();
+}
+
+/// Composed and in lower case, letter by letter: no rule that looks at the neighbours takes part, such as the
+/// one of the Greek final sigma.
+std::optional<icu::UnicodeString> foldedLabel(const icu::UnicodeString& label) {
+    UErrorCode error = U_ZERO_ERROR;
+    const icu::Normalizer2* const composed = icu::Normalizer2::getNFCInstance(error);
+    if (U_FAILURE(error)) return std::nullopt;
+    const icu::UnicodeString text = composed->normalize(label, error);
+    icu::UnicodeString lowered;
+    for (std::int32_t at = 0; at < text.length(); at = text.moveIndex32(at, 1))
+        lowered.append(icu::UnicodeString(text.char32At(at)).toLower(icu::Locale::getRoot()));
+    const icu::UnicodeString folded = composed->normalize(lowered, error);
+    return U_SUCCESS(error) ? std::optional(folded) : std::nullopt;
+}
+
+/// The A-label of a label that is not ASCII.
+std::optional<std::string> asciiLabel(std::string_view label) {
+    const icu::IDNA* const rules = domainRules();
+    if (!rules) return std::nullopt;
+    const icu::UnicodeString written = wideOf(label);
+    icu::UnicodeString letters, ascii;
+    icu::IDNAInfo toLetters, toASCII;
+    UErrorCode error = U_ZERO_ERROR;
+    rules->labelToUnicode(written, letters, toLetters, error);
+    rules->labelToASCII(written, ascii, toASCII, error);
+    if (U_FAILURE(error) || toLetters.hasErrors() || toASCII.hasErrors()) return std::nullopt;
+    if (foldedLabel(written) != foldedLabel(letters)) return std::nullopt;
+    std::string text;
+    ascii.toUTF8String(text);
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> asciiDomain(std::string_view domain) {
+    if (isASCII(domain)) return std::string(domain);
+    if (domain.size() > longestInternationalDomain) return std::nullopt;
+    std::string text;
+    for (std::size_t start = 0; start <= domain.size();) {
+        const std::string_view label = domain.substr(start, domain.find('.', start) - start);
+        const auto ascii = isASCII(label) ? std::optional(std::string(label)) : asciiLabel(label);
+        if (!ascii) return std::nullopt;
+        if (start > 0) text += '.';
+        text += *ascii;
+        start += label.size() + 1;
+    }
+    return text;
+}
+
+std::string comparableDomain(std::string_view domain) {
+    const auto ascii = asciiDomain(domain);
+    return ascii ? asciiLowered(*ascii) : unicodeLowered(domain);
+}
 
 namespace {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +9,10 @@
 /// What only a Unicode database knows. The one file that includes ICU is `Unicode.cpp`.
 namespace quillmark {
 
+inline bool isASCII(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 /// `text` in lower case by the rules of Unicode, of no particular language.
 std::string unicodeLowered(std::string_view text);
 /// The same in upper case; "ß" becomes "SS".
@@ -15,6 +20,20 @@ std::string unicodeUppered(std::string_view text);
 
 /// The Unicode property Alphabetic.
 bool isAlphabetic(char32_t scalar);
+/// The Unicode property White_Space.
+bool isWhiteSpace(char32_t scalar);
+/// How many columns a character takes on a terminal, at most: two when it is wide, else one.
+int columnsOf(char32_t scalar);
+
+/// A domain as DNS and registries are asked for it: each label that is not ASCII in its A-label form (UTS 46,
+/// non-transitional), the others as they stand. Nothing when there is none for a label, when it would take
+/// changes other than those of case and normalization (so that no other name is meant than the one that
+/// stands there), or when the domain is longer than DNS can hold.
+std::optional<std::string> asciiDomain(std::string_view domain);
+
+/// What two domains have in common when they are one to DNS: `asciiDomain` or, without one, the domain as it
+/// stands, in lower case.
+std::string comparableDomain(std::string_view domain);
 
 /// Decodes bytes by the name of their character set. It keeps one open converter for each character set it
 /// met, whatever the spelling, so a text with a million encoded words opens few; not safe from several
