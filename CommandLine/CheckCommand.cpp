@@ -145,9 +145,9 @@ private:
         if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
         if (m_command.json) message.report = compactJSON(report, path);
-        if (m_command.save) message.kept = compactJSON(report);
+        if (m_command.keepsReports()) message.kept = compactJSON(report);
         if (m_command.csv) message.row = csvRow(report, path.value_or(""));
-        if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.markers);
+        if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.layout);
         if (!message.report.empty()) message.report += '\n';
         return message;
     }
@@ -209,6 +209,14 @@ void checkAll(CheckInputs& inputs, const Checker& checker, CheckOutput& output, 
 }
 
 }  // namespace
+
+bool CheckCommand::asksRegistries() const {
+    return domainAge.value_or(settings.value_or(AppSettings()).checkDomainAge);
+}
+
+bool CheckCommand::keepsReports() const {
+    return save.value_or(settings && settings->keepHistory && !dnsFile);
+}
 
 int CheckCommand::run() const {
     const Date begun = currentTime();

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Settings/StoredSettings.h"
 #include "Wording/Reader.h"
 #include "Wording/TextReport.h"
 
@@ -14,18 +15,25 @@ struct CheckCommand {
     std::vector<std::string> files = {};  ///< messages, mailboxes and folders; "-" is standard input
     bool json = false;
     bool pasted = false;
-    bool domainAge = true;
-    bool save = false;  ///< puts the reports into the user's history
+    std::optional<bool> domainAge = {};  ///< asks how old domains are, or does not
+    std::optional<bool> save = {};       ///< puts the reports into the user's history, or does not
     std::optional<std::string> dnsFile = {}, registrationsFile = {};
-    std::optional<std::string> at = {};      ///< RFC 3339
-    std::optional<std::string> record = {};  ///< a file to write what the checks were told into
-    bool summary = false;                    ///< tables at the end in place of reports
-    std::optional<std::string> csv = {};     ///< a file to write a table of the reports into
-    std::optional<std::string> only = {};    ///< tones, with commas: no other report is written or kept
-    std::optional<std::string> failOn = {};  ///< a tone
-    int jobs = 0;                            ///< how many messages are checked at once; 0: as suits
-    Reader reader = {};                      ///< whom reports and problems are for
-    Markers markers = Markers::plain;        ///< of text reports
+    std::optional<std::string> at = {};        ///< RFC 3339
+    std::optional<std::string> record = {};    ///< a file to write what the checks were told into
+    bool summary = false;                      ///< tables at the end in place of reports
+    std::optional<std::string> csv = {};       ///< a file to write a table of the reports into
+    std::optional<std::string> only = {};      ///< tones, with commas: no other report is written or kept
+    std::optional<std::string> failOn = {};    ///< a tone
+    int jobs = 0;                              ///< how many messages are checked at once; 0: as suits
+    Reader reader = {};                        ///< whom reports and problems are for
+    TextLayout layout = {};                    ///< of text reports
+    std::optional<AppSettings> settings = {};  ///< what the person chose in the window, if anything
+
+    /// Whether registries may be asked: what the options say, else the settings.
+    bool asksRegistries() const;
+    /// Whether the reports go into the history: what the options say, else the settings. Without either, and
+    /// for a check that is repeated from a file, they do not.
+    bool keepsReports() const;
 
     /// Checks every file and writes the reports in input order as soon as they are ready. Returns the exit
     /// status: 0 when every message was checked, 1 when some input could not be or the recording, the history

@@ -153,14 +153,14 @@ void CheckOutput::complete() {
         }
     };
     m_isComplete = true;
-    if (m_command.save && !m_saver.finish()) m_status = 1;
+    if (m_command.keepsReports() && !m_saver.finish()) m_status = 1;
     complete(m_table, [] {});
     complete(m_recording,
              [this] { m_recording->write(std::string_view(recording()).substr(recordingBegin.size())); });
 }
 
 void CheckOutput::printRest() {
-    if (m_command.summary) m_output.write(m_summary.text(m_command.reader));
+    if (m_command.summary) m_output.write(m_summary.text(m_command.reader, m_command.layout.width));
     if (m_recording && m_recording->isStream()) m_recording->write(recording());
 }
 
@@ -169,7 +169,8 @@ std::string CheckOutput::recording() const {
 }
 
 bool CheckOutput::isAnythingKept() const {
-    return m_command.save || (m_table && !m_table->isStream()) || (m_recording && !m_recording->isStream());
+    return m_command.keepsReports() || (m_table && !m_table->isStream()) ||
+           (m_recording && !m_recording->isStream());
 }
 
 std::string CheckOutput::earlyLine() const {

@@ -49,7 +49,7 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     if (command.dnsFile) {
         FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
         if (fixed.at) now = *fixed.at;
-        if (fixed.registrations && command.domainAge)
+        if (fixed.registrations && command.domainAge.value_or(true))  // nobody is asked
             registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
         failures = std::move(fixed.messages);
         resolver = std::make_shared<StaticResolver>(
@@ -58,11 +58,11 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     } else {
         const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
         resolver = std::make_shared<DoHResolver>(http);
-        if (command.domainAge)
+        if (command.asksRegistries())
             registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
         workers = networkWorkers;
     }
-    if (command.registrationsFile && command.domainAge) {
+    if (command.registrationsFile && command.domainAge.value_or(true)) {
         registry =
             std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
     }

@@ -7,6 +7,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
+#include "Wording/Wrapped.h"
 
 namespace quillmark {
 
@@ -93,7 +94,7 @@ bool CheckSummary::isAnyAsBadAs(Tone tone) const {
                                [&](const auto& entry) { return rank(entry.first.second) >= rank(tone); });
 }
 
-std::string CheckSummary::text(const Reader& reader) const {
+std::string CheckSummary::text(const Reader& reader, std::size_t width) const {
     std::string text = heading(reader.translate("Verdicts"));
     std::int64_t all = 0;
     for (const auto& [verdict, count] : m_verdicts) {
@@ -125,8 +126,10 @@ std::string CheckSummary::text(const Reader& reader) const {
     text += "\n";
     const auto row = [&](const std::string& label, const Counts& counts) {
         if (sum(counts) == 0) return;
-        for (const Tone tone : tones) text += cell(counts[static_cast<std::size_t>(tone)], reader);
-        text += "  " + label + "\n";
+        std::string cells;
+        for (const Tone tone : tones) cells += cell(counts[static_cast<std::size_t>(tone)], reader);
+        const std::size_t indent = cells.size() + 2;
+        text += cells + wrapped(label, indent, width).substr(cells.size()) + "\n";
     };
     for (const auto& [domain, counts] : domains) row(domain.empty() ? "?" : quotedDomain(domain), counts);
     row(reader.translate("(other domains)"), others);

@@ -25,8 +25,8 @@ public:
     void addPassedOver(std::int64_t count) { m_passedOver += count; }
 
     /// Two tables: how often each verdict, and the domains that signed most, with the tones of their
-    /// verdicts.
-    std::string text(const Reader& reader) const;
+    /// verdicts. Domains are `wrapped` in so many columns of a terminal; 0: each stands in one line.
+    std::string text(const Reader& reader, std::size_t width = 0) const;
 
     /// Whether any verdict has this tone or a worse one; from good on, caution, unknown and bad prove less.
     /// One with cautions is at least as bad as caution.

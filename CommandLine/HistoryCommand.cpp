@@ -17,6 +17,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
+#include "Wording/Wrapped.h"
 
 namespace quillmark {
 
@@ -68,8 +69,8 @@ std::string line(const ProofReport& report, const Reader& reader) {
     const auto& from = report.summary.from;
     return report.id.text() + "  " + iso8601(report.checkedAt) + "  " +
            std::string(marker(report.verdict.tone)) + " " + headline(report.verdict, reader) + "  <" +
-           (from.empty() ? "" : forDisplay(from.front().address, 100)) + ">  “" +
-           forDisplay(report.summary.subject, 100) + "”\n";
+           (from.empty() ? "" : forDisplay(cutInside(from.front().address, 100))) + ">  “" +
+           forDisplay(report.summary.subject, 100) + "”";
 }
 
 void write(const std::string& text, const Reader& reader) {
@@ -93,14 +94,15 @@ bool isConfirmed(std::size_t count, const Reader& reader) {
                                [&](const char* yes) { return equalsIgnoringCase(answer, yes); });
 }
 
-void list(const Reader& reader) {
-    for (const ProofReport& report : loaded(reader).reports) write(line(report, reader), reader);
+void list(const HistoryCommand& command) {
+    for (const ProofReport& report : loaded(command.reader).reports)
+        write(wrapped(line(report, command.reader), 0, command.layout.width) + "\n", command.reader);
 }
 
 void show(const HistoryCommand& command) {
     for (const ProofReport& report : meant(command)) {
         write(
-            (command.json ? compactJSON(report) : textReport(report, command.reader, command.markers)) + "\n",
+            (command.json ? compactJSON(report) : textReport(report, command.reader, command.layout)) + "\n",
             command.reader);
     }
 }
@@ -129,7 +131,7 @@ int HistoryCommand::run() const {
     try {
         switch (action) {
             case Action::list:
-                list(reader);
+                list(*this);
                 break;
             case Action::show:
                 show(*this);

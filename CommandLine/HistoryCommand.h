@@ -16,7 +16,7 @@ struct HistoryCommand {
     bool json = false;                  ///< shows reports as JSON
     bool yes = false;                   ///< clears without asking
     Reader reader = {};
-    Markers markers = Markers::plain;  ///< of text reports
+    TextLayout layout = {};  ///< of text reports
 
     /// Returns the exit status: 0 when it was done, 1 when there is no such report or the history cannot be
     /// opened or saved, or the user does not want to clear it, 2 when the arguments are at fault.

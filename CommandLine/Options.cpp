@@ -1,6 +1,7 @@
 #include "CommandLine/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -50,15 +51,21 @@ const std::vector<CommandTable::Section> sections = {
       "zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
       "https_proxy or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it; "
       "in capitals, too. An empty variable counts as one that isn't set.",
-      "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CACHE_HOME (default: ~/.cache) IANA's "
-      "list of registries."}},
+      "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CONFIG_HOME (default: ~/.config) the "
+      "settings, XDG_CACHE_HOME (default: ~/.cache) IANA's list of registries."}},
     {"FILES",
      {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
-      "~/.cache/quillmark holds what can be fetched again."}},
+      "~/.cache/quillmark holds what can be fetched again. ~/.config/quillmark/quillmark.conf holds the "
+      "settings of quillmark-desktop.",
+      "Two of them hold for check as well: whether registries are asked how old domains are, and whether the "
+      "reports are kept in the history. --domain-age, --no-domain-age, --save and --no-save go before them; "
+      "the reports of a check with --dns are kept with --save alone. As long as there are no settings, "
+      "registries are asked and nothing is kept."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
-      "Reply-To, unless --no-domain-age is given. A sender's SPF record may ask for names that contain the "
+      "Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF record may ask for names "
+      "that contain the "
       "envelope sender's address. With --dns nobody is asked."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
@@ -80,6 +87,14 @@ CLI::Option* add(CLI::App& command, const char* name, Variable& variable, const 
     return command.add_option(name, variable, purpose)->type_name(value);
 }
 
+/// "--name" and "--no-name", of which one at most may be given; without either there is no value.
+void addSwitch(CLI::App& command, const std::string& name, std::optional<bool>& variable,
+               const char* purposeOfOn, const char* purposeOfOff) {
+    CLI::Option* const on =
+        command.add_flag_callback("--" + name, [&variable] { variable = true; }, purposeOfOn);
+    command.add_flag_callback("--no-" + name, [&variable] { variable = false; }, purposeOfOff)->excludes(on);
+}
+
 /// What a value is called, with the likely ones for completions to offer; others may be taken, too.
 std::string suggesting(const std::string& value, const char* choices) { return value + ":{" + choices + "}"; }
 
@@ -92,12 +107,15 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
     add(command, "--registrations", check.registrationsFile, "FILE",
         "Take registration dates of domains from a file");
-    command.add_flag("!--no-domain-age", check.domainAge, "Ask no registry how old the sender's domain is");
+    addSwitch(command, "domain-age", check.domainAge,
+              "Ask registries how old the sender's domains are; default: as in the settings of the window",
+              "Ask no registry");
     add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now");
     add(command, "--record", check.record, "FILE",
         "Write what the checks were told into a new file, for --dns, to repeat them later; \"-\" is standard "
         "output");
-    command.add_flag("--save", check.save, "Add the reports to your history");
+    addSwitch(command, "save", check.save,
+              "Add the reports to your history; default: as in the settings of the window", "Don't add them");
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Wrapped.h"
 
 namespace quillmark {
 
@@ -48,14 +49,21 @@ bool isUsableTerminal(int descriptor) {
     return terminal && *terminal && std::string_view(terminal) != "dumb" && isatty(descriptor) == 1;
 }
 
+/// The columns of a terminal; 0 for what is none, and 80 for one that doesn't say.
+std::size_t widthOf(int descriptor) {
+    if (isatty(descriptor) != 1) return 0;
+    winsize size = {};
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
 /// As much of the text as stands in one line of the terminal. Wide characters are left out of account, as
 /// there are none in our own words.
 std::string_view fitting(std::string_view text, int descriptor) {
-    winsize size = {};
-    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return text;
+    const std::size_t width = widthOf(descriptor);
+    if (width == 0) return text;
     std::string_view rest = text;
     // The last column stays empty: some terminals go on to the next line there.
-    for (unsigned column = 1; column < size.ws_col && !rest.empty(); ++column) takeScalar(rest);
+    for (std::size_t column = 1; column < width && !rest.empty(); ++column) takeScalar(rest);
     return text.substr(0, text.size() - rest.size());
 }
 
@@ -81,6 +89,8 @@ bool outputHasColours() {
     return (!refused || !*refused) && isUsableTerminal(STDOUT_FILENO);
 }
 
+std::size_t outputWidth() { return widthOf(STDOUT_FILENO); }
+
 bool canShowProgress() { return isUsableTerminal(STDERR_FILENO); }
 
 void showProgress(std::string_view line) {
@@ -98,8 +108,9 @@ void clearProgress() {
 void writeProblem(std::string_view message) {
     const auto lock = outputForAWhile();
     takeProgressAway();
-    writeAll(STDERR_FILENO,
-             "quillmark: " + forDisplay(message) + "\n");  // there is nobody left to tell if it fails
+    const std::string line = "quillmark: " + forDisplay(message);
+    // There is nobody left to tell if it fails.
+    writeAll(STDERR_FILENO, wrapped(line, 0, widthOf(STDERR_FILENO)) + "\n");
 }
 
 std::string unwritable(const std::string& path, const std::string& why) {

@@ -25,6 +25,9 @@ bool writeOutput(std::string_view bytes);
 /// empty).
 bool outputHasColours();
 
+/// How many columns the terminal has that standard output is; 0 when it is none.
+std::size_t outputWidth();
+
 /// Whether standard error is a terminal whose lines can be written over.
 bool canShowProgress();
 
@@ -35,7 +38,7 @@ void showProgress(std::string_view line);
 void clearProgress();
 
 /// Writes one line, "quillmark: " and `message`, to standard error. The message goes through the filter for
-/// text that somebody else wrote.
+/// text that somebody else wrote; on a terminal the line is wrapped.
 void writeProblem(std::string_view message);
 
 /// Why nothing came of a file: "“path” can’t be written: …".

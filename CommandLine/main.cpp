@@ -76,7 +76,10 @@ int main(int count, char** values) {
     auto& [check, history, keygen, record, sign, seal] = commands;
     check.reader = history.reader = keygen.reader = record.reader = sign.reader = seal.reader =
         Reader::ofEnvironment();
-    if (outputHasColours()) check.markers = history.markers = Markers::coloured;
+    if (outputHasColours()) check.layout.markers = Markers::coloured;
+    check.layout.width = outputWidth();
+    history.layout = check.layout;
+    if (const auto file = settingsFile()) check.settings = storedSettings(*file);
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("record")) return record.run();

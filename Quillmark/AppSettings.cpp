@@ -10,10 +10,6 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::string_view settingsKey = "settings";
-constexpr std::size_t largestSettings = 1 << 16;
-constexpr qint64 largestFile = 1 << 20;
-
 QString qstring(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
@@ -22,7 +18,7 @@ QString qstring(std::string_view text) {
 
 bool isFitForSettings(const QString& file) {
     const QFileInfo info(file);
-    return !info.exists() || (info.isFile() && info.size() <= largestFile);
+    return !info.exists() || (info.isFile() && info.size() <= static_cast<qint64>(largestSettingsFile));
 }
 
 UserSettingsStore::UserSettingsStore()
@@ -56,12 +52,7 @@ void MemorySettingsStore::setBytes(std::string_view key, std::string_view bytes)
 
 AppSettings loadSettings(const SettingsStore& store) {
     const auto stored = store.bytes(settingsKey);
-    if (!stored) return {};
-    try {
-        return decoded<AppSettings>(parsedJSON(*stored, largestSettings), MissingMembers::keepDefault);
-    } catch (const DecodingError&) {
-        return {};
-    }
+    return stored ? settingsFromJSON(*stored) : AppSettings();
 }
 
 void saveSettings(const AppSettings& settings, SettingsStore& store) {

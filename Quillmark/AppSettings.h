@@ -5,24 +5,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 
-#include "QuillmarkKit/Support/Fields.h"
+#include "Settings/StoredSettings.h"
 
 namespace quillmark {
-
-/// What the person chose.
-struct AppSettings {
-    bool onboardingDone = false;  ///< the welcome sheet has been shown and dismissed
-    bool checkDomainAge = true;   ///< registries may be asked when domains were registered
-    bool keepHistory = true;      ///< reports are kept from one run to the next
-    bool operator==(const AppSettings&) const = default;
-};
-constexpr auto fieldsOf(const AppSettings*) {
-    return std::tuple{Field{"onboardingDone", &AppSettings::onboardingDone},
-                      Field{"checkDomainAge", &AppSettings::checkDomainAge},
-                      Field{"keepHistory", &AppSettings::keepHistory}};
-}
 
 /// Keeps bytes under a key, for one person, from one run to the next. Fails without a word.
 class SettingsStore {
@@ -65,8 +51,7 @@ private:
     std::map<std::string, std::string, std::less<>> m_values = {};
 };
 
-/// What is stored under "settings". A choice that is missing has its default; when there is anything but a
-/// JSON object whose members are what they should be, all have.
+/// What is stored under "settings".
 AppSettings loadSettings(const SettingsStore& store);
 void saveSettings(const AppSettings& settings, SettingsStore& store);
 

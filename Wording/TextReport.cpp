@@ -15,6 +15,7 @@
 #include "Wording/Signatures.h"
 #include "Wording/Signs.h"
 #include "Wording/Wording.h"
+#include "Wording/Wrapped.h"
 
 namespace quillmark {
 
@@ -26,16 +27,12 @@ constexpr std::size_t longestList = 100;
 /// The report while it is put together.
 class Lines {
 public:
-    Lines(const Reader& reader, Markers markers) : m_reader(reader), m_markers(markers) {}
+    Lines(const Reader& reader, const TextLayout& layout) : m_reader(reader), m_layout(layout) {}
 
-    void add(std::string_view line) {
-        if (m_isBegun) m_text += '\n';
-        m_isBegun = true;
-        m_text += line;
-    }
-    void add(const Remark& remark) { add(line(remark)); }
+    void add(std::string_view line) { put(line, 0); }
+    void add(const Remark& remark) { put(remark, 0); }
     /// More about the line above.
-    void note(const Remark& remark) { add("    " + line(remark)); }
+    void note(const Remark& remark) { put(remark, 4); }
     void section(std::string_view heading) {
         const std::string title = unicodeUppered(m_reader.translate(heading));
         std::size_t characters = 0;
@@ -47,24 +44,34 @@ public:
     std::string text() && { return std::move(m_text); }
 
 private:
-    std::string line(const Remark& remark) const {
-        if (remark.tone) return marked(*remark.tone) + " " + remark.text;
-        // Some begin with the name of a server, which may look like a marker.
-        return remark.text.starts_with('[') ? "- " + remark.text : remark.text;
+    void put(std::string_view line, std::size_t indent) {
+        if (m_isBegun) m_text += '\n';
+        m_isBegun = true;
+        m_text += wrapped(line, indent, m_layout.width);
     }
-    std::string marked(Tone tone) const {
-        std::string plain(marker(tone));
-        if (m_markers == Markers::plain) return plain;
+    void put(const Remark& remark, std::size_t indent) {
+        if (!remark.tone) {
+            // Some begin with the name of a server, which may look like a marker.
+            put(remark.text.starts_with('[') ? "- " + remark.text : remark.text, indent);
+            return;
+        }
+        const std::string_view plain = marker(*remark.tone);
+        const std::size_t at = m_text.size() + (m_isBegun ? 1 : 0) + indent;
+        put(std::string(plain) + " " + remark.text, indent);
+        if (m_layout.markers == Markers::coloured)
+            m_text.replace(at, plain.size(), coloured(plain, *remark.tone));
+    }
+    static std::string coloured(std::string_view marker, Tone tone) {
         // Select Graphic Rendition (ECMA-48): bold, and green, yellow, red or blue.
         const char* const colour = tone == Tone::good      ? "32"
                                    : tone == Tone::caution ? "33"
                                    : tone == Tone::bad     ? "31"
                                                            : "34";
-        return "\x1B[1;" + std::string(colour) + "m" + plain + "\x1B[0m";
+        return "\x1B[1;" + std::string(colour) + "m" + std::string(marker) + "\x1B[0m";
     }
 
     const Reader& m_reader;
-    const Markers m_markers;
+    const TextLayout m_layout;
     std::string m_text = {};
     bool m_isBegun = false;
 };
@@ -90,6 +97,15 @@ void addNotes(Lines& lines, const ProofReport& report, NoteSection section, cons
     }
 }
 
+/// What the verdict means and what must be read with it, where there is something to beware of.
+void addMeaning(Lines& lines, const ProofReport& report, const Reader& reader) {
+    const auto remarks = besideHeadline(report, reader);
+    const bool hasReservations = std::ranges::count(remarks, Tone::caution, &Remark::tone) > 0;
+    if (report.notes.empty() && report.flags.empty() && !hasReservations) return;
+    lines.note(Remark{{}, explanation(report, reader)});
+    for (const Remark& remark : remarks) lines.note(remark);
+}
+
 void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
     const MessageSummary& message = report.summary;
     const auto field = [&](std::string_view pattern, const std::string& value) {
@@ -105,7 +121,7 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
     if (!message.messageID.value_or("").empty()) {
         field(toTranslate("Message-ID: %1"), inert(*message.messageID));
     }
-    if (message.returnPath) field(toTranslate("Return-Path: <%1>"), inert(*message.returnPath));
+    if (message.returnPath) field(toTranslate("Return-Path: <%1>"), inert(cutInside(*message.returnPath)));
     if (!report.domainAge.domain.empty()) {
         lines.add(reader.translate(
             "Sender’s domain: %1, %2",
@@ -152,16 +168,15 @@ void addFinding(Lines& lines, std::string_view heading, const Finding& finding, 
 
 }  // namespace
 
-std::string textReport(const ProofReport& report, const Reader& reader, Markers markers) {
-    Lines lines(reader, markers);
+std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout) {
+    Lines lines(reader, layout);
     lines.add(reader.translate("Quillmark report"));
     lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
     if (report.fileName)
         lines.add(reader.translate("File: %1", {inert(placeName(*report.fileName, reader))}));
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
-    lines.note(Remark{{}, explanation(report, reader)});
-    for (const Remark& remark : besideHeadline(report, reader)) lines.note(remark);
+    addMeaning(lines, report, reader);
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, reader);

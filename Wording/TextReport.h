@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "QuillmarkKit/Report.h"
@@ -11,9 +12,17 @@ namespace quillmark {
 /// terminal.
 enum class Markers { plain, coloured };
 
+/// How a text report is laid out: as it is for a file, unless it is for a terminal.
+struct TextLayout {
+    Markers markers = Markers::plain;
+    std::size_t width = 0;  ///< columns, in which lines are `wrapped`; 0: each line is whole
+};
+
 /// The readable record of a check: lines with a line feed between them and none after the last. Each field
 /// is one line, whatever it holds, and no text of somebody else's stands where a marker or a label would:
 /// nothing in a message can pass for a line of the report. Long lists are cut; the JSON form has them whole.
-std::string textReport(const ProofReport& report, const Reader& reader, Markers markers = Markers::plain);
+/// What the verdict means follows it only where there is something to beware of: a note, a warning sign or a
+/// reservation about the signature.
+std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout = {});
 
 }  // namespace quillmark

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "tests/TestFiles.h"
+
 namespace quillmark {
 namespace {
 
@@ -48,6 +50,10 @@ TEST(AppSettings, outlastTheRun) {
                   R"({"checkDomainAge":false,"keepHistory":true,"onboardingDone":true})");
     }
     EXPECT_EQ(loadSettings(UserSettingsStore(file)), chosen);
+    EXPECT_EQ(storedSettings(file.toStdString()), chosen);  // as the command line reads them
+    const std::string unusual("{\"a\\b\" : [\n\t;,=)]\0}", 19);
+    UserSettingsStore(file).setBytes("other", unusual);
+    EXPECT_EQ(storedBytes(test::contents(file.toStdString()), "other"), unusual);
 
     QFile broken(file);
     ASSERT_TRUE(broken.open(QIODevice::WriteOnly));

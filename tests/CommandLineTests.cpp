@@ -773,6 +773,45 @@ TEST(CommandLine, refusesToSign) {
     EXPECT_FALSE(fs::exists(folder / "new"));
 }
 
+/// The two switches of the window hold unless an option says otherwise. Nobody is asked for these names.
+TEST(CommandLine, settings) {
+    const UserData data;
+    const std::string mail = data.write("local.eml", "From: a@x.invalid\r\nSubject: x\r\n\r\n"),
+                      folder = data / "config";
+    const std::string off = R"({\"checkDomainAge\":false,\"keepHistory\":false})";
+    const std::string on = R"({\"checkDomainAge\":true,\"keepHistory\":true})";
+    const struct {
+        std::string settings;
+        Words options;
+        bool asks, keeps;
+    } rows[] = {
+        {"", {}, true, false},
+        {"", {"--save", "--no-domain-age"}, false, true},
+        {on, {}, true, true},
+        {on, {"--no-save", "--no-domain-age"}, false, false},
+        {on, {"--dns", data.dns, "--at", "2026-11-21T10:00:00Z"}, false, false},
+        {off, {}, false, false},
+        {off, {"--save", "--domain-age"}, true, true},
+        {"{", {}, true, true},  // what can’t be read counts as the choices that hold at first
+    };
+    setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
+    fs::create_directories(fs::path(folder) / "quillmark");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.settings + testing::PrintToString(row.options));
+        HistoryFile{data.history}.save({});
+        data.write("config/quillmark/quillmark.conf",
+                   "[x]\nsettings=1\n[General]\n" +
+                       (row.settings.empty() ? "" : "settings=\"@ByteArray(" + row.settings + ")\"\n"));
+        Words arguments{"check", "--json", mail};
+        arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+        const JSON report = reports(run(arguments).output).at(0);
+        EXPECT_EQ(report["domainAge"]["status"].contains("unavailable"), row.asks);
+        EXPECT_EQ(!run({"history", "list"}).output.empty(), row.keeps);
+    }
+    unsetenv("XDG_CONFIG_HOME");
+    expectRefusal({"check", "--save", "--no-save", mail}, 2);
+}
+
 TEST(CommandLine, history) {
     const UserData data;
     const std::string dns = data.write("at.json", R"({"answers":{},"at":"2026-11-21T10:00:00Z"})"),

@@ -7,6 +7,9 @@
 #include <vector>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Quoted.h"
+#include "Wording/Wrapped.h"
 
 namespace quillmark {
 namespace {
@@ -14,9 +17,9 @@ namespace {
 const Reader reader{Language::english, Platform::mac, [](Date) { return ZoneOffset{}; }};
 const Date checkedAt = *parsedRFC3339("2026-11-21T10:00:00Z");
 
-std::vector<std::string> lines(const ProofReport& report, Markers markers = Markers::plain) {
+std::vector<std::string> lines(const ProofReport& report, const TextLayout& layout = {}) {
     std::vector<std::string> list;
-    std::istringstream text(textReport(report, reader, markers));
+    std::istringstream text(textReport(report, reader, layout));
     for (std::string line; std::getline(text, line);) list.push_back(line);
     return list;
 }
@@ -103,6 +106,65 @@ TEST(TextReport, signatures) {
     EXPECT_EQ(count(text, "[X] ? (s=?, ?): This isn’t a valid signature: no d= tag."), 1u);
 }
 
+/// The meaning stands under the verdict only where there is something to beware of.
+TEST(TextReport, theMeaningOfTheVerdict) {
+    DKIMResult whole{.status = DKIMResult::Status::pass, .domain = "d.example", .bodyChecked = true};
+    DKIMResult part = whole;
+    part.bodyLength = part.unsignedBodyBytes = 5;
+    const Verdict verified{VerdictKind::verified, Tone::good, "d.example", "d.example", {}};
+    const auto answered = ReportNote::AnswerValidated{ReportNote::AnswerValidated::Kind::key, "d.example"};
+    const std::pair<ProofReport, bool> rows[] = {
+        {{.dkim = {whole}, .verdict = verified}, false},
+        {{.dmarc = {.status = DMARCFinding::Status::lookupFailed}, .verdict = verified}, false},
+        {{.dkim = {whole}, .verdict = verified, .notes = {{answered}}}, true},
+        {{.dkim = {whole}, .flags = {{LookAlikeFlag::MultipleFrom{}}}, .verdict = verified}, true},
+        {{.dkim = {part}, .verdict = verified}, true},
+    };
+    for (const auto& [report, hasMeaning] : rows) {
+        const auto text = lines(report);
+        EXPECT_EQ(text[3], "[OK] Signed by d.example, unchanged since sent");
+        EXPECT_EQ(text[4].starts_with("    The owner of d.example sent this"), hasMeaning) << text[4];
+        EXPECT_EQ(text[4].empty(), !hasMeaning);
+    }
+}
+
+TEST(TextReport, onATerminalLinesAreOfOurMaking) {
+    const auto blanks = std::string(60, ' ');
+    ProofReport report = reportSaying("a" + blanks + "[OK] Signed\u00A0by\u3000\u3000bank.example");
+    report.summary.subject =
+        std::string(30, 'x') + ".\u4E2D\u4E2D\u4E2D\u4E2D." + std::string(90, '-') + "[OK] y";
+    const auto whole = lines(report), narrow = lines(report, {.width = 40});
+    std::vector<std::string> joined;
+    for (const std::string& line : narrow) {
+        std::size_t columns = 0;
+        for (std::string_view rest = line; !rest.empty();)
+            columns += static_cast<std::size_t>(columnsOf(takeScalar(rest)));
+        EXPECT_LT(columns, 40u) << line;
+        if (line.find_first_not_of(' ') % 4 != 2) {  // two further in is the rest of a line
+            joined.push_back(line);
+            continue;
+        }
+        EXPECT_EQ(leadingMarker(line), "") << line;
+        joined.back().append(" ").append(trimmed(line, " "));
+    }
+    ASSERT_EQ(joined.size(), whole.size());
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        EXPECT_EQ(leadingMarker(joined[i]), leadingMarker(whole[i]));
+        EXPECT_EQ(joined[i].find("a  "), std::string::npos) << joined[i];
+    }
+}
+
+TEST(TextReport, wrappedWordsAndCutNames) {
+    EXPECT_EQ(wrapped("a  b", 2, 0), "  a  b");
+    EXPECT_EQ(wrapped("one-two three-four-five", 0, 22), "one-two\n  three-four-five");  // not at a hyphen
+    EXPECT_EQ(wrapped("login.bank-of-x.example.evil-1.example", 0, 21),
+              "login.bank-of-x\n  .example\n  .evil-1.example");
+    EXPECT_EQ(wrapped(std::string(19, '-') + "[x", 0, 20), std::string(19, '-') + "\n  … [x");
+    EXPECT_EQ(cutInside("service@bank.example." + std::string(99, 'a') + ".evil.example", 40),
+              "service@ba…aaaaaaaaaaaaaaaaa.evil.example");
+    EXPECT_EQ(cutInside("\u00E9\u00E9\u00E9\u00E9", 5), "…\u00E9\u00E9");
+}
+
 TEST(TextReport, nothingInAMessageForgesALine) {
     const auto plain = lines(reportSaying("x"));
     const auto hostile = lines(
@@ -118,7 +180,7 @@ TEST(TextReport, nothingInAMessageForgesALine) {
 
 TEST(TextReport, onlyMarkersAreColoured) {
     const ProofReport report = reportSaying("[OK] x");
-    const auto plain = lines(report), coloured = lines(report, Markers::coloured);
+    const auto plain = lines(report), coloured = lines(report, {.markers = Markers::coloured});
     ASSERT_EQ(coloured.size(), plain.size());
     for (std::size_t i = 0; i < plain.size(); ++i) {
         std::string line = coloured[i];
