@@ -17,15 +17,15 @@ std::stop_token RegistrySwitch::whileOn() const {
     return m_on.get_token();
 }
 
-std::optional<Date> SwitchedRegistry::registrationDate(std::string_view domain, std::stop_token stop) {
+std::optional<Date> SwitchedRegistry::registrationDate(std::string_view domain, const Patience& patience) {
     const std::stop_token on = m_switch->whileOn();
     std::stop_source either;
     const auto end = [&either] { either.request_stop(); };
-    const std::stop_callback whenStopped(std::move(stop), end);
+    const std::stop_callback whenStopped(patience.stop, end);
     const std::stop_callback whenSwitchedOff(on, end);
     if (on.stop_requested()) throw RDAPError(switchedOff);
     try {
-        return m_registry->registrationDate(domain, either.get_token());
+        return m_registry->registrationDate(domain, {either.get_token(), patience.deadline});
     } catch (const RDAPError&) {
         // cppcheck-suppress identicalConditionAfterEarlyExit; it may have been switched off meanwhile
         if (on.stop_requested()) throw RDAPError(switchedOff);

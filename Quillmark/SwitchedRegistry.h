@@ -34,7 +34,7 @@ public:
     SwitchedRegistry(std::shared_ptr<RegistrationLookup> registry, std::shared_ptr<const RegistrySwitch> isOn)
         : m_registry(std::move(registry)), m_switch(std::move(isOn)) {}
 
-    std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+    std::optional<Date> registrationDate(std::string_view domain, const Patience& patience = {}) override;
     std::string source(std::string_view domain) override { return m_registry->source(domain); }
 
 private:

@@ -203,7 +203,7 @@ bool Validation::sealsHold() {
 bool Validation::sealHolds(std::size_t index) {
     const auto seal = Seal(*m_sets[index].seal).parts();
     if (!seal) return false;
-    const auto answer = m_checker.resolver.lookup(seal->keyName, DNSRecordType::txt, m_checker.stop);
+    const auto answer = m_checker.resolver.lookup(seal->keyName, DNSRecordType::txt, {m_checker.stop});
     const auto record = DKIMKeyRecord::firstOf(answer.data());
     const auto* key = record ? std::get_if<DKIMKeyRecord>(&*record) : nullptr;
     if (!key) return false;

@@ -178,7 +178,7 @@ bool Check::keyIsFound() {
     const std::string name = m_result.selector + "._domainkey." + m_result.domain;
     DNSAnswer answer;
     try {
-        answer = m_checker.resolver.lookup(name, DNSRecordType::txt, m_checker.stop);
+        answer = m_checker.resolver.lookup(name, DNSRecordType::txt, {m_checker.stop});
     } catch (const DNSLookupError& error) {
         return end(Status::lookupFailed, error.what());
     }

@@ -25,7 +25,7 @@ bool isRecord(std::string_view text) {
 /// The one record at a domain; several count as none. Throws DNSLookupError.
 std::optional<std::string> publishedRecord(const std::string& domain, DNSResolver& resolver,
                                            const std::stop_token& stop) {
-    const DNSAnswer answer = resolver.lookup("_dmarc." + domain, DNSRecordType::txt, stop);
+    const DNSAnswer answer = resolver.lookup("_dmarc." + domain, DNSRecordType::txt, {stop});
     const auto texts = answer.data();
     if (std::ranges::count_if(texts, isRecord) != 1) return std::nullopt;
     return *std::ranges::find_if(texts, isRecord);

@@ -126,6 +126,12 @@ std::span<const std::string> DNSAnswer::data() const {
     return records ? std::span<const std::string>(records->data) : std::span<const std::string>();
 }
 
+std::optional<std::string> Patience::end() const {
+    if (stop.stop_requested()) return "stopped";
+    if (Clock::now() >= deadline) return "the check took too long";
+    return std::nullopt;
+}
+
 std::string StaticResolver::key(std::string_view name, DNSRecordType type) {
     return asciiLowered(name) + "|" + std::string(mnemonic(type));
 }
@@ -138,7 +144,7 @@ StaticResolver::StaticResolver(Answers answers, std::set<std::string, std::less<
       m_errors(std::move(errors)),
       m_missing(std::move(missing)) {}
 
-DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, std::stop_token) {
+DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, const Patience&) {
     std::string question = key(name, type);
     if (m_failing.contains(std::string_view(question).substr(0, name.size())))
         throw DNSLookupError("no resolver answered");
@@ -163,17 +169,10 @@ bool mayBeQueried(std::string_view name) {
     return fitsDNS(name) && !isNobodys(name);
 }
 
-DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type, std::stop_token stop) {
+DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type,
+                                        const Patience& patience) {
     const auto ascii = asciiDomain(name);
-    return ascii ? m_resolver.lookup(*ascii, type, std::move(stop)) : DNSAnswer::nxdomain();
-}
-
-DeadlineResolver::DeadlineResolver(DNSResolver& resolver, Clock::duration time)
-    : m_resolver(resolver), m_time(time) {}
-
-DNSAnswer DeadlineResolver::lookup(std::string_view name, DNSRecordType type, std::stop_token stop) {
-    std::call_once(m_hasBegun, [&] { m_deadline = Clock::now() + m_time; });
-    return m_resolver.lookupBefore(m_deadline, name, type, std::move(stop));
+    return ascii ? m_resolver.lookup(*ascii, type, patience) : DNSAnswer::nxdomain();
 }
 
 }  // namespace quillmark

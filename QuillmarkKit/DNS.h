@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <span>
@@ -59,28 +58,29 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// How long somebody waits for an answer.
+struct Patience {
+    using Clock = std::chrono::steady_clock;
+
+    std::stop_token stop = {};
+    Clock::time_point deadline = Clock::time_point::max();
+
+    /// Why nothing is waited for any more, if nothing is: "stopped" or "the check took too long".
+    std::optional<std::string> end() const;
+};
+
 /// Where DNS facts come from.
 class DNSResolver {
 public:
-    using Clock = std::chrono::steady_clock;
-
     DNSResolver() = default;
     DNSResolver(const DNSResolver&) = delete;
     DNSResolver& operator=(const DNSResolver&) = delete;
     virtual ~DNSResolver() = default;
 
     /// Asks for the records of one type of a name without a trailing dot; case does not matter. Blocks until
-    /// there is an answer. Throws `DNSLookupError`; soon after `stop` is requested, too. Safe from many
-    /// threads at once.
-    virtual DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) = 0;
-
-    /// The same, but from `deadline` on it throws `DNSLookupError` "the check took too long", in the middle
-    /// of a lookup, too. Only a resolver that waits for somebody else knows a deadline: this one pays no
-    /// heed.
-    virtual DNSAnswer lookupBefore(Clock::time_point, std::string_view name, DNSRecordType type,
-                                   std::stop_token stop) {
-        return lookup(name, type, std::move(stop));
-    }
+    /// there is an answer. Throws `DNSLookupError`; when the patience ends, too, unless nobody has to be
+    /// waited for. Safe from many threads at once.
+    virtual DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) = 0;
 
     /// Who answered a question that was answered before, such as the host name of a service; empty when that
     /// is not known.
@@ -107,27 +107,10 @@ bool mayBeQueried(std::string_view name);
 class InternationalResolver : public DNSResolver {
 public:
     explicit InternationalResolver(DNSResolver& resolver) : m_resolver(resolver) {}
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
 
 private:
     DNSResolver& m_resolver;
-};
-
-/// Bounds the time that one check spends on the network: counted from its first lookup. Stands in front of
-/// another resolver, which must outlive it.
-class DeadlineResolver : public DNSResolver {
-public:
-    static constexpr std::chrono::seconds usualTime{60};
-    explicit DeadlineResolver(DNSResolver& resolver, Clock::duration time = usualTime);
-
-    /// As `lookupBefore` of the other resolver.
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
-
-private:
-    DNSResolver& m_resolver;
-    const Clock::duration m_time;
-    std::once_flag m_hasBegun;
-    Clock::time_point m_deadline = {};
 };
 
 /// Fixed answers, for tests and for checks without a network.
@@ -146,7 +129,7 @@ public:
 
     /// What the table holds; else no data when it holds another type of that name, else no such domain. With
     /// `missing`, only a name that `mayBeQueried` refuses does not exist though the table doesn't say so.
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
 
 private:
     const Answers m_answers;

@@ -18,11 +18,20 @@ bool isBounded(const DoHReply::Reply& reply) {
     return reply.answer->size() <= DoHReply::recordLimit && std::ranges::all_of(*reply.answer, isShort);
 }
 
-DoHReply::Reply decodedReply(std::string_view json) {
+struct Decoded {
+    DoHReply::Reply reply = {};
+    bool isValidated = false;
+};
+
+Decoded decodedReply(std::string_view json) {
     const DNSLookupError unreadable("unreadable answer");  // what exactly is wrong with it helps nobody
     try {
-        auto reply = decoded<DoHReply::Reply>(parsedJSON(json, DoHReply::bodyLimit));
-        if (isBounded(reply)) return reply;
+        const JSON document = parsedJSON(json, DoHReply::bodyLimit);
+        Decoded all{.reply = decoded<DoHReply::Reply>(document)};
+        // A mark beside the answer: one that can't be read must not take the answer away.
+        if (const auto mark = document.find("AD"); mark != document.end())
+            all.isValidated = mark->is_boolean() && mark->get<bool>();
+        if (isBounded(all.reply)) return all;
     } catch (const DecodingError&) {
         throw unreadable;
     }
@@ -69,10 +78,10 @@ std::string unquotedTXT(std::string_view data) {
 }
 
 DoHReply DoHReply::parse(std::string_view json, DNSRecordType type) {
-    Reply reply = decodedReply(json);
+    auto [reply, isValidated] = decodedReply(json);
     if (reply.status == serverFailure) return {Servfail{}};
-    const auto answered = [&](DNSAnswer answer) {
-        answer.isValidated = reply.isValidated.value_or(false);
+    const auto answered = [validated = isValidated](DNSAnswer answer) {
+        answer.isValidated = validated;
         return DoHReply{std::move(answer)};
     };
     if (reply.status == nameError) return answered(DNSAnswer::nxdomain());

@@ -14,14 +14,13 @@ namespace quillmark {
 
 /// What one DNS-over-HTTPS service replied, as JSON.
 struct DoHReply {
-    /// The members that count; all others are passed over.
+    /// The members that must be what they should be; all others are passed over.
     struct Reply {
         struct RR {
             int type = 0;
             std::optional<std::string> data = {};
         };
         int status = 0;
-        std::optional<bool> isValidated = {};
         std::optional<std::vector<RR>> answer = {};
     };
 
@@ -45,7 +44,7 @@ constexpr auto fieldsOf(const DoHReply::Reply::RR*) {
 }
 constexpr auto fieldsOf(const DoHReply::Reply*) {
     using T = DoHReply::Reply;
-    return std::tuple{Field{"Status", &T::status}, Field{"AD", &T::isValidated}, Field{"Answer", &T::answer}};
+    return std::tuple{Field{"Status", &T::status}, Field{"Answer", &T::answer}};
 }
 
 /// The data of one TXT record, the presentation form (RFC 1035, section 5.1) undone: `"v=DKIM1; " "p=\059"`

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,6 +11,7 @@
 
 #include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "QuillmarkKit/Support/Once.h"
 
 namespace quillmark {
 
@@ -41,27 +40,22 @@ public:
 
     /// On failure the text says why each endpoint gave no answer: "cloudflare-dns.com: timed out; dns.google:
     /// HTTP 500".
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
-    DNSAnswer lookupBefore(Clock::time_point deadline, std::string_view name, DNSRecordType type,
-                           std::stop_token stop) override;
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
     /// The host of the endpoint that answered.
     std::string source(std::string_view name, DNSRecordType type) override;
 
 private:
     struct Endpoint;
-    struct Question;
-    struct Asker;
-    struct Outcome;
-
-    struct Answered {
-        DNSAnswer answer = {};
-        std::string host = {};
+    /// An answer, a failure, or neither when the asker gave up.
+    struct Outcome {
+        std::optional<DNSAnswer> answer = {};
+        std::optional<std::string> failure = {};
+        std::string host = {};  // that answered
     };
 
-    std::optional<DNSAnswer> knownAnswer(const std::string& key, const Asker& asker);
-    void settle(const std::string& key, const Outcome& outcome);
-    Outcome ask(std::string_view name, DNSRecordType type, const Asker& asker);
-    Outcome askEndpoint(Endpoint& endpoint, const std::string& url, DNSRecordType type, const Asker& asker);
+    Once<Outcome>::Made ask(std::string_view name, DNSRecordType type, const Patience& patience);
+    Outcome askEndpoint(Endpoint& endpoint, const std::string& url, DNSRecordType type,
+                        const Patience& patience);
     void note(Endpoint& endpoint, std::optional<std::string> failure);
     std::vector<std::optional<std::string>> failuresOfSkipped();
 
@@ -69,8 +63,7 @@ private:
     const DoHOptions m_options;
     std::mutex m_mutex;
     std::vector<Endpoint> m_endpoints;
-    std::map<std::string, Answered, std::less<>> m_answers;
-    std::map<std::string, std::shared_ptr<Question>, std::less<>> m_questions;  // being asked now
+    Once<Outcome> m_answers;
 };
 
 }  // namespace quillmark

@@ -2,12 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <exception>
-#include <mutex>
 #include <utility>
 
-#include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Serialization.h"
@@ -65,7 +61,7 @@ std::string noServer(std::string_view domain) {
 
 StaticRegistry::StaticRegistry(Entries entries) : m_entries(std::move(entries)) {}
 
-std::optional<Date> StaticRegistry::registrationDate(std::string_view domain, std::stop_token) {
+std::optional<Date> StaticRegistry::registrationDate(std::string_view domain, const Patience&) {
     const auto entry = m_entries.find(asciiLowered(domain));
     if (entry == m_entries.end()) throw RDAPError("not in the test registry");
     if (const auto* failure = std::get_if<std::string>(&entry->second)) throw RDAPError(*failure);
@@ -118,141 +114,90 @@ std::optional<Date> registrationDate(std::string_view json) {
     return std::nullopt;
 }
 
-/// Values by name of which each is made once: who asks while one is being made waits for it, and shares its
-/// failure. When the maker is stopped, or throws anything but an `RDAPError`, somebody who waits takes its
-/// place.
-template <typename Value>
-class RDAPClient::Shared {
-public:
-    template <typename Make>
-    Value get(const std::string& name, const std::stop_token& stop, Make make) {
-        std::unique_lock lock(m_mutex);
-        for (;;) {
-            if (const auto known = m_known.find(name); known != m_known.end()) return known->second;
-            const auto found = m_asked.find(name);
-            if (found == m_asked.end()) break;
-            const std::shared_ptr<Question> question = found->second;
-            if (!m_settled.wait(lock, stop, [&] { return question->isSettled; })) throw RDAPError("stopped");
-            if (question->failure) throw RDAPError(*question->failure);
-        }
-        const auto question = m_asked.emplace(name, std::make_shared<Question>()).first->second;
-        lock.unlock();
-        std::optional<Value> value;
-        std::optional<std::string> failure;
-        std::exception_ptr thrown;
-        try {
-            value = make();
-        } catch (const RDAPError& error) {
-            failure = error.what();
-            thrown = std::current_exception();
-        } catch (...) {
-            thrown = std::current_exception();  // those who wait must not wait for ever
-        }
-        lock.lock();
-        m_asked.erase(name);
-        question->isSettled = true;
-        if (value) m_known.emplace(name, *value);
-        if (!stop.stop_requested()) question->failure = failure;
-        m_settled.notify_all();
-        if (thrown) std::rethrow_exception(thrown);
-        return *value;
-    }
-
-    std::optional<Value> known(const std::string& name) {
-        const std::lock_guard lock(m_mutex);
-        const auto known = m_known.find(name);
-        return known != m_known.end() ? std::optional(known->second) : std::nullopt;
-    }
-
-private:
-    struct Question {
-        bool isSettled = false;
-        std::optional<std::string> failure = {};
-    };
-    std::mutex m_mutex = {};
-    std::condition_variable_any m_settled = {};
-    std::map<std::string, Value> m_known = {};
-    std::map<std::string, std::shared_ptr<Question>> m_asked = {};
-};
-
 RDAPClient::RDAPClient(std::shared_ptr<HTTP> http, RDAPOptions options)
-    : m_http(std::move(http)),
-      m_options(std::move(options)),
-      m_tables(std::make_unique<Shared<Table>>()),
-      m_answers(std::make_unique<Shared<Answer>>()) {}
+    : m_http(std::move(http)), m_options(std::move(options)) {}
 
-RDAPClient::~RDAPClient() = default;
-
-HTTPResponse RDAPClient::get(std::string url, std::size_t bodyLimit, const std::stop_token& stop) {
+HTTPResponse RDAPClient::get(std::string url, std::size_t bodyLimit, const Patience& patience) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(patience.deadline - Patience::Clock::now());
+    if (left <= left.zero()) throw HTTPError(HTTPFailure::timedOut);
     HTTPRequest request{.url = std::move(url),
                         .headers = {"Accept: application/rdap+json, application/json"},
-                        .timeOut = m_options.timeOut,
+                        .timeOut = std::min(m_options.timeOut, left),
                         .bodyLimit = bodyLimit};
     request.redirects.most = mostRedirects;
     request.redirects.mayReach = [](std::string_view address) {
         const auto parsed = IPAddress::parse(address);
         return parsed && parsed->isPublic();
     };
-    return m_http->get(request, stop);
+    return m_http->get(request, patience.stop);
 }
 
 RDAPClient::Table RDAPClient::cachedTable() const {
-    if (!m_options.cacheDirectory) return nullptr;
+    if (!m_options.cacheDirectory) return std::nullopt;
     const auto file = *m_options.cacheDirectory / "rdap-dns.json";
     std::error_code error;
     const auto written = std::filesystem::last_write_time(file, error);
-    if (error) return nullptr;
+    if (error) return std::nullopt;
     const auto age = m_options.clock() - written;
-    if (age < age.zero() || age >= cacheAge) return nullptr;  // a file from the future would never grow old
+    if (age < age.zero() || age >= cacheAge) return std::nullopt;  // one from the future would never grow old
     const auto json = fileContents(file, bootstrapLimit);
-    auto parsed = json ? RDAPBootstrap::parse(*json) : std::nullopt;
-    return parsed ? std::make_shared<const RDAPBootstrap>(std::move(*parsed)) : nullptr;
+    return json ? RDAPBootstrap::parse(*json) : std::nullopt;
 }
 
-RDAPClient::Table RDAPClient::table(const std::stop_token& stop) {
-    return m_tables->get("", stop, [&]() -> Table {
-        if (auto cached = cachedTable()) return cached;
-        const RDAPError unreadable("the IANA RDAP list couldn't be read");
-        HTTPResponse response;
+Once<RDAPClient::Table>::Made RDAPClient::makeTable(const Patience& patience) {
+    using For = Once<Table>::For;
+    if (auto cached = cachedTable()) return {std::move(cached)};
+    const Once<Table>::Made unreadable{{}, For::thoseWhoWait};
+    HTTPResponse response;
+    try {
+        response = get(m_options.bootstrapURL, bootstrapLimit, patience);
+    } catch (const HTTPError&) {
+        return patience.end() ? Once<Table>::Made{{}, For::maker} : unreadable;
+    }
+    auto parsed = response.status == 200 ? RDAPBootstrap::parse(response.body) : std::nullopt;
+    if (!parsed) return unreadable;
+    if (m_options.cacheDirectory) {
         try {
-            response = get(m_options.bootstrapURL, bootstrapLimit, stop);
-        } catch (const HTTPError&) {
-            throw unreadable;
+            replaceFile(*m_options.cacheDirectory / "rdap-dns.json", response.body);
+        } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+            // The list is at hand; the next run fetches it again.
         }
-        auto parsed = response.status == 200 ? RDAPBootstrap::parse(response.body) : std::nullopt;
-        if (!parsed) throw unreadable;
-        if (m_options.cacheDirectory) {
-            try {
-                replaceFile(*m_options.cacheDirectory / "rdap-dns.json", response.body);
-            } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
-                // The list is at hand; the next run fetches it again.
-            }
-        }
-        return std::make_shared<const RDAPBootstrap>(std::move(*parsed));
-    });
+    }
+    return {std::move(parsed)};
 }
 
-std::optional<Date> RDAPClient::registrationDate(std::string_view domain, std::stop_token stop) {
+Once<RDAPClient::Answer>::Made RDAPClient::makeAnswer(const std::string& domain, const Patience& patience) {
+    const auto failed = [&](std::string why) -> Once<Answer>::Made {
+        using For = Once<Answer>::For;
+        return {{.failure = std::move(why)}, patience.end() ? For::maker : For::thoseWhoWait};
+    };
+    const auto table = m_tables.get({}, patience.stop, patience.deadline, [&] { return makeTable(patience); });
+    if (!table || !*table) return failed("the IANA RDAP list couldn't be read");
+    const auto base = (*table)->base(domain);
+    if (!base) return failed(noServer(domain));
+    try {
+        const HTTPResponse response = get(*base + "domain/" + domain, answerLimit, patience);
+        if (response.status != 200)
+            return failed("the registry answered HTTP " + std::to_string(response.status));
+        return {{.date = quillmark::registrationDate(response.body), .base = *base}};
+    } catch (const HTTPError& error) {
+        return failed(error.what());
+    }
+}
+
+std::optional<Date> RDAPClient::registrationDate(std::string_view domain, const Patience& patience) {
     const std::string name = unicodeLowered(domain);
     if (!mayBeAsked(name)) throw RDAPError(noServer(name));
-    const Answer answer = m_answers->get(name, stop, [&]() -> Answer {
-        const auto base = table(stop)->base(name);
-        if (!base) throw RDAPError(noServer(name));
-        try {
-            const HTTPResponse response = get(*base + "domain/" + name, answerLimit, stop);
-            if (response.status != 200) {
-                throw RDAPError("the registry answered HTTP " + std::to_string(response.status));
-            }
-            return {quillmark::registrationDate(response.body), *base};
-        } catch (const HTTPError& error) {
-            throw RDAPError(error.what());
-        }
-    });
-    return answer.date;
+    const auto answer = m_answers.get(name, patience.stop, patience.deadline,
+                                      [&] { return makeAnswer(name, patience); });
+    if (!answer || (answer->failure && patience.end()))
+        throw RDAPError(patience.end().value_or("stopped"));
+    if (answer->failure) throw RDAPError(*answer->failure);
+    return answer->date;
 }
 
 std::string RDAPClient::source(std::string_view domain) {
-    const auto answer = m_answers->known(unicodeLowered(domain));
+    const auto answer = m_answers.kept(unicodeLowered(domain));
     return answer ? answer->base : std::string();
 }
 

@@ -7,14 +7,15 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
+#include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "QuillmarkKit/Support/Once.h"
 
 namespace quillmark {
 
@@ -33,8 +34,8 @@ public:
     virtual ~RegistrationLookup() = default;
 
     /// When a domain was registered; nothing when its registry publishes no date. Blocks. Throws `RDAPError`;
-    /// soon after `stop` is requested, too. Safe from many threads at once.
-    virtual std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) = 0;
+    /// when the patience ends, too. Safe from many threads at once.
+    virtual std::optional<Date> registrationDate(std::string_view domain, const Patience& patience = {}) = 0;
 
     /// Who answered for a domain that was answered for before, such as the address of a service; empty when
     /// that is not known.
@@ -51,7 +52,7 @@ public:
 
     explicit StaticRegistry(Entries entries);
     /// Throws "not in the test registry" for any other domain.
-    std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+    std::optional<Date> registrationDate(std::string_view domain, const Patience& patience = {}) override;
 
 private:
     const Entries m_entries;
@@ -89,9 +90,8 @@ struct RDAPOptions {
 class RDAPClient : public RegistrationLookup {
 public:
     explicit RDAPClient(std::shared_ptr<HTTP> http, RDAPOptions options = {});
-    ~RDAPClient() override;
 
-    std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+    std::optional<Date> registrationDate(std::string_view domain, const Patience& patience = {}) override;
     /// The base address of the registry's service.
     std::string source(std::string_view domain) override;
 
@@ -99,19 +99,19 @@ private:
     struct Answer {
         std::optional<Date> date = {};
         std::string base = {};
+        std::optional<std::string> failure = {};  // in place of both
     };
-    using Table = std::shared_ptr<const RDAPBootstrap>;
-    template <typename Value>
-    class Shared;
+    using Table = std::optional<RDAPBootstrap>;  // nothing when it can't be read
 
-    Table table(const std::stop_token& stop);
+    Once<Table>::Made makeTable(const Patience& patience);
     Table cachedTable() const;
-    HTTPResponse get(std::string url, std::size_t bodyLimit, const std::stop_token& stop);
+    Once<Answer>::Made makeAnswer(const std::string& domain, const Patience& patience);
+    HTTPResponse get(std::string url, std::size_t bodyLimit, const Patience& patience);
 
     const std::shared_ptr<HTTP> m_http;
     const RDAPOptions m_options;
-    const std::unique_ptr<Shared<Table>> m_tables;
-    const std::unique_ptr<Shared<Answer>> m_answers;
+    Once<Table> m_tables;  // one, under no name
+    Once<Answer> m_answers;
 };
 
 }  // namespace quillmark

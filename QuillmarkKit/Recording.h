@@ -4,7 +4,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -68,9 +67,7 @@ public:
                       std::shared_ptr<RecordedFailures> failures)
         : m_resolver(std::move(resolver)), m_answers(std::move(answers)), m_failures(std::move(failures)) {}
 
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override;
-    DNSAnswer lookupBefore(Clock::time_point deadline, std::string_view name, DNSRecordType type,
-                           std::stop_token stop) override;
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
     std::string source(std::string_view name, DNSRecordType type) override {
         return m_resolver->source(name, type);
     }
@@ -88,7 +85,7 @@ public:
                       std::shared_ptr<RecordedFailures> failures)
         : m_registry(std::move(registry)), m_answers(std::move(answers)), m_failures(std::move(failures)) {}
 
-    std::optional<Date> registrationDate(std::string_view domain, std::stop_token stop) override;
+    std::optional<Date> registrationDate(std::string_view domain, const Patience& patience = {}) override;
     std::string source(std::string_view domain) override { return m_registry->source(domain); }
 
 private:

@@ -154,7 +154,7 @@ private:
     }
     DNSAnswer lookup(const std::string& name, DNSRecordType type) {
         if (m_unanswerable.contains(name)) return DNSAnswer::nxdomain();
-        return m_resolver.lookup(name, type, m_stop);
+        return m_resolver.lookup(name, type, {m_stop});
     }
 
     std::optional<std::string> expanded(std::string_view text, const std::string& domain);

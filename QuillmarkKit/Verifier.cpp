@@ -1,6 +1,8 @@
 #include "QuillmarkKit/Verifier.h"
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -19,12 +21,17 @@ namespace quillmark {
 
 namespace {
 
-/// Remembers, for one check, the names of which DNS said that its answer was validated.
-class ValidationWatch : public DNSResolver {
+constexpr std::chrono::seconds usualLookupTime{60};
+
+/// The questions of one check: they have a time together, counted from the first. Remembers the names of
+/// which DNS said that its answer was validated.
+class CheckResolver : public DNSResolver {
 public:
-    explicit ValidationWatch(DNSResolver& resolver) : m_resolver(resolver) {}
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
-        DNSAnswer answer = m_resolver.lookup(name, type, std::move(stop));
+    explicit CheckResolver(DNSResolver& resolver) : m_resolver(resolver) {}
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
+        if (!m_deadline) m_deadline = Patience::Clock::now() + usualLookupTime;
+        DNSAnswer answer =
+            m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, *m_deadline)});
         if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
         return answer;
     }
@@ -32,6 +39,7 @@ public:
 
 private:
     DNSResolver& m_resolver;
+    std::optional<Patience::Clock::time_point> m_deadline = {};
     std::set<std::string, std::less<>> m_names = {};
 };
 
@@ -142,7 +150,7 @@ void addDomainAge(ProofReport& report, RegistrationLookup& registry, const Publi
     for (const std::string& domain : registrationDomains(report.summary, suffixes)) {
         DomainAge::Status status;
         try {
-            const auto registered = registry.registrationDate(asciiDomain(domain).value_or(domain), stop);
+            const auto registered = registry.registrationDate(asciiDomain(domain).value_or(domain), {stop});
             if (registered) {
                 status.value = DomainAge::Status::Known{*registered};
                 if (auto sign = youngDomain(domain, *registered, report.checkedAt)) {
@@ -196,9 +204,8 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.summary = summary(message);
     const std::string from = fromDomain(report.summary);
 
-    DeadlineResolver withDeadline(*m_resolver);
-    InternationalResolver asking(withDeadline);
-    ValidationWatch resolver(asking);  // before the names change, so that it knows them as the findings do
+    InternationalResolver asking(*m_resolver);
+    CheckResolver resolver(asking);  // before the names change, so that it knows them as the findings do
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};

@@ -220,7 +220,7 @@ double stopTime(const ServerProcess& server) {
         for (int n = 0; !source.stop_requested(); ++n) {
             const std::string name = "n" + std::to_string(n) + ".c" + std::to_string(caller) + ".example";
             try {
-                resolver->lookup(name, DNSRecordType::txt, source.get_token());
+                resolver->lookup(name, DNSRecordType::txt, {source.get_token()});
             } catch (const DNSLookupError&) {
                 // The stop, of course.
             }

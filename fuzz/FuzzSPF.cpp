@@ -12,9 +12,9 @@ namespace {
 using namespace quillmark;
 
 struct ShortNames : fuzz::InputResolver {
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
         fuzz::require(name.size() <= 4096);
-        return InputResolver::lookup(name, type, stop);
+        return InputResolver::lookup(name, type, patience);
     }
 };
 

@@ -23,7 +23,7 @@ using fuzz::require;
 struct InputRegistry : RegistrationLookup {
     std::shared_ptr<fuzz::InputResolver> answers;
     int questions = 0;
-    std::optional<Date> registrationDate(std::string_view domain, std::stop_token) override {
+    std::optional<Date> registrationDate(std::string_view domain, const Patience& = {}) override {
         require(!domain.empty());
         ++questions;
         const std::string_view line = takePiece(answers->rest, '\n');

@@ -75,7 +75,7 @@ struct Keys : DNSResolver {
     Records records = {};  ///< "!" fails, "" is no record
     std::string usual = test::keyRecord(ed25519Key());
     int questions = 0;
-    DNSAnswer lookup(std::string_view name, DNSRecordType, std::stop_token) override {
+    DNSAnswer lookup(std::string_view name, DNSRecordType, const Patience& = {}) override {
         ++questions;
         const auto found = records.find(name);
         const std::string record = found == records.end() ? usual : found->second;

@@ -55,9 +55,9 @@ private:
 
 class WaitingResolver : public DNSResolver {
 public:
-    DNSAnswer lookup(std::string_view, DNSRecordType, std::stop_token stop) override {
+    DNSAnswer lookup(std::string_view, DNSRecordType, const Patience& patience = {}) override {
         ++asked;
-        if (!gate.pass(stop)) throw DNSLookupError("stopped");
+        if (!gate.pass(patience.stop)) throw DNSLookupError("stopped");
         return DNSAnswer::nxdomain();
     }
     Gate gate;
@@ -66,9 +66,9 @@ public:
 
 class WaitingRegistry : public RegistrationLookup {
 public:
-    std::optional<Date> registrationDate(std::string_view, std::stop_token stop) override {
+    std::optional<Date> registrationDate(std::string_view, const Patience& patience = {}) override {
         ++asked;
-        if (!gate.pass(stop)) throw RDAPError("stopped");
+        if (!gate.pass(patience.stop)) throw RDAPError("stopped");
         return now;
     }
     Gate gate;

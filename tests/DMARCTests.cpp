@@ -34,9 +34,9 @@ SPFFinding judged(SPFResult result, Text domain) {
 struct Asked : StaticResolver {
     using StaticResolver::StaticResolver;
     std::vector<std::string> names;
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
         names.emplace_back(name);
-        return StaticResolver::lookup(name, type, stop);
+        return StaticResolver::lookup(name, type, patience);
     }
 };
 

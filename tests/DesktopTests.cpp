@@ -39,11 +39,11 @@ namespace {
 class GatedResolver : public DNSResolver {
 public:
     explicit GatedResolver(std::shared_ptr<DNSResolver> resolver) : m_resolver(std::move(resolver)) {}
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
         std::unique_lock lock(m_mutex);
-        if (!m_changed.wait(lock, stop, [this] { return m_isOpen; })) throw DNSLookupError("stopped");
+        if (!m_changed.wait(lock, patience.stop, [this] { return m_isOpen; })) throw DNSLookupError("stopped");
         if (isOffline) throw DNSLookupError("no resolver answered");
-        return m_resolver->lookup(name, type, stop);
+        return m_resolver->lookup(name, type, patience);
     }
     void setOpen(bool isOpen) {
         const std::lock_guard lock(m_mutex);

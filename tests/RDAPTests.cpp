@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 /// A date as text, "none", or why there is none.
 std::string outcome(RegistrationLookup& registry, std::string_view domain, std::stop_token stop = {}) {
     try {
-        const auto date = registry.registrationDate(domain, stop);
+        const auto date = registry.registrationDate(domain, {stop});
         return date ? iso8601(*date) : "none";
     } catch (const RDAPError& error) {
         return error.what();

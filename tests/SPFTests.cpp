@@ -221,7 +221,7 @@ TEST(SPF, limits) {
 /// Publishes one record and remembers the last other question.
 struct AskedName : DNSResolver {
     std::string record, name;
-    DNSAnswer lookup(std::string_view asked, DNSRecordType type, std::stop_token) override {
+    DNSAnswer lookup(std::string_view asked, DNSRecordType type, const Patience& = {}) override {
         if (type == DNSRecordType::txt) return DNSAnswer::records({record});
         name = asked;
         return DNSAnswer::nxdomain();
