@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <exception>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <new>
 #include <set>
@@ -39,6 +41,8 @@ namespace {
 constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
+constexpr std::size_t memoryPostponed = 256'000'000;  // bytes of messages
+
 constexpr std::string_view standardInput = "-";
 
 bool goesToOutput(const std::optional<std::string>& file) {
@@ -56,24 +60,89 @@ std::optional<std::set<Tone>> tonesNamed(std::string_view list) {
     return tones;
 }
 
+/// What a DNS service that rests might have answered for, to be checked again when all else is done. Safe
+/// from many threads at once.
+class Postponed {
+public:
+    /// False when there is no room for it.
+    bool keep(std::size_t number, CheckInputs::Input input) {
+        const std::lock_guard lock(m_mutex);
+        const std::size_t bytes = std::get<FoundMessage>(input.found).bytes.size();
+        if (m_bytes + bytes > memoryPostponed) return false;
+        m_bytes += bytes;
+        m_inputs.emplace(number, std::move(input));
+        return true;
+    }
+    /// In their order; nothing at the end.
+    std::optional<CheckInputs::Input> next() {
+        const std::lock_guard lock(m_mutex);
+        if (m_inputs.empty()) return std::nullopt;
+        return std::move(m_inputs.extract(m_inputs.begin()).mapped());
+    }
+
+private:
+    std::mutex m_mutex = {};
+    std::map<std::size_t, CheckInputs::Input> m_inputs = {};
+    std::size_t m_bytes = 0;
+};
+
+/// Tells whether a question failed that a DNS service which rests might have answered.
+class RestWatch : public DNSResolver {
+public:
+    RestWatch(DNSResolver& resolver, bool& wentWithout) : m_resolver(resolver), m_wentWithout(wentWithout) {}
+    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
+        try {
+            return m_resolver.lookup(name, type, patience);
+        } catch (const DNSServiceRests&) {
+            m_wentWithout = true;
+            throw;
+        }
+    }
+
+private:
+    DNSResolver& m_resolver;
+    bool& m_wentWithout;
+};
+
 /// Checks what was read, and turns it into what is written.
 class Checker {
 public:
     Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {}
 
-    /// A message and those attached inside it. Never throws.
-    std::vector<OrderedRun::Message> checked(CheckInputs::Input input) const {
-        std::vector<OrderedRun::Message> all;
+    /// A message and those attached inside it; nothing when it was postponed. Never throws.
+    std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
+                                             Postponed* postponed) {
         if (const auto* problem = std::get_if<FoundProblem>(&input.found)) return {refused(*problem)};
+        std::optional<CheckInputs::Input> again;
+        // A recording tells of one check of each message.
+        if (postponed && m_from.services && m_from.services->resting() > 0 && !m_from.recorded) {
+            const auto& found = std::get<FoundMessage>(input.found);
+            again = {FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.note}, input.mode,
+                     input.hasLinesBefore};
+        }
+        bool wentWithout = false;
+        auto all = checked(std::move(input), wentWithout);
+        if (m_from.services && m_from.services->doAllRest() && !m_hasSaidThatAllRest.exchange(true)) {
+            writeProblem(m_command.reader.translate(
+                "No DNS service answers, so what would have to be asked for stays open. If one answers again "
+                "before the end, it is asked for then."));
+        }
+        if (wentWithout && again && postponed->keep(number, std::move(*again))) return {};
+        return all;
+    }
+
+private:
+    std::vector<OrderedRun::Message> checked(CheckInputs::Input input, bool& wentWithout) const {
+        std::vector<OrderedRun::Message> all;
         auto& found = std::get<FoundMessage>(input.found);
         const MessagePlace place = found.place;
         const auto refuse = [&](std::string reason) {
             all.push_back(refused({{Refusal::Unreadable{std::move(reason)}}, place}));
         };
         try {
-            const auto message = check(std::move(found), input.mode, all);
+            const auto message = check(std::move(found), input.mode, all, wentWithout);
             if (input.hasLinesBefore) all.back().hint = lineOfLinesBefore(place);
-            if (message) checkAttached(*message, place, all);
+            if (message) checkAttached(*message, place, all, wentWithout);
         } catch (const std::bad_alloc&) {
             refuse(std::generic_category().message(ENOMEM));
         } catch (const std::exception& error) {
@@ -82,7 +151,6 @@ public:
         return all;
     }
 
-private:
     OrderedRun::Message refused(const FoundProblem& problem) const {
         const auto path = problem.place.pathName();
         const auto name = path ? path : problem.place.name();
@@ -102,7 +170,7 @@ private:
     }
 
     std::optional<MailMessage> check(FoundMessage found, ParseMode mode,
-                                     std::vector<OrderedRun::Message>& all) const {
+                                     std::vector<OrderedRun::Message>& all, bool& wentWithout) const {
         const auto name = found.place.name();
         const std::string digest = m_from.recorded ? sha256(found.bytes.view()) : std::string();
         auto taken = messageIn(std::move(found.bytes), mode);
@@ -111,23 +179,29 @@ private:
             return std::nullopt;
         }
         auto& message = std::get<MailMessage>(taken);
-        ProofReport report =
-            m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now)
-                            : Verifier(m_from.resolver, m_from.registry).verify(message, name, m_from.now);
+        ProofReport report = m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now)
+                                             : verified(message, name, wentWithout);
         if (found.note) report.notes.push_back(std::move(*found.note));
         all.push_back(written(report, found.place.pathName()));
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }
 
+    ProofReport verified(const MailMessage& message, const std::optional<std::string>& name,
+                         bool& wentWithout) const {
+        const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
+        return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime)
+            .verify(message, name, m_from.now);
+    }
+
     void checkAttached(const MailMessage& message, const MessagePlace& place,
-                       std::vector<OrderedRun::Message>& all) const {
+                       std::vector<OrderedRun::Message>& all, bool& wentWithout) const {
         AttachedMessages attached(message);
         FoundMessage found{.place = place};
         while (auto next = attached.next()) {
             found.bytes = std::move(next->bytes);
             found.place.attached = std::move(next->position);
-            check(std::move(found), ParseMode::strict, all);
+            check(std::move(found), ParseMode::strict, all, wentWithout);
             found = {.place = place};
         }
         if (attached.isAnyLeftOut()) all.push_back(refused({{Refusal::AttachedLeftOut{}}, place}));
@@ -158,6 +232,7 @@ private:
                                  !goesToOutput(m_command.record);
     const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
+    std::atomic<bool> m_hasSaidThatAllRest = false;
 };
 
 /// A fault in the arguments that their parser cannot see, or nothing.
@@ -174,8 +249,10 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     return std::nullopt;
 }
 
-/// One thread reads and goes on to check what it read, while the next reads: as many as can.
-void checkAll(CheckInputs& inputs, const Checker& checker, CheckOutput& output, std::size_t mostWorkers) {
+/// One thread takes the next input and goes on to check it, while the next takes: as many as can.
+void checkAll(const std::function<std::optional<CheckInputs::Input>()>& next,
+              const std::function<std::uint64_t()>& readSoFar, Checker& checker, Postponed* postponed,
+              CheckOutput& output, std::size_t mostWorkers) {
     OrderedRun run(mostWorkers * aheadPerWorker, memoryInFlight,
                    [&](const OrderedRun::Outcome& outcome) { output.take(outcome); });
     std::mutex reading;
@@ -186,26 +263,39 @@ void checkAll(CheckInputs& inputs, const Checker& checker, CheckOutput& output, 
             std::unique_lock turn(reading);
             if (hasEnded) return;
             const std::size_t number = run.take();
-            auto input = inputs.next();
+            auto input = next();
             if (!input) {
                 hasEnded = true;
-                output.tellCount(number);
+                if (postponed) output.tellCount(number);
                 return;
             }
             const auto* message = std::get_if<FoundMessage>(&input->found);
             run.reserve(number, message ? message->bytes.size() : 0);
-            const std::uint64_t bytesRead = inputs.bytesRead();
+            const std::uint64_t bytesRead = readSoFar();
             try {
                 if (others.size() + 1 < mostWorkers) others.emplace_back(work);
             } catch (const std::system_error&) {
                 mostWorkers = others.size() + 1;  // fewer will do, where the system allows no more
             }
             turn.unlock();
-            run.finish(number, {checker.checked(std::move(*input)), bytesRead});
+            run.finish(number, {checker.checked(std::move(*input), number, postponed), bytesRead});
         }
     };
     work();
     others.clear();
+}
+
+/// Checks everything, and at the end what was postponed until then.
+void checkAll(CheckInputs& inputs, const CheckSources& from, Checker& checker, CheckOutput& output) {
+    Postponed postponed;
+    const auto readSoFar = [&] { return inputs.bytesRead(); };
+    checkAll([&] { return inputs.next(); }, readSoFar, checker, &postponed, output, from.workers);
+    auto first = postponed.next();
+    if (!first) return;
+    // The first of them finds out whether the services are back; if not, the others needn't wait for them.
+    from.services->tryAgain();
+    output.take({checker.checked(std::move(*first), 0, nullptr), readSoFar()});
+    checkAll([&] { return postponed.next(); }, readSoFar, checker, nullptr, output, from.workers);
 }
 
 }  // namespace
@@ -234,7 +324,8 @@ int CheckCommand::run() const {
                 "lines; a saved file is safer."));
         }
         const BeforeEnd whenStopped([&output] { output.finishEarly(); });
-        checkAll(inputs, Checker(*this, from), output, from.workers);
+        Checker checker(*this, from);
+        checkAll(inputs, from, checker, output);
         return output.finish(inputs.passedOver());
     } catch (const AnswersFileError& error) {
         writeProblem(error.what());

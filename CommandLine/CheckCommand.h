@@ -25,6 +25,7 @@ struct CheckCommand {
     std::optional<std::string> only = {};      ///< tones, with commas: no other report is written or kept
     std::optional<std::string> failOn = {};    ///< a tone
     int jobs = 0;                              ///< how many messages are checked at once; 0: as suits
+    int timeout = 0;                           ///< seconds for the lookups of one message; 0: as usual
     Reader reader = {};                        ///< whom reports and problems are for
     TextLayout layout = {};                    ///< of text reports
     std::optional<AppSettings> settings = {};  ///< what the person chose in the window, if anything

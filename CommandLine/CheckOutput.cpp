@@ -40,7 +40,8 @@ CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, 
         m_recording.emplace(*command.record);
         if (!m_recording->isStream()) m_recording->write(recordingBegin);
     }
-    if (canShowProgress()) m_progress.emplace(command.reader, expectedBytes);
+    const bool isTyped = std::ranges::count(command.files, "-") > 0 && isatty(STDIN_FILENO) == 1;
+    if (canShowProgress() && !isTyped) m_progress.emplace(command.reader, expectedBytes);
 }
 
 // What is kept comes first. Printing may take for ever, when nobody reads, and yet a signal ends the process
@@ -49,7 +50,7 @@ void CheckOutput::take(const OrderedRun::Outcome& outcome) {
     try {
         {
             const std::lock_guard lock(m_mutex);
-            ++m_outcomes;
+            if (!outcome.messages.empty()) ++m_outcomes;  // else it was postponed
             m_messages += static_cast<std::int64_t>(outcome.messages.size());
             m_bytesRead = outcome.bytesRead;
             for (const OrderedRun::Message& message : outcome.messages) keep(message);
@@ -86,6 +87,7 @@ void CheckOutput::print(const OrderedRun::Message& message) {
 }
 
 int CheckOutput::finish(std::int64_t passedOver) {
+    m_progress.reset();
     clearProgress();
     {
         const std::lock_guard lock(m_mutex);

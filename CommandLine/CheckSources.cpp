@@ -11,7 +11,6 @@
 
 #include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
-#include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
 
 namespace quillmark {
@@ -57,7 +56,7 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
             failures ? std::optional("not in the recorded answers") : std::nullopt);
     } else {
         const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
-        resolver = std::make_shared<DoHResolver>(http);
+        resolver = services = std::make_shared<DoHResolver>(http);
         if (command.asksRegistries())
             registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
         workers = networkWorkers;
@@ -67,10 +66,11 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
             std::make_shared<StaticRegistry>(FixedAnswers::readRegistrations(*command.registrationsFile));
     }
     if (command.jobs > 0) workers = static_cast<std::size_t>(command.jobs);
+    if (command.timeout > 0) lookupTime = std::chrono::seconds(command.timeout);
     if (command.at) now = *parsedRFC3339(*command.at);
     if (command.record || failures) {
-        recorded = std::make_unique<RecordedRun>(resolver, registry,
-                                                 std::move(failures).value_or(RecordedRun::Failures()));
+        recorded = std::make_unique<RecordedRun>(
+            resolver, registry, std::move(failures).value_or(RecordedRun::Failures()), lookupTime);
     }
 }
 

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/RecordedRun.h"
 #include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/DoHResolver.h"
 #include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
 
@@ -20,7 +23,9 @@ struct CheckSources {
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
     std::unique_ptr<RecordedRun> recorded = {};         ///< when the checks are recorded, or were
     Date now;
-    std::size_t workers;  ///< how many messages are checked at once
+    std::size_t workers;                         ///< how many messages are checked at once
+    std::shared_ptr<DoHResolver> services = {};  ///< that `resolver` asks over the network; none with a file
+    std::optional<std::chrono::seconds> lookupTime = {};  ///< of one message, when it was given
 };
 
 }  // namespace quillmark

@@ -63,7 +63,8 @@ const std::vector<CommandTable::Section> sections = {
       "registries are asked and nothing is kept."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
-      "when that gives no answer, at dns.google; registries are asked for the age of the domains in From and "
+      "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
+      "domains in From and "
       "Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF record may ask for names "
       "that contain the "
       "envelope sender's address. With --dns nobody is asked."}},
@@ -128,6 +129,9 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         ->check(CLI::IsMember({"caution", "unknown", "bad"}));
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
         ->check(CLI::Range(1, 256));
+    add(command, "--timeout", check.timeout, "SECONDS",
+        "How long the lookups of one message may take; default: 60 for DNS")
+        ->check(CLI::Range(1, 3600));
     command.add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
     command.footer(checkFooter);
 }

@@ -9,7 +9,7 @@ namespace quillmark {
 
 namespace {
 
-constexpr auto betweenUpdates = std::chrono::milliseconds(200);
+constexpr auto untilFirst = std::chrono::milliseconds(500), betweenUpdates = std::chrono::milliseconds(200);
 constexpr double leastPart = 0.01;  // from which on the time left can be told
 
 /// 0:05, 12:34, 1:02:03.
@@ -36,14 +36,27 @@ std::string Progress::line(const Reader& reader, std::int64_t messages, std::chr
                                  {rate, clockTime(left)});
 }
 
+Progress::Progress(Reader reader, std::optional<std::uint64_t> expectedBytes)
+    : m_reader(reader),
+      m_expectedBytes(expectedBytes),
+      m_thread([this](const std::stop_token& stop) { show(stop); }) {}
+
 void Progress::update(std::int64_t messages, std::uint64_t bytesRead) {
-    const auto now = Clock::now();
-    if (now < m_next) return;
-    m_next = now + betweenUpdates;
-    const double part = m_expectedBytes && *m_expectedBytes > 0
-                            ? static_cast<double>(bytesRead) / static_cast<double>(*m_expectedBytes)
-                            : 0;
-    showProgress(line(m_reader, messages, now - m_begun, part));
+    const std::lock_guard lock(m_mutex);
+    m_messages = messages;
+    m_bytesRead = bytesRead;
+}
+
+void Progress::show(const std::stop_token& stop) {
+    std::unique_lock lock(m_mutex);
+    for (auto next = m_begun + untilFirst;; next = Clock::now() + betweenUpdates) {
+        m_ended.wait_until(lock, stop, next, [] { return false; });
+        if (stop.stop_requested()) return;
+        const double part = m_expectedBytes && *m_expectedBytes > 0
+                                ? static_cast<double>(m_bytesRead) / static_cast<double>(*m_expectedBytes)
+                                : 0;
+        showProgress(line(m_reader, m_messages, Clock::now() - m_begun, part));
+    }
 }
 
 }  // namespace quillmark

@@ -30,7 +30,8 @@ ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& me
     const auto resolver = std::make_shared<RecordingResolver>(m_resolver, m_answers, current.failures);
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
-    ProofReport report = Verifier(resolver, registry).verify(message, std::move(fileName), now);
+    ProofReport report = Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime)
+                             .verify(message, std::move(fileName), now);
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;
     return report;

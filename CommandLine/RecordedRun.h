@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,10 +23,14 @@ class RecordedRun {
 public:
     using Failures = std::map<std::string, FixedAnswers::Failures>;  // by message
 
-    /// `failures`: what the checks could not find out when they were recorded.
+    /// `failures`: what the checks could not find out when they were recorded. `lookupTime`: as a verifier
+    /// takes it.
     RecordedRun(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
-                Failures failures = {})
-        : m_resolver(std::move(resolver)), m_registry(std::move(registry)), m_failures(std::move(failures)) {}
+                Failures failures = {}, std::optional<std::chrono::seconds> lookupTime = {})
+        : m_resolver(std::move(resolver)),
+          m_registry(std::move(registry)),
+          m_failures(std::move(failures)),
+          m_lookupTime(lookupTime) {}
 
     /// Checks the message whose file has this SHA-256.
     ProofReport verify(const std::string& sha256, const MailMessage& message,
@@ -47,6 +52,7 @@ private:
     const std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;
     const Failures m_failures;
+    const std::optional<std::chrono::seconds> m_lookupTime;
     const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
     mutable std::mutex m_mutex = {};
     std::map<std::string, Check> m_checks = {};  // by SHA-256

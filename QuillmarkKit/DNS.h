@@ -58,12 +58,27 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// How long somebody waits for an answer.
+/// A failure while a service wasn't asked because it gave no answers lately: soon the question may be
+/// answered.
+class DNSServiceRests : public DNSLookupError {
+public:
+    using DNSLookupError::DNSLookupError;
+};
+
+/// What a resolver remembers for the questions of one message, of which one is asked at a time: services by
+/// their host.
+struct DNSAsker {
+    std::set<std::string, std::less<>> failed = {};  ///< gave no reply to one of its questions
+    std::set<std::string, std::less<>> slow = {};    ///< kept one of its questions waiting: not asked again
+};
+
+/// How long somebody waits for an answer, and for whom.
 struct Patience {
     using Clock = std::chrono::steady_clock;
 
     std::stop_token stop = {};
     Clock::time_point deadline = Clock::time_point::max();
+    DNSAsker* asker = nullptr;  ///< lives longer than the lookup; without one a question stands alone
 
     /// Why nothing is waited for any more, if nothing is: "stopped" or "the check took too long".
     std::optional<std::string> end() const;

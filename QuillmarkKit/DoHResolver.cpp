@@ -10,8 +10,8 @@ namespace quillmark {
 
 namespace {
 
-constexpr int failuresUntilSkipped = 3;
-constexpr std::chrono::seconds skippedFor{60};
+constexpr int messagesUntilRest = 2;
+constexpr std::chrono::seconds betweenTries{5};
 constexpr int okStatus = 200, httpsPort = 443;
 
 std::string percentEncoded(std::string_view name) {
@@ -34,13 +34,43 @@ std::string urlOf(const DoHEndpoint& endpoint, std::string_view name, DNSRecordT
            "&type=" + std::string(mnemonic(type));
 }
 
+/// The answer in what a service replied, or why there is none.
+std::variant<DNSAnswer, std::string> readReply(const HTTPOutcome& reply, DNSRecordType type) {
+    if (const auto* failure = std::get_if<HTTPFailure>(&reply)) return HTTPError(*failure).what();
+    const auto& response = std::get<HTTPResponse>(reply);
+    if (response.status != okStatus) return "HTTP " + std::to_string(response.status);
+    try {
+        auto read = DoHReply::parse(response.body, type);
+        if (auto* answer = std::get_if<DNSAnswer>(&read.value)) return std::move(*answer);
+        return "SERVFAIL";
+    } catch (const DNSLookupError& error) {
+        return error.what();
+    }
+}
+
 }  // namespace
 
 struct DoHResolver::Endpoint {
     DoHEndpoint where = {};
-    int failures = 0;  // transfers that failed in a row
-    std::string lastFailure = {};
-    Patience::Clock::time_point skippedUntil = Patience::Clock::time_point::min();
+    std::uint64_t replies = 0;  // of any kind
+    int missedMessages = 0;     // different ones that got none, since the last
+    std::string lastMiss = {};
+    Patience::Clock::time_point nextTry = {};  // while it rests
+
+    bool isResting() const { return missedMessages >= messagesUntilRest; }
+};
+
+/// Who is asked a question, and why the others aren't.
+struct DoHResolver::Turn {
+    struct Runner {
+        std::size_t endpoint = 0;
+        std::uint64_t repliesBefore = 0;
+        bool isTry = false;  // of one that rests
+        bool hasEnded = false;
+    };
+    std::vector<Runner> runners = {};
+    std::vector<std::string> failures = {};  // by endpoint
+    bool isAnyResting = false, isAnySlow = false;
 };
 
 DoHResolver::DoHResolver(std::shared_ptr<HTTP> http, DoHOptions options)
@@ -53,9 +83,16 @@ DoHResolver::~DoHResolver() = default;
 DNSAnswer DoHResolver::lookup(std::string_view name, DNSRecordType type, const Patience& patience) {
     if (!mayBeQueried(name)) return DNSAnswer::nxdomain();
     if (const auto end = patience.end()) throw DNSLookupError(*end);
-    const auto outcome = m_answers.get(StaticResolver::key(name, type), patience.stop, patience.deadline,
-                                       [&] { return ask(name, type, patience); });
+    const std::string key = StaticResolver::key(name, type);
+    if (const auto known = m_answers.kept(key)) return *known->answer;
+    DNSAsker alone;
+    DNSAsker& asker = patience.asker ? *patience.asker : alone;
+    const auto outcome = m_answers.get(key, patience.stop, patience.deadline,
+                                       [&] { return ask(name, type, patience, asker); });
+    // Who waited for somebody else's question was kept waiting as well.
+    if (outcome) note(*outcome, asker);
     if (outcome && outcome->answer) return *outcome->answer;
+    if (outcome && outcome->failure && outcome->wentWithout) throw DNSServiceRests(*outcome->failure);
     if (outcome && outcome->failure) throw DNSLookupError(*outcome->failure);
     throw DNSLookupError(patience.end().value_or("stopped"));
 }
@@ -65,73 +102,115 @@ std::string DoHResolver::source(std::string_view name, DNSRecordType type) {
     return known ? known->host : std::string();
 }
 
-Once<DoHResolver::Outcome>::Made DoHResolver::ask(std::string_view name, DNSRecordType type,
-                                                  const Patience& patience) {
-    using For = Once<Outcome>::For;
-    std::string failures;
-    const auto skipped = failuresOfSkipped();
-    for (std::size_t i = 0; i < m_endpoints.size(); ++i) {
-        Outcome outcome =
-            skipped[i] ? Outcome{.failure = skipped[i]}
-                       : askEndpoint(m_endpoints[i], urlOf(m_endpoints[i].where, name, type), type, patience);
-        if (outcome.answer) return {std::move(outcome), For::everybody};
-        if (!outcome.failure) return {{}, For::maker};
-        if (!failures.empty()) failures += "; ";
-        failures += m_endpoints[i].where.host + ": " + *outcome.failure;
-    }
-    return {{.failure = std::move(failures)}, For::thoseWhoWait};
-}
-
-DoHResolver::Outcome DoHResolver::askEndpoint(Endpoint& endpoint, const std::string& url, DNSRecordType type,
-                                              const Patience& patience) {
-    if (patience.end()) return {};
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(patience.deadline - Patience::Clock::now());
-    const HTTPRequest request{.url = url,
-                              .headers = {"Accept: application/dns-json"},
-                              .timeOut = std::min(m_options.timeOut, left),
-                              .bodyLimit = DoHReply::bodyLimit};
-    HTTPResponse response;
-    try {
-        response = m_http->get(request, patience.stop);
-    } catch (const HTTPError& error) {
-        const bool isCut = error.failure() == HTTPFailure::timedOut && left < m_options.timeOut;
-        if (isCut || error.failure() == HTTPFailure::stopped) return {};
-        note(endpoint, error.what());
-        return {.failure = error.what()};
-    }
-    note(endpoint, std::nullopt);
-    if (response.status != okStatus) return {.failure = "HTTP " + std::to_string(response.status)};
-    try {
-        auto reply = DoHReply::parse(response.body, type);
-        if (auto* answer = std::get_if<DNSAnswer>(&reply.value))
-            return {.answer = std::move(*answer), .host = endpoint.where.host};
-        return {.failure = "SERVFAIL"};
-    } catch (const DNSLookupError& error) {
-        return {.failure = error.what()};
-    }
-}
-
-/// Notes how a transfer ended: with nothing, or with its failure.
-void DoHResolver::note(Endpoint& endpoint, std::optional<std::string> failure) {
+std::size_t DoHResolver::resting() const {
     const std::lock_guard lock(m_mutex);
-    endpoint.failures = failure ? endpoint.failures + 1 : 0;
-    endpoint.lastFailure = std::move(failure).value_or("");
-    const bool isSkipped = endpoint.failures >= failuresUntilSkipped;
-    endpoint.skippedUntil = isSkipped ? m_options.clock() + skippedFor : Patience::Clock::time_point::min();
+    return static_cast<std::size_t>(std::ranges::count_if(m_endpoints, &Endpoint::isResting));
 }
 
-/// For each endpoint the last failure if it is not to be asked now; for none if that were all.
-std::vector<std::optional<std::string>> DoHResolver::failuresOfSkipped() {
+void DoHResolver::tryAgain() {
+    const std::lock_guard lock(m_mutex);
+    for (Endpoint& endpoint : m_endpoints) endpoint.nextTry = {};
+}
+
+DoHResolver::Turn DoHResolver::turn(const DNSAsker& asker) {
     const std::lock_guard lock(m_mutex);
     const auto now = m_options.clock();
-    std::vector<std::optional<std::string>> failures;
-    failures.reserve(m_endpoints.size());
-    for (const auto& endpoint : m_endpoints) {
-        failures.push_back(now < endpoint.skippedUntil ? std::optional(endpoint.lastFailure) : std::nullopt);
+    Turn turn{.failures = std::vector<std::string>(m_endpoints.size())};
+    for (std::size_t i = 0; i < m_endpoints.size(); ++i) {
+        Endpoint& endpoint = m_endpoints[i];
+        const bool isSlow = asker.slow.contains(endpoint.where.host), isResting = endpoint.isResting();
+        if (isSlow || (isResting && now < endpoint.nextTry)) {
+            turn.failures[i] = endpoint.lastMiss;
+            (isResting ? turn.isAnyResting : turn.isAnySlow) = true;
+        } else {
+            if (isResting) endpoint.nextTry = now + betweenTries;
+            turn.runners.push_back({.endpoint = i, .repliesBefore = endpoint.replies, .isTry = isResting});
+        }
     }
-    const bool isAll = std::ranges::all_of(failures, [](const auto& failure) { return failure.has_value(); });
-    if (isAll) failures.assign(failures.size(), std::nullopt);
-    return failures;
+    return turn;
+}
+
+Once<DoHResolver::Outcome>::Made DoHResolver::ask(std::string_view name, DNSRecordType type,
+                                                  const Patience& patience, const DNSAsker& asker) {
+    using For = Once<Outcome>::For;
+    Turn turn = this->turn(asker);
+    Outcome outcome{.wentWithout = turn.isAnyResting};
+    HTTPRace race{.headStart = m_options.headStart, .deadline = patience.deadline};
+    for (const Turn::Runner& runner : turn.runners) {
+        race.requests.push_back({.url = urlOf(m_endpoints[runner.endpoint].where, name, type),
+                                 .headers = {"Accept: application/dns-json"},
+                                 .timeOut = runner.isTry ? m_options.headStart : m_options.timeOut,
+                                 .bodyLimit = DoHReply::bodyLimit});
+    }
+    const auto miss = [&](const Turn::Runner& runner, HTTPFailure failure) {
+        const std::string why = HTTPError(failure).what();
+        turn.failures[runner.endpoint] = why;
+        outcome.misses.push_back(
+            {runner.endpoint, runner.repliesBefore, failure == HTTPFailure::timedOut, why});
+    };
+    std::size_t winner = 0;
+    race.take = [&](std::size_t i, const HTTPOutcome& end) {
+        Turn::Runner& runner = turn.runners[i];
+        runner.hasEnded = true;
+        const auto* failure = std::get_if<HTTPFailure>(&end);
+        if (failure && *failure != HTTPFailure::answerTooLarge) {
+            miss(runner, *failure);
+            return false;
+        }
+        Endpoint& endpoint = m_endpoints[runner.endpoint];
+        {
+            const std::lock_guard lock(m_mutex);
+            ++endpoint.replies;
+            endpoint.missedMessages = 0;
+        }
+        auto read = readReply(end, type);
+        if (auto* why = std::get_if<std::string>(&read)) {
+            turn.failures[runner.endpoint] = std::move(*why);
+            return false;
+        }
+        outcome.answer = std::move(std::get<DNSAnswer>(read));
+        outcome.host = endpoint.where.host;
+        winner = i;
+        return true;
+    };
+    const auto begin = Patience::Clock::now();
+    const std::size_t begun = m_http->race(race, patience.stop);
+    const auto time = Patience::Clock::now() - begin;
+    for (std::size_t i = 0; i < turn.runners.size(); ++i) {
+        const Turn::Runner& runner = turn.runners[i];
+        if (runner.hasEnded) continue;
+        if (i >= begun) {
+            if (!runner.isTry) continue;
+            const std::lock_guard lock(m_mutex);
+            m_endpoints[runner.endpoint].nextTry = {};  // it wasn't tried
+        } else if (outcome.answer ? i < winner : time >= m_options.headStart * (i + 1)) {
+            miss(runner, HTTPFailure::timedOut);  // overtaken, or cut off after its head start
+        }
+    }
+    if (outcome.answer) return {std::move(outcome), For::everybody};
+    if (patience.end()) return {std::move(outcome), For::maker};
+    std::string failures;
+    for (std::size_t i = 0; i < m_endpoints.size(); ++i)
+        failures += (i == 0 ? "" : "; ") + m_endpoints[i].where.host + ": " + turn.failures[i];
+    outcome.failure = std::move(failures);
+    // One that this message alone doesn't ask may answer for those who wait.
+    return {std::move(outcome), turn.isAnySlow ? For::maker : For::thoseWhoWait};
+}
+
+/// Notes which endpoints gave no reply to a question of this asker's.
+void DoHResolver::note(const Outcome& outcome, DNSAsker& asker) {
+    if (outcome.misses.empty()) return;
+    const std::lock_guard lock(m_mutex);
+    for (const Miss& miss : outcome.misses) {
+        Endpoint& endpoint = m_endpoints[miss.endpoint];
+        const bool isNew = asker.failed.insert(endpoint.where.host).second;
+        if (miss.isSlow) asker.slow.insert(endpoint.where.host);
+        endpoint.lastMiss = miss.why;
+        if (endpoint.replies != miss.repliesBefore)
+            continue;  // it is there, whatever became of this question
+        if (isNew) ++endpoint.missedMessages;
+        if (endpoint.isResting()) endpoint.nextTry = m_options.clock() + betweenTries;
+    }
 }
 
 }  // namespace quillmark

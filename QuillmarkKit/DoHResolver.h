@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -25,43 +27,63 @@ struct DoHEndpoint {
 struct DoHOptions {
     /// Asked in this order, the next when one gave no answer.
     std::vector<DoHEndpoint> endpoints = {{"cloudflare-dns.com", "/dns-query"}, {"dns.google", "/resolve"}};
-    std::chrono::milliseconds timeOut{8000};  ///< of one endpoint
+    std::chrono::milliseconds timeOut{8000};    ///< of one endpoint
+    std::chrono::milliseconds headStart{2000};  ///< without an answer for so long, the next is asked, too
     std::function<std::chrono::steady_clock::time_point()> clock = std::chrono::steady_clock::now;
 };
 
 /// The resolver over the network. Answers are remembered as long as it lives, failures are not. However many
-/// callers ask the same question at once, one request is made. An endpoint whose transfers failed three times
-/// in a row is left alone for a minute, unless all are. A name that `mayBeQueried` refuses does not exist,
-/// and nobody is asked.
+/// callers ask the same question at once, one request is made. A name that `mayBeQueried` refuses does not
+/// exist, and nobody is asked.
+///
+/// An endpoint that has not answered within its head start is overtaken: the next is asked, and the first
+/// answer counts. One that was overtaken by an answer, or timed out, isn't asked again for that message. When
+/// it gave two messages no reply, and nobody else one meanwhile, it rests: every five seconds one question
+/// tries it, until it replies.
 class DoHResolver : public DNSResolver {
 public:
     explicit DoHResolver(std::shared_ptr<HTTP> http, DoHOptions options = {});
     ~DoHResolver() override;
 
-    /// On failure the text says why each endpoint gave no answer: "cloudflare-dns.com: timed out; dns.google:
-    /// HTTP 500".
+    /// On failure the text says why each endpoint gave no answer, in their order: "cloudflare-dns.com: timed
+    /// out; dns.google: HTTP 500". Throws `DNSServiceRests` when one that rests might have answered.
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
     /// The host of the endpoint that answered.
     std::string source(std::string_view name, DNSRecordType type) override;
 
+    /// How many of the endpoints rest.
+    std::size_t resting() const;
+    bool doAllRest() const { return resting() == m_options.endpoints.size(); }
+    /// Those that rest are tried with the next question.
+    void tryAgain();
+
 private:
     struct Endpoint;
+    /// That an endpoint gave no reply.
+    struct Miss {
+        std::size_t endpoint = 0;
+        std::uint64_t repliesBefore = 0;  ///< that it had given when it was asked
+        bool isSlow = false;
+        std::string why = {};
+    };
     /// An answer, a failure, or neither when the asker gave up.
     struct Outcome {
         std::optional<DNSAnswer> answer = {};
         std::optional<std::string> failure = {};
-        std::string host = {};  // that answered
+        std::string host = {};  ///< that answered
+        std::vector<Miss> misses = {};
+        bool wentWithout = false;  ///< one that rests
     };
+    struct Turn;
 
-    Once<Outcome>::Made ask(std::string_view name, DNSRecordType type, const Patience& patience);
-    Outcome askEndpoint(Endpoint& endpoint, const std::string& url, DNSRecordType type,
-                        const Patience& patience);
-    void note(Endpoint& endpoint, std::optional<std::string> failure);
-    std::vector<std::optional<std::string>> failuresOfSkipped();
+    Once<Outcome>::Made ask(std::string_view name, DNSRecordType type, const Patience& patience,
+                            const DNSAsker& asker);
+    Turn turn(const DNSAsker& asker);
+    void note(const Outcome& outcome, DNSAsker& asker);
 
     const std::shared_ptr<HTTP> m_http;
     const DoHOptions m_options;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::vector<Endpoint> m_endpoints;
     Once<Outcome> m_answers;
 };

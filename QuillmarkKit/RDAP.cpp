@@ -118,7 +118,8 @@ RDAPClient::RDAPClient(std::shared_ptr<HTTP> http, RDAPOptions options)
     : m_http(std::move(http)), m_options(std::move(options)) {}
 
 HTTPResponse RDAPClient::get(std::string url, std::size_t bodyLimit, const Patience& patience) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(patience.deadline - Patience::Clock::now());
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(patience.deadline - Patience::Clock::now());
     if (left <= left.zero()) throw HTTPError(HTTPFailure::timedOut);
     HTTPRequest request{.url = std::move(url),
                         .headers = {"Accept: application/rdap+json, application/json"},
@@ -171,7 +172,8 @@ Once<RDAPClient::Answer>::Made RDAPClient::makeAnswer(const std::string& domain,
         using For = Once<Answer>::For;
         return {{.failure = std::move(why)}, patience.end() ? For::maker : For::thoseWhoWait};
     };
-    const auto table = m_tables.get({}, patience.stop, patience.deadline, [&] { return makeTable(patience); });
+    const auto table =
+        m_tables.get({}, patience.stop, patience.deadline, [&] { return makeTable(patience); });
     if (!table || !*table) return failed("the IANA RDAP list couldn't be read");
     const auto base = (*table)->base(domain);
     if (!base) return failed(noServer(domain));
@@ -188,10 +190,9 @@ Once<RDAPClient::Answer>::Made RDAPClient::makeAnswer(const std::string& domain,
 std::optional<Date> RDAPClient::registrationDate(std::string_view domain, const Patience& patience) {
     const std::string name = unicodeLowered(domain);
     if (!mayBeAsked(name)) throw RDAPError(noServer(name));
-    const auto answer = m_answers.get(name, patience.stop, patience.deadline,
-                                      [&] { return makeAnswer(name, patience); });
-    if (!answer || (answer->failure && patience.end()))
-        throw RDAPError(patience.end().value_or("stopped"));
+    const auto answer =
+        m_answers.get(name, patience.stop, patience.deadline, [&] { return makeAnswer(name, patience); });
+    if (!answer || (answer->failure && patience.end())) throw RDAPError(patience.end().value_or("stopped"));
     if (answer->failure) throw RDAPError(*answer->failure);
     return answer->date;
 }

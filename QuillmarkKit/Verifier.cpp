@@ -27,19 +27,26 @@ constexpr std::chrono::seconds usualLookupTime{60};
 /// which DNS said that its answer was validated.
 class CheckResolver : public DNSResolver {
 public:
-    explicit CheckResolver(DNSResolver& resolver) : m_resolver(resolver) {}
+    CheckResolver(DNSResolver& resolver, Patience::Clock::duration time)
+        : m_resolver(resolver), m_time(time) {}
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
-        if (!m_deadline) m_deadline = Patience::Clock::now() + usualLookupTime;
         DNSAnswer answer =
-            m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, *m_deadline)});
+            m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, begin()), &m_asker});
         if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
         return answer;
+    }
+    /// The time begins to count, if it doesn't yet. When it ends.
+    Patience::Clock::time_point begin() {
+        if (!m_deadline) m_deadline = Patience::Clock::now() + m_time;
+        return *m_deadline;
     }
     std::set<std::string, std::less<>> takeNames() { return std::move(m_names); }
 
 private:
     DNSResolver& m_resolver;
+    const Patience::Clock::duration m_time;
     std::optional<Patience::Clock::time_point> m_deadline = {};
+    DNSAsker m_asker = {};
     std::set<std::string, std::less<>> m_names = {};
 };
 
@@ -146,11 +153,11 @@ SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSRes
 /// Asks for the registration dates of the sender's domain, which the finding tells, and of the Reply-To
 /// domains; each young one is a warning sign.
 void addDomainAge(ProofReport& report, RegistrationLookup& registry, const PublicSuffixList& suffixes,
-                  const std::stop_token& stop) {
+                  const Patience& patience) {
     for (const std::string& domain : registrationDomains(report.summary, suffixes)) {
         DomainAge::Status status;
         try {
-            const auto registered = registry.registrationDate(asciiDomain(domain).value_or(domain), {stop});
+            const auto registered = registry.registrationDate(asciiDomain(domain).value_or(domain), patience);
             if (registered) {
                 status.value = DomainAge::Status::Known{*registered};
                 if (auto sign = youngDomain(domain, *registered, report.checkedAt)) {
@@ -186,8 +193,11 @@ MessageSummary summary(const MailMessage& message) {
 }
 
 Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
-                   const PublicSuffixList& suffixes)
-    : m_resolver(std::move(resolver)), m_registry(std::move(registry)), m_suffixes(suffixes) {}
+                   const PublicSuffixList& suffixes, std::optional<std::chrono::seconds> lookupTime)
+    : m_resolver(std::move(resolver)),
+      m_registry(std::move(registry)),
+      m_suffixes(suffixes),
+      m_lookupTime(lookupTime) {}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              const std::stop_token& stop) const {
@@ -205,7 +215,9 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     const std::string from = fromDomain(report.summary);
 
     InternationalResolver asking(*m_resolver);
-    CheckResolver resolver(asking);  // before the names change, so that it knows them as the findings do
+    CheckResolver resolver(
+        asking, m_lookupTime.value_or(
+                    usualLookupTime));  // before the names change, so that it knows them as the findings do
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
@@ -218,7 +230,11 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
     report.domainAge.domain = m_suffixes.organizationalDomain(from);
-    if (m_registry) addDomainAge(report, *m_registry, m_suffixes, stop);
+    if (m_registry) {
+        Patience patience{stop};
+        if (m_lookupTime) patience.deadline = resolver.begin();
+        addDomainAge(report, *m_registry, m_suffixes, patience);
+    }
     report.verdict = verdict(from, report.dkim, report.dmarc, report.arc, m_suffixes);
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -18,9 +19,12 @@ namespace quillmark {
 class Verifier {
 public:
     /// Without a registry the domain's age is not asked for. `suffixes` must outlive the verifier.
+    /// `lookupTime`: how long the questions of one check may take, to registries as well; without it those to
+    /// DNS have a minute.
     explicit Verifier(std::shared_ptr<DNSResolver> resolver,
                       std::shared_ptr<RegistrationLookup> registry = nullptr,
-                      const PublicSuffixList& suffixes = PublicSuffixList::shared());
+                      const PublicSuffixList& suffixes = PublicSuffixList::shared(),
+                      std::optional<std::chrono::seconds> lookupTime = {});
 
     /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
@@ -35,6 +39,7 @@ private:
     std::shared_ptr<DNSResolver> m_resolver;
     std::shared_ptr<RegistrationLookup> m_registry;
     const PublicSuffixList& m_suffixes;
+    std::optional<std::chrono::seconds> m_lookupTime;
 };
 
 /// What a message says of itself.

@@ -518,6 +518,13 @@ TEST(CommandLine, asksARegistryByDefault) {
     EXPECT_EQ(age({}), unavailable("no connection"));
     EXPECT_EQ(age({"--no-domain-age"}), skipped);
     EXPECT_EQ(age({"--dns", folder.dns}), skipped);
+    // With nobody to ask, a longer run says so once, and each message has one report all the same.
+    Words many = {"check", "--json", "--no-domain-age", "--jobs", "1"};
+    many.insert(many.end(), 8, folder.mail);
+    const Ended run8 = run(many);
+    EXPECT_EQ(reports(run8.output).size(), 8u);
+    EXPECT_EQ(run8.problems.find("No DNS service answers"), run8.problems.rfind("No DNS service answers"));
+    EXPECT_NE(run8.problems.find("No DNS service answers"), std::string::npos);
     unsetenv("https_proxy");
     unsetenv("XDG_CACHE_HOME");
 }

@@ -41,7 +41,8 @@ public:
     explicit GatedResolver(std::shared_ptr<DNSResolver> resolver) : m_resolver(std::move(resolver)) {}
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
         std::unique_lock lock(m_mutex);
-        if (!m_changed.wait(lock, patience.stop, [this] { return m_isOpen; })) throw DNSLookupError("stopped");
+        if (!m_changed.wait(lock, patience.stop, [this] { return m_isOpen; }))
+            throw DNSLookupError("stopped");
         if (isOffline) throw DNSLookupError("no resolver answered");
         return m_resolver->lookup(name, type, patience);
     }

@@ -61,7 +61,8 @@ TEST(DoHReply, parse) {
         {R"({"Status":0,"Answer":[{"type":15,"data":"\"10\""}]})", mx, "\"10\"\n"},  // unquoted for TXT alone
         {R"({"Status":3,"AD":"true","TC":"no","Question":0,"Answer":null,"Comment":{"x":[]}})", txt,
          "no such domain"},
-        {R"({"Status":0,"AD":[1],"Answer":[{"name":1,"TTL":"x","type":1,"data":"192.0.2.1"}]})", a, "192.0.2.1\n"},
+        {R"({"Status":0,"AD":[1],"Answer":[{"name":1,"TTL":"x","type":1,"data":"192.0.2.1"}]})", a,
+         "192.0.2.1\n"},
         {nested(50), txt, "no such domain"},
         {withData(65'535), a, std::string(65'535, 'a') + "\n"},
     };

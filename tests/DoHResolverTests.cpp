@@ -98,47 +98,115 @@ TEST(DoHResolver, remembersAnswersAndNoFailures) {
     EXPECT_THROW(resolver.lookup("example.org", mx, {}), DNSLookupError);
 }
 
-TEST(DoHResolver, leavesAFailingServiceAloneForAMinute) {
+TEST(DoHResolver, restsAServiceThatGivesTwoMessagesNoReply) {
     Clock::time_point now{};
-    bool isFirstDown = true, isSecondDown = false;
-    int status = 200;
+    std::string down = "1";
+    int status = 200, serial = 0;
+    HTTPFailure failure = HTTPFailure::timedOut;
     const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
-        if (isFirst(request) && isFirstDown) throw HTTPError(HTTPFailure::timedOut);
-        if (!isFirst(request) && isSecondDown) throw HTTPError(HTTPFailure::noConnection);
+        if (down.find(isFirst(request) ? '1' : '2') != std::string::npos) throw HTTPError(failure);
         return HTTPResponse{status, goodBody};
     });
     DoHResolver resolver(http, {.clock = [&] { return now; }});
-    int serial = 0;
-    const auto ask = [&] {
-        const std::string found = outcome(resolver, "a" + std::to_string(++serial) + ".example");
+    DNSAsker message;
+    // Who is asked, and what comes of it. Without an asker each question is another message's.
+    const auto ask = [&](DNSAsker* asker = nullptr) {
+        const std::string found =
+            outcome(resolver, "a" + std::to_string(++serial) + ".example", {.asker = asker});
         std::string asked;
-        for (const auto& url : http->takeURLs())
+        for (const auto& url : http->takeURLs()) 
             asked += url.find("cloudflare") != std::string::npos ? "1" : "2";
         return asked + " " + found;
     };
-    const std::string bothDown = " cloudflare-dns.com: timed out; dns.google: no connection";
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(ask(), "12 yes");
+    const std::string bothDown = " cloudflare-dns.com: timed out; dns.google: timed out";
+    // One message asks it once, and cannot make it rest.
+    EXPECT_EQ(ask(&message), "12 yes");
+    EXPECT_EQ(ask(&message), "2 yes");
+    down = "";
+    EXPECT_EQ(ask(), "1 yes");  // a reply between two failures
+    down = "1";
+    EXPECT_EQ(ask(), "12 yes");
+    EXPECT_EQ(ask(), "12 yes");
     EXPECT_EQ(ask(), "2 yes");
-    now += 59s;
-    // What is skipped still stands in the failure text.
+    EXPECT_EQ(resolver.resting(), 1u);
+    // Who rests still stands in the failure text.
+    now += 4999ms;
     status = 500;
     EXPECT_EQ(ask(), "2 cloudflare-dns.com: timed out; dns.google: HTTP 500");
+    EXPECT_THROW(resolver.lookup("rests.example", txt), DNSServiceRests);
+    http->takeURLs();
     status = 200;
-    now += 1s;
-    EXPECT_EQ(ask(), "12 yes");  // tried again, and again in vain: another minute
+    now += 1ms;
+    EXPECT_EQ(ask(), "12 yes");  // tried in vain
     EXPECT_EQ(ask(), "2 yes");
-    isSecondDown = true;
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(ask(), "2" + bothDown);
-    EXPECT_EQ(ask(), "12" + bothDown);  // with both to be skipped, both are asked
-    isFirstDown = false;
+    down = "12";
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(ask(), "2" + bothDown);
+    EXPECT_TRUE(resolver.doAllRest());
+    EXPECT_EQ(ask(), bothDown);
+    now += 5s;
+    EXPECT_EQ(ask(), "12" + bothDown);
+    EXPECT_EQ(ask(), bothDown);
+    resolver.tryAgain();
+    down = "2";
     EXPECT_EQ(ask(), "1 yes");
-    EXPECT_EQ(ask(), "1 yes");  // an answer ends its time-out
-    // Whatever a service answers shows that it is there.
-    status = 500;
-    isSecondDown = false;
-    now += 60s;
-    for (int i = 0; i < 5; ++i) ask();
-    EXPECT_EQ(ask(), "12 cloudflare-dns.com: HTTP 500; dns.google: HTTP 500");
+    EXPECT_EQ(ask(), "1 yes");
+    // What fails at once may be asked again for the same message. Whatever a service replies shows that it
+    // is there.
+    down = "1";
+    failure = HTTPFailure::noConnection;
+    DNSAsker other;
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(ask(&other).starts_with("12 "));
+    failure = HTTPFailure::answerTooLarge;
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(ask().starts_with("12 "));
+    EXPECT_EQ(resolver.resting(), 0u);
+}
+
+TEST(DoHResolver, asksTheSecondServiceWhenTheFirstTakesLong) {
+    TestServer hanging([](const std::string&) { return Reply{.fault = Reply::Fault::hangBeforeHead}; });
+    int slowStatus = 200;
+    TestServer answering([](const std::string& target) {
+        return Reply{.body = target.find("odd") != std::string::npos ? R"({"Status":2})" : goodBody};
+    });
+    const auto services = [](const TestServer& first, const TestServer& second) {
+        DoHOptions options = twoServices(first.port(), second.port());
+        options.headStart = 20ms;
+        return options;
+    };
+    {
+        DoHResolver resolver(engine(), services(hanging, answering));
+        DNSAsker message;
+        EXPECT_EQ(outcome(resolver, "a.example", {.asker = &message}), "yes");
+        EXPECT_EQ(resolver.source("a.example", txt), "second.localhost");
+        EXPECT_EQ(outcome(resolver, "b.example", {.asker = &message}), "yes");
+        EXPECT_LE(hanging.requests().size(), 1u);
+    }
+    // The first that was overtaken may still be the one that answers, and its failure comes first.
+    const TestServer* second = &hanging;
+    std::size_t awaited = hanging.requests().size() + 1;
+    TestServer slow([&](const std::string&) {
+        second->waitForRequests(awaited);
+        return Reply{.status = slowStatus, .body = goodBody};
+    });
+    DoHResolver first(engine(), services(slow, hanging));
+    EXPECT_EQ(outcome(first, "a.example"), "yes");
+    EXPECT_EQ(first.source("a.example", txt), "first.localhost");
+    slowStatus = 500;
+    second = &answering;
+    awaited = answering.requests().size() + 1;
+    DoHResolver neither(engine(), services(slow, answering));
+    EXPECT_EQ(outcome(neither, "odd.example"), "first.localhost: HTTP 500; second.localhost: SERVFAIL");
+    // One that times out beside another that does: both are told of, and neither is asked for this message
+    // again.
+    DoHOptions options = services(hanging, hanging);
+    options.timeOut = 100ms;
+    DoHResolver none(engine(), options);
+    DNSAsker message;
+    const auto count = hanging.requests().size();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(outcome(none, "c.example", {.asker = &message}),
+                  "first.localhost: timed out; second.localhost: timed out");
+    }
+    EXPECT_LE(hanging.requests().size(), count + 2);
 }
 
 TEST(DoHResolver, goesOnWithTheFirstServiceDown) {
@@ -147,7 +215,7 @@ TEST(DoHResolver, goesOnWithTheFirstServiceDown) {
     TestServer up([](const std::string&) { return Reply{.body = goodBody}; });
     DoHResolver resolver(engine(), twoServices(down.port(), up.port()));
     for (int i = 0; i < 50; ++i) EXPECT_EQ(outcome(resolver, "a" + std::to_string(i) + ".example"), "yes");
-    EXPECT_EQ(down.connections(), 3u);
+    EXPECT_EQ(down.connections(), 2u);  // of two messages
     EXPECT_EQ(up.requests().size(), 50u);
 }
 
@@ -228,7 +296,7 @@ TEST(DoHResolver, aWaiterTakesThePlaceOfOneWhoIsStopped) {
     gate.open();
     waiter.join();
     EXPECT_EQ(http->takeURLs().size(), 2u);
-    // Three of them would make a service skipped; a stop is no failure of it.
+    // A stop is no failure of the service.
     EXPECT_EQ(outcome(resolver, "other.example", {first.get_token()}), "stopped");
 }
 
@@ -240,7 +308,8 @@ TEST(DoHResolver, oneCheckHasAMinute) {
     const auto network = std::make_shared<DoHResolver>(engine(), twoServices(server.port(), server.port()));
     const Patience check{.deadline = Clock::now() + 300ms}, other{.deadline = Clock::now() + 700ms};
     EXPECT_EQ(outcome(*network, "fast.example", check), "yes");
-    std::thread second([&] { EXPECT_EQ(outcome(*network, "slow.example", other), "the check took too long"); });
+    std::thread second(
+        [&] { EXPECT_EQ(outcome(*network, "slow.example", other), "the check took too long"); });
     EXPECT_EQ(outcome(*network, "slow.example", check), "the check took too long");  // in the middle of it
     EXPECT_LT(Clock::now(), other.deadline);
     const auto count = server.requests().size();

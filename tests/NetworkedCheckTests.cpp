@@ -171,6 +171,11 @@ TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
         EXPECT_EQ(report.dmarc.status, DMARCFinding::Status::lookupFailed);
         EXPECT_EQ(report.spf.status.value,
                   decltype(report.spf.status.value)(SPFFinding::Status::Judged{SPFResult::temperror}));
+        // A message waits for a service that hangs once.
+        const auto urls = http->takeURLs();
+        const auto times =
+            std::ranges::count_if(urls, [](const auto& url) { return url.find("/dns-query?") != std::string::npos; });
+        EXPECT_EQ(times, first.failure == HTTPFailure::timedOut ? 1 : 3);
         // A registry's 200 without a date says that it publishes none.
         using Age = DomainAge::Status;
         const std::string why = first.failure ? first.text : "the registry answered " + first.text;

@@ -16,6 +16,7 @@
 #include <initializer_list>
 #include <new>
 #include <optional>
+#include <ranges>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -164,8 +165,33 @@ bool isLoopback(std::string_view address) { return address.starts_with("127.") |
 HTTPError::HTTPError(HTTPFailure failure)
     : std::runtime_error(failureTexts[static_cast<std::size_t>(failure)]), m_failure(failure) {}
 
+std::size_t HTTP::race(const HTTPRace& race, std::stop_token stop) {
+    for (std::size_t i = 0; i < race.requests.size(); ++i) {
+        HTTPRequest request = race.requests[i];
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(race.deadline - std::chrono::steady_clock::now());
+        if (stop.stop_requested() || left <= left.zero()) return i;
+        request.timeOut = std::min(request.timeOut, left);
+        HTTPOutcome outcome;
+        try {
+            outcome = get(request, stop);
+        } catch (const HTTPError& error) {
+            if (error.failure() == HTTPFailure::stopped) return i + 1;
+            outcome = error.failure();
+        }
+        if (race.take(i, std::move(outcome))) return i + 1;
+    }
+    return race.requests.size();
+}
+
+/// Where somebody waits for the end of transfers.
+struct HTTPEngine::Finish {
+    std::mutex mutex = {};
+    std::condition_variable_any changed = {};
+};
+
 /// One GET. The caller fills in the first block; the loop's thread owns the second until `isDone`, which the
-/// loop's lock guards.
+/// lock of `finish` guards.
 struct HTTPEngine::Transfer {
     std::string url = {};
     std::vector<std::string> headers = {};
@@ -174,6 +200,7 @@ struct HTTPEngine::Transfer {
     Protocol expected = Protocol::unknown;
     std::function<void(Protocol)> learn = {};
     Clock::time_point deadline = {};
+    std::shared_ptr<Finish> finish = {};
 
     HTTPResponse response = {};
     std::string redirect = {};
@@ -184,7 +211,13 @@ struct HTTPEngine::Transfer {
     CURLcode result = CURLE_OK;
 
     bool isDone = false;
-    std::condition_variable_any finished = {};
+
+    /// How it ended; it must be done.
+    HTTPOutcome outcome() {
+        if (isTooLarge) return HTTPFailure::answerTooLarge;
+        if (result != CURLE_OK) return failureOf(result);
+        return std::move(response);
+    }
 
     static std::size_t takeHead(const char* bytes, std::size_t, std::size_t size, void* self) {
         auto& transfer = *static_cast<Transfer*>(self);
@@ -222,8 +255,11 @@ public:
         : m_options(options), m_connectionsPerHost(connectionsPerHost) {}
     ~Loop();
 
-    /// Hands a transfer to the thread and waits for its end, its deadline or the stop.
-    void run(const std::shared_ptr<Transfer>& transfer, const std::stop_token& stop);
+    /// Hands a transfer to the thread. Nobody but the caller knows its deadline: libcurl does not time a
+    /// transfer that waits for a connection.
+    void hand(std::shared_ptr<Transfer> transfer);
+    /// Nobody waits for it any more.
+    void giveUp(std::shared_ptr<Transfer> transfer);
 
 private:
     void start();
@@ -289,17 +325,17 @@ void HTTPEngine::Loop::wake() {
     [[maybe_unused]] const auto written = ::write(m_wake, &one, sizeof one);
 }
 
-void HTTPEngine::Loop::run(const std::shared_ptr<Transfer>& transfer, const std::stop_token& stop) {
-    std::unique_lock lock(m_mutex);
+void HTTPEngine::Loop::hand(std::shared_ptr<Transfer> transfer) {
+    const std::lock_guard lock(m_mutex);
     if (!m_thread.joinable()) start();
     if (m_arrived.empty()) wake();  // else it is about to look
-    m_arrived.push_back(transfer);
-    const auto isDone = [&] { return transfer->isDone; };
-    // The deadline is kept here: libcurl does not time a transfer that waits for a connection.
-    if (transfer->finished.wait_until(lock, stop, transfer->deadline, isDone)) return;
+    m_arrived.push_back(std::move(transfer));
+}
+
+void HTTPEngine::Loop::giveUp(std::shared_ptr<Transfer> transfer) {
+    const std::lock_guard lock(m_mutex);
     if (m_abandoned.empty()) wake();
-    m_abandoned.push_back(transfer);
-    throw HTTPError(stop.stop_requested() ? HTTPFailure::stopped : HTTPFailure::timedOut);
+    m_abandoned.push_back(std::move(transfer));
 }
 
 void HTTPEngine::Loop::work() {
@@ -438,10 +474,10 @@ void HTTPEngine::Loop::end(Transfer& transfer, CURLcode result) {
     const auto held = m_running.at(&transfer);
     remove(transfer);
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(transfer.finish->mutex);
         transfer.isDone = true;
     }
-    transfer.finished.notify_one();
+    transfer.finish->changed.notify_one();
 }
 
 void HTTPEngine::Loop::remove(Transfer& transfer) {
@@ -465,6 +501,57 @@ HTTPOptions HTTPOptions::ofEnvironment() {
     return options;
 }
 
+/// A transfer from when it is handed in until its end, or until nobody waits for it any more.
+class HTTPEngine::Running {
+public:
+    Running(HTTPEngine& engine, std::string host, std::shared_ptr<Transfer> transfer,
+            const std::stop_token& stop);
+    ~Running();
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+private:
+    HTTPEngine& m_engine;
+    const std::string m_host;
+    const std::shared_ptr<Transfer> m_transfer;
+    bool m_isFirst = false;  // to this host: its protocol is learnt
+    Loop* m_loop = nullptr;
+};
+
+HTTPEngine::Running::Running(HTTPEngine& engine, std::string host, std::shared_ptr<Transfer> transfer,
+                             const std::stop_token& stop)
+    : m_engine(engine), m_host(std::move(host)), m_transfer(std::move(transfer)) {
+    m_transfer->learn = [&engine, name = m_host](Protocol protocol) { engine.learn(name, protocol); };
+    std::unique_lock lock(engine.m_mutex);
+    auto& hosts = engine.m_hosts;
+    if (hosts.size() > hostsRemembered) hosts.clear();
+    if (const Host known = hosts[m_host]; known.protocol == Protocol::beingLearnt) {
+        engine.m_learnt.wait_until(lock, stop, std::min(known.learningUntil, m_transfer->deadline),
+                                   [&] { return hosts[m_host].protocol != Protocol::beingLearnt; });
+    }
+    Host& known = hosts[m_host];
+    m_isFirst = known.protocol == Protocol::unknown;
+    m_transfer->expected = known.protocol;
+    if (m_isFirst) known = {Protocol::beingLearnt, Clock::now() + learningTime};
+    m_loop = known.protocol == Protocol::http1 ? engine.m_http1.get() : engine.m_http2.get();
+    lock.unlock();
+    try {
+        m_loop->hand(m_transfer);
+    } catch (...) {
+        if (m_isFirst) engine.learn(m_host, Protocol::unknown);
+        throw;
+    }
+}
+
+HTTPEngine::Running::~Running() {
+    std::unique_lock lock(m_transfer->finish->mutex);
+    const bool isDone = m_transfer->isDone;
+    lock.unlock();
+    if (!isDone) m_loop->giveUp(m_transfer);
+    const bool isLearnt = isDone && m_transfer->result == CURLE_OK;
+    if (m_isFirst && !isLearnt) m_engine.learn(m_host, Protocol::unknown);
+}
+
 HTTPEngine::HTTPEngine(HTTPOptions options)
     : m_options(std::move(options)),
       m_http2(std::make_unique<Loop>(m_options, connectionsOverHTTP2)),
@@ -486,18 +573,76 @@ HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
         transfer->headers = request.headers;
         transfer->bodyLimit = request.bodyLimit;
         transfer->deadline = deadline;
+        transfer->finish = std::make_shared<Finish>();
         if (redirecting && m_options.proxy.empty()) transfer->mayReach = checkOf(request.redirects);
-        run(target->host, transfer, stop);
+        {
+            const Running running(*this, target->host, transfer, stop);
+            std::unique_lock lock(transfer->finish->mutex);
+            if (!transfer->finish->changed.wait_until(lock, stop, deadline, [&] { return transfer->isDone; }))
+                throw HTTPError(stop.stop_requested() ? HTTPFailure::stopped : HTTPFailure::timedOut);
+        }
         // A redirect that must not be followed is the answer.
         if (transfer->isRefused) return std::move(*redirecting);
-        if (transfer->isTooLarge) throw HTTPError(HTTPFailure::answerTooLarge);
-        if (transfer->result != CURLE_OK) throw HTTPError(failureOf(transfer->result));
-        if (transfer->redirect.empty() || left <= 0) return std::move(transfer->response);
+        auto outcome = transfer->outcome();
+        if (const auto* failure = std::get_if<HTTPFailure>(&outcome)) throw HTTPError(*failure);
+        auto& response = std::get<HTTPResponse>(outcome);
+        if (transfer->redirect.empty() || left <= 0) return std::move(response);
         target = targetOf(transfer->redirect);
-        if (!target || !target->isPlainHTTPS || target->isLiteral) return std::move(transfer->response);
+        if (!target || !target->isPlainHTTPS || target->isLiteral) return std::move(response);
         url = std::move(transfer->redirect);
-        redirecting = std::move(transfer->response);
+        redirecting = std::move(response);
     }
+}
+
+std::size_t HTTPEngine::race(const HTTPRace& race, std::stop_token stop) {
+    struct Runner {
+        std::shared_ptr<Transfer> transfer = std::make_shared<Transfer>();
+        std::unique_ptr<Running> running = {};  // until it ended
+    };
+    const auto finish = std::make_shared<Finish>();
+    std::vector<Runner> runners;  // that have begun
+    const auto isOpen = [](const Runner& runner) { return runner.running != nullptr; };
+    auto next = Clock::now();
+    while (!stop.stop_requested() && Clock::now() < race.deadline) {
+        const bool isAnyOpen = std::ranges::any_of(runners, isOpen),
+                   isAnyLeft = runners.size() < race.requests.size();
+        if (!isAnyOpen && !isAnyLeft) break;
+        if (isAnyLeft && (!isAnyOpen || Clock::now() >= next)) {
+            const HTTPRequest& request = race.requests[runners.size()];
+            next = Clock::now() + race.headStart;
+            Runner& runner = runners.emplace_back();
+            Transfer& transfer = *runner.transfer;
+            transfer.url = request.url;
+            transfer.headers = request.headers;
+            transfer.bodyLimit = request.bodyLimit;
+            transfer.deadline = std::min(Clock::now() + request.timeOut, race.deadline);
+            transfer.finish = finish;
+            const auto target = curl().isReady ? targetOf(request.url) : std::nullopt;
+            if (target && target->isPlainHTTPS) {
+                runner.running = std::make_unique<Running>(*this, target->host, runner.transfer, stop);
+            } else if (race.take(runners.size() - 1, HTTPFailure::transferFailed)) {
+                break;
+            }
+            continue;
+        }
+        auto until = isAnyLeft ? std::min(next, race.deadline) : race.deadline;
+        for (const Runner& runner : runners | std::views::filter(isOpen))
+            until = std::min(until, runner.transfer->deadline);
+        const auto hasEnded = [&](const Runner& runner) {
+            return runner.running && (runner.transfer->isDone || Clock::now() >= runner.transfer->deadline);
+        };
+        std::unique_lock lock(finish->mutex);
+        finish->changed.wait_until(lock, stop, until, [&] { return std::ranges::any_of(runners, hasEnded); });
+        const auto ended = std::ranges::find_if(runners, hasEnded);
+        if (ended == runners.end()) continue;
+        const bool isDone = ended->transfer->isDone;
+        lock.unlock();
+        if (!isDone && Clock::now() >= race.deadline) break;  // it was cut off
+        ended->running.reset();
+        const auto which = static_cast<std::size_t>(ended - runners.begin());
+        if (race.take(which, isDone ? ended->transfer->outcome() : HTTPOutcome(HTTPFailure::timedOut))) break;
+    }
+    return runners.size();
 }
 
 std::function<bool(std::string_view)> HTTPEngine::checkOf(const HTTPRedirects& redirects) const {
@@ -505,31 +650,6 @@ std::function<bool(std::string_view)> HTTPEngine::checkOf(const HTTPRedirects& r
     return [mayReach = redirects.mayReach](std::string_view address) {
         return isLoopback(address) || mayReach(address);
     };
-}
-
-void HTTPEngine::run(const std::string& host, const std::shared_ptr<Transfer>& transfer,
-                     std::stop_token stop) {
-    transfer->learn = [this, host](Protocol protocol) { learn(host, protocol); };
-    std::unique_lock lock(m_mutex);
-    if (m_hosts.size() > hostsRemembered) m_hosts.clear();
-    if (const Host known = m_hosts[host]; known.protocol == Protocol::beingLearnt) {
-        m_learnt.wait_until(lock, stop, std::min(known.learningUntil, transfer->deadline),
-                            [&] { return m_hosts[host].protocol != Protocol::beingLearnt; });
-    }
-    Host& known = m_hosts[host];
-    const bool isFirst = known.protocol == Protocol::unknown;
-    transfer->expected = known.protocol;
-    if (isFirst) known = {Protocol::beingLearnt, Clock::now() + learningTime};
-    Loop& loop = known.protocol == Protocol::http1 ? *m_http1 : *m_http2;
-    lock.unlock();
-
-    try {
-        loop.run(transfer, std::move(stop));
-    } catch (...) {
-        if (isFirst) learn(host, Protocol::unknown);
-        throw;
-    }
-    if (isFirst && transfer->result != CURLE_OK) learn(host, Protocol::unknown);
 }
 
 void HTTPEngine::learn(const std::string& host, Protocol protocol) {

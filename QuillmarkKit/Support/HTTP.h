@@ -11,6 +11,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 /// HTTPS GET and nothing else. The one file that includes libcurl is `HTTP.cpp`.
@@ -61,6 +62,19 @@ private:
     HTTPFailure m_failure;
 };
 
+/// How a request ended.
+using HTTPOutcome = std::variant<HTTPResponse, HTTPFailure>;
+
+/// Requests of which the answer of one will do. None follows a redirect.
+struct HTTPRace {
+    std::vector<HTTPRequest> requests = {};
+    /// How long each is held back while the one before it is still under way.
+    std::chrono::milliseconds headStart{0};
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+    /// Told on the caller's thread how each of them ended. True: that will do.
+    std::function<bool(std::size_t which, HTTPOutcome outcome)> take = {};
+};
+
 class HTTP {
 public:
     HTTP() = default;
@@ -71,6 +85,11 @@ public:
     /// Blocks until the whole answer is there, whatever its status. Throws `HTTPError`; soon after `stop` is
     /// requested, too. Safe from many threads at once.
     virtual HTTPResponse get(const HTTPRequest& request, std::stop_token stop) = 0;
+
+    /// Blocks until one of the answers will do, all have ended, or the stop or the deadline comes. What is
+    /// then still under way is given up. How many were begun. This one doesn't begin one before the last has
+    /// ended.
+    virtual std::size_t race(const HTTPRace& race, std::stop_token stop);
 };
 
 struct HTTPOptions {
@@ -95,9 +114,12 @@ public:
     ~HTTPEngine() override;
 
     HTTPResponse get(const HTTPRequest& request, std::stop_token stop) override;
+    std::size_t race(const HTTPRace& race, std::stop_token stop) override;
 
 private:
     class Loop;
+    class Running;
+    struct Finish;
     struct Transfer;
     using Clock = std::chrono::steady_clock;
     enum class Protocol { unknown, beingLearnt, http2, http1 };
@@ -106,7 +128,6 @@ private:
         Clock::time_point learningUntil = {};
     };
 
-    void run(const std::string& host, const std::shared_ptr<Transfer>& transfer, std::stop_token stop);
     void learn(const std::string& host, Protocol protocol);
     std::function<bool(std::string_view)> checkOf(const HTTPRedirects& redirects) const;
 
