@@ -53,6 +53,8 @@ constexpr std::string_view patterns[] = {
     toTranslate("timed out"),
     toTranslate("no connection"),
     toTranslate("name not found"),
+    toTranslate("proxy not found"),
+    toTranslate("proxy refused"),
     toTranslate("certificate not trusted"),
     toTranslate("connection lost"),
     toTranslate("answer too large"),

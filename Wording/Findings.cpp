@@ -101,8 +101,7 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
         case SPFResult::temperror:
             break;
     }
-    return reader.translate("%1’s SPF record couldn’t be asked for: %2. Check again when you are online.",
-                            {domain, detail});
+    return reader.translate("%1’s SPF record couldn’t be asked for.", {domain});
 }
 
 std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader) {
@@ -196,8 +195,7 @@ std::string sentence(const DMARCFinding& finding, const Reader& reader) {
             }
             return reader.translate("%1 publishes no policy for mail that fails these checks.", {domain});
         case DMARCFinding::Status::lookupFailed:
-            return reader.translate("%1’s policy couldn’t be asked for. Check again when you are online.",
-                                    {domain});
+            return reader.translate("%1’s policy couldn’t be asked for.", {domain});
         case DMARCFinding::Status::noFromDomain:
             break;
     }
@@ -278,9 +276,7 @@ std::string sentence(const ARCFinding& finding, const Reader& reader) {
     if (const auto* fail = std::get_if<ARCFinding::Status::Fail>(&finding.status.value)) {
         return failSentence(fail->reason, detailText(finding.detail, reader), reader);
     }
-    return reader.translate(
-        "A forwarder’s key couldn’t be asked for, so the chain can’t be judged. Check again when you are "
-        "online.");
+    return reader.translate("A forwarder’s key couldn’t be asked for, so the chain can’t be judged.");
 }
 
 namespace {

@@ -134,8 +134,7 @@ std::string sentence(const DKIMResult& result, const Reader& reader) {
                 "The signature fits, but the key is so short (%n bits) that others could have made it.",
                 result.keyBits.value_or(0));
         case Status::lookupFailed:
-            return reader.translate("The key couldn’t be asked for: %1. Check again when you are online.",
-                                    {detail});
+            return reader.translate("The key couldn’t be asked for.");
         case Status::unsupportedAlgorithm:
             return reader.translate("The signature uses a method that Quillmark doesn’t know (%1).",
                                     {quotedWord(result.algorithm)});

@@ -8,6 +8,7 @@
 
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Details.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -154,15 +155,32 @@ void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader
                                    {domain, selector, algorithm, said, std::to_string(*signature.keyBits)})
                 : reader.translate("%1 (s=%2, %3): %4", {domain, selector, algorithm, said});
         lines.add(Remark{tone(signature), line});
+        if (signature.status == DKIMResult::Status::lookupFailed)
+            lines.note(Remark{{}, detailText(signature.detail, reader)});
         for (const Remark& remark : remarks(signature, report.checkedAt, reader)) lines.note(remark);
     }
     addNotes(lines, report, NoteSection::signatures, reader);
 }
 
+/// What came of asking, when there was no answer.
+std::string lookupDetail(const SPFFinding& finding) {
+    const auto* judged = std::get_if<SPFFinding::Status::Judged>(&finding.status.value);
+    return judged && judged->result == SPFResult::temperror ? finding.detail.value_or("") : std::string();
+}
+
+std::string lookupDetail(const ARCFinding& finding) {
+    if (!std::holds_alternative<ARCFinding::Status::Unknown>(finding.status.value)) return {};
+    const auto status = [](const ARCFinding::Hop& hop) { return hop.messageSignature.status; };
+    const auto hop = std::ranges::find(finding.hops, DKIMResult::Status::lookupFailed, status);
+    return hop != finding.hops.end() ? hop->messageSignature.detail : std::string();
+}
+
 template <typename Finding>
-void addFinding(Lines& lines, std::string_view heading, const Finding& finding, const Reader& reader) {
+void addFinding(Lines& lines, std::string_view heading, const Finding& finding, const Reader& reader,
+                const std::string& lookupDetail = {}) {
     lines.section(heading);
     lines.add(Remark{tone(finding), sentence(finding, reader)});
+    if (!lookupDetail.empty()) lines.note(Remark{{}, detailText(lookupDetail, reader)});
     for (const Remark& remark : remarks(finding, reader)) lines.note(remark);
 }
 
@@ -180,11 +198,11 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, reader);
-    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader);
+    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader, lookupDetail(report.spf));
     addNotes(lines, report, NoteSection::sendingServer, reader);
     addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
     addNotes(lines, report, NoteSection::policy, reader);
-    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader);
+    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader, lookupDetail(report.arc));
     addNotes(lines, report, NoteSection::chain, reader);
     lines.section(toTranslate("Your mail server said"));
     bool isFirst = true;

@@ -7,6 +7,7 @@
 #include "QuillmarkKit/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/FailedLookups.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -122,9 +123,9 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 {domain});
         case VerdictKind::couldNotCheck:
             return reader.translate(
-                "The key of %1 couldn’t be asked for, so nothing is known yet, good or bad. Check again when "
-                "you are online.",
-                {domain});
+                       "The key of %1 couldn’t be asked for, so nothing is known yet, good or bad.",
+                       {domain}) +
+                   " " + likelyCause(report, reader);
         case VerdictKind::allowedServerOnly:
             return reader.translate(
                 "No usable signature was found. The server is one that %1 allows, as far as the message’s "
@@ -228,26 +229,6 @@ void addLines(std::vector<Remark>& remarks, const std::vector<const DKIMResult*>
     addCoverageRemarks(remarks, *deciding.front(), uncovered, reader);
 }
 
-/// Lookups that failed, by which the verdict may be worse than it would be.
-void addFailedLookups(std::vector<Remark>& remarks, const ProofReport& report, const Reader& reader) {
-    const VerdictKind kind = report.verdict.kind;
-    const bool isGood = kind == VerdictKind::verified || kind == VerdictKind::verifiedHeadersOnly;
-    const auto failed = std::ranges::find(report.dkim, DKIMResult::Status::lookupFailed, &DKIMResult::status);
-    if (failed != report.dkim.end() && !isGood && kind != VerdictKind::couldNotCheck) {
-        remarks.push_back(
-            {Tone::unknown, reader.translate("The key of a signature by %1 couldn’t be asked for. Check "
-                                             "again when you are online; more may be proven then.",
-                                             {quotedDomain(failed->domain)})});
-    }
-    const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
-    if (spf && spf->result == SPFResult::temperror && !isGood) {
-        remarks.push_back({Tone::unknown, sentence(report.spf, reader)});
-    }
-    if (report.dmarc.status == DMARCFinding::Status::lookupFailed) {
-        remarks.push_back({Tone::unknown, sentence(report.dmarc, reader)});
-    }
-}
-
 /// Takes a label and the number behind it off the end of a name, and the comma before them: the number, or
 /// nothing.
 std::string_view takeNumber(std::string_view& name, std::string_view label, std::string_view digits) {
@@ -276,7 +257,7 @@ std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& read
         addBody(remarks, deciding, report.verdict, reader);
         addLines(remarks, deciding, report, reader);
     }
-    addFailedLookups(remarks, report, reader);
+    if (auto failed = failedLookups(report, reader)) remarks.push_back(std::move(*failed));
     if (!report.flags.empty()) {
         remarks.push_back(
             {Tone::caution, reader.translateCount("There is a warning sign; read it below.",

@@ -114,7 +114,10 @@ TEST(HTTP, usesAProxyOnlyWhenGiven) {
     EXPECT_EQ(outcome(direct, {.url = server.url()}), "200");
     options.proxy = nobody;
     HTTPEngine proxied(options);
-    EXPECT_EQ(outcome(proxied, {.url = server.url()}), "no connection");
+    EXPECT_EQ(outcome(proxied, {.url = server.url()}), "proxy not found");
+    options.proxy = "http://a.onion:1";
+    HTTPEngine lost(options);
+    EXPECT_EQ(outcome(lost, {.url = server.url()}), "proxy not found");
     options.noProxy = "localhost";
     HTTPEngine excepted(options);
     EXPECT_EQ(outcome(excepted, {.url = server.url()}), "200");

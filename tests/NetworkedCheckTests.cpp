@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 
@@ -173,8 +174,8 @@ TEST(NetworkedCheck, everyPairOfFaultsGivesACompleteReport) {
                   decltype(report.spf.status.value)(SPFFinding::Status::Judged{SPFResult::temperror}));
         // A message waits for a service that hangs once.
         const auto urls = http->takeURLs();
-        const auto times =
-            std::ranges::count_if(urls, [](const auto& url) { return url.find("/dns-query?") != std::string::npos; });
+        const auto times = std::ranges::count_if(
+            urls, [](const auto& url) { return url.find("/dns-query?") != std::string::npos; });
         EXPECT_EQ(times, first.failure == HTTPFailure::timedOut ? 1 : 3);
         // A registry's 200 without a date says that it publishes none.
         using Age = DomainAge::Status;

@@ -29,7 +29,8 @@ std::shared_ptr<HTTP> network(const std::string& keyRecord) {
     const auto flaky = std::make_shared<std::atomic<int>>(0);
     return std::make_shared<ScriptedHTTP>([=](const HTTPRequest& request, std::stop_token) -> HTTPResponse {
         const auto has = [&](const char* part) { return request.url.find(part) != std::string::npos; };
-        if (has("name=slow")) throw HTTPError(HTTPFailure::timedOut);
+        if (has("name=slow"))
+            throw HTTPError(HTTPFailure::answerTooLarge);  // a service may rest after others
         if (has("name=servfail")) return {200, R"({"Status":2})"};
         if (has("name=odd")) return {200, "{"};
         if (has("name=gone")) return {200, R"({"Status":3})"};

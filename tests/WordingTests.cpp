@@ -88,7 +88,11 @@ TEST(Wording, besideHeadline) {
                           .bodyChecked = true,
                           .unsignedImportant = {"Subject", "Cc"}};
     const DKIMResult headers{.status = Status::pass, .domain = "d.example"};
-    const DKIMResult unasked{.status = Status::lookupFailed, .domain = "s.example"};
+    const DKIMResult unasked{.status = Status::lookupFailed,
+                             .detail = "a.example: name not found; b.example: no connection",
+                             .domain = "s.example"};
+    DKIMResult silent = unasked;
+    silent.detail = "a.example: timed out; b.example: no connection";
     const Remark organization{{}, "a.d.example is a part of d.example."};
     const Remark unsignedRest{Tone::caution,
                               "The signature covers the body only up to byte 1 (25%). The 3 bytes after it "
@@ -105,10 +109,18 @@ TEST(Wording, besideHeadline) {
         {{.dkim = {headers, unasked}, .verdict = other},
          {{Tone::caution, "The body wasn’t there to check."},
           {Tone::unknown,
-           "The key of a signature by s.example couldn’t be asked for. Check again when you "
-           "are online; more may be proven then."}}},
+           "The key of a signature by s.example couldn’t be asked for. There seems to be no network. Check "
+           "again when you are online."}}},
         {{.dmarc = {.status = DMARCFinding::Status::lookupFailed, .fromDomain = "s.example"}},
-         {{Tone::unknown, "s.example’s policy couldn’t be asked for. Check again when you are online."}}},
+         {{Tone::unknown, "s.example’s policy couldn’t be asked for. Check again later."}}},
+        {{.dkim = {headers, silent},
+          .dmarc = {.status = DMARCFinding::Status::lookupFailed, .fromDomain = "s.example"},
+          .verdict = other},
+         {{Tone::caution, "The body wasn’t there to check."},
+          {Tone::unknown,
+           "Several things couldn’t be asked for; they are named below. The DNS services don’t answer as "
+           "they "
+           "should. Check again later."}}},
         {{.dkim = {part},
           .verdict = verified,
           .notes = {{ReportNote::SigningDomainNoHost{"x"}}, {ReportNote::ShownNotSigned{"Subject"}}}},
@@ -128,6 +140,24 @@ TEST(Wording, besideHeadline) {
          {{Tone::caution, "There are 2 warning signs; read them below."}}},
     };
     for (const auto& row : rows) EXPECT_EQ(besideHeadline(row.report, english), row.remarks);
+    // The likely cause is part of the explanation, once.
+    const std::pair<const char*, const char*> causes[] = {
+        {"a: no connection; b: proxy refused", "proxy of your network refused"},
+        {"a: proxy not found; b: proxy not found", "proxy of your network wasn’t found"},
+        {"a: certificate not trusted; b: timed out", "certificate isn’t trusted"},
+        {"not in the recorded answers", "recorded answers don’t hold"},
+        {"a: timed out; b: SERVFAIL", "DNS servers of a domain"},
+        {"a: HTTP 500; b: no connection", "DNS services don’t answer"},
+        {"the check took too long", "took too long"},
+        {"somebody’s; own: words", "good or bad. Check again later."},
+    };
+    for (const auto& [detail, cause] : causes) {
+        const ProofReport report{.dkim = {{.status = Status::lookupFailed, .detail = detail}},
+                                 .verdict = {VerdictKind::couldNotCheck, Tone::unknown, "d.example", "", {}}};
+        EXPECT_NE(explanation(report, english).find(cause), std::string::npos)
+            << explanation(report, english);
+        EXPECT_TRUE(besideHeadline(report, english).empty());
+    }
 }
 
 TEST(Wording, signedByOtherWithSeveralSenders) {

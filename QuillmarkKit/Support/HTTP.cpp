@@ -39,11 +39,14 @@ constexpr std::size_t headLimit = std::size_t{256} * 1024;
 constexpr std::chrono::milliseconds pauseWhenBusy{1};
 constexpr std::size_t fewTransfers = 8;
 
+constexpr long firstErrorStatus = 400;
+
 constexpr std::size_t spareHandles = 64, hostsRemembered = 1000;
 
-constexpr std::array failureTexts{
-    "timed out",       "no connection",    "name not found",  "certificate not trusted",
-    "connection lost", "answer too large", "transfer failed", "stopped"};
+constexpr std::array failureTexts{"timed out",       "no connection",    "name not found",
+                                  "proxy not found", "proxy refused",    "certificate not trusted",
+                                  "connection lost", "answer too large", "transfer failed",
+                                  "stopped"};
 
 /// What is used of libcurl, which is loaded with the first request: with the 36 libraries that it brings, it
 /// would more than double what every start of the program costs, and most checks of a file ask nobody.
@@ -112,8 +115,9 @@ HTTPFailure failureOf(CURLcode code) {
         case CURLE_COULDNT_CONNECT:
             return HTTPFailure::noConnection;
         case CURLE_COULDNT_RESOLVE_HOST:
-        case CURLE_COULDNT_RESOLVE_PROXY:
             return HTTPFailure::nameNotFound;
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return HTTPFailure::proxyNotFound;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_ISSUER_ERROR:
@@ -206,7 +210,8 @@ struct HTTPEngine::Transfer {
     std::string redirect = {};
     std::size_t headSize = 0;
     bool isTooLarge = false, isRefused = false;
-    CURL* easy = nullptr;  // while it runs
+    std::optional<HTTPFailure> proxyFailure = {};  // when it is the proxy that failed
+    CURL* easy = nullptr;                          // while it runs
     HeaderList headerList = {};
     CURLcode result = CURLE_OK;
 
@@ -215,7 +220,7 @@ struct HTTPEngine::Transfer {
     /// How it ended; it must be done.
     HTTPOutcome outcome() {
         if (isTooLarge) return HTTPFailure::answerTooLarge;
-        if (result != CURLE_OK) return failureOf(result);
+        if (result != CURLE_OK) return proxyFailure.value_or(failureOf(result));
         return std::move(response);
     }
 
@@ -466,6 +471,11 @@ Easy HTTPEngine::Loop::newHandle() const {
 void HTTPEngine::Loop::end(Transfer& transfer, CURLcode result) {
     long status = 0;
     curl().easyGet(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
+    long proxyStatus = 0;
+    curl().easyGet(transfer.easy, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+    if (proxyStatus >= firstErrorStatus) transfer.proxyFailure = HTTPFailure::proxyRefused;
+    if (result == CURLE_COULDNT_CONNECT && !m_options.proxy.empty())
+        transfer.proxyFailure = HTTPFailure::proxyNotFound;
     const char* redirect = nullptr;
     curl().easyGet(transfer.easy, CURLINFO_REDIRECT_URL, &redirect);
     if (redirect) transfer.redirect = redirect;

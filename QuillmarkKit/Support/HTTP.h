@@ -44,6 +44,8 @@ enum class HTTPFailure {
     timedOut,
     noConnection,
     nameNotFound,
+    proxyNotFound,
+    proxyRefused,
     certificateNotTrusted,
     connectionLost,
     answerTooLarge,
