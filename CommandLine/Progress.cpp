@@ -24,6 +24,7 @@ std::string clockTime(std::int64_t seconds) {
 
 std::string Progress::line(const Reader& reader, std::int64_t messages, std::chrono::duration<double> elapsed,
                            double part) {
+    if (messages == 0) return reader.translate("Checking …");
     const std::string rate =
         reader.number(std::llround(static_cast<double>(messages) / std::max(elapsed.count(), 0.001)));
     if (part < leastPart) {
