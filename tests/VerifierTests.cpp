@@ -88,9 +88,9 @@ TEST(Verifier, internationalSenders) {
     class Asked : public StaticResolver {
     public:
         using StaticResolver::StaticResolver;
-        DNSAnswer lookup(std::string_view name, DNSRecordType type, std::stop_token stop) override {
+        DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
             names.emplace_back(name);
-            return StaticResolver::lookup(name, type, stop);
+            return StaticResolver::lookup(name, type, patience);
         }
         std::vector<std::string> names = {};
     };
