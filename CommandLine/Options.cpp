@@ -1,9 +1,11 @@
 #include "CommandLine/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Manual/Help.h"
@@ -13,21 +15,24 @@ namespace quillmark {
 
 namespace {
 
-constexpr const char* description =
+/// Marks a text of the help for the catalogues. Those that are arguments of `add…` are found by themselves.
+constexpr const char* forHelp(const char* text) { return text; }
+
+constexpr const char* description = forHelp(
     "Says who can be proven to have sent an email, and whether it was changed. "
-    "Everything is checked on this computer; only DNS and registry lookups leave it.";
+    "Everything is checked on this computer; only DNS and registry lookups leave it.");
 
 /// One for each thing that people do.
 const std::vector<CommandTable::Example> examples = {
-    {"quillmark check message.eml", "who sent it?"},
-    {"quillmark check --pasted - < source.txt", "text copied from a mail program"},
-    {"quillmark check --save *.eml", "many; and keep the reports"},
-    {"quillmark check --summary Inbox.mbox", "a mailbox, as tables"},
-    {"quillmark check --json message.eml", "for another program to read"},
-    {"quillmark check --record now.json message.eml", "--dns now.json repeats it"},
-    {"quillmark history list", "the reports that were kept"},
-    {"quillmark keygen --out key.pem", "a key for sign and seal"},
-    {"quillmark sign --domain a.org --selector k --key key.pem m.eml", "sign"},
+    {"quillmark check message.eml", forHelp("who sent it?")},
+    {"quillmark check --pasted - < source.txt", forHelp("text copied from a mail program")},
+    {"quillmark check --save *.eml", forHelp("many; and keep the reports")},
+    {"quillmark check --summary Inbox.mbox", forHelp("a mailbox, as tables")},
+    {"quillmark check --json message.eml", forHelp("for another program to read")},
+    {"quillmark check --record now.json message.eml", forHelp("--dns now.json repeats it")},
+    {"quillmark history list", forHelp("the reports that were kept")},
+    {"quillmark keygen --out key.pem", forHelp("a key for sign and seal")},
+    {"quillmark sign --domain a.org --selector k --key key.pem m.eml", forHelp("sign")},
 };
 
 const std::vector<CommandTable::Section> sections = {
@@ -47,8 +52,8 @@ const std::vector<CommandTable::Section> sections = {
       "files, is passed over; --summary counts it.",
       "Compressed files and archives must be unpacked first; which command does that is said."}},
     {"ENVIRONMENT",
-     {"LC_ALL, LC_MESSAGES and LANG choose the language of reports: German, else English. TZ is the time "
-      "zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
+     {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help: German, else English. TZ is the "
+      "time zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
       "https_proxy or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it; "
       "in capitals, too. An empty variable counts as one that isn't set.",
       "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CONFIG_HOME (default: ~/.config) the "
@@ -74,12 +79,12 @@ const std::vector<CommandTable::Section> sections = {
       "history, files with answers and recordings, and more of what is read."}},
 };
 
-constexpr const char* checkFooter =
+constexpr const char* checkFooter = forHelp(
     "Exit status: 0 every message was checked, whatever came of it; 1 some input could not be read or is no "
     "email, or the recording, the history or the CSV file could not be written; 2 wrong arguments or an "
     "unusable answers file; 3 a verdict has the tone of --fail-on or a worse one; 130 after Ctrl-C, 143 "
     "after SIGTERM: what was checked by then is kept. From one to the next less is proven: good, caution, "
-    "unknown, bad.";
+    "unknown, bad.");
 
 /// Adds an option with a value, which is called `value` in the help.
 template <typename Variable>
@@ -108,15 +113,17 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
     add(command, "--registrations", check.registrationsFile, "FILE",
         "Take registration dates of domains from a file");
-    addSwitch(command, "domain-age", check.domainAge,
-              "Ask registries how old the sender's domains are; default: as in the settings of the window",
-              "Ask no registry");
+    addSwitch(
+        command, "domain-age", check.domainAge,
+        forHelp("Ask registries how old the sender's domains are; default: as in the settings of the window"),
+        forHelp("Ask no registry"));
     add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now");
     add(command, "--record", check.record, "FILE",
         "Write what the checks were told into a new file, for --dns, to repeat them later; \"-\" is standard "
         "output");
     addSwitch(command, "save", check.save,
-              "Add the reports to your history; default: as in the settings of the window", "Don't add them");
+              forHelp("Add the reports to your history; default: as in the settings of the window"),
+              forHelp("Don't add them"));
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",
@@ -136,18 +143,18 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     command.footer(checkFooter);
 }
 
-constexpr const char* keygenFooter =
+constexpr const char* keygenFooter = forHelp(
     "The record is to be published as TXT in the DNS, with your selector (any name) and domain in its name; "
     "in a zone file a value over 255 bytes stands in several pairs of quotes. "
-    "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.";
+    "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.");
 
-constexpr const char* recordFooter =
-    "Exit status: 0 the record was printed; 1 it could not be; 2 wrong arguments or an unusable key.";
+constexpr const char* recordFooter = forHelp(
+    "Exit status: 0 the record was printed; 1 it could not be; 2 wrong arguments or an unusable key.");
 
-constexpr const char* signingFooter =
+constexpr const char* signingFooter = forHelp(
     "Line ends become CR LF; every other byte stays as it was. Nothing is written when it can't be signed. "
     "Exit status: 0 signed; 1 the message could not be read, is no email or none that can be signed; 2 "
-    "wrong arguments or an unusable key.";
+    "wrong arguments or an unusable key.");
 
 void addKeygen(CLI::App& app, KeygenCommand& keygen) {
     CLI::App& command = *app.add_subcommand("keygen", "Make a private key and print its DNS record");
@@ -218,10 +225,10 @@ void addSeal(CLI::App& app, SealCommand& seal) {
     addSigning(command, seal);
 }
 
-constexpr const char* historyFooter =
+constexpr const char* historyFooter = forHelp(
     "The beginning of an ID will do when it means one report. The history lies in the folder Quillmark in "
     "$XDG_DATA_HOME (or ~/.local/share). Exit status: 0 done; 1 there is no such report, the history could "
-    "not be opened or saved, or was not to be cleared; 2 wrong arguments.";
+    "not be opened or saved, or was not to be cleared; 2 wrong arguments.");
 
 void addHistory(CLI::App& app, HistoryCommand& history) {
     CLI::App* command =
@@ -241,6 +248,20 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
     add("remove", "Remove reports", Action::remove)->add_option("ID", history.ids, "Their IDs")->required();
     add("clear", "Remove all reports", Action::clear)
         ->add_flag("--yes", history.yes, "Don't ask whether you mean it");
+}
+
+/// What values are called in the help.
+[[maybe_unused]] constexpr std::array valueNames = {
+    toTranslate("FILE"), toTranslate("KEY"),   toTranslate("TIME"), toTranslate("TONE"), toTranslate("TONES"),
+    toTranslate("TYPE"), toTranslate("NAMES"), toTranslate("PAIR"), toTranslate("VALUE")};
+
+HelpWords helpWords(const Reader& reader) {
+    return {.usage = reader.translate("Usage"),
+            .options = reader.translate("Options"),
+            .examples = reader.translate("Examples"),
+            .commands = reader.translate("Commands, each with a --help of its own"),
+            .anyCommand = reader.translate("COMMAND"),
+            .anyOptions = reader.translate("OPTIONS")};
 }
 
 /// An option's value and its choices, out of a name such as "TYPE:{rsa,ed25519}".
@@ -281,12 +302,30 @@ CommandTable tableOf(const CLI::App& app) {
     return table;
 }
 
-void addCommands(CLI::App& app, Commands& commands) {
+CommandTable translated(CommandTable table, const Reader& reader) {
+    const auto translate = [&](std::string& text) {
+        if (!text.empty()) text = reader.translate(text);
+    };
+    for (std::string* each : {&table.purpose, &table.remarks}) translate(*each);
+    for (OptionEntry& each : table.options) {
+        translate(each.purpose);
+        translate(each.value);
+    }
+    for (ArgumentEntry& each : table.arguments) {
+        translate(each.purpose);
+        translate(each.name);
+    }
+    for (CommandTable::Example& each : table.examples) translate(each.purpose);
+    for (CommandTable& each : table.commands) each = translated(std::move(each), reader);
+    return table;
+}
+
+void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     app.name("quillmark");
     app.description(description);
     // Before there are commands, which take it over.
-    app.formatter_fn([](const CLI::App* one, const std::string& path, CLI::AppFormatMode) {
-        return helpText(tableOf(*one), path);
+    app.formatter_fn([reader](const CLI::App* one, const std::string& path, CLI::AppFormatMode) {
+        return helpText(translated(tableOf(*one), reader), path, helpWords(reader));
     });
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");

@@ -21,10 +21,14 @@ struct Commands {
     SealCommand seal = {};
 };
 
-/// Defines every command and option, each with its help. `commands` must outlive `app`.
-void addCommands(CLI::App& app, Commands& commands);
+/// Defines every command and option, each with its help, which is in the reader's language. `commands` must
+/// outlive `app`.
+void addCommands(CLI::App& app, Commands& commands, const Reader& reader = {});
 
 /// The same as a table, from which help, man page and completions are written.
 CommandTable tableOf(const CLI::App& app);
+
+/// Its texts in the reader's language, for `--help`.
+CommandTable translated(CommandTable table, const Reader& reader);
 
 }  // namespace quillmark

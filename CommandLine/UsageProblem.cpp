@@ -7,6 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "Wording/Details.h"
+
 namespace quillmark {
 
 namespace {
@@ -65,35 +67,63 @@ std::string meant(std::string_view word, const CommandTable& command) {
     return best;
 }
 
-std::string aboutUnknown(const std::string& word, const Place& place) {
+std::string aboutUnknown(const std::string& word, const Place& place, const Reader& reader) {
     const bool isCommand = !word.starts_with('-') && !place.command->commands.empty();
     std::error_code ignored;
     if (isCommand && std::filesystem::exists(word, ignored))
-        return "“" + word + "” is no command; to check it: quillmark check " + word;
+        return reader.translate("“%1” is no command; to check it: quillmark check %1", {word});
     const std::string suggestion = meant(word, *place.command);
-    return (word.starts_with('-') ? "there is no option “" + word + "”"
-            : isCommand           ? "there is no command “" + word + "”"
-                                  : "“" + word + "” was not expected") +
-           (suggestion.empty() ? "" : "; did you mean " + suggestion + "?");
+    const std::string problem = word.starts_with('-') ? reader.translate("there is no option “%1”", {word})
+                                : isCommand           ? reader.translate("there is no command “%1”", {word})
+                                                      : reader.translate("“%1” was not expected", {word});
+    return suggestion.empty() ? problem : reader.translate("%1; did you mean %2?", {problem, suggestion});
+}
+
+/// The parser's words in ours: some of its own show a value's type and all digits of a limit.
+std::string inOurWords(const std::string& reason, const Place& place, const Reader& reader) {
+    if (const auto found = captures(reason, "%1 is required")) {
+        for (const ArgumentEntry& each : place.command->arguments) {
+            if ((*found)[0] == each.name)
+                return reader.translate("%1 is required: %2",
+                                        {reader.translate(each.name), reader.translate(each.purpose)});
+        }
+        return reader.translate("%1 is required", {(*found)[0]});
+    }
+    if (const auto found = captures(reason, "%1: Value %2 not in range %3 to %4")) {
+        const auto& [name, value, from, to] = *found;
+        if (to.find('.') != std::string_view::npos)  // no limit but the machine's
+            return reader.translate("%1 takes a number from 0 up, not “%2”", {name, value});
+        return reader.translate("%1 takes a number from %2 to %3, not “%4”", {name, from, to, value});
+    }
+    if (const auto found = captures(reason, "%1: %2 not in {%3}"))
+        return reader.translate("%1 takes one of these: %2; not “%3”",
+                                {(*found)[0], (*found)[2], (*found)[1]});
+    if (const auto found = captures(reason, "%1: %2 required %3 missing"))
+        return reader.translate("%1 needs a value", {(*found)[0]});
+    if (const auto found = captures(reason, "%1: At Most %2 required but received %3"))
+        return reader.translate("%1 is given %2 times, and may be at most %3 times",
+                                {(*found)[0], (*found)[2], (*found)[1]});
+    return reason;
 }
 
 }  // namespace
 
 std::string usageProblem(const CommandTable& program, const std::vector<std::string>& arguments,
-                         const std::vector<std::string>& unknown, const std::string& reason) {
+                         const std::vector<std::string>& unknown, const std::string& reason,
+                         const Reader& reader) {
     const Place place = placeOf(program, arguments);
-    std::string problem = reason;
+    std::string problem;
     if (!unknown.empty()) {
-        problem = aboutUnknown(unknown.front(), place);
+        problem = aboutUnknown(unknown.front(), place, reader);
     } else if (!place.command->commands.empty()) {
-        problem = "what shall be done?";
+        std::string names;
         for (const CommandTable& each : place.command->commands)
-            problem += (&each == &place.command->commands.front() ? " One of " : ", ") + each.name;
+            names += (names.empty() ? "" : ", ") + each.name;
+        problem = reader.translate("what shall be done? One of %1", {names});
+    } else {
+        problem = inOurWords(reason, place, reader);
     }
-    for (const ArgumentEntry& each : place.command->arguments) {
-        if (problem == each.name + " is required") problem += ": " + each.purpose;
-    }
-    return problem + " (see " + place.path + " --help)";
+    return reader.translate("%1 (see %2 --help)", {problem, place.path});
 }
 
 }  // namespace quillmark

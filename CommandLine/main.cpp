@@ -54,7 +54,8 @@ int main(int count, char** values) {
     occupyStandardDescriptors();
     CLI::App app;
     Commands commands;
-    addCommands(app, commands);
+    const Reader reader = Reader::ofEnvironment();
+    addCommands(app, commands, reader);
     const CommandTable table = tableOf(app);
     std::vector<std::string> arguments(values + 1, values + count);
     if (arguments.empty()) {
@@ -69,13 +70,12 @@ int main(int count, char** values) {
         app.parse(forParser(arguments, table));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // help or version
-        writeProblem(usageProblem(table, arguments, app.remaining(true), error.what()));
+        writeProblem(usageProblem(table, arguments, app.remaining(true), error.what(), reader));
         return 2;
     }
     endOnSignals();
     auto& [check, history, keygen, record, sign, seal] = commands;
-    check.reader = history.reader = keygen.reader = record.reader = sign.reader = seal.reader =
-        Reader::ofEnvironment();
+    check.reader = history.reader = keygen.reader = record.reader = sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;

@@ -8,6 +8,12 @@ namespace {
 
 constexpr std::size_t screenWidth = 80;
 
+/// Characters of UTF-8.
+std::size_t widthOf(std::string_view text) {
+    return static_cast<std::size_t>(std::ranges::count_if(
+        text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
+}
+
 struct Row {
     std::string left, right;
 };
@@ -16,14 +22,14 @@ struct Row {
 std::string columns(const std::vector<Row>& rows, std::size_t widest) {
     std::size_t width = 0;
     for (const Row& row : rows) {
-        if (row.left.size() <= widest) width = std::max(width, row.left.size());
+        if (widthOf(row.left) <= widest) width = std::max(width, widthOf(row.left));
     }
     const std::size_t indent = width + 4;
     std::string text;
     for (const Row& row : rows) {
         text += "  " + row.left;
-        const std::size_t end = row.left.size() + 2;
-        if (end + 2 > indent && end + 2 + row.right.size() <= screenWidth) {
+        const std::size_t end = widthOf(row.left) + 2;
+        if (end + 2 > indent && end + 2 + widthOf(row.right) <= screenWidth) {
             text += "  " + row.right + '\n';
             continue;
         }
@@ -86,7 +92,7 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width) {
         std::string& line = lines.back();
         if (line.empty()) {
             line = word;
-        } else if (line.size() + 1 + word.size() <= width) {
+        } else if (widthOf(line) + 1 + widthOf(word) <= width) {
             line.append(1, ' ').append(word);
         } else {
             lines.emplace_back(word);
@@ -95,15 +101,16 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width) {
     return lines;
 }
 
-std::string usage(const CommandTable& command, const std::string& path) {
+std::string usage(const CommandTable& command, const std::string& path, const HelpWords& words) {
     std::string text = path;
     bool others = false;
     for (const OptionEntry& each : command.options) {
         if (each.required) text += " " + each.names.back() + " " + each.value;
         others = others || !each.required;
     }
-    if (!command.commands.empty()) return text + " COMMAND [OPTIONS]";
-    if (others) text += " [OPTIONS]";
+    const std::string options = " [" + words.anyOptions + "]";
+    if (!command.commands.empty()) return text + " " + words.anyCommand + options;
+    if (others) text += options;
     for (const ArgumentEntry& each : command.arguments) {
         const std::string name = each.name + (each.several ? "..." : "");
         text += each.required ? " " + name : " [" + name + "]";
@@ -111,12 +118,14 @@ std::string usage(const CommandTable& command, const std::string& path) {
     return text;
 }
 
-std::string helpText(const CommandTable& command, const std::string& path) {
-    std::string text = "Usage: " + paragraph(usage(command, path), screenWidth - 7, "       ") + '\n' +
-                       paragraph(command.purpose);
-    text += command.commands.empty() ? "\nOptions:\n" + options(command)
-                                     : "\nCommands, each with a --help of its own:\n" + commands(command);
-    if (!command.examples.empty()) text += "\nExamples:\n" + examples(command);
+std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words) {
+    const std::string begin = words.usage + ": ", indent(widthOf(begin), ' ');
+    std::string text = begin +
+                       paragraph(usage(command, path, words), screenWidth - indent.size(), indent.c_str()) +
+                       '\n' + paragraph(command.purpose);
+    text += command.commands.empty() ? "\n" + words.options + ":\n" + options(command)
+                                     : "\n" + words.commands + ":\n" + commands(command);
+    if (!command.examples.empty()) text += "\n" + words.examples + ":\n" + examples(command);
     if (!command.remarks.empty()) text += "\n" + paragraph(command.remarks);
     return text;
 }

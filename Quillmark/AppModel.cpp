@@ -21,6 +21,8 @@ namespace {
 constexpr std::size_t checksAtOnce = 8;
 /// How long a worker stays with a mailbox before others have their turn.
 constexpr std::chrono::milliseconds turnOfReading{100};
+/// What is read at most, in bytes, only to say how many messages a mailbox holds that was stopped.
+constexpr std::uint64_t mostReadToCount = 1'000'000'000;
 
 std::optional<std::string> nameOf(const Found& found) {
     return std::visit([](const auto& each) { return each.place.name(); }, found);
@@ -281,6 +283,7 @@ void AppModel::beginReading(const UUID& check, const CheckOutcome::Several& seve
     Running& running = m_running.at(check);
     running.readers = checksAtOnce;
     running.expectedBytes = several.expectedBytes;
+    running.supply = several.supply;
     m_reading.insert(check);
     std::vector<Workers::Job> jobs;
     jobs.reserve(checksAtOnce);
@@ -323,6 +326,7 @@ void AppModel::take(Piece& piece, Burst& burst) {
     if (found == m_running.end()) return;  // cancelled
     Running& mailbox = found->second;
     mailbox.bytesRead = std::max(mailbox.bytesRead, piece.bytesRead);
+    if (piece.attached == 0) ++mailbox.outer;
     if (const auto* checked = std::get_if<CheckOutcome::Checked>(&piece.outcome.value)) {
         ++mailbox.found;
         ++m_progress.found;
@@ -432,8 +436,7 @@ std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes, const Re
 void AppModel::cancel(UUID id) {
     const auto check = m_runningByRow.find(id);
     if (check == m_runningByRow.end()) return;
-    end(check->second);
-    change({{id, withoutCheck(*row(id))}});
+    change({{id, end(check->second)}});
     emit progressChanged();
 }
 
@@ -441,20 +444,47 @@ void AppModel::cancelAll() {
     if (m_running.empty()) return;
     RowChanges changes;
     while (!m_running.empty()) {
-        const auto& [check, running] = *m_running.begin();
-        changes.emplace(running.row, withoutCheck(*row(running.row)));
-        end(check);
+        const UUID check = m_running.begin()->first, row = m_running.begin()->second.row;
+        changes.emplace(row, end(check));
     }
     change(changes);
     emit progressChanged();
 }
 
-void AppModel::end(UUID check) {
-    auto running = m_running.extract(check);
-    running.mapped().stop.request_stop();
-    m_runningByRow.erase(running.mapped().row);
-    m_reading.erase(check);
+std::optional<AppModel::Row> AppModel::end(UUID check) {
+    Running ended = m_running.extract(check).mapped();
+    ended.stop.request_stop();
+    m_runningByRow.erase(ended.row);
     ++m_progress.done;
+    Row own = *row(ended.row);
+    if (m_reading.erase(check) == 0) return withoutCheck(std::move(own));
+    own.isRunning = false;
+    own.stopped = {.checked = ended.outer};
+    const bool canBeCounted =
+        ended.expectedBytes && *ended.expectedBytes <= ended.bytesRead + mostReadToCount && !m_isFinished;
+    if (canBeCounted) m_workers.add(count(own.id, std::move(ended.supply), m_counting.get_token()));
+    return own;
+}
+
+Workers::Job AppModel::count(const UUID& row, std::shared_ptr<MessageSupply> supply,
+                             const std::stop_token& stop) {
+    return [this, row, supply = std::move(supply), stop] {
+        const auto until = std::chrono::steady_clock::now() + turnOfReading;
+        std::size_t all = m_checker.given(*supply);
+        while (const auto message = m_checker.next(*supply, stop)) {
+            all = message->number;
+            if (std::chrono::steady_clock::now() >= until)
+                return m_mailbox.post([=, this] { m_workers.add(count(row, supply, stop)); });
+        }
+        if (stop.stop_requested()) return;
+        m_mailbox.post([this, row, all] {
+            const Row* own = this->row(row);
+            if (!own) return;  // removed meanwhile
+            Row counted = *own;
+            counted.stopped->all = all;
+            change({{row, std::move(counted)}});
+        });
+    };
 }
 
 void AppModel::removeFromList(UUID id) {
@@ -555,6 +585,7 @@ void AppModel::finish() {
     if (std::exchange(m_isFinished, true)) return;
     m_workers.drop();  // else a worker that is stopped would begin the next
     for (auto& [check, running] : m_running) running.stop.request_stop();
+    m_counting.request_stop();
     m_workers.stop();
     m_mailbox.empty();  // what was done in time is saved
     cancelAll();

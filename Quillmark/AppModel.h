@@ -36,6 +36,13 @@ class AppModel : public QObject {
 public:
     enum class Sheet { welcome, paste };
 
+    /// What became of a mailbox whose check was ended by the person.
+    struct Stopped {
+        std::size_t checked = 0;              ///< messages
+        std::optional<std::size_t> all = {};  ///< that are in it; nothing until they are counted, if ever
+        bool operator==(const Stopped&) const = default;
+    };
+
     /// A message that was taken in during this run.
     struct Row {
         /// That of its report, and before there is one, that of the check under way. A check that is made
@@ -49,6 +56,7 @@ public:
         std::optional<UUID> mailbox = {};      ///< the row of the mailbox or folder that it was found in
         std::size_t number = 0;                ///< its place there, from 1
         std::size_t attached = 0;              ///< from 1, of one that is attached inside that message
+        std::optional<Stopped> stopped = {};   ///< of a mailbox or folder: its row stays then
         bool operator==(const Row&) const = default;
     };
 
@@ -126,7 +134,8 @@ public:
 
     /// Checks a message of this run again. The history keeps both reports.
     void recheck(UUID id);
-    /// Ends the check of a row: the row goes, or has its former report again.
+    /// Ends the check of a row: the row goes, or has its former report again, or, that of a mailbox, stays
+    /// and says how far it came.
     void cancel(UUID id);
     void cancelAll();
     /// Takes a row away, and cancels its check; the history keeps its report.
@@ -175,6 +184,8 @@ private:
         std::size_t readers = 0;             // jobs that take messages out of a mailbox
         std::size_t found = 0, refused = 0;  // messages there
         std::string refusal = {};            // of the last of them, in a line
+        std::size_t outer = 0;               // the same without those attached inside others
+        std::shared_ptr<MessageSupply> supply = {};
         std::uint64_t bytesRead = 0;
         std::optional<std::uint64_t> expectedBytes = {};
     };
@@ -236,7 +247,10 @@ private:
               const std::optional<std::string>& name, Burst& burst);
     /// Puts the rows of a mailbox's messages below its own, in the order they have there.
     void insertRows(const UUID& mailbox, std::vector<Row> rows);
-    void end(UUID check);
+    /// Ends a check, and gives what its row is from now on.
+    std::optional<Row> end(UUID check);
+    /// Counts what a mailbox that was stopped still holds.
+    Workers::Job count(const UUID& row, std::shared_ptr<MessageSupply> supply, const std::stop_token& stop);
     static std::optional<Row> withoutCheck(Row row);
     void change(const RowChanges& changes);
     void apply(const RowChanges& changes, const Refusals& refusals = {});
@@ -257,7 +271,7 @@ private:
     mutable std::unordered_map<UUID, std::size_t, HashOfID> m_positions = {};  // in it; empty: to be made
     KeptMessages m_messages;
     std::set<UUID> m_removed = {};  // reports that the history may keep
-    std::uint64_t m_intake = 0;  // the latest
+    std::uint64_t m_intake = 0;     // the latest
     std::optional<UUID> m_selection = {};
     std::optional<std::string> m_refusal = {};
     std::optional<UUID> m_selectedBefore = {};  // before the latest intake
@@ -269,6 +283,7 @@ private:
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
     std::set<UUID> m_reading = {};                               // those of them that are mailboxes
+    std::stop_source m_counting = {};                            // of mailboxes that were stopped
     std::vector<std::pair<UUID, CheckOutcome>> m_outcomes = {};  // not yet taken
     std::vector<Piece> m_pieces = {};                            // the same
     std::vector<UUID> m_endedReaders = {};                       // the same: the mailbox's check, for each

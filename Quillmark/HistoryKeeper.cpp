@@ -20,8 +20,8 @@ namespace {
 // one.
 constexpr qint64 quietTime = 500, longestWait = 10'000;  // milliseconds
 
-// A save that failed may have written much, as on a full disk: it is tried again after so many times as long as
-// it took.
+// A save that failed may have written much, as on a full disk: it is tried again after so many times as long
+// as it took.
 constexpr int restAfterFailure = 10;
 constexpr std::chrono::milliseconds leastRest{2'000}, longestRest{60'000};
 

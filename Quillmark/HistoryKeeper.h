@@ -29,8 +29,8 @@ enum class HistoryState {
 };
 
 /// The saved history as the model shows it. The file is read and written on a thread of its own; what changes
-/// in a burst is saved together. What could not be saved is tried again, now and then and with the next change,
-/// but for the removal of all, which would by then remove what others have saved since.
+/// in a burst is saved together. What could not be saved is tried again, now and then and with the next
+/// change, but for the removal of all, which would by then remove what others have saved since.
 class HistoryKeeper : public QObject {
     Q_OBJECT
 public:
@@ -91,7 +91,7 @@ private:
         std::string problem = {};
         std::string notCleared = {};  ///< the same, when all should have been removed
         bool isDone = true, locks = false;
-        bool mustLoad = false;  ///< the file holds something else than we believe
+        bool mustLoad = false;                ///< the file holds something else than we believe
         std::chrono::milliseconds rest = {};  ///< as in `Loaded`
     };
     static Stamp stampOf(const HistoryFile& file);
@@ -119,10 +119,10 @@ private:
     HistoryState m_state = HistoryState::off;
     std::string m_failure = {};  // of the latest use of the file, in one line; empty when it went well
     std::shared_ptr<Reports> m_reports = std::make_shared<Reports>();
-    Stamp m_stamp = {};  // of the file that `m_reports` are
-    int m_loads = 0;     // under way
+    Stamp m_stamp = {};                            // of the file that `m_reports` are
+    int m_loads = 0;                               // under way
     std::shared_ptr<HistoryChange> m_saving = {};  // meanwhile only read
-    HistoryChange m_pending = {};  // after `m_saving`
+    HistoryChange m_pending = {};                  // after `m_saving`
     QTimer m_soon{this};
     QElapsedTimer m_sinceFirst = {};  // of what is pending
     bool m_isFinished = false;

@@ -3,6 +3,7 @@
 #include <QActionGroup>
 #include <QBoxLayout>
 #include <QEvent>
+#include <QGridLayout>
 #include <QHeaderView>
 #include <QLineEdit>
 #include <QListView>
@@ -20,6 +21,7 @@ namespace quillmark {
 namespace {
 
 constexpr int spinMilliseconds = 80;
+constexpr int leastCharacters = 26;     // of a domain, beside a tone's mark, so many can be read
 constexpr std::size_t fewReports = 10;  // among so many nobody needs to be helped to find one
 constexpr std::array tonesInOrder{Tone::good, Tone::caution, Tone::bad, Tone::unknown};
 
@@ -36,8 +38,9 @@ Qt::SortOrder usualOrder(int column) {
     return isTime ? Qt::DescendingOrder : Qt::AscendingOrder;
 }
 
-/// A view that has no current row takes its first one with the keyboard, which may well come back to it from a
-/// dialog that closes. This one leaves that to the arrow keys: what is shown is only ever chosen by a person.
+/// A view that has no current row takes its first one with the keyboard, which may well come back to it from
+/// a dialog that closes. This one leaves that to the arrow keys: what is shown is only ever chosen by a
+/// person.
 template <typename View>
 class ReportsView : public View {
 protected:
@@ -62,7 +65,7 @@ ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
     buildViews();
     layout->addWidget(m_listView, 1);
     layout->addWidget(m_tableView, 1);
-    setMinimumWidth(20 * fontMetrics().averageCharWidth());
+    setLeastWidth();
     m_spin.setInterval(spinMilliseconds);
     connect(&m_spin, &QTimer::timeout, this, [this] {
         m_delegate->turn();
@@ -101,22 +104,39 @@ void ListPanel::buildFilter(const Words& words) {
 
 void ListPanel::buildTones() {
     m_toneRow = new QWidget;
-    auto* row = new QHBoxLayout(m_toneRow);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(fontMetrics().height() / 6);
+    m_toneGrid = new QGridLayout(m_toneRow);
+    m_toneGrid->setContentsMargins(0, 0, 0, 0);
+    m_toneGrid->setSpacing(fontMetrics().height() / 6);
+    m_toneGrid->setColumnStretch(static_cast<int>(m_tones.size()), 1);
     for (std::size_t i = 0; i < m_tones.size(); ++i) {
-        auto* button = m_tones[i] = new QToolButton;
+        auto* button = m_tones[i] = new QToolButton(m_toneRow);
         button->setCheckable(true);
         button->setFocusPolicy(Qt::StrongFocus);
-        row->addWidget(button);
         connect(button, &QToolButton::toggled, this, [this, tone = tonesInOrder[i]](bool isOn) {
             std::set<Tone> tones = m_list.tones();
             isOn ? void(tones.insert(tone)) : void(tones.erase(tone));
             m_list.setTones(std::move(tones));
         });
     }
-    row->addStretch(1);
     m_top->addWidget(m_toneRow);
+}
+
+// One beside the other where they fit, else in two lines.
+void ListPanel::placeTones() {
+    const bool isAbove = m_top->direction() == QBoxLayout::TopToBottom;
+    int across = 0, shown = 0;
+    for (const QToolButton* each : m_tones) {
+        if (each->isHidden()) continue;
+        across += each->sizeHint().width() + m_toneGrid->spacing();
+        ++shown;
+    }
+    const int columns = !isAbove || across <= width() ? std::max(shown, 1) : 2;
+    int place = 0;
+    for (QToolButton* each : m_tones) {
+        if (each->isHidden()) continue;
+        m_toneGrid->addWidget(each, place / columns, place % columns);
+        ++place;
+    }
 }
 
 void ListPanel::buildSortMenu() {
@@ -185,6 +205,8 @@ void ListPanel::connectView(QAbstractItemView* view) {
     });
 }
 
+void ListPanel::setLeastWidth() { setMinimumWidth(leastCharacters * fontMetrics().averageCharWidth()); }
+
 void ListPanel::sizeColumns() {
     for (const auto& [column, width] : tableColumns)
         m_tableView->setColumnWidth(column, width * fontMetrics().averageCharWidth());
@@ -196,6 +218,7 @@ void ListPanel::setTable(bool isTable) {
     QAbstractItemView* hidden = isTable ? static_cast<QAbstractItemView*>(m_listView) : m_tableView;
     QAbstractItemView* shown = isTable ? static_cast<QAbstractItemView*>(m_tableView) : m_listView;
     const bool hadKeyboard = hidden->hasFocus();
+    placeTones();
     hidden->hide();
     shown->show();
     if (hadKeyboard) shown->setFocus();
@@ -223,6 +246,7 @@ void ListPanel::refreshTones() {
         m_tones[i]->setPalette(colors);
         m_tones[i]->setVisible(count > 0 || m_tones[i]->isChecked());
     }
+    placeTones();
 }
 
 void ListPanel::refreshSort() {
@@ -283,10 +307,19 @@ void ListPanel::setRunning(bool isRunning) {
     }
 }
 
+void ListPanel::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    placeTones();
+}
+
 void ListPanel::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (!m_tableView) return;  // not built yet
-    if (event->type() == QEvent::FontChange) sizeColumns();
+    if (event->type() == QEvent::FontChange) {
+        sizeColumns();
+        setLeastWidth();
+        placeTones();
+    }
     if (event->type() == QEvent::PaletteChange) refreshTones();
 }
 

@@ -10,6 +10,7 @@
 class QAbstractItemView;
 class QActionGroup;
 class QBoxLayout;
+class QGridLayout;
 class QLineEdit;
 class QListView;
 class QMenu;
@@ -47,6 +48,7 @@ signals:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void buildFilter(const Words& words);
@@ -55,6 +57,8 @@ private:
     void buildViews();
     void connectView(QAbstractItemView* view);
     void sizeColumns();
+    void setLeastWidth();
+    void placeTones();
     void refreshTones();
     void refreshSort();
     void keepPlace();
@@ -68,6 +72,7 @@ private:
     QActionGroup* m_sortColumns = nullptr;
     QAction* m_sortBackwards = nullptr;
     QWidget* m_toneRow = nullptr;
+    QGridLayout* m_toneGrid = nullptr;
     std::array<QToolButton*, 4> m_tones = {};
     QListView* m_listView = nullptr;
     QTreeView* m_tableView = nullptr;

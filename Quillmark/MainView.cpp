@@ -6,6 +6,7 @@
 #include <QBoxLayout>
 #include <QClipboard>
 #include <QDragEnterEvent>
+#include <QGridLayout>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -75,11 +76,24 @@ protected:
 };
 
 constexpr int progressSteps = 1000;
+constexpr int busyColumn = 2;  // of the top row
 
-QFont scaled(QFont font, double scale, QFont::Weight weight) {
-    font.setPointSizeF(font.pointSizeF() * scale);
+constexpr const char* scaleProperty = "textScale";
+
+/// Makes a text so many times as large as the application's letters, of which a font of its own would not
+/// follow the size.
+void scale(QWidget& text, double factor) {
+    QFont font = text.font();
+    font.setPointSizeF(QApplication::font().pointSizeF() * factor);
+    text.setFont(font);
+    text.setProperty(scaleProperty, factor);
+}
+
+void setScaledFont(QWidget& text, double factor, QFont::Weight weight) {
+    QFont font = text.font();
     font.setWeight(weight);
-    return font;
+    text.setFont(font);
+    scale(text, factor);
 }
 
 QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
@@ -87,7 +101,7 @@ QLabel* plainLabel(const QString& text, double scale, QFont::Weight weight) {
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     label->setAlignment(Qt::AlignCenter);
-    label->setFont(scaled(label->font(), scale, weight));
+    setScaledFont(*label, scale, weight);
     return label;
 }
 
@@ -97,7 +111,7 @@ PlainText* centeredText(double scale, QFont::Weight weight) {
     QTextOption option = text->document()->defaultTextOption();
     option.setAlignment(Qt::AlignHCenter);
     text->document()->setDefaultTextOption(option);
-    text->setFont(scaled(text->font(), scale, weight));
+    setScaledFont(*text, scale, weight);
     return text;
 }
 
@@ -215,17 +229,17 @@ void MainView::buildMenus() {
 }
 
 QWidget* MainView::buildTopRow() {
-    auto* row = new QWidget;
-    auto* layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
+    m_topRow = new QWidget;
+    m_topGrid = new QGridLayout(m_topRow);
+    m_topGrid->setContentsMargins(0, 0, 0, 0);
+    m_topGrid->setColumnStretch(busyColumn, 1);
     const auto button = [&](const QString& text, Command command) {
         auto* each = new Button(text);
         connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
-        layout->addWidget(each);
         return each;
     };
-    button(m_words("Open…"), Command::open);
-    button(m_words("Paste…"), Command::paste);
+    m_topGrid->addWidget(button(m_words("Open…"), Command::open), 0, 0);
+    m_topGrid->addWidget(button(m_words("Paste…"), Command::paste), 0, 1);
 
     m_busyRow = new QWidget;
     auto* busy = new QHBoxLayout(m_busyRow);
@@ -238,14 +252,15 @@ QWidget* MainView::buildTopRow() {
     m_progress->setMaximumHeight(fontMetrics().height() / 3);
     m_progress->setAccessibleName(m_words("Checks are running"));
     m_busyText = new QLabel;
+    m_busyText->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    m_busyText->setMinimumWidth(1);
     auto* stop = new Button(m_words("Stop"));
     stop->setAccessibleName(m_words("Stop Checking"));
     connect(stop, &QPushButton::clicked, action(Command::cancelChecks), &QAction::trigger);
     busy->addWidget(m_busyText);
     busy->addWidget(m_progress, 1);
     busy->addWidget(stop);
-    layout->addWidget(m_busyRow, 1);
-    layout->addStretch(0);
+    m_topGrid->addWidget(m_busyRow, 0, busyColumn);
 
     auto* exports = new Button(m_words("Export"));
     auto* menu = new QMenu(exports);
@@ -254,8 +269,25 @@ QWidget* MainView::buildTopRow() {
         menu->addAction(action(each));
     }
     exports->setMenu(menu);
-    layout->addWidget(exports, 0, Qt::AlignRight);
-    return row;
+    m_topGrid->addWidget(exports, 0, busyColumn + 1);
+    return m_topRow;
+}
+
+// Between the buttons where its words fit there, else in a line of its own below them.
+void MainView::placeBusyRow() {
+    int needed = m_busyRow->sizeHint().width() + 3 * fontMetrics().height();
+    for (const QPushButton* each :
+         m_topRow->findChildren<QPushButton*>(QString(), Qt::FindDirectChildrenOnly))
+        needed += each->sizeHint().width() + m_topGrid->spacing();
+    const bool fits = needed <= m_topRow->width();
+    int row = 0, column = 0, rows = 0, columns = 0;
+    m_topGrid->getItemPosition(m_topGrid->indexOf(m_busyRow), &row, &column, &rows, &columns);
+    if (fits == (row == 0)) return;
+    if (fits) {
+        m_topGrid->addWidget(m_busyRow, 0, busyColumn);
+    } else {
+        m_topGrid->addWidget(m_busyRow, 1, 0, 1, busyColumn + 2);
+    }
 }
 
 QWidget* MainView::buildProblemLine() {
@@ -300,9 +332,8 @@ QWidget* MainView::buildReportSide() {
     auto* running = new QWidget;
     auto* layout = new QVBoxLayout(running);
     layout->addStretch(1);
-    m_runningName = centeredText(1.2, QFont::DemiBold);
-    layout->addWidget(m_runningName);
-    layout->addWidget(plainLabel(m_words("Checking…"), 1.0, QFont::Normal));
+    layout->addWidget(m_waitingName = centeredText(1.2, QFont::DemiBold));
+    layout->addWidget(m_waitingText = plainLabel({}, 1.0, QFont::Normal));
     layout->addStretch(1);
     m_pages->addWidget(buildDropArea());
     m_pages->addWidget(running);
@@ -389,6 +420,7 @@ void MainView::setRunning(const Running& running) {
                                                      static_cast<std::int64_t>(running.found))
                             : m_words.translateCount("Checking %n message…", "Checking %n messages…",
                                                      static_cast<std::int64_t>(running.count)));
+    placeBusyRow();
 }
 
 void MainView::select(const std::optional<UUID>& id) { m_listSide->select(id); }
@@ -407,8 +439,9 @@ void MainView::showRefusal(const QString& line) {
     m_pages->setCurrentIndex(0);
 }
 
-void MainView::showRunning(const QString& name) {
-    m_runningName->setContents(name);
+void MainView::showWithoutReport(const QString& name, const QString& text) {
+    m_waitingName->setContents(name);
+    m_waitingText->setText(text);
     m_pages->setCurrentIndex(1);
 }
 
@@ -451,9 +484,20 @@ void MainView::dropEvent(QDropEvent* event) {
     emit received(dropContents(*event->mimeData()));
 }
 
+void MainView::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() != QEvent::FontChange) return;
+    for (QWidget* each : findChildren<QWidget*>()) {
+        const QVariant factor = each->property(scaleProperty);
+        if (factor.isValid()) scale(*each, factor.toDouble());
+    }
+}
+
 void MainView::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
-    if (m_dropLight) m_dropLight->setGeometry(rect());
+    if (!m_dropLight) return;  // not built yet
+    m_dropLight->setGeometry(rect());
+    placeBusyRow();
 }
 
 }  // namespace quillmark

@@ -8,6 +8,7 @@
 #include "Quillmark/ReportContent.h"
 #include "Quillmark/ReportList.h"
 
+class QGridLayout;
 class QLabel;
 class QListView;
 class QMenu;
@@ -84,11 +85,12 @@ public:
     void setRunning(const Running& running);
     /// Selects an entry, or none. Does not say so.
     void select(const std::optional<UUID>& id);
-    /// Shows a report, the drop area, why something was not taken in, or that a check is under way.
+    /// Shows a report, the drop area, why something was not taken in, or what is to be said of a row that has
+    /// no report.
     void showReport(const ReportContent& content);
     void showDropArea();
     void showRefusal(const QString& line);
-    void showRunning(const QString& name);
+    void showWithoutReport(const QString& name, const QString& text);
     /// Puts the keyboard into the filter, showing the list if need be.
     void focusFilter();
     /// Every command and its key, menu by menu.
@@ -105,12 +107,14 @@ protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragLeaveEvent(QDragLeaveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
+    void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
     void buildMenus();
     QAction* add(QMenu* menu, Command command, const QString& title, const QKeySequence& key = {});
     QWidget* buildTopRow();
+    void placeBusyRow();
     QWidget* buildProblemLine();
     QWidget* buildUnsavedLine();
     QWidget* buildListSide();
@@ -129,10 +133,13 @@ private:
     QMenu* m_sortMenu = nullptr;
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
-    PlainText* m_runningName = nullptr;
     QLabel* m_dropTitle = nullptr;
     QWidget* m_refusalBadge = nullptr;
     PlainText* m_refusal = nullptr;
+    PlainText* m_waitingName = nullptr;
+    QLabel* m_waitingText = nullptr;
+    QWidget* m_topRow = nullptr;
+    QGridLayout* m_topGrid = nullptr;
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
     QWidget* m_unsavedLine = nullptr;

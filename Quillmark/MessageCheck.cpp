@@ -89,6 +89,11 @@ std::variant<MailMessage, Refusal> MessageChecker::messageOf(std::string_view by
     return messageIn(ByteBuffer(bytes), mode);
 }
 
+std::size_t MessageChecker::given(const MessageSupply& supply) const {
+    const std::lock_guard turn(m_reading);
+    return supply.m_given;
+}
+
 CheckOutcome MessageChecker::opened(const MessageSource& source, const UUID& id,
                                     const std::stop_token& stop) const {
     const auto supply = std::make_shared<MessageSupply>(source.place);

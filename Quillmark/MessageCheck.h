@@ -105,6 +105,8 @@ public:
 
     /// The next one; nothing at the end. Never throws.
     std::optional<SuppliedMessage> next(MessageSupply& supply, const std::stop_token& stop) const;
+    /// How many have been handed out.
+    std::size_t given(const MessageSupply& supply) const;
     CheckOutcome check(SuppliedMessage message, const UUID& id, const std::stop_token& stop) const;
 
 private:

@@ -6,10 +6,13 @@
 #include <QPageLayout>
 #include <QPainter>
 #include <QPdfWriter>
+#include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
 #include <QTextTable>
+#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "Quillmark/Tones.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -46,6 +49,11 @@ public:
         m_isEmpty = false;
         m_cursor.insertText(text, format(points, weight, color));
     }
+
+    /// What is set until the next one begins is kept on one page.
+    void beginPiece() { m_pieces.push_back(m_cursor.document()->blockCount()); }
+    /// The numbers of the blocks that they begin with.
+    std::vector<int> pieces() && { return std::move(m_pieces); }
 
     void heading(const QString& text) { paragraph(text, 12, QFont::Bold, ink, 14); }
 
@@ -99,11 +107,13 @@ private:
 
     QTextCursor m_cursor;
     const Words& m_words;
+    std::vector<int> m_pieces = {};
     bool m_isEmpty = true;
 };
 
-void compose(QTextDocument& document, const ReportContent& content, const PDFFrame& frame,
-             const Words& words) {
+/// Gives where its pieces begin: blocks by their numbers.
+std::vector<int> compose(QTextDocument& document, const ReportContent& content, const PDFFrame& frame,
+                         const Words& words) {
     Typesetter set(document, words);
     set.paragraph(words("Quillmark report"), 10, QFont::Normal, fadedInk);
     const QColor color = toneColor(content.tone, Qt::white, QPalette(Qt::white));
@@ -112,16 +122,103 @@ void compose(QTextDocument& document, const ReportContent& content, const PDFFra
     for (const ReportLine& each : content.beside) set.note(each);
     set.facts(frame.record);
     for (const ReportSection& section : content.sections) {
+        set.beginPiece();
         set.heading(section.heading);
         set.facts(section.facts);
-        for (const ReportRow& row : section.rows) set.row(row);
-        for (const ReportRow& row : section.chain) set.row(row);
+        bool isFirst = section.facts.empty();  // which stays with the heading
+        for (const auto* rows : {&section.rows, &section.chain}) {
+            for (const ReportRow& row : *rows) {
+                if (!std::exchange(isFirst, false)) set.beginPiece();
+                set.row(row);
+            }
+        }
         for (const ReportLine& each : section.notes) set.note(each);
         for (const QString& remark : section.remarks) set.paragraph(remark, 10);
     }
-    if (frame.lookups.empty()) return;
-    set.heading(words("What was looked up"));
-    set.facts(frame.lookups, 8.5);
+    if (!frame.lookups.empty()) {
+        set.beginPiece();
+        set.heading(words("What was looked up"));
+        set.facts(frame.lookups, 8.5);
+    }
+    return std::move(set).pieces();
+}
+
+/// A line of a document, or several that stand beside each other; where it reaches from and to.
+struct Line {
+    double top = 0, bottom = 0;
+    bool beginsPiece = false;
+};
+
+/// All lines from top to bottom. `pieces`: the numbers of the blocks that pieces begin with, rising.
+std::vector<Line> linesOf(const QTextDocument& document, const std::vector<int>& pieces) {
+    std::vector<Line> lines;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
+        const double top = document.documentLayout()->blockBoundingRect(block).top();
+        const bool beginsPiece = std::ranges::binary_search(pieces, block.blockNumber());
+        for (int i = 0; i < block.layout()->lineCount(); ++i) {
+            const QRectF line = block.layout()->lineAt(i).rect();
+            lines.push_back({top + line.top(), top + line.bottom(), beginsPiece && i == 0});
+        }
+    }
+    std::ranges::stable_sort(lines, {}, &Line::top);
+    std::vector<Line> merged;
+    for (const Line& each : lines) {
+        if (!merged.empty() && each.top < merged.back().bottom) {
+            merged.back().bottom = std::max(merged.back().bottom, each.bottom);
+            merged.back().beginsPiece |= each.beginsPiece;
+        } else {
+            merged.push_back(each);
+        }
+    }
+    return merged;
+}
+
+/// What stands on each page: whole lines. A piece for which there is no room goes to the next page as a
+/// whole, unless it is taller than that.
+std::vector<Line> pagesOf(const std::vector<Line>& lines, double height) {
+    std::vector<Line> pages;
+    std::size_t piece = 0;  // where the last one begins that was seen
+    for (std::size_t first = 0, next = 0; first < lines.size(); first = next) {
+        for (next = first; next < lines.size(); ++next) {
+            if (next > first && lines[next].bottom > lines[first].top + height) break;
+            if (lines[next].beginsPiece) piece = next;
+        }
+        if (next < lines.size() && !lines[next].beginsPiece && piece > first) {
+            std::size_t last = next;
+            while (last + 1 < lines.size() && !lines[last + 1].beginsPiece &&
+                   lines[last].bottom <= lines[piece].top + height)
+                ++last;
+            if (lines[last].bottom <= lines[piece].top + height) next = piece;
+        }
+        pages.push_back({lines[first].top, lines[next - 1].bottom});
+    }
+    return pages;
+}
+
+/// Divides the paragraphs that go on on another page, which moves no line: of one paragraph, the line above
+/// those that are asked for would be drawn, too, unseen, but in the text that is selected and searched.
+void divideParagraphs(QTextDocument& document, const std::vector<Line>& pages) {
+    const auto pageOf = [&](double y) {
+        constexpr double rounding = 0.25;
+        return std::ranges::upper_bound(pages, y + rounding, {}, &Line::top) - pages.begin();
+    };
+    std::vector<int> places;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
+        const double top = document.documentLayout()->blockBoundingRect(block).top();
+        for (int i = 1; i < block.layout()->lineCount(); ++i) {
+            const QTextLine line = block.layout()->lineAt(i), above = block.layout()->lineAt(i - 1);
+            if (pageOf(top + line.y()) != pageOf(top + above.y()))
+                places.push_back(block.position() + line.textStart());
+        }
+    }
+    QTextCursor cursor(&document);
+    while (!places.empty()) {
+        cursor.setPosition(places.back());
+        places.pop_back();
+        QTextBlockFormat format = cursor.blockFormat();
+        format.setTopMargin(0);
+        cursor.insertBlock(format);
+    }
 }
 
 void drawFooter(QPainter& painter, const QRectF& area, const QString& left, const QString& right) {
@@ -133,8 +230,9 @@ void drawFooter(QPainter& painter, const QRectF& area, const QString& left, cons
     painter.setFont(font);
     const QFontMetricsF metrics(font, painter.device());
     const double room = area.width() - metrics.horizontalAdvance(right + QStringLiteral("    "));
-    painter.drawText(area, Qt::AlignLeft | Qt::AlignBottom | Qt::TextSingleLine,
-                     metrics.elidedText(left, Qt::ElideRight, room));
+    // In two lines where it needs them: what it ends with is a domain.
+    painter.drawText(QRectF(area.left(), area.top(), room, area.height()),
+                     Qt::AlignLeft | Qt::AlignBottom | Qt::TextWrapAnywhere, left);
     painter.drawText(area, Qt::AlignRight | Qt::AlignBottom | Qt::TextSingleLine, right);
 }
 
@@ -174,28 +272,34 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     document.documentLayout()->setPaintDevice(&writer);
     const double footer = footerMillimetres / 25.4 * dotsPerInch;
     const QSizeF page(writer.width(), writer.height() - footer);
-    compose(document, content, frame, words);
-    document.setPageSize(page);
+    const std::vector<int> pieces = compose(document, content, frame, words);
+    document.setTextWidth(page.width());
+    const std::vector<Line> pages = pagesOf(linesOf(document, pieces), page.height());
+    divideParagraphs(document, pages);
 
     QPainter painter(&writer);
-    const int pages = document.pageCount();
-    for (int i = 0; i < pages; ++i) {
+    for (std::size_t i = 0; i < pages.size(); ++i) {
         if (i > 0) writer.newPage();
         painter.save();
-        painter.translate(0, -i * page.height());
-        document.drawContents(&painter, QRectF(0, i * page.height(), page.width(), page.height()));
+        painter.translate(0, -pages[i].top);
+        // A line that only touches what is asked for would be drawn, too.
+        constexpr double least = 0.5;
+        document.drawContents(&painter, QRectF(0, pages[i].top + least, page.width(),
+                                               pages[i].bottom - pages[i].top - 2 * least));
         painter.restore();
         drawFooter(painter, QRectF(0, page.height() + footer / 3, page.width(), footer * 2 / 3), frame.title,
-                   words("Page %1 of %2", QString::number(i + 1), QString::number(pages)));
+                   words("Page %1 of %2", QString::number(i + 1), QString::number(pages.size())));
     }
     painter.end();
     return bytes;
 }
 
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader) {
-    constexpr qsizetype longestStem = 80;
+    constexpr std::size_t longestStem = 80;
     QString stem;
-    for (const char c : report.verdict.domain.substr(0, longestStem)) {
+    std::string_view domain = report.verdict.domain;  // of a long one the end, which says whose it is
+    domain.remove_prefix(domain.size() - std::min(domain.size(), longestStem));
+    for (const char c : domain) {
         const bool plain = isASCIILetter(c) || isDigit(c) || c == '.' || c == '_' || c == '-';
         stem += plain ? QLatin1Char(c) : QLatin1Char('_');
     }

@@ -2,8 +2,10 @@
 
 #include <QFocusEvent>
 #include <QMimeData>
+#include <QTextBlock>
 #include <QTextDocument>
 #include <QWheelEvent>
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -35,6 +37,20 @@ PlainText::PlainText(const QString& text, QWidget* parent) : QTextEdit(parent) {
 
 void PlainText::setContents(const QString& text) {
     setPlainText(text);
+    setLineHeight();
+}
+
+// The same for every line: characters from another font, even those that nobody sees, would push a line below
+// its neighbour's. With a fixed height the baseline lies at four fifths of it.
+void PlainText::setLineHeight() {
+    const QFontMetricsF metrics(font());
+    QTextBlockFormat format;
+    format.setLineHeight(
+        std::ceil(std::max({metrics.lineSpacing(), metrics.ascent() * 5 / 4, metrics.descent() * 5})),
+        QTextBlockFormat::FixedHeight);
+    QTextCursor all(document());
+    all.select(QTextCursor::Document);
+    all.mergeBlockFormat(format);
     m_measuredWidth = -1;
     updateGeometry();
 }
@@ -70,9 +86,7 @@ QMimeData* PlainText::createMimeDataFromSelection() const {
 
 void PlainText::changeEvent(QEvent* event) {
     QTextEdit::changeEvent(event);
-    if (event->type() != QEvent::FontChange && event->type() != QEvent::StyleChange) return;
-    m_measuredWidth = -1;
-    updateGeometry();
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) setLineHeight();
 }
 
 void PlainText::resizeEvent(QResizeEvent* event) {

@@ -5,8 +5,8 @@
 namespace quillmark {
 
 /// A piece of text to read and select, never to edit, never read as markup. As tall as its text at its width,
-/// breaking inside a word where the word alone is wider. What is copied from it lacks the isolating
-/// characters.
+/// breaking inside a word where the word alone is wider. What is copied from it lacks the characters that
+/// isolate and join.
 class PlainText : public QTextEdit {
     Q_OBJECT
 public:
@@ -29,6 +29,8 @@ protected:
     void focusOutEvent(QFocusEvent* event) override;
 
 private:
+    void setLineHeight();
+
     mutable int m_measuredWidth = -1, m_measuredHeight = 0;
 };
 

@@ -28,6 +28,8 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
+#include "Wording/Details.h"
+#include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
@@ -45,6 +47,7 @@ constexpr qint64 restAfterList = 8, longestRest = 200;
 constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
 /// What the PDF holds of one text, in bytes, and of one list.
 constexpr ReportCaps paperCaps{1'000, 100};
+constexpr std::size_t longestInTitle = 60;  // bytes of one domain
 constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
 constexpr const char *zoomKey = "zoom", *tableKey = "table";
@@ -60,6 +63,12 @@ bool holdsSeveral(std::string_view file) {
     splitter.end();
     const auto first = splitter.next();
     return first && !first->isOnly;
+}
+
+/// What is to be known of a mailbox that was stopped.
+QString stopRemark(const AppModel::Stopped& stopped, const Words& words) {
+    return stoppedAfter(stopped.checked, stopped.all, words) + u'\n' +
+           words("What it didn’t reach wasn’t checked. Open it again to check all of it.");
 }
 
 std::vector<PathStep> pathOf(const CheckedMessage& checked) {
@@ -101,7 +110,9 @@ std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& wo
     if (checked.failures) {
         for (const auto* record : {&checked.failures->dns, &checked.failures->registrations}) {
             for (const auto& [question, entry] : record->entries()) {
-                add(question, words("couldn’t be asked for: %1", shown(entry.value)), {});
+                add(question,
+                    words("couldn’t be asked for: %1", isolatedRuns(detailText(entry.value, words.reader))),
+                    {});
             }
         }
     }
@@ -186,8 +197,11 @@ void QuillmarkApp::refreshList() {
     std::vector<ListEntry> entries;
     entries.reserve(m_model.session().size() + history.size());
     for (const AppModel::Row& row : m_model.session()) {
-        if (row.isRunning || !row.report) {
-            const QString name = QString::fromStdString(row.name.value_or(""));
+        const QString name = QString::fromStdString(row.name.value_or(""));
+        if (row.stopped) {
+            entries.push_back(
+                {ListEntry::Kind::stopped, row.id, name, row.stopped->checked, {}, row.stopped->all});
+        } else if (row.isRunning || !row.report) {
             entries.push_back({ListEntry::Kind::running, row.id, name, row.found, {}});
         } else {
             entries.push_back({ListEntry::Kind::session, row.id, {}, 0, row.report});
@@ -217,7 +231,9 @@ void QuillmarkApp::refreshSelection() {
         m_window.showReport(reportContent(*report, path, {}, m_words));
     } else if (!report && selected()) {
         const AppModel::Row* row = m_model.row(*selected());
-        m_window.showRunning(row && row->name ? shown(*row->name) : m_words("Pasted source"));
+        m_window.showWithoutReport(
+            row && row->name ? shown(*row->name) : m_words("Pasted source"),
+            row && row->stopped ? stopRemark(*row->stopped, m_words) : m_words("Checking…"));
     } else if (!report) {
         m_window.showRefusal(isolatedRuns(m_model.refusal().value_or("")));
     }
@@ -453,12 +469,16 @@ void QuillmarkApp::exportPDF() {
     const SharedReport report = selectedReport();
     if (!report) return;
     save(QStringLiteral(".pdf"), m_words("PDF documents"),
-         [words = m_words, report, checked = m_model.message(report->id)] {
+         [words = m_words, report, checked = m_model.message(report->id), mailbox = stoppedMailbox(*report)] {
              std::optional<std::vector<PathStep>> path;
              if (checked) path = pathOf(*checked);
              const ReportContent content = reportContent(*report, path, paperCaps, words);
              PDFFrame frame;
-             frame.title = withoutIsolation(words("Quillmark report: %1", content.headline));
+             Verdict named = report->verdict;  // with domains that a line has room for
+             for (std::string* each : {&named.domain, &named.fromDomain})
+                 *each = cutInside(*each, longestInTitle);
+             frame.title =
+                 withoutIsolation(words("Quillmark report: %1", isolatedRuns(headline(named, words.reader))));
              frame.isLetter = QLocale().measurementSystem() == QLocale::ImperialUSSystem;
              frame.record = {
                  {words("Checked"), words.time(report->checkedAt)},
@@ -466,6 +486,7 @@ void QuillmarkApp::exportPDF() {
              if (report->fileName)
                  frame.record.push_back(
                      {words("File"), shown(placeName(*report->fileName, words.reader), paperCaps.text)});
+             if (!mailbox.isEmpty()) frame.record.push_back({words("Mailbox"), mailbox});
              if (checked) {
                  frame.record.push_back({words("SHA-256 of the message"),
                                          QString::fromStdString(sha256(checked->bytes->view()))});
@@ -479,11 +500,24 @@ void QuillmarkApp::exportPDF() {
          });
 }
 
+QString QuillmarkApp::stoppedMailbox(const ProofReport& report) const {
+    const AppModel::Row* own = m_model.row(report.id);
+    const AppModel::Row* mailbox = own && own->mailbox ? m_model.row(*own->mailbox) : nullptr;
+    if (!mailbox || !mailbox->stopped) return {};
+    return shown(mailbox->name.value_or("")) + QStringLiteral(" (") +
+           stoppedAfter(mailbox->stopped->checked, mailbox->stopped->all, m_words) + u')';
+}
+
+std::string QuillmarkApp::reportText(const ProofReport& report) const {
+    const QString mailbox = withoutIsolation(stoppedMailbox(report));
+    const std::string text = textReport(report, m_words.reader);
+    return mailbox.isEmpty() ? text : text + "\n" + m_words("Mailbox: %1", mailbox).toStdString();
+}
+
 void QuillmarkApp::exportText() {
     const SharedReport report = selectedReport();
     if (!report) return;
-    save(QStringLiteral(".txt"), m_words("Text files"),
-         [reader = m_words.reader, report] { return textReport(*report, reader); });
+    save(QStringLiteral(".txt"), m_words("Text files"), [text = reportText(*report)] { return text; });
 }
 
 void QuillmarkApp::exportEvidence() {
@@ -505,7 +539,7 @@ void QuillmarkApp::exportEvidence() {
 
 void QuillmarkApp::copyReport() {
     if (const SharedReport report = selectedReport()) {
-        QApplication::clipboard()->setText(QString::fromStdString(textReport(*report, m_words.reader)));
+        QApplication::clipboard()->setText(QString::fromStdString(reportText(*report)));
     }
 }
 

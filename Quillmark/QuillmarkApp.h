@@ -64,6 +64,10 @@ private:
     /// thread.
     void save(const QString& suffix, const QString& kind, std::function<std::string()> bytes);
     void copyReport();
+    /// How far the mailbox came that a report was found in; empty unless it was stopped.
+    QString stoppedMailbox(const ProofReport& report) const;
+    /// The text that is saved and copied.
+    std::string reportText(const ProofReport& report) const;
     void showSettings();
     void showHelp(HelpPage page);
     void zoom(double factor);

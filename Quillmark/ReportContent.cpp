@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "Wording/Details.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -57,6 +58,10 @@ private:
     }
     void addText(Facts& facts, std::string_view name, const std::optional<std::string>& value) const {
         if (value && !value->empty()) facts.push_back({m_words(name), text(*value)});
+    }
+    void addReason(Facts& facts, const std::optional<std::string>& detail) const {
+        if (!detail || detail->empty()) return;
+        add(facts, toTranslate("Reason"), isolatedRuns(detailText(*detail, m_words.reader)));
     }
     void addMore(QStringList& remarks, std::size_t count) const {
         if (count > m_caps.rows) remarks << more(count);
@@ -171,7 +176,10 @@ ReportRow Composer::signature(const DKIMResult& result) const {
         add(facts, toTranslate("Key size"), m_words("%1 bits", QString::number(*result.keyBits)));
     addText(facts, toTranslate("Canonicalization"), result.canonicalization);
     add(facts, toTranslate("Signed fields"), names(result.signedHeaders));
-    add(facts, toTranslate("Not signed"), names(result.unsignedImportant));
+    std::vector<std::string> unsignedFields;
+    for (const std::string& each : result.unsignedImportant)
+        unsignedFields.push_back(fieldName(each, m_words.reader));
+    add(facts, toTranslate("Not signed"), names(unsignedFields));
     if (result.signedAt) add(facts, toTranslate("Signed at"), m_words.time(*result.signedAt));
     if (result.expiresAt) add(facts, toTranslate("Valid until"), m_words.time(*result.expiresAt));
     add(facts, toTranslate("Body compared"), result.bodyChecked ? m_words("yes") : m_words("no"));
@@ -179,7 +187,7 @@ ReportRow Composer::signature(const DKIMResult& result) const {
         add(facts, toTranslate("Signed body bytes"),
             QString::fromStdString(m_words.reader.number(*result.bodyLength)));
     }
-    addText(facts, toTranslate("Reason"), result.detail);
+    addReason(facts, result.detail);
     return row;
 }
 
@@ -201,7 +209,7 @@ ReportSection Composer::server() const {
         addText(finding.details, toTranslate("Server’s name, by its own word"), spf.ip->helo);
     }
     addText(finding.details, toTranslate("Term that decided"), spf.matched);
-    addText(finding.details, toTranslate("Reason"), spf.detail);
+    addReason(finding.details, spf.detail);
     ReportSection section{m_words("Sending server (SPF)"), {}, {finding}, {}, {}, {}};
     addNotes(section, NoteSection::sendingServer);
     return section;
@@ -242,7 +250,7 @@ ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
     add(row.details, toTranslate("Seal"), hop.sealValid ? m_words("valid") : m_words("not valid"));
     addText(row.details, toTranslate("Selector"), hop.messageSignature.selector);
     add(row.details, toTranslate("Signed fields"), names(hop.messageSignature.signedHeaders));
-    addText(row.details, toTranslate("Reason"), hop.messageSignature.detail);
+    addReason(row.details, hop.messageSignature.detail);
     return row;
 }
 

@@ -72,7 +72,21 @@ void sortBy(std::span<ListEntry> rows, Qt::SortOrder order, const Key& key) {
     std::ranges::move(sorted, rows.begin());
 }
 
+// A tooltip guesses whether its text is markup: this one is, and what it shows is escaped.
+QString escaped(const QString& text) {
+    return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
+}
+
 }  // namespace
+
+QString stoppedAfter(std::size_t checked, std::optional<std::size_t> all, const Words& words) {
+    const auto count = static_cast<std::int64_t>(checked);
+    if (!all) return words.translateCount("Stopped after %n message", "Stopped after %n messages", count);
+    const auto number = [&](std::size_t of) {
+        return QString::fromStdString(words.reader.number(static_cast<std::int64_t>(of)));
+    };
+    return words("Stopped after %1 of %2", number(checked), number(*all));
+}
 
 ReportList::ReportList(std::function<Date()> now, const Words& words, QObject* parent)
     : QAbstractTableModel(parent), m_now(std::move(now)), m_words(words) {}
@@ -141,8 +155,8 @@ void ReportList::refresh() {
 }
 
 void ReportList::order(std::vector<ListEntry>& rows) const {
-    const std::span<ListEntry> reports = std::ranges::stable_partition(
-        rows, [](const ListEntry& each) { return each.kind == ListEntry::Kind::running; });
+    const std::span<ListEntry> reports =
+        std::ranges::stable_partition(rows, [](const ListEntry& each) { return !each.isReport(); });
     if (m_sortColumn == verdictColumn || m_sortColumn == dateColumn || m_sortColumn == checkedColumn) {
         return sortBy(reports, m_sortOrder,
                       [&](const ListEntry& each) { return sortNumber(*each.report, m_sortColumn); });
@@ -159,7 +173,7 @@ void ReportList::order(std::vector<ListEntry>& rows) const {
 
 bool ReportList::passes(const ListEntry& entry) const {
     if (m_filter.isEmpty()) return true;
-    if (entry.kind == ListEntry::Kind::running) return entry.name.contains(m_filter, Qt::CaseInsensitive);
+    if (!entry.isReport()) return entry.name.contains(m_filter, Qt::CaseInsensitive);
     const ProofReport& report = *entry.report;
     if (holds(report.summary.subject, m_filter) || holds(report.verdict.domain, m_filter)) return true;
     if (report.fileName && holds(placeName(*report.fileName, m_words.reader), m_filter)) return true;
@@ -219,7 +233,7 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
         case secondLineRole:
             return secondLine(each);
         case Qt::ToolTipRole:
-            return each.isReport() ? toolTip(each, index.column()) : QVariant();
+            return each.isHeading() ? QVariant() : toolTip(each, index.column());
         case Qt::AccessibleTextRole:
             // Of a row in the table the first cell is read out.
             return index.column() == subjectColumn || index.column() == verdictColumn
@@ -231,6 +245,8 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
             return each.isReport() && !caution(*each.report).isEmpty();
         case timeRole:
             return time(each);
+        case isStoppedRole:
+            return each.kind == ListEntry::Kind::stopped;
         default:
             return {};
     }
@@ -246,7 +262,8 @@ QString ReportList::cell(const ListEntry& entry, int column) const {
         case signedByColumn:
         case fileColumn: {
             const std::string text = textOf(report, column, m_words.reader);
-            return text.empty() ? QString() : shown(text);
+            if (text.empty()) return {};
+            return column == signedByColumn ? shownDomain(text) : shown(text);
         }
         case dateColumn:
             return report.summary.date ? QString::fromStdString(m_words.reader.date(*report.summary.date))
@@ -265,8 +282,8 @@ QString ReportList::verdict(const ListEntry& entry) const {
     return text;
 }
 
-// A tooltip guesses whether its text is markup: this one is, and what it shows is escaped.
 QString ReportList::toolTip(const ListEntry& entry, int column) const {
+    if (!entry.isReport()) return escaped(firstLine(entry) + QStringLiteral(": ") + secondLine(entry));
     const ProofReport& report = *entry.report;
     QString text = cell(entry, column);
     if (column == subjectColumn) text = shown(report.summary.subject, longestToolTip);
@@ -274,7 +291,7 @@ QString ReportList::toolTip(const ListEntry& entry, int column) const {
         text = isolatedRuns(headline(report.verdict, m_words.reader));
         if (!caution(report).isEmpty()) text += QStringLiteral(", ") + caution(report);
     }
-    return QStringLiteral("<span>") + text.toHtmlEscaped() + QStringLiteral("</span>");
+    return escaped(text);
 }
 
 QString ReportList::spoken(const ListEntry& entry) const {
@@ -299,6 +316,7 @@ QString ReportList::firstLine(const ListEntry& entry) const {
         case ListEntry::Kind::historyHeading:
             return m_words("History");
         case ListEntry::Kind::running:
+        case ListEntry::Kind::stopped:
             return entry.name.isEmpty() ? m_words("Pasted source") : shown(entry.name);
         default:
             break;
@@ -314,10 +332,11 @@ QString ReportList::secondLine(const ListEntry& entry) const {
                                 : m_words.translateCount("%n message so far", "%n messages so far",
                                                          static_cast<std::int64_t>(entry.found));
     }
+    if (entry.kind == ListEntry::Kind::stopped) return stoppedAfter(entry.found, entry.all, m_words);
     const ProofReport& report = *entry.report;
     const std::string& domain =
         report.verdict.fromDomain.empty() ? report.verdict.domain : report.verdict.fromDomain;
-    if (!domain.empty()) return shown(domain);
+    if (!domain.empty()) return shownDomain(domain);
     return report.summary.from.empty() ? m_words("(no From line)")
                                        : shown(displayForm(report.summary.from.front()));
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -15,16 +16,20 @@ namespace quillmark {
 
 /// One line of the list.
 struct ListEntry {
-    enum class Kind { sessionHeading, historyHeading, running, session, history };
+    enum class Kind { sessionHeading, historyHeading, running, stopped, session, history };
     Kind kind = Kind::session;
     UUID id = {};
-    QString name = {};      ///< of a running check: the file's, or empty for a paste
-    std::size_t found = 0;  ///< of a running check: messages found in the mailbox so far
+    QString name = {};      ///< of a check without a report: the file's, or empty for a paste
+    std::size_t found = 0;  ///< of a mailbox: messages found in it so far, or until it was stopped
     std::shared_ptr<const ProofReport> report = {};  ///< never null in a report's line
+    std::optional<std::size_t> all = {};             ///< messages of a mailbox that was stopped, once known
     bool isReport() const { return kind == Kind::session || kind == Kind::history; }
     bool isHeading() const { return kind == Kind::sessionHeading || kind == Kind::historyHeading; }
     bool operator==(const ListEntry&) const = default;
 };
+
+/// How far the check of a mailbox came that was stopped: "Stopped after 514 of 4,200".
+QString stoppedAfter(std::size_t checked, std::optional<std::size_t> all, const Words& words);
 
 /// The reports of this run and of the history, each under its heading, and the checks that are under way; as
 /// a list, or sorted and as a table. What a row shows is made when it is painted, so that ten thousand cost
@@ -32,7 +37,7 @@ struct ListEntry {
 class ReportList : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole, hasMoreRole };
+    enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole, hasMoreRole, isStoppedRole };
     /// What the table shows, and what one may sort by. The list shows the first column.
     enum Column {
         subjectColumn,

@@ -2,11 +2,32 @@
 
 #include <QApplication>
 #include <QPainter>
+#include <algorithm>
 
 #include "Quillmark/ReportList.h"
 #include "Quillmark/Tones.h"
 
 namespace quillmark {
+
+namespace {
+
+/// Of the list's two lines the first is bold, and bold letters may be taller.
+int lineHeight(const QStyleOptionViewItem& option) {
+    QFont bold = option.font;
+    bold.setBold(true);
+    return std::max(option.fontMetrics.height(), QFontMetrics(bold).height());
+}
+
+}  // namespace
+
+QString elidedBeforeDomain(const QString& text, const QFontMetrics& metrics, int width) {
+    if (metrics.horizontalAdvance(text) <= width) return text;
+    const QString domain = text.mid(std::max(text.lastIndexOf(u'@'), qsizetype{0}));
+    const int before = width - metrics.horizontalAdvance(domain);
+    if (domain == text || before < metrics.horizontalAdvance(QStringLiteral("…")))
+        return metrics.elidedText(text, Qt::ElideLeft, width);
+    return metrics.elidedText(text.left(text.size() - domain.size()), Qt::ElideRight, before) + domain;
+}
 
 void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
                                const QModelIndex& index) const {
@@ -19,9 +40,10 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     const QPalette::ColorGroup group =
         option.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive;
     const QColor text = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
-    const int line = option.fontMetrics.height(), gap = line / 3;
+    const int line = lineHeight(option), gap = line / 3;
     const QRect inside = option.rect.adjusted(gap, gap, -gap, -gap);
     const QVariant tone = index.data(ReportList::toneRole);
+    const bool isStopped = index.data(ReportList::isStoppedRole).toBool();
     const QString second = index.data(ReportList::secondLineRole).toString();
     painter->setPen(text);
     QFont bold = option.font;
@@ -45,6 +67,8 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
         drawSymbol(value, mark);
         if (value != Tone::caution && index.data(ReportList::hasMoreRole).toBool())
             drawSymbol(Tone::caution, mark.translated(0, line + gap / 2));
+    } else if (isStopped) {
+        painter->fillRect(mark.adjusted(gap, gap, -gap, -gap), text);
     } else {  // a ring with a gap that goes around
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(QPen(text, line / 8.0));
@@ -54,18 +78,25 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     }
     painter->setPen(text);
     const QRect words = inside.adjusted(line + gap, 0, 0, 0);
-    const auto draw = [&](const QFont& font, int top, int width, const QString& what) {
-        painter->setFont(font);
-        painter->drawText(QRect(words.left(), words.top() + top, width, line),
-                          Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                          QFontMetrics(font).elidedText(what, Qt::ElideRight, width));
-    };
-    draw(bold, 0, words.width(), index.data(Qt::DisplayRole).toString());
+    // On a baseline: within a box, a character from another font would push the line down.
+    const int ascent = line - QFontMetrics(bold).descent();
+    painter->drawText(
+        words.left(), words.top() + ascent,
+        QFontMetrics(bold).elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight, words.width()));
+    painter->setFont(option.font);
+    const QFontMetrics& metrics = option.fontMetrics;
+    const int baseline = words.top() + line + gap / 2 + ascent;
     const QString time = index.data(ReportList::timeRole).toString();
-    draw(option.font, line + gap / 2, words.width() - option.fontMetrics.horizontalAdvance(time) - gap,
-         second);
-    painter->drawText(QRect(words.left(), words.top() + line + gap / 2, words.width(), line),
-                      Qt::AlignRight | Qt::AlignVCenter | Qt::TextSingleLine, time);
+    const int timeWidth = metrics.horizontalAdvance(time), beside = words.width() - timeWidth - gap;
+    // A domain is worth more than the time.
+    const bool hasTime = !tone.isValid() || metrics.horizontalAdvance(second) <= beside;
+    const int room = hasTime ? beside : words.width();
+    // Of "Stopped after 514 of 4,200" the numbers are the last to go.
+    const auto mode = isStopped ? Qt::ElideLeft : Qt::ElideRight;
+    painter->drawText(
+        words.left(), baseline,
+        tone.isValid() ? elidedBeforeDomain(second, metrics, room) : metrics.elidedText(second, mode, room));
+    if (hasTime) painter->drawText(words.right() + 1 - timeWidth, baseline, time);
     if (option.state & QStyle::State_HasFocus) {
         QStyleOptionFocusRect focus;
         focus.QStyleOption::operator=(option);
@@ -75,7 +106,7 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
 }
 
 QSize ReportListDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const {
-    const int line = option.fontMetrics.height();
+    const int line = lineHeight(option);
     return {10 * line, 2 * line + line / 6 + 2 * (line / 3)};
 }
 
@@ -86,6 +117,15 @@ QSize ReportTableDelegate::sizeHint(const QStyleOptionViewItem& option, const QM
 
 void ReportTableDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
     QStyledItemDelegate::initStyleOption(option, index);
+    const bool isDomain =
+        index.column() == ReportList::signedByColumn || index.column() == ReportList::fromColumn;
+    if (isDomain && option->widget && !option->rect.isEmpty()) {
+        const int margin = option->widget->style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 1;
+        option->text =
+            elidedBeforeDomain(option->text, option->fontMetrics, option->rect.width() - 2 * margin);
+    }
+    if (index.data(ReportList::isStoppedRole).toBool()) option->textElideMode = Qt::ElideLeft;
+    if (index.column() == ReportList::fileColumn) option->textElideMode = Qt::ElideMiddle;
     const QVariant tone = index.data(ReportList::toneRole);
     if (index.column() != ReportList::verdictColumn || !tone.isValid()) return;
     option->font.setBold(true);

@@ -5,8 +5,12 @@
 /// How a `ReportList` is painted.
 namespace quillmark {
 
-/// In the list: the tone's symbol, the subject, and under it the domain and the time; a caution mark where
-/// there is more to be read than the verdict.
+/// A text that ends with a domain, or with an address in angle brackets, in one line of `width` pixels: what
+/// stands before the domain gives way first, and of the domain its beginning.
+QString elidedBeforeDomain(const QString& text, const QFontMetrics& metrics, int width);
+
+/// In the list: the tone's symbol, the subject, and under it the domain and, where there is room for both,
+/// the time; a caution mark where there is more to be read than the verdict.
 class ReportListDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;

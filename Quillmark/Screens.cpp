@@ -162,7 +162,7 @@ private:
         window.setProblem(
             words("“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
                   QString("holiday.jpg")));
-        window.showRunning("invoice.eml");
+        window.showWithoutReport("invoice.eml", words("Checking…"));
         window.select(UUID{});
         save(window, look, "history");
         lists(look, words, list, window);
@@ -197,6 +197,13 @@ private:
         window.select(forged->id);
         save(window, look, "mailbox");
         window.setRunning({});
+        std::vector<ListEntry> stopped = {{ListEntry::Kind::stopped, UUID{}, "Inbox", 400, {}, 4'200}};
+        stopped.insert(stopped.end(), found.begin(), found.end());
+        list.setEntries(std::move(stopped));
+        window.select(UUID{});
+        window.showWithoutReport("Inbox", stoppedAfter(400, 4'200, words));
+        save(window, look, "mailbox-stopped");
+        window.showReport(reportContent(shownOne.report, shownOne.path, {}, words));
         list.setEntries(found);
         list.setTones({Tone::bad});
         save(window, look, "mailbox-bad-only");

@@ -8,8 +8,8 @@
 
 namespace quillmark {
 
-/// Sees to it that one user has one running copy: a second start hands its files to the first and ends, unless
-/// the first doesn't take them.
+/// Sees to it that one user has one running copy: a second start hands its files to the first and ends,
+/// unless the first doesn't take them.
 class SingleInstance : public QObject {
     Q_OBJECT
 public:

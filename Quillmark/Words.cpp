@@ -3,12 +3,36 @@
 #include <QList>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
 namespace {
 
-constexpr QChar firstStrongIsolate{u'\u2068'}, popDirectionalIsolate{u'\u2069'};
+constexpr QChar firstStrongIsolate{u'\u2068'}, popDirectionalIsolate{u'\u2069'}, wordJoiner{u'\u2060'};
+
+/// Runs of blanks as one: with many of them somebody could begin a line of the window.
+QString withSingleBlanks(const QString& text) {
+    QString result;
+    result.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const bool goesOn = i + 1 < text.size() && text[i].isSpace() && text[i + 1].isSpace();
+        if (!goesOn) result += i > 0 && text[i].isSpace() && text[i - 1].isSpace() ? u' ' : text[i];
+    }
+    return result;
+}
+
+/// Joins what stands around the hyphens of domains and addresses, where else a line would be broken.
+QString withWholeDomains(const QString& text) {
+    QStringList words = text.split(u' ');
+    for (QString& word : words) {
+        if (!word.contains(u'.') && !word.contains(u'@')) continue;
+        for (qsizetype i = word.size() - 1; i-- > 0;) {
+            if (word[i].category() == QChar::Punctuation_Dash) word.insert(i + 1, wordJoiner);
+        }
+    }
+    return words.join(u' ');
+}
 
 bool runsLeftwards(char32_t scalar) {
     const QChar::Direction direction = QChar::direction(scalar);
@@ -21,7 +45,8 @@ QString isolatedRuns(std::string_view sentence) {
     QString result;
     QString blanks;  // behind a run that perhaps goes on
     bool inRun = false;
-    const QString text = QString::fromUtf8(sentence.data(), static_cast<qsizetype>(sentence.size()));
+    const QString text = withWholeDomains(
+        withSingleBlanks(QString::fromUtf8(sentence.data(), static_cast<qsizetype>(sentence.size()))));
     for (const char32_t scalar : text.toUcs4()) {
         const QString character = QString::fromUcs4(&scalar, 1);
         if (inRun && scalar == U' ') {
@@ -40,7 +65,8 @@ QString isolatedRuns(std::string_view sentence) {
 }
 
 QString shown(std::string_view text, std::size_t limit) {
-    return firstStrongIsolate + QString::fromStdString(forDisplay(text, limit)) + popDirectionalIsolate;
+    const QString inert = QString::fromStdString(forDisplay(text, limit));
+    return firstStrongIsolate + withWholeDomains(withSingleBlanks(inert)) + popDirectionalIsolate;
 }
 
 QString shown(const QString& text, std::size_t limit) {
@@ -48,8 +74,10 @@ QString shown(const QString& text, std::size_t limit) {
     return shown(text.left(static_cast<qsizetype>(limit) + 1).toStdString(), limit);
 }
 
+QString shownDomain(std::string_view domain) { return shown(cutInside(domain)); }
+
 QString withoutIsolation(QString text) {
-    return text.remove(firstStrongIsolate).remove(popDirectionalIsolate);
+    return text.remove(firstStrongIsolate).remove(popDirectionalIsolate).remove(wordJoiner);
 }
 
 QString Words::translateCount(std::string_view one, std::string_view many, std::int64_t count) const {

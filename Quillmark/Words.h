@@ -15,16 +15,19 @@ constexpr std::size_t longestLabel = 500, longestToolTip = 1000;
 constexpr std::size_t mostRows = 50;
 
 /// Somebody else's text for the window: one line, inert, at most `limit` bytes of it, and isolated (U+2068 …
-/// U+2069), so that its direction cannot rearrange the sentence around it.
+/// U+2069), so that its direction cannot rearrange the sentence around it. Runs of blanks are one, and a word
+/// joiner (U+2060) behind each hyphen of a domain keeps its lines from being broken there.
 QString shown(std::string_view text, std::size_t limit = longestLabel);
 QString shown(const QString& text, std::size_t limit = longestLabel);
+/// The same for a domain; of a long one more of the end, which says whose it is.
+QString shownDomain(std::string_view domain);
 
 /// One of our sentences with somebody else's words in it, which are inert already: each run of letters
 /// written from right to left is isolated, so that it cannot pull what stands beside it, such as the rest of
-/// a domain, to its other side.
+/// a domain, to its other side. Blanks and hyphens are as in `shown`.
 QString isolatedRuns(std::string_view sentence);
 
-/// `text` without the isolating characters, for the clipboard and for file names.
+/// `text` without the characters that isolate and join, for the clipboard and for file names.
 QString withoutIsolation(QString text);
 
 /// The window's texts, in the language of one reader.

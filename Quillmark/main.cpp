@@ -23,6 +23,7 @@
 #include "QuillmarkKit/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "WindowBaseline/QtWords.h"
 
 namespace {
 
@@ -69,7 +70,7 @@ QStringList filesOf(const QCoreApplication& application, const Words& words) {
         parser.addOption({names, words(option.purpose)});
     }
     for (const ArgumentEntry& each : table.arguments) {
-        const QString name = QString::fromStdString(each.name);
+        const QString name = words(each.name);
         parser.addPositionalArgument(name, words(each.purpose), QStringLiteral("[%1…]").arg(name));
     }
     parser.process(application);
@@ -78,6 +79,13 @@ QStringList filesOf(const QCoreApplication& application, const Words& words) {
     QStringList files;
     for (const QString& each : parser.positionalArguments()) files << QDir::current().absoluteFilePath(each);
     return files;
+}
+
+/// The reader of this environment, whose language Qt speaks from now on, too.
+Reader readerOfApplication() {
+    const Reader reader = Reader::ofEnvironment();
+    if (reader.language == Language::german) window_baseline::translateQt(QStringLiteral("de"));
+    return reader;
 }
 
 /// Whether there is nowhere to show a window, of which Qt would say that reinstalling may help.
@@ -96,7 +104,7 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
     if (onlyPrints(argc, argv)) {
         const QCoreApplication application(argc, argv);
-        filesOf(application, Words{Reader::ofEnvironment()});
+        filesOf(application, Words{readerOfApplication()});
         return 0;
     }
     if (hasNoScreen(argc, argv)) {
@@ -111,7 +119,7 @@ int main(int argc, char** argv) {
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
     QApplication::setDesktopFileName(QStringLiteral("org.quillmark.Quillmark"));
     QApplication::setWindowIcon(programIcon());
-    const Words words{Reader::ofEnvironment()};
+    const Words words{readerOfApplication()};
 
     const QStringList files = filesOf(application, words);
 

@@ -1,8 +1,6 @@
 #include "Wording/Details.h"
 
 #include <algorithm>
-#include <array>
-#include <optional>
 
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Quoted.h"
@@ -62,28 +60,6 @@ constexpr std::string_view patterns[] = {
     toTranslate("stopped"),
 };
 
-using Captures = std::array<std::string_view, 2>;
-
-/// What stands in a text where its pattern has arguments; nothing when the text has not that pattern.
-std::optional<Captures> captures(std::string_view text, std::string_view pattern) {
-    Captures found = {};
-    std::size_t count = 0;
-    while (!pattern.empty()) {
-        const std::size_t mark = pattern.find('%');
-        const std::string_view literal = pattern.substr(0, mark);
-        if (!text.starts_with(literal)) return std::nullopt;
-        text.remove_prefix(literal.size());
-        if (mark == std::string_view::npos) return text.empty() ? std::optional(found) : std::nullopt;
-        pattern.remove_prefix(mark + 2);
-        const std::string_view next = pattern.substr(0, pattern.find('%'));
-        const std::size_t end = next.empty() ? text.size() : text.find(next);
-        if (end == std::string_view::npos || count == found.size()) return std::nullopt;
-        found[count++] = text.substr(0, end);
-        text.remove_prefix(end);
-    }
-    return text.empty() ? std::optional(found) : std::nullopt;
-}
-
 std::optional<std::string> translated(std::string_view detail, const Reader& reader) {
     if (detail == "not in the test registry")
         return reader.translate("the file of registration dates doesn’t name this domain");
@@ -103,6 +79,25 @@ std::string serviceText(std::string_view text, const Reader& reader) {
 }
 
 }  // namespace
+
+std::optional<Captures> captures(std::string_view text, std::string_view pattern) {
+    Captures found = {};
+    std::size_t count = 0;
+    while (!pattern.empty()) {
+        const std::size_t mark = pattern.find('%');
+        const std::string_view literal = pattern.substr(0, mark);
+        if (!text.starts_with(literal)) return std::nullopt;
+        text.remove_prefix(literal.size());
+        if (mark == std::string_view::npos) return text.empty() ? std::optional(found) : std::nullopt;
+        pattern.remove_prefix(mark + 2);
+        const std::string_view next = pattern.substr(0, pattern.find('%'));
+        const std::size_t end = next.empty() ? text.size() : text.find(next);
+        if (end == std::string_view::npos || count == found.size()) return std::nullopt;
+        found[count++] = text.substr(0, end);
+        text.remove_prefix(end);
+    }
+    return text.empty() ? std::optional(found) : std::nullopt;
+}
 
 std::string detailText(std::string_view detail, const Reader& reader) {
     constexpr std::size_t longest = 1000;  // beyond that nothing is of ours

@@ -3,6 +3,7 @@
 #include <variant>
 
 #include "Wording/Quoted.h"
+#include "Wording/Signatures.h"
 
 namespace quillmark {
 
@@ -160,7 +161,7 @@ struct NoteSentence {
         return reader.translate(
             "%1 did sign these lines, and they haven’t changed: %2. The text under them isn’t the one %1 "
             "signed; anyone could have written it.",
-            {quotedDomain(note.domain), quotedList(note.fields)});
+            {quotedDomain(note.domain), fieldNames(note.fields, reader)});
     }
     std::string operator()(const ReportNote::Damage& note) const {
         switch (note.kind) {

@@ -1,6 +1,7 @@
 #include "Wording/Signatures.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 #include "QuillmarkKit/Support/Text.h"
@@ -164,6 +165,26 @@ std::optional<Remark> unsignedBodyRemark(const DKIMResult& result, const Reader&
                                         rest, {reader.number(covered), reader.number(share)})};
 }
 
+std::string fieldName(std::string_view name, const Reader& reader) {
+    static constexpr std::array known = {toTranslate("From"), toTranslate("Reply-To"), toTranslate("To"),
+                                         toTranslate("Cc"),   toTranslate("Subject"),  toTranslate("Date")};
+    for (const std::string_view each : known) {
+        if (equalsIgnoringCase(name, each)) return reader.translate(each);
+    }
+    return std::string(name);
+}
+
+std::string fieldNames(const std::vector<std::string>& names, const Reader& reader) {
+    constexpr std::size_t longest = 1'000;  // bytes
+    std::string list;
+    for (const std::string& each : names) {
+        if (list.size() > longest) return list + ", …";
+        const std::string known = fieldName(each, reader);
+        list += (list.empty() ? "" : ", ") + (known == each ? quotedWord(each) : known);
+    }
+    return list;
+}
+
 Coverage coverage(const DKIMResult& result, std::string_view field) {
     const bool isNamed = std::ranges::any_of(
         result.signedHeaders, [&](const std::string& name) { return equalsIgnoringCase(name, field); });
@@ -181,14 +202,14 @@ void addCoverageRemarks(std::vector<Remark>& remarks, const DKIMResult& result,
         remarks.push_back(
             {Tone::caution, reader.translate("The message has more %1 lines than the signature covers; the "
                                              "one that is shown may have been added later.",
-                                             {quotedWord(field)})});
+                                             {fieldNames({field}, reader)})});
     }
     if (uncovered.empty()) return;
     remarks.push_back(
         {Tone::caution, reader.translateCount(
                             "Not covered by the signature: %1. This line could have been changed or added.",
                             "Not covered by the signature: %1. These lines could have been changed or added.",
-                            static_cast<std::int64_t>(uncovered.size()), {quotedList(uncovered)})});
+                            static_cast<std::int64_t>(uncovered.size()), {fieldNames(uncovered, reader)})});
 }
 
 namespace {

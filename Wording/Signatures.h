@@ -23,6 +23,12 @@ std::vector<Remark> remarks(const DKIMResult& result, Date checkedAt, const Read
 /// That the signature's length limit leaves a part of the body unsigned; nothing when it does not.
 std::optional<Remark> unsignedBodyRemark(const DKIMResult& result, const Reader& reader);
 
+/// A field's name as people know it: "Betreff" for "Subject" in German. Of one that only programs use, its
+/// own.
+std::string fieldName(std::string_view name, const Reader& reader);
+/// "a, b, c", each by its name.
+std::string fieldNames(const std::vector<std::string>& names, const Reader& reader);
+
 /// A field of which the signature covers none, or not all that the message holds.
 enum class Coverage { none, some };
 Coverage coverage(const DKIMResult& result, std::string_view field);

@@ -307,10 +307,15 @@ TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
     model.cancel(model.session()[0].id);
     const auto left = model.session();
     EXPECT_FALSE(model.busy());
-    desk.idle();
+    EXPECT_FALSE(left[0].isRunning);
+    EXPECT_EQ(left[0].stopped->checked, left.size() - 1);
+    desk.waitFor([&] { return model.session()[0].stopped->all.has_value(); });
+    EXPECT_EQ(model.session()[0].stopped->all, 5'000u);
     model.openFiles({desk.write("one.eml", mail)});
     desk.idle();
     EXPECT_EQ(model.session().size(), left.size() + 1) << "nothing came afterwards";
+    model.removeFromList(left[0].id);
+    EXPECT_EQ(model.session().size(), left.size());
 }
 
 TEST(AppModel, pastedText) {

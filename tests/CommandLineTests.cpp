@@ -247,9 +247,29 @@ TEST(CommandLine, usage) {
          "there is no command “lsit”; did you mean list? (see quillmark history --help)"},
         {{"history"}, "what shall be done? One of list, show, remove, clear (see quillmark history --help)"},
         {{"history", "show"}, "ID is required: Its ID (see quillmark history show --help)"},
+        {{"check", "--jobs", "0", mail},
+         "--jobs takes a number from 1 to 256, not “0” (see quillmark check --help)"},
     };
     for (const auto& [arguments, problem] : mistakes)
         EXPECT_EQ(run(arguments).problems, "quillmark: " + problem + "\n");
+    const std::pair<Words, std::string> german[] = {
+        {{"chek"}, "es gibt keinen Befehl „chek“; meinten Sie check? (siehe quillmark --help)"},
+        {{"sign"}, "--domain fehlt (siehe quillmark sign --help)"},
+        {{"check"}, "DATEI fehlt: "},
+        {{"check", mail, "--dns"}, "--dns braucht einen Wert (siehe quillmark check --help)"},
+        {{"check", mail, "--length=-1"}, "es gibt keine Option „--length=-1“"},
+        {{"check", mail, "--fail-on", "x"},
+         "--fail-on nimmt eines von diesen: caution,unknown,bad; nicht „x“ ("},
+        {{"check", mail, "--jobs", "1", "--jobs", "2"}, "--jobs steht 2 Mal da, darf aber höchstens 1 Mal"},
+    };
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    for (const auto& [arguments, problem] : german) {
+        const std::string line = run(arguments).problems;
+        EXPECT_TRUE(line.starts_with("quillmark: " + problem)) << line;
+    }
+    EXPECT_TRUE(
+        run({"keygen", "--help"}).output.starts_with("Aufruf: quillmark keygen --out SCHLÜSSEL [OPTIONEN]"));
+    setenv("LC_ALL", "C", 1);
     // An answers file that cannot be used is named, and the place of its fault.
     const std::pair<std::string, std::string> files[] = {
         {folder / "missing", "No such file or directory"},

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <sstream>
@@ -37,12 +38,20 @@ std::vector<std::pair<std::string, CommandTable>> commands() {
 }
 
 TEST(Help, fitsAScreen) {
-    for (const auto& [path, command] : commands()) {
-        SCOPED_TRACE(path);
-        std::istringstream text(helpText(command, path));
-        std::size_t lines = 0;
-        for (std::string line; std::getline(text, line); ++lines) EXPECT_LE(line.size(), 80U) << line;
-        EXPECT_LE(lines, command.name == "check" ? 40U : 23U);
+    const auto characters = [](const std::string& line) {
+        return std::ranges::count_if(line, [](char c) { return (c & 0xC0) != 0x80; });
+    };
+    for (const Language language : {Language::english, Language::german}) {
+        Reader reader;
+        reader.language = language;
+        for (const auto& [path, command] : commands()) {
+            SCOPED_TRACE(path);
+            std::istringstream text(helpText(translated(command, reader), path));
+            std::size_t lines = 0;
+            for (std::string line; std::getline(text, line); ++lines) EXPECT_LE(characters(line), 80) << line;
+            const std::size_t most = command.name == "check" ? 40 : 26;
+            EXPECT_LE(lines, language == Language::english ? most : most + 10);
+        }
     }
 }
 

@@ -178,6 +178,32 @@ TEST(PDFExport, markupIsTextAndNothingIsALink) {
     EXPECT_EQ(std::count(read.images.begin(), read.images.end(), '\n'), 2) << read.images;
 }
 
+TEST(PDFExport, linesStandOnceAndFindingsStayOnOnePage) {
+    ReportContent content;
+    content.headline = content.explanation = "x";
+    content.sections.resize(1);
+    for (int i = 100; i < 200; ++i) {
+        ReportRow row;
+        row.label = "begin" + QString::number(i);
+        row.sentence = QString("sentence ").repeated(40 + i % 7 * 10);
+        row.details = {{"Reason", "end" + QString::number(i)}};
+        content.sections[0].rows.push_back(row);
+    }
+    content.sections[0].rows.push_back({{}, "tall", QString("high ").repeated(3'000), {}, {}});
+    const ReadBack read(pdfOf(content, {"x", {}, {}, false}, english));
+    const auto only = [&](const std::string& word) {
+        const auto first = read.text.find(word);
+        EXPECT_TRUE(first != std::string::npos && first == read.text.rfind(word)) << word;
+        return std::count(read.text.begin(), read.text.begin() + static_cast<std::ptrdiff_t>(first), '\f');
+    };
+    for (int i = 100; i < 200; ++i)
+        EXPECT_EQ(only("begin" + std::to_string(i)), only("end" + std::to_string(i))) << i;
+    std::size_t high = 0;
+    for (auto at = read.text.find("high"); at != std::string::npos; at = read.text.find("high", at + 1))
+        ++high;
+    EXPECT_EQ(high, 3'000u);
+}
+
 TEST(PDFExport, proposedNames) {
     const std::pair<const char*, const char*> rows[] = {
         {"example.org", "example.org 2026-01-15.pdf"}, {"", "Report 2026-01-15.pdf"},
@@ -192,8 +218,9 @@ TEST(PDFExport, proposedNames) {
         EXPECT_EQ(proposedName(report, ".pdf", berlin).toStdString(), name);
     }
     ProofReport report;
-    report.verdict.domain = std::string(300, 'a');
-    EXPECT_LE(proposedName(report, ".pdf", english.reader).size(), 100);
+    report.verdict.domain = std::string(300, 'a') + ".evil.example";
+    const QString name = proposedName(report, ".pdf", english.reader);
+    EXPECT_TRUE(name.size() <= 100 && name.contains(".evil.example ")) << name.toStdString();
 }
 
 }  // namespace

@@ -37,7 +37,10 @@ const Words english{{.zone = [](Date) { return ZoneOffset{}; }}};
 TEST(Words, foreignTextIsInertAndIsolated) {
     EXPECT_EQ(shown(std::string_view("a\nb\u202E<b>")), u"\u2068a b‹U+202E›<b>\u2069");
     EXPECT_LE(shown(std::string_view(std::string(1'000'000, 'x'))).size(), 510);
-    EXPECT_EQ(withoutIsolation(shown(std::string_view("a"))), "a");
+    EXPECT_EQ(shown(std::string_view("[OK]   \t Signed")), u"\u2068[OK] Signed\u2069");
+    EXPECT_EQ(withoutIsolation(shown(std::string_view("a-b@c-d.example"))), "a-b@c-d.example");
+    const QString end = withoutIsolation(shownDomain(std::string(1'000, 'x') + "ü.evil.example"));
+    EXPECT_TRUE(end.contains(u"x…x") && end.endsWith(u"xü.evil.example") && end.size() <= 500);
     const struct {
         const char* sentence;
         const char* isolated;
@@ -46,9 +49,29 @@ TEST(Words, foreignTextIsInertAndIsolated) {
         {"from אבג.example, not דהו", "from \u2068אבג\u2069.example, not \u2068דהו\u2069"},
         {"שלום עולם 5", "\u2068שלום עולם\u2069 5"},
         {"שלום ", "\u2068שלום\u2069 "},
+        {"[OK]   \u00A0 \u3000Signed", "[OK] Signed"},
+        {"a re-check of a-b.example", "a re-check of a-\u2060b.example"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(isolatedRuns(row.sentence), QString::fromUtf8(row.isolated)) << row.sentence;
+}
+
+TEST(ReportRows, theEndOfADomainStays) {
+    const QFontMetrics metrics(QApplication::font());
+    const QString long_ = QString(200, u'b');
+    const struct {
+        QString text, end;
+    } rows[] = {
+        {"bank.example." + long_ + ".evil.example", ".evil.example"},
+        {long_ + " <service@evil.example>", "…@evil.example>"},
+        {"<service@bank.example." + long_ + ".evil.example>", ".evil.example>"},
+    };
+    for (const auto& row : rows) {
+        const QString elided =
+            elidedBeforeDomain(row.text, metrics, metrics.horizontalAdvance(QString(25, u'b')));
+        EXPECT_TRUE(elided.endsWith(row.end) && elided.contains(u'…')) << elided.toStdString();
+    }
+    EXPECT_EQ(elidedBeforeDomain("a@b.example", metrics, 10'000), "a@b.example");
 }
 
 TEST(Tones, contrastInEveryPalette) {

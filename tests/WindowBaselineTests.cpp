@@ -13,11 +13,13 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextEdit>
+#include <QTranslator>
 #include <QVBoxLayout>
 
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/EditActions.h"
 #include "WindowBaseline/HelpMenu.h"
+#include "WindowBaseline/QtWords.h"
 #include "WindowBaseline/WindowReader.h"
 
 namespace window_baseline {
@@ -32,6 +34,14 @@ TEST(WindowBaseline, closeGuardKeepsTheWindow) {
     EXPECT_TRUE(window.isVisible());
     mayClose = true;
     EXPECT_TRUE(window.close());
+}
+
+TEST(WindowBaseline, qtSpeaksTheLanguage) {
+    EXPECT_FALSE(translateQt("xx"));
+    EXPECT_EQ(QCoreApplication::translate("QPlatformTheme", "Cancel"), "Cancel");
+    ASSERT_TRUE(translateQt("de")) << "Qt's translations are not installed";
+    EXPECT_EQ(QCoreApplication::translate("QPlatformTheme", "Cancel"), "Abbrechen");
+    for (QTranslator* each : QCoreApplication::instance()->findChildren<QTranslator*>()) delete each;
 }
 
 TEST(WindowBaseline, editActionsWorkOnWhatHasTheKeyboard) {
