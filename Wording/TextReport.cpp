@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -9,6 +10,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Details.h"
+#include "Wording/FailedLookups.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -98,13 +100,21 @@ void addNotes(Lines& lines, const ProofReport& report, NoteSection section, cons
     }
 }
 
-/// What the verdict means and what must be read with it, where there is something to beware of.
-void addMeaning(Lines& lines, const ProofReport& report, const Reader& reader) {
+/// What the verdict means and what must be read with it, where there is something to beware of. Whether there
+/// is.
+bool addMeaning(Lines& lines, const ProofReport& report, const Reader& reader) {
     const auto remarks = besideHeadline(report, reader);
     const bool hasReservations = std::ranges::count(remarks, Tone::caution, &Remark::tone) > 0;
-    if (report.notes.empty() && report.flags.empty() && !hasReservations) return;
+    if (report.notes.empty() && report.flags.empty() && !hasReservations) return false;
     lines.note(Remark{{}, explanation(report, reader)});
     for (const Remark& remark : remarks) lines.note(remark);
+    return true;
+}
+
+/// Under a finding whose lookup failed: the likely cause, unless it was said before, and what came of asking.
+void addFailure(Lines& lines, std::string& cause, std::string_view detail, const Reader& reader) {
+    if (!cause.empty()) lines.note(Remark{{}, std::exchange(cause, {})});
+    if (!detail.empty()) lines.note(Remark{{}, detailText(detail, reader)});
 }
 
 void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
@@ -141,7 +151,7 @@ void addWarningSigns(Lines& lines, std::span<const LookAlikeFlag> flags, const R
     if (flags.size() > longestList) lines.note(Remark{{}, more(flags.size() - longestList, reader)});
 }
 
-void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader) {
+void addSignatures(Lines& lines, const ProofReport& report, std::string& cause, const Reader& reader) {
     lines.section(toTranslate("Signatures (DKIM)"));
     if (report.dkim.empty()) lines.add(reader.translate("No DKIM signature."));
     for (const DKIMResult& signature : report.dkim) {
@@ -156,31 +166,36 @@ void addSignatures(Lines& lines, const ProofReport& report, const Reader& reader
                 : reader.translate("%1 (s=%2, %3): %4", {domain, selector, algorithm, said});
         lines.add(Remark{tone(signature), line});
         if (signature.status == DKIMResult::Status::lookupFailed)
-            lines.note(Remark{{}, detailText(signature.detail, reader)});
+            addFailure(lines, cause, signature.detail, reader);
         for (const Remark& remark : remarks(signature, report.checkedAt, reader)) lines.note(remark);
     }
     addNotes(lines, report, NoteSection::signatures, reader);
 }
 
 /// What came of asking, when there was no answer.
-std::string lookupDetail(const SPFFinding& finding) {
+std::optional<std::string> lookupFailure(const SPFFinding& finding) {
     const auto* judged = std::get_if<SPFFinding::Status::Judged>(&finding.status.value);
-    return judged && judged->result == SPFResult::temperror ? finding.detail.value_or("") : std::string();
+    if (!judged || judged->result != SPFResult::temperror) return std::nullopt;
+    return finding.detail.value_or("");
 }
 
-std::string lookupDetail(const ARCFinding& finding) {
-    if (!std::holds_alternative<ARCFinding::Status::Unknown>(finding.status.value)) return {};
+std::optional<std::string> lookupFailure(const DMARCFinding& finding) {
+    return finding.status == DMARCFinding::Status::lookupFailed ? std::optional(std::string()) : std::nullopt;
+}
+
+std::optional<std::string> lookupFailure(const ARCFinding& finding) {
+    if (!std::holds_alternative<ARCFinding::Status::Unknown>(finding.status.value)) return std::nullopt;
     const auto status = [](const ARCFinding::Hop& hop) { return hop.messageSignature.status; };
     const auto hop = std::ranges::find(finding.hops, DKIMResult::Status::lookupFailed, status);
     return hop != finding.hops.end() ? hop->messageSignature.detail : std::string();
 }
 
 template <typename Finding>
-void addFinding(Lines& lines, std::string_view heading, const Finding& finding, const Reader& reader,
-                const std::string& lookupDetail = {}) {
+void addFinding(Lines& lines, std::string_view heading, const Finding& finding, std::string& cause,
+                const Reader& reader) {
     lines.section(heading);
     lines.add(Remark{tone(finding), sentence(finding, reader)});
-    if (!lookupDetail.empty()) lines.note(Remark{{}, detailText(lookupDetail, reader)});
+    if (const auto failure = lookupFailure(finding)) addFailure(lines, cause, *failure, reader);
     for (const Remark& remark : remarks(finding, reader)) lines.note(remark);
 }
 
@@ -194,15 +209,15 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
         lines.add(reader.translate("File: %1", {inert(placeName(*report.fileName, reader))}));
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
-    addMeaning(lines, report, reader);
+    std::string cause = addMeaning(lines, report, reader) ? std::string() : likelyCause(report, reader);
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
-    addSignatures(lines, report, reader);
-    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, reader, lookupDetail(report.spf));
+    addSignatures(lines, report, cause, reader);
+    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, cause, reader);
     addNotes(lines, report, NoteSection::sendingServer, reader);
-    addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, reader);
+    addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, cause, reader);
     addNotes(lines, report, NoteSection::policy, reader);
-    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, reader, lookupDetail(report.arc));
+    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, cause, reader);
     addNotes(lines, report, NoteSection::chain, reader);
     lines.section(toTranslate("Your mail server said"));
     bool isFirst = true;

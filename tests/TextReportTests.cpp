@@ -128,6 +128,25 @@ TEST(TextReport, theMeaningOfTheVerdict) {
     }
 }
 
+/// The likely cause stands in the report once, with the verdict's meaning or else under the first that
+/// failed.
+TEST(TextReport, failedLookupsHaveOneCause) {
+    const std::string detail = "a.example: timed out; b.example: timed out";
+    ProofReport report;
+    report.verdict = {VerdictKind::couldNotCheck, Tone::unknown, "d.example", "", {}};
+    report.dkim = {{.status = DKIMResult::Status::lookupFailed, .detail = detail, .domain = "d.example"}};
+    report.spf.status.value = SPFFinding::Status::Judged{SPFResult::temperror};
+    report.spf.detail = detail;
+    report.dmarc.status = DMARCFinding::Status::lookupFailed;
+    const std::string cause = "The DNS services don’t answer as they should.";
+    EXPECT_EQ(count(lines(report), "    " + cause), 1u);
+    EXPECT_EQ(count(lines(report), "    " + detail), 2u);
+    report.flags = {{LookAlikeFlag::MultipleFrom{}}};
+    const std::string text = textReport(report, reader);
+    EXPECT_NE(text.find(cause), std::string::npos);
+    EXPECT_EQ(text.find(cause), text.rfind(cause));
+}
+
 TEST(TextReport, onATerminalLinesAreOfOurMaking) {
     const auto blanks = std::string(60, ' ');
     ProofReport report = reportSaying("a" + blanks + "[OK] Signed\u00A0by\u3000\u3000bank.example");
