@@ -48,8 +48,7 @@ std::string word(const SPFFinding::Status& status) {
 template <typename List>
 std::string words(const List& list) {
     std::string text;
-    for (const auto& one : list)
-        text += (text.empty() ? "" : " ") + std::string(casesOf(&one)[one.value.index()]);
+    for (const auto& one : list) text += (text.empty() ? "" : " ") + std::string(caseNameOf(one));
     return text;
 }
 

@@ -1,6 +1,9 @@
 #include "QuillmarkKit/History.h"
 
+#include <algorithm>
+#include <map>
 #include <optional>
+#include <streambuf>
 #include <utility>
 
 #include "QuillmarkKit/ReportJSON.h"
@@ -11,6 +14,7 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t pieceSize = 1'000'000;  // bytes that go into the sink together
+constexpr std::size_t mostFaults = 10;        // of a damaged history that are told
 
 /// What is read of a history first.
 struct Header {
@@ -25,6 +29,45 @@ bool isNewer(const JSON& json) {
         return false;  // whatever it is, the whole is judged
     }
 }
+
+/// Reads a history, and hands on each report or why it is none; gives the rest. Throws `DecodingError` where
+/// it is no JSON.
+JSON readReports(std::istream& text, const std::function<void(ProofReport)>& report,
+                 const std::function<void(const DecodingError&)>& fault) {
+    return parsedPiecewise(text, "reports", [&](std::size_t number, const JSON& json) {
+        std::optional<ProofReport> read;
+        try {
+            read =
+                decoded<ProofReport>(json, MissingMembers::fail, "reports[" + std::to_string(number) + "]");
+        } catch (const DecodingError& error) {
+            fault(error);
+        }
+        if (read) report(std::move(*read));
+    });
+}
+
+/// Where the next report may begin in a damaged text, or its end. In a text of JSON a quote is escaped, so
+/// that none of it looks like this.
+std::size_t nextReport(std::string_view text, std::size_t from) {
+    constexpr std::string_view firstKey = "\"arc\"", ownLine = "\n    ";
+    for (std::size_t brace = text.find('{', from); brace != std::string_view::npos;
+         brace = text.find('{', brace + 1)) {
+        const std::string_view behind = text.substr(brace + 1);
+        const std::size_t key = std::min(behind.find_first_not_of(" \t\r\n"), behind.size());
+        const bool isOnOwnLine = behind.substr(0, key).find('\n') != std::string_view::npos &&
+                                 text.substr(0, brace).ends_with(ownLine);
+        if (isOnOwnLine || behind.substr(key).starts_with(firstKey)) return brace;
+    }
+    return text.size();
+}
+
+/// The bytes of a text for a `std::istream`.
+struct ViewBuffer : std::streambuf {
+    explicit ViewBuffer(std::string_view text) {
+        char* const begin = const_cast<char*>(text.data());  // NOLINT(*-const-cast): it is only read
+        setg(begin, begin, begin + text.size());
+    }
+};
 
 }  // namespace
 
@@ -68,30 +111,70 @@ void HistoryWriter::add(const ProofReport& report) {
     m_text.clear();
 }
 
-void HistoryWriter::end() {
+void HistoryWriter::end(const UnknownMembers& unknown) {
     m_text += m_isFirst ? "]" : "\n  ]";
-    m_text += ",\n  \"version\": " + std::to_string(historyVersion) + "\n}\n";
+    std::map<std::string_view, std::string> members = {{"version", std::to_string(historyVersion)}};
+    for (const UnknownMember& member : unknown) members.emplace(member.name, indented(member.json, 1));
+    for (const auto& [name, json] : members) m_text += ",\n  " + encoded(std::string(name)) + ": " + json;
+    m_text += "\n}\n";
     m_sink(m_text);
     m_text.clear();
 }
 
-std::int64_t readHistory(std::istream& text, const std::function<void(ProofReport)>& report) {
+History readHistory(std::istream& text, const std::function<void(ProofReport)>& report) {
     std::optional<DecodingError> fault;  // the first; it counts only if the version, behind it, is ours
-    const auto take = [&](std::size_t number, const JSON& json) {
-        if (fault) return;
-        std::optional<ProofReport> read;
-        try {
-            read =
-                decoded<ProofReport>(json, MissingMembers::fail, "reports[" + std::to_string(number) + "]");
-        } catch (const DecodingError& error) {
-            fault = error;
-        }
-        if (read) report(std::move(*read));
+    const auto take = [&](const DecodingError& error) {
+        if (!fault) fault = error;
     };
-    const JSON rest = parsedPiecewise(text, "reports", take);
-    if (isNewer(rest)) return decoded<Header>(rest).version.value();
+    const auto hand = [&](ProofReport read) {
+        if (!fault) report(std::move(read));
+    };
+    const JSON rest = readReports(text, hand, take);
+    if (isNewer(rest)) return {decoded<Header>(rest).version.value(), {}, {}};
     if (fault) throw *fault;
-    return decoded<History>(rest).version;
+    return decoded<History>(rest);
+}
+
+HistorySalvage salvageHistory(std::string_view text, const std::function<void(ProofReport)>& report) {
+    HistorySalvage salvage;
+    const auto note = [&](const std::string& fault) {
+        if (salvage.faults.size() < mostFaults) salvage.faults.push_back(fault);
+    };
+    const auto missed = [&](const DecodingError& fault) {
+        ++salvage.unread;
+        note(fault.what());
+    };
+    std::set<UUID> taken;
+    const auto take = [&](ProofReport read) {
+        taken.insert(read.id);
+        report(std::move(read));
+    };
+    try {
+        ViewBuffer buffer(text);
+        std::istream input(&buffer);
+        const JSON rest = readReports(input, take, missed);
+        if (isNewer(rest)) {
+            salvage.version = decoded<Header>(rest).version.value();
+        } else if (salvage.unread == 0) {
+            decoded<History>(rest);
+        }
+        return salvage;
+    } catch (const DecodingError& fault) {
+        note(fault.what());
+    }
+    salvage.unread = 0;  // they are met again
+    for (std::size_t begin = nextReport(text, 0); begin < text.size();) {
+        const std::size_t end = nextReport(text, begin + 1);
+        try {
+            auto read = decoded<ProofReport>(parsedFirst(text.substr(begin, end - begin)));
+            if (!taken.contains(read.id)) report(std::move(read));
+        } catch (const DecodingError& fault) {
+            ++salvage.unread;
+            note("the report at byte " + std::to_string(begin + 1) + ": " + fault.what());
+        }
+        begin = end;
+    }
+    return salvage;
 }
 
 }  // namespace quillmark

@@ -26,6 +26,7 @@ constexpr std::size_t largestKeptReport = 5'000'000;
 struct History {
     std::int64_t version = historyVersion;
     std::vector<ProofReport> reports = {};  ///< the oldest first
+    UnknownMembers unknown = {};            ///< of a history that a newer program wrote
     bool operator==(const History&) const = default;
 
     void apply(const HistoryChange& change);
@@ -67,8 +68,8 @@ public:
     using Sink = std::function<void(std::string_view bytes)>;
     explicit HistoryWriter(Sink sink);
     void add(const ProofReport& report);
-    /// After the last report.
-    void end();
+    /// After the last report. `unknown` is the history's own; its members come behind the reports.
+    void end(const UnknownMembers& unknown = {});
 
 private:
     Sink m_sink;
@@ -76,9 +77,21 @@ private:
     bool m_isFirst = true;
 };
 
-/// Reads what a `HistoryWriter` wrote, and hands on one report after the other. Gives the version, on which
-/// it depends whether they count: above `historyVersion` the form is unknown. Throws `DecodingError` with the
-/// place of the fault ("reports[3].dkim[0].status: …"), perhaps after many a report.
-std::int64_t readHistory(std::istream& text, const std::function<void(ProofReport)>& report);
+/// Reads what a `HistoryWriter` wrote, and hands on one report after the other; what comes back is the
+/// history without them. On its version depends whether they count: above `historyVersion` the form is
+/// unknown. Throws `DecodingError` with the place of the fault ("reports[3].dkim[0].status: …"), perhaps
+/// after many a report.
+History readHistory(std::istream& text, const std::function<void(ProofReport)>& report);
+
+/// How much of a damaged history could be read.
+struct HistorySalvage {
+    std::int64_t version = historyVersion;  ///< above `historyVersion` the form is unknown
+    std::size_t unread = 0;                 ///< the reports of which something is there that can't be read
+    std::vector<std::string> faults = {};   ///< what is wrong, and where; the first ten
+};
+/// Reads what is left of a history, and hands on each report that is whole, in their order: those before,
+/// between and behind the damage. Where the text is no JSON, a report behind that place is known by the
+/// layout that a `HistoryWriter` gives it, or as what begins with `{"arc"`.
+HistorySalvage salvageHistory(std::string_view text, const std::function<void(ProofReport)>& report);
 
 }  // namespace quillmark

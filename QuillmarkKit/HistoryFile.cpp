@@ -1,13 +1,18 @@
 #include "QuillmarkKit/HistoryFile.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <functional>
 #include <istream>
+#include <iterator>
+#include <set>
 #include <system_error>
 #include <utility>
 
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Support/Files.h"
+#include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
 
@@ -17,6 +22,18 @@ namespace {
 
 fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.parent_path() : "."; }
 
+std::string wholeFile(const fs::path& file) {
+    FileInput input(file);
+    return {std::istreambuf_iterator<char>(&input), {}};
+}
+
+/// Does nothing when there is none.
+void removeFile(const fs::path& file) {
+    std::error_code error;
+    fs::remove(file, error);
+    if (error) throw fs::filesystem_error("cannot remove", file, error);
+}
+
 /// Keeps the others that change the file waiting.
 FileLock locked(const HistoryFile& file) {
     const fs::path folder = folderOf(file.url);
@@ -24,84 +41,144 @@ FileLock locked(const HistoryFile& file) {
     return FileLock(folder / ("." + file.url.filename().string() + ".lock"), file.patience);
 }
 
-/// Hands on the reports of the file, none when there is no file; gives the version. Throws `DecodingError`
-/// and `HistoryFileError`, perhaps after many a report.
-std::int64_t read(const fs::path& file, const std::function<void(ProofReport)>& report) {
+/// Hands on the reports of the file, none when there is no file; gives the history without them. Throws
+/// `DecodingError` and `HistoryFileError`, perhaps after many a report.
+History read(const fs::path& file, const std::function<void(ProofReport)>& report) {
     std::optional<FileInput> input;
     try {
         input.emplace(file);
     } catch (const fs::filesystem_error& error) {
-        if (error.code() == std::errc::no_such_file_or_directory) return historyVersion;
+        if (error.code() == std::errc::no_such_file_or_directory) return {};
         throw;
     }
     std::istream text(&*input);
-    const std::int64_t version = readHistory(text, report);
-    if (version > historyVersion) throw HistoryFileError(HistoryFileError::NewerVersion{version});
-    return version;
+    History history = readHistory(text, report);
+    if (history.version > historyVersion)
+        throw HistoryFileError(HistoryFileError::NewerVersion{history.version});
+    return history;
 }
 
 History readAll(const fs::path& file) {
-    History history;
-    history.version = read(file, [&](ProofReport report) { history.reports.push_back(std::move(report)); });
+    std::vector<ProofReport> reports;
+    History history = read(file, [&](ProofReport report) { reports.push_back(std::move(report)); });
+    history.reports = std::move(reports);
     return history;
 }
 
 constexpr std::string_view damagedBegin = "history (damaged ", damagedEnd = ").json";
 
-/// Moves a damaged file to the first name "history (damaged 2026-03-01T09-15-42Z 2).json" that is free.
-HistoryFileError::Damaged setAside(const fs::path& file, Date now, const DecodingError& fault) {
+/// The time as it stands in the names of damaged files: "2026-03-01T09-15-42Z".
+std::string stampOf(Date now) {
     std::string stamp = iso8601(now);
     for (char& c : stamp) {
         if (c == ':') c = '-';  // which is not allowed in file names everywhere
     }
+    return stamp;
+}
+
+/// Moves a damaged file to the first name "history (damaged 2026-03-01T09-15-42Z 2).json" that is free.
+HistoryFileError::Damaged setAside(const fs::path& file, Date now, const std::string& fault) {
     for (int number = 1;; ++number) {
         const std::string count = number == 1 ? "" : " " + std::to_string(number);
         std::string name(damagedBegin);
-        name.append(stamp).append(count).append(damagedEnd);
+        name.append(stampOf(now)).append(count).append(damagedEnd);
         const fs::path path = folderOf(file) / name;
-        if (renameToUnused(file, path)) return {path, fault.what()};
+        if (renameToUnused(file, path)) return {path, fault};
     }
 }
 
-void removeSetAside(const fs::path& file) {
-    for (const auto& entry : fs::directory_iterator(folderOf(file))) {
-        const std::string name = entry.path().filename().string();
-        if (name.starts_with(damagedBegin) && name.ends_with(damagedEnd)) fs::remove(entry.path());
+/// Whether a file has such a name, to the letter.
+bool wasSetAside(const fs::path& file) {
+    const std::string name = file.filename().string();
+    if (!name.starts_with(damagedBegin) || !name.ends_with(damagedEnd)) return false;
+    const std::string_view middle = std::string_view(name).substr(
+        damagedBegin.size(), name.size() - damagedBegin.size() - damagedEnd.size());
+    const std::string_view stamp = middle.substr(0, middle.find(' '));
+    std::string_view count = middle.substr(stamp.size());
+    std::string time(stamp);
+    if (time.size() != 20) return false;
+    time[13] = time[16] = ':';
+    const auto date = parsedRFC3339(time);
+    if (!date || stampOf(*date) != stamp) return false;
+    if (count.empty()) return true;
+    count.remove_prefix(1);
+    return !count.empty() && count.front() != '0' && count != "1" && std::ranges::all_of(count, isDigit);
+}
+
+/// The bytes of a new file in the place of another, which is made once there are some, so that what turns out
+/// to be nothing to write needs no room.
+class Rewriting {
+public:
+    explicit Rewriting(fs::path file) : m_file(std::move(file)) {}
+    HistoryWriter writer{[this](std::string_view bytes) {
+        if (!m_replacement) m_replacement.emplace(m_file);
+        m_replacement->write(bytes);
+    }};
+    /// Once the writer has ended.
+    void commit() { m_replacement->commit(); }
+
+private:
+    const fs::path m_file;
+    std::optional<FileReplacement> m_replacement = {};
+};
+
+/// On the disk, in the user's part of it, or in a file that may not grow.
+bool isForWantOfRoom(const fs::filesystem_error& error) {
+    const int reason = error.code().value();
+    return reason == ENOSPC || reason == EDQUOT || reason == EFBIG;
+}
+
+/// Writes a history without reports. On a full disk the file goes, which says the same.
+void writeEmpty(const fs::path& file, const UnknownMembers& unknown) {
+    const auto write = [&] {
+        Rewriting rewriting(file);
+        rewriting.writer.end(unknown);
+        rewriting.commit();
+    };
+    try {
+        write();
+    } catch (const fs::filesystem_error& error) {
+        if (!isForWantOfRoom(error)) throw;
+        removeFile(file);
+        try {
+            write();  // in the room that it took
+        } catch (const fs::filesystem_error& again) {
+            if (!isForWantOfRoom(again)) throw;
+        }
     }
 }
 
 /// The file with the change; nothing is written when that is what it holds. Throws as `read` does.
 void change(const fs::path& file, const HistoryChange& change) {
-    FileReplacement replacement(file);
-    HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
-    bool isChanged = !change.added().empty();
-    read(file, [&](const ProofReport& report) {
+    Rewriting rewriting(file);
+    bool isChanged = !change.added().empty(), isEmpty = change.added().empty();
+    const History rest = read(file, [&](const ProofReport& report) {
         if (change.removes(report.id)) {
             isChanged = true;
         } else {
-            writer.add(report);
+            isEmpty = false;
+            rewriting.writer.add(report);
         }
     });
     if (!isChanged) return;
-    for (const ProofReport& report : change.added()) writer.add(report);
-    writer.end();
-    replacement.commit();
+    if (isEmpty) {
+        writeEmpty(file, rest.unknown);
+        return;
+    }
+    for (const ProofReport& report : change.added()) rewriting.writer.add(report);
+    rewriting.writer.end(rest.unknown);
+    rewriting.commit();
 }
 
 /// Puts what the change adds into a new file in place of a damaged one. That stays where it is until the new
 /// one is written, so that it is heard of again when there is no room.
-std::optional<HistoryFileError::Damaged> beginAnew(const fs::path& file, const HistoryChange& change,
-                                                   Date now, const DecodingError& fault) {
-    FileReplacement replacement(file);
-    HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
-    for (const ProofReport& report : change.added()) writer.add(report);
-    writer.end();
-    if (change.removesAll()) {
-        replacement.commit();
-        return std::nullopt;
-    }
+HistoryFileError::Damaged beginAnew(const fs::path& file, const HistoryChange& change, Date now,
+                                    const std::string& fault) {
+    Rewriting rewriting(file);
+    for (const ProofReport& report : change.added()) rewriting.writer.add(report);
+    if (!change.added().empty()) rewriting.writer.end();
     auto damaged = setAside(file, now, fault);
-    if (!change.added().empty()) replacement.commit();
+    if (!change.added().empty()) rewriting.commit();
     return damaged;
 }
 
@@ -139,18 +216,17 @@ History HistoryFile::load(Date now) const {
     try {
         return readAll(url);
     } catch (const DecodingError& fault) {
-        throw HistoryFileError(setAside(url, now, fault));
+        throw HistoryFileError(setAside(url, now, fault.what()));
     }
 }
 
 void HistoryFile::save(const History& history) const {
     const FileLock lock = locked(*this);
     FileReplacement::removeLeftovers(url);
-    FileReplacement replacement(url);
-    HistoryWriter writer([&](std::string_view bytes) { replacement.write(bytes); });
-    for (const ProofReport& report : history.reports) writer.add(report);
-    writer.end();
-    replacement.commit();
+    Rewriting rewriting(url);
+    for (const ProofReport& report : history.reports) rewriting.writer.add(report);
+    rewriting.writer.end(history.unknown);
+    rewriting.commit();
 }
 
 std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange& steps, Date now,
@@ -163,11 +239,74 @@ std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange&
     try {
         change(url, steps);
     } catch (const DecodingError& fault) {
-        damaged = beginAnew(url, steps, now, fault);
+        damaged = beginAnew(url, steps, now, fault.what());
     }
-    if (steps.removesAll()) removeSetAside(url);
     look();
     return damaged;
+}
+
+HistoryContents HistoryFile::contents(Date now) const {
+    HistoryContents contents;
+    try {
+        for (const ProofReport& report : load(now).reports) contents.reports.push_back(report.id);
+    } catch (const HistoryFileError& error) {
+        if (!std::holds_alternative<HistoryFileError::Damaged>(error.value)) throw;
+    }
+    std::error_code noFolder;
+    for (const auto& entry : fs::directory_iterator(folderOf(url), noFolder)) {
+        if (entry.symlink_status().type() == fs::file_type::regular && wasSetAside(entry.path()))
+            contents.setAside.push_back(entry.path());
+    }
+    std::ranges::sort(contents.setAside);
+    return contents;
+}
+
+std::optional<HistoryFileError::Damaged> HistoryFile::clear(const HistoryContents& contents, Date now,
+                                                            const std::function<void()>& look) const {
+    HistoryChange change;
+    for (const UUID& id : contents.reports) change.remove(id);
+    auto damaged = apply(change, now, look);
+    for (const fs::path& file : contents.setAside) {
+        if (wasSetAside(file)) removeFile(file);
+    }
+    return damaged;
+}
+
+HistoryRecovery HistoryFile::recover(const fs::path& damagedFile, Date now) const {
+    const FileLock lock = locked(*this);
+    FileReplacement::removeLeftovers(url);
+    HistoryRecovery recovery;
+    std::set<UUID> ids;
+    std::optional<std::string> fault;
+    try {
+        read(url, [&](const ProofReport& report) { ids.insert(report.id); });
+    } catch (const DecodingError& error) {
+        fault = error.what();
+        ids.clear();
+    }
+    Rewriting rewriting(url);
+    const std::string text = wholeFile(damagedFile);
+    HistorySalvage salvage = salvageHistory(text, [&](const ProofReport& report) {
+        if (ids.contains(report.id)) {
+            ++recovery.known;
+        } else {
+            ++recovery.recovered;
+            rewriting.writer.add(report);
+        }
+    });
+    if (salvage.version > historyVersion)
+        throw HistoryFileError(HistoryFileError::NewerVersion{salvage.version});
+    recovery.unread = salvage.unread;
+    recovery.faults = std::move(salvage.faults);
+    if (recovery.recovered > 0) {
+        UnknownMembers unknown;
+        if (!fault)
+            unknown = read(url, [&](const ProofReport& report) { rewriting.writer.add(report); }).unknown;
+        rewriting.writer.end(unknown);
+    }
+    if (fault) recovery.damaged = setAside(url, now, *fault);
+    if (recovery.recovered > 0) rewriting.commit();
+    return recovery;
 }
 
 }  // namespace quillmark

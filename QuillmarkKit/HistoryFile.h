@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -9,10 +10,12 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Files.h"
+#include "QuillmarkKit/Support/UUID.h"
 
 namespace quillmark {
 
@@ -32,6 +35,23 @@ public:
 
     explicit HistoryFileError(Damaged damaged);
     explicit HistoryFileError(NewerVersion newer);
+};
+
+/// What a history consists of, so that it can be said what goes before it goes.
+struct HistoryContents {
+    std::vector<UUID> reports = {};                    ///< the oldest first
+    std::vector<std::filesystem::path> setAside = {};  ///< damaged files beside it, by name
+    bool isEmpty() const { return reports.empty() && setAside.empty(); }
+};
+
+/// What came of `HistoryFile::recover`.
+struct HistoryRecovery {
+    std::size_t recovered = 0;             ///< reports that the history has now and had not before
+    std::size_t known = 0;                 ///< reports that it had
+    std::size_t unread = 0;                ///< reports that can't be read; they are in the damaged file alone
+    std::vector<std::string> faults = {};  ///< what is wrong with the damaged file, and where; the first ten
+    /// The history could not be read, either, and was set aside.
+    std::optional<HistoryFileError::Damaged> damaged = {};
 };
 
 /// A history on disk. Its file is only ever replaced as a whole (0600, in a folder 0700): a process that is
@@ -60,10 +80,24 @@ struct HistoryFile {
     /// Changes what is on disk at this moment. The reports pass through memory one at a time. When the file
     /// cannot be decoded it is set aside, which is what comes back, and a new one is begun. Throws
     /// `HistoryFileError` (of a newer version only); then nothing was changed. `look` is called while nobody
-    /// else can change the file: before it is read, and again once it is changed. A change that removes all
-    /// also removes what was set aside before, and a damaged file as if it could be read.
+    /// else can change the file: before it is read, and again once it is changed. Needs no room on the disk
+    /// when no report stays.
     std::optional<HistoryFileError::Damaged> apply(
         const HistoryChange& change, Date now, const std::function<void()>& look = [] {}) const;
+
+    /// What there is to clear: the reports, and the damaged files that were set aside beside the history, of
+    /// which a history that cannot be decoded becomes one. Throws `HistoryFileError` (of a newer version
+    /// only).
+    HistoryContents contents(Date now) const;
+    /// Removes these reports and these files, and nothing that has come since. As `apply`.
+    std::optional<HistoryFileError::Damaged> clear(
+        const HistoryContents& contents, Date now, const std::function<void()>& look = [] {}) const;
+
+    /// Puts those reports of a damaged file that are whole into the history, in front of what it holds; those
+    /// that it has stay as they are. The damaged file stays, too, with all that it holds; it may be the
+    /// history itself, which is set aside then. Takes memory for the damaged file. Throws `HistoryFileError`
+    /// (of a newer version only); then nothing was changed.
+    HistoryRecovery recover(const std::filesystem::path& damagedFile, Date now) const;
 };
 
 }  // namespace quillmark

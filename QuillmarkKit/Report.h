@@ -385,7 +385,7 @@ struct ReportNote {
     };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
-                 AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped>
+                 AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -496,6 +496,7 @@ struct ProofReport {
     Verdict verdict = {};
     std::vector<Limit> limits = {};
     std::vector<ReportNote> notes = {};  ///< left out of the JSON when there are none
+    UnknownMembers unknown = {};         ///< of a report that a newer program wrote
     bool operator==(const ProofReport&) const = default;
 };
 constexpr auto fieldsOf(const ProofReport*) {

@@ -179,6 +179,10 @@ struct NoteSentence {
             "%n lines before the message were taken for a summary of it and left out. The first reads “%1”.",
             note.lines, {quoted(note.first)});
     }
+    std::string operator()(const UnknownCase& note) const {
+        return reader.translate("A note of a newer version of Quillmark, which this one doesn’t know: “%1”",
+                                {quoted(note.name)});
+    }
 };
 
 }  // namespace
@@ -209,7 +213,8 @@ NoteSection sectionOf(const ReportNote& note) {
                              std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
                              std::holds_alternative<ReportNote::Damage>(note.value) ||
                              std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
-                             std::holds_alternative<ReportNote::FromEmpty>(note.value);
+                             std::holds_alternative<ReportNote::FromEmpty>(note.value) ||
+                             std::holds_alternative<UnknownCase>(note.value);
     return isOfMessage ? NoteSection::message : NoteSection::signatures;
 }
 
@@ -226,11 +231,13 @@ bool standsBesideHeadline(const ReportNote& note, Tone verdict) {
     if (std::holds_alternative<ReportNote::Damage>(note.value)) return verdict != Tone::good;
     if (const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value))
         return lines->speaksForFrom;
+    // Where a note of a newer version would stand nobody knows, so nobody may miss it.
     return std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
            std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
            std::holds_alternative<ReportNote::ShownNotSigned>(note.value) ||
            std::holds_alternative<ReportNote::SigningDomainNoHost>(note.value) ||
-           std::holds_alternative<ReportNote::SigningDomainPublicSuffix>(note.value);
+           std::holds_alternative<ReportNote::SigningDomainPublicSuffix>(note.value) ||
+           std::holds_alternative<UnknownCase>(note.value);
 }
 
 }  // namespace quillmark

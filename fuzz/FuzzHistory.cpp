@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "QuillmarkKit/History.h"
@@ -19,24 +20,30 @@ namespace {
 
 using namespace quillmark;
 
-std::string written(const std::vector<ProofReport>& reports) {
+std::string written(const History& history) {
     std::string text;
     HistoryWriter writer([&](std::string_view bytes) { text += bytes; });
-    for (const ProofReport& report : reports) writer.add(report);
-    writer.end();
+    for (const ProofReport& report : history.reports) writer.add(report);
+    writer.end(history.unknown);
     return text;
 }
 
-std::int64_t read(const std::string& text, std::vector<ProofReport>& reports) {
+History readBack(const std::string& text) {
     std::istringstream input(text);
-    return readHistory(input, [&](ProofReport report) { reports.push_back(std::move(report)); });
+    std::vector<ProofReport> reports;
+    History history = readHistory(input, [&](ProofReport report) { reports.push_back(std::move(report)); });
+    history.reports = std::move(reports);
+    return history;
 }
 
-void checkRoundTrip(const std::vector<ProofReport>& reports) {
-    const std::string text = written(reports);
-    std::vector<ProofReport> again;
-    if (read(text, again) != historyVersion || again.size() != reports.size()) std::abort();
+void checkRoundTrip(const History& history) {
+    const std::string text = written(history);
+    const History again = readBack(text);
+    if (again.version != historyVersion || again.reports.size() != history.reports.size()) std::abort();
     if (written(again) != text) std::abort();
+    std::size_t salvaged = 0;
+    const HistorySalvage salvage = salvageHistory(text, [&](const ProofReport&) { ++salvaged; });
+    if (!salvage.faults.empty() || salvaged != history.reports.size()) std::abort();
 }
 
 }  // namespace
@@ -44,13 +51,14 @@ void checkRoundTrip(const std::vector<ProofReport>& reports) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
     try {
-        std::vector<ProofReport> reports;
-        if (read(input, reports) <= historyVersion) checkRoundTrip(reports);
+        const History history = readBack(input);
+        if (history.version <= historyVersion) checkRoundTrip(history);
     } catch (const DecodingError&) {
+        salvageHistory(input, [](const ProofReport&) {});
     }
     if (input.starts_with('{')) return 0;
     static const Verifier verifier(std::make_shared<StaticResolver>(StaticResolver::Answers()));
     const ProofReport report = verifier.verify(MailMessage::parse(input), "a.eml", Date());
-    checkRoundTrip({report, report});
+    checkRoundTrip({historyVersion, {report, report}, {}});
     return 0;
 }

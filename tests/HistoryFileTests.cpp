@@ -129,15 +129,6 @@ TEST(HistoryFile, damagedFilesAreSetAside) {
     EXPECT_EQ(contents(folder / third), cut);
     EXPECT_EQ(namesIn(folder), (Names{".history.json.lock", "history.json", first, second, third}));
 
-    HistoryChange clear;
-    clear.removeAll();
-    folder.write("history.json", "no JSON");
-    folder.write("history (mine).json", "");
-    EXPECT_FALSE(file.apply(clear, now)) << "nothing of it is kept";
-    EXPECT_EQ(file.load(now), History());
-    EXPECT_EQ(namesIn(folder), (Names{".history.json.lock", "history.json", "history (mine).json"}));
-    EXPECT_EQ(::remove((folder / "history (mine).json").c_str()), 0);
-
     // Without room for a new one it stays where it is, and is told of the next time.
     folder.write("history.json", "no JSON again");
     EXPECT_EQ(inProcess([&] {
@@ -151,6 +142,77 @@ TEST(HistoryFile, damagedFilesAreSetAside) {
               }),
               0);
     EXPECT_EQ(contents(file.url), "no JSON again");
+}
+
+/// What is cleared is what was named, to the letter.
+TEST(HistoryFile, clearing) {
+    const TemporaryFolder folder;
+    const HistoryFile file{folder / "history.json"};
+    const std::string first = "history (damaged 2026-03-01T09-15-42Z).json",
+                      second = "history (damaged 2026-03-01T09-15-42Z 2).json";
+    const Names others = {"history (damaged by me).json",
+                          "history (damaged 2026-03-01T09-15-42Z copy).json",
+                          "history (damaged 2026-03-01T09-15-42Z 02).json",
+                          "history (damaged 2026-13-01T09-15-42Z).json",
+                          "history (damaged 2026-03-01T09:15:42Z).json",
+                          "history (damaged 2026-03-01T09-15-42Z).json.old"};
+    for (const std::string& name : others) folder.write(name, "mine");
+    folder.write(first, "no JSON");
+    folder.write("history.json", "no JSON, either");
+    HistoryContents contents = file.contents(now);
+    EXPECT_TRUE(contents.reports.empty());
+    EXPECT_EQ(contents.setAside, (std::vector<fs::path>{folder / second, folder / first}));
+    file.apply(adding(1), now);
+    contents = file.contents(now);
+    EXPECT_EQ(contents.reports, std::vector{reportOf(1).id});
+    file.apply(adding(2), now);
+    const std::string later = folder.write("history (damaged 2027-03-01T09-15-42Z).json", "no JSON");
+    contents.setAside.push_back(folder / *others.begin());
+    EXPECT_FALSE(file.clear(contents, now));
+    EXPECT_EQ(file.load(now).reports, std::vector{reportOf(2)});
+    Names left = others;
+    left.insert({".history.json.lock", "history.json", fs::path(later).filename()});
+    EXPECT_EQ(namesIn(folder), left);
+    // On a full disk.
+    EXPECT_EQ(inProcess([&] {
+                  leaveRoom(0);
+                  file.clear(file.contents(now), now);
+              }),
+              0);
+    EXPECT_TRUE(file.contents(now).isEmpty());
+}
+
+/// The whole reports of a damaged file come back in front, and the file stays.
+TEST(HistoryFile, recovering) {
+    const TemporaryFolder folder;
+    const HistoryFile file{folder / "history.json"}, other{folder / "other.json"};
+    other.save({1, {reportOf(1), reportOf(2), reportOf(3)}});
+    const std::string whole = contents(other.url), cut = whole.substr(0, whole.rfind("\"verdict\""));
+    folder.write("other.json", cut);
+    folder.write("history.json", R"({"mine": 1, "reports": [], "version": 1})");
+    file.apply(adding(2), now);
+    file.apply(adding(4), now);
+    for (const std::size_t recovered : {1u, 0u}) {
+        const HistoryRecovery recovery = file.recover(other.url, now);
+        EXPECT_EQ(recovery.recovered, recovered);
+        EXPECT_EQ(recovery.known, 2 - recovered);
+        EXPECT_EQ(recovery.unread, 1u);
+        ASSERT_EQ(recovery.faults.size(), 2u);
+        EXPECT_EQ(recovery.faults[0], "byte " + std::to_string(cut.size() + 1) + ": this is no JSON");
+        EXPECT_EQ(file.load(now).reports, (std::vector{reportOf(1), reportOf(2), reportOf(4)}));
+        EXPECT_EQ(file.load(now).unknown, (UnknownMembers{{"", "mine", "1"}}));
+        EXPECT_EQ(contents(other.url), cut);
+    }
+    // The history itself.
+    folder.write("history.json", cut);
+    const HistoryRecovery recovery = file.recover(file.url, now);
+    EXPECT_EQ(recovery.recovered, 2u);
+    ASSERT_TRUE(recovery.damaged);
+    EXPECT_EQ(contents(recovery.damaged->movedTo), cut);
+    EXPECT_EQ(file.load(now).reports, (std::vector{reportOf(1), reportOf(2)}));
+    folder.write("other.json", R"({"reports": [], "version": 7})");
+    EXPECT_THROW(file.recover(other.url, now), HistoryFileError);
+    EXPECT_THROW(file.recover(folder / "none", now), fs::filesystem_error);
 }
 
 TEST(HistoryFile, newerFilesStay) {

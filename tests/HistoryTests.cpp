@@ -6,6 +6,7 @@
 
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/DecodingError.h"
+#include "QuillmarkKit/Support/Serialization.h"
 
 namespace quillmark {
 namespace {
@@ -17,19 +18,19 @@ ProofReport reportOf(std::uint8_t id, const std::string& subject = "") {
     return report;
 }
 
-std::string written(const std::vector<ProofReport>& reports) {
+std::string written(const std::vector<ProofReport>& reports, const UnknownMembers& unknown = {}) {
     std::string text;
     HistoryWriter writer([&](std::string_view bytes) { text += bytes; });
     for (const ProofReport& report : reports) writer.add(report);
-    writer.end();
+    writer.end(unknown);
     return text;
 }
 
 History readBack(const std::string& text) {
     std::istringstream input(text);
-    History history;
-    history.version =
-        readHistory(input, [&](ProofReport report) { history.reports.push_back(std::move(report)); });
+    std::vector<ProofReport> reports;
+    History history = readHistory(input, [&](ProofReport report) { reports.push_back(std::move(report)); });
+    history.reports = std::move(reports);
     return history;
 }
 
@@ -100,6 +101,89 @@ TEST(History, reading) {
         } catch (const DecodingError& error) {
             EXPECT_EQ(error.what(), row.fault);
         }
+    }
+}
+
+/// Members and notes of a newer program come out of it as they went in.
+TEST(History, membersThatNobodyKnows) {
+    ProofReport report = reportOf(1);
+    report.dkim = {DKIMResult{}, DKIMResult{}};
+    report.notes = {{ReportNote::NewerSignatures{1}}};
+    report.flags = {{LookAlikeFlag::MultipleFrom{}}};
+    JSON json = JSON::parse(compactJSON(report));
+    for (const auto& [pointer, value] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"/", "0"},
+             {"/zone", R"(["Ä",1.5,-7,null,{"":"a\n\u202e\""}])"},
+             {"/summary/a", "1"},
+             {"/dkim/1/status/malformed/now", "true"},
+             {"/dkim/1/zz", "{}"},
+             {"/dmarc/status/noPolicy/m", "18446744073709551615"},
+             {"/flags/0/multipleFrom/how", "\"x\""},
+             {"/notes/-", R"({"later":{"b":{"c":[]},"ü":2}})"},
+             {"/notes/0/newerSignatures/kind", "5"}}) {
+        json[JSON::json_pointer(pointer)] = JSON::parse(value);
+    }
+    const ProofReport read = reportFromJSON(json.dump());
+    EXPECT_EQ(JSON::parse(compactJSON(read)), json);
+    for (const char byte : compactJSON(read)) EXPECT_TRUE(byte >= 0x20 && byte < 0x7F);
+    EXPECT_EQ(read.notes.back().value,
+              decltype(ReportNote::value)(UnknownCase{"later", R"({"b":{"c":[]},"\u00fc":2})"}));
+    EXPECT_EQ(reportFromJSON(compactJSON(read)), read);
+
+    const std::string text = written({report, read}, {{"", "app", "{\"a\":[1]}"}, {"", "where", "5"}});
+    EXPECT_TRUE(
+        text.ends_with("  ],\n  \"app\": {\n    \"a\": [\n      1\n    ]\n  },\n"
+                       "  \"version\": 1,\n  \"where\": 5\n}\n"))
+        << text.substr(text.size() - 100);
+    const History history = readBack(text);
+    EXPECT_EQ(history.reports, (std::vector{report, read}));
+    EXPECT_EQ(written(history.reports, history.unknown), text);
+}
+
+/// Whatever is wrong with a history, the reports that are whole come out of it, once and in order.
+TEST(History, salvage) {
+    std::vector<ProofReport> reports;
+    for (std::uint8_t id = 1; id <= 4; ++id) reports.push_back(reportOf(id, "{\"arc\": {\n    {\n\""));
+    const std::string whole = written(reports), line = JSON::parse(whole).dump();
+    const auto begin = [&](const std::string& text, std::size_t number) {  // of a report's text
+        std::size_t at = text.find("\"arc\"");
+        while (number-- > 0) at = text.find("\"arc\"", at + 1);
+        return at;
+    };
+    const auto with = [](std::string text, std::size_t at, std::size_t size, const std::string& other) {
+        return text.replace(at, size, other);
+    };
+    const std::size_t third = begin(whole, 2), inLine = begin(line, 2), cases = whole.find("\"spf\"", third);
+    const std::string cut = whole.substr(0, whole.find("\"verdict\"", third));
+    const struct {
+        std::string text;
+        std::vector<std::uint8_t> ids;
+        std::size_t unread;
+        std::vector<std::string> faults;
+    } rows[] = {
+        {whole, {1, 2, 3, 4}, 0, {}},
+        {with(whole, cases, 5, "\"sqf\""), {1, 2, 4}, 1, {"reports[2].spf: missing"}},
+        {with(whole, whole.rfind("\"version\": 1"), 12, "\"version\": 5"), {1, 2, 3, 4}, 0, {}},
+        {with(whole, whole.rfind("\"version\": 1"), 12, "\"xx\": 1"), {1, 2, 3, 4}, 0, {"version: missing"}},
+        {cut, {1, 2}, 1, {"this is no JSON", "at byte " + std::to_string(third - 7) + ": this is no JSON"}},
+        {with(whole, cases, 1, ""), {1, 2, 4}, 1, {"this is no JSON", "at byte "}},  // a quote is lost
+        {with(line, inLine, 1, ""), {1, 2, 4}, 0, {"this is no JSON"}},
+        {with(line, inLine + 20, 400, std::string(400, '\0')), {1, 2, 4}, 1, {"this is no JSON", "at byte "}},
+        {whole + whole, {1, 2, 3, 4}, 0, {"this is no JSON"}},
+        {"<<<<\n" + whole, {1, 2, 3, 4}, 0, {"byte 1: this is no JSON"}},
+        {"{\"arc\"{\"arc\"", {}, 2, {"byte 7: ", "at byte 1: ", "at byte 7: "}},
+        {"no JSON", {}, 0, {"byte 2: this is no JSON"}},
+    };
+    for (const auto& row : rows) {
+        std::vector<std::uint8_t> ids;
+        const auto salvage =
+            salvageHistory(row.text, [&](const ProofReport& report) { ids.push_back(report.id.bytes[15]); });
+        SCOPED_TRACE(&row - rows);
+        EXPECT_EQ(ids, row.ids);
+        EXPECT_EQ(salvage.unread, row.unread);
+        ASSERT_EQ(salvage.faults.size(), row.faults.size());
+        for (std::size_t i = 0; i < row.faults.size(); ++i)
+            EXPECT_NE(salvage.faults[i].find(row.faults[i]), std::string::npos) << salvage.faults[i];
     }
 }
 

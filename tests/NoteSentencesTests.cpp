@@ -38,6 +38,7 @@ TEST(NoteSentences, all) {
         {Note::NewerSignatures{1}, signatures, false},
         {Note::Damage{}, message, true},
         {Note::LinesBeforeDropped{3, "x\ny"}, message, true},
+        {UnknownCase{"later", "{}"}, message, true},
     };
     std::set<std::string> sentences;
     for (const auto& row : rows) {

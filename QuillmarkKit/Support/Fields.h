@@ -1,10 +1,13 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 /// The words in which a type describes itself, so that its encoding, its decoding and the position of a
@@ -17,6 +20,9 @@
 ///     constexpr auto namesOf(T);          // EnumTable: an enumeration without values
 ///     constexpr auto casesOf(const T*);   // std::array of names: T::value is a std::variant, one name a
 ///     case
+///
+/// A type with a member `UnknownMembers unknown` keeps what its JSON, and whatever lies in it, holds beyond
+/// its table. One whose variant ends in an `UnknownCase` keeps cases that it has no name for.
 namespace quillmark {
 
 /// Whether a list without elements is written.
@@ -48,6 +54,38 @@ struct EnumTable {
 template <typename Enum>
 constexpr const char* nameOf(Enum value) {
     return namesOf(value).names[static_cast<std::size_t>(value)];
+}
+
+/// What a newer program wrote and this one has no name for, to be written back as it was.
+struct UnknownMember {
+    std::string path =
+        {};  ///< from the value that keeps it to the object that holds it: "dkim[0].status.pass"
+    std::string name = {};
+    std::string json = {};  ///< one line of ASCII
+    auto operator<=>(const UnknownMember&) const = default;
+};
+using UnknownMembers = std::vector<UnknownMember>;  ///< sorted
+
+/// A case that a newer program wrote and this one has no name for.
+struct UnknownCase {
+    std::string name = {};
+    std::string json = {};  ///< its values, an object: one line of ASCII
+    bool operator==(const UnknownCase&) const = default;
+};
+
+/// Whether the type's variant ends in an `UnknownCase`.
+template <typename T>
+constexpr bool keepsUnknownCases = std::is_same_v<
+    std::variant_alternative_t<std::variant_size_v<decltype(T::value)> - 1, decltype(T::value)>, UnknownCase>;
+
+/// The written name of a case.
+template <typename T>
+std::string_view caseNameOf(const T& value) {
+    constexpr auto names = casesOf(static_cast<const T*>(nullptr));
+    if constexpr (keepsUnknownCases<T>) {
+        if (const auto* unknown = std::get_if<UnknownCase>(&value.value)) return unknown->name;
+    }
+    return names[value.value.index()];
 }
 
 /// A map from text to text, sorted by key, each key once; written as a keyed object.

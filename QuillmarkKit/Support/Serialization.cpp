@@ -31,6 +31,18 @@ std::size_t endOfString(std::string_view text, std::size_t begin) {
     return text.size();
 }
 
+/// Where the list or the object ends that a text begins with, or the end of the text.
+std::size_t endOfFirst(std::string_view text) {
+    std::size_t depth = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') i = endOfString(text, i + 1);
+        if (c == '[' || c == '{') ++depth;
+        if ((c == ']' || c == '}') && --depth == 0) return i + 1;
+    }
+    return text.size();
+}
+
 /// Whether lists and objects lie deeper in each other than we read. Exact as far as the text is JSON, which
 /// is as far as the parser goes.
 bool isTooDeep(std::string_view text) {
@@ -55,9 +67,13 @@ JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
     // Before the parser, which keeps some bytes for each level, however many there are.
     if (isTooDeep(text)) throw DecodingError("nested too deep");
     JSON document = JSON::parse(text, nullptr, false);
-    if (document.is_discarded()) throw DecodingError("this is no JSON");
+    // The parser takes a zero byte for the end.
+    if (document.is_discarded() || text.find('\0') != std::string_view::npos)
+        throw DecodingError("this is no JSON");
     return document;
 }
+
+JSON parsedFirst(std::string_view text) { return parsedJSON(text.substr(0, endOfFirst(text)), text.size()); }
 
 JSON parsedPiecewise(std::istream& text, std::string_view list,
                      const std::function<void(std::size_t number, const JSON& element)>& element) {
@@ -83,6 +99,8 @@ JSON parsedPiecewise(std::istream& text, std::string_view list,
         throw DecodingError("a number is out of range");
     }
 }
+
+std::string asciiText(const JSON& json) { return json.dump(-1, ' ', true); }
 
 std::string indented(std::string_view json, std::size_t depth) {
     std::string text;
@@ -164,7 +182,7 @@ void Encoder::writeTextMap(const TextMap& map) {
 }
 
 void Decoder::fail(const std::string& what) const {
-    throw DecodingError(m_path.empty() ? what : m_path + ": " + what);
+    throw DecodingError(m_path.text().empty() ? what : m_path.text() + ": " + what);
 }
 
 std::int64_t Decoder::integer(const JSON& json, std::int64_t least, std::int64_t most) const {
@@ -191,9 +209,20 @@ TextMap Decoder::textMap(const JSON& json) {
     if (!json.is_object()) fail("expected an object");
     TextMap map;
     for (const auto& item : json.items()) {  // sorted by key, as a TextMap is
-        map.emplace_back(item.key(), inside(item.key(), [&] { return decoded<std::string>(item.value()); }));
+        map.emplace_back(item.key(),
+                         m_path.inside(item.key(), [&] { return decoded<std::string>(item.value()); }));
     }
     return map;
+}
+
+void Decoder::keepUnknown(const JSON& json, std::span<const std::string_view> names) {
+    if (!m_unknown) return;
+    std::string_view path = std::string_view(m_path.text()).substr(m_begin);
+    if (path.starts_with('.')) path.remove_prefix(1);
+    for (const auto& item : json.items()) {
+        if (std::ranges::find(names, item.key()) == names.end())
+            m_unknown->push_back({std::string(path), item.key(), asciiText(item.value())});
+    }
 }
 
 const std::string& Decoder::onlyKey(const JSON& json) {

@@ -13,6 +13,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -36,6 +37,10 @@ using JSON = nlohmann::json;
 /// members with one name the last counts. Throws `DecodingError`.
 JSON parsedJSON(std::string_view text, std::size_t sizeLimit);
 
+/// The JSON value that a text begins with, whatever comes behind it; nested at most 64 deep. Throws
+/// `DecodingError`.
+JSON parsedFirst(std::string_view text);
+
 /// Reads an object whose member `list` may be larger than memory has room for: its elements are handed on as
 /// they are read, one at a time, each with its number, and dropped. Gives the object with that list empty.
 /// Nested at most 64 deep, read without recursion; every byte of `text` has to belong to it. Throws
@@ -46,6 +51,9 @@ JSON parsedPiecewise(std::istream& text, std::string_view list,
 /// A JSON text without white space laid out over lines, `depth` times two blanks in front of all but the
 /// first.
 std::string indented(std::string_view json, std::size_t depth);
+
+/// A value as one line of JSON, all of it ASCII.
+std::string asciiText(const JSON& json);
 
 /// What decoding does with a member that is missing though it is not optional.
 enum class MissingMembers { fail, keepDefault };
@@ -60,6 +68,10 @@ template <typename T>
 concept Named = std::is_enum_v<T> && requires(T value) { namesOf(value); };
 
 template <typename T>
+concept KeepsUnknown = requires(T value) {
+    { value.unknown } -> std::same_as<UnknownMembers&>;
+};
+template <typename T>
 struct IsList : std::false_type {};
 template <typename T>
 struct IsList<std::vector<T>> : std::true_type {};
@@ -68,17 +80,52 @@ struct IsOptional : std::false_type {};
 template <typename T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 
+template <typename T>
+constexpr auto fieldNames() {
+    return std::apply(
+        [](const auto&... field) { return std::array<std::string_view, sizeof...(field)>{field.name...}; },
+        fieldsOf(static_cast<const T*>(nullptr)));
+}
+
 /// The positions of a type's fields in the order of their names.
 template <typename T>
 constexpr auto sortedFields() {
-    const auto names = std::apply(
-        [](const auto&... field) { return std::array<std::string_view, sizeof...(field)>{field.name...}; },
-        fieldsOf(static_cast<const T*>(nullptr)));
+    const auto names = fieldNames<T>();
     std::array<std::size_t, names.size()> order = {};
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
     std::ranges::sort(order, {}, [&](std::size_t i) { return names[i]; });
     return order;
 }
+
+/// Where a value stands in another: "dkim[0].status.pass".
+class Path {
+public:
+    explicit Path(std::string text = {}) : m_text(std::move(text)) {}
+    const std::string& text() const { return m_text; }
+
+    /// Runs `act` with `step` added.
+    template <typename Act>
+    auto inside(std::string_view step, Act act) {
+        const std::size_t length = m_text.size();
+        if (!step.starts_with('[') && !m_text.empty()) m_text += '.';
+        m_text += step;
+        if constexpr (std::is_void_v<decltype(act())>) {
+            act();
+            m_text.resize(length);
+        } else {
+            auto result = act();
+            m_text.resize(length);
+            return result;
+        }
+    }
+    template <typename Act>
+    auto inside(std::size_t index, Act act) {
+        return inside("[" + std::to_string(index) + "]", std::move(act));
+    }
+
+private:
+    std::string m_text;
+};
 
 /// Writes values as JSON text straight from their tables: a tree in between would take a hundred bytes for
 /// each of the millions of values that a hostile message can make.
@@ -122,51 +169,86 @@ private:
         m_text += '[';
         for (std::size_t i = 0; i < list.size(); ++i) {
             if (i > 0) m_text += ',';
-            write(list[i]);
+            inside(i, [&] { write(list[i]); });
         }
         m_text += ']';
     }
 
     template <typename Enum>
     void writeEnumerator(Enum value) {
-        const bool isObject = namesOf(value).style == EnumStyle::object;
-        m_text += isObject ? "{\"" : "\"";
-        m_text += nameOf(value);
-        m_text += isObject ? "\":{}}" : "\"";
+        if (namesOf(value).style != EnumStyle::object) {
+            writeText(nameOf(value));
+            return;
+        }
+        m_text += '{';
+        beginField(nameOf(value));
+        m_text += '{';
+        inside(nameOf(value), [&] { writeUnknown(unknownHere()); });
+        m_text += "}}";
     }
 
     template <typename T>
     void writeCase(const T& value) {
         constexpr auto names = casesOf(static_cast<const T*>(nullptr));
-        static_assert(names.size() == std::variant_size_v<decltype(value.value)>, "one name for each case");
+        static_assert(
+            names.size() + (keepsUnknownCases<T> ? 1 : 0) == std::variant_size_v<decltype(value.value)>,
+            "one name for each case");
+        const auto writeValues = [&]<typename Values>(const Values& values) {
+            if constexpr (std::same_as<Values, UnknownCase>) {
+                writeUnknown(values.name, values.json);
+            } else {
+                const std::string_view name = names[value.value.index()];
+                beginField(name);
+                inside(name, [&] { write(values); });
+            }
+        };
         m_text += '{';
-        beginField(names[value.value.index()]);
-        std::visit([&](const auto& values) { write(values); }, value.value);
+        std::visit(writeValues, value.value);
         m_text += '}';
     }
 
     template <typename T, std::size_t... indices>
-    void writeFields(const T& value, std::index_sequence<indices...>) {
+    void writeFields(const T& value, std::index_sequence<indices...> order) {
+        if constexpr (KeepsUnknown<T>) {
+            const auto outer = std::exchange(m_unknown, value.unknown);
+            Path outerPath = std::exchange(m_path, Path());
+            writeMembers(value, order);
+            m_unknown = outer;
+            m_path = std::move(outerPath);
+        } else {
+            writeMembers(value, order);
+        }
+    }
+
+    template <typename T, std::size_t... indices>
+    void writeMembers(const T& value, std::index_sequence<indices...>) {
         [[maybe_unused]] static constexpr auto order = sortedFields<T>();
         [[maybe_unused]] static constexpr auto fields = fieldsOf(static_cast<const T*>(nullptr));
+        std::span<const UnknownMember> unknown = unknownHere();
         m_text += '{';
-        (writeField(value, std::get<order[indices]>(fields)), ...);
+        (writeField(value, std::get<order[indices]>(fields), unknown), ...);
+        writeUnknown(unknown);
         m_text += '}';
     }
 
+    /// Writes a field, and before it those unknown members whose names come first; they are taken off.
     template <typename T, typename Field>
-    void writeField(const T& value, const Field& field) {
+    void writeField(const T& value, const Field& field, std::span<const UnknownMember>& unknown) {
+        std::size_t before = 0;
+        while (before < unknown.size() && unknown[before].name < field.name) ++before;
+        writeUnknown(unknown.first(before));
+        unknown = unknown.subspan(before);
         const auto& member = value.*field.member;
         if constexpr (IsOptional<std::remove_cvref_t<decltype(member)>>::value) {
             if (!member) return;
             beginField(field.name);
-            write(*member);
+            inside(field.name, [&] { write(*member); });
         } else {
             if constexpr (IsList<std::remove_cvref_t<decltype(member)>>::value) {
                 if (member.empty() && field.whenEmpty == WhenEmpty::leftOut) return;
             }
             beginField(field.name);
-            write(member);
+            inside(field.name, [&] { write(member); });
         }
     }
     /// A field's name is plain ASCII.
@@ -176,7 +258,29 @@ private:
         m_text += "\":";
     }
 
+    void writeUnknown(std::span<const UnknownMember> members) {
+        for (const UnknownMember& member : members) {
+            if (m_text.back() != '{') m_text += ',';
+            writeUnknown(member.name, member.json);
+        }
+    }
+    void writeUnknown(std::string_view name, std::string_view json) {
+        writeText(name);
+        m_text.append(":").append(json);
+    }
+    std::span<const UnknownMember> unknownHere() const {
+        if (m_unknown.empty()) return {};
+        return std::ranges::equal_range(m_unknown, m_path.text(), {}, &UnknownMember::path);
+    }
+    /// The path is only needed where unknown members are to be found by it.
+    template <typename Step, typename Act>
+    void inside(Step step, Act act) {
+        m_unknown.empty() ? act() : m_path.inside(step, act);
+    }
+
     std::string& m_text;
+    std::span<const UnknownMember> m_unknown = {};  // of the value that keeps them, below which we are
+    Path m_path = Path();                           // from there
 };
 
 /// Reads one value, keeping the path to where it is.
@@ -226,16 +330,8 @@ private:
     /// The one key of an object; its value must be an object.
     const std::string& onlyKey(const JSON& json);
 
-    /// Runs `read` with `step` added to the path.
-    template <typename Read>
-    auto inside(std::string_view step, Read read) {
-        const std::size_t length = m_path.size();
-        if (!step.starts_with('[') && !m_path.empty()) m_path += '.';
-        m_path += step;
-        auto result = read();
-        m_path.resize(length);
-        return result;
-    }
+    /// Keeps the members of an object that are not among `names`, as far as anything keeps them.
+    void keepUnknown(const JSON& json, std::span<const std::string_view> names);
 
     template <typename Element>
     std::vector<Element> list(const JSON& json) {
@@ -243,8 +339,7 @@ private:
         std::vector<Element> elements;
         elements.reserve(json.size());
         for (std::size_t i = 0; i < json.size(); ++i) {
-            elements.push_back(
-                inside("[" + std::to_string(i) + "]", [&] { return decoded<Element>(json[i]); }));
+            elements.push_back(m_path.inside(i, [&] { return decoded<Element>(json[i]); }));
         }
         return elements;
     }
@@ -256,7 +351,9 @@ private:
             table.style == EnumStyle::object || (table.style == EnumStyle::wordOrObject && json.is_object());
         const std::string name = asObject ? onlyKey(json) : decoded<std::string>(json);
         for (std::size_t i = 0; i < table.names.size(); ++i) {
-            if (name == table.names[i]) return static_cast<Enum>(i);
+            if (name != table.names[i]) continue;
+            if (table.style == EnumStyle::object) m_path.inside(name, [&] { keepUnknown(json.front(), {}); });
+            return static_cast<Enum>(i);
         }
         fail("unknown case \"" + name + "\"");
     }
@@ -264,13 +361,15 @@ private:
     template <typename T>
     T cased(const JSON& json) {
         const std::string& name = onlyKey(json);
-        return inside(name, [&] { return caseNamed<T, 0>(name, json.front()); });
+        return m_path.inside(name, [&] { return caseNamed<T, 0>(name, json.front()); });
     }
 
     template <typename T, std::size_t index>
     T caseNamed(const std::string& name, const JSON& values) {
         constexpr auto names = casesOf(static_cast<const T*>(nullptr));
-        if constexpr (index == names.size()) {
+        if constexpr (index == names.size() && keepsUnknownCases<T>) {
+            return T{UnknownCase{name, asciiText(values)}};
+        } else if constexpr (index == names.size()) {
             fail("unknown case");
         } else {
             if (name != names[index]) return caseNamed<T, index + 1>(name, values);
@@ -282,11 +381,19 @@ private:
     T keyed(const JSON& json) {
         if (!json.is_object()) fail("expected an object");
         T value;
+        UnknownMembers* const outer = m_unknown;
+        const std::size_t outerBegin = m_begin;
+        if constexpr (KeepsUnknown<T>) {
+            m_unknown = &value.unknown;
+            m_begin = m_path.text().size();
+        }
+        std::size_t known = 0;
         const auto read = [&](const auto& field) {
             auto& member = value.*field.member;
             using Member = std::remove_cvref_t<decltype(member)>;
             const auto found = json.find(field.name);
-            inside(field.name, [&] {
+            if (found != json.end()) ++known;
+            m_path.inside(field.name, [&] {
                 if constexpr (IsOptional<Member>::value) {
                     if (found != json.end() && !found->is_null()) {
                         member = decoded<typename Member::value_type>(*found);
@@ -298,16 +405,23 @@ private:
                         fail("missing");
                     }
                 }
-                return 0;
             });
         };
         std::apply([&](const auto&... field) { (read(field), ...); },
                    fieldsOf(static_cast<const T*>(nullptr)));
+        if (known < json.size()) keepUnknown(json, fieldNames<T>());
+        if constexpr (KeepsUnknown<T>) {
+            std::ranges::sort(value.unknown);
+            m_unknown = outer;
+            m_begin = outerBegin;
+        }
         return value;
     }
 
     MissingMembers m_missing;
-    std::string m_path;
+    Path m_path;
+    UnknownMembers* m_unknown = nullptr;  // of the value that keeps them, below which we are
+    std::size_t m_begin = 0;              // of the path from there
 };
 
 }  // namespace serialization
