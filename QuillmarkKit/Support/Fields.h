@@ -58,8 +58,7 @@ constexpr const char* nameOf(Enum value) {
 
 /// What a newer program wrote and this one has no name for, to be written back as it was.
 struct UnknownMember {
-    std::string path =
-        {};  ///< from the value that keeps it to the object that holds it: "dkim[0].status.pass"
+    std::string path = {};  ///< of the object that holds it, from the value that keeps it: "dkim[0].status"
     std::string name = {};
     std::string json = {};  ///< one line of ASCII
     auto operator<=>(const UnknownMember&) const = default;
