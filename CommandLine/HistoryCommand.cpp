@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
+#include <chrono>
+#include <cstddef>
 #include <iostream>
+#include <iterator>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -15,6 +17,7 @@
 #include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 #include "Wording/Wrapped.h"
@@ -35,12 +38,14 @@ History loaded(const Reader& reader) {
     return std::get<History>(std::move(loaded));
 }
 
-void apply(const HistoryChange& change, const Reader& reader) {
-    const HistoryOutcome outcome = changeUserHistory(change, reader);
+std::chrono::seconds patience(const HistoryCommand& command) { return std::chrono::seconds(command.timeout); }
+
+void require(const HistoryOutcome& outcome) {
     if (!outcome.problem.empty()) throw Problem{outcome.problem};
 }
 
-/// The reports that are meant, each by its id or the beginning of it.
+/// The reports that are meant, each by its id or the beginning of it. Should several have one id, all of
+/// them.
 std::vector<ProofReport> meant(const HistoryCommand& command) {
     const History history = loaded(command.reader);
     std::vector<ProofReport> reports;
@@ -52,14 +57,16 @@ std::vector<ProofReport> meant(const HistoryCommand& command) {
         const auto isMeant = [&](const ProofReport& report) {
             return startsWithIgnoringCase(report.id.text(), id);
         };
-        const auto found = std::ranges::find_if(history.reports, isMeant);
-        if (found == history.reports.end())
+        const std::size_t before = reports.size();
+        std::ranges::copy_if(history.reports, std::back_inserter(reports), isMeant);
+        if (reports.size() == before)
             throw Problem{command.reader.translate("The history has no report “%1”.", {shown})};
-        if (std::find_if(found + 1, history.reports.end(), isMeant) != history.reports.end()) {
+        const UUID& first = reports[before].id;
+        if (std::any_of(reports.begin() + static_cast<std::ptrdiff_t>(before), reports.end(),
+                        [&](const ProofReport& report) { return report.id != first; })) {
             throw Problem{command.reader.translate(
                 "The history has several reports whose ID begins with “%1”.", {shown})};
         }
-        reports.push_back(*found);
     }
     return reports;
 }
@@ -79,15 +86,19 @@ void write(const std::string& text, const Reader& reader) {
         reader.translate("The reports couldn’t be written: %1", {std::generic_category().message(errno)})};
 }
 
+void write(const std::vector<std::string>& lines, const Reader& reader) {
+    for (const std::string& line : lines) write(forDisplay(line) + "\n", reader);
+}
+
 /// Whether the user, who is asked, says yes.
-bool isConfirmed(std::size_t count, const Reader& reader) {
+bool isConfirmed(const HistoryContents& contents, const Reader& reader) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
         throw Problem{reader.translate("--yes is needed to clear the history, as there is nobody to ask"), 2};
     }
-    std::cerr << reader.translateCount("Remove the only report from the history? [y/N]",
-                                       "Remove all %n reports from the history? [y/N]",
-                                       static_cast<std::int64_t>(count))
-              << ' ' << std::flush;
+    std::string question;
+    for (const std::string& line : historyClearQuestion(contents, reader))
+        question += (question.empty() ? "" : "\n") + forDisplay(line);
+    std::cerr << question << ' ' << reader.translate("[y/N]") << ' ' << std::flush;
     std::string answer;
     std::getline(std::cin, answer);
     return std::ranges::any_of(std::array{"y", "yes", "j", "ja"},
@@ -110,19 +121,28 @@ void show(const HistoryCommand& command) {
 void remove(const HistoryCommand& command) {
     HistoryChange change;
     for (const ProofReport& report : meant(command)) change.remove(report.id);
-    apply(change, command.reader);
+    require(changeUserHistory(change, command.reader, patience(command)));
 }
 
 void clear(const HistoryCommand& command) {
-    if (!command.yes) {
-        const std::size_t count = loaded(command.reader).reports.size();
-        if (count == 0) return;
-        if (!isConfirmed(count, command.reader))
+    const auto found = userHistoryContents(command.reader, patience(command));
+    if (const auto* problem = std::get_if<std::string>(&found)) throw Problem{*problem};
+    const auto& contents = std::get<HistoryContents>(found);
+    if (!contents.isEmpty()) {
+        if (!command.yes && !isConfirmed(contents, command.reader))
             throw Problem{command.reader.translate("Nothing was removed.")};
+        require(clearUserHistory(contents, command.reader, patience(command)));
     }
-    HistoryChange change;
-    change.removeAll();
-    apply(change, command.reader);
+    write(historyCleared(contents, command.reader), command.reader);
+}
+
+/// Returns the exit status.
+int recover(const HistoryCommand& command) {
+    const auto outcome = recoverUserHistory(command.damagedFile, command.reader, patience(command));
+    if (const auto* problem = std::get_if<std::string>(&outcome)) throw Problem{*problem};
+    const auto& recovery = std::get<HistoryRecovery>(outcome);
+    write(historyRecovered(recovery, command.damagedFile, command.reader), command.reader);
+    return recovery.unread > 0 || recovery.recovered + recovery.known == 0 ? 1 : 0;
 }
 
 }  // namespace
@@ -142,6 +162,8 @@ int HistoryCommand::run() const {
             case Action::clear:
                 clear(*this);
                 break;
+            case Action::recover:
+                return recover(*this);
         }
         return 0;
     } catch (const Problem& problem) {

@@ -228,7 +228,8 @@ void addSeal(CLI::App& app, SealCommand& seal) {
 constexpr const char* historyFooter = forHelp(
     "The beginning of an ID will do when it means one report. The history lies in the folder Quillmark in "
     "$XDG_DATA_HOME (or ~/.local/share). Exit status: 0 done; 1 there is no such report, the history could "
-    "not be opened or saved, or was not to be cleared; 2 wrong arguments.");
+    "not be opened or saved, or was not to be cleared, or some of a damaged file could not be read; 2 wrong "
+    "arguments.");
 
 void addHistory(CLI::App& app, HistoryCommand& history) {
     CLI::App* command =
@@ -245,9 +246,22 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
     CLI::App* show = add("show", "Show a report", Action::show);
     show->add_option("ID", history.ids, "Its ID")->required()->expected(1);
     show->add_flag("--json", history.json, "Write it as one line of JSON");
-    add("remove", "Remove reports", Action::remove)->add_option("ID", history.ids, "Their IDs")->required();
-    add("clear", "Remove all reports", Action::clear)
+    const auto addChange = [&](const char* name, const char* purpose, Action action) {
+        CLI::App* one = add(name, purpose, action);
+        one->add_option("--timeout", history.timeout,
+                        "How many seconds to wait while another program changes the history, default: 120")
+            ->type_name("SECONDS")
+            ->check(CLI::Range(0, 86'400));
+        return one;
+    };
+    addChange("remove", "Remove reports", Action::remove)
+        ->add_option("ID", history.ids, "Their IDs")
+        ->required();
+    addChange("clear", "Remove all reports, and damaged histories that were set aside", Action::clear)
         ->add_flag("--yes", history.yes, "Don't ask whether you mean it");
+    addChange("recover", "Give the reports of a damaged history back", Action::recover)
+        ->add_option("FILE", history.damagedFile, "The file that was set aside; it stays as it is")
+        ->required();
 }
 
 /// What values are called in the help.

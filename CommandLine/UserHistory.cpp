@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
-#include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "Wording/HistoryWording.h"
 
@@ -22,36 +20,72 @@ constexpr int workPerSave = 10;  // how many times as long as a save the run mus
 
 using Clock = std::chrono::steady_clock;
 
-HistoryFile userHistory() { return {HistoryFile::defaultLocation("Quillmark")}; }
+HistoryFile userHistory(const Reader& reader, std::chrono::seconds patience = FileLock::usualPatience) {
+    return {HistoryFile::defaultLocation("Quillmark"), patience,
+            [=](const LockHolder& holder) { writeProblem(historyWaits(holder, patience, reader)); }};
+}
 
-/// In the system's words.
-std::string reason(const std::exception& error) {
-    const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
-    return fromSystem ? fromSystem->code().message() : error.what();
+/// What `read` gives, or the line that says why nothing.
+template <typename Read>
+auto readOrProblem(const Reader& reader, std::chrono::seconds patience, Read read)
+    -> std::variant<decltype(read(HistoryFile())), std::string> {
+    try {
+        return read(userHistory(reader, patience));
+    } catch (const HistoryFileError& error) {
+        return historyProblem(error, reader);
+    } catch (const std::exception& error) {
+        return historyNotOpened(reasonOf(error, reader), reader);
+    }
+}
+
+/// Makes a change, which calls its second argument once nobody else can change the file.
+template <typename Change>
+HistoryOutcome changed(const Reader& reader, std::chrono::seconds patience, Change change) {
+    std::optional<Undisturbed> whileSaving;
+    try {
+        const std::optional<HistoryFileError::Damaged> damaged = change(userHistory(reader, patience), [&] {
+            if (!whileSaving) whileSaving.emplace();
+        });
+        return {true, damaged ? historyProblem(*damaged, reader) : ""};
+    } catch (const HistoryFileError& error) {
+        return {false, historyProblem(error, reader)};
+    } catch (const std::exception& error) {
+        return {false, historyNotSaved(reasonOf(error, reader), reader)};
+    }
 }
 
 }  // namespace
 
 std::variant<History, std::string> loadUserHistory(const Reader& reader) {
-    try {
-        return userHistory().load(currentTime());
-    } catch (const HistoryFileError& error) {
-        return historyProblem(error, reader);
-    } catch (const std::exception& error) {
-        return historyNotOpened(reason(error), reader);
-    }
+    return readOrProblem(reader, FileLock::usualPatience,
+                         [](const HistoryFile& file) { return file.load(currentTime()); });
 }
 
-HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader) {
-    try {
-        const Undisturbed whileSaving;
-        const auto damaged = userHistory().apply(change, currentTime());
-        return {true, damaged ? historyProblem(*damaged, reader) : ""};
-    } catch (const HistoryFileError& error) {
-        return {false, historyProblem(error, reader)};
-    } catch (const std::exception& error) {
-        return {false, historyNotSaved(reason(error), reader)};
-    }
+HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader,
+                                 std::chrono::seconds patience) {
+    return changed(reader, patience, [&](const HistoryFile& file, const auto& look) {
+        return file.apply(change, currentTime(), look);
+    });
+}
+
+std::variant<HistoryContents, std::string> userHistoryContents(const Reader& reader,
+                                                               std::chrono::seconds patience) {
+    return readOrProblem(reader, patience,
+                         [](const HistoryFile& file) { return file.contents(currentTime()); });
+}
+
+HistoryOutcome clearUserHistory(const HistoryContents& contents, const Reader& reader,
+                                std::chrono::seconds patience) {
+    return changed(reader, patience, [&](const HistoryFile& file, const auto& look) {
+        return file.clear(contents, currentTime(), look);
+    });
+}
+
+std::variant<HistoryRecovery, std::string> recoverUserHistory(const std::filesystem::path& damagedFile,
+                                                              const Reader& reader,
+                                                              std::chrono::seconds patience) {
+    return readOrProblem(reader, patience,
+                         [&](const HistoryFile& file) { return file.recover(damagedFile, currentTime()); });
 }
 
 void HistorySaver::add(std::string_view json) {

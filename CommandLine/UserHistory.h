@@ -2,12 +2,13 @@
 
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 
-#include "QuillmarkKit/History.h"
+#include "QuillmarkKit/HistoryFile.h"
 #include "Wording/Reader.h"
 
 /// The history of the user, which the desktop application shows, too.
@@ -21,7 +22,19 @@ struct HistoryOutcome {
     bool isDone = true;
     std::string problem = {};
 };
-HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader);
+/// `patience`: how long it waits for another program that changes the history, which a line tells.
+HistoryOutcome changeUserHistory(const HistoryChange& change, const Reader& reader,
+                                 std::chrono::seconds patience = FileLock::usualPatience);
+
+/// What there is to clear, or the line that says why that can't be told.
+std::variant<HistoryContents, std::string> userHistoryContents(const Reader& reader,
+                                                               std::chrono::seconds patience);
+HistoryOutcome clearUserHistory(const HistoryContents& contents, const Reader& reader,
+                                std::chrono::seconds patience);
+/// Gives the reports of a damaged file back.
+std::variant<HistoryRecovery, std::string> recoverUserHistory(const std::filesystem::path& damagedFile,
+                                                              const Reader& reader,
+                                                              std::chrono::seconds patience);
 
 /// Puts the reports of a long run into the history, many at a time, since each time the whole file is
 /// written; yet now and then, so that a run that is ended has lost only the latest.

@@ -40,12 +40,6 @@ bool isBusy(const std::exception& error) {
     return fromSystem && fromSystem->code() == std::errc::device_or_resource_busy;
 }
 
-/// In the system's words.
-std::string reason(const std::exception& error) {
-    const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
-    return fromSystem ? fromSystem->code().message() : error.what();
-}
-
 }  // namespace
 
 HistoryKeeper::HistoryKeeper(std::function<HistoryFile()> file, std::function<Date()> now, Reader reader,
@@ -163,7 +157,7 @@ HistoryKeeper::Loaded HistoryKeeper::loaded() const {
         loaded.problem = historyProblem(error, m_reader);
         loaded.locks = std::holds_alternative<HistoryFileError::NewerVersion>(error.value);
     } catch (const std::exception& error) {
-        loaded.problem = historyNotOpened(reason(error), m_reader);
+        loaded.problem = historyNotOpened(reasonOf(error, m_reader), m_reader);
         loaded.locks = true;
     }
     loaded.rest = restAfter(begin);
@@ -191,8 +185,8 @@ HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Sta
         saved.locks = true;
         saved.rest = restAfter(begin);
     } catch (const std::exception& error) {
-        saved.problem = historyNotSaved(reason(error), m_reader);
-        saved.notCleared = historyNotCleared(reason(error), m_reader);
+        saved.problem = historyNotSaved(reasonOf(error, m_reader), m_reader);
+        saved.notCleared = historyNotCleared(reasonOf(error, m_reader), m_reader);
         if (!isBusy(error)) saved.rest = restAfter(begin);  // else it has only waited
     }
     saved.isDone = false;

@@ -34,11 +34,23 @@ void removeFile(const fs::path& file) {
     if (error) throw fs::filesystem_error("cannot remove", file, error);
 }
 
+/// Where a history lies: a link is followed, so that who changes what it leads to changes the same.
+struct Place {
+    fs::path file;
+    bool isLinked = false;
+};
+Place placeOf(const HistoryFile& history) {
+    Place place{followed(history.url)};
+    place.isLinked = place.file != history.url;
+    return place;
+}
+
 /// Keeps the others that change the file waiting.
-FileLock locked(const HistoryFile& file) {
-    const fs::path folder = folderOf(file.url);
+FileLock locked(const Place& place, const HistoryFile& history) {
+    const fs::path folder = folderOf(place.file);
     makeFolders(folder);
-    return FileLock(folder / ("." + file.url.filename().string() + ".lock"), file.patience);
+    return FileLock(folder / ("." + place.file.filename().string() + ".lock"), history.patience,
+                    history.waiting);
 }
 
 /// Hands on the reports of the file, none when there is no file; gives the history without them. Throws
@@ -111,7 +123,10 @@ class Rewriting {
 public:
     explicit Rewriting(fs::path file) : m_file(std::move(file)) {}
     HistoryWriter writer{[this](std::string_view bytes) {
-        if (!m_replacement) m_replacement.emplace(m_file);
+        if (!m_replacement) {
+            requireWritable(m_file);
+            m_replacement.emplace(m_file);
+        }
         m_replacement->write(bytes);
     }};
     /// Once the writer has ended.
@@ -170,15 +185,17 @@ void change(const fs::path& file, const HistoryChange& change) {
     rewriting.commit();
 }
 
-/// Puts what the change adds into a new file in place of a damaged one. That stays where it is until the new
-/// one is written, so that it is heard of again when there is no room.
-HistoryFileError::Damaged beginAnew(const fs::path& file, const HistoryChange& change, Date now,
+/// Puts these reports into a new file in place of a damaged one. That stays where it is until the new one is
+/// written, so that it is heard of again when there is no room. Without reports there is no new file, unless
+/// a link would lead nowhere then.
+HistoryFileError::Damaged beginAnew(const Place& place, const std::vector<ProofReport>& reports, Date now,
                                     const std::string& fault) {
-    Rewriting rewriting(file);
-    for (const ProofReport& report : change.added()) rewriting.writer.add(report);
-    if (!change.added().empty()) rewriting.writer.end();
-    auto damaged = setAside(file, now, fault);
-    if (!change.added().empty()) rewriting.commit();
+    Rewriting rewriting(place.file);
+    const bool isWritten = !reports.empty() || place.isLinked;
+    for (const ProofReport& report : reports) rewriting.writer.add(report);
+    if (isWritten) rewriting.writer.end();
+    auto damaged = setAside(place.file, now, fault);
+    if (isWritten) rewriting.commit();
     return damaged;
 }
 
@@ -207,23 +224,25 @@ fs::path HistoryFile::defaultLocation(std::string_view folderName) {
 }
 
 History HistoryFile::load(Date now) const {
+    const Place place = placeOf(*this);
     try {
-        return readAll(url);
+        return readAll(place.file);
     } catch (const DecodingError&) {
         // Somebody else may have set it aside by now, and begun a new one.
     }
-    const FileLock lock = locked(*this);
+    const FileLock lock = locked(place, *this);
     try {
-        return readAll(url);
+        return readAll(place.file);
     } catch (const DecodingError& fault) {
-        throw HistoryFileError(setAside(url, now, fault.what()));
+        throw HistoryFileError(beginAnew(place, {}, now, fault.what()));
     }
 }
 
 void HistoryFile::save(const History& history) const {
-    const FileLock lock = locked(*this);
-    FileReplacement::removeLeftovers(url);
-    Rewriting rewriting(url);
+    const Place place = placeOf(*this);
+    const FileLock lock = locked(place, *this);
+    FileReplacement::removeLeftovers(place.file);
+    Rewriting rewriting(place.file);
     for (const ProofReport& report : history.reports) rewriting.writer.add(report);
     rewriting.writer.end(history.unknown);
     rewriting.commit();
@@ -232,14 +251,15 @@ void HistoryFile::save(const History& history) const {
 std::optional<HistoryFileError::Damaged> HistoryFile::apply(const HistoryChange& steps, Date now,
                                                             const std::function<void()>& look) const {
     if (steps.isEmpty()) return std::nullopt;
-    const FileLock lock = locked(*this);
-    FileReplacement::removeLeftovers(url);
+    const Place place = placeOf(*this);
+    const FileLock lock = locked(place, *this);
+    FileReplacement::removeLeftovers(place.file);
     look();
     std::optional<HistoryFileError::Damaged> damaged;
     try {
-        change(url, steps);
+        change(place.file, steps);
     } catch (const DecodingError& fault) {
-        damaged = beginAnew(url, steps, now, fault.what());
+        damaged = beginAnew(place, steps.added(), now, fault.what());
     }
     look();
     return damaged;
@@ -253,7 +273,7 @@ HistoryContents HistoryFile::contents(Date now) const {
         if (!std::holds_alternative<HistoryFileError::Damaged>(error.value)) throw;
     }
     std::error_code noFolder;
-    for (const auto& entry : fs::directory_iterator(folderOf(url), noFolder)) {
+    for (const auto& entry : fs::directory_iterator(folderOf(placeOf(*this).file), noFolder)) {
         if (entry.symlink_status().type() == fs::file_type::regular && wasSetAside(entry.path()))
             contents.setAside.push_back(entry.path());
     }
@@ -273,18 +293,19 @@ std::optional<HistoryFileError::Damaged> HistoryFile::clear(const HistoryContent
 }
 
 HistoryRecovery HistoryFile::recover(const fs::path& damagedFile, Date now) const {
-    const FileLock lock = locked(*this);
-    FileReplacement::removeLeftovers(url);
+    const Place place = placeOf(*this);
+    const FileLock lock = locked(place, *this);
+    FileReplacement::removeLeftovers(place.file);
     HistoryRecovery recovery;
     std::set<UUID> ids;
     std::optional<std::string> fault;
     try {
-        read(url, [&](const ProofReport& report) { ids.insert(report.id); });
+        read(place.file, [&](const ProofReport& report) { ids.insert(report.id); });
     } catch (const DecodingError& error) {
         fault = error.what();
         ids.clear();
     }
-    Rewriting rewriting(url);
+    Rewriting rewriting(place.file);
     const std::string text = wholeFile(damagedFile);
     HistorySalvage salvage = salvageHistory(text, [&](const ProofReport& report) {
         if (ids.contains(report.id)) {
@@ -298,14 +319,16 @@ HistoryRecovery HistoryFile::recover(const fs::path& damagedFile, Date now) cons
         throw HistoryFileError(HistoryFileError::NewerVersion{salvage.version});
     recovery.unread = salvage.unread;
     recovery.faults = std::move(salvage.faults);
-    if (recovery.recovered > 0) {
+    const bool isWritten = recovery.recovered > 0 || (fault && place.isLinked);
+    if (isWritten) {
         UnknownMembers unknown;
         if (!fault)
-            unknown = read(url, [&](const ProofReport& report) { rewriting.writer.add(report); }).unknown;
+            unknown =
+                read(place.file, [&](const ProofReport& report) { rewriting.writer.add(report); }).unknown;
         rewriting.writer.end(unknown);
     }
-    if (fault) recovery.damaged = setAside(url, now, *fault);
-    if (recovery.recovered > 0) rewriting.commit();
+    if (fault) recovery.damaged = setAside(place.file, now, *fault);
+    if (isWritten) rewriting.commit();
     return recovery;
 }
 

@@ -59,12 +59,17 @@ struct HistoryRecovery {
 /// file beside it, so that several threads and processes lose nothing of each other's. Safe from many
 /// threads.
 ///
+/// A symbolic link is followed, and what it leads to is replaced; one that leads nowhere is an error, since a
+/// disk may be away. So is a file that is read-only: it isn't replaced.
+///
 /// Besides what is said, each function throws `std::filesystem::filesystem_error` when the system refuses
 /// something; then the file is as it was.
 struct HistoryFile {
     std::filesystem::path url = {};
     /// How long a change waits for others that change the file.
     std::chrono::milliseconds patience = FileLock::usualPatience;
+    /// Is told once whom a change waits for, if it has to wait for long.
+    std::function<void(const LockHolder&)> waiting = {};
 
     /// "history.json" in the folder of this name in the user's folder for data (XDG Base Directory:
     /// $XDG_DATA_HOME, else ~/.local/share), which is made if it is missing.

@@ -58,6 +58,10 @@ constexpr std::string_view patterns[] = {
     toTranslate("answer too large"),
     toTranslate("transfer failed"),
     toTranslate("stopped"),
+    toTranslate("it is no ordinary file"),
+    toTranslate("it is a link, and what it leads to isn't there"),
+    toTranslate("it is read-only"),
+    toTranslate("another program holds it"),
 };
 
 std::optional<std::string> translated(std::string_view detail, const Reader& reader) {

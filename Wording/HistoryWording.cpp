@@ -1,11 +1,28 @@
 #include "Wording/HistoryWording.h"
 
+#include <cstdint>
+#include <system_error>
+
+#include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
 
 // The standard library has a function `quoted`, too, which is found by its arguments.
+
+namespace {
+
+std::int64_t number(std::size_t count) { return static_cast<std::int64_t>(count); }
+
+}  // namespace
+
+std::string reasonOf(const std::exception& error, const Reader& reader) {
+    const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
+    const std::string words = detailText(fromSystem ? fromSystem->code().message() : error.what(), reader);
+    const auto* ofFile = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
+    return ofFile && !ofFile->path1().empty() ? ofFile->path1().string() + ": " + words : words;
+}
 
 std::string historyProblem(const HistoryFileError& error, const Reader& reader) {
     if (const auto* damaged = std::get_if<HistoryFileError::Damaged>(&error.value))
@@ -46,10 +63,77 @@ std::string historyLeftUnsaved(std::size_t reports, const std::string& why, cons
                                  static_cast<std::int64_t>(reports), {why});
 }
 
+std::string historyWaits(const LockHolder& holder, std::chrono::seconds patience, const Reader& reader) {
+    if (holder.program.empty()) {
+        return reader.translateCount(
+            "Another program is changing your history. Waiting for it, for %n second at most.",
+            "Another program is changing your history. Waiting for it, for %n seconds at most.",
+            patience.count(), {});
+    }
+    return reader.translateCount(
+        "“%1” (process %2) is changing your history. Waiting for it, for %n second at most.",
+        "“%1” (process %2) is changing your history. Waiting for it, for %n seconds at most.",
+        patience.count(), {quillmark::quoted(holder.program), std::to_string(holder.process)});
+}
+
 std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader) {
     if (!name) return reader.translate("The report is too large to be kept in the history.");
     return reader.translate("The report on “%1” is too large to be kept in the history.",
                             {quillmark::quoted(placeName(*name, reader))});
+}
+
+std::vector<std::string> historyRecovered(const HistoryRecovery& recovery, const std::filesystem::path& file,
+                                          const Reader& reader) {
+    const std::string name = quillmark::quoted(file.string());
+    std::vector<std::string> lines;
+    if (recovery.recovered > 0) {
+        lines.push_back(reader.translateCount("%n report was put back into your history.",
+                                              "%n reports were put back into your history.",
+                                              number(recovery.recovered)));
+    }
+    if (recovery.known > 0) {
+        lines.push_back(reader.translateCount("%n report of “%1” is in your history already.",
+                                              "%n reports of “%1” are in your history already.",
+                                              number(recovery.known), {name}));
+    }
+    if (recovery.unread > 0) {
+        lines.push_back(reader.translateCount("%n report couldn’t be read. It stays in “%1”.",
+                                              "%n reports couldn’t be read. They stay in “%1”.",
+                                              number(recovery.unread), {name}));
+    }
+    if (recovery.recovered + recovery.known + recovery.unread == 0)
+        lines.push_back(reader.translate("“%1” holds no report.", {name}));
+    for (const std::string& fault : recovery.faults)
+        lines.push_back(reader.translate("What is wrong with the file: %1", {quillmark::quoted(fault)}));
+    if (recovery.damaged) lines.push_back(historyProblem(*recovery.damaged, reader));
+    return lines;
+}
+
+std::vector<std::string> historyClearQuestion(const HistoryContents& contents, const Reader& reader) {
+    std::vector<std::string> lines;
+    for (const std::filesystem::path& file : contents.setAside) {
+        lines.push_back(reader.translate("A damaged history that was set aside goes, too: “%1”",
+                                         {quillmark::quoted(file.string())}));
+    }
+    lines.push_back(contents.reports.empty()
+                        ? reader.translate("Your history holds no reports. Remove the files?")
+                        : reader.translateCount("Remove the only report from the history?",
+                                                "Remove all %n reports from the history?",
+                                                number(contents.reports.size())));
+    return lines;
+}
+
+std::vector<std::string> historyCleared(const HistoryContents& contents, const Reader& reader) {
+    std::vector<std::string> lines;
+    if (!contents.reports.empty()) {
+        lines.push_back(reader.translateCount("%n report was removed from the history.",
+                                              "%n reports were removed from the history.",
+                                              number(contents.reports.size())));
+    }
+    for (const std::filesystem::path& file : contents.setAside)
+        lines.push_back(reader.translate("“%1” was removed.", {quillmark::quoted(file.string())}));
+    if (lines.empty()) lines.push_back(reader.translate("There was nothing to remove."));
+    return lines;
 }
 
 }  // namespace quillmark

@@ -498,9 +498,10 @@ TEST(AppModel, aHistoryThatMustNotBeWrittenOver) {
         fs::create_directory(desk.file("data"));
         if (isNewer) std::ofstream(desk.historyURL) << newer;
         if (!isNewer) fs::create_directory(desk.historyURL);
-        const std::string line = isNewer ? "Your history was saved by a newer version of Quillmark. Update "
-                                           "Quillmark to open it; nothing was changed."
-                                         : "Your history couldn’t be opened: Is a directory";
+        const std::string line =
+            isNewer ? "Your history was saved by a newer version of Quillmark. Update "
+                      "Quillmark to open it; nothing was changed."
+                    : "Your history couldn’t be opened: " + desk.historyURL.string() + ": Is a directory";
         AppModel& model = desk.ready();
         EXPECT_EQ(model.historyState(), HistoryState::locked);
         EXPECT_EQ(model.problem(), line);
@@ -566,13 +567,14 @@ TEST(AppModel, aFailedSaveIsMadeUpFor) {
     std::ofstream(desk.file("data")) << "in the way";
     const UUID first = model.paste(mail);
     desk.waitFor([&] { return model.problem().has_value(); });
-    EXPECT_EQ(model.problem(), "Quillmark couldn’t save your history: Not a directory");
+    EXPECT_EQ(model.problem(),
+              "Quillmark couldn’t save your history: " + desk.file("data") + ": Not a directory");
     EXPECT_EQ(model.history().size(), 1u);
     const UUID second = model.paste(mail);
     desk.idle();
     EXPECT_EQ(model.problem(), std::nullopt);
-    EXPECT_EQ(model.unsaved(),
-              "2 reports aren’t saved yet. Quillmark couldn’t save your history: Not a directory");
+    EXPECT_EQ(model.unsaved(), "2 reports aren’t saved yet. Quillmark couldn’t save your history: " +
+                                   desk.file("data") + ": Not a directory");
     fs::remove(desk.file("data"));
     desk.waitFor([&] {
         model.refreshHistory();
@@ -586,7 +588,7 @@ TEST(AppModel, aFailedSaveIsMadeUpFor) {
     fs::create_directory(lock);
     model.clearHistory();
     desk.waitFor([&] { return model.problem().has_value(); });
-    EXPECT_EQ(model.problem(), "Your history couldn’t be cleared: Is a directory");
+    EXPECT_EQ(model.problem(), "Your history couldn’t be cleared: " + lock.string() + ": Is a directory");
     desk.waitFor([&] { return model.history().size() == 2; });
     EXPECT_EQ(model.unsaved(), "");
     fs::remove(lock);

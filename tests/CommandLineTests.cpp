@@ -109,7 +109,7 @@ std::vector<JSON> reports(const std::string& output) {
 /// A folder for the user's data, too, and the program that uses it.
 struct UserData : Folder {
     const std::string history = *this / "Quillmark/history.json";
-    UserData() { setenv("XDG_DATA_HOME", (*this / ".").c_str(), 1); }
+    UserData() { setenv("XDG_DATA_HOME", (*this / "").c_str(), 1); }
     ~UserData() { unsetenv("XDG_DATA_HOME"); }
 };
 
@@ -245,7 +245,8 @@ TEST(CommandLine, usage) {
         {{"-x"}, "there is no option “-x” (see quillmark --help)"},
         {{"history", "lsit"},
          "there is no command “lsit”; did you mean list? (see quillmark history --help)"},
-        {{"history"}, "what shall be done? One of list, show, remove, clear (see quillmark history --help)"},
+        {{"history"},
+         "what shall be done? One of list, show, remove, clear, recover (see quillmark history --help)"},
         {{"history", "show"}, "ID is required: Its ID (see quillmark history show --help)"},
         {{"check", "--jobs", "0", mail},
          "--jobs takes a number from 1 to 256, not “0” (see quillmark check --help)"},
@@ -881,7 +882,20 @@ TEST(CommandLine, history) {
     for (char& c : lower) c = c >= 'A' && c <= 'F' ? static_cast<char>(c + 32) : c;
     EXPECT_EQ(run({"history", "remove", ids[0], lower}).status, 0);
     EXPECT_EQ(run({"history", "list"}).output, last);
-    EXPECT_EQ(run({"history", "clear", "--yes"}).status, 0);
+    const std::string damaged = data.write("Quillmark/history (damaged 2026-03-01T09-15-42Z).json", before);
+    EXPECT_EQ(run({"history", "recover", damaged}).output,
+              "2 reports were put back into your history.\n1 report of “" + damaged +
+                  "” is in your history already.\n");
+    data.write("Quillmark/history (damaged 2026-03-01T09-15-42Z).json", before.substr(0, before.size() / 2));
+    const Ended half = run({"history", "recover", damaged});
+    EXPECT_EQ(half.status, 1);
+    EXPECT_NE(half.output.find("1 report couldn’t be read. It stays in “" + damaged +
+                               "”.\nWhat is wrong with the file: byte "),
+              std::string::npos)
+        << half.output;
+    EXPECT_EQ(run({"history", "clear", "--yes"}).output,
+              "3 reports were removed from the history.\n“" + damaged + "” was removed.\n");
+    EXPECT_FALSE(fs::exists(damaged));
     EXPECT_EQ(run({"history", "list"}).output, "");
 
     ProofReport one, other;
@@ -891,6 +905,15 @@ TEST(CommandLine, history) {
               "quillmark: The history has several reports whose ID begins with “0000”.\n");
     EXPECT_EQ(run({"history", "remove", other.id.text()}).status, 0);
     EXPECT_EQ(HistoryFile{data.history}.load({}).reports, std::vector{one});
+    HistoryFile{data.history}.save({1, {one, other, one}});  // two with one id
+    EXPECT_EQ(std::ranges::count(run({"history", "show", "--json", one.id.text()}).output, '\n'), 2);
+    EXPECT_EQ(run({"history", "remove", one.id.text()}).status, 0);
+    EXPECT_EQ(HistoryFile{data.history}.load({}).reports, std::vector{other});
+    const FileLock held(fs::path(data.history).parent_path() / ".history.json.lock");
+    const Ended refused = run({"history", "remove", other.id.text(), "--timeout", "0"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.problems.find(" (process " + std::to_string(getpid()) + ")"), std::string::npos)
+        << refused.problems;
 }
 
 TEST(CommandLine, historyThatCannotBeUsed) {
@@ -919,9 +942,10 @@ TEST(CommandLine, historyThatCannotBeUsed) {
 
     fs::remove_all(data / "Quillmark");
     data.write("Quillmark", "a file in the folder's place");
-    EXPECT_EQ(run(save).problems, "quillmark: Quillmark couldn’t save your history: Not a directory\n");
+    EXPECT_EQ(run(save).problems, "quillmark: Quillmark couldn’t save your history: " + (data / "Quillmark") +
+                                      ": Not a directory\n");
     EXPECT_EQ(run({"history", "list"}).problems,
-              "quillmark: Your history couldn’t be opened: Not a directory\n");
+              "quillmark: Your history couldn’t be opened: " + data.history + ": Not a directory\n");
 }
 
 /// Ctrl-C at random moments, 50 times or as often as the environment says: the reports that were written are

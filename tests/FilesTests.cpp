@@ -1,6 +1,8 @@
 #include "QuillmarkKit/Support/Files.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "TestServer.h"
 
@@ -18,6 +20,8 @@ TEST(Files, replaceFile) {
     EXPECT_EQ(fileContents(path, 10), std::nullopt);
     EXPECT_EQ(fileContents(folder / "none", 10), std::nullopt);
     EXPECT_EQ(fileContents(folder / "made", 10), std::nullopt);
+    ASSERT_EQ(mkfifo((folder / "made/pipe").c_str(), 0600), 0);
+    EXPECT_EQ(fileContents(folder / "made/pipe", 10), std::nullopt);  // doesn't wait for a writer
     EXPECT_EQ(fs::status(path).permissions(), fs::perms{0600});
     EXPECT_EQ(fs::status(path.parent_path()).permissions(), fs::perms{0700});
 
@@ -47,7 +51,10 @@ TEST(Files, replaceFile) {
 TEST(Files, aLockIsNotWaitedForWithoutEnd) {
     const TemporaryFolder folder;
     std::optional<FileLock> held(folder / "lock");
-    EXPECT_THROW(FileLock(folder / "lock", std::chrono::milliseconds(20)), fs::filesystem_error);
+    std::vector<int> holders;
+    const auto note = [&](const LockHolder& holder) { holders.push_back(holder.process); };
+    EXPECT_THROW(FileLock(folder / "lock", std::chrono::milliseconds(20), note), fs::filesystem_error);
+    EXPECT_EQ(holders, std::vector{getpid()});
     held.reset();
     EXPECT_NO_THROW(FileLock(folder / "lock", std::chrono::milliseconds(0)));
 }

@@ -260,7 +260,7 @@ TEST(HistoryFile, refusals) {
     fs::create_directory(notAFile.url);
     EXPECT_EQ(refused(notAFile, load), EISDIR);
     EXPECT_EQ(refused(notAFile, add), EISDIR);
-    EXPECT_EQ(refused({"/dev/null"}, load), EINVAL);
+    EXPECT_EQ(refused({"/dev/null"}, load), static_cast<int>(FileFault::notOrdinary));
     EXPECT_EQ(inProcess([&] {
                   leaveRoom(150'000);
                   if (refused(file, add) != EFBIG || refused(file, save) != EFBIG) _exit(1);
@@ -278,24 +278,63 @@ TEST(HistoryFile, refusals) {
     EXPECT_EQ(namesIn(folder), (Names{".folder.lock", ".history.json.lock", "folder", "history.json"}));
 }
 
-/// Somebody puts a link in the file's place between two changes: what it leads to is what was there, and
-/// stays.
-TEST(HistoryFile, replacedInBetween) {
+/// A link is followed: what it leads to is read, replaced and set aside. One that leads nowhere is left
+/// alone.
+TEST(HistoryFile, links) {
     const TemporaryFolder folder;
-    const HistoryFile file{folder / "history.json"}, other{folder / "other.json"};
-    file.apply(adding(1), now);
-    other.apply(adding(2), now);
-    const std::string bytes = contents(other.url);
-    fs::remove(file.url);
-    fs::create_symlink(other.url, file.url);
+    const HistoryFile file{folder / "history.json"}, other{folder / "elsewhere/other.json"};
+    other.apply(adding(1), now);
+    fs::create_symlink("elsewhere/other.json", file.url);
+    file.apply(adding(2), now);
+    EXPECT_TRUE(fs::is_symlink(file.url));
+    EXPECT_EQ(other.load(now).reports, (std::vector{reportOf(1), reportOf(2)}));
+    folder.write("elsewhere/other.json", "no JSON");
+    EXPECT_THROW(file.load(now), HistoryFileError);
+    EXPECT_EQ(file.load(now), History());
     file.apply(adding(3), now);
-    EXPECT_EQ(file.load(now).reports, (std::vector{reportOf(2), reportOf(3)}));
-    EXPECT_EQ(contents(other.url), bytes);
+    EXPECT_EQ(other.load(now).reports, std::vector{reportOf(3)});
+    EXPECT_EQ(file.contents(now).setAside.size(), 1u);
+    EXPECT_EQ(namesIn(folder), (Names{"elsewhere", "history.json"}));
 
-    fs::remove(file.url);
-    fs::create_symlink(folder / "nowhere", file.url);
-    file.apply(adding(4), now);
-    EXPECT_EQ(file.load(now).reports, std::vector{reportOf(4)});
+    fs::rename(folder / "elsewhere", folder / "away");
+    const std::function<void()> rows[] = {[&] { file.load(now); }, [&] { file.apply(adding(4), now); },
+                                          [&] { file.save({}); }, [&] { file.contents(now); },
+                                          [&] { file.recover(folder / "away/other.json", now); }};
+    for (const auto& act : rows) {
+        try {
+            act();
+            ADD_FAILURE() << "done";
+        } catch (const fs::filesystem_error& error) {
+            EXPECT_EQ(error.code(), FileFault::leadsNowhere);
+            EXPECT_EQ(error.path1(), file.url);
+        }
+    }
+    EXPECT_EQ(namesIn(folder), (Names{"away", "history.json"}));
+}
+
+/// What is marked as read-only stays, also for the superuser; what is somebody's own under a name much like
+/// those of our temporary files does, too.
+TEST(HistoryFile, leavesAlone) {
+    const TemporaryFolder folder;
+    const HistoryFile file{folder / "history.json"};
+    file.apply(adding(1), now);
+    fs::permissions(file.url, fs::perms{0400});
+    const std::string begin = ".history.json.unfinished-quillmark-", digits = "0123456789abcdef";
+    Names theirs = {".history.json.backup", ".history.json.123456", begin + "0123456789abcdeg",
+                    begin + "link" + digits};
+    for (const std::string& name : theirs) folder.write(name, "");
+    fs::create_symlink(folder / "history.json", folder / (begin + "0000000000000000"));
+    theirs.insert(begin + "0000000000000000");
+    folder.write(begin + digits, "left over");
+    try {
+        file.apply(adding(2), now);
+        ADD_FAILURE() << "written";
+    } catch (const fs::filesystem_error& error) {
+        EXPECT_EQ(error.code(), FileFault::readOnly);
+    }
+    EXPECT_EQ(file.load(now).reports, std::vector{reportOf(1)});
+    theirs.insert({"history.json", ".history.json.lock"});
+    EXPECT_EQ(namesIn(folder), theirs);
 }
 
 /// Several processes and threads add and remove at once: nothing is lost, nothing comes back.

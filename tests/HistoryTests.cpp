@@ -85,6 +85,9 @@ TEST(History, reading) {
         {"", 0, "byte 1: this is no JSON"},
         {"no JSON", 0, "byte 2: this is no JSON"},
         {R"({"reports":[],"version":1}})", 0, "byte 27: this is no JSON"},
+        {R"({"reports":[],"version":1})" + std::string(" \n\t\r"), 1},
+        {R"({"reports":[],"version":1})" + std::string(1, '\0'), 0, "byte 27: this is no JSON"},
+        {R"({"reports":[],"version":1})" + std::string("\n\0{", 3), 0, "byte 28: this is no JSON"},
         {pair, 0, "byte " + std::to_string(pair.size() + 1) + ": this is no JSON"},
         {R"({"reports":[],"version":1,"more":")"
          "\xFF\"}",

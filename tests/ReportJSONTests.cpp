@@ -200,6 +200,7 @@ TEST(Serialization, jsonFromStrangers) {
     EXPECT_EQ(fault("{"), "this is no JSON");
     EXPECT_EQ(fault(""), "this is no JSON");
     EXPECT_EQ(fault("[1]", 2), "too large");
+    EXPECT_EQ(fault(std::string_view("[1]\0", 4)), "this is no JSON");
     const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
     EXPECT_EQ(fault(nested(64)), "");
     EXPECT_EQ(fault(nested(65)), "nested too deep");

@@ -5,10 +5,14 @@
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
+#include <limits>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -23,10 +27,41 @@ namespace {
     throw fs::filesystem_error(what, path, std::error_code(error, std::generic_category()));
 }
 
-constexpr std::size_t temporaryEnd = 6;
+struct FaultCategory : std::error_category {
+    const char* name() const noexcept override { return "file"; }
+    std::string message(int fault) const override {
+        switch (static_cast<FileFault>(fault)) {
+            case FileFault::notOrdinary:
+                return "it is no ordinary file";
+            case FileFault::leadsNowhere:
+                return "it is a link, and what it leads to isn't there";
+            case FileFault::readOnly:
+                return "it is read-only";
+            case FileFault::held:
+                break;
+        }
+        return "another program holds it";
+    }
+    std::error_condition default_error_condition(int fault) const noexcept override {
+        if (fault == static_cast<int>(FileFault::held)) return std::errc::device_or_resource_busy;
+        return {fault, *this};
+    }
+};
 
-/// What a replacement of a file is called before it has the file's name, without its last six characters.
-std::string temporaryName(const fs::path& path) { return "." + path.filename().string() + "."; }
+constexpr std::size_t temporaryEnd = 16;  // hexadecimal digits
+constexpr std::size_t longestBegin = 150;  // of a file's name in that of its replacement; 255 may be
+
+/// What a replacement of a file is called before it has the file's name, but for the digits at the end: a
+/// name that nobody else gives a file.
+std::string temporaryName(const fs::path& path) {
+    return "." + path.filename().string().substr(0, longestBegin) + ".unfinished-quillmark-";
+}
+
+std::string randomDigits() {
+    std::string digits;
+    while (digits.size() < temporaryEnd) digits += "0123456789abcdef"[arc4random_uniform(16)];
+    return digits;
+}
 
 /// Where the system shows an open file, named or not.
 std::string nameOfOpen(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
@@ -44,15 +79,39 @@ void syncFolder(const fs::path& folder) {
 
 }  // namespace
 
+std::error_code make_error_code(FileFault fault) {
+    static const FaultCategory category;
+    return {static_cast<int>(fault), category};
+}
+
+fs::path followed(const fs::path& path) {
+    std::error_code error;
+    if (!fs::is_symlink(path, error)) return path;
+    fs::path target = fs::canonical(path, error);
+    if (error) throw fs::filesystem_error("cannot follow", path, FileFault::leadsNowhere);
+    return target;
+}
+
+void requireWritable(const fs::path& path) {
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0) return;
+    // The superuser may write everything; what it marked it did not mark for nothing.
+    constexpr mode_t writable = S_IWUSR | S_IWGRP | S_IWOTH;
+    const bool isMarked = (status.st_mode & writable) == 0;
+    if (isMarked || (::access(path.c_str(), W_OK) != 0 && errno == EACCES))
+        throw fs::filesystem_error("cannot write", path, FileFault::readOnly);
+}
+
 std::optional<std::string> fileContents(const fs::path& path, std::size_t limit) {
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes(limit + 1, '\0');
-    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())) && !file.eof())
-        return std::nullopt;
-    const auto size = static_cast<std::size_t>(file.gcount());
-    if (size > limit) return std::nullopt;
-    bytes.resize(size);
-    return bytes;
+    try {
+        FileInput file(path);
+        std::string bytes(limit + 1, '\0');
+        bytes.resize(
+            static_cast<std::size_t>(file.sgetn(bytes.data(), static_cast<std::streamsize>(bytes.size()))));
+        if (bytes.size() <= limit) return bytes;
+    } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+    }
+    return std::nullopt;
 }
 
 void replaceFile(const fs::path& path, std::string_view bytes) {
@@ -74,8 +133,10 @@ FileReplacement::FileReplacement(fs::path path) : m_path(std::move(path)) {
     m_descriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     if (m_descriptor >= 0 && ::access(nameOfOpen(m_descriptor).c_str(), F_OK) == 0) return;
     if (m_descriptor >= 0) ::close(m_descriptor);
-    m_temporary = (folder / (temporaryName(m_path) + "XXXXXX")).string();
-    m_descriptor = ::mkostemp(m_temporary.data(), O_CLOEXEC);  // 0600
+    do {
+        m_temporary = folder / (temporaryName(m_path) + randomDigits());
+        m_descriptor = ::open(m_temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    } while (m_descriptor < 0 && errno == EEXIST);
     if (m_descriptor < 0) fail("cannot write", m_path);
 }
 
@@ -96,8 +157,7 @@ void FileReplacement::write(std::string_view bytes) {
 /// A file without a name gets a temporary one; only a rename replaces another file in one step.
 void FileReplacement::giveName() {
     while (m_temporary.empty()) {
-        const std::string end = std::to_string(100'000 + arc4random_uniform(900'000));
-        const std::string name = (folderOf(m_path) / (temporaryName(m_path) + end)).string();
+        const std::string name = folderOf(m_path) / (temporaryName(m_path) + randomDigits());
         if (::linkat(AT_FDCWD, nameOfOpen(m_descriptor).c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) ==
             0) {
             m_temporary = name;
@@ -127,7 +187,11 @@ void FileReplacement::removeLeftovers(const fs::path& path) {
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(folderOf(path), ignored)) {
         const std::string name = entry.path().filename().string();
-        if (name.size() == begin.size() + temporaryEnd && name.starts_with(begin))
+        if (name.size() != begin.size() + temporaryEnd || !name.starts_with(begin)) continue;
+        const bool isOurs = std::ranges::all_of(name.substr(begin.size()), [](char c) {
+            return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+        });
+        if (isOurs && entry.symlink_status(ignored).type() == fs::file_type::regular)
             fs::remove(entry.path(), ignored);
     }
 }
@@ -136,12 +200,17 @@ FileInput::FileInput(fs::path path) : m_path(std::move(path)) {
     m_descriptor = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe would wait
     if (m_descriptor < 0) fail("cannot read", m_path);
     struct stat status = {};
-    int error = ::fstat(m_descriptor, &status) == 0 ? 0 : errno;
-    if (error == 0 && S_ISDIR(status.st_mode)) error = EISDIR;
-    if (error == 0 && !S_ISREG(status.st_mode)) error = EINVAL;
-    if (error == 0) return;
+    std::error_code error;
+    if (::fstat(m_descriptor, &status) != 0) {
+        error.assign(errno, std::generic_category());
+    } else if (S_ISDIR(status.st_mode)) {
+        error.assign(EISDIR, std::generic_category());
+    } else if (!S_ISREG(status.st_mode)) {
+        error = FileFault::notOrdinary;
+    }
+    if (!error) return;
     ::close(m_descriptor);
-    fail("cannot read", m_path, error);
+    throw fs::filesystem_error("cannot read", m_path, error);
 }
 
 FileInput::~FileInput() { ::close(m_descriptor); }
@@ -157,18 +226,51 @@ FileInput::int_type FileInput::underflow() {
     return traits_type::to_int_type(m_buffer.front());
 }
 
-FileLock::FileLock(const fs::path& path, std::chrono::milliseconds patience) {
-    constexpr std::chrono::milliseconds pause{5};
-    const auto end = std::chrono::steady_clock::now() + patience;
+namespace {
+
+/// Who holds a `flock` on the file, by the system's list (proc(5)), of which a line begins
+/// "1: FLOCK ADVISORY WRITE 123 08:01:4567".
+LockHolder holderOf(int descriptor) {
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0) return {};
+    std::ifstream locks("/proc/locks");
+    std::string number, kind, advisory, access, place;
+    for (int process = 0; locks >> number >> kind >> advisory >> access >> process >> place;) {
+        locks.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        unsigned major = 0, minor = 0;
+        unsigned long long node = 0;
+        if (kind != "FLOCK" || std::sscanf(place.c_str(), "%x:%x:%llu", &major, &minor, &node) != 3) continue;
+        if (makedev(major, minor) != status.st_dev || node != status.st_ino) continue;
+        LockHolder holder{process};
+        std::ifstream name("/proc/" + std::to_string(process) + "/comm");
+        std::getline(name, holder.program);
+        return holder;
+    }
+    return {};
+}
+
+}  // namespace
+
+FileLock::FileLock(const fs::path& path, std::chrono::milliseconds patience,
+                   const std::function<void(const LockHolder&)>& waiting) {
+    constexpr std::chrono::milliseconds pause{5}, usual{500};
+    const auto begin = std::chrono::steady_clock::now();
+    bool isTold = !waiting;
     m_descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
     if (m_descriptor < 0) fail("cannot lock", path);
     while (::flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
-        const bool mayWait = error == EWOULDBLOCK && std::chrono::steady_clock::now() < end;
+        const auto waited = std::chrono::steady_clock::now() - begin;
+        const bool isHeld = error == EWOULDBLOCK, mayWait = isHeld && waited < patience;
+        if (isHeld && !isTold && (waited >= usual || !mayWait)) {
+            isTold = true;
+            waiting(holderOf(m_descriptor));
+        }
         if (mayWait) std::this_thread::sleep_for(pause);
         if (mayWait || error == EINTR) continue;
         ::close(m_descriptor);
-        fail("cannot lock", path, error == EWOULDBLOCK ? EBUSY : error);
+        if (isHeld) throw fs::filesystem_error("cannot lock", path, FileFault::held);
+        fail("cannot lock", path, error);
     }
 }
 
@@ -177,7 +279,11 @@ FileLock::~FileLock() { ::close(m_descriptor); }
 void makeFolders(const fs::path& folder) {
     if (folder.empty() || fs::is_directory(folder)) return;
     makeFolders(folder.parent_path());
-    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot make the folder", folder);
+    if (::mkdir(folder.c_str(), 0700) != 0) {
+        const int error = errno;
+        if (error != EEXIST) fail("cannot make the folder", folder, error);
+        if (!fs::is_directory(folder)) fail("cannot make the folder", folder, ENOTDIR);
+    }
     syncFolder(folderOf(folder));
 }
 

@@ -3,15 +3,33 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <type_traits>
 
 /// Files on disk. What fails throws `std::filesystem::filesystem_error` with the system's error.
 namespace quillmark {
 
-/// The whole of a file of at most `limit` bytes; nothing when it cannot be read or is larger.
+/// What we refuse ourselves; its category's words are "it is no ordinary file" and the like.
+enum class FileFault {
+    notOrdinary = 1,  ///< a pipe, a device …
+    leadsNowhere,     ///< a symbolic link
+    readOnly,
+    held,  ///< a lock, by somebody else; equals `std::errc::device_or_resource_busy`
+};
+std::error_code make_error_code(FileFault fault);
+
+/// The file that a symbolic link leads to, or what is no link as it stands. Throws when it leads nowhere.
+std::filesystem::path followed(const std::filesystem::path& path);
+/// Throws when there is such a file and we are not to write into it, though it could be replaced.
+void requireWritable(const std::filesystem::path& path);
+
+/// The whole of an ordinary file of at most `limit` bytes; nothing when it cannot be read, is larger or is no
+/// ordinary file.
 std::optional<std::string> fileContents(const std::filesystem::path& path, std::size_t limit);
 
 /// Puts a file with these bytes in the place of whatever has the name, in one step: whoever reads it sees the
@@ -66,6 +84,12 @@ private:
     std::array<char, 65'536> m_buffer;
 };
 
+/// Who holds a lock, as far as the system tells.
+struct LockHolder {
+    int process = 0;           ///< 0: unknown
+    std::string program = {};  ///< its name, perhaps cut; empty: unknown
+};
+
 /// An advisory lock, from when it is there until it is destroyed: of all that lock the same file, in this
 /// process or others, one goes on and the others wait. The file is made and never removed; the lock of a
 /// process that dies is free.
@@ -73,8 +97,10 @@ class FileLock {
 public:
     /// Longer than any change takes, so that a process that was stopped with the lock doesn't stop others.
     static constexpr std::chrono::seconds usualPatience{120};
-    /// Throws as soon as it has waited for `patience`.
-    explicit FileLock(const std::filesystem::path& path, std::chrono::milliseconds patience = usualPatience);
+    /// Throws as soon as it has waited for `patience`. `waiting` is called once, when that is longer than
+    /// changes take as a rule, or when it throws.
+    explicit FileLock(const std::filesystem::path& path, std::chrono::milliseconds patience = usualPatience,
+                      const std::function<void(const LockHolder&)>& waiting = {});
     ~FileLock();
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
@@ -90,3 +116,6 @@ void makeFolders(const std::filesystem::path& folder);
 bool renameToUnused(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace quillmark
+
+template <>
+struct std::is_error_code_enum<quillmark::FileFault> : std::true_type {};

@@ -1,7 +1,11 @@
 #include "QuillmarkKit/Support/Serialization.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
+#include <istream>
+#include <iterator>
+#include <streambuf>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -60,6 +64,32 @@ bool isTooDeep(std::string_view text) {
     return false;
 }
 
+/// The bytes of a stream for the parser, which takes a zero byte for the end of the text: here it comes as
+/// another that has no place in JSON.
+class Bytes {
+public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char*;
+    using reference = char;
+
+    explicit Bytes(std::streambuf* buffer = nullptr) : m_buffer(buffer) {}
+    char operator*() const {
+        const int byte = m_buffer->sgetc();
+        return byte == 0 ? '\x01' : std::char_traits<char>::to_char_type(byte);
+    }
+    Bytes& operator++() {
+        m_buffer->sbumpc();
+        return *this;
+    }
+    /// With the end, which is all that is ever compared with.
+    bool operator==(const Bytes&) const { return m_buffer->sgetc() == std::char_traits<char>::eof(); }
+
+private:
+    std::streambuf* m_buffer;
+};
+
 }  // namespace
 
 JSON parsedJSON(std::string_view text, std::size_t sizeLimit) {
@@ -92,7 +122,7 @@ JSON parsedPiecewise(std::istream& text, std::string_view list,
         return false;
     };
     try {
-        return JSON::parse(text, keep);
+        return JSON::parse(Bytes(text.rdbuf()), Bytes(), keep);
     } catch (const JSON::parse_error& error) {
         throw DecodingError("byte " + std::to_string(error.byte) + ": this is no JSON");
     } catch (const JSON::exception&) {  // a number that nothing can hold
