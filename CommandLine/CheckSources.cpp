@@ -11,7 +11,9 @@
 
 #include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
+#include "CommandLine/Output.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "Wording/HistoryWording.h"
 
 namespace quillmark {
 
@@ -57,8 +59,13 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     } else {
         const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
         resolver = services = std::make_shared<DoHResolver>(http);
-        if (command.asksRegistries())
-            registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+        if (command.asksRegistries()) {
+            const auto ignored = [reader = command.reader](const std::filesystem::path& file) {
+                writeProblem(fileIgnored(file, reader));
+            };
+            registry = std::make_shared<RDAPClient>(
+                http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
+        }
         workers = networkWorkers;
     }
     if (command.registrationsFile && command.domainAge.value_or(true)) {

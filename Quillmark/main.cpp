@@ -24,6 +24,7 @@
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
 #include "WindowBaseline/QtWords.h"
+#include "Wording/HistoryWording.h"
 
 namespace {
 
@@ -132,7 +133,11 @@ int main(int argc, char** argv) {
     };
     AppModel::Surroundings surroundings;
     surroundings.resolver = std::make_shared<DoHResolver>(http);
-    surroundings.registry = std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    const auto ignored = [reader = words.reader](const std::filesystem::path& file) {
+        std::cerr << "quillmark-desktop: " + fileIgnored(file, reader) + "\n";
+    };
+    surroundings.registry =
+        std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
     surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(folderName)}; };
     surroundings.settings = std::make_shared<UserSettingsStore>();
     surroundings.now = now;
@@ -140,8 +145,12 @@ int main(int argc, char** argv) {
     AppModel model(surroundings);
 
     const QTemporaryDir forgotten;
-    QString windowFile =
-        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/quillmark/window.conf";
+    const QString folder =
+        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/quillmark/";
+    QString windowFile = folder + "window.conf";
+    for (const QString& file : {QString(folder + "quillmark.conf"), windowFile}) {
+        if (!isFitForSettings(file)) ignored(file.toStdString());
+    }
     if (!isFitForSettings(windowFile)) windowFile = forgotten.filePath("window.conf");
     QSettings windowSettings(windowFile, QSettings::IniFormat);
     QuillmarkApp app(model,

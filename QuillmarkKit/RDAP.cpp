@@ -133,9 +133,19 @@ HTTPResponse RDAPClient::get(std::string url, std::size_t bodyLimit, const Patie
     return m_http->get(request, patience.stop);
 }
 
-RDAPClient::Table RDAPClient::cachedTable() const {
+std::optional<std::filesystem::path> RDAPClient::cacheFile() {
     if (!m_options.cacheDirectory) return std::nullopt;
-    const auto file = *m_options.cacheDirectory / "rdap-dns.json";
+    auto file = *m_options.cacheDirectory / "rdap-dns.json";
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) return file;
+    std::call_once(m_ignored, [&] {
+        if (m_options.ignored) m_options.ignored(file);
+    });
+    return std::nullopt;
+}
+
+RDAPClient::Table RDAPClient::cachedTable(const std::filesystem::path& file) const {
     std::error_code error;
     const auto written = std::filesystem::last_write_time(file, error);
     if (error) return std::nullopt;
@@ -147,7 +157,8 @@ RDAPClient::Table RDAPClient::cachedTable() const {
 
 Once<RDAPClient::Table>::Made RDAPClient::makeTable(const Patience& patience) {
     using For = Once<Table>::For;
-    if (auto cached = cachedTable()) return {std::move(cached)};
+    const auto file = cacheFile();
+    if (auto cached = file ? cachedTable(*file) : std::nullopt) return {std::move(cached)};
     const Once<Table>::Made unreadable{{}, For::thoseWhoWait};
     HTTPResponse response;
     try {
@@ -157,9 +168,9 @@ Once<RDAPClient::Table>::Made RDAPClient::makeTable(const Patience& patience) {
     }
     auto parsed = response.status == 200 ? RDAPBootstrap::parse(response.body) : std::nullopt;
     if (!parsed) return unreadable;
-    if (m_options.cacheDirectory) {
+    if (file) {
         try {
-            replaceFile(*m_options.cacheDirectory / "rdap-dns.json", response.body);
+            replaceFile(*file, response.body);
         } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
             // The list is at hand; the next run fetches it again.
         }

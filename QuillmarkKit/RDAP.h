@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -83,6 +84,8 @@ struct RDAPOptions {
     std::string bootstrapURL = "https://data.iana.org/rdap/dns.json";
     std::chrono::milliseconds timeOut{10'000};  ///< of one request, its redirects included
     std::function<std::filesystem::file_time_type()> clock = std::filesystem::file_time_type::clock::now;
+    /// Is told once when what lies in the list's place is no ordinary file; it is neither read nor replaced.
+    std::function<void(const std::filesystem::path&)> ignored = {};
 };
 
 /// Asks the registries over HTTPS. Dates are remembered as long as it lives, failures are not; however many
@@ -104,7 +107,9 @@ private:
     using Table = std::optional<RDAPBootstrap>;  // nothing when it can't be read
 
     Once<Table>::Made makeTable(const Patience& patience);
-    Table cachedTable() const;
+    /// Nothing when there is none, or it is no ordinary file.
+    std::optional<std::filesystem::path> cacheFile();
+    Table cachedTable(const std::filesystem::path& file) const;
     Once<Answer>::Made makeAnswer(const std::string& domain, const Patience& patience);
     HTTPResponse get(std::string url, std::size_t bodyLimit, const Patience& patience);
 
@@ -112,6 +117,7 @@ private:
     const RDAPOptions m_options;
     Once<Table> m_tables;  // one, under no name
     Once<Answer> m_answers;
+    std::once_flag m_ignored = {};
 };
 
 }  // namespace quillmark

@@ -82,6 +82,11 @@ std::string historyNotKept(const std::optional<std::string>& name, const Reader&
                             {quillmark::quoted(placeName(*name, reader))});
 }
 
+std::string fileIgnored(const std::filesystem::path& file, const Reader& reader) {
+    return reader.translate("“%1” is ignored, as it is no ordinary file or too large.",
+                            {quillmark::quoted(file.string())});
+}
+
 std::vector<std::string> historyRecovered(const HistoryRecovery& recovery, const std::filesystem::path& file,
                                           const Reader& reader) {
     const std::string name = quillmark::quoted(file.string());

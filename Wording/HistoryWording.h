@@ -10,7 +10,8 @@
 #include "QuillmarkKit/HistoryFile.h"
 #include "Wording/Reader.h"
 
-/// The lines that tell of the saved history, in every program. Reasons are the system's words.
+/// The lines that tell of the saved history, and of other files of ours, in every program. Reasons are the
+/// system's words.
 namespace quillmark {
 
 /// What the system says, and of which file: "/home/a/history.json: Permission denied".
@@ -29,6 +30,9 @@ std::string historyLeftUnsaved(std::size_t reports, const std::string& why, cons
 std::string historyWaits(const LockHolder& holder, std::chrono::seconds patience, const Reader& reader);
 /// A report is too large to be kept. `name` is that of its file; pasted text has none.
 std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader);
+
+/// A file in a place of ours that is not opened.
+std::string fileIgnored(const std::filesystem::path& file, const Reader& reader);
 
 /// What came of giving the reports of a damaged file back, a few lines: how many came back, how many couldn't
 /// be read, and what is wrong with the file, and where.

@@ -1,6 +1,7 @@
 #include "QuillmarkKit/RDAP.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <thread>
@@ -151,6 +152,23 @@ TEST(RDAPClient, keepsTheListForSevenDays) {
                   row.isUsed ? "https://kept.example/domain/a.com" : "https://new.example/domain/a.com");
         EXPECT_EQ(fileContents(file, 1000), row.isUsed ? kept : fresh);
     }
+    // What is no ordinary file is left alone, and told of once. A pipe would be waited for.
+    fs::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    int told = 0;
+    RDAPClient besides(network("{",
+                               [] {
+                                   return HTTPResponse{200, registered};
+                               }),
+                       {.cacheDirectory = folder / "cache", .ignored = [&](const fs::path& path) {
+                            EXPECT_EQ(path, file);
+                            ++told;
+                        }});
+    for (int times = 0; times < 2; ++times) outcome(besides, "a.com");
+    EXPECT_EQ(told, 1);
+    EXPECT_TRUE(fs::is_fifo(file));
+    fs::remove(file);
+    replaceFile(file, fresh);
     // A cache that cannot be written costs a request the next time, and nothing else.
     RDAPClient client(network(fresh, [] { return HTTPResponse{200, registered}; }),
                       {.cacheDirectory = file / "below a file"});

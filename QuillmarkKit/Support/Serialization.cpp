@@ -74,20 +74,20 @@ public:
     using pointer = const char*;
     using reference = char;
 
-    explicit Bytes(std::streambuf* buffer = nullptr) : m_buffer(buffer) {}
-    char operator*() const {
-        const int byte = m_buffer->sgetc();
-        return byte == 0 ? '\x01' : std::char_traits<char>::to_char_type(byte);
-    }
+    Bytes() = default;  ///< the end of any stream
+    explicit Bytes(std::streambuf& buffer) : m_buffer(&buffer), m_byte(buffer.sbumpc()) {}
+    char operator*() const { return m_byte == 0 ? '\x01' : Traits::to_char_type(m_byte); }
     Bytes& operator++() {
-        m_buffer->sbumpc();
+        m_byte = m_buffer->sbumpc();
         return *this;
     }
-    /// With the end, which is all that is ever compared with.
-    bool operator==(const Bytes&) const { return m_buffer->sgetc() == std::char_traits<char>::eof(); }
+    /// Only the end is ever compared with.
+    bool operator==(const Bytes& end) const { return m_byte == end.m_byte; }
 
 private:
-    std::streambuf* m_buffer;
+    using Traits = std::char_traits<char>;
+    std::streambuf* m_buffer = nullptr;
+    Traits::int_type m_byte = Traits::eof();
 };
 
 }  // namespace
@@ -122,7 +122,7 @@ JSON parsedPiecewise(std::istream& text, std::string_view list,
         return false;
     };
     try {
-        return JSON::parse(Bytes(text.rdbuf()), Bytes(), keep);
+        return JSON::parse(Bytes(*text.rdbuf()), Bytes(), keep);
     } catch (const JSON::parse_error& error) {
         throw DecodingError("byte " + std::to_string(error.byte) + ": this is no JSON");
     } catch (const JSON::exception&) {  // a number that nothing can hold
