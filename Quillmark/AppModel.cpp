@@ -59,6 +59,13 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
         emit historyChanged();
     });
     connect(&m_history, &HistoryKeeper::failed, this, &AppModel::showProblem);
+    connect(&m_history, &HistoryKeeper::recovered, this, &AppModel::showProblem);
+    connect(&m_history, &HistoryKeeper::setAside, this, [this](const std::filesystem::path& damaged) {
+        m_damagedHistory = damaged;
+        emit problemChanged();
+    });
+    connect(&m_history, &HistoryKeeper::contentsRead, this, &AppModel::historyContentsRead);
+    connect(&m_history, &HistoryKeeper::cleared, this, &AppModel::historyCleared);
     m_history.setKept(m_settings.keepHistory);
 }
 
@@ -514,7 +521,11 @@ void AppModel::removeFromHistory(UUID id) {
     m_history.remove(id);
 }
 
-void AppModel::clearHistory() { m_history.removeAll(); }
+void AppModel::readHistoryContents() { m_history.readContents(); }
+
+void AppModel::clearHistory(const HistoryContents& contents) { m_history.clear(contents); }
+
+void AppModel::recoverHistory(const std::filesystem::path& damaged) { m_history.recover(damaged); }
 
 void AppModel::refreshHistory() { m_history.refresh(); }
 
@@ -544,6 +555,7 @@ void AppModel::dismissSheet() {
 
 void AppModel::showProblem(std::string_view line) {
     m_problem = forDisplay(line);
+    m_damagedHistory = std::nullopt;
     m_problemNumber = 0;
     emit problemChanged();
 }
@@ -557,6 +569,7 @@ void AppModel::showIntakeProblem(const IntakeProblem& problem) {
 void AppModel::dismissProblem() {
     if (!m_problem) return;
     m_problem = std::nullopt;
+    m_damagedHistory = std::nullopt;
     emit problemChanged();
 }
 

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -95,6 +96,8 @@ public:
     const std::optional<std::string>& refusal() const { return m_refusal; }
     const std::optional<Sheet>& sheet() const { return m_sheet; }
     const std::optional<std::string>& problem() const { return m_problem; }
+    /// The damaged history that `problem` tells of; else nothing.
+    const std::optional<std::filesystem::path>& damagedHistory() const { return m_damagedHistory; }
     bool busy() const { return !m_running.empty(); }
     Progress progress() const;
     /// The saved reports, the oldest first; those of this run are among them.
@@ -143,8 +146,13 @@ public:
     /// Whether its row was taken away in this run: then it isn't listed, though the history keeps it.
     bool isRemovedFromList(const UUID& id) const { return m_removed.contains(id); }
     void removeFromHistory(UUID id);
-    /// Removes every saved report for good, also when no history is kept.
-    void clearHistory();
+    /// Looks what there is to clear, also when no history is kept; `historyContentsRead` follows, or
+    /// `historyCleared` says why it can't be seen.
+    void readHistoryContents();
+    /// Removes that for good, and nothing that came since; `historyCleared` follows.
+    void clearHistory(const HistoryContents& contents);
+    /// Puts the good reports of a damaged file back into the history; `problem` says what came of it.
+    void recoverHistory(const std::filesystem::path& damaged);
     /// Looks whether another program has changed the history meanwhile, as when the window comes to the
     /// front, and then reads it again.
     void refreshHistory();
@@ -173,6 +181,8 @@ signals:
     void problemChanged();
     void progressChanged();  ///< also `busy`
     void historyChanged();   ///< its reports, its state, or what is unsaved
+    void historyContentsRead(const quillmark::HistoryContents& contents);
+    void historyCleared(const std::string& outcome);  ///< a few lines, also when it couldn't be done
     void settingsChanged();
 
 private:
@@ -278,6 +288,7 @@ private:
     std::optional<Sheet> m_sheet = {};
     std::optional<std::string> m_problem = {};
     std::uint64_t m_problemNumber = 0;  // of the check it comes from
+    std::optional<std::filesystem::path> m_damagedHistory = {};
     std::uint64_t m_number = 0;         // of the latest check
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -38,6 +40,12 @@ std::chrono::milliseconds restAfter(Clock::time_point begin) {
 bool isBusy(const std::exception& error) {
     const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
     return fromSystem && fromSystem->code() == std::errc::device_or_resource_busy;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += (text.empty() ? "" : "\n") + line;
+    return text;
 }
 
 }  // namespace
@@ -101,12 +109,45 @@ void HistoryKeeper::remove(const UUID& id) {
     emit changed();
 }
 
-void HistoryKeeper::removeAll() {
+void HistoryKeeper::readContents() {
+    if (m_isFinished) return;
+    refresh();  // else it would not be told that somebody else has damaged it
+    m_worker.add([this] {
+        m_mailbox.post([this, contents = contents()]() mutable {
+            if (const auto* problem = std::get_if<std::string>(&contents)) {
+                emit cleared(*problem);
+            } else {
+                addPending(std::get<HistoryContents>(contents));
+                emit contentsRead(std::get<HistoryContents>(contents));
+            }
+        });
+    });
+}
+
+/// What waits to be saved is to be cleared, too.
+void HistoryKeeper::addPending(HistoryContents& contents) const {
+    const std::set<UUID> saved(contents.reports.begin(), contents.reports.end());
+    for (const ProofReport& report : m_pending.added()) {
+        if (!saved.contains(report.id)) contents.reports.push_back(report.id);
+    }
+}
+
+void HistoryKeeper::clear(const HistoryContents& contents) {
+    if (m_isFinished) return;
+    ++m_loads;  // nothing else is saved until the file has been read again
+    m_worker.add([this, contents] {
+        m_mailbox.post([this, cleared = clearedOf(contents)] { take(cleared); });
+    });
+}
+
+void HistoryKeeper::recover(const std::filesystem::path& damaged) {
     if (refuses()) return;
-    m_pending.removeAll();
-    m_reports = std::make_shared<Reports>();
-    save();
-    emit changed();
+    m_worker.add([this, damaged] {
+        m_mailbox.post([this, outcome = recoveredFrom(damaged)] {
+            if (m_state != HistoryState::off && !m_isFinished) load();
+            emit recovered(outcome);
+        });
+    });
 }
 
 bool HistoryKeeper::refuses() {
@@ -156,6 +197,8 @@ HistoryKeeper::Loaded HistoryKeeper::loaded() const {
     } catch (const HistoryFileError& error) {
         loaded.problem = historyProblem(error, m_reader);
         loaded.locks = std::holds_alternative<HistoryFileError::NewerVersion>(error.value);
+        if (const auto* damaged = std::get_if<HistoryFileError::Damaged>(&error.value))
+            loaded.setAside = damaged->movedTo;
     } catch (const std::exception& error) {
         loaded.problem = historyNotOpened(reasonOf(error, m_reader), m_reader);
         loaded.locks = true;
@@ -176,21 +219,69 @@ HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Sta
             if (!before) before = saved.stamp;
         };
         const auto damaged = file.apply(change, m_now(), look);
-        if (damaged) saved.problem = historyProblem(*damaged, m_reader);
+        if (damaged) {
+            saved.problem = historyProblem(*damaged, m_reader);
+            saved.setAside = damaged->movedTo;
+        }
         saved.mustLoad = damaged || before != known;
         return saved;
     } catch (const HistoryFileError& error) {
         saved.problem = historyProblem(error, m_reader);
-        saved.notCleared = saved.problem;
         saved.locks = true;
         saved.rest = restAfter(begin);
     } catch (const std::exception& error) {
         saved.problem = historyNotSaved(reasonOf(error, m_reader), m_reader);
-        saved.notCleared = historyNotCleared(reasonOf(error, m_reader), m_reader);
         if (!isBusy(error)) saved.rest = restAfter(begin);  // else it has only waited
     }
     saved.isDone = false;
     return saved;
+}
+
+std::variant<HistoryContents, std::string> HistoryKeeper::contents() const {
+    try {
+        return m_file().contents(m_now());
+    } catch (const HistoryFileError& error) {
+        return historyProblem(error, m_reader);
+    } catch (const std::exception& error) {
+        return historyNotOpened(reasonOf(error, m_reader), m_reader);
+    }
+}
+
+HistoryKeeper::Cleared HistoryKeeper::clearedOf(const HistoryContents& contents) const {
+    Cleared cleared;
+    int looks = 0;  // the second comes once the reports are gone
+    std::string why;
+    try {
+        HistoryFile file = m_file();
+        file.patience = patience;
+        const auto damaged = file.clear(contents, m_now(), [&] { ++looks; });
+        if (damaged) cleared.problem = historyProblem(*damaged, m_reader);
+    } catch (const HistoryFileError& error) {
+        cleared.problem = historyProblem(error, m_reader);
+    } catch (const std::exception& error) {
+        why = reasonOf(error, m_reader);
+    }
+    if (looks > 1) cleared.gone.reports = contents.reports;
+    std::error_code ignored;
+    std::ranges::copy_if(contents.setAside, std::back_inserter(cleared.gone.setAside),
+                         [&](const auto& file) { return !exists(symlink_status(file, ignored)); });
+    if (!why.empty())
+        cleared.problem = looks > 1 ? historyNotAllCleared(why, m_reader) : historyNotCleared(why, m_reader);
+    return cleared;
+}
+
+std::string HistoryKeeper::recoveredFrom(const std::filesystem::path& damaged) const {
+    try {
+        HistoryFile file = m_file();
+        file.patience = patience;
+        HistoryRecovery recovery = file.recover(damaged, m_now());
+        recovery.faults.resize(std::min<std::size_t>(recovery.faults.size(), 1));  // the line is long enough
+        return joined(historyRecovered(recovery, damaged, m_reader));
+    } catch (const HistoryFileError& error) {
+        return historyProblem(error, m_reader);
+    } catch (const std::exception& error) {
+        return historyNotRecovered(reasonOf(error, m_reader), m_reader);
+    }
 }
 
 void HistoryKeeper::load() {
@@ -202,7 +293,6 @@ void HistoryKeeper::take(const Loaded& loaded) {
     --m_loads;
     if (m_state != HistoryState::off && loaded.locks) {
         m_state = HistoryState::locked;
-        m_pending.keepOthers();
         fail(loaded.problem);
         tryAgainAfter(loaded.rest);
     } else {
@@ -219,7 +309,7 @@ void HistoryKeeper::takeReports(const Loaded& loaded) {
     m_reports = loaded.reports;
     if (m_saving) m_reports->apply(*m_saving);
     m_reports->apply(m_pending);
-    if (!loaded.problem.empty()) emit failed(loaded.problem);
+    tellOfDamage(loaded.problem, loaded.setAside);
 }
 
 void HistoryKeeper::saveSoon() {
@@ -254,33 +344,40 @@ void HistoryKeeper::save() {
 
 void HistoryKeeper::take(const Saved& saved) {
     const auto change = std::exchange(m_saving, {});
-    if (!saved.isDone) return takeFailure(saved, std::move(*change));
-    const bool hadFailed = !std::exchange(m_failure, {}).empty();
-    m_stamp = saved.stamp;
-    if (saved.mustLoad && !m_isFinished && m_state != HistoryState::off) load();
-    saveSoon();
-    if (!saved.problem.empty()) emit failed(saved.problem);
-    if (hadFailed) emit changed();
-}
-
-void HistoryKeeper::takeFailure(const Saved& saved, HistoryChange change) {
-    const bool wasClearing = change.removesAll();
-    change.keepOthers();
-    change.append(m_pending);
-    m_pending = std::move(change);
-    if (saved.locks && m_state != HistoryState::off) {
-        m_state = HistoryState::locked;
-        m_pending.keepOthers();
-    }
-    if (!m_pending.isEmpty() || saved.locks) fail(saved.problem);
-    if (wasClearing) emit failed(saved.notCleared);
-    if (m_isFinished) return;
-    if (wasClearing && m_state == HistoryState::ready) load();  // what is still there is shown again
-    if (m_pending.removesAll()) {
-        save();  // asked for meanwhile
+    if (saved.isDone) {
+        const bool hadFailed = !std::exchange(m_failure, {}).empty();
+        m_stamp = saved.stamp;
+        if (saved.mustLoad && !m_isFinished && m_state != HistoryState::off) load();
+        saveSoon();
+        tellOfDamage(saved.problem, saved.setAside);
+        if (hadFailed) emit changed();
     } else {
+        change->append(m_pending);
+        m_pending = std::move(*change);  // for the next time
+        if (saved.locks && m_state != HistoryState::off) m_state = HistoryState::locked;
+        fail(saved.problem);
         tryAgainAfter(saved.rest);
     }
+}
+
+void HistoryKeeper::take(const Cleared& cleared) {
+    --m_loads;
+    for (const UUID& id : cleared.gone.reports) m_pending.remove(id);  // what could not be saved before
+    if (m_state != HistoryState::off && !m_isFinished) {
+        load();
+    } else {
+        saveSoon();
+    }
+    std::vector<std::string> lines;
+    if (!cleared.gone.isEmpty() || cleared.problem.empty()) lines = historyCleared(cleared.gone, m_reader);
+    if (!cleared.problem.empty()) lines.push_back(cleared.problem);
+    emit this->cleared(joined(lines));
+}
+
+void HistoryKeeper::tellOfDamage(const std::string& line, const std::filesystem::path& setAside) {
+    if (line.empty()) return;
+    emit failed(line);
+    emit this->setAside(setAside);
 }
 
 void HistoryKeeper::fail(const std::string& line) {

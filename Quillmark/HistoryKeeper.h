@@ -6,10 +6,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "Quillmark/MessageCheck.h"
@@ -30,7 +32,7 @@ enum class HistoryState {
 
 /// The saved history as the model shows it. The file is read and written on a thread of its own; what changes
 /// in a burst is saved together. What could not be saved is tried again, now and then and with the next
-/// change, but for the removal of all, which would by then remove what others have saved since.
+/// change.
 class HistoryKeeper : public QObject {
     Q_OBJECT
 public:
@@ -54,8 +56,12 @@ public:
     /// `change` is what adds the reports. Nothing is added while no history is kept.
     void add(const std::vector<SharedReport>& reports, const HistoryChange& change);
     void remove(const UUID& id);
-    /// Also what the file holds while none is kept.
-    void removeAll();
+    /// What there is to clear, also while none is kept; `contentsRead` or `cleared` follows.
+    void readContents();
+    /// Removes that and nothing that came since, at once or not at all; `cleared` follows.
+    void clear(const HistoryContents& contents);
+    /// Puts the good reports of a damaged file back; `recovered` follows.
+    void recover(const std::filesystem::path& damaged);
     /// Reads the file again if somebody else has changed it, and saves what could not be saved before.
     void refresh();
     /// Waits until everything is saved that can be, and tells what can't. The keeper does nothing afterwards.
@@ -64,6 +70,10 @@ public:
 signals:
     void changed();  ///< the reports, the state, or what is unsaved
     void failed(const std::string& line);
+    void setAside(const std::filesystem::path& damaged);  ///< the history was; `failed` says so
+    void contentsRead(const HistoryContents& contents);
+    void cleared(const std::string& outcome);  ///< in a few lines, whether it could be done or not
+    void recovered(const std::string& outcome);
 
 private:
     /// The reports, and where they are found.
@@ -83,20 +93,28 @@ private:
         std::shared_ptr<Reports> reports = {};
         Stamp stamp = {};
         std::string problem = {};  ///< one line; empty when there is none
+        std::filesystem::path setAside = {};
         bool locks = false;
         std::chrono::milliseconds rest = {};  ///< until it may be tried again
     };
     struct Saved {
         Stamp stamp = {};
         std::string problem = {};
-        std::string notCleared = {};  ///< the same, when all should have been removed
+        std::filesystem::path setAside = {};
         bool isDone = true, locks = false;
         bool mustLoad = false;                ///< the file holds something else than we believe
         std::chrono::milliseconds rest = {};  ///< as in `Loaded`
     };
+    struct Cleared {
+        HistoryContents gone = {};
+        std::string problem = {};
+    };
     static Stamp stampOf(const HistoryFile& file);
     Loaded loaded() const;
     Saved saved(const HistoryChange& change, const Stamp& known) const;
+    std::variant<HistoryContents, std::string> contents() const;
+    Cleared clearedOf(const HistoryContents& contents) const;
+    std::string recoveredFrom(const std::filesystem::path& damaged) const;
 
     void load();
     void take(const Loaded& loaded);
@@ -106,7 +124,9 @@ private:
     void tryAgain();
     void tryAgainAfter(std::chrono::milliseconds rest);
     void take(const Saved& saved);
-    void takeFailure(const Saved& saved, HistoryChange change);
+    void take(const Cleared& cleared);
+    void addPending(HistoryContents& contents) const;
+    void tellOfDamage(const std::string& line, const std::filesystem::path& setAside);
     void fail(const std::string& line);
     std::size_t unsavedReports() const;
     bool refuses();

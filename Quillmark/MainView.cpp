@@ -159,6 +159,8 @@ void MainView::buildMenus() {
     add(file, Command::openFolder, m_words("Open Folder…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
     add(file, Command::paste, m_words("Paste Source…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_V));
     file->addSeparator();
+    add(file, Command::recoverHistory, m_words("Recover Damaged History…"));
+    file->addSeparator();
     add(file, Command::closeWindow, m_words("Close Window"), QKeySequence(Qt::CTRL | Qt::Key_W));
     add(file, Command::quit, m_words("Quit"), QKeySequence(Qt::CTRL | Qt::Key_Q))
         ->setMenuRole(QAction::QuitRole);
@@ -296,6 +298,9 @@ QWidget* MainView::buildProblemLine() {
     layout->addWidget(new ToneBadge(Tone::caution, 1.3, m_words), 0, Qt::AlignTop);
     m_problemText = new PlainText({});
     layout->addWidget(m_problemText, 1);
+    m_recover = new Button(m_words("Recover Reports"));
+    connect(m_recover, &QPushButton::clicked, this, &MainView::recoveryWanted);
+    layout->addWidget(m_recover, 0, Qt::AlignTop);
     auto* close = new QToolButton;
     close->setText(QStringLiteral("✕"));
     close->setAutoRaise(true);
@@ -391,7 +396,8 @@ void MainView::setTable(bool isTable) {
                                  : QList<int>{34 * letter, 110 * letter});
 }
 
-void MainView::setProblem(const QString& line) {
+void MainView::setProblem(const QString& line, bool isRecoverable) {
+    m_recover->setVisible(isRecoverable);
     m_problemText->setContents(line);
     m_problemLine->setAccessibleName(line);
     m_problemLine->setVisible(!line.isEmpty());

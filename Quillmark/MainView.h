@@ -31,6 +31,7 @@ enum class Command {
     open,
     openFolder,
     paste,
+    recoverHistory,
     closeWindow,
     quit,
     find,
@@ -55,7 +56,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 26;
+constexpr std::size_t commandCount = 27;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -71,8 +72,8 @@ public:
     QListView* listView() const;
     ReportView* reportView() const { return m_reportView; }
 
-    /// The line above the list; empty takes it away.
-    void setProblem(const QString& line);
+    /// The line above the list; empty takes it away. It may tell of reports that can be recovered.
+    void setProblem(const QString& line, bool isRecoverable = false);
     QString problem() const;
     /// The line at the bottom, which stays until it is empty.
     void setUnsaved(const QString& line);
@@ -102,6 +103,7 @@ signals:
     void received(const DropContents& contents);
     void chosen(const std::optional<UUID>& id);
     void problemDismissed();
+    void recoveryWanted();  ///< of what the problem tells of
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -142,6 +144,7 @@ private:
     QGridLayout* m_topGrid = nullptr;
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
+    QPushButton* m_recover = nullptr;
     QWidget* m_unsavedLine = nullptr;
     PlainText* m_unsavedText = nullptr;
     QWidget* m_busyRow = nullptr;

@@ -29,6 +29,7 @@
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
 #include "Wording/Details.h"
+#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -143,6 +144,9 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     connect(&m_window, &MainView::received, this, &QuillmarkApp::receive);
     connect(&m_window, &MainView::chosen, &m_model, &AppModel::select);
     connect(&m_window, &MainView::problemDismissed, &m_model, &AppModel::dismissProblem);
+    connect(&m_window, &MainView::recoveryWanted, this, [this] {
+        if (const auto damaged = m_model.damagedHistory()) m_model.recoverHistory(*damaged);
+    });
     connect(m_window.reportView(), &ReportView::recheckWanted, this, [this] { perform(Command::recheck); });
     connectModel();
 }
@@ -172,8 +176,15 @@ void QuillmarkApp::connectModel() {
     }
     connect(&m_model, &AppModel::selectionChanged, this, [this] { m_selectionTimer.start(); });
     connect(&m_model, &AppModel::sheetChanged, this, &QuillmarkApp::refreshSheet);
-    connect(&m_model, &AppModel::problemChanged, this,
-            [this] { m_window.setProblem(isolatedRuns(m_model.problem().value_or(""))); });
+    const auto showProblem = [this] {
+        m_window.setProblem(isolatedRuns(m_model.problem().value_or("")),
+                            m_model.damagedHistory().has_value());
+    };
+    connect(&m_model, &AppModel::problemChanged, this, showProblem);
+    connect(&m_model, &AppModel::historyCleared, this, [this](const std::string& outcome) {
+        if (m_settings && m_settings->isVisible()) return m_settings->showOutcome(isolatedRuns(outcome));
+        m_model.showProblem(outcome);
+    });
     const auto showUnsaved = [this] { m_window.setUnsaved(isolatedRuns(m_model.unsaved())); };
     connect(&m_model, &AppModel::historyChanged, this, showUnsaved);
     showUnsaved();
@@ -184,7 +195,7 @@ void QuillmarkApp::connectModel() {
                              .found = progress.found,
                              .part = progress.all > 0 ? done / static_cast<double>(progress.all) : 0.0});
     });
-    m_window.setProblem(isolatedRuns(m_model.problem().value_or("")));
+    showProblem();
     refreshList();
     refreshSelection();
     refreshSheet();
@@ -243,6 +254,8 @@ void QuillmarkApp::refreshSelection() {
 }
 
 void QuillmarkApp::refreshCommands() {
+    m_window.action(Command::recoverHistory)
+        ->setEnabled(m_model.historyState() == AppModel::HistoryState::ready);
     const bool hasReport = selectedReport() != nullptr;
     for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
                                Command::expandAll, Command::foldAll}) {
@@ -305,6 +318,8 @@ void QuillmarkApp::perform(Command command) {
             return chooseFolder();
         case Command::paste:
             return m_model.showSheet(AppModel::Sheet::paste);
+        case Command::recoverHistory:
+            return chooseDamagedHistory();
         case Command::closeWindow:
         case Command::quit:
             m_window.close();
@@ -543,15 +558,34 @@ void QuillmarkApp::copyReport() {
     }
 }
 
+void QuillmarkApp::chooseDamagedHistory() {
+    auto* dialog = new QFileDialog(&m_window, m_words("Choose a damaged history."),
+                                   fromPath(m_surroundings.dataFolder()));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setNameFilters({m_words("Damaged histories (%1)", QStringLiteral("history (damaged *).json")),
+                            m_words("All files (*)")});
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
+        m_model.recoverHistory(file.toLocal8Bit().toStdString());
+    });
+    dialog->open();
+}
+
 void QuillmarkApp::showSettings() {
     const AppSettings& now = m_model.settings();
-    auto* view =
+    SettingsView* view = m_settings =
         new SettingsView({now.checkDomainAge, now.keepHistory, QString::fromStdString(m_model.historyLock())},
                          m_words, &m_window);
     view->setAttribute(Qt::WA_DeleteOnClose);
     connect(view, &SettingsView::checkDomainAgeChanged, &m_model, &AppModel::setCheckDomainAge);
     connect(view, &SettingsView::keepHistoryChanged, &m_model, &AppModel::setKeepHistory);
-    connect(view, &SettingsView::clearHistoryConfirmed, &m_model, &AppModel::clearHistory);
+    connect(view, &SettingsView::clearHistoryWanted, &m_model, &AppModel::readHistoryContents);
+    connect(&m_model, &AppModel::historyContentsRead, view, [this, view](const HistoryContents& contents) {
+        if (contents.isEmpty()) return m_model.clearHistory(contents);
+        QStringList what;
+        for (const std::string& line : historyToClear(contents, m_words.reader)) what << isolatedRuns(line);
+        view->askWhetherToClear(what.join(u'\n'), [this, contents] { m_model.clearHistory(contents); });
+    });
     connect(view, &SettingsView::welcomeWanted, this,
             [this] { m_model.showSheet(AppModel::Sheet::welcome); });
     connect(view, &SettingsView::dataFolderWanted, this, [this] {

@@ -18,6 +18,7 @@ class QSettings;
 namespace quillmark {
 
 class HelpView;
+class SettingsView;
 enum class HelpPage;
 
 /// Joins the model to the window: what the model holds is shown, what the person wants is done.
@@ -69,6 +70,7 @@ private:
     /// The text that is saved and copied.
     std::string reportText(const ProofReport& report) const;
     void showSettings();
+    void chooseDamagedHistory();
     void showHelp(HelpPage page);
     void zoom(double factor);
 
@@ -83,6 +85,7 @@ private:
     SharedReport m_shown;
     bool m_hasMessage = false;
     QPointer<QDialog> m_sheet;
+    QPointer<SettingsView> m_settings;
     QPointer<HelpView> m_help;
     QFont m_font;
 };

@@ -6,6 +6,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStyle>
+#include <algorithm>
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
@@ -48,12 +49,15 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
             &SettingsView::dataFolderWanted);
     QPushButton* clear = button(words("Clear History…"));
     clear->setEnabled(choices.lockedHistory.isEmpty());
-    connect(clear, &QPushButton::clicked, this, &SettingsView::askWhetherToClear);
+    connect(clear, &QPushButton::clicked, this, &SettingsView::clearHistoryWanted);
     connect(button(words("Show the Welcome Screen Again")), &QPushButton::clicked, this, [this] {
         accept();
         emit welcomeWanted();
     });
     actions->addStretch(1);
+    layout->addWidget(m_outcome = new PlainText({}));
+    m_outcome->setObjectName("outcome");
+    m_outcome->hide();
     layout->addStretch(1);
 
     auto* buttons = new QDialogButtonBox;
@@ -82,18 +86,26 @@ QCheckBox* SettingsView::addSwitch(const QString& label, const QStringList& expl
     return box;
 }
 
-void SettingsView::askWhetherToClear() {
+void SettingsView::askWhetherToClear(const QString& what, const std::function<void()>& clear) {
+    if (findChild<QMessageBox*>()) return;
     auto* question = new QMessageBox(this);
     question->setAttribute(Qt::WA_DeleteOnClose);
     question->setIcon(QMessageBox::Warning);
     question->setTextFormat(Qt::PlainText);
     question->setText(m_words("Clear the whole history?"));
     question->setInformativeText(
-        m_words("This removes every saved check from this Mac. It can’t be undone."));
-    QPushButton* clear = question->addButton(m_words("Clear History"), QMessageBox::DestructiveRole);
+        m_words("This removes every saved check from this Mac. It can’t be undone.") + QStringLiteral("\n\n") + what);
+    QPushButton* yes = question->addButton(m_words("Clear History"), QMessageBox::DestructiveRole);
     question->setDefaultButton(question->addButton(m_words("Cancel"), QMessageBox::RejectRole));
-    connect(clear, &QPushButton::clicked, this, &SettingsView::clearHistoryConfirmed);
+    connect(yes, &QPushButton::clicked, this, clear);
     question->open();
+}
+
+void SettingsView::showOutcome(const QString& text) {
+    m_outcome->setContents(text);
+    m_outcome->show();
+    layout()->activate();
+    resize(width(), std::max(height(), layout()->heightForWidth(width())));
 }
 
 }  // namespace quillmark

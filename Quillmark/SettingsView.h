@@ -1,12 +1,15 @@
 #pragma once
 
 #include <QDialog>
+#include <functional>
 
 #include "Quillmark/Words.h"
 
 class QCheckBox;
 
 namespace quillmark {
+
+class PlainText;
 
 /// The person's choices. Each takes effect at once.
 class SettingsView : public QDialog {
@@ -18,18 +21,23 @@ public:
     };
     SettingsView(const Choices& choices, const Words& words, QWidget* parent = nullptr);
 
+    /// Asks before `clear` is called. `what` says what goes, in a few lines.
+    void askWhetherToClear(const QString& what, const std::function<void()>& clear);
+    /// What became of an action.
+    void showOutcome(const QString& text);
+
 signals:
     void checkDomainAgeChanged(bool on);
     void keepHistoryChanged(bool on);
-    void clearHistoryConfirmed();
+    void clearHistoryWanted();
     void dataFolderWanted();
     void welcomeWanted();
 
 private:
     QCheckBox* addSwitch(const QString& label, const QStringList& explanations, bool on);
-    void askWhetherToClear();
 
     Words m_words;
+    PlainText* m_outcome = nullptr;
 };
 
 }  // namespace quillmark

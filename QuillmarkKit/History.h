@@ -44,8 +44,6 @@ public:
     [[nodiscard]] bool add(ProofReport report);
     void remove(const UUID& id);
     void removeAll();
-    /// Leaves the others that the history holds alone after all; what came since `removeAll` stays.
-    void keepOthers() { m_removesAll = false; }
     /// The steps of `later` after these.
     void append(const HistoryChange& later);
 

@@ -76,6 +76,14 @@ std::string historyWaits(const LockHolder& holder, std::chrono::seconds patience
         patience.count(), {quillmark::quoted(holder.program), std::to_string(holder.process)});
 }
 
+std::string historyNotAllCleared(const std::string& reason, const Reader& reader) {
+    return reader.translate("Not everything could be removed: %1", {quillmark::quoted(reason)});
+}
+
+std::string historyNotRecovered(const std::string& reason, const Reader& reader) {
+    return reader.translate("The reports couldn’t be put back: %1", {quillmark::quoted(reason)});
+}
+
 std::string historyNotKept(const std::optional<std::string>& name, const Reader& reader) {
     if (!name) return reader.translate("The report is too large to be kept in the history.");
     return reader.translate("The report on “%1” is too large to be kept in the history.",
@@ -125,6 +133,19 @@ std::vector<std::string> historyClearQuestion(const HistoryContents& contents, c
                         : reader.translateCount("Remove the only report from the history?",
                                                 "Remove all %n reports from the history?",
                                                 number(contents.reports.size())));
+    return lines;
+}
+
+std::vector<std::string> historyToClear(const HistoryContents& contents, const Reader& reader) {
+    std::vector<std::string> lines{reader.translateCount(
+        "The history holds %n report.", "The history holds %n reports.", number(contents.reports.size()))};
+    if (contents.setAside.empty()) return lines;
+    std::string names;
+    for (const std::filesystem::path& file : contents.setAside)
+        names += (names.empty() ? "“" : ", “") + quillmark::quoted(file.filename().string()) + "”";
+    lines.push_back(reader.translateCount("%n damaged history that was set aside goes, too: %1",
+                                          "%n damaged histories that were set aside go, too: %1",
+                                          number(contents.setAside.size()), {names}));
     return lines;
 }
 

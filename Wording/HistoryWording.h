@@ -26,6 +26,8 @@ std::string historyNotCleared(const std::string& reason, const Reader& reader);
 /// How many reports, perhaps none, wait until they can be saved, or never will be. `why` is one of these lines.
 std::string historyNotYetSaved(std::size_t reports, const std::string& why, const Reader& reader);
 std::string historyLeftUnsaved(std::size_t reports, const std::string& why, const Reader& reader);
+std::string historyNotAllCleared(const std::string& reason, const Reader& reader);
+std::string historyNotRecovered(const std::string& reason, const Reader& reader);
 /// Whom a change waits for, and for how long.
 std::string historyWaits(const LockHolder& holder, std::chrono::seconds patience, const Reader& reader);
 /// A report is too large to be kept. `name` is that of its file; pasted text has none.
@@ -40,6 +42,8 @@ std::vector<std::string> historyRecovered(const HistoryRecovery& recovery, const
                                           const Reader& reader);
 /// Asks whether all of this shall go; the lines before the question name the files.
 std::vector<std::string> historyClearQuestion(const HistoryContents& contents, const Reader& reader);
+/// The same where the question stands beside it: how much goes, and which files.
+std::vector<std::string> historyToClear(const HistoryContents& contents, const Reader& reader);
 /// Tells what went.
 std::vector<std::string> historyCleared(const HistoryContents& contents, const Reader& reader);
 

@@ -16,6 +16,7 @@
 #include <set>
 #include <thread>
 
+#include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Signer.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "tests/TestFiles.h"
@@ -121,6 +122,21 @@ struct Desk {
     }
     void idle() {
         waitFor([&] { return !model->busy(); });
+    }
+    /// Clears the history as the window does, with something `between` the question and the answer; gives what
+    /// came of it.
+    std::string clear(const std::function<void()>& between = [] {}) {
+        std::string outcome;
+        QObject scope;
+        QObject::connect(model.get(), &AppModel::historyContentsRead, &scope, [&](const auto& contents) {
+            between();
+            model->clearHistory(contents);
+        });
+        QObject::connect(model.get(), &AppModel::historyCleared, &scope,
+                         [&](const std::string& line) { outcome = line; });
+        model->readHistoryContents();
+        waitFor([&] { return !outcome.empty(); });
+        return outcome;
     }
 };
 
@@ -485,9 +501,16 @@ TEST(AppModel, theHistoryFromRunToRun) {
     EXPECT_EQ(desk.history().load(now).reports.size(), 58u);  // stays until it is cleared
     desk.model->setKeepHistory(true);
     desk.waitFor([&] { return desk.model->history().size() == 58; });
-    desk.model->clearHistory();
-    EXPECT_TRUE(desk.model->history().empty());
-    desk.waitFor([&] { return desk.history().load(now).reports.empty(); });
+    desk.model->paste(mail);
+    desk.idle();  // and not yet saved
+    EXPECT_EQ(desk.clear([&] {
+        desk.model->paste(mail);
+        desk.idle();
+    }),
+              "59 reports were removed from the history.");
+    desk.waitFor([&] { return desk.model->history().size() == 1; });
+    desk.model->finish();
+    EXPECT_EQ(idsIn(desk.history().load(now)), std::set{desk.model->session().front().id});
 }
 
 TEST(AppModel, aHistoryThatMustNotBeWrittenOver) {
@@ -509,8 +532,7 @@ TEST(AppModel, aHistoryThatMustNotBeWrittenOver) {
         const UUID id = model.paste(mail);
         desk.idle();
         EXPECT_TRUE(model.report(id));  // the list of this run goes on
-        model.clearHistory();
-        EXPECT_EQ(model.problem(), line);
+        EXPECT_EQ(desk.clear(), line);
         EXPECT_EQ(model.unsaved(), "1 report isn’t saved yet. " + line);
         if (isNewer) {
             model.finish();
@@ -545,11 +567,19 @@ TEST(AppModel, aDamagedHistoryIsKeptBeside) {
                       name + "” in the same folder.");
         return fileContents(desk.file("data/" + name), 1000);
     };
-    std::ofstream(desk.historyURL) << "{\"reports\":[";
+    ProofReport good;
+    good.id = UUID::random();
+    const std::string broken = "{\"reports\":[" + compactJSON(good) + ",{";
+    std::ofstream(desk.historyURL) << broken;
     AppModel& model = desk.ready();
-    EXPECT_EQ(setAside(""), "{\"reports\":[");
+    EXPECT_EQ(setAside(""), broken);
+    ASSERT_TRUE(model.damagedHistory());
+    model.recoverHistory(*model.damagedHistory());
+    desk.waitFor([&] { return !model.damagedHistory() && model.history().size() == 1; });
+    EXPECT_EQ(model.history().front()->id, good.id);
+    EXPECT_TRUE(model.problem()->starts_with("1 report was put back into your history. "));
     const UUID id = model.paste(mail);
-    desk.waitFor([&] { return fs::exists(desk.historyURL); });
+    desk.waitFor([&] { return desk.history().load(now).reports.size() == 2; });
 
     std::ofstream(desk.historyURL) << "broken while we run";
     const UUID next = model.paste(mail);
@@ -559,6 +589,14 @@ TEST(AppModel, aDamagedHistoryIsKeptBeside) {
     desk.waitFor([&] { return model.history().size() == 1; });  // what the new file holds
     EXPECT_EQ(model.history()[0]->id, next);
     EXPECT_TRUE(model.report(id));
+
+    const fs::path locked = desk.file("data/history (damaged 2026-11-21T10-00-00Z 2).json");
+    EXPECT_EQ(desk.clear([&] {
+        fs::remove(locked);
+        fs::create_directories(locked / "folder");
+    }),
+              "1 report was removed from the history.\nNot everything could be removed: " + locked.string() +
+                  ": Directory not empty");
 }
 
 TEST(AppModel, aFailedSaveIsMadeUpFor) {
@@ -582,14 +620,12 @@ TEST(AppModel, aFailedSaveIsMadeUpFor) {
     });
     EXPECT_EQ(idsIn(desk.history().load(now)), (std::set{first, second}));
 
-    // But a removal of all would by then remove what others have saved.
+    // But what could not be cleared then stays.
     const fs::path lock = desk.file("data/.history.json.lock");
     fs::remove(lock);
     fs::create_directory(lock);
-    model.clearHistory();
-    desk.waitFor([&] { return model.problem().has_value(); });
-    EXPECT_EQ(model.problem(), "Your history couldn’t be cleared: " + lock.string() + ": Is a directory");
-    desk.waitFor([&] { return model.history().size() == 2; });
+    EXPECT_EQ(desk.clear(), "Your history couldn’t be cleared: " + lock.string() + ": Is a directory");
+    EXPECT_EQ(model.history().size(), 2u);
     EXPECT_EQ(model.unsaved(), "");
     fs::remove(lock);
     const UUID third = model.paste(mail);

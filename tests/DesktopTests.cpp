@@ -357,6 +357,13 @@ TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
     EXPECT_FALSE(run.window().action(Command::recheck)->toolTip().isEmpty());
     run.key(Qt::Key_Delete);
     EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty() && run.model->history().empty(); }));
+    run.window().action(Command::settings)->trigger();
+    ASSERT_TRUE(run.sheet());
+    for (QAbstractButton* each : run.sheet()->findChildren<QAbstractButton*>()) {
+        if (each->text() == "Clear History…") each->click();
+    }
+    const auto* outcome = run.sheet()->findChild<PlainText*>("outcome");
+    EXPECT_TRUE(run.waitFor([&] { return outcome->toPlainText() == "There was nothing to remove."; }));
 }
 
 TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
@@ -369,12 +376,19 @@ TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
         file.close();
         Desk run(folder);
         EXPECT_TRUE(run.waitFor([&] { return run.window().problem().startsWith(line); })) << line;
+        const bool isNewer = run.model->historyState() == HistoryState::locked;
+        EXPECT_TRUE(run.waitFor(
+            [&] { return run.window().action(Command::recoverHistory)->isEnabled() == !isNewer; }));
+        for (auto* each : run.window().findChildren<QPushButton*>()) {
+            if (each->text() == "Recover Reports") {
+                EXPECT_EQ(each->isVisible(), !isNewer);
+            }
+        }
         const auto* unsaved = run.window().findChild<PlainText*>("unsaved");
         EXPECT_FALSE(unsaved->isVisible());
         run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
         run.waitForHeadline(headlineOf("rfc8463"));
         EXPECT_EQ(run.window().problem(), "");
-        const bool isNewer = run.model->historyState() == HistoryState::locked;
         EXPECT_EQ(unsaved->isVisible(), isNewer);
         EXPECT_EQ(unsaved->toPlainText().startsWith("1 report isn’t saved yet. Your history was saved by"),
                   isNewer);

@@ -356,8 +356,11 @@ TEST(PasteView, takesTextAndHoldsWhatIsTooLongToShow) {
 TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
     SettingsView view({.checkDomainAge = true, .keepHistory = false, .lockedHistory = {}}, english);
     QSignalSpy age(&view, &SettingsView::checkDomainAgeChanged),
-        history(&view, &SettingsView::keepHistoryChanged),
-        cleared(&view, &SettingsView::clearHistoryConfirmed);
+        history(&view, &SettingsView::keepHistoryChanged);
+    bool isCleared = false;
+    QObject::connect(&view, &SettingsView::clearHistoryWanted, &view, [&] {
+        view.askWhetherToClear("The history holds 2 reports.", [&] { isCleared = true; });
+    });
     view.show();
     const auto boxes = view.findChildren<QCheckBox*>();
     ASSERT_EQ(boxes.size(), 2);
@@ -378,10 +381,11 @@ TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
         EXPECT_EQ(question->textFormat(), Qt::PlainText);
         EXPECT_EQ(question->text(), "Clear the whole history?");
         EXPECT_EQ(question->informativeText(),
-                  "This removes every saved check from this computer. It can’t be undone.");
+                  "This removes every saved check from this computer. It can’t be undone.\n\n"
+                  "The history holds 2 reports.");
         button(*question, answer)->click();
         QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        EXPECT_EQ(cleared.size(), answer == std::string("Clear History"));
+        EXPECT_EQ(isCleared, answer == std::string("Clear History"));
     }
     SettingsView locked({.lockedHistory = "Your history was saved by a newer version of Quillmark."},
                         english);
