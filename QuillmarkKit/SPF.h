@@ -1,12 +1,16 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <variant>
 
 #include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Received.h"
 #include "QuillmarkKit/Support/Fields.h"
 
 namespace quillmark {
@@ -16,6 +20,43 @@ enum class SPFResult { pass, fail, softfail, neutral, none, permerror, temperror
 constexpr auto namesOf(SPFResult) {
     return EnumTable<SPFResult, 7>{EnumStyle::word,
                                    {"pass", "fail", "softfail", "neutral", "none", "permerror", "temperror"}};
+}
+
+/// Whether the server that handed the message over may send for the envelope's domain (RFC 7208).
+struct SPFFinding {
+    struct Status {
+        struct Judged {
+            SPFResult result = SPFResult::none;
+            bool operator==(const Judged&) const = default;
+        };
+        struct NoEnvelopeSender {
+            bool operator==(const NoEnvelopeSender&) const = default;
+        };
+        struct NoSenderIP {
+            bool operator==(const NoSenderIP&) const = default;
+        };
+        std::variant<Judged, NoEnvelopeSender, NoSenderIP> value = NoSenderIP{};
+        bool operator==(const Status&) const = default;
+    };
+    Status status = {};
+    std::optional<std::string> domain = {};   ///< the envelope domain that was checked
+    std::optional<SenderIP> ip = {};          ///< the address that was judged, and where it came from
+    std::optional<std::string> matched = {};  ///< the term that decided
+    std::optional<std::string> detail = {};   ///< why no term decided
+    bool operator==(const SPFFinding&) const = default;
+};
+constexpr auto casesOf(const SPFFinding::Status*) {
+    return std::array{"judged", "noEnvelopeSender", "noSenderIP"};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::Judged*) {
+    return std::tuple{Field{"_0", &SPFFinding::Status::Judged::result}};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::NoEnvelopeSender*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding::Status::NoSenderIP*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding*) {
+    using T = SPFFinding;
+    return std::tuple{Field{"status", &T::status}, Field{"domain", &T::domain}, Field{"ip", &T::ip},
+                      Field{"matched", &T::matched}, Field{"detail", &T::detail}};
 }
 
 /// Asks a domain's published record whether a server may send its mail (RFC 7208, section 4). Not as in the

@@ -42,7 +42,4 @@ private:
     std::optional<std::chrono::seconds> m_lookupTime;
 };
 
-/// What a message says of itself.
-MessageSummary summary(const MailMessage& message);
-
 }  // namespace quillmark
