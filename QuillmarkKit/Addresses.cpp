@@ -1,11 +1,11 @@
 #include "QuillmarkKit/Addresses.h"
 
-#include <re2/re2.h>
-
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "QuillmarkKit/Support/Base64.h"
+#include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 
@@ -15,12 +15,10 @@ namespace {
 
 /// "=?" charset "?" encoding "?" text "?=" (RFC 2047, section 2), without "?" and white space in charset and
 /// text.
-const RE2& encodedWord() {
-    static const RE2 pattern(R"(=\?([^?\t\n\f\r\p{Z}]+)\?([BbQq])\?([^?\t\n\f\r\p{Z}]*)\?=)", RE2::Quiet);
+const Pattern& encodedWord() {
+    static const Pattern pattern(R"(=\?([^?\t\n\f\r\p{Z}]+)\?([BbQq])\?([^?\t\n\f\r\p{Z}]*)\?=)");
     return pattern;
 }
-
-std::string_view view(const re2::StringPiece& piece) { return {piece.data(), piece.size()}; }
 
 /// The "Q" encoding (RFC 2047, section 4.2); a "=" that no two hexadecimal digits follow stands for itself.
 std::string decodedQ(std::string_view text) {
@@ -97,14 +95,13 @@ std::string decodedWords(CharsetDecoder& decoder, std::string_view text) {
     std::string decoded;
     std::size_t end = 0;  // of the last word
     bool first = true;
-    re2::StringPiece parts[4];
-    while (text.find("=?", end) != std::string_view::npos &&
-           encodedWord().Match(text, end, text.size(), RE2::UNANCHORED, parts, 4)) {
+    std::array<std::string_view, 4> parts;
+    while (text.find("=?", end) != std::string_view::npos && encodedWord().find(text, end, parts)) {
         const auto begin = static_cast<std::size_t>(parts[0].data() - text.data());
         const std::string_view between = text.substr(end, begin - end);
         if (first || !trimmed(between).empty()) decoded += between;
-        const auto word = decodedWord(decoder, view(parts[1]), parts[2][0], view(parts[3]));
-        decoded += word ? std::string_view(*word) : view(parts[0]);
+        const auto word = decodedWord(decoder, parts[1], parts[2][0], parts[3]);
+        decoded += word ? std::string_view(*word) : parts[0];
         end = begin + parts[0].size();
         first = false;
     }

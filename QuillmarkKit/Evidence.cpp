@@ -1,16 +1,14 @@
 #include "QuillmarkKit/Evidence.h"
 
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <variant>
 
 #include "QuillmarkKit/Support/Crypto.h"
+#include "QuillmarkKit/Support/Serialization.h"
 
 namespace quillmark {
 
 namespace {
-
-using JSON = nlohmann::json;
 
 JSON value(const DNSAnswer& answer) {
     if (std::holds_alternative<DNSAnswer::NXDomain>(answer.value)) return "nxdomain";

@@ -1,12 +1,11 @@
 #include "QuillmarkKit/Received.h"
 
-#include <re2/re2.h>
-
 #include <algorithm>
 #include <array>
 #include <ranges>
 
 #include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -16,28 +15,27 @@ namespace {
 // Where an address stands in a "from" clause, best first; each made when it is first asked for, since most
 // clauses need the first only and the last takes milliseconds.
 
-const RE2& bracketed() {
-    static const RE2 pattern(R"(\[(?:IPv6:)?([0-9A-Fa-f:.]+)\])", RE2::Quiet);
+const Pattern& bracketed() {
+    static const Pattern pattern(R"(\[(?:IPv6:)?([0-9A-Fa-f:.]+)\])");
     return pattern;
 }
-const RE2& parenthesized() {
-    static const RE2 pattern(R"(\(([0-9]{1,3}(?:\.[0-9]{1,3}){3})\))", RE2::Quiet);
+const Pattern& parenthesized() {
+    static const Pattern pattern(R"(\(([0-9]{1,3}(?:\.[0-9]{1,3}){3})\))");
     return pattern;
 }
 /// What bounds it is written out, because \b knows ASCII letters only.
-const RE2& bare() {
-    static const RE2 pattern(R"((?:^|[^\w\pL])([0-9]{1,3}(?:\.[0-9]{1,3}){3})(?:[^\w\pL]|$))", RE2::Quiet);
+const Pattern& bare() {
+    static const Pattern pattern(R"((?:^|[^\w\pL])([0-9]{1,3}(?:\.[0-9]{1,3}){3})(?:[^\w\pL]|$))");
     return pattern;
 }
 
 /// The first capture that is an address; `clause` is valid UTF-8.
 std::optional<std::string> firstAddress(std::string_view clause) {
-    const re2::StringPiece text(clause.data(), clause.size());
     for (const auto pattern : {bracketed, parenthesized, bare}) {
         std::size_t position = 0;
-        std::array<re2::StringPiece, 2> groups;
-        while (pattern().Match(text, position, text.size(), RE2::UNANCHORED, groups.data(), 2)) {
-            const std::string_view capture(groups[1].data(), groups[1].size());
+        std::array<std::string_view, 2> groups;
+        while (pattern().find(clause, position, groups)) {
+            const std::string_view capture = groups[1];
             if (IPAddress::parse(capture)) return std::string(capture);
             position = static_cast<std::size_t>(capture.data() + capture.size() - clause.data());
         }

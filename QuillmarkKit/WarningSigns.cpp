@@ -1,12 +1,11 @@
 #include "QuillmarkKit/WarningSigns.h"
 
-#include <re2/re2.h>
-
 #include <algorithm>
 #include <chrono>
 #include <limits>
 
 #include "QuillmarkKit/Punycode.h"
+#include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -16,23 +15,17 @@ namespace {
 constexpr std::size_t mostReplyToDomains = 5;  // a message must not make us ask registries without end
 constexpr auto youngAge = std::chrono::days(90);
 
-const RE2& domainPattern() {
-    static const RE2 pattern = [] {
-        RE2::Options options;
-        options.set_log_errors(false);
-        options.set_encoding(RE2::Options::EncodingLatin1);  // the pattern is ASCII: bytes will do
-        return RE2(R"((?:[A-Za-z0-9._%+-]+@)?(?:[A-Za-z0-9-]+\.)+[A-Za-z]{2,})", options);
-    }();
+const Pattern& domainPattern() {  // it is ASCII: bytes will do
+    static const Pattern pattern(R"((?:[A-Za-z0-9._%+-]+@)?(?:[A-Za-z0-9-]+\.)+[A-Za-z]{2,})",
+                                 Pattern::Units::bytes);
     return pattern;
 }
 
 /// The first thing in a display name that looks like a domain, or like an address with one.
 std::optional<std::string_view> domainShown(std::string_view name) {
-    re2::StringPiece match;
-    const re2::StringPiece text(name.data(), name.size());
-    if (!domainPattern().Match(text, 0, text.size(), RE2::UNANCHORED, &match, 1)) return std::nullopt;
+    std::string_view shown;
+    if (!domainPattern().find(name, 0, {&shown, 1})) return std::nullopt;
     // "@" stands only between the two halves, so that a capture (slow on a match of megabytes) is not needed.
-    std::string_view shown(match.data(), match.size());
     if (const auto at = shown.find('@'); at != std::string_view::npos) shown.remove_prefix(at + 1);
     return shown;
 }
