@@ -20,14 +20,15 @@ namespace quillmark {
 
 namespace {
 
-std::timed_mutex outputMutex;  // held while anything is written
+// Held while anything is written. Who has it may lock it again: what `Undisturbed` guards may be a stream.
+std::recursive_timed_mutex outputMutex;
 bool isProgressShown = false;  // under the mutex
 
 std::mutex endMutex;                 // held for good by who ends the process
 std::function<void()> beforeEnding;  // under it
 
 /// For what must be said even while standard output takes nothing: a reader may not read.
-std::unique_lock<std::timed_mutex> outputForAWhile() { return {outputMutex, timeToFinish}; }
+std::unique_lock<std::recursive_timed_mutex> outputForAWhile() { return {outputMutex, timeToFinish}; }
 
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {

@@ -67,14 +67,13 @@ public:
     BeforeEnd& operator=(const BeforeEnd&) = delete;
 };
 
-/// While one lives, a signal leaves what is being written that time. One at a time in a thread, and nothing
-/// goes to standard output meanwhile.
+/// While one lives, a signal leaves what is being written that time, and other threads write nothing.
 class Undisturbed {
 public:
     Undisturbed();
 
 private:
-    std::unique_lock<std::timed_mutex> m_lock;
+    std::unique_lock<std::recursive_timed_mutex> m_lock;
 };
 
 }  // namespace quillmark
