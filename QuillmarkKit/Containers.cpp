@@ -482,13 +482,14 @@ std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>&
 }
 
 /// Looks for a reading that fits in which some lines with just one ">" had it from the beginning: the fewer
-/// they are, the sooner.
+/// they, or the others, are, the sooner.
 void readMixed(std::string_view message, std::vector<std::size_t> lines, QuotedFromLines& quoted) {
     std::erase_if(lines, [&](auto line) { return message[line + 1] == '>'; });
     const auto parsed = MailMessage::parse(message);
     const bool isSigned = parsed.first("DKIM-Signature") || parsed.first("ARC-Message-Signature");
     std::size_t readings = std::min(mostMixedReadings, mostMixedBytes / message.size());
-    for (std::size_t kept = 1; isSigned && kept < lines.size(); ++kept) {
+    for (std::size_t step = 1; isSigned && step < lines.size(); ++step) {
+        const std::size_t fewer = (step + 1) / 2, kept = step % 2 == 1 ? fewer : lines.size() - fewer;
         std::vector<char> isKept(lines.size());
         std::fill_n(isKept.begin(), kept, 1);
         do {

@@ -155,10 +155,13 @@ TEST(Containers, quotedFromLines) {
     const auto quotedOnce = [](const std::string& text) {
         return test::replaced(text, "From now", ">From now");
     };
+    std::string manyQuoted;  // too many for every reading to be tried
+    for (int line = 0; line < 30; ++line) manyQuoted += ">From then\r\n";
     const std::string one = made("From now\r\n"), quoted = made(">From now\r\n"),
                       both = made("From now\r\n>From then\r\n"),
                       plainly = made("From now\r\n>>From then\r\n"),
                       again = made("From now\r\n>From then\r\nFrom now\r\n"),
+                      many = made(manyQuoted + "From now\r\n"),
                       // As `both` and `again` are in a mailbox that quotes "From " lines alone.
         lossy = quotedOnce(both),
                       lossyAgain = quotedOnce(test::replaced(again, "then\r\nFrom", "then\r\n>From")),
@@ -180,6 +183,7 @@ TEST(Containers, quotedFromLines) {
         {"From: a@b\n\n>From x\n", FromQuoting::none, 1, false, ""},
         {lossy, FromQuoting::none, 1, false, both, true},
         {lossyAgain, FromQuoting::none, 2, false, again, true},
+        {quotedOnce(many), FromQuoting::none, 1, false, many, true},
         {test::replaced(lossy, "then", "them"), FromQuoting::none, 2, false, ""},
     };
     for (const auto& row : rows) {
