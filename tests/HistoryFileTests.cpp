@@ -310,6 +310,8 @@ TEST(HistoryFile, links) {
         }
     }
     EXPECT_EQ(namesIn(folder), (Names{"away", "history.json"}));
+    fs::create_symlink("elsewhere", folder / "link");
+    EXPECT_THROW(HistoryFile{folder / "link/none.json"}.load(now), fs::filesystem_error);
 }
 
 /// What is marked as read-only stays, also for the superuser; what is somebody's own under a name much like

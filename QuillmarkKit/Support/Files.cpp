@@ -48,7 +48,7 @@ struct FaultCategory : std::error_category {
     }
 };
 
-constexpr std::size_t temporaryEnd = 16;  // hexadecimal digits
+constexpr std::size_t temporaryEnd = 16;   // hexadecimal digits
 constexpr std::size_t longestBegin = 150;  // of a file's name in that of its replacement; 255 may be
 
 /// What a replacement of a file is called before it has the file's name, but for the digits at the end: a
@@ -86,7 +86,11 @@ std::error_code make_error_code(FileFault fault) {
 
 fs::path followed(const fs::path& path) {
     std::error_code error;
-    if (!fs::is_symlink(path, error)) return path;
+    // Of a folder that is away nobody knows that the file isn't there.
+    if (!fs::is_symlink(path, error)) {
+        if (path.has_parent_path() && fs::is_symlink(path.parent_path(), error)) followed(path.parent_path());
+        return path;
+    }
     fs::path target = fs::canonical(path, error);
     if (error) throw fs::filesystem_error("cannot follow", path, FileFault::leadsNowhere);
     return target;
