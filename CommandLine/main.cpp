@@ -9,6 +9,7 @@
 #include "CommandLine/Options.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/UsageProblem.h"
+#include "Wording/HistoryWording.h"
 
 namespace {
 
@@ -79,11 +80,14 @@ int main(int count, char** values) {
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;
-    if (const auto file = settingsFile()) check.settings = storedSettings(*file);
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("record")) return record.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();
+    if (const auto file = settingsFile()) {
+        check.settings = storedSettings(*file);
+        if (!isFitForSettings(*file)) writeProblem(fileIgnored(*file, reader));
+    }
     return check.run();
 }

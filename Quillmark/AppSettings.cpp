@@ -1,7 +1,6 @@
 #include "Quillmark/AppSettings.h"
 
 #include <QByteArray>
-#include <QFileInfo>
 #include <QStandardPaths>
 
 #include "QuillmarkKit/Support/Serialization.h"
@@ -16,17 +15,12 @@ QString qstring(std::string_view text) {
 
 }  // namespace
 
-bool isFitForSettings(const QString& file) {
-    const QFileInfo info(file);
-    return !info.exists() || (info.isFile() && info.size() <= static_cast<qint64>(largestSettingsFile));
-}
-
 UserSettingsStore::UserSettingsStore()
     : UserSettingsStore(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
                         "/quillmark/quillmark.conf") {}
 
 UserSettingsStore::UserSettingsStore(const QString& file) {
-    if (isFitForSettings(file)) m_settings.emplace(file, QSettings::IniFormat);
+    if (isFitForSettings(file.toStdString())) m_settings.emplace(file, QSettings::IniFormat);
 }
 
 std::optional<std::string> UserSettingsStore::bytes(std::string_view key) const {

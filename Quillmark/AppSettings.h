@@ -22,10 +22,6 @@ public:
     virtual void setBytes(std::string_view key, std::string_view bytes) = 0;
 };
 
-/// Whether a file of settings may be opened: there is none, or it is a file like those we write. Reading a
-/// pipe would not end, and noise of many megabytes takes long.
-bool isFitForSettings(const QString& file);
-
 /// The store of the person who runs the program: a file in their folder for settings. One that is not fit is
 /// left alone, and nothing is kept.
 class UserSettingsStore : public SettingsStore {

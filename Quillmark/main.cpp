@@ -149,9 +149,9 @@ int main(int argc, char** argv) {
         QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/quillmark/";
     QString windowFile = folder + "window.conf";
     for (const QString& file : {QString(folder + "quillmark.conf"), windowFile}) {
-        if (!isFitForSettings(file)) ignored(file.toStdString());
+        if (!isFitForSettings(file.toStdString())) ignored(file.toStdString());
     }
-    if (!isFitForSettings(windowFile)) windowFile = forgotten.filePath("window.conf");
+    if (!isFitForSettings(windowFile.toStdString())) windowFile = forgotten.filePath("window.conf");
     QSettings windowSettings(windowFile, QSettings::IniFormat);
     QuillmarkApp app(model,
                      {&windowSettings,

@@ -83,6 +83,14 @@ std::optional<AppSettings> storedSettings(const std::filesystem::path& file) {
     return json ? std::optional(settingsFromJSON(*json)) : std::nullopt;
 }
 
+bool isFitForSettings(const std::filesystem::path& file) {
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status)) return true;
+    return std::filesystem::is_regular_file(status) &&
+           std::filesystem::file_size(file, error) <= largestSettingsFile;
+}
+
 std::optional<std::filesystem::path> settingsFile() {
     const auto folder = [](const char* variable) {
         const char* const value = std::getenv(variable);

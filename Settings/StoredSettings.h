@@ -39,6 +39,10 @@ std::optional<std::string> storedBytes(std::string_view file, std::string_view k
 /// The choices in a settings file; nothing when none are stored there, or it is no file that can be read.
 std::optional<AppSettings> storedSettings(const std::filesystem::path& file);
 
+/// Whether a file of settings may be opened: there is none, or it is a file like those we write. Reading a
+/// pipe would not end, and noise of many megabytes takes long.
+bool isFitForSettings(const std::filesystem::path& file);
+
 /// "quillmark/quillmark.conf" in the person's folder for settings ($XDG_CONFIG_HOME, else ~/.config); nothing
 /// when the environment names no folder.
 std::optional<std::filesystem::path> settingsFile();

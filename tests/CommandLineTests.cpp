@@ -730,6 +730,7 @@ TEST(CommandLine, makesKeysAndSigns) {
     EXPECT_TRUE(
         run({"record", "-"}, folder.write("key", made.output)).output.starts_with("Name:  SELECTOR."));
     const std::string kept = folder / "kept.pem";
+    expectRefusal({"keygen", "--type", "ed25519", "--out", "/dev/full"}, 1);
     EXPECT_EQ(ended(started({"keygen", "--out", kept}, "/dev/full", folder / "err")), 1);
     EXPECT_NE(contents(folder / "err").find("The key is in “" + kept + "”"), std::string::npos);
     EXPECT_EQ(run({"record", kept}).status, 0);
@@ -836,6 +837,10 @@ TEST(CommandLine, settings) {
         EXPECT_EQ(report["domainAge"]["status"].contains("unavailable"), row.asks);
         EXPECT_EQ(!run({"history", "list"}).output.empty(), row.keeps);
     }
+    const std::string pipe = folder + "/quillmark/quillmark.conf";
+    fs::remove(pipe);
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_TRUE(run({"check", mail}).problems.starts_with("quillmark: “" + pipe + "” is ignored"));
     unsetenv("XDG_CONFIG_HOME");
     expectRefusal({"check", "--save", "--no-save", mail}, 2);
 }
