@@ -9,6 +9,7 @@
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "Wording/HistoryWording.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
@@ -25,6 +26,18 @@ HistoryFile userHistory(const Reader& reader, std::chrono::seconds patience = Fi
             [=](const LockHolder& holder) { writeProblem(historyWaits(holder, patience, reader)); }};
 }
 
+/// What became of a damaged history, and how its reports come back.
+std::string problemOf(const HistoryFileError::Damaged& damaged, const Reader& reader) {
+    const std::string command =
+        "quillmark history recover '" + quillmark::quoted(damaged.movedTo.string()) + "'";
+    return historyProblem(damaged, reader) + " " + reader.translate("To get its reports back: %1", {command});
+}
+
+std::string problemOf(const HistoryFileError& error, const Reader& reader) {
+    const auto* damaged = std::get_if<HistoryFileError::Damaged>(&error.value);
+    return damaged ? problemOf(*damaged, reader) : historyProblem(error, reader);
+}
+
 /// What `read` gives, or the line that says why nothing.
 template <typename Read>
 auto readOrProblem(const Reader& reader, std::chrono::seconds patience, Read read)
@@ -32,7 +45,7 @@ auto readOrProblem(const Reader& reader, std::chrono::seconds patience, Read rea
     try {
         return read(userHistory(reader, patience));
     } catch (const HistoryFileError& error) {
-        return historyProblem(error, reader);
+        return problemOf(error, reader);
     } catch (const std::exception& error) {
         return historyNotOpened(reasonOf(error, reader), reader);
     }
@@ -46,9 +59,9 @@ HistoryOutcome changed(const Reader& reader, std::chrono::seconds patience, Chan
         const std::optional<HistoryFileError::Damaged> damaged = change(userHistory(reader, patience), [&] {
             if (!whileSaving) whileSaving.emplace();
         });
-        return {true, damaged ? historyProblem(*damaged, reader) : ""};
+        return {true, damaged ? problemOf(*damaged, reader) : ""};
     } catch (const HistoryFileError& error) {
-        return {false, historyProblem(error, reader)};
+        return {false, problemOf(error, reader)};
     } catch (const std::exception& error) {
         return {false, historyNotSaved(reasonOf(error, reader), reader)};
     }

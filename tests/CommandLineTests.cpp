@@ -887,11 +887,16 @@ TEST(CommandLine, history) {
     for (char& c : lower) c = c >= 'A' && c <= 'F' ? static_cast<char>(c + 32) : c;
     EXPECT_EQ(run({"history", "remove", ids[0], lower}).status, 0);
     EXPECT_EQ(run({"history", "list"}).output, last);
-    const std::string damaged = data.write("Quillmark/history (damaged 2026-03-01T09-15-42Z).json", before);
-    EXPECT_EQ(run({"history", "recover", damaged}).output,
-              "2 reports were put back into your history.\n1 report of “" + damaged +
-                  "” is in your history already.\n");
-    data.write("Quillmark/history (damaged 2026-03-01T09-15-42Z).json", before.substr(0, before.size() / 2));
+    const std::string kept = contents(data.history);
+    data.write("Quillmark/history.json", before + "x");
+    const std::string problem = run({"history", "list"}).problems;  // ends in the command, the file in quotes
+    data.write("Quillmark/history.json", kept);
+    const std::string damaged =
+        problem.substr(problem.find('\'') + 1, problem.size() - problem.find('\'') - 3);
+    EXPECT_TRUE(run({"history", "recover", damaged})
+                    .output.starts_with("2 reports were put back into your history.\n1 report of “" +
+                                        damaged + "” is in your history already.\n"));
+    data.write("Quillmark/" + fs::path(damaged).filename().string(), before.substr(0, before.size() / 2));
     const Ended half = run({"history", "recover", damaged});
     EXPECT_EQ(half.status, 1);
     EXPECT_NE(half.output.find("1 report couldn’t be read. It stays in “" + damaged +
