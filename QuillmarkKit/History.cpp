@@ -88,14 +88,7 @@ void HistoryChange::remove(const UUID& id) {
     if (mayBeAdded) std::erase_if(m_added, [&](const ProofReport& report) { return report.id == id; });
 }
 
-void HistoryChange::removeAll() {
-    m_removesAll = true;
-    m_removed.clear();
-    m_added.clear();
-}
-
 void HistoryChange::append(const HistoryChange& later) {
-    if (later.m_removesAll) removeAll();
     for (const UUID& id : later.m_removed) remove(id);
     m_added.insert(m_added.end(), later.m_added.begin(), later.m_added.end());
 }

@@ -43,19 +43,16 @@ public:
     /// too large to be kept.
     [[nodiscard]] bool add(ProofReport report);
     void remove(const UUID& id);
-    void removeAll();
     /// The steps of `later` after these.
     void append(const HistoryChange& later);
 
-    bool isEmpty() const { return !m_removesAll && m_removed.empty(); }
+    bool isEmpty() const { return m_removed.empty(); }
     /// Whether a report that the history holds goes.
-    bool removesAll() const { return m_removesAll; }
-    bool removes(const UUID& id) const { return m_removesAll || m_removed.contains(id); }
+    bool removes(const UUID& id) const { return m_removed.contains(id); }
     /// What comes behind those that stay, in order.
     const std::vector<ProofReport>& added() const { return m_added; }
 
 private:
-    bool m_removesAll = false;
     std::set<UUID> m_removed = {};  // also the ids of those that are added
     std::vector<ProofReport> m_added = {};
 };
