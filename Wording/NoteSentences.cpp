@@ -57,7 +57,7 @@ struct NoteSentence {
             "The %1 line that is shown isn’t the one that was signed. Shown: “%2”. Signed: “%3”. Of the %4 "
             "such lines in the message, only the lowest %n are signed.",
             note.covered,
-            {quotedWord(note.field), quoted(note.shown), quoted(note.signedValue),
+            {fieldNames({note.field}, reader), quoted(note.shown), quoted(note.signedValue),
              reader.number(note.count)});
     }
     std::string operator()(const ReportNote::LineOfSender& note) const {
