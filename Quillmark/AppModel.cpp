@@ -59,6 +59,9 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
         emit historyChanged();
     });
     connect(&m_history, &HistoryKeeper::failed, this, &AppModel::showProblem);
+    connect(&m_history, &HistoryKeeper::madeUpFor, this, [this](const std::string& line) {
+        if (m_problem == forDisplay(line)) dismissProblem();
+    });
     connect(&m_history, &HistoryKeeper::recovered, this, &AppModel::showProblem);
     connect(&m_history, &HistoryKeeper::setAside, this, [this](const std::filesystem::path& damaged) {
         m_damagedHistory = damaged;
@@ -495,12 +498,7 @@ Workers::Job AppModel::count(const UUID& row, std::shared_ptr<MessageSupply> sup
 }
 
 void AppModel::removeFromList(UUID id) {
-    const Row* gone = row(id);
-    if (!gone) return;
-    if (m_selection == id) {
-        const Row* neighbour = gone == &m_session.back() ? gone - 1 : gone + 1;
-        select(m_session.size() > 1 ? std::optional(neighbour->id) : std::nullopt);
-    }
+    if (!row(id)) return;
     cancel(id);
     m_messages.drop(id);
     if (!row(id)) return;
@@ -509,16 +507,7 @@ void AppModel::removeFromList(UUID id) {
 }
 
 void AppModel::removeFromHistory(UUID id) {
-    const auto& saved = m_history.reports();
-    const auto gone = std::ranges::find(saved, id, [](const SharedReport& report) { return report->id; });
-    if (gone == saved.end()) return;
-    if (m_selection == id && !row(id)) {
-        std::optional<UUID> next;  // the next older, as they are listed
-        // cppcheck-suppress derefInvalidIteratorRedundantCheck; it was found, or nothing would be removed
-        if (saved.size() > 1) next = (gone == saved.begin() ? *(gone + 1) : *(gone - 1))->id;
-        select(next);
-    }
-    m_history.remove(id);
+    if (m_history.report(id)) m_history.remove(id);
 }
 
 void AppModel::readHistoryContents() { m_history.readContents(); }

@@ -135,9 +135,8 @@ void HistoryKeeper::addPending(HistoryContents& contents) const {
 void HistoryKeeper::clear(const HistoryContents& contents) {
     if (m_isFinished) return;
     ++m_loads;  // nothing else is saved until the file has been read again
-    m_worker.add([this, contents] {
-        m_mailbox.post([this, cleared = clearedOf(contents)] { take(cleared); });
-    });
+    m_worker.add(
+        [this, contents] { m_mailbox.post([this, cleared = clearedOf(contents)] { take(cleared); }); });
 }
 
 void HistoryKeeper::recover(const std::filesystem::path& damaged) {
@@ -303,7 +302,7 @@ void HistoryKeeper::take(const Loaded& loaded) {
 }
 
 void HistoryKeeper::takeReports(const Loaded& loaded) {
-    if (m_pending.isEmpty()) m_failure.clear();  // else the next save tells
+    if (m_pending.isEmpty()) endFailure();  // else the next save tells
     m_state = HistoryState::ready;
     m_stamp = loaded.stamp;
     m_reports = loaded.reports;
@@ -345,7 +344,7 @@ void HistoryKeeper::save() {
 void HistoryKeeper::take(const Saved& saved) {
     const auto change = std::exchange(m_saving, {});
     if (saved.isDone) {
-        const bool hadFailed = !std::exchange(m_failure, {}).empty();
+        const bool hadFailed = endFailure();
         m_stamp = saved.stamp;
         if (saved.mustLoad && !m_isFinished && m_state != HistoryState::off) load();
         saveSoon();
@@ -385,6 +384,12 @@ void HistoryKeeper::fail(const std::string& line) {
     m_failure = line;
     if (!m_isFinished) emit failed(line);
     emit changed();
+}
+
+bool HistoryKeeper::endFailure() {
+    const std::string ended = std::exchange(m_failure, {});
+    if (!ended.empty()) emit madeUpFor(ended);
+    return !ended.empty();
 }
 
 std::size_t HistoryKeeper::unsavedReports() const {

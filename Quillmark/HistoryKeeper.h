@@ -70,6 +70,7 @@ public:
 signals:
     void changed();  ///< the reports, the state, or what is unsaved
     void failed(const std::string& line);
+    void madeUpFor(const std::string& line);  ///< what `failed` said holds no more
     void setAside(const std::filesystem::path& damaged);  ///< the history was; `failed` says so
     void contentsRead(const HistoryContents& contents);
     void cleared(const std::string& outcome);  ///< in a few lines, whether it could be done or not
@@ -128,6 +129,7 @@ private:
     void addPending(HistoryContents& contents) const;
     void tellOfDamage(const std::string& line, const std::filesystem::path& setAside);
     void fail(const std::string& line);
+    bool endFailure();
     std::size_t unsavedReports() const;
     bool refuses();
 

@@ -182,8 +182,9 @@ void QuillmarkApp::connectModel() {
     };
     connect(&m_model, &AppModel::problemChanged, this, showProblem);
     connect(&m_model, &AppModel::historyCleared, this, [this](const std::string& outcome) {
-        if (m_settings && m_settings->isVisible()) return m_settings->showOutcome(isolatedRuns(outcome));
-        m_model.showProblem(outcome);
+        if (!m_settings || !m_settings->isVisible()) return m_model.showProblem(outcome);
+        m_model.dismissProblem();  // which may speak of what has gone now
+        m_settings->showOutcome(isolatedRuns(outcome));
     });
     const auto showUnsaved = [this] { m_window.setUnsaved(isolatedRuns(m_model.unsaved())); };
     connect(&m_model, &AppModel::historyChanged, this, showUnsaved);
@@ -342,11 +343,9 @@ void QuillmarkApp::perform(Command command) {
         case Command::copyReport:
             return copyReport();
         case Command::removeFromList:
-            if (id) m_model.removeFromList(*id);
-            return;
+            return remove(&AppModel::removeFromList);
         case Command::removeFromHistory:
-            if (id) m_model.removeFromHistory(*id);
-            return;
+            return remove(&AppModel::removeFromHistory);
         case Command::toggleList:
             return;  // the window does it
         case Command::showTable:
@@ -372,6 +371,16 @@ void QuillmarkApp::perform(Command command) {
         case Command::about:
             return showAbout(m_words, &m_window);
     }
+}
+
+// What stands beside it in the list, as it is sorted and filtered, is shown then: whoever holds it for the
+// next to go must see it.
+void QuillmarkApp::remove(void (AppModel::*fromWhere)(UUID)) {
+    const auto id = selected();
+    if (!id) return;
+    const auto beside = m_list.beside(*id);
+    (m_model.*fromWhere)(*id);
+    if (!m_model.row(*id)) m_model.select(beside);
 }
 
 void QuillmarkApp::openFiles(const QStringList& paths) {
@@ -565,9 +574,8 @@ void QuillmarkApp::chooseDamagedHistory() {
     dialog->setFileMode(QFileDialog::ExistingFile);
     dialog->setNameFilters({m_words("Damaged histories (%1)", QStringLiteral("history (damaged *).json")),
                             m_words("All files (*)")});
-    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
-        m_model.recoverHistory(file.toLocal8Bit().toStdString());
-    });
+    connect(dialog, &QFileDialog::fileSelected, this,
+            [this](const QString& file) { m_model.recoverHistory(file.toLocal8Bit().toStdString()); });
     dialog->open();
 }
 

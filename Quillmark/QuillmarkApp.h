@@ -51,6 +51,7 @@ private:
     void refreshCommands();
     void refreshSheet();
     void perform(Command command);
+    void remove(void (AppModel::*fromWhere)(UUID));
     void receive(const DropContents& contents);
     void receiveFiles(const DropContents::Files& files);
 

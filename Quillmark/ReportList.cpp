@@ -197,6 +197,18 @@ QModelIndex ReportList::indexOf(const UUID& id) const {
     return found == m_rows.end() ? QModelIndex() : index(static_cast<int>(found - m_rows.begin()), 0);
 }
 
+std::optional<UUID> ReportList::beside(const UUID& id) const {
+    const QModelIndex own = indexOf(id);
+    if (!own.isValid()) return std::nullopt;
+    for (const int step : {1, -1}) {
+        for (int row = own.row() + step; row >= 0 && row < rowCount(); row += step) {
+            const ListEntry& each = m_rows[static_cast<std::size_t>(row)];
+            if (!each.isHeading()) return each.id;
+        }
+    }
+    return std::nullopt;
+}
+
 int ReportList::rowCount(const QModelIndex& parent) const {
     return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
 }

@@ -71,6 +71,8 @@ public:
 
     const ListEntry& entry(const QModelIndex& index) const;
     QModelIndex indexOf(const UUID& id) const;
+    /// The entry below, or above the last one; none when no other is listed, or `id` itself is not.
+    std::optional<UUID> beside(const UUID& id) const;
     /// How many entries there are besides headings, whatever the filter.
     std::size_t allCount() const { return m_all.size(); }
 

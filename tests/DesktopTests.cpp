@@ -245,6 +245,14 @@ TEST(Desktop, aMailboxInTheTable) {
             if (each->accessibleName() == "Show only “Good”: 1") each->click();
         }
         EXPECT_EQ(run.rows(), QStringList{"Is dinner ready?"});
+        run.list().setTones({});
+        run.list().setFilter("message 1");
+        table->setFocus();
+        run.key(Qt::Key_Home);
+        for (const QStringList& left : {QStringList{"10", "9", "0"}, {"9", "0"}, {"0"}, {}}) {
+            run.key(Qt::Key_Delete);
+            EXPECT_TRUE(run.waitFor([&] { return run.rows() == left; })) << "what isn’t listed stays";
+        }
     }
     Desk run(folder);
     EXPECT_TRUE(run.waitFor([&] { return run.list().rowCount() == 12; }));
