@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -131,19 +132,18 @@ void addUnsignedFields(Notes& notes, const MailMessage& message, const DKIMResul
 
 /// The names in `h=` of which every field of the message is signed; those that a reader goes by come first.
 std::vector<std::string> signedFields(const MailMessage& message, const DKIMResult& signature) {
+    std::map<std::string, std::size_t> covered;
+    for (const std::string& name : signature.signedHeaders) ++covered[asciiLowered(name)];
     std::vector<std::string> fields;
     const auto add = [&](std::string_view name) {
-        const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
-        const auto covered = static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName));
-        const auto positions = message.positions(name);
-        if (fields.size() == mostFieldNames || positions.empty() || covered < positions.size()) return;
-        if (std::ranges::none_of(fields, isName)) fields.push_back(excerpt(name));
+        const auto found = covered.find(asciiLowered(name));
+        const std::size_t count = message.positions(name).size();
+        if (fields.size() == mostFieldNames || found == covered.end()) return;
+        if (count > 0 && found->second >= count) fields.push_back(excerpt(name));
+        covered.erase(found);  // of `h=`, which may be long, each name is looked at once
     };
     for (const std::string_view name : {"From", "Subject", "Date", "To", "Cc", "Reply-To"}) add(name);
-    for (const std::string& name : signature.signedHeaders) {
-        if (fields.size() == mostFieldNames) break;
-        add(name);
-    }
+    for (const std::string& name : signature.signedHeaders) add(name);
     return fields;
 }
 
@@ -156,8 +156,8 @@ void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport&
         const std::string& from = report.verdict.fromDomain;
         const bool speaks = report.verdict.kind != VerdictKind::verified && !from.empty() &&
                             suffixes.sameOrganization(signature.domain, from);
-        notes.push_back({ReportNote::SignedLinesHold{static_cast<std::int64_t>(index),
-                                                     excerpt(signature.domain), speaks, std::move(fields)}});
+        notes.push_back({ReportNote::SignedLinesHold{
+            static_cast<std::int64_t>(index), domainExcerpt(signature.domain), speaks, std::move(fields)}});
     }
 }
 
