@@ -153,9 +153,9 @@ HistorySalvage salvageHistory(std::string_view text, const std::function<void(Pr
         }
         return salvage;
     } catch (const DecodingError& fault) {
+        salvage = {};  // the others are met again
         note(fault.what());
     }
-    salvage.unread = 0;  // they are met again
     for (std::size_t begin = nextReport(text, 0); begin < text.size();) {
         const std::size_t end = nextReport(text, begin + 1);
         try {

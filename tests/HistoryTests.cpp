@@ -169,6 +169,7 @@ TEST(History, salvage) {
         {with(whole, whole.rfind("\"version\": 1"), 12, "\"version\": 5"), {1, 2, 3, 4}, 0, {}},
         {with(whole, whole.rfind("\"version\": 1"), 12, "\"xx\": 1"), {1, 2, 3, 4}, 0, {"version: missing"}},
         {cut, {1, 2}, 1, {"this is no JSON", "at byte " + std::to_string(third - 7) + ": this is no JSON"}},
+        {with(cut, cut.find("\"spf\""), 5, "\"sqf\""), {2}, 2, {"this is no JSON", "at byte ", "at byte "}},
         {with(whole, cases, 1, ""), {1, 2, 4}, 1, {"this is no JSON", "at byte "}},  // a quote is lost
         {with(line, inLine, 1, ""), {1, 2, 4}, 0, {"this is no JSON"}},
         {with(line, inLine + 20, 400, std::string(400, '\0')), {1, 2, 4}, 1, {"this is no JSON", "at byte "}},
