@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
-#include <limits>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -238,12 +237,13 @@ LockHolder holderOf(int descriptor) {
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0) return {};
     std::ifstream locks("/proc/locks");
-    std::string number, kind, advisory, access, place;
-    for (int process = 0; locks >> number >> kind >> advisory >> access >> process >> place;) {
-        locks.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    for (std::string line; std::getline(locks, line);) {
+        int process = 0;
         unsigned major = 0, minor = 0;
         unsigned long long node = 0;
-        if (kind != "FLOCK" || std::sscanf(place.c_str(), "%x:%x:%llu", &major, &minor, &node) != 3) continue;
+        // Those that wait for a lock stand there, too, behind "->".
+        if (std::sscanf(line.c_str(), "%*d: FLOCK %*s %*s %d %x:%x:%llu", &process, &major, &minor, &node) != 4)
+            continue;
         if (makedev(major, minor) != status.st_dev || node != status.st_ino) continue;
         LockHolder holder{process};
         std::ifstream name("/proc/" + std::to_string(process) + "/comm");
