@@ -183,10 +183,9 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.summary = summary(message);
     const std::string from = fromDomain(report.summary);
 
+    // The names change behind the check's own resolver, so that it knows them as the findings do.
     InternationalResolver asking(*m_resolver);
-    CheckResolver resolver(
-        asking, m_lookupTime.value_or(
-                    usualLookupTime));  // before the names change, so that it knows them as the findings do
+    CheckResolver resolver(asking, m_lookupTime.value_or(usualLookupTime));
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
