@@ -238,7 +238,9 @@ HistoryKeeper::Saved HistoryKeeper::saved(const HistoryChange& change, const Sta
 
 std::variant<HistoryContents, std::string> HistoryKeeper::contents() const {
     try {
-        return m_file().contents(m_now());
+        HistoryFile file = m_file();
+        file.patience = patience;
+        return file.contents(m_now());
     } catch (const HistoryFileError& error) {
         return historyProblem(error, m_reader);
     } catch (const std::exception& error) {
