@@ -254,7 +254,8 @@ int KeygenCommand::run() const {
         }
         {
             OutputFile file(out);
-            const Undisturbed whileWriting;
+            std::optional<Undisturbed> whileWriting;
+            if (!file.isStream()) whileWriting.emplace();  // which a stream sees to itself
             file.write(key->pem());
             file.commit();
         }
