@@ -113,13 +113,9 @@ public:
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
                                              Postponed* postponed) {
         if (const auto* problem = std::get_if<FoundProblem>(&input.found)) return {refused(*problem)};
-        std::optional<CheckInputs::Input> again;
-        // A recording tells of one check of each message.
-        if (postponed && m_from.services && m_from.services->resting() > 0 && !m_from.recorded) {
-            const auto& found = std::get<FoundMessage>(input.found);
-            again = {FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.note}, input.mode,
-                     input.hasLinesBefore};
-        }
+        // A service may begin to rest in the middle of a check. A recording tells of one check of each
+        // message.
+        auto again = postponed && m_from.services && !m_from.recorded ? copyOf(input) : std::nullopt;
         bool wentWithout = false;
         auto all = checked(std::move(input), wentWithout);
         if (m_from.services && m_from.services->doAllRest() && !m_hasSaidThatAllRest.exchange(true)) {
@@ -132,6 +128,17 @@ public:
     }
 
 private:
+    /// Of a message; nothing when there is no memory for it.
+    static std::optional<CheckInputs::Input> copyOf(const CheckInputs::Input& input) {
+        const auto& found = std::get<FoundMessage>(input.found);
+        try {
+            return CheckInputs::Input{FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.note},
+                                      input.mode, input.hasLinesBefore};
+        } catch (const std::bad_alloc&) {
+            return std::nullopt;
+        }
+    }
+
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, bool& wentWithout) const {
         std::vector<OrderedRun::Message> all;
         auto& found = std::get<FoundMessage>(input.found);
