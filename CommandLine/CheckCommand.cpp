@@ -245,13 +245,18 @@ private:
 /// A fault in the arguments that their parser cannot see, or nothing.
 std::optional<std::string> usageFault(const CheckCommand& command) {
     if (std::ranges::count(command.files, standardInput) > 1)
-        return "standard input (-) can be read only once";
-    if (command.only && !tonesNamed(*command.only))
-        return "--only takes good, caution, unknown and bad, not “" + *command.only + "”";
-    if (command.json + command.summary + goesToOutput(command.csv) + goesToOutput(command.record) > 1)
-        return "only one of --json, --summary, --csv - and --record - can go to standard output";
+        return command.reader.translate("standard input (-) can be read only once");
+    if (command.only && !tonesNamed(*command.only)) {
+        return command.reader.translate("--only takes good, caution, unknown and bad, not “%1”",
+                                        {quillmark::quoted(*command.only)});
+    }
+    if (command.json + command.summary + goesToOutput(command.csv) + goesToOutput(command.record) > 1) {
+        return command.reader.translate(
+            "only one of --json, --summary, --csv - and --record - can go to standard output");
+    }
     if (command.at && !parsedRFC3339(*command.at)) {
-        return "--at takes a time such as 2026-11-21T10:00:00Z, not “" + *command.at + "”";
+        return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
+                                        {quillmark::quoted(*command.at)});
     }
     return std::nullopt;
 }
@@ -338,7 +343,7 @@ int CheckCommand::run() const {
         writeProblem(error.what());
         return 2;
     } catch (const OutputFileError& error) {
-        writeProblem(error.what());
+        writeProblem(unwritable(error, reader));
         return 2;
     }
 }

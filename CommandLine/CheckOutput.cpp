@@ -132,7 +132,7 @@ void CheckOutput::giveUp(const OutputFileError& error) {
     if (!hasReaderGone) {
         writeProblem(isOutput ? m_command.reader.translate("The reports couldn’t be written: %1",
                                                            {std::generic_category().message(error.error)})
-                              : error.what());
+                              : unwritable(error, m_command.reader));
     }
     {
         const std::lock_guard lock(m_mutex);
@@ -150,7 +150,7 @@ void CheckOutput::complete() {
             writeRest();
             file->commit();
         } catch (const OutputFileError& error) {
-            writeProblem(error.what());
+            writeProblem(unwritable(error, m_command.reader));
             m_status = 1;
         }
     };

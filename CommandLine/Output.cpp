@@ -114,10 +114,6 @@ void writeProblem(std::string_view message) {
     writeAll(STDERR_FILENO, wrapped(line, 0, widthOf(STDERR_FILENO)) + "\n");
 }
 
-std::string unwritable(const std::string& path, const std::string& why) {
-    return "“" + path + "” can’t be written: " + why;
-}
-
 void occupyStandardDescriptors() {
     // The wrong way round, so that using one still fails. Each takes the lowest free number, its own.
     for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

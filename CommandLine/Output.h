@@ -41,9 +41,6 @@ void clearProgress();
 /// text that somebody else wrote; on a terminal the line is wrapped.
 void writeProblem(std::string_view message);
 
-/// Why nothing came of a file: "“path” can’t be written: …".
-std::string unwritable(const std::string& path, const std::string& why);
-
 /// Sees to it that no file or connection gets the number of a standard stream that was closed when the
 /// program started: it would be read, or written into, in its place. Before any file is opened.
 void occupyStandardDescriptors();

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "CommandLine/Output.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
@@ -29,9 +30,13 @@ void onFile(const std::string& path, const Action& action) {
 }  // namespace
 
 OutputFileError::OutputFileError(const std::string& file, int systemError)
-    : OutputFileError(file, std::generic_category().message(systemError), systemError) {}
-OutputFileError::OutputFileError(const std::string& file, const std::string& why, int systemError)
-    : std::runtime_error(unwritable(file, why)), path(file), error(systemError) {}
+    : std::runtime_error(std::generic_category().message(systemError)), path(file), error(systemError) {}
+
+std::string unwritable(const OutputFileError& error, const Reader& reader) {
+    return reader.translate("“%1” can’t be written: %2",
+                            {quillmark::quoted(error.path),
+                             error.error == EEXIST ? reader.translate("it is there already") : error.what()});
+}
 
 bool OutputFile::isStandardOutput(std::string_view path) {
     constexpr std::array<std::string_view, 4> names{"-", "/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"};
@@ -52,7 +57,7 @@ OutputFile::OutputFile(std::string path) : m_path(std::move(path)) {
         if (m_descriptor < 0) throw OutputFileError(m_path, errno);
         return;
     }
-    if (lstat(m_path.c_str(), &status) == 0) throw OutputFileError(m_path, "it is there already", EEXIST);
+    if (lstat(m_path.c_str(), &status) == 0) throw OutputFileError(m_path, EEXIST);
     if (file.filename().empty()) throw OutputFileError(m_path, EISDIR);
     if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) throw OutputFileError(m_path, errno);
     onFile(m_path, [this] { m_file.emplace(m_path); });

@@ -6,16 +6,18 @@
 #include <string_view>
 
 #include "QuillmarkKit/Support/Files.h"
+#include "Wording/Reader.h"
 
 namespace quillmark {
 
-/// Why nothing came of a file: the line for the user, and the system's error.
+/// That nothing came of a file, and the system's error (`errno`).
 struct OutputFileError : std::runtime_error {
     OutputFileError(const std::string& file, int systemError);
-    OutputFileError(const std::string& file, const std::string& why, int systemError);
     std::string path;
     int error;
 };
+/// The line for the user: "“path” can’t be written: …".
+std::string unwritable(const OutputFileError& error, const Reader& reader);
 
 /// A file that an option names: a new one for the user alone (0600), there once it is complete; or what takes
 /// the bytes as they come: standard output ("-", /dev/stdout), a pipe, a device. Throws `OutputFileError`.

@@ -46,7 +46,7 @@ struct Fault : std::runtime_error {
 
 /// Runs a command that throws when it cannot be carried out, and says why.
 template <typename Command>
-int exitStatus(const Command& command) {
+int exitStatus(const Reader& reader, const Command& command) {
     const auto failed = [](ExitStatus status, const std::string& line) {
         writeProblem(line);
         return status;
@@ -59,7 +59,7 @@ int exitStatus(const Command& command) {
     } catch (const UnsealableMessage& error) {
         return failed(inputAtFault, error.what());
     } catch (const OutputFileError& error) {
-        return failed(inputAtFault, error.what());
+        return failed(inputAtFault, unwritable(error, reader));
     } catch (const SigningError& error) {
         return failed(argumentsAtFault, error.what());
     } catch (const std::bad_alloc&) {
@@ -68,14 +68,15 @@ int exitStatus(const Command& command) {
 }
 
 /// `more`: what to do if it can't be.
-void print(std::string_view bytes, const std::string& more = {}) {
+void print(std::string_view bytes, const Reader& reader, const std::string& more = {}) {
     if (writeOutput(bytes)) return;
-    throw Fault(inputAtFault,
-                "The output couldn’t be written: " + std::generic_category().message(errno) + more);
+    throw Fault(inputAtFault, reader.translate("The output couldn’t be written: %1",
+                                               {std::generic_category().message(errno)}) +
+                                  more);
 }
 
-void printRecord(const SigningKey& key, const std::string& more = {}) {
-    print("Name:  SELECTOR._domainkey.DOMAIN\nValue: " + Signer::keyRecord(key) + "\n", more);
+void printRecord(const SigningKey& key, const Reader& reader, const std::string& more = {}) {
+    print("Name:  SELECTOR._domainkey.DOMAIN\nValue: " + Signer::keyRecord(key) + "\n", reader, more);
 }
 
 /// What is typed at the terminal, unseen; nothing when there is none.
@@ -151,18 +152,19 @@ SigningKey readKey(const KeyFile& file, const Reader& reader) {
         }
     }
     if (!key) {
-        throw Fault(argumentsAtFault, "“" + file.path +
-                                          "” holds no private key that could be used: RSA or Ed25519, as PEM "
-                                          "(PKCS#8 or PKCS#1).");
+        throw Fault(argumentsAtFault,
+                    reader.translate("“%1” holds no private key that could be used: RSA or Ed25519, as PEM "
+                                     "(PKCS#8 or PKCS#1).",
+                                     {quillmark::quoted(file.path)}));
     }
     warnOfReaders(file.path, reader);
     return *key;
 }
 
-/// Both the key and the message can't come from standard input.
-void requireOneInput(const SigningArguments& arguments) {
-    if (arguments.file == "-" && arguments.key.path == "-")
-        throw Fault(argumentsAtFault, "standard input (-) can be read only once");
+/// Of the key, its passphrase and the message only one can come from standard input.
+void requireOneInput(const KeyFile& key, const std::optional<std::string>& message, const Reader& reader) {
+    if ((key.path == "-") + (key.passphraseFile == "-") + (message == "-") > 1)
+        throw Fault(argumentsAtFault, reader.translate("standard input (-) can be read only once"));
 }
 
 /// A message and the bytes it stands in.
@@ -198,22 +200,25 @@ Input readMessage(const std::string& file, const Reader& reader) {
     const std::string ended = std::string(input.bytes.view()) + (isLastLineWhole ? "\r\n" : "\r\n\r\n");
     input = {.bytes = ByteBuffer(ended), .message = MailMessage::parse(ended)};
     if (!input.message.body()) {
-        throw Fault(inputAtFault, "“" + name.value_or("-") +
-                                      "” can’t be signed: its header ends at a line that is no header field, "
-                                      "so that it has no body.");
+        throw Fault(inputAtFault,
+                    reader.translate("“%1” can’t be signed: its header ends at a line that is no header "
+                                     "field, so that it has no body.",
+                                     {quillmark::quoted(name.value_or("-"))}));
     }
     return input;
 }
 
-std::optional<std::int64_t> signingTime(const std::optional<std::string>& text) {
+std::optional<std::int64_t> signingTime(const std::optional<std::string>& text, const Reader& reader) {
     if (text == "none") return std::nullopt;
     if (const auto seconds = decimal(text.value_or(""))) return seconds;
     if (const auto date = text ? parsedRFC3339(*text) : currentTime()) {
         return std::chrono::floor<std::chrono::seconds>(*date).time_since_epoch().count();
     }
-    throw Fault(argumentsAtFault,
-                "--time takes a time such as 2026-11-21T10:00:00Z, or seconds since 1970, or none, not “" +
-                    *text + "”");
+    throw Fault(
+        argumentsAtFault,
+        reader.translate("--time takes a time such as 2026-11-21T10:00:00Z, or seconds since 1970, or "
+                         "none, not “%1”",
+                         {quillmark::quoted(*text)}));
 }
 
 /// What the option says, with empty names kept, so that they are refused like any other that is none.
@@ -232,24 +237,28 @@ std::vector<std::string> headerNames(const std::optional<std::string>& list, con
 }
 
 /// A signature with a larger `l=` would verify nowhere.
-void requireBodyOf(std::int64_t length, const MailMessage& message, Canonicalization canonicalization) {
+void requireBodyOf(std::int64_t length, const MailMessage& message, Canonicalization canonicalization,
+                   const Reader& reader) {
     BodyHashes hashes(message.body().value());
     const auto& whole = hashes.hash(canonicalization, HashAlgorithm::sha256, {});
     const auto most = static_cast<std::int64_t>(whole.canonicalLength);
     if (length <= most) return;
-    throw Fault(argumentsAtFault, "--length " + std::to_string(length) + " is more than the " +
-                                      std::to_string(most) + " bytes that the body has");
+    throw Fault(argumentsAtFault, reader.translate("--length %1 is more than the %2 bytes that the body has",
+                                                   {std::to_string(length), std::to_string(most)}));
 }
 
 }  // namespace
 
 int KeygenCommand::run() const {
-    return exitStatus([&] {
-        if (type != "rsa" && bits) throw Fault(argumentsAtFault, "--bits is for RSA keys only");
+    return exitStatus(reader, [&] {
+        if (type != "rsa" && bits)
+            throw Fault(argumentsAtFault, reader.translate("--bits is for RSA keys only"));
         const auto key = type == "rsa" ? SigningKey::newRSA(bits.value_or(2048)) : SigningKey::newEd25519();
-        if (!key) throw Fault(inputAtFault, "No key could be made: there are no random numbers to be had.");
+        if (!key)
+            throw Fault(inputAtFault,
+                        reader.translate("No key could be made: there are no random numbers to be had."));
         if (OutputFile::isStandardOutput(out)) {
-            print(key->pem());
+            print(key->pem(), reader);
             return;
         }
         {
@@ -260,47 +269,52 @@ int KeygenCommand::run() const {
             file.commit();
         }
         const std::string name = quillmark::quoted(out);
-        printRecord(*key, ". " + reader.translate(
-                                     "The key is in “%1”; quillmark record prints its DNS record.", {name}));
+        printRecord(
+            *key, reader,
+            ". " + reader.translate("The key is in “%1”; quillmark record prints its DNS record.", {name}));
     });
 }
 
 int RecordCommand::run() const {
-    return exitStatus([&] { printRecord(readKey(key, reader)); });
+    return exitStatus(reader, [&] {
+        requireOneInput(key, std::nullopt, reader);
+        printRecord(readKey(key, reader), reader);
+    });
 }
 
 int SignCommand::run() const {
-    return exitStatus([&] {
+    return exitStatus(reader, [&] {
         const auto pair = CanonicalizationPair::parse(canonicalization);
         if (!pair) {
-            throw Fault(argumentsAtFault,
-                        "--canon takes two of simple and relaxed, such as relaxed/simple, not “" +
-                            canonicalization + "”");
+            throw Fault(
+                argumentsAtFault,
+                reader.translate("--canon takes two of simple and relaxed, such as relaxed/simple, not “%1”",
+                                 {quillmark::quoted(canonicalization)}));
         }
         Signer::Options options = {.domain = domain, .selector = selector, .bodyLength = length};
-        options.time = signingTime(time);
+        options.time = signingTime(time, reader);
         options.canonicalization = *pair;
-        requireOneInput(*this);
+        requireOneInput(key, file, reader);
         const SigningKey signingKey = readKey(key, reader);
         const Input input = readMessage(file, reader);
         options.headers = headerNames(headers, input.message);
-        if (length) requireBodyOf(*length, input.message, pair->body);
+        if (length) requireBodyOf(*length, input.message, pair->body, reader);
         const std::string field = Signer::dkimSignature(input.message, options, signingKey);
-        print(input.withFieldsOnTop(field + "\r\n"));
+        print(input.withFieldsOnTop(field + "\r\n"), reader);
     });
 }
 
 int SealCommand::run() const {
-    return exitStatus([&] {
+    return exitStatus(reader, [&] {
         Signer::ARCOptions options = {.domain = domain, .selector = selector, .results = results};
-        options.time = signingTime(time);
+        options.time = signingTime(time, reader);
         options.chain = chain;
-        requireOneInput(*this);
+        requireOneInput(key, file, reader);
         const SigningKey signingKey = readKey(key, reader);
         const Input input = readMessage(file, reader);
         const auto set = Signer::arcSet(input.message, options, signingKey);
-        print(
-            input.withFieldsOnTop(set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n"));
+        print(input.withFieldsOnTop(set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n"),
+              reader);
     });
 }
 

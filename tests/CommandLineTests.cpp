@@ -261,6 +261,8 @@ TEST(CommandLine, usage) {
         {{"check", mail, "--length=-1"}, "es gibt keine Option „--length=-1“"},
         {{"check", mail, "--fail-on", "x"},
          "--fail-on nimmt eines von diesen: caution,unknown,bad; nicht „x“ ("},
+        {{"check", "-", "-"}, "die Standardeingabe (-) kann nur einmal gelesen werden"},
+        {{"check", mail, "--csv", mail}, "„" + mail + "“ kann nicht geschrieben werden: es gibt sie schon"},
         {{"check", mail, "--jobs", "1", "--jobs", "2"}, "--jobs steht 2 Mal da, darf aber höchstens 1 Mal"},
     };
     setenv("LC_ALL", "de_DE.UTF-8", 1);
@@ -730,6 +732,7 @@ TEST(CommandLine, makesKeysAndSigns) {
     EXPECT_TRUE(
         run({"record", "-"}, folder.write("key", made.output)).output.starts_with("Name:  SELECTOR."));
     EXPECT_EQ(run({"keygen", "--type", "ed25519", "--out", "/dev/null"}).status, 0);  // takes it as it comes
+    EXPECT_EQ(run({"record", "--passphrase-file", "-", "-"}, folder / "key").status, 2);
     const std::string kept = folder / "kept.pem";
     expectRefusal({"keygen", "--type", "ed25519", "--out", "/dev/full"}, 1);
     EXPECT_EQ(ended(started({"keygen", "--out", kept}, "/dev/full", folder / "err")), 1);
