@@ -112,9 +112,11 @@ public:
 private:
     std::optional<Refusal> readBytes(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
                                      const std::stop_token& stop) {
-        const bool mayWait = !isRegular() && !isFolder();
+        const bool mayWait = !isRegular() && !isFolder();  // else what is read is never cut off
         const std::size_t before = bytes.size(), most = before + std::min(m_left, limit - before);
-        if (auto refusal = quillmark::readOn(m_descriptor, mayWait, bytes, most, stop)) return refusal;
+        if (auto refusal =
+                quillmark::readOn(m_descriptor, mayWait, bytes, most, mayWait ? stop : std::stop_token()))
+            return refusal;
         const std::size_t length = bytes.size() - before;
         count += length;
         if (m_left != unknown) m_left -= length;
@@ -329,7 +331,7 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
         mailbox.emplace(begin->form);
         mailbox->add(bytes.view().substr(begin->offset));
         auto found = nextInMailbox(stop);
-        const bool isNothing = !found && (passedOver == before || !walk);
+        const bool isNothing = !found && file->hasEnded() && (passedOver == before || !walk);
         return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
     }
     const std::size_t limit =
@@ -347,7 +349,7 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     return FoundMessage{std::move(bytes), place};
 }
 
-/// The next message of the mailbox that is read; nothing at its end.
+/// The next message of the mailbox that is read; nothing at its end, or at a stop.
 std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& stop) {
     for (;;) {
         if (file->hasEnded()) mailbox->end();
@@ -368,7 +370,7 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
             }
             return found;
         }
-        if (file->hasEnded()) return std::nullopt;
+        if (file->hasEnded() || stop.stop_requested()) return std::nullopt;
         ByteBuffer piece(pieceSize);
         if (auto refusal = file->readOn(piece, pieceSize, bytesRead, stop)) {
             place.number = 0;
@@ -401,6 +403,8 @@ std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
         } else if (!found) {
             found = state.nextIn(stop);
         }
+        const bool isStopped = stop.stop_requested(), mayBeCut = state.file && !state.file->isRegular();
+        if (isStopped && state.mailbox && !found) return std::nullopt;  // it can be read on
         const bool isMailbox = state.mailbox && found &&
                                (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
         if (!isMailbox) {
@@ -408,7 +412,7 @@ std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
             state.file.reset();
         }
         state.isAnyFound |= found.has_value();
-        if (found && !stop.stop_requested()) return found;
+        if (found && !(isStopped && mayBeCut)) return found;
     }
     return std::nullopt;
 }

@@ -70,7 +70,8 @@ public:
     MailboxReader& operator=(const MailboxReader&) = delete;
 
     /// The next message, or a file or message that is none; nothing at the end. Blocks while a pipe gives
-    /// nothing; soon after `stop` is requested there is nothing more. Throws for want of memory only.
+    /// nothing; soon after `stop` is requested there is nothing more. What is no pipe can be read on then: no
+    /// message is lost. Throws for want of memory only.
     std::optional<Found> next(const std::stop_token& stop = {});
 
     /// How many files of folders and messages of mailboxes were passed over and counted so far.
