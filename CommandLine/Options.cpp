@@ -38,18 +38,13 @@ const std::vector<CommandTable::Example> examples = {
 const std::vector<CommandTable::Section> sections = {
     {"WHAT IS READ",
      {"The bytes of a FILE tell what it is, never its name: one message (.eml); a mailbox (mbox or MMDF), of "
-      "which "
-      "each message is checked by itself; a message with its length in front and a property list behind it; "
-      "a "
-      "message of a mail server's store (dbox); any of them as UTF-16, and from a pipe as well. Messages "
-      "that are "
-      "attached to a message are checked after it.",
+      "which each message is checked by itself; a message with its length in front and a property list "
+      "behind it; a message of a mail server's store (dbox); any of them as UTF-16, and from a pipe as well. "
+      "Messages that are attached to a message are checked after it.",
       "Of a folder each file is read, in the order of their names, and each of the folders in it; hidden "
-      "ones are "
-      "passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are read, and "
-      "its "
-      "subfolders, hidden or not. What mail programs keep beside their mailboxes, such as indexes and empty "
-      "files, is passed over; --summary counts it.",
+      "ones are passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are "
+      "read, and its subfolders, hidden or not. What mail programs keep beside their mailboxes, such as "
+      "indexes and empty files, is passed over; --summary counts it.",
       "Compressed files and archives must be unpacked first; which command does that is said."}},
     {"ENVIRONMENT",
      {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help: German, else English. TZ is the "
@@ -69,14 +64,11 @@ const std::vector<CommandTable::Section> sections = {
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
-      "domains in From and "
-      "Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF record may ask for names "
-      "that contain the "
-      "envelope sender's address. With --dns nobody is asked."}},
+      "domains in From and Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF "
+      "record may ask for names that contain the envelope sender's address. With --dns nobody is asked."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
-      "the "
-      "history, files with answers and recordings, and more of what is read."}},
+      "the history, files with answers and recordings, and more of what is read."}},
 };
 
 constexpr const char* checkFooter = forHelp(
@@ -203,8 +195,7 @@ void addSign(CLI::App& app, SignCommand& sign) {
     CLI::App& command = *app.add_subcommand("sign", "Print a message with a new DKIM-Signature on top");
     add(command, "--headers", sign.headers, "NAMES",
         "The fields to sign, such as from:to:subject; default: all the usual ones there are, and From, "
-        "Subject, "
-        "Date, To, Cc and Reply-To once more, so that none can be added");
+        "Subject, Date, To, Cc and Reply-To once more, so that none can be added");
     add(command, "--canon", sign.canonicalization,
         suggesting("PAIR", "relaxed/relaxed,relaxed/simple,simple/relaxed,simple/simple"),
         "How header/body are brought into canonical form; default: relaxed/relaxed");

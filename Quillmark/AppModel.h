@@ -289,7 +289,7 @@ private:
     std::optional<std::string> m_problem = {};
     std::uint64_t m_problemNumber = 0;  // of the check it comes from
     std::optional<std::filesystem::path> m_damagedHistory = {};
-    std::uint64_t m_number = 0;         // of the latest check
+    std::uint64_t m_number = 0;  // of the latest check
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};

@@ -94,7 +94,8 @@ void SettingsView::askWhetherToClear(const QString& what, const std::function<vo
     question->setTextFormat(Qt::PlainText);
     question->setText(m_words("Clear the whole history?"));
     question->setInformativeText(
-        m_words("This removes every saved check from this Mac. It can’t be undone.") + QStringLiteral("\n\n") + what);
+        m_words("This removes every saved check from this Mac. It can’t be undone.") +
+        QStringLiteral("\n\n") + what);
     QPushButton* yes = question->addButton(m_words("Clear History"), QMessageBox::DestructiveRole);
     question->setDefaultButton(question->addButton(m_words("Cancel"), QMessageBox::RejectRole));
     connect(yes, &QPushButton::clicked, this, clear);

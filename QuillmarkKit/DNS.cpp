@@ -169,8 +169,7 @@ bool mayBeQueried(std::string_view name) {
     return fitsDNS(name) && !isNobodys(name);
 }
 
-DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type,
-                                        const Patience& patience) {
+DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type, const Patience& patience) {
     const auto ascii = asciiDomain(name);
     return ascii ? m_resolver.lookup(*ascii, type, patience) : DNSAnswer::nxdomain();
 }

@@ -87,8 +87,7 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
                 if (*fault == NameFault::unfit) {
                     return reader.translate(
                         "%1 is no name that DNS can hold, so nobody could be asked which servers may send "
-                        "its "
-                        "mail.",
+                        "its mail.",
                         {domain});
                 }
                 return reader.translate(

@@ -23,7 +23,8 @@ std::string historyProblem(const HistoryFileError::Damaged& damaged, const Reade
 std::string historyNotOpened(const std::string& reason, const Reader& reader);
 std::string historyNotSaved(const std::string& reason, const Reader& reader);
 std::string historyNotCleared(const std::string& reason, const Reader& reader);
-/// How many reports, perhaps none, wait until they can be saved, or never will be. `why` is one of these lines.
+/// How many reports, perhaps none, wait until they can be saved, or never will be. `why` is one of these
+/// lines.
 std::string historyNotYetSaved(std::size_t reports, const std::string& why, const Reader& reader);
 std::string historyLeftUnsaved(std::size_t reports, const std::string& why, const Reader& reader);
 std::string historyNotAllCleared(const std::string& reason, const Reader& reader);

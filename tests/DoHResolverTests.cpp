@@ -114,7 +114,7 @@ TEST(DoHResolver, restsAServiceThatGivesTwoMessagesNoReply) {
         const std::string found =
             outcome(resolver, "a" + std::to_string(++serial) + ".example", {.asker = asker});
         std::string asked;
-        for (const auto& url : http->takeURLs()) 
+        for (const auto& url : http->takeURLs())
             asked += url.find("cloudflare") != std::string::npos ? "1" : "2";
         return asked + " " + found;
     };

@@ -205,8 +205,7 @@ TEST(MailboxReader, whatIsNoMessage) {
     EXPECT_EQ(outcomes(folder.write("x.eml", "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1")), List{"x.eml refused 3"});
     const std::string internal =
         "From a@b Mon Jan  5 10:12:00 2026\nX-IMAP: 1 2\nSubject: DON'T DELETE THIS MESSAGE -- FOLDER "
-        "INTERNAL "
-        "DATA\n\nx\n\n";
+        "INTERNAL DATA\n\nx\n\n";
     const std::string received = test::replaced(internal, "X-IMAP", "Received: x\nX-IMAP");
     EXPECT_EQ(outcomes(folder.write("box", internal)), List{"box refused 5"});
     EXPECT_EQ(outcomes(folder.write("box", internal + internal)),

@@ -156,10 +156,7 @@ TEST(RDAPClient, keepsTheListForSevenDays) {
     fs::remove(file);
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
     int told = 0;
-    RDAPClient besides(network("{",
-                               [] {
-                                   return HTTPResponse{200, registered};
-                               }),
+    RDAPClient besides(network("{", [] { return HTTPResponse{200, registered}; }),
                        {.cacheDirectory = folder / "cache", .ignored = [&](const fs::path& path) {
                             EXPECT_EQ(path, file);
                             ++told;

@@ -119,8 +119,7 @@ TEST(Wording, besideHeadline) {
          {{Tone::caution, "The body wasn’t there to check."},
           {Tone::unknown,
            "Several things couldn’t be asked for; they are named below. The DNS services don’t answer as "
-           "they "
-           "should. Check again later."}}},
+           "they should. Check again later."}}},
         {{.dkim = {part},
           .verdict = verified,
           .notes = {{ReportNote::SigningDomainNoHost{"x"}}, {ReportNote::ShownNotSigned{"Subject"}}}},

@@ -242,7 +242,8 @@ LockHolder holderOf(int descriptor) {
         unsigned major = 0, minor = 0;
         unsigned long long node = 0;
         // Those that wait for a lock stand there, too, behind "->".
-        if (std::sscanf(line.c_str(), "%*d: FLOCK %*s %*s %d %x:%x:%llu", &process, &major, &minor, &node) != 4)
+        if (std::sscanf(line.c_str(), "%*d: FLOCK %*s %*s %d %x:%x:%llu", &process, &major, &minor, &node) !=
+            4)
             continue;
         if (makedev(major, minor) != status.st_dev || node != status.st_ino) continue;
         LockHolder holder{process};
