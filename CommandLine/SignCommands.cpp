@@ -263,8 +263,7 @@ int KeygenCommand::run() const {
         }
         {
             OutputFile file(out);
-            std::optional<Undisturbed> whileWriting;
-            if (!file.isStream()) whileWriting.emplace();  // which a stream sees to itself
+            const Undisturbed whileWriting;
             file.write(key->pem());
             file.commit();
         }
