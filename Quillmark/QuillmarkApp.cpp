@@ -478,8 +478,7 @@ void QuillmarkApp::save(const QString& suffix, const QString& kind, std::functio
             try {
                 replaceFile(name, bytes());
             } catch (const std::exception& error) {
-                const auto* file = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
-                const QString why = QString::fromStdString(file ? file->code().message() : error.what());
+                const QString why = QString::fromStdString(reasonOf(error, m_words.reader));
                 QMetaObject::invokeMethod(this, [this, why] {
                     m_model.showProblem(m_words("The report couldn’t be saved: %1", why).toStdString());
                 });
