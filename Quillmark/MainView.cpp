@@ -132,12 +132,12 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     m_splitter->addWidget(buildListSide());
     m_splitter->addWidget(buildReportSide());
     m_splitter->setStretchFactor(1, 1);
-    setTable(false);
     layout->addWidget(m_splitter, 1);
     layout->addWidget(buildUnsavedLine());
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
     resize(1000, 700);
+    setTable(false);
     refreshListSide();
     setProblem({});
     setUnsaved({});
@@ -392,8 +392,9 @@ void MainView::setTable(bool isTable) {
     m_listSide->setTable(isTable);
     m_splitter->setOrientation(isTable ? Qt::Vertical : Qt::Horizontal);
     const int letter = fontMetrics().averageCharWidth();
+    const int list = std::min(38 * letter, width() / 3);  // the report has large letters, too
     m_splitter->setSizes(isTable ? QList<int>{2 * height() / 5, 3 * height() / 5}
-                                 : QList<int>{34 * letter, 110 * letter});
+                                 : QList<int>{list, width() - list});
 }
 
 void MainView::setProblem(const QString& line, bool isRecoverable) {

@@ -257,6 +257,12 @@ TEST(Desktop, aMailboxInTheTable) {
     Desk run(folder);
     EXPECT_TRUE(run.waitFor([&] { return run.list().rowCount() == 12; }));
     EXPECT_TRUE(run.window().listPanel()->tableView()->isVisible()) << "as it was left";
+    run.window().resize(700, 500);
+    for (int i = 0; i < 4; ++i) run.window().action(Command::zoomIn)->trigger();
+    run.window().action(Command::showTable)->trigger();
+    const QWidget* list = run.window().listPanel();
+    EXPECT_TRUE(run.waitFor([&] { return list->isVisible() && list->height() > 200; }));
+    EXPECT_LE(list->width(), std::max(list->minimumWidth(), 700 / 3)) << "the report needs room, too";
 }
 
 TEST(Desktop, pasteInTheSheetAndStraight) {
