@@ -258,7 +258,10 @@ TEST(Desktop, aMailboxInTheTable) {
     EXPECT_TRUE(run.waitFor([&] { return run.list().rowCount() == 12; }));
     EXPECT_TRUE(run.window().listPanel()->tableView()->isVisible()) << "as it was left";
     run.window().resize(700, 500);
+    const auto letter = [&] { return run.window().fontMetrics().averageCharWidth(); };
+    const int small = letter();
     for (int i = 0; i < 4; ++i) run.window().action(Command::zoomIn)->trigger();
+    EXPECT_TRUE(run.waitFor([&] { return letter() > small; }));
     run.window().action(Command::showTable)->trigger();
     const QWidget* list = run.window().listPanel();
     EXPECT_TRUE(run.waitFor([&] { return list->isVisible() && list->height() > 200; }));
