@@ -13,6 +13,7 @@
 #include "QuillmarkKit/Addresses.h"
 #include "QuillmarkKit/IPAddress.h"
 #include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/SenderReadings.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "QuillmarkKit/TagList.h"
@@ -26,10 +27,13 @@ using Notes = std::vector<ReportNote>;
 constexpr std::size_t longestExcerpt = 200;
 constexpr std::size_t mostChainKeys = 10;                    // of which a note is made
 constexpr std::size_t mostFieldNames = 12;                   // of signed lines that are told
+constexpr std::size_t longestReading = 100'000;              // bytes of a field or name read anew
+constexpr std::size_t mostReadings = 100, mostKnown = 10;    // of one field; addresses they are compared with
 constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
 constexpr auto clockError = std::chrono::minutes(10);
 /// A server may try for five days to deliver a message (RFC 5321, section 4.5.4.1), and a list may hold it.
 constexpr auto longDelay = std::chrono::days(7);
+constexpr auto wrongDay = std::chrono::days(1);  // no clock and no time zone is wrong by more
 
 /// What a person needs to recognise a text: decoded, and not the megabytes that a message can hold.
 std::string excerpt(std::string_view text) {
@@ -83,6 +87,75 @@ void addSender(Notes& notes, const MailMessage& message, const std::vector<MailA
     if (std::ranges::any_of(from, [](const MailAddress& entry) { return !entry.address.empty(); })) return;
     ReportNote::FromEmpty others{excerptOfFirst(message, "Sender"), excerptOfFirst(message, "Resent-From")};
     if (others.sender || others.resentFrom) notes.push_back({std::move(others)});
+}
+
+/// Whether a name is a host of another organization than each of these addresses.
+bool isStranger(std::string_view domain, const std::vector<MailAddress>& known,
+                const PublicSuffixList& suffixes) {
+    if (domain.find('.') == std::string_view::npos) return false;
+    return std::ranges::none_of(known, [&](const MailAddress& address) {
+        return suffixes.sameOrganization(domain, MailAddress::domainPart(address.address));
+    });
+}
+
+/// Whether a warning sign tells of that organization already.
+bool isWarnedOf(std::string_view domain, const ProofReport& report, const PublicSuffixList& suffixes) {
+    return std::ranges::any_of(report.flags, [&](const LookAlikeFlag& flag) {
+        const auto* name = std::get_if<LookAlikeFlag::DisplayNameMismatch>(&flag.value);
+        const auto* reply = std::get_if<LookAlikeFlag::ReplyToDiffers>(&flag.value);
+        return (name && suffixes.sameOrganization(domain, MailAddress::domainPart("@" + name->shown))) ||
+               (reply && suffixes.sameOrganization(domain, MailAddress::domainPart(reply->replyTo)));
+    });
+}
+
+/// The first address by other programs' readings of a field that is a stranger's.
+void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport& report,
+                     std::string_view field, const std::vector<MailAddress>& known,
+                     const PublicSuffixList& suffixes) {
+    if (known.size() > mostKnown) return;  // they are shown as several
+    for (const auto position : message.positions(field)) {
+        const std::string value = message.headers()[position].value();
+        if (value.size() > longestReading) continue;  // no program shows the like
+        std::vector<std::string> readings = strictAddresses(value);
+        readings.resize(std::min(readings.size(), mostReadings));
+        if (auto bracketed = firstBracketed(value)) readings.push_back(std::move(*bracketed));
+        for (const std::string& address : readings) {
+            const std::string domain = MailAddress::domainPart(address);
+            if (!isStranger(domain, known, suffixes) || isWarnedOf(domain, report, suffixes)) continue;
+            notes.push_back({ReportNote::ReadOtherwise{std::string(field), excerpt(address)}});
+            return;
+        }
+    }
+}
+
+void addShownName(Notes& notes, const ProofReport& report, const PublicSuffixList& suffixes) {
+    const auto& from = report.summary.from;
+    if (from.size() != 1 || !from.front().displayName) return;
+    if (from.front().displayName->size() > longestReading) return;
+    const bool isWarned = std::ranges::any_of(report.flags, [](const LookAlikeFlag& flag) {
+        return std::holds_alternative<LookAlikeFlag::DisplayNameMismatch>(flag.value);
+    });
+    if (isWarned) return;
+    for (const std::string& domain : domainsIn(shownName(*from.front().displayName), suffixes)) {
+        if (!isStranger(domain, from, suffixes)) continue;
+        notes.push_back({ReportNote::NameShowsAddress{excerpt(domain), excerpt(from.front().address)}});
+        return;
+    }
+}
+
+/// A folded line without anything but blanks ends the header for some programs: what stands below it they
+/// take for text.
+void addHiddenEnd(Notes& notes, const MailMessage& message) {
+    bool isHidden = false;
+    for (const HeaderField& field : message.headers()) {
+        for (const std::string_view name : {"From", "Sender", "Subject", "Date", "Content-Type"}) {
+            if (!isHidden || !equalsIgnoringCase(field.name, name)) continue;
+            notes.push_back({ReportNote::HiddenHeaderEnd{std::string(name)}});
+            return;
+        }
+        std::string_view rest = field.raw;
+        while (!isHidden && !rest.empty()) isHidden = trimmed(takePiece(rest, '\n'), " \t\r").empty();
+    }
 }
 
 // What the signature covers
@@ -159,6 +232,45 @@ void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport&
         notes.push_back({ReportNote::SignedLinesHold{
             static_cast<std::int64_t>(index), domainExcerpt(signature.domain), speaks, std::move(fields)}});
     }
+}
+
+/// Fields that programs act on without asking, next to a verdict that invites to trust them.
+void addActsUnsigned(Notes& notes, const MailMessage& message, const ProofReport& report) {
+    if (report.verdict.tone != Tone::good) return;
+    ReportNote::ActsUnsigned note;
+    for (const std::string_view name : {"List-Unsubscribe", "List-Unsubscribe-Post", "Mail-Reply-To",
+                                        "Mail-Followup-To", "Disposition-Notification-To", "Resent-From"}) {
+        const std::size_t count = message.positions(name).size();
+        const bool isCovered = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
+            const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+            return signature.status == DKIMResult::Status::pass &&
+                   static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName)) >= count;
+        });
+        if (count > 0 && !isCovered) note.fields.emplace_back(name);
+    }
+    if (!note.fields.empty()) notes.push_back({std::move(note)});
+}
+
+void addLeftOut(Notes& notes, const MailMessage& message, const ProofReport& report) {
+    const std::size_t all = message.positions("DKIM-Signature").size();
+    if (all <= report.dkim.size()) return;
+    notes.push_back({ReportNote::SignaturesLeftOut{static_cast<std::int64_t>(all - report.dkim.size())}});
+}
+
+/// Without a key that could speak for From, no answer of DNS would have proven anything of it.
+void addWorthlessKey(Notes& notes, const ProofReport& report, const PublicSuffixList& suffixes) {
+    using Status = DKIMResult::Status;
+    const Verdict& verdict = report.verdict;
+    if (verdict.kind != VerdictKind::keyGone && verdict.kind != VerdictKind::couldNotCheck) return;
+    const bool couldProve = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
+        return (signature.status == Status::keyNotPublished || signature.status == Status::keyRevoked ||
+                signature.status == Status::lookupFailed) &&
+               suffixes.sameOrganization(signature.domain, verdict.fromDomain);
+    });
+    if (couldProve) return;
+    ReportNote::KeyProvesNothing note{excerpt(verdict.domain), excerpt(verdict.fromDomain), {}};
+    if (report.dmarc.appliedPolicy) note.policy = excerpt(*report.dmarc.appliedPolicy);
+    notes.push_back({std::move(note)});
 }
 
 // Where the lines of servers stand
@@ -275,6 +387,22 @@ void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signa
     if (arrival && *arrival - longDelay > *signature.signedAt) {
         notes.push_back({ReportNote::SignedLongBefore{domain, *signature.signedAt, *arrival}});
     }
+    if (arrival && *signature.signedAt > *arrival + wrongDay) {
+        notes.push_back({ReportNote::SignedAfterArrival{domain, *signature.signedAt, *arrival}});
+    }
+}
+
+/// The policy can ask for more than the verdict does (RFC 7489, section 3.1.1).
+void addOtherDomain(Notes& notes, const ProofReport& report) {
+    const Verdict& verdict = report.verdict;
+    if (verdict.tone != Tone::good || !isHostName(verdict.domain) ||
+        comparableDomain(verdict.domain) == comparableDomain(verdict.fromDomain)) {
+        return;
+    }
+    const bool isStrict = report.dmarc.record && report.dmarc.dkimMode == AlignmentMode::strict &&
+                          !report.dmarc.alignedDKIMDomain;
+    notes.push_back(
+        {ReportNote::HeadlineNamesOther{excerpt(verdict.domain), excerpt(verdict.fromDomain), isStrict}});
 }
 
 // What DNS said of its answers, and what was not checked
@@ -344,6 +472,14 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addValidatedAnswers(notes, message, report, facts.validatedNames);
     addNewerSignatures(notes, message);
     addSignedLines(notes, message, report, facts.heldSignatures, suffixes);
+    addOtherReading(notes, message, report, "From", report.summary.from, suffixes);
+    addOtherReading(notes, message, report, "Reply-To", report.summary.replyTo, suffixes);
+    addShownName(notes, report, suffixes);
+    addOtherDomain(notes, report);
+    addWorthlessKey(notes, report, suffixes);
+    addActsUnsigned(notes, message, report);
+    addLeftOut(notes, message, report);
+    addHiddenEnd(notes, message);
     return notes;
 }
 

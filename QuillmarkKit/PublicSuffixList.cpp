@@ -166,6 +166,11 @@ std::string PublicSuffixList::organizationalDomain(std::string_view name) const 
     return std::string(all.substr(ends[suffixLength + 1]));
 }
 
+bool PublicSuffixList::hasTopLevelOf(std::string_view name) const {
+    const std::string_view last = name.substr(name.rfind('.') + 1);
+    return (kinds(last, hashOf(last)) & rule) != 0;
+}
+
 bool PublicSuffixList::sameOrganization(std::string_view a, std::string_view b) const {
     if (a.empty() || b.empty()) return false;
     if (a == b) return true;

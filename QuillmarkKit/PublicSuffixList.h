@@ -27,6 +27,9 @@ public:
     /// compared as DNS has them (the built-in list has its rules in that form, too).
     bool sameOrganization(std::string_view a, std::string_view b) const;
 
+    /// Whether the last label of a name, which is in lower case, is a top-level domain of the list.
+    bool hasTopLevelOf(std::string_view name) const;
+
     /// How many rules of all three kinds there are.
     std::size_t ruleCount() const { return m_ruleCount; }
 

@@ -143,9 +143,59 @@ struct ReportNote {
         std::string first = {};  ///< of them
         bool operator==(const LinesBeforeDropped&) const = default;
     };
+    /// Programs that read a field by other rules show an address of another organization.
+    struct ReadOtherwise {
+        std::string field = {};    ///< "From" or "Reply-To"
+        std::string address = {};  ///< that they show
+        bool operator==(const ReadOtherwise&) const = default;
+    };
+    /// The sender's name, as mail programs show it, holds a domain of another organization, and no warning
+    /// sign says so.
+    struct NameShowsAddress {
+        std::string shown = {};   ///< the domain
+        std::string actual = {};  ///< the address that was judged
+        bool operator==(const NameShowsAddress&) const = default;
+    };
+    /// The signing domain is another one than that in From, though of one organization with it.
+    struct HeadlineNamesOther {
+        std::string domain = {}, fromDomain = {};
+        bool strict = false;  ///< the policy of the From domain asks for signatures by that very domain
+        bool operator==(const HeadlineNamesOther&) const = default;
+    };
+    /// No signature of which the key is missing is of the organization in From: no key could prove anything
+    /// of it.
+    struct KeyProvesNothing {
+        std::string domain = {}, fromDomain = {};  ///< who signed; in From, may be empty
+        std::optional<std::string> policy = {};    ///< what the From domain asks for (`p=` or `sp=`)
+        bool operator==(const KeyProvesNothing&) const = default;
+    };
+    /// Fields that programs act on, of which no signature that holds covers each in the message.
+    struct ActsUnsigned {
+        std::vector<std::string> fields = {};
+        bool operator==(const ActsUnsigned&) const = default;
+    };
+    /// There are more signatures than are checked.
+    struct SignaturesLeftOut {
+        std::int64_t count = 0;  ///< of those that nobody looked at
+        bool operator==(const SignaturesLeftOut&) const = default;
+    };
+    /// By `t=` the signature that the verdict rests on was made after the message arrived.
+    struct SignedAfterArrival {
+        std::string domain = {};
+        Date signedAt = {};
+        Date received = {};  ///< the newest date of a Received field
+        bool operator==(const SignedAfterArrival&) const = default;
+    };
+    /// A line of blanks stands inside the header block: programs that end it there don't see this field.
+    struct HiddenHeaderEnd {
+        std::string field = {};  ///< the first of those that matter
+        bool operator==(const HiddenHeaderEnd&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
-                 AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, UnknownCase>
+                 AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, ReadOtherwise,
+                 NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
+                 SignedAfterArrival, HiddenHeaderEnd, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -177,7 +227,15 @@ constexpr auto casesOf(const ReportNote*) {
                       "newerSignatures",
                       "signedLinesHold",
                       "damage",
-                      "linesBeforeDropped"};
+                      "linesBeforeDropped",
+                      "readOtherwise",
+                      "nameShowsAddress",
+                      "headlineNamesOther",
+                      "keyProvesNothing",
+                      "actsUnsigned",
+                      "signaturesLeftOut",
+                      "signedAfterArrival",
+                      "hiddenHeaderEnd"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -237,6 +295,41 @@ constexpr auto fieldsOf(const ReportNote::Damage*) {
 constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
     using T = ReportNote::LinesBeforeDropped;
     return std::tuple{Field{"lines", &T::lines}, Field{"first", &T::first}};
+}
+constexpr auto fieldsOf(const ReportNote::ReadOtherwise*) {
+    using T = ReportNote::ReadOtherwise;
+    return std::tuple{Field{"field", &T::field}, Field{"address", &T::address}};
+}
+constexpr auto fieldsOf(const ReportNote::NameShowsAddress*) {
+    using T = ReportNote::NameShowsAddress;
+    return std::tuple{Field{"shown", &T::shown}, Field{"actual", &T::actual}};
+}
+constexpr auto fieldsOf(const ReportNote::HeadlineNamesOther*) {
+    using T = ReportNote::HeadlineNamesOther;
+    return std::tuple{Field{"domain", &T::domain}, Field{"fromDomain", &T::fromDomain},
+                      Field{"strict", &T::strict}};
+}
+constexpr auto fieldsOf(const ReportNote::KeyProvesNothing*) {
+    using T = ReportNote::KeyProvesNothing;
+    return std::tuple{Field{"domain", &T::domain}, Field{"fromDomain", &T::fromDomain},
+                      Field{"policy", &T::policy}};
+}
+constexpr auto fieldsOf(const ReportNote::ActsUnsigned*) {
+    using T = ReportNote::ActsUnsigned;
+    return std::tuple{Field{"fields", &T::fields}};
+}
+constexpr auto fieldsOf(const ReportNote::SignaturesLeftOut*) {
+    using T = ReportNote::SignaturesLeftOut;
+    return std::tuple{Field{"count", &T::count}};
+}
+constexpr auto fieldsOf(const ReportNote::SignedAfterArrival*) {
+    using T = ReportNote::SignedAfterArrival;
+    return std::tuple{Field{"domain", &T::domain}, Field{"signedAt", &T::signedAt},
+                      Field{"received", &T::received}};
+}
+constexpr auto fieldsOf(const ReportNote::HiddenHeaderEnd*) {
+    using T = ReportNote::HiddenHeaderEnd;
+    return std::tuple{Field{"field", &T::field}};
 }
 
 /// The complete, self-contained result of checking one message.

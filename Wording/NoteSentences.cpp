@@ -2,6 +2,8 @@
 
 #include <variant>
 
+#include "QuillmarkKit/Support/Text.h"
+#include "Wording/Findings.h"
 #include "Wording/Quoted.h"
 #include "Wording/Signatures.h"
 
@@ -179,6 +181,76 @@ struct NoteSentence {
             "%n lines before the message were taken for a summary of it and left out. The first reads “%1”.",
             note.lines, {quoted(note.first)});
     }
+    std::string operator()(const ReportNote::ReadOtherwise& note) const {
+        if (equalsIgnoringCase(note.field, "Reply-To")) {
+            return reader.translate(
+                "The Reply-To line can be read in several ways: some programs reply to %1.",
+                {quotedWord(note.address)});
+        }
+        return reader.translate(
+            "The From line can be read in several ways: some programs show %1 as the sender.",
+            {quotedWord(note.address)});
+    }
+    std::string operator()(const ReportNote::NameShowsAddress& note) const {
+        return reader.translate("The sender’s name shows %1 in mail programs, but the real address is %2.",
+                                {quotedDomain(note.shown), quotedWord(note.actual)});
+    }
+    std::string operator()(const ReportNote::HeadlineNamesOther& note) const {
+        const std::string domain = quotedDomain(note.domain), from = quotedDomain(note.fromDomain);
+        if (note.strict) {
+            return reader.translate(
+                "The signature is by %1, and %2, the domain in From, asks receivers to accept only its own: "
+                "by that rule, this one doesn’t count.",
+                {domain, from});
+        }
+        return reader.translate(
+            "The signature is by %1, the address in From is of %2; both are of one organization.",
+            {domain, from});
+    }
+    std::string operator()(const ReportNote::KeyProvesNothing& note) const {
+        const std::string domain = quotedDomain(note.domain), from = quotedDomain(note.fromDomain);
+        if (note.fromDomain.empty()) {
+            return reader.translate(
+                "Even with its key, the signature by %1 would prove nothing about the sender in From.",
+                {domain});
+        }
+        if (!note.policy) {
+            return reader.translate(
+                "Even with its key, the signature by %1 would prove nothing about %2, the domain in From.",
+                {domain, from});
+        }
+        return reader.translate(
+            "Even with its key, the signature by %1 would prove nothing about %2, the domain in From. What "
+            "%2 "
+            "asks receivers to do: %3.",
+            {domain, from, policyInWords(note.policy.value(), reader)});
+    }
+    std::string operator()(const ReportNote::ActsUnsigned& note) const {
+        return reader.translate(
+            "Mail programs act on these lines, and no valid signature covers them: %1. Anyone could have "
+            "added "
+            "them.",
+            {fieldNames(note.fields, reader)});
+    }
+    std::string operator()(const ReportNote::SignaturesLeftOut& note) const {
+        return reader.translateCount(
+            "The message has %n more signature, which wasn’t looked at: ten are checked.",
+            "The message has %n more signatures, which weren’t looked at: ten are checked.", note.count, {});
+    }
+    std::string operator()(const ReportNote::SignedAfterArrival& note) const {
+        return reader.translate(
+            "The signature by %1 says it was made on %2, after the message arrived on %3. One of these dates "
+            "is "
+            "wrong or invented.",
+            {quotedDomain(note.domain), reader.time(note.signedAt), reader.time(note.received)});
+    }
+    std::string operator()(const ReportNote::HiddenHeaderEnd& note) const {
+        return reader.translate(
+            "A line of blanks stands inside the header lines, above the %1 line. Some programs end the "
+            "header "
+            "there and show other lines than this report.",
+            {fieldName(note.field, reader)});
+    }
     std::string operator()(const UnknownCase& note) const {
         return reader.translate("A note of a newer version of Quillmark, which this one doesn’t know: “%1”",
                                 {quoted(note.name)});
@@ -191,53 +263,76 @@ std::string sentence(const ReportNote& note, const Reader& reader) {
     return std::visit(NoteSentence{reader}, note.value);
 }
 
-NoteSection sectionOf(const ReportNote& note) {
-    if (const auto* line = std::get_if<ReportNote::LineOfSender>(&note.value)) {
-        return line->field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults;
-    }
-    if (const auto* validated = std::get_if<ReportNote::AnswerValidated>(&note.value)) {
-        using Kind = ReportNote::AnswerValidated::Kind;
-        switch (validated->kind) {
-            case Kind::key:
-                return NoteSection::signatures;
-            case Kind::policy:
-                return NoteSection::policy;
-            case Kind::senderPolicy:
-                return NoteSection::sendingServer;
-            case Kind::forwarderKey:
-                return NoteSection::chain;
-        }
-    }
-    const bool isOfMessage = std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
-                             std::holds_alternative<ReportNote::FromHoldsMore>(note.value) ||
-                             std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
-                             std::holds_alternative<ReportNote::Damage>(note.value) ||
-                             std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
-                             std::holds_alternative<ReportNote::FromEmpty>(note.value) ||
-                             std::holds_alternative<UnknownCase>(note.value);
-    return isOfMessage ? NoteSection::message : NoteSection::signatures;
-}
+namespace {
 
-std::optional<Tone> tone(const ReportNote& note) {
-    const bool isInformation = std::holds_alternative<ReportNote::QuotedFromLines>(note.value) ||
-                               std::holds_alternative<ReportNote::AnswerValidated>(note.value) ||
-                               std::holds_alternative<ReportNote::Damage>(note.value) ||
-                               std::holds_alternative<ReportNote::NewerSignatures>(note.value);
-    return isInformation ? std::nullopt : std::optional(Tone::caution);
-}
+/// Where a note stands, and how loud it is.
+struct Place {
+    NoteSection section;
+    bool isBesideHeadline = false;
+    std::optional<Tone> tone = Tone::caution;
+};
+
+/// One overload for each note.
+struct PlaceOf {
+    Tone verdict = Tone::bad;
+    using Note = ReportNote;
+
+    Place operator()(const Note::HeaderEndsEarly&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::FromHoldsMore&) const { return {NoteSection::message}; }
+    Place operator()(const Note::FromEmpty&) const { return {NoteSection::message}; }
+    Place operator()(const Note::ShownNotSigned&) const { return {NoteSection::signatures, true}; }
+    Place operator()(const Note::LineOfSender& note) const {
+        return {note.field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults};
+    }
+    Place operator()(const Note::SigningDomainNoHost&) const { return {NoteSection::signatures, true}; }
+    Place operator()(const Note::SigningDomainPublicSuffix&) const { return {NoteSection::signatures, true}; }
+    Place operator()(const Note::SignedAfterCheck&) const { return {NoteSection::signatures}; }
+    Place operator()(const Note::SignedLongBefore&) const { return {NoteSection::signatures}; }
+    Place operator()(const Note::QuotedFromLines&) const { return {NoteSection::message, false, {}}; }
+    Place operator()(const Note::AnswerValidated& note) const {
+        using Kind = Note::AnswerValidated::Kind;
+        switch (note.kind) {
+            case Kind::key:
+                break;
+            case Kind::policy:
+                return {NoteSection::policy, false, {}};
+            case Kind::senderPolicy:
+                return {NoteSection::sendingServer, false, {}};
+            case Kind::forwarderKey:
+                return {NoteSection::chain, false, {}};
+        }
+        return {NoteSection::signatures, false, {}};
+    }
+    Place operator()(const Note::NewerSignatures&) const { return {NoteSection::signatures, false, {}}; }
+    Place operator()(const Note::SignedLinesHold& note) const {
+        return {NoteSection::signatures, note.speaksForFrom};
+    }
+    /// What a mailbox did to a message explains why nothing was proven.
+    Place operator()(const Note::Damage&) const { return {NoteSection::message, verdict != Tone::good, {}}; }
+    Place operator()(const Note::LinesBeforeDropped&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::ReadOtherwise&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::NameShowsAddress&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::HeadlineNamesOther& note) const {
+        return {NoteSection::signatures, note.strict,
+                note.strict ? std::optional(Tone::caution) : std::nullopt};
+    }
+    Place operator()(const Note::KeyProvesNothing&) const { return {NoteSection::signatures, true}; }
+    Place operator()(const Note::ActsUnsigned&) const { return {NoteSection::signatures, false, {}}; }
+    Place operator()(const Note::SignaturesLeftOut&) const { return {NoteSection::signatures, false, {}}; }
+    Place operator()(const Note::SignedAfterArrival&) const { return {NoteSection::signatures}; }
+    Place operator()(const Note::HiddenHeaderEnd&) const { return {NoteSection::message}; }
+    /// Where a note of a newer version would stand nobody knows, so nobody may miss it.
+    Place operator()(const UnknownCase&) const { return {NoteSection::message, true}; }
+};
+
+}  // namespace
+
+NoteSection sectionOf(const ReportNote& note) { return std::visit(PlaceOf{}, note.value).section; }
+
+std::optional<Tone> tone(const ReportNote& note) { return std::visit(PlaceOf{}, note.value).tone; }
 
 bool standsBesideHeadline(const ReportNote& note, Tone verdict) {
-    // What a mailbox did to a message explains why nothing was proven.
-    if (std::holds_alternative<ReportNote::Damage>(note.value)) return verdict != Tone::good;
-    if (const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value))
-        return lines->speaksForFrom;
-    // Where a note of a newer version would stand nobody knows, so nobody may miss it.
-    return std::holds_alternative<ReportNote::LinesBeforeDropped>(note.value) ||
-           std::holds_alternative<ReportNote::HeaderEndsEarly>(note.value) ||
-           std::holds_alternative<ReportNote::ShownNotSigned>(note.value) ||
-           std::holds_alternative<ReportNote::SigningDomainNoHost>(note.value) ||
-           std::holds_alternative<ReportNote::SigningDomainPublicSuffix>(note.value) ||
-           std::holds_alternative<UnknownCase>(note.value);
+    return std::visit(PlaceOf{verdict}, note.value).isBesideHeadline;
 }
 
 }  // namespace quillmark

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -312,11 +313,14 @@ TEST(DoHResolver, oneCheckHasAMinute) {
         [&] { EXPECT_EQ(outcome(*network, "slow.example", other), "the check took too long"); });
     EXPECT_EQ(outcome(*network, "slow.example", check), "the check took too long");  // in the middle of it
     EXPECT_LT(Clock::now(), other.deadline);
-    const auto count = server.requests().size();
     for (const char* name : {"slow.example", "fast.example", "fast2.example"}) {
         EXPECT_EQ(outcome(*network, name, check), "the check took too long");
     }
-    EXPECT_EQ(server.requests().size(), count);
+    // Nobody was asked. (The other thread asks for the slow one anew, once this check has given up.)
+    EXPECT_EQ(std::ranges::count_if(
+                  server.requests(),
+                  [](const std::string& target) { return target.find("fast") != std::string::npos; }),
+              1);
     EXPECT_EQ(outcome(*network, "fast2.example"), "yes");  // whose first service did not fail
     second.join();
 }

@@ -250,11 +250,9 @@ std::string withoutComments(std::string_view text) {
     return kept;
 }
 
-namespace {
-
-/// Characters that are not seen, or that move what is: shown by their number. Default_Ignorable_Code_Point of
+/// Default_Ignorable_Code_Point of
 /// the Unicode character database, annotation marks and the blank of Braille.
-constexpr bool isInvisible(char32_t c) {
+bool isInvisible(char32_t c) {
     constexpr std::pair<char32_t, char32_t> ranges[] = {
         {0x00AD, 0x00AD},   {0x034F, 0x034F},   {0x061C, 0x061C},  {0x115F, 0x1160}, {0x17B4, 0x17B5},
         {0x180B, 0x180F},   {0x200B, 0x200F},   {0x202A, 0x202E},  {0x2060, 0x206F}, {0x2800, 0x2800},
@@ -263,6 +261,8 @@ constexpr bool isInvisible(char32_t c) {
     return std::ranges::any_of(ranges,
                                [&](const auto& range) { return c >= range.first && c <= range.second; });
 }
+
+namespace {
 
 /// Characters that programs use among themselves, such as U+FDD0, a line end for some, and U+FFFC, which
 /// stands for a picture.

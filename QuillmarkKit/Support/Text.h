@@ -71,6 +71,9 @@ char32_t takeScalar(std::string_view& text);
 /// blanks. What is left ends up in one pass, however deep the nesting.
 std::string withoutComments(std::string_view text);
 
+/// Whether a character is not seen, or moves what is.
+bool isInvisible(char32_t scalar);
+
 /// The one filter between text that somebody else wrote and a person's eyes: every terminal, problem line,
 /// text report and label goes through it. Control characters, U+2028/2029, U+FFFC and noncharacters become
 /// U+FFFD (CR LF, CR, LF and tab one blank); bidirectional controls and invisible characters are spelled out
