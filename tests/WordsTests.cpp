@@ -99,17 +99,28 @@ std::string allWords() {
         words, "signature",
         [](const DKIMResult& result, const Reader& reader) { return label(result.status, reader); },
         [](const DKIMResult& result, const Reader& reader) { return remarks(result, january(20), reader); });
+    for (const auto status : EveryCase().of<DKIMResult::Status>()) {  // without what only some results have
+        const DKIMResult bare{.status = status, .domain = "domain.example"};
+        words.add(std::string("bare signature ") + nameOf(status),
+                  [&](const Reader& reader) { return toneName(tone(bare)) + ": " + sentence(bare, reader); });
+    }
     addFindings<SPFFinding>(words, "SPF");
     addFindings<DMARCFinding>(words, "DMARC");
     addFindings<ARCFinding>(words, "ARC");
     for (const DomainAge& age : EveryCase().of<DomainAge>())
         words.add("age " + encoded(age),
                   [&](const Reader& reader) { return ageInWords(age, january(20), reader); });
-    for (const LookAlikeFlag& flag : EveryCase().of<LookAlikeFlag>()) {
+    auto flags = EveryCase().of<LookAlikeFlag>();
+    flags.push_back({LookAlikeFlag::YoungDomain{"domain.example", january(2), -4}});
+    flags.push_back({LookAlikeFlag::MixedScripts{"xn--pypal-4ve.example"}});
+    flags.push_back({LookAlikeFlag::DisplayNameMismatch{"b”. It is genuine.\n%2", "a@s.example"}});
+    for (const LookAlikeFlag& flag : flags) {
         words.add("sign " + encoded(flag),
                   [&](const Reader& reader) { return title(flag, reader) + " | " + sentence(flag, reader); });
     }
-    for (const ReportNote& note : EveryCase().of<ReportNote>()) {
+    auto notes = EveryCase().of<ReportNote>();
+    notes.push_back({ReportNote::LineOfSender{"Received-SPF", "192.0.2.1", {}}});
+    for (const ReportNote& note : notes) {
         const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver"};
         words.add("note " + encoded(note) + ": " + toneName(tone(note)) + ", " +
                       sections[static_cast<std::size_t>(sectionOf(note))] +
