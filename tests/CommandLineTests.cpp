@@ -592,8 +592,8 @@ TEST(CommandLine, interruptedAndCutOff) {
     EXPECT_EQ(ended(full), 1);
     EXPECT_EQ(contents(folder / "err"),
               "quillmark: The reports couldn’t be written: No space left on device\n");
-    // What can't be written is known before anything is checked. (The thread sanitizer begins with a file of its
-    // own, and such a limit ends it there.)
+    // What can't be written is known before anything is checked. (The thread sanitizer begins with a file of
+    // its own, and such a limit ends it there.)
     if (std::getenv("TSAN_OPTIONS")) return;
     for (const std::string option : {"--csv", "--record"}) {
         const std::string limited = "ulimit -f 0; " + std::string(QUILLMARK_PROGRAM) + " check --dns " +
