@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <map>
 #include <span>
 #include <string>
@@ -98,14 +99,18 @@ bool isStranger(std::string_view domain, const std::vector<MailAddress>& known,
     });
 }
 
-/// Whether a warning sign tells of that organization already.
-bool isWarnedOf(std::string_view domain, const ProofReport& report, const PublicSuffixList& suffixes) {
-    return std::ranges::any_of(report.flags, [&](const LookAlikeFlag& flag) {
+/// The domains that warning signs tell of already.
+std::vector<std::string> domainsWarnedOf(const ProofReport& report, const PublicSuffixList& suffixes) {
+    std::vector<std::string> domains;
+    for (const LookAlikeFlag& flag : report.flags) {
         const auto* name = std::get_if<LookAlikeFlag::DisplayNameMismatch>(&flag.value);
         const auto* reply = std::get_if<LookAlikeFlag::ReplyToDiffers>(&flag.value);
-        return (name && suffixes.sameOrganization(domain, MailAddress::domainPart("@" + name->shown))) ||
-               (reply && suffixes.sameOrganization(domain, MailAddress::domainPart(reply->replyTo)));
-    });
+        if (name && name->shown.size() <= longestReading)
+            std::ranges::move(domainsIn(name->shown, suffixes), std::back_inserter(domains));
+        if (reply && reply->replyTo.size() <= longestReading)
+            domains.push_back(MailAddress::domainPart(reply->replyTo));
+    }
+    return domains;
 }
 
 /// The first address by other programs' readings of a field that is a stranger's.
@@ -113,6 +118,11 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
                      std::string_view field, const std::vector<MailAddress>& known,
                      const PublicSuffixList& suffixes) {
     if (known.size() > mostKnown) return;  // they are shown as several
+    const auto warned = domainsWarnedOf(report, suffixes);
+    const auto isWarnedOf = [&](std::string_view domain) {
+        return std::ranges::any_of(
+            warned, [&](const std::string& other) { return suffixes.sameOrganization(domain, other); });
+    };
     for (const auto position : message.positions(field)) {
         const std::string value = message.headers()[position].value();
         if (value.size() > longestReading) continue;  // no program shows the like
@@ -121,7 +131,7 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
         if (auto bracketed = firstBracketed(value)) readings.push_back(std::move(*bracketed));
         for (const std::string& address : readings) {
             const std::string domain = MailAddress::domainPart(address);
-            if (!isStranger(domain, known, suffixes) || isWarnedOf(domain, report, suffixes)) continue;
+            if (!isStranger(domain, known, suffixes) || isWarnedOf(domain)) continue;
             notes.push_back({ReportNote::ReadOtherwise{std::string(field), excerpt(address)}});
             return;
         }
