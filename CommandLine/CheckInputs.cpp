@@ -7,8 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Notes.h"
-#include "QuillmarkKit/PastedText.h"
 
 namespace quillmark {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/MailboxReader.h"
-#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Intake/MailboxReader.h"
+#include "QuillmarkKit/Mail/Message.h"
 
 namespace quillmark {
 

@@ -7,9 +7,9 @@
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/RecordedRun.h"
-#include "QuillmarkKit/DNS.h"
-#include "QuillmarkKit/DoHResolver.h"
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
 
 namespace quillmark {

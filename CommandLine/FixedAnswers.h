@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "QuillmarkKit/DNS.h"
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
 
 namespace quillmark {

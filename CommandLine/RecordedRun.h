@@ -10,9 +10,9 @@
 #include <string_view>
 
 #include "CommandLine/FixedAnswers.h"
-#include "QuillmarkKit/Evidence.h"
-#include "QuillmarkKit/Message.h"
-#include "QuillmarkKit/Recording.h"
+#include "QuillmarkKit/Lookups/Evidence.h"
+#include "QuillmarkKit/Lookups/Recording.h"
+#include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {

@@ -8,8 +8,8 @@
 #include <utility>
 #include <variant>
 
+#include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Notes.h"
-#include "QuillmarkKit/PastedText.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Wording.h"

@@ -4,7 +4,7 @@
 #include <QUrl>
 #include <optional>
 
-#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Intake/Intake.h"
 
 namespace quillmark {
 

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "QuillmarkKit/Evidence.h"
+#include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {

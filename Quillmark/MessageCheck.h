@@ -10,12 +10,12 @@
 #include <variant>
 
 #include "Quillmark/SwitchedRegistry.h"
-#include "QuillmarkKit/AttachedMessages.h"
-#include "QuillmarkKit/DNS.h"
 #include "QuillmarkKit/History.h"
-#include "QuillmarkKit/Intake.h"
-#include "QuillmarkKit/MailboxReader.h"
-#include "QuillmarkKit/Recording.h"
+#include "QuillmarkKit/Intake/AttachedMessages.h"
+#include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Intake/MailboxReader.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {

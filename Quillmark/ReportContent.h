@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Quillmark/Words.h"
-#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
 
 /// What a report says, in the words and the order in which the window and the PDF show it. All text is inert

@@ -20,7 +20,7 @@
 #include "Quillmark/ReportView.h"
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/WelcomeView.h"
-#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Verifier.h"
 #include "Wording/Wording.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 
 namespace quillmark {
 

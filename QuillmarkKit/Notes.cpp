@@ -10,14 +10,14 @@
 #include <utility>
 #include <variant>
 
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/Addresses.h"
-#include "QuillmarkKit/IPAddress.h"
-#include "QuillmarkKit/Received.h"
-#include "QuillmarkKit/SenderReadings.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Mail/Addresses.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
+#include "QuillmarkKit/Mail/Received.h"
+#include "QuillmarkKit/Mail/SenderReadings.h"
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
-#include "QuillmarkKit/TagList.h"
 
 namespace quillmark {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/Message.h"
-#include "QuillmarkKit/PastedText.h"
-#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Intake/PastedText.h"
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {

@@ -8,19 +8,19 @@
 #include <variant>
 #include <vector>
 
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/AuthResults.h"
-#include "QuillmarkKit/Containers.h"
-#include "QuillmarkKit/DKIM.h"
-#include "QuillmarkKit/DMARC.h"
-#include "QuillmarkKit/DomainAge.h"
-#include "QuillmarkKit/MessageSummary.h"
-#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/DKIM.h"
+#include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Checks/Verdict.h"
+#include "QuillmarkKit/Checks/WarningSigns.h"
+#include "QuillmarkKit/Intake/Containers.h"
+#include "QuillmarkKit/Lookups/DomainAge.h"
+#include "QuillmarkKit/Mail/AuthResults.h"
+#include "QuillmarkKit/Mail/MessageSummary.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Fields.h"
 #include "QuillmarkKit/Support/UUID.h"
-#include "QuillmarkKit/Verdict.h"
-#include "QuillmarkKit/WarningSigns.h"
 
 /// The result of one check: data only; each finding is declared with its check. The names in the tables are a
 /// file format (docs/formats.md) and must not change.

@@ -6,16 +6,16 @@
 #include <set>
 #include <utility>
 
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/DMARC.h"
-#include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Checks/Verdict.h"
+#include "QuillmarkKit/Checks/WarningSigns.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Notes.h"
-#include "QuillmarkKit/SPF.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
-#include "QuillmarkKit/TagList.h"
-#include "QuillmarkKit/Verdict.h"
-#include "QuillmarkKit/WarningSigns.h"
 
 namespace quillmark {
 

@@ -6,10 +6,10 @@
 #include <stop_token>
 #include <string>
 
-#include "QuillmarkKit/DNS.h"
-#include "QuillmarkKit/Message.h"
-#include "QuillmarkKit/PublicSuffixList.h"
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <variant>
 
-#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Lookups/DNS.h"
 #include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"

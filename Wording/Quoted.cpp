@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "QuillmarkKit/Punycode.h"
+#include "QuillmarkKit/Mail/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 

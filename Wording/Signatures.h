@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/DKIM.h"
-#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Checks/DKIM.h"
+#include "QuillmarkKit/Lookups/DNS.h"
 #include "Wording/Remark.h"
 
 /// The words for one DKIM signature.

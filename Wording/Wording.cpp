@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <variant>
 
-#include "QuillmarkKit/PublicSuffixList.h"
-#include "QuillmarkKit/Punycode.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
+#include "QuillmarkKit/Mail/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/FailedLookups.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Report.h"
 #include "Wording/Remark.h"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 

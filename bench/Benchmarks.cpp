@@ -5,18 +5,18 @@
 #include <memory>
 #include <string>
 
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/Canonicalization.h"
-#include "QuillmarkKit/DKIM.h"
-#include "QuillmarkKit/DKIMKeys.h"
-#include "QuillmarkKit/IPAddress.h"
-#include "QuillmarkKit/Message.h"
-#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Checks/DKIM.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
+#include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Checks/Signer.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/ReportJSON.h"
-#include "QuillmarkKit/SPF.h"
-#include "QuillmarkKit/Signer.h"
 #include "QuillmarkKit/Support/Base64.h"
-#include "QuillmarkKit/TagList.h"
 #include "QuillmarkKit/Verifier.h"
 #include "tests/TestSigner.h"
 

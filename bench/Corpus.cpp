@@ -13,13 +13,13 @@
 #include <random>
 
 #include "FloorPlan.h"
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/DKIMKeys.h"
-#include "QuillmarkKit/Signer.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
+#include "QuillmarkKit/Checks/Signer.h"
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/DER.h"
 #include "QuillmarkKit/Support/Text.h"
-#include "QuillmarkKit/TagList.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include <deque>
 #include <thread>
 
-#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "tests/TestServer.h"
 
 namespace {

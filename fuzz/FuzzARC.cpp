@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "QuillmarkKit/ARC.h"
-#include "QuillmarkKit/Canonicalization.h"
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
 #include "fuzz/InputResolver.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "QuillmarkKit/AuthResults.h"
+#include "QuillmarkKit/Mail/AuthResults.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "QuillmarkKit/Canonicalization.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
 #include "tests/ReferenceCanonicalization.h"
 
 using namespace quillmark;

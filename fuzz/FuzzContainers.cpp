@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/AttachedMessages.h"
-#include "QuillmarkKit/Containers.h"
-#include "QuillmarkKit/PastedText.h"
+#include "QuillmarkKit/Intake/AttachedMessages.h"
+#include "QuillmarkKit/Intake/Containers.h"
+#include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

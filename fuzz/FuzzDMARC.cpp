@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "QuillmarkKit/DMARC.h"
+#include "QuillmarkKit/Checks/DMARC.h"
 #include "QuillmarkKit/Support/Text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "QuillmarkKit/DoHReply.h"
+#include "QuillmarkKit/Lookups/DoHReply.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "QuillmarkKit/Addresses.h"
+#include "QuillmarkKit/Mail/Addresses.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <variant>
 
-#include "QuillmarkKit/DKIMKeys.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
 #include "QuillmarkKit/Support/DER.h"
 
 using namespace quillmark;

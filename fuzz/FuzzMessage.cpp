@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "QuillmarkKit/Punycode.h"
+#include "QuillmarkKit/Mail/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 #include "fuzz/InputResolver.h"
 
 namespace {

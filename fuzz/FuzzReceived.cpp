@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "QuillmarkKit/IPAddress.h"
-#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
+#include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Support/Text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Checks/SPF.h"
 #include "fuzz/InputResolver.h"
 
 namespace {

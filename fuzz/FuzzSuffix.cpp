@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/DNS.h"
-#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 

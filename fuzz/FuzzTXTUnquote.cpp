@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/DoHReply.h"
+#include "QuillmarkKit/Lookups/DoHReply.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace {

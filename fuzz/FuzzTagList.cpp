@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Text.h"
-#include "QuillmarkKit/TagList.h"
 
 using namespace quillmark;
 

@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
+#include "QuillmarkKit/Checks/Verdict.h"
 #include "QuillmarkKit/Notes.h"
 #include "QuillmarkKit/ReportJSON.h"
-#include "QuillmarkKit/Verdict.h"
 #include "QuillmarkKit/Verifier.h"
 #include "fuzz/InputResolver.h"
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark::fuzz {

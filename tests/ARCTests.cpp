@@ -1,4 +1,4 @@
-#include "QuillmarkKit/ARC.h"
+#include "QuillmarkKit/Checks/ARC.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Addresses.h"
+#include "QuillmarkKit/Mail/Addresses.h"
 
 #include <gtest/gtest.h>
 

@@ -16,8 +16,8 @@
 #include <set>
 #include <thread>
 
+#include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/ReportJSON.h"
-#include "QuillmarkKit/Signer.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "tests/TestFiles.h"
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/AttachedMessages.h"
+#include "QuillmarkKit/Intake/AttachedMessages.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/AuthResults.h"
+#include "QuillmarkKit/Mail/AuthResults.h"
 
 #include <gtest/gtest.h>
 

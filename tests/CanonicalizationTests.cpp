@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Canonicalization.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-#include "QuillmarkKit/Containers.h"
+#include "QuillmarkKit/Intake/Containers.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/Intake.h"
-#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Mail/Message.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {

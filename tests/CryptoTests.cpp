@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "QuillmarkKit/DKIMKeys.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DKIMKeys.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DKIM.h"
+#include "QuillmarkKit/Checks/DKIM.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DMARC.h"
+#include "QuillmarkKit/Checks/DMARC.h"
 
 #include <gtest/gtest.h>
 

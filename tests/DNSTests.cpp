@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Lookups/DNS.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DoHReply.h"
+#include "QuillmarkKit/Lookups/DoHReply.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
 
 #include <gtest/gtest.h>
 

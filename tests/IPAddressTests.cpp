@@ -1,4 +1,4 @@
-#include "QuillmarkKit/IPAddress.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
 
 #include <gtest/gtest.h>
 

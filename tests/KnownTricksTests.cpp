@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "QuillmarkKit/Canonicalization.h"
-#include "QuillmarkKit/Signer.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"

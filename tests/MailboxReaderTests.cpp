@@ -1,4 +1,4 @@
-#include "QuillmarkKit/MailboxReader.h"
+#include "QuillmarkKit/Intake/MailboxReader.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "QuillmarkKit/AttachedMessages.h"
+#include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Verifier.h"
 #include "tests/TestFiles.h"

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Mail/Message.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <set>
 
-#include "QuillmarkKit/DoHResolver.h"
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/PastedText.h"
+#include "QuillmarkKit/Intake/PastedText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/PublicSuffixList.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 
 #include <gtest/gtest.h>
 

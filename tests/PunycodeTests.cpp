@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Punycode.h"
+#include "QuillmarkKit/Mail/Punycode.h"
 
 #include <gtest/gtest.h>
 

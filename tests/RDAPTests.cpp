@@ -1,4 +1,4 @@
-#include "QuillmarkKit/RDAP.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Received.h"
+#include "QuillmarkKit/Mail/Received.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <nlohmann/json.hpp>
 
-#include "QuillmarkKit/DoHResolver.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "ScriptedHTTP.h"
 #include "TestServer.h"

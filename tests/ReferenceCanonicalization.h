@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/Canonicalization.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
 
 /// The canonical forms in the plainest way, as text: what the streaming code is compared with (RFC 6376,
 /// section 3.4).

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/SPF.h"
+#include "QuillmarkKit/Checks/SPF.h"
 
 #include <gtest/gtest.h>
 

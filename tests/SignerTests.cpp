@@ -1,10 +1,10 @@
-#include "QuillmarkKit/Signer.h"
+#include "QuillmarkKit/Checks/Signer.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "QuillmarkKit/ARC.h"
+#include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "tests/TestSigner.h"
 

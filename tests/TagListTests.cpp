@@ -1,4 +1,4 @@
-#include "QuillmarkKit/TagList.h"
+#include "QuillmarkKit/Mail/TagList.h"
 
 #include <gtest/gtest.h>
 

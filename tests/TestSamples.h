@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CommandLine/FixedAnswers.h"
-#include "QuillmarkKit/Intake.h"
+#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {

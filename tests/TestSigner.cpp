@@ -7,11 +7,11 @@
 
 #include <stdexcept>
 
-#include "QuillmarkKit/Canonicalization.h"
-#include "QuillmarkKit/Message.h"
+#include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
-#include "QuillmarkKit/TagList.h"
 
 namespace quillmark::test {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "QuillmarkKit/DKIMKeys.h"
-#include "QuillmarkKit/DNS.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
+#include "QuillmarkKit/Lookups/DNS.h"
 
 /// Signatures for tests, made with OpenSSL alone, so that a mistake in the kit's own signing could not hide
 /// one in its checking.

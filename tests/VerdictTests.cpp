@@ -1,4 +1,4 @@
-#include "QuillmarkKit/Verdict.h"
+#include "QuillmarkKit/Checks/Verdict.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <string>
 
-#include "QuillmarkKit/Signer.h"
+#include "QuillmarkKit/Checks/Signer.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark {

@@ -1,4 +1,4 @@
-#include "QuillmarkKit/WarningSigns.h"
+#include "QuillmarkKit/Checks/WarningSigns.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Support/Fields.h"
+
+namespace quillmark {
+
+/// What came of checking one DKIM-Signature field (RFC 6376).
+struct DKIMResult {
+    enum class Status {
+        pass,
+        bodyChanged,
+        headersChanged,
+        keyNotPublished,
+        keyRevoked,
+        keyUnusable,
+        keyTooWeak,
+        lookupFailed,
+        unsupportedAlgorithm,
+        malformed,
+    };
+    Status status = Status::malformed;
+    std::string detail = {};                             ///< a short English reason; empty when there is none
+    std::string domain = {};                             ///< `d=`
+    std::string selector = {};                           ///< `s=`
+    std::string algorithm = {};                          ///< `a=` as written
+    std::string canonicalization = "simple/simple";      ///< `c=` as written
+    std::vector<std::string> signedHeaders = {};         ///< `h=`, each name trimmed
+    std::optional<std::string> identity = {};            ///< `i=`
+    std::optional<std::int64_t> bodyLength = {};         ///< `l=`, bytes
+    std::optional<std::int64_t> unsignedBodyBytes = {};  ///< canonical body bytes beyond `l=`
+    std::optional<Date> signedAt = {};                   ///< `t=`
+    std::optional<Date> expiresAt = {};                  ///< `x=`
+    bool expired = false;                                ///< `x=` lies before the time of the check
+    std::optional<int> keyBits = {};                     ///< an RSA key's size
+    bool testing = false;                                ///< the key record says `t=y`
+    bool bodyChecked = false;                            ///< the body hash was compared
+    std::vector<std::string> unsignedImportant = {};  ///< lines a reader relies on that `h=` does not cover
+    bool operator==(const DKIMResult&) const = default;
+};
+constexpr auto namesOf(DKIMResult::Status) {
+    return EnumTable<DKIMResult::Status, 10>{
+        EnumStyle::object,
+        {"pass", "bodyChanged", "headersChanged", "keyNotPublished", "keyRevoked", "keyUnusable",
+         "keyTooWeak", "lookupFailed", "unsupportedAlgorithm", "malformed"}};
+}
+constexpr auto fieldsOf(const DKIMResult*) {
+    using T = DKIMResult;
+    return std::tuple{Field{"status", &T::status},
+                      Field{"detail", &T::detail},
+                      Field{"domain", &T::domain},
+                      Field{"selector", &T::selector},
+                      Field{"algorithm", &T::algorithm},
+                      Field{"canonicalization", &T::canonicalization},
+                      Field{"signedHeaders", &T::signedHeaders},
+                      Field{"identity", &T::identity},
+                      Field{"bodyLength", &T::bodyLength},
+                      Field{"unsignedBodyBytes", &T::unsignedBodyBytes},
+                      Field{"signedAt", &T::signedAt},
+                      Field{"expiresAt", &T::expiresAt},
+                      Field{"expired", &T::expired},
+                      Field{"keyBits", &T::keyBits},
+                      Field{"testing", &T::testing},
+                      Field{"bodyChecked", &T::bodyChecked},
+                      Field{"unsignedImportant", &T::unsignedImportant}};
+}
+
+/// A result, and what the check learned that the result doesn't hold.
+struct SignatureCheck {
+    DKIMResult result = {};
+    /// The body isn't the one that was signed, and the header lines are: `b=` verifies over them with the
+    /// `bh=` that stands in the field, under a key that would do for a pass.
+    bool signedLinesHold = false;
+};
+
+/// Checks one signature field of a message.
+struct SignatureChecker {
+    /// An ARC-Message-Signature (RFC 8617, section 4.1.2) is read like a DKIM-Signature, but its `i=` is an
+    /// instance and it has no `v=`.
+    enum class Kind { dkim, arc };
+
+    const MailMessage& message;
+    BodyHashes*
+        bodyHashes;  ///< of the message's body, shared by all its signatures; null when there is no body
+    DNSResolver& resolver;
+    Date now;
+    std::stop_token stop = {};
+
+    /// Never throws: every outcome, a failed lookup included, is a result. The first fault found ends the
+    /// check; what was read before it stays in the result. `signature` is a field of the message.
+    DKIMResult check(const HeaderField& signature, Kind kind = Kind::dkim) const;
+    /// The same. What it learns besides costs one public-key operation where the body has changed.
+    SignatureCheck examine(const HeaderField& signature, Kind kind = Kind::dkim) const;
+};
+
+}  // namespace quillmark

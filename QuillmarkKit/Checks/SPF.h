@@ -1,0 +1,88 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <variant>
+
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Mail/IPAddress.h"
+#include "QuillmarkKit/Mail/Received.h"
+#include "QuillmarkKit/Support/Fields.h"
+
+namespace quillmark {
+
+/// The outcome of an SPF check (RFC 7208, section 2.6).
+enum class SPFResult { pass, fail, softfail, neutral, none, permerror, temperror };
+constexpr auto namesOf(SPFResult) {
+    return EnumTable<SPFResult, 7>{EnumStyle::word,
+                                   {"pass", "fail", "softfail", "neutral", "none", "permerror", "temperror"}};
+}
+
+/// Whether the server that handed the message over may send for the envelope's domain (RFC 7208).
+struct SPFFinding {
+    struct Status {
+        struct Judged {
+            SPFResult result = SPFResult::none;
+            bool operator==(const Judged&) const = default;
+        };
+        struct NoEnvelopeSender {
+            bool operator==(const NoEnvelopeSender&) const = default;
+        };
+        struct NoSenderIP {
+            bool operator==(const NoSenderIP&) const = default;
+        };
+        std::variant<Judged, NoEnvelopeSender, NoSenderIP> value = NoSenderIP{};
+        bool operator==(const Status&) const = default;
+    };
+    Status status = {};
+    std::optional<std::string> domain = {};   ///< the envelope domain that was checked
+    std::optional<SenderIP> ip = {};          ///< the address that was judged, and where it came from
+    std::optional<std::string> matched = {};  ///< the term that decided
+    std::optional<std::string> detail = {};   ///< why no term decided
+    bool operator==(const SPFFinding&) const = default;
+};
+constexpr auto casesOf(const SPFFinding::Status*) {
+    return std::array{"judged", "noEnvelopeSender", "noSenderIP"};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::Judged*) {
+    return std::tuple{Field{"_0", &SPFFinding::Status::Judged::result}};
+}
+constexpr auto fieldsOf(const SPFFinding::Status::NoEnvelopeSender*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding::Status::NoSenderIP*) { return std::tuple{}; }
+constexpr auto fieldsOf(const SPFFinding*) {
+    using T = SPFFinding;
+    return std::tuple{Field{"status", &T::status}, Field{"domain", &T::domain}, Field{"ip", &T::ip},
+                      Field{"matched", &T::matched}, Field{"detail", &T::detail}};
+}
+
+/// Asks a domain's published record whether a server may send its mail (RFC 7208, section 4). Not as in the
+/// RFC: `ptr` never matches, a name that does not exist is no error, and the macros `p`, `c`, `r` and `t` are
+/// unknown. May be used for any number of evaluations; it must not outlive its resolver.
+struct SPFEvaluator {
+    /// Exactly one of `matched` and `detail` is there.
+    struct Outcome {
+        SPFResult result = SPFResult::none;
+        std::optional<std::string> matched = {};  ///< the term that decided: "-all in example.org"
+        std::optional<std::string> detail = {};   ///< why no term decided
+        bool operator==(const Outcome&) const = default;
+    };
+    /// What one evaluation has used up, included and redirected records counted in.
+    struct State {
+        int lookups = 0;  ///< terms that cost a lookup
+        int voids = 0;    ///< lookups that came back empty
+    };
+
+    DNSResolver& resolver;
+
+    /// Judges the server at `address` that announced itself as `helo` for mail of `sender` (the envelope's
+    /// address), whose domain is `domain`. Blocks for at most 11 records, 10 terms and 10 hosts for each `mx`
+    /// term. Never throws but for want of memory: an error of the resolver, and a stop, is a `temperror`.
+    Outcome evaluate(const IPAddress& address, std::string_view domain, std::string_view sender,
+                     std::optional<std::string_view> helo = {}, std::stop_token stop = {}) const;
+};
+
+}  // namespace quillmark

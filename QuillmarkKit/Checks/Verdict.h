@@ -1,0 +1,73 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+#include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/DKIM.h"
+#include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
+#include "QuillmarkKit/Support/Fields.h"
+
+/// The conclusions of a report: pure functions of its findings.
+namespace quillmark {
+
+enum class VerdictKind {
+    verified,
+    verifiedHeadersOnly,
+    signedByOther,
+    signatureBroken,
+    keyGone,
+    couldNotCheck,
+    allowedServerOnly,
+    cannotProve,
+};
+constexpr auto namesOf(VerdictKind) {
+    return EnumTable<VerdictKind, 8>{EnumStyle::word,
+                                     {"verified", "verifiedHeadersOnly", "signedByOther", "signatureBroken",
+                                      "keyGone", "couldNotCheck", "allowedServerOnly", "cannotProve"}};
+}
+
+enum class Tone { good, caution, bad, unknown };
+constexpr auto namesOf(Tone) {
+    return EnumTable<Tone, 4>{EnumStyle::word, {"good", "caution", "bad", "unknown"}};
+}
+
+/// What can be said about who sent the message.
+struct Verdict {
+    VerdictKind kind = VerdictKind::cannotProve;
+    Tone tone = Tone::bad;
+    std::string domain = {};      ///< the domain the verdict speaks of, such as the signing domain
+    std::string fromDomain = {};  ///< empty unless From holds exactly one address
+    std::vector<std::string> arcVouchers =
+        {};  ///< who vouches, by an intact ARC chain, for what they passed on
+    bool operator==(const Verdict&) const = default;
+};
+constexpr auto fieldsOf(const Verdict*) {
+    using T = Verdict;
+    return std::tuple{Field{"kind", &T::kind}, Field{"tone", &T::tone}, Field{"domain", &T::domain},
+                      Field{"fromDomain", &T::fromDomain}, Field{"arcVouchers", &T::arcVouchers}};
+}
+
+/// What the checks cannot prove.
+enum class Limit { domainNotCompany, compromisedMailbox, oldKeys, forwarding, spfFromReceived, headersOnly };
+constexpr auto namesOf(Limit) {
+    return EnumTable<Limit, 6>{EnumStyle::word,
+                               {"domainNotCompany", "compromisedMailbox", "oldKeys", "forwarding",
+                                "spfFromReceived", "headersOnly"}};
+}
+
+/// What can be said about who sent the message. The first rule that applies wins, from a checked signature of
+/// the From domain's organization down to nothing at all. `fromDomain` may be empty; then nothing is aligned.
+Verdict verdict(std::string_view fromDomain, std::span<const DKIMResult> dkim, const DMARCFinding& dmarc,
+                const ARCFinding& arc, const PublicSuffixList& suffixes);
+
+/// What the report cannot prove, in the order in which it is said.
+std::vector<Limit> limits(std::span<const DKIMResult> dkim, const ARCFinding::Status& arc,
+                          const SPFFinding::Status& spf, bool hasBody);
+
+}  // namespace quillmark

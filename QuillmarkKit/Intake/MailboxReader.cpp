@@ -1,0 +1,476 @@
+#include "QuillmarkKit/Intake/MailboxReader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "QuillmarkKit/Intake/AttachedMessages.h"
+#include "QuillmarkKit/Intake/Containers.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t pieceSize = 4 * longestHead;
+constexpr std::string_view indexEnding = ".msf";
+constexpr std::size_t mostProperties = 1'000'000;  // bytes behind a message with a count in front
+
+Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
+
+/// The last component of a path, as text.
+std::string lastComponent(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    return repairedUTF8(path.substr(path.rfind('/') + 1));
+}
+
+/// Whether the file begins as a mail program's index of a mailbox does.
+bool isIndex(const std::string& path) {
+    constexpr std::string_view begin = "// <!-- <mdb:mork:";
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) return false;
+    std::string head(begin.size(), '\0');
+    std::ifstream(path, std::ios::binary).read(head.data(), static_cast<std::streamsize>(head.size()));
+    return head == begin;
+}
+
+/// The bytes of an open file; UTF-16 comes as UTF-8.
+class FileBytes {
+public:
+    enum class Ownership { ours, callers };
+
+    FileBytes(int descriptor, Ownership ownership) : m_descriptor(descriptor), m_ownership(ownership) {
+        if (fstat(descriptor, &m_status) != 0 || !isRegular() || m_status.st_size <= 0) return;
+        // Of a file that we are given something may have been read.
+        const off_t read = ownership == Ownership::callers ? lseek(descriptor, 0, SEEK_CUR) : 0;
+        m_left = static_cast<std::size_t>(std::max(m_status.st_size - std::max(read, off_t{0}), off_t{0}));
+    }
+    FileBytes(FileBytes&& other) noexcept
+        : m_descriptor(std::exchange(other.m_descriptor, -1)),
+          m_ownership(other.m_ownership),
+          m_status(other.m_status),
+          m_left(other.m_left),
+          m_decoder(std::move(other.m_decoder)),
+          m_isBehindCR(other.m_isBehindCR),
+          m_hasEnded(other.m_hasEnded) {}
+    FileBytes& operator=(FileBytes&&) = delete;
+    ~FileBytes() {
+        if (m_ownership == Ownership::ours && m_descriptor >= 0) close(m_descriptor);
+    }
+
+    const struct stat& status() const { return m_status; }
+    bool isRegular() const { return S_ISREG(m_status.st_mode); }
+    bool isFolder() const { return S_ISDIR(m_status.st_mode); }
+    bool hasEnded() const { return m_hasEnded; }
+
+    /// What the bytes read so far, and all that come, are.
+    void decodeAs(ByteOrder order, ByteBuffer& bytes) {
+        m_decoder.emplace(order);
+        bytes = decoded(bytes.view());
+    }
+
+    /// Of a mailbox whose lines end with CR alone, as on old systems, the bytes read so far, and all that
+    /// come, get LF instead, where separators are looked for.
+    void endLinesWithLF(ByteBuffer& bytes) {
+        const std::string_view head = bytes.view();
+        if (!head.starts_with("From ") || head.find('\n') != std::string_view::npos) return;
+        m_isBehindCR = false;
+        replaceCRs(bytes, 0);
+    }
+
+    /// Appends what comes until there are `limit` bytes (of UTF-16 somewhat more), or until the end. Adds to
+    /// `count` what was read.
+    std::optional<Refusal> readOn(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
+                                  const std::stop_token& stop) {
+        while (!m_hasEnded && bytes.size() < limit) {
+            const std::size_t before = bytes.size();
+            if (!m_decoder) {
+                if (auto refusal = readBytes(bytes, limit, count, stop)) return refusal;
+            } else {
+                ByteBuffer piece(pieceSize);
+                if (auto refusal = readBytes(piece, pieceSize, count, stop)) return refusal;
+                const ByteBuffer text = decoded(piece.view());
+                bytes.grow(std::max(before + text.size(), std::min(2 * bytes.capacity(), limit)));
+                std::ranges::copy(text.view(), bytes.data() + before);
+                bytes.setSize(before + text.size());
+            }
+            if (m_isBehindCR) replaceCRs(bytes, before);
+        }
+        return std::nullopt;
+    }
+
+private:
+    std::optional<Refusal> readBytes(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
+                                     const std::stop_token& stop) {
+        const bool mayWait = !isRegular() && !isFolder();  // else what is read is never cut off
+        const std::size_t before = bytes.size(), most = before + std::min(m_left, limit - before);
+        if (auto refusal =
+                quillmark::readOn(m_descriptor, mayWait, bytes, most, mayWait ? stop : std::stop_token()))
+            return refusal;
+        const std::size_t length = bytes.size() - before;
+        count += length;
+        if (m_left != unknown) m_left -= length;
+        m_hasEnded = bytes.size() < limit;
+        // Of a message that is cut off the signature would be called broken.
+        if (m_hasEnded && m_left != unknown && m_left > 0)
+            return Refusal{Refusal::Unreadable{"It became shorter while it was read"}};
+        return std::nullopt;
+    }
+
+    ByteBuffer decoded(std::string_view bytes) {
+        std::string text = m_decoder->decode(bytes);
+        if (m_hasEnded) text += m_decoder->end();
+        return ByteBuffer(text);
+    }
+
+    void replaceCRs(ByteBuffer& bytes, std::size_t from) {
+        std::size_t size = from;
+        for (std::size_t i = from; i < bytes.size(); ++i) {
+            const char c = bytes.data()[i];
+            const bool endsPair = std::exchange(*m_isBehindCR, c == '\r') && c == '\n';
+            if (!endsPair) bytes.data()[size++] = c == '\r' ? '\n' : c;
+        }
+        bytes.setSize(size);
+    }
+
+    static constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
+
+    int m_descriptor;
+    Ownership m_ownership;
+    struct stat m_status = {};
+    std::size_t m_left = unknown;  // of a file that is as long as the system says
+    std::optional<UTF16Decoder> m_decoder = {};
+    std::optional<bool> m_isBehindCR = {};  // nothing unless lines end with CR alone
+    bool m_hasEnded = false;
+};
+
+/// The files of a path: itself, or those in the folder and the folders in it.
+class FileWalk {
+public:
+    FileWalk(std::string path, std::string name) : m_root(std::move(path)), m_name(std::move(name)) {}
+
+    struct File {
+        std::string path, name;
+        std::optional<Refusal> refusal = {};  // of a folder that can't be read
+    };
+    File root() const { return {m_root, m_name}; }
+    /// The path itself first, whatever is there: of a folder, `enter` is what goes on.
+    std::optional<File> next() {
+        if (!std::exchange(m_hasBegun, true)) return root();
+        while (!m_pending.empty()) {
+            const std::string path = std::move(m_pending.back());
+            m_pending.pop_back();
+            struct stat status = {};
+            // Gone since its folder was read, or out of reach.
+            if (stat(path.c_str(), &status) != 0) return File{path, nameOf(path), unreadable(errno)};
+            if (S_ISREG(status.st_mode) && status.st_size == 0) {
+                ++m_passedOver;  // a mailbox without messages, or a mark
+                continue;
+            }
+            if (S_ISREG(status.st_mode)) return File{path, nameOf(path)};
+            if (!S_ISDIR(status.st_mode)) continue;
+            if (auto refusal = enter(path, status)) return File{path, nameOf(path), std::move(refusal)};
+        }
+        return std::nullopt;
+    }
+    /// Queues what is in a folder, unless it was there already. Why it can't, or nothing.
+    std::optional<Refusal> enter(const std::string& folder, const struct stat& status) {
+        if (!m_seen.emplace(status.st_dev, status.st_ino).second) return std::nullopt;
+        const int error = queue(folder);
+        return error == 0 ? std::nullopt : std::optional(unreadable(error));
+    }
+
+    /// How many files that mail programs keep beside their mailboxes weren't given.
+    std::int64_t passedOver() const { return m_passedOver; }
+
+private:
+    std::string nameOf(std::string_view path) const {
+        std::string_view below = path.substr(m_root.size());
+        while (below.starts_with('/')) below.remove_prefix(1);
+        if (below.empty()) return m_name;
+        const bool isNameless = m_name.empty() || m_name == "." || m_name == "..";
+        return (isNameless ? "" : m_name + "/") + repairedUTF8(below);
+    }
+
+    /// The error, or 0.
+    int queue(const std::string& folder) {
+        std::vector<std::string> names;
+        std::error_code error;
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+            names.push_back(entry->path().filename().string());
+        if (error) return error.value();
+        std::ranges::sort(names, std::greater());  // the last is taken first
+        const auto has = [&](const std::string& name) {
+            return std::ranges::binary_search(names, name, std::greater());
+        };
+        const bool isMaildir = has("cur") && has("new") && has("tmp");
+        const std::string prefix = folder.ends_with('/') ? folder : folder + "/";
+        for (const std::string& name : names) {
+            const std::string path = prefix + name;
+            // Beside its messages a Maildir holds a server's notes and, as hidden folders, its subfolders; in
+            // "tmp" lie messages that were not delivered.
+            const bool isPassedOver =
+                isMaildir ? name == "tmp" || fs::is_regular_file(path, error) : name.starts_with('.');
+            if (isPassedOver) continue;
+            const bool isCompanion = name == "popstate.dat" || name == "Info.plist" ||
+                                     (name.ends_with(indexEnding) && isIndex(path) &&
+                                      has(name.substr(0, name.size() - indexEnding.size())));
+            m_passedOver += isCompanion ? 1 : 0;
+            if (!isCompanion) m_pending.push_back(path);
+        }
+        return 0;
+    }
+
+    const std::string m_root, m_name;
+    bool m_hasBegun = false;
+    std::vector<std::string> m_pending = {};
+    std::set<std::pair<dev_t, ino_t>> m_seen = {};
+    std::int64_t m_passedOver = 0;
+};
+
+}  // namespace
+
+namespace {
+
+std::optional<std::string> withNumbers(const MessagePlace& place, const std::optional<std::string>& file) {
+    std::string text = file.value_or("");
+    const auto add = [&](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
+    if (place.number > 0) add("message " + std::to_string(place.number));
+    std::string numbers;
+    for (const std::size_t position : place.attached)
+        numbers += (numbers.empty() ? "" : ".") + std::to_string(position);
+    if (!place.attached.empty()) add("attached message " + numbers);
+    if (text.empty() && !file) return std::nullopt;
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> MessagePlace::name() const { return withNumbers(*this, file); }
+
+std::optional<std::string> MessagePlace::pathName() const {
+    return path.empty() ? std::nullopt : withNumbers(*this, repairedUTF8(path));
+}
+
+struct MailboxReader::State {
+    std::optional<FileWalk> walk = {};
+    bool isAnyFound = false;              // by the walk
+    std::optional<FileBytes> given = {};  // an open descriptor, until it is read
+    std::uint64_t bytesRead = 0;
+    std::int64_t passedOver = 0;  // of messages
+
+    // The file that is read
+    MessagePlace place = {};
+    std::optional<FileBytes> file = {};
+    std::optional<MailboxSplitter> mailbox = {};
+
+    bool openNext(std::optional<Found>& problem);
+    std::optional<Found> nextIn(const std::stop_token& stop);
+    std::optional<Found> nextInMailbox(const std::stop_token& stop);
+    Found problem(Refusal refusal) const { return FoundProblem{std::move(refusal), place}; }
+};
+
+/// Goes on to the next file. False when there is none.
+bool MailboxReader::State::openNext(std::optional<Found>& problem) {
+    if (given) {
+        file.emplace(std::move(*given));
+        given.reset();
+        return true;
+    }
+    while (auto next = walk ? walk->next() : std::nullopt) {
+        place = {.path = std::move(next->path), .file = std::move(next->name)};
+        std::optional<Refusal> refusal = std::move(next->refusal);
+        if (!refusal) {
+            auto opened = openForReading(place.path);
+            if (const int* descriptor = std::get_if<int>(&opened)) {
+                file.emplace(*descriptor, FileBytes::Ownership::ours);
+            } else {
+                refusal = std::get<Refusal>(std::move(opened));
+            }
+        }
+        if (file && file->isFolder()) {
+            refusal = walk->enter(place.path, file->status());
+            file.reset();
+            if (!refusal) continue;
+        }
+        if (refusal) problem = FoundProblem{std::move(*refusal), place};
+        return true;
+    }
+    if (!walk || std::exchange(isAnyFound, true)) return false;
+    problem = FoundProblem{{Refusal::EmptyFolder{}}, {.path = walk->root().path, .file = walk->root().name}};
+    return true;
+}
+
+/// The first message of the file that was opened; nothing when all that is there was passed over.
+std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
+    const bool isRegular = file->isRegular();
+    const std::size_t size = isRegular ? static_cast<std::size_t>(file->status().st_size) : longestHead;
+    ByteBuffer bytes(std::min(size + 1, longestHead));
+    if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
+    if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
+    if (const auto form = packedForm(bytes.view())) return problem({Refusal::Packed{*form}});
+    const auto order = utf16Order(bytes.view());
+    if (order) {
+        file->decodeAs(*order, bytes);
+        if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop))
+            return problem(std::move(*refusal));
+    }
+    file->endLinesWithLF(bytes);
+    if (const auto begin = mailboxBegin(bytes.view())) {
+        const std::int64_t before = passedOver;
+        mailbox.emplace(begin->form);
+        mailbox->add(bytes.view().substr(begin->offset));
+        auto found = nextInMailbox(stop);
+        const bool isNothing = !found && file->hasEnded() && (passedOver == before || !walk);
+        return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
+    }
+    const std::size_t limit =
+        largestMessage + (beginsWithCount(bytes.view()) ? mostProperties : std::size_t{0}) + 1;
+    if (isRegular && size >= limit && !order) return problem({Refusal::TooLarge{}});
+    if (isRegular) bytes.grow(std::min(size + 1, limit));
+    if (auto refusal = file->readOn(bytes, limit, bytesRead, stop)) return problem(std::move(*refusal));
+    if (const auto message = countedMessage(bytes.view())) bytes = ByteBuffer(*message);
+    if (beginsStore(bytes.view())) {
+        const auto message = storedMessage(bytes.view());
+        if (!message) return problem({Refusal::Packed{PackedForm::dbox}});
+        bytes = ByteBuffer(*message);
+    }
+    if (bytes.size() > largestMessage) return problem({Refusal::TooLarge{}});
+    return FoundMessage{std::move(bytes), place};
+}
+
+/// The next message of the mailbox that is read; nothing at its end, or at a stop.
+std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& stop) {
+    for (;;) {
+        if (file->hasEnded()) mailbox->end();
+        if (const auto message = mailbox->next()) {
+            if (message->number == 1 && isInternalData(message->bytes)) {
+                ++passedOver;
+                continue;
+            }
+            place.number = message->isOnly ? 0 : message->number;
+            if (message->isTooLarge) return problem({Refusal::TooLarge{}});
+            auto quoted = quotedFromLines(message->bytes);
+            FoundMessage found{
+                quoted && quoted->bytes ? std::move(*quoted->bytes) : ByteBuffer(message->bytes), place};
+            if (quoted && quoted->isLossy) {
+                found.note = {ReportNote::Damage{ReportNote::Damage::Kind::mboxLossy}};
+            } else if (quoted && quoted->isDecided) {
+                found.note = {ReportNote::QuotedFromLines{quoted->reading, quoted->lines}};
+            }
+            return found;
+        }
+        if (file->hasEnded() || stop.stop_requested()) return std::nullopt;
+        ByteBuffer piece(pieceSize);
+        if (auto refusal = file->readOn(piece, pieceSize, bytesRead, stop)) {
+            place.number = 0;
+            return problem(std::move(*refusal));
+        }
+        mailbox->add(piece.view());
+    }
+}
+
+MailboxReader::MailboxReader(std::string path, std::optional<std::string> name)
+    : m_state(std::make_unique<State>()) {
+    std::string shown = name ? std::move(*name) : lastComponent(path);
+    m_state->walk.emplace(std::move(path), std::move(shown));
+}
+
+MailboxReader::MailboxReader(int descriptor) : m_state(std::make_unique<State>()) {
+    m_state->given.emplace(descriptor, FileBytes::Ownership::callers);
+}
+
+MailboxReader::~MailboxReader() = default;
+
+std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
+    State& state = *m_state;
+    while (!stop.stop_requested()) {
+        std::optional<Found> found;
+        if (state.mailbox) {
+            found = state.nextInMailbox(stop);
+        } else if (!state.openNext(found)) {
+            return std::nullopt;
+        } else if (!found) {
+            found = state.nextIn(stop);
+        }
+        const bool isStopped = stop.stop_requested(), mayBeCut = state.file && !state.file->isRegular();
+        if (isStopped && state.mailbox && !found) return std::nullopt;  // it can be read on
+        const bool isMailbox = state.mailbox && found &&
+                               (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
+        if (!isMailbox) {
+            state.mailbox.reset();
+            state.file.reset();
+        }
+        state.isAnyFound |= found.has_value();
+        if (found && !(isStopped && mayBeCut)) return found;
+    }
+    return std::nullopt;
+}
+
+std::uint64_t MailboxReader::bytesRead() const { return m_state->bytesRead; }
+
+std::int64_t MailboxReader::passedOver() const {
+    return m_state->passedOver + (m_state->walk ? m_state->walk->passedOver() : 0);
+}
+
+std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& path) {
+    FileWalk walk(path, "");
+    std::uint64_t bytes = 0;
+    while (const auto file = walk.next()) {
+        struct stat status = {};
+        if (stat(file->path.c_str(), &status) != 0) continue;
+        if (S_ISDIR(status.st_mode)) {
+            walk.enter(file->path, status);
+            continue;
+        }
+        if (!S_ISREG(status.st_mode)) return std::nullopt;
+        bytes += static_cast<std::uint64_t>(status.st_size);
+    }
+    return bytes;
+}
+
+namespace {
+
+std::variant<FoundMessage, Refusal> attachedAt(FoundMessage outer, const MessagePlace& place) {
+    auto message = messageIn(std::move(outer.bytes), ParseMode::strict);
+    if (auto* refusal = std::get_if<Refusal>(&message)) return std::move(*refusal);
+    AttachedMessages attached(std::get<MailMessage>(std::move(message)));
+    while (auto next = attached.next()) {
+        if (next->position == place.attached) return FoundMessage{std::move(next->bytes), place};
+    }
+    return Refusal{Refusal::Moved{}};
+}
+
+}  // namespace
+
+std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop) {
+    MailboxReader reader(place.path);
+    while (auto found = reader.next(stop)) {
+        if (auto* problem = std::get_if<FoundProblem>(&*found)) {
+            if (problem->place.number == place.number || problem->place.number == 0)
+                return std::move(problem->refusal);
+            continue;
+        }
+        auto& message = std::get<FoundMessage>(*found);
+        // One that was alone in its file is the first, should others have come.
+        if (message.place.number != place.number && (place.number != 0 || message.place.number != 1))
+            continue;
+        if (!place.attached.empty()) return attachedAt(std::move(message), place);
+        message.place = place;
+        // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
+        return std::move(message);
+    }
+    return Refusal{Refusal::Moved{}};
+}
+
+}  // namespace quillmark

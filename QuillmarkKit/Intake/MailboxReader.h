@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Report.h"
+#include "QuillmarkKit/Support/ByteBuffer.h"
+
+namespace quillmark {
+
+/// Where a message lies.
+struct MessagePlace {
+    std::string path = {};                   ///< its file; bytes for the system; empty for an open descriptor
+    std::optional<std::string> file = {};    ///< what the file is called; nothing for standard input
+    std::size_t number = 0;                  ///< in its file, from 1; 0 when it is the only one there
+    std::vector<std::size_t> attached = {};  ///< {2, 1}: the first inside the second message attached to it
+
+    /// For the report: "Inbox", "Inbox, message 12", "Inbox, message 12, attached message 2.1"; nothing for
+    /// a message without a file, a number and anybody to whom it is attached.
+    std::optional<std::string> name() const;
+    /// The same with the whole path in place of the file's name: "Mail/Inbox, message 12". Nothing without
+    /// a path.
+    std::optional<std::string> pathName() const;
+    bool operator==(const MessagePlace&) const = default;
+};
+
+/// A message as it was found.
+struct FoundMessage {
+    ByteBuffer bytes = {};  ///< its own, as it was saved: what a check is made of (`messageIn`, strict)
+    MessagePlace place = {};
+    std::optional<ReportNote> note = {};  ///< belongs into its report: which reading of an mbox it is
+};
+
+/// What cannot be taken in, or could not all be.
+struct FoundProblem {
+    Refusal refusal = {};
+    MessagePlace place = {};
+};
+
+using Found = std::variant<FoundMessage, FoundProblem>;
+
+/// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
+/// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a
+/// message with a count in front of it or of a server's store, any of them as UTF-16. Of a mailbox, whatever
+/// its size, about two messages are in memory.
+///
+/// In folders files come in the order of their names' bytes; hidden ones are passed over, and so is what a
+/// Maildir holds beside its messages. So are, and counted, empty files and those that mail programs keep
+/// beside mailboxes (`popstate.dat`, `Info.plist`, and `x.msf` beside `x` when it begins as such an index
+/// does); and the first message of a mailbox that only holds data about it. A folder is read once, wherever
+/// links lead.
+///
+/// Messages that are attached inside a message are not among these: see `AttachedMessages`. Not safe from
+/// several threads at once.
+class MailboxReader {
+public:
+    /// `name`: what the file or folder is called in reports; without one, the last component of its path.
+    explicit MailboxReader(std::string path, std::optional<std::string> name = {});
+    /// Reads an open file or pipe, which stays open and has no name.
+    explicit MailboxReader(int descriptor);
+    ~MailboxReader();
+    MailboxReader(const MailboxReader&) = delete;
+    MailboxReader& operator=(const MailboxReader&) = delete;
+
+    /// The next message, or a file or message that is none; nothing at the end. Blocks while a pipe gives
+    /// nothing; soon after `stop` is requested there is nothing more. What is no pipe can be read on then: no
+    /// message is lost. Throws for want of memory only.
+    std::optional<Found> next(const std::stop_token& stop = {});
+
+    /// How many files of folders and messages of mailboxes were passed over and counted so far.
+    std::int64_t passedOver() const;
+    /// Bytes read so far, of all files.
+    std::uint64_t bytesRead() const;
+    /// The bytes that reading this path will take; nothing when that can't be known beforehand (a pipe).
+    static std::optional<std::uint64_t> expectedBytes(const std::string& path);
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
+
+/// The message at a place where it was found, read again. What lies there may have changed.
+std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop = {});
+
+}  // namespace quillmark

@@ -1,0 +1,180 @@
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
+
+// The list lies in the program as it stands in the file.
+__asm__(
+    ".section .rodata\n"
+    ".hidden quillmarkPublicSuffixListBegin\n"
+    ".hidden quillmarkPublicSuffixListEnd\n"
+    ".global quillmarkPublicSuffixListBegin\n"
+    ".global quillmarkPublicSuffixListEnd\n"
+    "quillmarkPublicSuffixListBegin:\n"
+    ".incbin \"" QUILLMARK_PUBLIC_SUFFIX_LIST
+    "\"\n"
+    "quillmarkPublicSuffixListEnd:\n"
+    ".byte 0\n"
+    ".previous\n");
+extern "C" const char quillmarkPublicSuffixListBegin[];  // NOLINT: their ends are known to the assembler only
+extern "C" const char quillmarkPublicSuffixListEnd[];
+
+namespace quillmark {
+
+namespace {
+
+/// FNV-1a over the bytes from the last to the first, so that one walk from the right has the hashes of all
+/// suffixes.
+constexpr std::uint64_t emptyHash = 0xCBF29CE484222325;
+constexpr std::uint64_t hashWith(std::uint64_t hash, char byte) {
+    return (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+}
+std::uint64_t hashOf(std::string_view name) {
+    std::uint64_t hash = emptyHash;
+    for (auto byte = name.rbegin(); byte != name.rend(); ++byte) hash = hashWith(hash, *byte);
+    return hash;
+}
+
+/// Takes the line at the front: LF, VT, FF, CR, U+0085, U+2028 and U+2029 end one.
+std::string_view takeLine(std::string_view& rest) {
+    for (std::size_t i = 0; i < rest.size(); ++i) {
+        const auto c = static_cast<unsigned char>(rest[i]);
+        std::size_t length = 0;
+        if (c >= '\n' && c <= '\r') {
+            length = 1;
+        } else if (c == 0xC2 && rest.substr(i).starts_with("\u0085")) {
+            length = 2;
+        } else if (c == 0xE2 &&
+                   (rest.substr(i).starts_with("\u2028") || rest.substr(i).starts_with("\u2029"))) {
+            length = 3;
+        }
+        if (length == 0) continue;
+        const std::string_view line = rest.substr(0, i);
+        rest.remove_prefix(i + length);
+        return line;
+    }
+    return std::exchange(rest, {});
+}
+
+/// The labels of a name joined with single dots.
+std::string withoutEmptyLabels(std::string_view name) {
+    std::string joined;
+    joined.reserve(name.size());
+    for (const char c : name) {
+        if (c != '.' || (!joined.empty() && joined.back() != '.')) joined += c;
+    }
+    return joined;
+}
+
+}  // namespace
+
+const PublicSuffixList& PublicSuffixList::shared() {
+    static const PublicSuffixList list = [] {
+        const auto size =
+            // cppcheck-suppress comparePointers; both ends of one object, which the assembler made
+            static_cast<std::size_t>(quillmarkPublicSuffixListEnd - quillmarkPublicSuffixListBegin);
+        const std::string_view text(quillmarkPublicSuffixListBegin, size);
+        PublicSuffixList read;
+        read.read(text.empty() ? "com\nnet\norg" : text);
+        return read;
+    }();
+    return list;
+}
+
+PublicSuffixList PublicSuffixList::parse(std::string_view text) {
+    PublicSuffixList list;
+    list.m_text = std::make_shared<const std::string>(unicodeLowered(text));
+    list.read(*list.m_text);
+    return list;
+}
+
+void PublicSuffixList::read(std::string_view text) {
+    // A guess, for `add` makes room when it must: a line of the real list has some fifteen bytes.
+    m_slots.resize(std::bit_ceil(std::max<std::size_t>(text.size() / 8, 8)));
+    while (!text.empty()) {
+        std::string_view line = takeLine(text);
+        line = line.substr(0, line.find(' '));
+        if (line.empty() || line.starts_with("//")) continue;
+        if (line.starts_with('!')) {
+            add(line.substr(1), exception);
+        } else if (line.starts_with("*.")) {
+            add(line.substr(2), wildcard);
+        } else {
+            add(line, rule);
+        }
+    }
+}
+
+void PublicSuffixList::add(std::string_view name, Kind kind) {
+    if (m_ruleCount >= m_slots.size() / 2) {
+        std::vector<Slot> old = std::exchange(m_slots, std::vector<Slot>(m_slots.size() * 2));
+        m_ruleCount = 0;
+        for (const Slot& slot : old) {
+            for (const Kind each : {rule, wildcard, exception}) {
+                if ((slot.kinds & each) != 0) add(slot.name, each);
+            }
+        }
+    }
+    std::size_t at = hashOf(name) & (m_slots.size() - 1);
+    while (m_slots[at].kinds != 0 && m_slots[at].name != name) at = (at + 1) & (m_slots.size() - 1);
+    if ((m_slots[at].kinds & kind) == 0) ++m_ruleCount;
+    m_slots[at] = {name, m_slots[at].kinds | kind};
+    const auto labels = static_cast<std::size_t>(std::ranges::count(name, '.')) + (kind == wildcard ? 2 : 1);
+    m_mostLabels = std::max(m_mostLabels, labels);
+}
+
+std::uint32_t PublicSuffixList::kinds(std::string_view name, std::uint64_t hash) const {
+    if (m_slots.empty()) return 0;
+    std::size_t at = hash & (m_slots.size() - 1);
+    while (m_slots[at].kinds != 0 && m_slots[at].name != name) at = (at + 1) & (m_slots.size() - 1);
+    return m_slots[at].kinds;
+}
+
+std::string PublicSuffixList::organizationalDomain(std::string_view name) const {
+    const std::string lowered = unicodeLowered(name);
+    const std::string_view stripped = trimmed(lowered, ".");
+    if (stripped.empty()) return std::string(name);
+    const bool isJoined = stripped.find("..") == std::string_view::npos;
+    const std::string joined = isJoined ? std::string() : withoutEmptyLabels(stripped);
+    const std::string_view all = isJoined ? stripped : std::string_view(joined);
+
+    // Walk from the right: the suffix of one label, of two … until none can be in the list. `ends[m]` is
+    // where the suffix of m labels begins.
+    std::vector<std::size_t> ends;
+    ends.reserve(m_mostLabels + 3);
+    ends.push_back(all.size());
+    std::size_t suffixLength = 1, exceptionLength = 0;
+    std::uint64_t hash = emptyHash;
+    bool isWhole = false;
+    for (std::size_t at = all.size(); ends.size() <= m_mostLabels + 2 && !isWhole;) {
+        while (at > 0 && all[at - 1] != '.') hash = hashWith(hash, all[--at]);
+        const std::size_t labels = ends.size();
+        ends.push_back(at);
+        isWhole = at == 0;
+        const std::uint32_t found = kinds(all.substr(at), hash);
+        if ((found & exception) != 0) exceptionLength = labels;
+        if ((found & rule) != 0) suffixLength = std::max(suffixLength, labels);
+        if ((found & wildcard) != 0 && !isWhole) suffixLength = std::max(suffixLength, labels + 1);
+        if (!isWhole) hash = hashWith(hash, all[--at]);  // the dot
+    }
+    if (exceptionLength > 0) return std::string(all.substr(ends[exceptionLength]));
+    if (isWhole && suffixLength >= ends.size() - 1) return std::string(stripped);
+    return std::string(all.substr(ends[suffixLength + 1]));
+}
+
+bool PublicSuffixList::hasTopLevelOf(std::string_view name) const {
+    const std::string_view last = name.substr(name.rfind('.') + 1);
+    return (kinds(last, hashOf(last)) & rule) != 0;
+}
+
+bool PublicSuffixList::sameOrganization(std::string_view a, std::string_view b) const {
+    if (a.empty() || b.empty()) return false;
+    if (a == b) return true;
+    return organizationalDomain(comparableDomain(a)) == organizationalDomain(comparableDomain(b));
+}
+
+}  // namespace quillmark

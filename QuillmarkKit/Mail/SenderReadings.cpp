@@ -1,0 +1,225 @@
+#include "QuillmarkKit/Mail/SenderReadings.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "QuillmarkKit/Mail/Addresses.h"
+#include "QuillmarkKit/Support/Pattern.h"
+#include "QuillmarkKit/Support/Text.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t mostDomains = 8;
+
+/// What a field value is made of (RFC 5322, section 3.2), comments and white space left out.
+struct Token {
+    enum class Kind { word, special, literal };
+    Kind kind = Kind::word;
+    std::string text = {};  ///< of a quoted string without its marks; of a special character that character
+};
+
+/// What can stand in an atom, and obsolete or international text besides.
+bool isAtomText(char c) {
+    return static_cast<unsigned char>(c) > ' ' && c != '\x7F' &&
+           std::string_view("()<>[]:;@\\,.\"").find(c) == std::string_view::npos;
+}
+
+/// Takes a comment off the front of `rest`, nested ones with it (RFC 5322, section 3.2.2).
+void skipComment(std::string_view& rest) {
+    std::size_t depth = 0, i = 0;
+    do {
+        if (rest[i] == '\\')
+            ++i;
+        else if (rest[i] == '(')
+            ++depth;
+        else if (rest[i] == ')')
+            --depth;
+        ++i;
+    } while (i < rest.size() && depth > 0);
+    rest.remove_prefix(std::min(i, rest.size()));
+}
+
+/// Takes what `close` ends off the front of `rest`, both marks with it, and gives what stands between them.
+std::string takeQuoted(std::string_view& rest, char close) {
+    std::string text;
+    std::size_t i = 1;
+    for (; i < rest.size() && rest[i] != close; ++i) {
+        if (rest[i] == '\\' && i + 1 < rest.size()) ++i;
+        text += rest[i];
+    }
+    rest.remove_prefix(std::min(i + 1, rest.size()));
+    return text;
+}
+
+std::vector<Token> tokens(std::string_view rest) {
+    std::vector<Token> tokens;
+    while (!rest.empty()) {
+        const char c = rest.front();
+        if (c == '(') {
+            skipComment(rest);
+        } else if (c == '"') {
+            tokens.push_back({Token::Kind::word, takeQuoted(rest, '"')});
+        } else if (c == '[') {
+            tokens.push_back({Token::Kind::literal, '[' + takeQuoted(rest, ']') + ']'});
+        } else if (isAtomText(c)) {
+            const auto end = std::find_if_not(rest.begin(), rest.end(), isAtomText);
+            const auto length = static_cast<std::size_t>(end - rest.begin());
+            tokens.push_back({Token::Kind::word, std::string(rest.substr(0, length))});
+            rest.remove_prefix(length);
+        } else {
+            if (static_cast<unsigned char>(c) > ' ')
+                tokens.push_back({Token::Kind::special, std::string(1, c)});
+            rest.remove_prefix(1);
+        }
+    }
+    return tokens;
+}
+
+/// Reads a list of tokens from the front: section 3.4's grammar, an entry at a time.
+class Reading {
+public:
+    explicit Reading(std::vector<Token> tokens) : m_tokens(std::move(tokens)) {}
+
+    std::vector<std::string> addresses() {
+        while (m_next < m_tokens.size()) {
+            if (isSpecial(',') || isSpecial(';')) {
+                ++m_next;
+                continue;
+            }
+            readEntry();
+        }
+        return std::move(m_addresses);
+    }
+
+private:
+    bool isSpecial(char c) const {
+        return m_next < m_tokens.size() && m_tokens[m_next].kind == Token::Kind::special &&
+               m_tokens[m_next].text.front() == c;
+    }
+    bool isWord() const { return m_next < m_tokens.size() && m_tokens[m_next].kind == Token::Kind::word; }
+    bool isEnd() const { return m_next == m_tokens.size() || isSpecial(',') || isSpecial(';'); }
+
+    /// A mailbox, or the name of a group with its colon.
+    void readEntry() {
+        const std::size_t begin = m_next;
+        if (auto address = takeAddress(); address && isEnd()) {
+            m_addresses.push_back(std::move(*address));
+            return;
+        }
+        m_next = begin;
+        while (isWord() || isSpecial('.')) ++m_next;  // a phrase, or nothing (section 4.1)
+        if (isSpecial(':')) {
+            ++m_next;
+            return;
+        }
+        if (isSpecial('<')) {
+            ++m_next;
+            skipRoute();
+            auto address = takeAddress();
+            if (address && isSpecial('>')) {
+                ++m_next;
+                if (isEnd()) m_addresses.push_back(std::move(*address));
+            }
+        }
+        while (!isEnd()) ++m_next;  // what breaks the grammar takes its entry with it
+    }
+
+    /// "@a,@b:" in front of an address in angle brackets (section 4.4).
+    void skipRoute() {
+        if (!isSpecial('@') && !isSpecial(',')) return;
+        const std::size_t begin = m_next;
+        while (m_next < m_tokens.size() && !isSpecial(':') && !isSpecial('>')) ++m_next;
+        if (isSpecial(':'))
+            ++m_next;
+        else
+            m_next = begin;
+    }
+
+    /// local-part "@" domain, both with the obsolete blanks and comments between their words.
+    std::optional<std::string> takeAddress() {
+        std::string address;
+        if (!takeDotted(address) || !isSpecial('@')) return std::nullopt;
+        ++m_next;
+        address += '@';
+        if (m_next < m_tokens.size() && m_tokens[m_next].kind == Token::Kind::literal) {
+            address += m_tokens[m_next++].text;
+            return address;
+        }
+        if (!takeDotted(address)) return std::nullopt;
+        return address;
+    }
+
+    bool takeDotted(std::string& text) {
+        if (!isWord()) return false;
+        text += m_tokens[m_next++].text;
+        while (isSpecial('.')) {
+            ++m_next;
+            if (!isWord()) return false;
+            text += '.' + m_tokens[m_next++].text;
+        }
+        return true;
+    }
+
+    const std::vector<Token> m_tokens;
+    std::size_t m_next = 0;
+    std::vector<std::string> m_addresses = {};
+};
+
+}  // namespace
+
+std::vector<std::string> strictAddresses(std::string_view value) {
+    return Reading(tokens(value)).addresses();
+}
+
+std::optional<std::string> firstBracketed(std::string_view value) {
+    std::size_t open = std::string_view::npos;  // of the innermost pair that is open
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        if (value[i] == '<') open = i + 1;
+        if (value[i] != '>' || open == std::string_view::npos) continue;
+        const std::string_view inside = value.substr(open, i - open);
+        if (inside.find('@') != std::string_view::npos) return std::string(trimmedBlanks(inside));
+        open = std::string_view::npos;
+    }
+    return std::nullopt;
+}
+
+std::string shownName(std::string_view displayName) {
+    const std::string decoded = EncodedWords::decode(displayName);
+    std::string shown, blanks;
+    std::string_view rest = decoded;
+    while (!rest.empty()) {
+        const std::string_view before = rest;
+        const char32_t scalar = takeScalar(rest);
+        const std::string_view bytes = before.substr(0, before.size() - rest.size());
+        if ((scalar == U'\\' && !rest.empty()) || isInvisible(scalar)) continue;
+        if (scalar == U' ' || scalar == U'\t') {
+            blanks += bytes;
+            continue;
+        }
+        if (scalar != U'@' && !shown.ends_with('@')) shown += blanks;
+        blanks.clear();
+        shown += bytes;
+    }
+    return shown + blanks;
+}
+
+std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList& suffixes) {
+    static const Pattern pattern(R"((?:[A-Za-z0-9._%+-]+@)?(?:[A-Za-z0-9-]+\.)+[A-Za-z]{2,})",
+                                 Pattern::Units::bytes);
+    std::vector<std::string> domains;
+    std::string_view match;
+    for (std::size_t position = 0;
+         domains.size() < mostDomains && pattern.find(name, position, {&match, 1});) {
+        position = static_cast<std::size_t>(match.data() + match.size() - name.data());
+        const auto at = match.find('@');
+        if (at != std::string_view::npos) match.remove_prefix(at + 1);
+        std::string domain = asciiLowered(match);
+        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(domain)) continue;
+        if (std::ranges::count(domains, domain) == 0) domains.push_back(std::move(domain));
+    }
+    return domains;
+}
+
+}  // namespace quillmark
