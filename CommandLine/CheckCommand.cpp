@@ -132,8 +132,9 @@ private:
     static std::optional<CheckInputs::Input> copyOf(const CheckInputs::Input& input) {
         const auto& found = std::get<FoundMessage>(input.found);
         try {
-            return CheckInputs::Input{FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.note},
-                                      input.mode, input.hasLinesBefore};
+            return CheckInputs::Input{
+                FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.mode, found.facts},
+                input.hasLinesBefore};
         } catch (const std::bad_alloc&) {
             return std::nullopt;
         }
@@ -147,7 +148,7 @@ private:
             all.push_back(refused({{Refusal::Unreadable{std::move(reason)}}, place}));
         };
         try {
-            const auto message = check(std::move(found), input.mode, all, wentWithout);
+            const auto message = check(std::move(found), all, wentWithout);
             if (input.hasLinesBefore) all.back().hint = lineOfLinesBefore(place);
             if (message) checkAttached(*message, place, all, wentWithout);
         } catch (const std::bad_alloc&) {
@@ -176,29 +177,28 @@ private:
             "to check what stands below them, paste that alone.");
     }
 
-    std::optional<MailMessage> check(FoundMessage found, ParseMode mode,
-                                     std::vector<OrderedRun::Message>& all, bool& wentWithout) const {
+    std::optional<MailMessage> check(FoundMessage found, std::vector<OrderedRun::Message>& all,
+                                     bool& wentWithout) const {
         const auto name = found.place.name();
         const std::string digest = m_from.recorded ? sha256(found.bytes.view()) : std::string();
-        auto taken = messageIn(std::move(found.bytes), mode);
+        auto taken = messageIn(std::move(found.bytes), found.mode);
         if (auto* refusal = std::get_if<Refusal>(&taken)) {
             all.push_back(refused({std::move(*refusal), found.place}));
             return std::nullopt;
         }
         auto& message = std::get<MailMessage>(taken);
-        ProofReport report = m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now)
-                                             : verified(message, name, wentWithout);
-        if (found.note) report.notes.push_back(std::move(*found.note));
+        ProofReport report = m_from.recorded
+                                 ? m_from.recorded->verify(digest, message, name, m_from.now, found.facts)
+                                 : verified(message, found, wentWithout);
         all.push_back(written(report, found.place.pathName()));
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }
 
-    ProofReport verified(const MailMessage& message, const std::optional<std::string>& name,
-                         bool& wentWithout) const {
+    ProofReport verified(const MailMessage& message, const FoundMessage& found, bool& wentWithout) const {
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
         return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime)
-            .verify(message, name, m_from.now);
+            .verify(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
     }
 
     void checkAttached(const MailMessage& message, const MessagePlace& place,
@@ -208,7 +208,7 @@ private:
         while (auto next = attached.next()) {
             found.bytes = std::move(next->bytes);
             found.place.attached = std::move(next->position);
-            check(std::move(found), ParseMode::strict, all, wentWithout);
+            check(std::move(found), all, wentWithout);
             found = {.place = place};
         }
         if (attached.isAnyLeftOut()) all.push_back(refused({{Refusal::AttachedLeftOut{}}, place}));

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "QuillmarkKit/Intake/PastedText.h"
-#include "QuillmarkKit/Notes.h"
 
 namespace quillmark {
 
@@ -42,10 +41,11 @@ std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
     if (auto found = m_reader->next()) {
         auto* message = std::get_if<FoundMessage>(&*found);
         if (!m_isPasted || !message || message->place.number > 0) return Input{std::move(*found)};
-        const PastedText source = pastedText(message->bytes.view());
+        PastedText source = pastedText(message->bytes.view());
         message->bytes = ByteBuffer(source.source);
-        if (auto note = noteOfDroppedLines(source)) message->note = std::move(note);
-        return Input{std::move(*found), ParseMode::lenient, source.withoutLinesBefore.has_value()};
+        message->mode = ParseMode::lenient;
+        message->facts.dropped = std::move(source.dropped);
+        return Input{std::move(*found), source.withoutLinesBefore.has_value()};
     }
     m_bytesRead += m_reader->bytesRead();
     m_passedOver += m_reader->passedOver();

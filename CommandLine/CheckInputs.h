@@ -22,7 +22,6 @@ public:
 
     struct Input {
         Found found;
-        ParseMode mode = ParseMode::strict;
         bool hasLinesBefore = false;  ///< of pasted text: perhaps only what stands below is the message
     };
     /// The next; nothing at the end. Never throws: what there is no memory for is refused.

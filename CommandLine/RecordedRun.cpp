@@ -22,7 +22,7 @@ RecordedRun::Check& RecordedRun::check(const std::string& sha256,
 }
 
 ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& message,
-                                std::optional<std::string> fileName, Date now) {
+                                std::optional<std::string> fileName, Date now, IntakeFacts intake) {
     Check& current = check(sha256, fileName);
     // The same message a second time meets the failures that the first met, or one record would not do for
     // both.
@@ -30,8 +30,9 @@ ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& me
     const auto resolver = std::make_shared<RecordingResolver>(m_resolver, m_answers, current.failures);
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
-    ProofReport report = Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime)
-                             .verify(message, std::move(fileName), now);
+    ProofReport report =
+        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime)
+            .verify(message, std::move(fileName), now, UUID::random(), {}, std::move(intake));
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;
     return report;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "CommandLine/FixedAnswers.h"
+#include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Message.h"
@@ -34,7 +35,7 @@ public:
 
     /// Checks the message whose file has this SHA-256.
     ProofReport verify(const std::string& sha256, const MailMessage& message,
-                       std::optional<std::string> fileName, Date now);
+                       std::optional<std::string> fileName, Date now, IntakeFacts intake = {});
 
     /// All that was taken down, as an answers file (docs/formats.md), but for messages whose check is not
     /// done.

@@ -9,7 +9,6 @@
 #include <variant>
 
 #include "QuillmarkKit/Intake/PastedText.h"
-#include "QuillmarkKit/Notes.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Wording.h"
@@ -135,10 +134,10 @@ UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
 }
 
 UUID AppModel::paste(std::string_view text) {
-    const PastedText pasted = pastedText(text);
+    PastedText pasted = pastedText(text);
     return takeIn({{.bytes = std::make_shared<const ByteBuffer>(pasted.source),
                     .mode = ParseMode::lenient,
-                    .note = noteOfDroppedLines(pasted)}});
+                    .facts = {.dropped = std::move(pasted.dropped)}}});
 }
 
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
@@ -190,7 +189,7 @@ void AppModel::recheck(UUID id) {
                         {.place = message.place,
                          .bytes = message.bytes,
                          .mode = message.mode,
-                         .note = message.note,
+                         .facts = message.facts,
                          .digest = message.digest,
                          .isAgain = true}));
     change({{id, std::move(again)}});

@@ -118,7 +118,7 @@ CheckOutcome MessageChecker::openedAgain(const MessageSource& source, const UUID
     auto& message = std::get<FoundMessage>(found);
     MessageSource read = source;
     read.bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes));
-    read.note = std::move(message.note);
+    read.facts = std::move(message.facts);
     if (!source.digest.empty() && sha256(read.bytes->view()) != source.digest)
         return {Refusal{Refusal::Moved{}}};
     return checked(read, id, stop);
@@ -129,14 +129,14 @@ CheckOutcome MessageChecker::checked(Found found, const UUID& id, const std::sto
     auto& message = std::get<FoundMessage>(found);
     return checked(MessageSource{.place = std::move(message.place),
                                  .bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes)),
-                                 .note = std::move(message.note)},
+                                 .facts = std::move(message.facts)},
                    id, stop);
 }
 
 CheckOutcome MessageChecker::checked(const MessageSource& source, const UUID& id,
                                      const std::stop_token& stop) const {
     CheckedMessage made{
-        .bytes = source.bytes, .mode = source.mode, .place = source.place, .note = source.note};
+        .bytes = source.bytes, .mode = source.mode, .place = source.place, .facts = source.facts};
     if (stop.stop_requested()) return {};
     // A copy: what was read is kept as it is, and parsing makes every line end CR LF.
     auto taken = messageOf(made.bytes->view(), source.mode);
@@ -171,9 +171,8 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
     const Verifier verifier(std::make_shared<RecordingResolver>(m_resolver, answers, failures),
                             std::move(registry));
     made.begun = m_now();
-    ProofReport report = verifier.verify(message, made.place.name(), made.begun, id, stop);
+    ProofReport report = verifier.verify(message, made.place.name(), made.begun, id, stop, made.facts);
     made.ended = m_now();
-    if (made.note) report.notes.push_back(*made.note);
     made.answers = answers;
     made.failures = failures;
     const auto* age = std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);

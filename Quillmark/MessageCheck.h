@@ -27,8 +27,8 @@ struct CheckedMessage {
     std::shared_ptr<const ByteBuffer> bytes = {};  ///< as they were read or pasted
     ParseMode mode = ParseMode::strict;            ///< how they were parsed, and are to be again
     MessagePlace place = {};                       ///< without a path it can't be read again
-    std::optional<ReportNote> note = {};           ///< how its bytes were found in a mailbox
-    std::string digest = {};                       ///< of its bytes, where its file holds more than it
+    IntakeFacts facts = {};
+    std::string digest = {};  ///< of its bytes, where its file holds more than it
     std::shared_ptr<const RecordedAnswers> answers = {};
     std::shared_ptr<const RecordedFailures> failures = {};
     Date begun = {}, ended = {};
@@ -39,9 +39,9 @@ struct MessageSource {
     MessagePlace place = {};
     std::shared_ptr<const ByteBuffer> bytes = {};  ///< in place of the file there
     ParseMode mode = ParseMode::strict;
-    std::optional<ReportNote> note = {};  ///< belongs into its report
-    std::string digest = {};              ///< what its bytes must have, unless empty
-    bool isAgain = false;                 ///< this message alone, whatever its file holds and it has attached
+    IntakeFacts facts = {};
+    std::string digest = {};  ///< what its bytes must have, unless empty
+    bool isAgain = false;     ///< this message alone, whatever its file holds and it has attached
 };
 
 /// Messages that are handed out one after the other: those of a file or a folder, or those attached inside a

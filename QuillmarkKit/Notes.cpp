@@ -468,6 +468,18 @@ void addNewerSignatures(Notes& notes, const MailMessage& message) {
     if (count > 0) notes.push_back({ReportNote::NewerSignatures{count}});
 }
 
+void addIntake(Notes& notes, const IntakeFacts& facts) {
+    const auto& lines = facts.fromLines;
+    if (lines && lines->isLossy) {
+        notes.push_back({ReportNote::Damage{ReportNote::Damage::Kind::mboxLossy}});
+    } else if (lines && lines->isDecided) {
+        notes.push_back({ReportNote::QuotedFromLines{lines->reading, lines->lines}});
+    }
+    if (facts.dropped)
+        notes.push_back(
+            {ReportNote::LinesBeforeDropped{facts.dropped->count, excerpt(facts.dropped->first)}});
+}
+
 }  // namespace
 
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
@@ -490,12 +502,8 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addActsUnsigned(notes, message, report);
     addLeftOut(notes, message, report);
     addHiddenEnd(notes, message);
+    addIntake(notes, facts.intake);
     return notes;
-}
-
-std::optional<ReportNote> noteOfDroppedLines(const PastedText& pasted) {
-    if (pasted.droppedLines == 0) return std::nullopt;
-    return ReportNote{ReportNote::LinesBeforeDropped{pasted.droppedLines, excerpt(pasted.firstDroppedLine)}};
 }
 
 }  // namespace quillmark

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "QuillmarkKit/Intake/PastedText.h"
+#include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Report.h"
@@ -20,14 +20,13 @@ struct CheckFacts {
     std::set<std::string, std::less<>> validatedNames = {};
     /// The signatures, by their place in the report, whose header lines hold though the body has changed.
     std::vector<std::size_t> heldSignatures = {};
+    /// What was known of the message beforehand.
+    IntakeFacts intake = {};
 };
 
 /// What a person must know that the verdict does not say. `report` holds the findings of this message, its
 /// verdict included. At most about four dozen notes come of it, each small.
 std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& report,
                               const PublicSuffixList& suffixes, const CheckFacts& facts = {});
-
-/// What a report on pasted text says of the lines that were dropped before it; nothing when none were.
-std::optional<ReportNote> noteOfDroppedLines(const PastedText& pasted);
 
 }  // namespace quillmark

@@ -175,7 +175,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              // cppcheck-suppress passedByValue; an identity is sixteen plain bytes
-                             UUID id, const std::stop_token& stop) const {
+                             UUID id, const std::stop_token& stop, IntakeFacts intake) const {
     ProofReport report;
     report.id = id;
     report.checkedAt = now;
@@ -189,7 +189,7 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
-    CheckFacts facts;
+    CheckFacts facts{.intake = std::move(intake)};
     report.dkim = dkim(message, checker, facts);
 
     report.spf = spf(message, report.summary, resolver, stop);

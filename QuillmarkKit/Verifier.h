@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <string>
 
+#include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Mail/Message.h"
@@ -31,9 +32,9 @@ public:
     /// still, but what was not yet asked says so. `now` is the time of the check.
     ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                        const std::stop_token& stop = {}) const;
-    /// The same under a given identity.
+    /// The same under a given identity, of a message of which more is known than its bytes say.
     ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now, UUID id,
-                       const std::stop_token& stop = {}) const;
+                       const std::stop_token& stop = {}, IntakeFacts intake = {}) const;
 
 private:
     std::shared_ptr<DNSResolver> m_resolver;

@@ -76,20 +76,21 @@ void checkAttached(std::string_view bytes) {
 }
 
 void checkQuoted(std::string_view bytes) {
-    const auto quoted = quotedFromLines(bytes);
+    const auto quoted = withoutFromQuoting(bytes);
     if (!quoted) return;
-    require(quoted->lines > 0);
-    require(quoted->bytes.has_value() == (quoted->isLossy || quoted->reading != FromQuoting::none));
+    const FromLines& lines = quoted->fromLines;
+    require(lines.lines > 0);
+    require(quoted->bytes.has_value() == (lines.isLossy || lines.reading != FromQuoting::none));
     if (!quoted->bytes) return;
     const auto taken = static_cast<std::int64_t>(bytes.size() - quoted->bytes->size());
-    require(taken > 0 && taken <= quoted->lines);
+    require(taken > 0 && taken <= lines.lines);
 }
 
 void checkPasted(std::string_view text) {
     const PastedText pasted = pastedText(text);
     require(pasted.source.size() <= text.size());
     if (pasted.withoutLinesBefore) require(pasted.source.ends_with(*pasted.withoutLinesBefore));
-    require((pasted.droppedLines == 0) == pasted.firstDroppedLine.empty());
+    if (pasted.dropped) require(pasted.dropped->count > 0 && !pasted.dropped->first.empty());
 }
 
 }  // namespace

@@ -147,7 +147,7 @@ TEST(Containers, otherForms) {
 }
 
 /// A message that was signed, and then quoted by a mailbox in one way or another: the signature tells which.
-TEST(Containers, quotedFromLines) {
+TEST(Containers, withoutFromQuoting) {
     const auto made = [](const std::string& body) {
         return test::signedMessage("From: a@example.org\r\nSubject: x\r\n\r\n" + body, {},
                                    test::ed25519Key());
@@ -188,16 +188,16 @@ TEST(Containers, quotedFromLines) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.stored);
-        const auto result = quotedFromLines(row.stored);
+        const auto result = withoutFromQuoting(row.stored);
         ASSERT_TRUE(result);
-        EXPECT_EQ(result->reading, row.reading);
-        EXPECT_EQ(result->lines, row.lines);
-        EXPECT_EQ(result->isDecided, row.isDecided);
-        EXPECT_EQ(result->isLossy, row.isLossy);
+        EXPECT_EQ(result->fromLines.reading, row.reading);
+        EXPECT_EQ(result->fromLines.lines, row.lines);
+        EXPECT_EQ(result->fromLines.isDecided, row.isDecided);
+        EXPECT_EQ(result->fromLines.isLossy, row.isLossy);
         EXPECT_EQ(result->bytes ? result->bytes->view() : "", row.read);
     }
-    EXPECT_FALSE(quotedFromLines("From: a@b\n\nx >From y\n"));
-    EXPECT_FALSE(quotedFromLines(one));
+    EXPECT_FALSE(withoutFromQuoting("From: a@b\n\nx >From y\n"));
+    EXPECT_FALSE(withoutFromQuoting(one));
 }
 
 }  // namespace

@@ -138,7 +138,8 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
                 one.place.attached = last->position;
             }
             EXPECT_EQ(verdictOf(one.bytes.view()), VerdictKind::verified);
-            EXPECT_EQ(one.note.has_value(), row.quoted == count);
+            const auto& lines = one.facts.fromLines;
+            EXPECT_EQ(lines && (lines->isDecided || lines->isLossy), row.quoted == count);
             EXPECT_EQ(one.place.number, row.count > 1 ? count : 0);
             // Whoever knows its place finds it again.
             const auto again = readAgain(one.place);

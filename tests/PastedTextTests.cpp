@@ -80,13 +80,12 @@ TEST(PastedText, arrives) {
         const PastedText pasted = pastedText(row.text);
         EXPECT_EQ(pasted.withoutLinesBefore.has_value(), row.outcome == asked);
         EXPECT_TRUE(row.outcome <= dropped || pasted.source == row.text);
-        EXPECT_EQ(pasted.droppedLines > 0, row.outcome == dropped);
+        EXPECT_EQ(pasted.dropped.has_value(), row.outcome == dropped);
         if (row.outcome == asItIs) continue;
         EXPECT_EQ(verdictOf(pasted.withoutLinesBefore.value_or(pasted.source)), VerdictKind::verified);
     }
     const PastedText pasted = pastedText(summary + "\n" + mail);
-    EXPECT_EQ(pasted.droppedLines, 3);
-    EXPECT_EQ(pasted.firstDroppedLine, "From: A <a@example.org>");
+    EXPECT_EQ(pasted.dropped, (DroppedLines{3, "From: A <a@example.org>"}));
 }
 
 }  // namespace

@@ -483,7 +483,7 @@ std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>&
 
 /// Looks for a reading that fits in which some lines with just one ">" had it from the beginning: the fewer
 /// they, or the others, are, the sooner.
-void readMixed(std::string_view message, std::vector<std::size_t> lines, QuotedFromLines& quoted) {
+void readMixed(std::string_view message, std::vector<std::size_t> lines, UnquotedMessage& quoted) {
     std::erase_if(lines, [&](auto line) { return message[line + 1] == '>'; });
     const auto parsed = MailMessage::parse(message);
     const bool isSigned = parsed.first("DKIM-Signature") || parsed.first("ARC-Message-Signature");
@@ -500,8 +500,8 @@ void readMixed(std::string_view message, std::vector<std::size_t> lines, QuotedF
             }
             const std::string bytes = withoutQuotes(message, taken, FromQuoting::full);
             if (fitting(MailMessage::parse(bytes)) == 0) continue;
-            quoted.isLossy = true;
-            quoted.lines = static_cast<std::int64_t>(taken.size());
+            quoted.fromLines.isLossy = true;
+            quoted.fromLines.lines = static_cast<std::int64_t>(taken.size());
             quoted.bytes = ByteBuffer(bytes);
             return;
         } while (std::ranges::prev_permutation(isKept).found);
@@ -510,7 +510,7 @@ void readMixed(std::string_view message, std::vector<std::size_t> lines, QuotedF
 
 }  // namespace
 
-std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
+std::optional<UnquotedMessage> withoutFromQuoting(std::string_view message) {
     if (message.find(">From ") == std::string_view::npos) return std::nullopt;
     // Only lines of the body: in the header such a line is no field, whatever it stands for.
     const auto parsed = MailMessage::parse(message);
@@ -518,7 +518,7 @@ std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
     const auto lines = quotedLines(message);
     if (lines.empty()) return std::nullopt;
 
-    QuotedFromLines quoted{.lines = static_cast<std::int64_t>(lines.size())};
+    UnquotedMessage quoted{.fromLines = {.lines = static_cast<std::int64_t>(lines.size())}};
     std::size_t most = fitting(parsed), fewest = most;
     for (const FromQuoting reading : {FromQuoting::full, FromQuoting::plain}) {
         const bool isSame = std::ranges::none_of(lines, [&](auto line) { return message[line + 1] == '>'; });
@@ -528,11 +528,11 @@ std::optional<QuotedFromLines> quotedFromLines(std::string_view message) {
         fewest = std::min(fewest, count);
         if (count <= most) continue;
         most = count;
-        quoted.reading = reading;
-        quoted.lines = static_cast<std::int64_t>(message.size() - bytes.size());
+        quoted.fromLines.reading = reading;
+        quoted.fromLines.lines = static_cast<std::int64_t>(message.size() - bytes.size());
         quoted.bytes = ByteBuffer(bytes);
     }
-    quoted.isDecided = most > fewest;
+    quoted.fromLines.isDecided = most > fewest;
     if (most == 0) readMixed(message, lines, quoted);
     return quoted;
 }

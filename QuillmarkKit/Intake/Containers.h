@@ -132,12 +132,16 @@ constexpr auto namesOf(FromQuoting) {
 }
 
 /// Which readings of a message in an mbox its signatures fit.
-struct QuotedFromLines {
+struct FromLines {
     FromQuoting reading = FromQuoting::none;  ///< the one to be checked
     std::int64_t lines = 0;                   ///< how many it changes, or would change
     bool isDecided = false;                   ///< signatures fit this reading and not each of the others
     bool isLossy = false;  ///< none fits, but one that changes some lines alone, which is then taken
-    std::optional<ByteBuffer> bytes = {};  ///< the message in this reading, when that changes it
+    bool operator==(const FromLines&) const = default;
+};
+struct UnquotedMessage {
+    FromLines fromLines = {};
+    std::optional<ByteBuffer> bytes = {};  ///< the message in that reading, when it changes it
 };
 /// Reads the message in each way and compares the hashes of its body with those that its signatures name (of
 /// ten DKIM and ten ARC signatures at most). The message as it stands is what is checked unless another
@@ -145,7 +149,7 @@ struct QuotedFromLines {
 ///
 /// A mailbox that puts ">" before "From " lines alone doesn't tell them from those that were written with one
 /// ">": where no reading fits, those are tried in which some of these lines were, at most 256 of them.
-std::optional<QuotedFromLines> quotedFromLines(std::string_view message);
+std::optional<UnquotedMessage> withoutFromQuoting(std::string_view message);
 
 /// Whether this message, the first of an mbox, is none but what mail programs note there about the mailbox.
 bool isInternalData(std::string_view message);

@@ -360,14 +360,11 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
             }
             place.number = message->isOnly ? 0 : message->number;
             if (message->isTooLarge) return problem({Refusal::TooLarge{}});
-            auto quoted = quotedFromLines(message->bytes);
-            FoundMessage found{
-                quoted && quoted->bytes ? std::move(*quoted->bytes) : ByteBuffer(message->bytes), place};
-            if (quoted && quoted->isLossy) {
-                found.note = {ReportNote::Damage{ReportNote::Damage::Kind::mboxLossy}};
-            } else if (quoted && quoted->isDecided) {
-                found.note = {ReportNote::QuotedFromLines{quoted->reading, quoted->lines}};
-            }
+            FoundMessage found{.place = place};
+            auto unquoted = withoutFromQuoting(message->bytes);
+            if (unquoted) found.facts.fromLines = unquoted->fromLines;
+            found.bytes =
+                unquoted && unquoted->bytes ? std::move(*unquoted->bytes) : ByteBuffer(message->bytes);
             return found;
         }
         if (file->hasEnded() || stop.stop_requested()) return std::nullopt;

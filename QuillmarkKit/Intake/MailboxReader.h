@@ -9,8 +9,10 @@
 #include <variant>
 #include <vector>
 
+#include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/Intake.h"
-#include "QuillmarkKit/Report.h"
+#include "QuillmarkKit/Intake/PastedText.h"
+#include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/ByteBuffer.h"
 
 namespace quillmark {
@@ -31,11 +33,19 @@ struct MessagePlace {
     bool operator==(const MessagePlace&) const = default;
 };
 
+/// How a message was made out of what it was found in, which its own bytes don't tell.
+struct IntakeFacts {
+    std::optional<FromLines> fromLines = {};   ///< of an mbox: nothing when no line looks as if it was quoted
+    std::optional<DroppedLines> dropped = {};  ///< of pasted text
+    bool operator==(const IntakeFacts&) const = default;
+};
+
 /// A message as it was found.
 struct FoundMessage {
-    ByteBuffer bytes = {};  ///< its own, as it was saved: what a check is made of (`messageIn`, strict)
+    ByteBuffer bytes = {};  ///< its own, as it was saved: what a check is made of (`messageIn`)
     MessagePlace place = {};
-    std::optional<ReportNote> note = {};  ///< belongs into its report: which reading of an mbox it is
+    ParseMode mode = ParseMode::strict;  ///< in which it is to be parsed
+    IntakeFacts facts = {};
 };
 
 /// What cannot be taken in, or could not all be.

@@ -159,8 +159,8 @@ PastedText pastedText(std::string_view text) {
         std::string alone(rest);
         if (blocks == 1 && isSummary(first, rest, source)) {
             std::string_view lines = first;
-            pasted.firstDroppedLine = repairedUTF8(trimmed(takeLine(lines)));
-            for (pasted.droppedLines = 1; !lines.empty(); takeLine(lines)) ++pasted.droppedLines;
+            pasted.dropped = {1, repairedUTF8(trimmed(takeLine(lines)))};
+            for (; !lines.empty(); takeLine(lines)) ++pasted.dropped->count;
             pasted.source = std::move(alone);
         } else {
             pasted.withoutLinesBefore = std::move(alone);

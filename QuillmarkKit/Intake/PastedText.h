@@ -7,6 +7,13 @@
 
 namespace quillmark {
 
+/// Lines that stood before a message and are no part of it.
+struct DroppedLines {
+    std::int64_t count = 0;  ///< of those that are not empty
+    std::string first = {};
+    bool operator==(const DroppedLines&) const = default;
+};
+
 /// Text that was pasted, as the source of a message (to be parsed leniently).
 struct PastedText {
     /// What is certain: the text, without an indentation that all of its lines have, and without lines before
@@ -16,9 +23,7 @@ struct PastedText {
     /// message itself: only the person who pasted it knows. Whoever can't ask takes the text as it is, for
     /// the other way round somebody could have a message's text taken for its header.
     std::optional<std::string> withoutLinesBefore = {};
-    /// Of a summary that was dropped: how many of its lines are not empty, and the first of them.
-    std::int64_t droppedLines = 0;
-    std::string firstDroppedLine = {};
+    std::optional<DroppedLines> dropped = {};  ///< the summary, if there was one
 };
 
 /// Looks at how text arrives from a window: a message's source with a block of lines before it, or indented.
