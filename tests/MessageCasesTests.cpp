@@ -1,13 +1,19 @@
 // Whole messages and what a report must say of them and must not: tests/messages/*.case. A case is lines that
-// say what is done and expected, in their order, then a line "--", then the message. A line is one of
+// say what is done and expected, in their order, then a line "--", then the message; behind a line "==" comes
+// the next. A line is one of
 //
 //     sign: d=bank.example; h=from:subject                  a signature on top, its key published
 //     unpublished: d=bank.example; h=from                   the same, its key not published
+//     publish: evil.example                                 Ed25519's key at another name
+//     seal: lists.example                                   an ARC set on top, its key published
 //     above: Subject: Urgent                                a header line on top
 //     replace: Pay => Pay evil                              the first such text becomes another
-//     dns: _dmarc.bank.example TXT v=DMARC1; p=reject       what DNS answers
+//     dns: _dmarc.bank.example TXT v=DMARC1; p=reject       what DNS answers, "!" that it doesn't
+//     validated: _dmarc.bank.example TXT                    that DNS says it validated this answer
+//     registered: bank.example 2026-11-20T10:00:00Z         what the registry says; else nobody asks it
 //     at: 2026-11-21T10:00:00Z                              the time of the check, instead of that one
 //     verdict: signatureBroken                              its kind
+//     notes: shownNotSigned, actsUnsigned / notes: none     the kinds of all notes, in their order
 //     note: shownNotSigned / no note: shownNotSigned        whether a note of that kind is earned
 //     headline: TEXT / no headline: TEXT                    whether it stands with the headline
 //     says: TEXT / never: TEXT                              whether it stands in the text report
@@ -19,11 +25,13 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 
+#include "QuillmarkKit/Checks/Signer.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
+#include "TestFiles.h"
 #include "TestSigner.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -76,17 +84,22 @@ public:
     }
 
     void check() const {
-        const Verifier verifier(std::make_shared<StaticResolver>(m_answers));
+        const auto registry = m_registered.empty() ? nullptr : std::make_shared<StaticRegistry>(m_registered);
+        const Verifier verifier(std::make_shared<StaticResolver>(m_answers, m_failing), registry);
         const ProofReport report = verifier.verify(MailMessage::parse(m_message), std::nullopt, m_now);
         const std::string text = textReport(report, reader);
         std::string beside = headline(report.verdict, reader) + '\n' + explanation(report, reader);
         for (const Remark& remark : besideHeadline(report, reader)) beside += '\n' + remark.text;
-        std::set<std::string> notes;
-        for (const ReportNote& note : report.notes) notes.insert(casesOf(&note)[note.value.index()]);
+        std::string all;
+        for (const ReportNote& note : report.notes)
+            all += (all.empty() ? "" : ", ") + std::string(casesOf(&note)[note.value.index()]);
+        if (all.empty()) all = "none";
         SCOPED_TRACE(text);
         for (const auto& [name, value] : m_expected) {
-            const bool isThere = name.ends_with("verdict")    ? nameOf(report.verdict.kind) == value
-                                 : name.ends_with("note")     ? notes.contains(value)
+            const bool isThere = name.ends_with("verdict") ? nameOf(report.verdict.kind) == value
+                                 : name == "notes"         ? all == value
+                                 : name.ends_with("note")
+                                     ? (", " + all + ",").find(", " + value + ",") != std::string::npos
                                  : name.ends_with("headline") ? beside.find(value) != std::string::npos
                                                               : text.find(value) != std::string::npos;
             EXPECT_EQ(isThere, !name.starts_with("no ") && name != "never") << name << ": " << value;
@@ -100,14 +113,33 @@ private:
         if (name == "sign" || name == "unpublished") {
             const bool isRSA = rest.starts_with("rsa ");
             if (isRSA || rest.starts_with("ed25519 ")) takeBefore(rest, " ");
-            const std::string tags = "v=1; s=key; " + std::string(rest);
+            const bool hasSelector = rest.find("s=") != std::string_view::npos;
+            const std::string tags = "v=1; " + std::string(hasSelector ? "" : "s=key; ") + std::string(rest);
             const PrivateKey& key = isRSA ? rsaKey() : ed25519Key();
             m_message = signedMessage(m_message, {.tags = tags}, key);
             takeBefore(rest, "d=");
             if (name == "sign") {
-                m_answers["key._domainkey." + std::string(takeBefore(rest, ";")) + "|TXT"] =
+                m_answers["key._domainkey." + asciiLowered(takeBefore(rest, ";")) + "|TXT"] =
                     DNSAnswer::records({keyRecord(key)});
             }
+        } else if (name == "publish") {
+            m_answers[value + "|TXT"] = DNSAnswer::records({keyRecord(ed25519Key())});
+        } else if (name == "seal") {
+            static const SigningKey key = SigningKey::newEd25519().value();
+            Signer::ARCOptions options;
+            options.domain = value;
+            options.selector = "arc";
+            options.results = "mx." + value + "; dkim=pass header.d=bank.example; spf=pass; dmarc=pass";
+            const auto set = Signer::arcSet(MailMessage::parse(m_message), options, key);
+            m_message = set.seal + "\r\n" + set.messageSignature + "\r\n" + set.results + "\r\n" + m_message;
+            m_answers["arc._domainkey." + value + "|TXT"] = DNSAnswer::records({Signer::keyRecord(key)});
+        } else if (name == "registered") {
+            const std::string domain(takeBefore(rest, " "));
+            m_registered[domain] = parsedRFC3339(rest);
+            if (rest == "!") m_registered[domain] = "closed";
+        } else if (name == "validated") {
+            const std::string asked(takeBefore(rest, " "));
+            m_answers[asked + "|" + std::string(rest)].isValidated = true;
         } else if (name == "above") {
             m_message = value + "\r\n" + m_message;
         } else if (name == "replace") {
@@ -116,7 +148,11 @@ private:
             ASSERT_NE(found, std::string::npos) << value;
             m_message.replace(found, from.size(), rest);
         } else if (name == "dns") {
-            const std::string asked = std::string(takeBefore(rest, " "));
+            const std::string asked(takeBefore(rest, " "));
+            if (rest == "!") {
+                m_failing.insert(asked);
+                return;
+            }
             const std::string key = asked + "|" + std::string(takeBefore(rest, " "));
             const auto known = m_answers[key].data();
             std::vector<std::string> records(known.begin(), known.end());
@@ -125,8 +161,8 @@ private:
         } else if (name == "at") {
             m_now = parsedRFC3339(value).value();
         } else {
-            const std::set<std::string> known = {"verdict",     "note", "no note", "headline",
-                                                 "no headline", "says", "never"};
+            const std::set<std::string> known = {"verdict",  "notes",       "note", "no note",
+                                                 "headline", "no headline", "says", "never"};
             ASSERT_TRUE(known.contains(name)) << name;
             m_expected.emplace_back(name, value);
         }
@@ -134,6 +170,8 @@ private:
 
     std::string m_message = {};
     StaticResolver::Answers m_answers = {};
+    std::set<std::string, std::less<>> m_failing = {};
+    StaticRegistry::Entries m_registered = {};
     Date m_now = *parsedRFC3339("2026-11-21T10:00:00Z");
     std::vector<std::pair<std::string, std::string>> m_expected = {};
 };
@@ -141,13 +179,15 @@ private:
 TEST(MessageCases, all) {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(QUILLMARK_TESTS "/messages")) {
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
-        SCOPED_TRACE(entry.path().filename());
-        Case(text).check();
-        ++count;
+        const std::string text = contents(entry.path());
+        for (std::string_view rest = text; !rest.empty(); ++count) {
+            std::string each(takeBefore(rest, "\n==\n"));
+            if (!each.ends_with('\n')) each += '\n';
+            SCOPED_TRACE(entry.path().filename().string() + ": " + each.substr(0, each.find('\n')));
+            Case(each).check();
+        }
     }
-    EXPECT_GE(count, 2u);
+    EXPECT_GE(count, 100u);
 }
 
 }  // namespace

@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
-
-#include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
 namespace {
@@ -72,61 +69,6 @@ TEST(Message, values) {
         ASSERT_EQ(message.headers().size(), 1u);
         EXPECT_EQ(message.headers()[0].name, row.name);
         EXPECT_EQ(message.headers()[0].value(), row.value);
-    }
-}
-
-/// `length` characters of `alphabet`, the same in every run.
-std::string randomText(std::mt19937& random, std::string_view alphabet, std::size_t length) {
-    std::string text;
-    while (text.size() < length) text += alphabet[random() % alphabet.size()];
-    return text;
-}
-
-TEST(Message, lineEndsAgainstAPlainWalk) {
-    const auto walked = [](std::string_view bytes) {
-        std::string normalized;
-        char previous = '\0';
-        for (const char c : bytes) {
-            if (c == '\r' || (c == '\n' && previous != '\r')) normalized += "\r\n";
-            if (c != '\r' && c != '\n') normalized += c;
-            previous = c;
-        }
-        return normalized;
-    };
-    std::mt19937 random(1);
-    for (std::size_t length = 0; length < 300; ++length) {  // beyond what is scanned at a time
-        for (const std::string_view alphabet : {"\r\n", "\r\nabcdef", "\nabcdefgh", "\rabcdefgh"}) {
-            const std::string bytes = randomText(random, alphabet, length);
-            const std::string expected = walked(bytes);
-            EXPECT_EQ(Bytes::normalizedLineEnds(ByteBuffer(bytes)).view(), expected);
-            EXPECT_EQ(Bytes::normalizedLineEnds(ByteBuffer(expected)).view(), expected);
-        }
-    }
-}
-
-TEST(Message, lookupsAgainstAPlainSearch) {
-    std::mt19937 random(1);
-    for (const std::size_t most : {2u, 9u, 20u}) {
-        std::string text;
-        for (int i = 0; i < 300; ++i) {
-            text += randomText(random, "aA", random() % most) + randomText(random, "xX~!", 1) + ":\n";
-        }
-        const auto message = MailMessage::parse(text);
-        const auto& fields = message.headers();
-        ASSERT_EQ(fields.size(), 300u);
-        for (const char* none : {"", "a", "xx", "aaaaaaaaaaaaaaaaaaaaaaaaa"}) {
-            EXPECT_TRUE(message.positions(none).empty());
-            EXPECT_EQ(message.first(none), nullptr);
-        }
-        for (const auto& field : fields) {
-            std::vector<std::uint32_t> expected;
-            for (std::uint32_t i = 0; i < fields.size(); ++i) {
-                if (equalsIgnoringCase(fields[i].name, field.name)) expected.push_back(i);
-            }
-            const auto found = message.positions(field.name);
-            EXPECT_EQ(std::vector(found.begin(), found.end()), expected) << field.name;
-            EXPECT_EQ(message.first(field.name), &fields[expected[0]]);
-        }
     }
 }
 
