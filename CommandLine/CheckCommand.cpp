@@ -258,6 +258,11 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
                                         {quillmark::quoted(*command.at)});
     }
+    if (command.resolver && *command.resolver != systemResolver && !DoHEndpoint::ofURL(*command.resolver)) {
+        return command.reader.translate(
+            "--resolver takes system or an address such as https://dns.example.org/dns-query, not “%1”",
+            {quillmark::quoted(*command.resolver)});
+    }
     return std::nullopt;
 }
 

@@ -18,6 +18,7 @@ struct CheckCommand {
     std::optional<bool> domainAge = {};  ///< asks how old domains are, or does not
     std::optional<bool> save = {};       ///< puts the reports into the user's history, or does not
     std::optional<std::string> dnsFile = {}, registrationsFile = {};
+    std::optional<std::string> resolver = {};  ///< the URL of a DNS service, or "system"
     std::optional<std::string> at = {};        ///< RFC 3339
     std::optional<std::string> record = {};    ///< a file to write what the checks were told into
     bool summary = false;                      ///< tables at the end in place of reports

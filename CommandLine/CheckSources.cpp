@@ -12,6 +12,7 @@
 #include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
+#include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "Wording/HistoryWording.h"
 
@@ -58,7 +59,13 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
             failures ? std::optional("not in the recorded answers") : std::nullopt);
     } else {
         const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
-        resolver = services = std::make_shared<DoHResolver>(http);
+        if (command.resolver == systemResolver) {
+            resolver = std::make_shared<SystemResolver>();
+        } else {
+            DoHOptions options;
+            if (command.resolver) options.endpoints = {DoHEndpoint::ofURL(*command.resolver).value()};
+            resolver = services = std::make_shared<DoHResolver>(http, std::move(options));
+        }
         if (command.asksRegistries()) {
             const auto ignored = [reader = command.reader](const std::filesystem::path& file) {
                 writeProblem(fileIgnored(file, reader));

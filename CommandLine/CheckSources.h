@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/RecordedRun.h"
@@ -14,6 +15,9 @@
 
 namespace quillmark {
 
+/// In place of a URL in `--resolver`: the servers that this computer asks for everything else.
+constexpr std::string_view systemResolver = "system";
+
 /// What the options say that checks are made with: the network, or what was read from files.
 struct CheckSources {
     /// The options must be without fault. Throws `AnswersFileError`.
@@ -23,8 +27,8 @@ struct CheckSources {
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
     std::unique_ptr<RecordedRun> recorded = {};         ///< when the checks are recorded, or were
     Date now;
-    std::size_t workers;                         ///< how many messages are checked at once
-    std::shared_ptr<DoHResolver> services = {};  ///< that `resolver` asks over the network; none with a file
+    std::size_t workers;                                  ///< how many messages are checked at once
+    std::shared_ptr<DoHResolver> services = {};           ///< that `resolver` asks over HTTPS, if it does
     std::optional<std::chrono::seconds> lookupTime = {};  ///< of one message, when it was given
 };
 

@@ -65,7 +65,8 @@ const std::vector<CommandTable::Section> sections = {
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
       "domains in From and Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF "
-      "record may ask for names that contain the envelope sender's address. With --dns nobody is asked."}},
+      "record may ask for names that contain the envelope sender's address. With --dns nobody is asked, with "
+      "--resolver whom you name."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
       "the history, files with answers and recordings, and more of what is read."}},
@@ -102,7 +103,13 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         .add_option("FILE", check.files, "Messages, mailboxes and folders to check; \"-\" is standard input")
         ->required();
     command.add_flag("--json", check.json, "Write each report as one line of JSON");
-    add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
+    CLI::Option* const answers =
+        add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
+    add(command, "--resolver", check.resolver, suggesting("URL", "system"),
+        "Ask this DNS service (DNS over HTTPS, RFC 8484) in place of the usual two; a URL that ends with "
+        "{?dns} is asked by GET, any other by POST. system: the servers that this computer asks for "
+        "everything else. Whoever it is sees the names, and with system so may others on the way")
+        ->excludes(answers);
     add(command, "--registrations", check.registrationsFile, "FILE",
         "Take registration dates of domains from a file");
     addSwitch(

@@ -17,8 +17,8 @@ using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 
 extern "C" {
 FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzcontainers, fuzzdmarc,
-    fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode, fuzzrdap,
-    fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzverify;
+    fuzzdnsmessage, fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode,
+    fuzzrdap, fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzverify;
 }
 
 namespace quillmark {
@@ -36,6 +36,7 @@ const struct {
     {"canonicalization", fuzzcanonicalization},
     {"containers", fuzzcontainers},
     {"dmarc", fuzzdmarc},
+    {"dnsmessage", fuzzdnsmessage},
     {"dohreply", fuzzdohreply},
     {"encodedwords", fuzzencodedwords},
     {"history", fuzzhistory},

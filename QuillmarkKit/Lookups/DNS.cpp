@@ -14,10 +14,11 @@ namespace {
 
 constexpr std::size_t longestName = 253, longestLabel = 63;
 
-/// Names that no public server knows.
-constexpr std::array localDomains{"local", "internal", "lan",       "home.arpa", "onion",
-                                  "test",  "invalid",  "localhost", "corp",      "home",
-                                  "mail",  "intranet", "private"};
+/// Names that no public server knows, but perhaps one of this computer's network.
+constexpr std::array localDomains{"local", "internal", "lan",      "home.arpa", "corp",
+                                  "home",  "mail",     "intranet", "private",   "test"};
+/// Names that no DNS server knows.
+constexpr std::array noDomains{"onion", "invalid", "localhost"};
 
 /// What stands before a domain and its dot in a name of it; nothing in any other name.
 std::optional<std::string_view> labelsBefore(std::string_view name, std::string_view domain) {
@@ -29,9 +30,9 @@ std::optional<std::string_view> labelsBefore(std::string_view name, std::string_
     return name.substr(0, rest - 1);
 }
 
-bool isLocal(std::string_view name) {
+bool isWithin(std::string_view name, std::span<const char* const> domains) {
     return std::ranges::any_of(
-        localDomains, [&](std::string_view domain) { return labelsBefore(name, domain).has_value(); });
+        domains, [&](std::string_view domain) { return labelsBefore(name, domain).has_value(); });
 }
 
 /// An address, or the end of one: no top-level domain is a number (RFC 3696, section 2).
@@ -94,8 +95,10 @@ std::size_t domainLabels(std::string_view name) {
     return labels;
 }
 
-bool isNobodys(std::string_view name) {
-    return domainLabels(name) < 2 || isLocal(name) || isAddress(name) || isReverseOfNoPublicAddress(name);
+bool isNobodys(std::string_view name) { return isWithin(name, noDomains) || isAddress(name); }
+
+bool isOfOneNetwork(std::string_view name) {
+    return domainLabels(name) < 2 || isWithin(name, localDomains) || isReverseOfNoPublicAddress(name);
 }
 
 }  // namespace
@@ -161,12 +164,12 @@ DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, cons
 std::optional<NameFault> nameFault(std::string_view name) {
     const auto ascii = asciiDomain(withoutRoot(name));
     if (!ascii || !fitsDNS(*ascii)) return NameFault::unfit;
-    return isNobodys(*ascii) ? std::optional(NameFault::nobodys) : std::nullopt;
+    return isNobodys(*ascii) || isOfOneNetwork(*ascii) ? std::optional(NameFault::nobodys) : std::nullopt;
 }
 
-bool mayBeQueried(std::string_view name) {
+bool mayBeQueried(std::string_view name, Network network) {
     name = withoutRoot(name);
-    return fitsDNS(name) && !isNobodys(name);
+    return fitsDNS(name) && !isNobodys(name) && (network == Network::own || !isOfOneNetwork(name));
 }
 
 DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type, const Patience& patience) {

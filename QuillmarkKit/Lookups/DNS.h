@@ -115,7 +115,11 @@ std::optional<NameFault> nameFault(std::string_view name);
 /// "<selector>._domainkey" is taken off. None of those that mean something on this machine or network only
 /// (RFC 6761, RFC 7686: ".local", ".onion" and the like), no address, and of the names that stand for
 /// addresses none but the whole ones of public addresses.
-bool mayBeQueried(std::string_view name);
+///
+/// With `Network::own`, whether this computer's own DNS servers may be asked for it: those that mean
+/// something on its network may, too, but for addresses and names that nobody owns anywhere.
+enum class Network { everybodys, own };
+bool mayBeQueried(std::string_view name, Network network = Network::everybodys);
 
 /// Asks for international names in the form that DNS has for them. Those without one do not exist, and nobody
 /// is asked. Stands in front of another resolver, which must outlive it.

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "QuillmarkKit/Lookups/DNSMessage.h"
 #include "QuillmarkKit/Lookups/DoHReply.h"
+#include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -28,19 +30,47 @@ std::string percentEncoded(std::string_view name) {
     return encoded;
 }
 
-std::string urlOf(const DoHEndpoint& endpoint, std::string_view name, DNSRecordType type) {
+/// In the form for URLs (RFC 4648, section 5), without padding.
+std::string urlBase64(std::string_view bytes) {
+    std::string text = encodedBase64(bytes);
+    text.resize(text.find_last_not_of('=') + 1);
+    std::ranges::replace(text, '+', '-');
+    std::ranges::replace(text, '/', '_');
+    return text;
+}
+
+/// Messages have the identity 0, so that services can keep their answers (RFC 8484, section 4.1).
+HTTPRequest requestTo(const DoHEndpoint& endpoint, std::string_view name, DNSRecordType type) {
+    using Form = DoHEndpoint::Form;
     const std::string port = endpoint.port == httpsPort ? "" : ":" + std::to_string(endpoint.port);
-    return "https://" + endpoint.host + port + endpoint.path + "?name=" + percentEncoded(name) +
-           "&type=" + std::string(mnemonic(type));
+    HTTPRequest request{.url = "https://" + endpoint.host + port + endpoint.path,
+                        .headers = {"Accept: application/dns-message"},
+                        .bodyLimit = DoHReply::bodyLimit};
+    switch (endpoint.form) {
+        case Form::json:
+            request.url += "?name=" + percentEncoded(name) + "&type=" + std::string(mnemonic(type));
+            request.headers = {"Accept: application/dns-json"};
+            break;
+        case Form::messageByGET:
+            request.url += "?dns=" + urlBase64(dnsQuestion(name, type, 0));
+            break;
+        case Form::messageByPOST:
+            request.headers.emplace_back("Content-Type: application/dns-message");
+            request.body = dnsQuestion(name, type, 0);
+            break;
+    }
+    return request;
 }
 
 /// The answer in what a service replied, or why there is none.
-std::variant<DNSAnswer, std::string> readReply(const HTTPOutcome& reply, DNSRecordType type) {
+std::variant<DNSAnswer, std::string> readReply(const HTTPOutcome& reply, DoHEndpoint::Form form,
+                                               std::string_view name, DNSRecordType type) {
     if (const auto* failure = std::get_if<HTTPFailure>(&reply)) return HTTPError(*failure).what();
     const auto& response = std::get<HTTPResponse>(reply);
     if (response.status != okStatus) return "HTTP " + std::to_string(response.status);
     try {
-        auto read = DoHReply::parse(response.body, type);
+        auto read = form == DoHEndpoint::Form::json ? DoHReply::parse(response.body, type)
+                                                    : parseDNSMessage(response.body, name, type);
         if (auto* answer = std::get_if<DNSAnswer>(&read.value)) return std::move(*answer);
         return "SERVFAIL";
     } catch (const DNSLookupError& error) {
@@ -49,6 +79,33 @@ std::variant<DNSAnswer, std::string> readReply(const HTTPOutcome& reply, DNSReco
 }
 
 }  // namespace
+
+std::optional<DoHEndpoint> DoHEndpoint::ofURL(std::string_view url) {
+    constexpr std::string_view scheme = "https://", byGET = "{?dns}";
+    if (!startsWithIgnoringCase(url, scheme)) return std::nullopt;
+    url.remove_prefix(scheme.size());
+    DoHEndpoint endpoint{.form = Form::messageByPOST};
+    if (url.ends_with(byGET)) {
+        url.remove_suffix(byGET.size());
+        endpoint.form = Form::messageByGET;
+    }
+    const auto isPlain = [](char c) {
+        return c > ' ' && c < 0x7F && std::string_view("?#{}@\"<>\\^`|").find(c) == std::string_view::npos;
+    };
+    if (!std::ranges::all_of(url, isPlain)) return std::nullopt;
+    const auto slash = std::min(url.find('/'), url.size());
+    endpoint.host = url.substr(0, slash);
+    endpoint.path = url.substr(slash);
+    const auto bracket = endpoint.host.rfind(']'), colon = endpoint.host.rfind(':');
+    if (colon != std::string::npos && (bracket == std::string::npos || colon > bracket)) {
+        const auto port = decimal(std::string_view(endpoint.host).substr(colon + 1));
+        if (!port || *port < 1 || *port > 65'535) return std::nullopt;
+        endpoint.port = static_cast<int>(*port);
+        endpoint.host.resize(colon);
+    }
+    if (endpoint.host.empty()) return std::nullopt;
+    return endpoint;
+}
 
 struct DoHResolver::Endpoint {
     DoHEndpoint where = {};
@@ -137,10 +194,8 @@ Once<DoHResolver::Outcome>::Made DoHResolver::ask(std::string_view name, DNSReco
     Outcome outcome{.wentWithout = turn.isAnyResting};
     HTTPRace race{.headStart = m_options.headStart, .deadline = patience.deadline};
     for (const Turn::Runner& runner : turn.runners) {
-        race.requests.push_back({.url = urlOf(m_endpoints[runner.endpoint].where, name, type),
-                                 .headers = {"Accept: application/dns-json"},
-                                 .timeOut = runner.isTry ? m_options.headStart : m_options.timeOut,
-                                 .bodyLimit = DoHReply::bodyLimit});
+        race.requests.push_back(requestTo(m_endpoints[runner.endpoint].where, name, type));
+        race.requests.back().timeOut = runner.isTry ? m_options.headStart : m_options.timeOut;
     }
     const auto miss = [&](const Turn::Runner& runner, HTTPFailure failure) {
         const std::string why = HTTPError(failure).what();
@@ -163,7 +218,7 @@ Once<DoHResolver::Outcome>::Made DoHResolver::ask(std::string_view name, DNSReco
             ++endpoint.replies;
             endpoint.missedMessages = 0;
         }
-        auto read = readReply(end, type);
+        auto read = readReply(end, endpoint.where.form, name, type);
         if (auto* why = std::get_if<std::string>(&read)) {
             turn.failures[runner.endpoint] = std::move(*why);
             return false;

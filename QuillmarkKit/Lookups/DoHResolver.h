@@ -17,11 +17,22 @@
 
 namespace quillmark {
 
-/// A DNS-over-HTTPS service that answers in JSON.
+/// A DNS-over-HTTPS service.
 struct DoHEndpoint {
+    enum class Form {
+        json,           ///< the question in the URL, the answer as JSON
+        messageByGET,   ///< both as messages of DNS (RFC 8484, section 4.1)
+        messageByPOST,  ///< the same
+    };
     std::string host = {};  ///< also what failure texts call it
     std::string path = {};  ///< "/dns-query"
     int port = 443;
+    Form form = Form::json;
+
+    /// The service that a person names by its URL: https without user name, query and fragment. One with the
+    /// template "{?dns}" at the end is asked by GET, any other by POST (RFC 8484, section 4.1: each service
+    /// knows both). Nothing when it is no such URL.
+    static std::optional<DoHEndpoint> ofURL(std::string_view url);
 };
 
 struct DoHOptions {

@@ -194,11 +194,12 @@ struct HTTPEngine::Finish {
     std::condition_variable_any changed = {};
 };
 
-/// One GET. The caller fills in the first block; the loop's thread owns the second until `isDone`, which the
+/// One request. The caller fills in the first block; the loop's thread owns the second until `isDone`, which the
 /// lock of `finish` guards.
 struct HTTPEngine::Transfer {
     std::string url = {};
     std::vector<std::string> headers = {};
+    std::optional<std::string> body = {};
     std::size_t bodyLimit = 0;
     std::function<bool(std::string_view)> mayReach = {};
     Protocol expected = Protocol::unknown;
@@ -435,6 +436,12 @@ void HTTPEngine::Loop::begin(std::shared_ptr<Transfer> transfer) {
     }
     curl().easySet(easy, CURLOPT_URL, transfer->url.c_str());
     curl().easySet(easy, CURLOPT_HTTPHEADER, transfer->headerList.get());
+    if (transfer->body) {
+        curl().easySet(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer->body->size()));
+        curl().easySet(easy, CURLOPT_POSTFIELDS, transfer->body->data());
+    } else {
+        curl().easySet(easy, CURLOPT_HTTPGET, 1L);  // it may have posted before
+    }
     for (const auto data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_PREREQDATA, CURLOPT_PRIVATE}) {
         curl().easySet(easy, data, transfer.get());
     }
@@ -581,6 +588,7 @@ HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
         const auto transfer = std::make_shared<Transfer>();
         transfer->url = url;
         transfer->headers = request.headers;
+        transfer->body = request.body;
         transfer->bodyLimit = request.bodyLimit;
         transfer->deadline = deadline;
         transfer->finish = std::make_shared<Finish>();
@@ -596,7 +604,7 @@ HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
         auto outcome = transfer->outcome();
         if (const auto* failure = std::get_if<HTTPFailure>(&outcome)) throw HTTPError(*failure);
         auto& response = std::get<HTTPResponse>(outcome);
-        if (transfer->redirect.empty() || left <= 0) return std::move(response);
+        if (transfer->redirect.empty() || left <= 0 || request.body) return std::move(response);
         target = targetOf(transfer->redirect);
         if (!target || !target->isPlainHTTPS || target->isLiteral) return std::move(response);
         url = std::move(transfer->redirect);
@@ -624,6 +632,7 @@ std::size_t HTTPEngine::race(const HTTPRace& race, std::stop_token stop) {
             Transfer& transfer = *runner.transfer;
             transfer.url = request.url;
             transfer.headers = request.headers;
+            transfer.body = request.body;
             transfer.bodyLimit = request.bodyLimit;
             transfer.deadline = std::min(Clock::now() + request.timeOut, race.deadline);
             transfer.finish = finish;

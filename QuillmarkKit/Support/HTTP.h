@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <stop_token>
 #include <string>
@@ -14,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-/// HTTPS GET and nothing else. The one file that includes libcurl is `HTTP.cpp`.
+/// HTTPS, GET and POST, and nothing else. The one file that includes libcurl is `HTTP.cpp`.
 namespace quillmark {
 
 /// Which redirects a request follows. Whatever stands here: only to https, never to an IP literal.
@@ -29,6 +30,7 @@ struct HTTPRedirects {
 struct HTTPRequest {
     std::string url = {};
     std::vector<std::string> headers = {};    ///< whole lines: "Accept: application/json"
+    std::optional<std::string> body = {};     ///< to be posted; it follows no redirect
     std::chrono::milliseconds timeOut{8000};  ///< for the whole of it, redirects included
     std::size_t bodyLimit = 1 << 20;          ///< bytes, counted after a content coding is undone
     HTTPRedirects redirects = {};
