@@ -13,7 +13,7 @@ std::string outcome(std::string_view json, DNSRecordType type) {
         if (!answer) return "SERVFAIL";
         if (*answer == DNSAnswer::noData()) return "no data";
         if (*answer == DNSAnswer::nxdomain()) return "no such domain";
-        std::string lines;
+        std::string lines = answer->isValidated ? "validated\n" : "";
         for (const auto& data : answer->data()) lines += data + "\n";
         return lines;
     } catch (const DNSLookupError& error) {
@@ -63,6 +63,7 @@ TEST(DoHReply, parse) {
          "no such domain"},
         {R"({"Status":0,"AD":[1],"Answer":[{"name":1,"TTL":"x","type":1,"data":"192.0.2.1"}]})", a,
          "192.0.2.1\n"},
+        {R"({"Status":0,"AD":true,"Answer":[{"type":1,"data":"192.0.2.1"}]})", a, "validated\n192.0.2.1\n"},
         {nested(50), txt, "no such domain"},
         {withData(65'535), a, std::string(65'535, 'a') + "\n"},
     };

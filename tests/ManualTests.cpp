@@ -1,18 +1,14 @@
-// What a person reads and types: help, man page, completions.
+// What a person reads: help and man page.
 
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <sstream>
 
 #include "CommandLine/Options.h"
-#include "Manual/Completions.h"
 #include "Manual/Help.h"
 #include "Manual/ManPage.h"
-#include "tests/TestFiles.h"
 
 namespace quillmark {
 namespace {
@@ -91,47 +87,6 @@ TEST(ManPage, takesAChapter) {
               ".TP\n\\fIkey\\fR\nvalue\n.TP\n\\fBa|b,\\:c\\fR\nc\n");
     for (const char* const other : {"### a", "* a", "an `a", "  a", "| a |", "![a](b)"})
         EXPECT_THROW(formatsPage(other, "1", "2026-11-21"), std::invalid_argument) << other;
-}
-
-/// What bash offers after `words`, the last of which is being typed, one after the other with a blank.
-std::string offered(const std::string& folder, const std::string& words) {
-    const std::string command = "cd '" + folder + "' && bash --norc -c 'source ./completion; COMP_WORDS=(" +
-                                words +
-                                "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmark; "
-                                "printf \"%s \" \"${COMPREPLY[@]}\"'";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string output;
-    std::array<char, 4096> block{};
-    while (const std::size_t size = fread(block.data(), 1, block.size(), pipe))
-        output.append(block.data(), size);
-    EXPECT_EQ(pclose(pipe), 0);
-    return output.substr(0, output.find_last_not_of(' ') + 1);
-}
-
-TEST(Completions, bashCompletes) {
-    const test::TemporaryFolder folder;
-    folder.write("completion", bashCompletion(table()));
-    folder.write("an offer.eml", "");
-    const std::pair<const char*, const char*> rows[] = {
-        {"quillmark c", "check"},
-        {"quillmark --v", "--version"},
-        {"quillmark check --js", "--json"},
-        {"quillmark check an", "an offer.eml"},
-        {"quillmark check --dns an", "an offer.eml"},
-        {"quillmark check --dns = an", "an offer.eml"},
-        {"quillmark check --at an", ""},
-        {"quillmark history s", "show"},
-        {"quillmark history show --j", "--json"},
-        {"quillmark history show an", ""},
-        {"quillmark keygen --type e", "ed25519"},
-        {"quillmark keygen --type = \"\"", "rsa ed25519"},
-        {"quillmark sign --json", ""},
-        {"quillmark sign --canon s", "simple/relaxed simple/simple"},
-        {"quillmark seal --chain p", "pass"},
-        {"quillmark check --fail-on \"\"", "caution unknown bad"},
-        {"quillmark check --only g", "good"},
-    };
-    for (const auto& [words, expected] : rows) EXPECT_EQ(offered(folder / "", words), expected) << words;
 }
 
 }  // namespace
