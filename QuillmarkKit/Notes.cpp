@@ -29,7 +29,7 @@ constexpr std::size_t longestExcerpt = 200;
 constexpr std::size_t mostChainKeys = 10;                    // of which a note is made
 constexpr std::size_t mostFieldNames = 12;                   // of signed lines that are told
 constexpr std::size_t longestReading = 100'000;              // bytes of a field or name read anew
-constexpr std::size_t mostReadings = 100, mostKnown = 10;    // of one field; addresses they are compared with
+constexpr std::size_t mostKnown = 10;                        // addresses that readings are compared with
 constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
 constexpr auto clockError = std::chrono::minutes(10);
 /// A server may try for five days to deliver a message (RFC 5321, section 4.5.4.1), and a list may hold it.
@@ -123,18 +123,28 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
         return std::ranges::any_of(
             warned, [&](const std::string& other) { return suffixes.sameOrganization(domain, other); });
     };
+    const auto isToldOf = [&](const std::string& address) {
+        return std::ranges::any_of(notes, [&](const ReportNote& note) {
+            const auto* more = std::get_if<ReportNote::FromHoldsMore>(&note.value);
+            return more && more->more.find(address) != std::string::npos;
+        });
+    };
+    std::set<std::string> organizations;  // that were looked at
+    const auto isNews = [&](const std::string& address) {
+        const std::string domain = MailAddress::domainPart(address);
+        return organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
+               isStranger(domain, known, suffixes) && !isWarnedOf(domain) && !isToldOf(address);
+    };
     for (const auto position : message.positions(field)) {
         const std::string value = message.headers()[position].value();
         if (value.size() > longestReading) continue;  // no program shows the like
-        std::vector<std::string> readings = strictAddresses(value);
-        readings.resize(std::min(readings.size(), mostReadings));
+        std::vector<std::string> readings = readableAddresses(value);
         if (auto bracketed = firstBracketed(value)) readings.push_back(std::move(*bracketed));
-        for (const std::string& address : readings) {
-            const std::string domain = MailAddress::domainPart(address);
-            if (!isStranger(domain, known, suffixes) || isWarnedOf(domain)) continue;
-            notes.push_back({ReportNote::ReadOtherwise{std::string(field), excerpt(address)}});
-            return;
-        }
+        for (const MailAddress& address : known) readings.push_back(upToEndOfDomain(address.address));
+        const auto found = std::ranges::find_if(readings, isNews);
+        if (found == readings.end()) continue;
+        notes.push_back({ReportNote::ReadOtherwise{std::string(field), excerpt(*found)}});
+        return;
     }
 }
 

@@ -161,13 +161,16 @@ AddressExtras extrasWithin(std::string_view address) {
     AddressExtras extras;
     const auto lastAt = address.rfind('@');
     if (lastAt == std::string_view::npos) return extras;
-    // Blanks and "@" in a quoted user name are part of it.
+    // Blanks and "@" in a quoted user name are part of it. A "<" that nothing closes begins another address,
+    // and quotes in which no user name stands are a name.
     auto blank = std::string_view::npos, at = std::string_view::npos;
     bool inQuotes = false;
     for (std::size_t i = 0; i < lastAt; ++i) {
         if (address[i] == '"') inQuotes = !inQuotes;
         if (inQuotes) continue;
-        if (isBlank(address[i])) blank = i;
+        const bool endsQuotes = address[i] == '"' && address[i + 1] != '@' && address[i + 1] != '.';
+        if (isBlank(address[i]) || address[i] == '<') blank = i;
+        if (endsQuotes) blank = i + 1;
         if (address[i] == '@') at = i;
     }
     if (blank != std::string_view::npos) {

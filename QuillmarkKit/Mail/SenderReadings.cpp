@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Mail/SenderReadings.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "QuillmarkKit/Mail/Addresses.h"
@@ -69,7 +70,7 @@ std::vector<Token> tokens(std::string_view rest) {
             tokens.push_back({Token::Kind::word, std::string(rest.substr(0, length))});
             rest.remove_prefix(length);
         } else {
-            if (static_cast<unsigned char>(c) > ' ')
+            if (!isBlank(c))  // control characters end a word, as NUL does for many
                 tokens.push_back({Token::Kind::special, std::string(1, c)});
             rest.remove_prefix(1);
         }
@@ -77,18 +78,22 @@ std::vector<Token> tokens(std::string_view rest) {
     return tokens;
 }
 
-/// Reads a list of tokens from the front: section 3.4's grammar, an entry at a time.
+/// Reads a list of tokens from the front: section 3.4's grammar, an entry at a time. Where an entry breaks
+/// it, what is an address as far as it goes counts as well: most programs stop there.
 class Reading {
 public:
     explicit Reading(std::vector<Token> tokens) : m_tokens(std::move(tokens)) {}
 
     std::vector<std::string> addresses() {
         while (m_next < m_tokens.size()) {
-            if (isSpecial(',') || isSpecial(';')) {
+            if (isWord()) {
+                takeAddress();
+            } else if (isSpecial('<')) {
                 ++m_next;
-                continue;
+                skipRoute();
+            } else {
+                ++m_next;
             }
-            readEntry();
         }
         return std::move(m_addresses);
     }
@@ -99,58 +104,34 @@ private:
                m_tokens[m_next].text.front() == c;
     }
     bool isWord() const { return m_next < m_tokens.size() && m_tokens[m_next].kind == Token::Kind::word; }
-    bool isEnd() const { return m_next == m_tokens.size() || isSpecial(',') || isSpecial(';'); }
-
-    /// A mailbox, or the name of a group with its colon.
-    void readEntry() {
-        const std::size_t begin = m_next;
-        if (auto address = takeAddress(); address && isEnd()) {
-            m_addresses.push_back(std::move(*address));
-            return;
-        }
-        m_next = begin;
-        while (isWord() || isSpecial('.')) ++m_next;  // a phrase, or nothing (section 4.1)
-        if (isSpecial(':')) {
-            ++m_next;
-            return;
-        }
-        if (isSpecial('<')) {
-            ++m_next;
-            skipRoute();
-            auto address = takeAddress();
-            if (address && isSpecial('>')) {
-                ++m_next;
-                if (isEnd()) m_addresses.push_back(std::move(*address));
-            }
-        }
-        while (!isEnd()) ++m_next;  // what breaks the grammar takes its entry with it
-    }
 
     /// "@a,@b:" in front of an address in angle brackets (section 4.4).
     void skipRoute() {
         if (!isSpecial('@') && !isSpecial(',')) return;
         const std::size_t begin = m_next;
-        while (m_next < m_tokens.size() && !isSpecial(':') && !isSpecial('>')) ++m_next;
+        while (m_next < m_tokens.size() && !isSpecial(':') && !isSpecial('>') && !isSpecial('<')) ++m_next;
         if (isSpecial(':'))
             ++m_next;
         else
             m_next = begin;
     }
 
-    /// local-part "@" domain, both with the obsolete blanks and comments between their words.
-    std::optional<std::string> takeAddress() {
+    /// local-part "@" domain, both with the obsolete blanks and comments between their words. Without the
+    /// second there is none, and what was read is part of none.
+    void takeAddress() {
         std::string address;
-        if (!takeDotted(address) || !isSpecial('@')) return std::nullopt;
+        if (!takeDotted(address) || !isSpecial('@')) return;
         ++m_next;
         address += '@';
         if (m_next < m_tokens.size() && m_tokens[m_next].kind == Token::Kind::literal) {
             address += m_tokens[m_next++].text;
-            return address;
+        } else {
+            takeDotted(address);
         }
-        if (!takeDotted(address)) return std::nullopt;
-        return address;
+        if (!address.ends_with('@')) m_addresses.push_back(std::move(address));
     }
 
+    /// Takes words with dots between them; false when no word follows the last dot.
     bool takeDotted(std::string& text) {
         if (!isWord()) return false;
         text += m_tokens[m_next++].text;
@@ -167,34 +148,73 @@ private:
     std::vector<std::string> m_addresses = {};
 };
 
+/// Encoded words as lenient programs take them: blanks in them, and in base64 whatever is none.
+std::string withLenientWords(std::string_view text) {
+    std::string lenient;
+    for (;;) {
+        const auto begin = text.find("=?");
+        const auto charsetEnd = begin == text.npos ? text.npos : text.find('?', begin + 2);
+        const auto end = charsetEnd == text.npos ? text.npos : text.find("?=", charsetEnd + 3);
+        if (end == text.npos) return lenient.append(text);
+        const bool isBase64 = asciiLowered(text[charsetEnd + 1]) == 'b';
+        const std::size_t content = charsetEnd + 3;
+        lenient += text.substr(0, content);
+        for (const char c : text.substr(content, end - content)) {
+            if (!isBase64) {
+                lenient += isBlank(c) ? '_' : c;
+            } else if (isASCIILetter(c) || isDigit(c) || c == '+' || c == '/') {
+                lenient += c;
+            }
+        }
+        lenient += "?=";
+        text.remove_prefix(end + 2);
+    }
+}
+
 }  // namespace
 
-std::vector<std::string> strictAddresses(std::string_view value) {
+std::vector<std::string> readableAddresses(std::string_view value) {
     return Reading(tokens(value)).addresses();
 }
 
 std::optional<std::string> firstBracketed(std::string_view value) {
-    std::size_t open = std::string_view::npos;  // of the innermost pair that is open
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        if (value[i] == '<') open = i + 1;
-        if (value[i] != '>' || open == std::string_view::npos) continue;
-        const std::string_view inside = value.substr(open, i - open);
-        if (inside.find('@') != std::string_view::npos) return std::string(trimmedBlanks(inside));
-        open = std::string_view::npos;
+    std::size_t open = value.size();  // behind the last "<"
+    for (std::size_t i = 0; i <= value.size(); ++i) {
+        if (i < value.size() && value[i] != '<' && value[i] != '>') continue;
+        const std::string_view inside = value.substr(std::min(open, i), i - std::min(open, i));
+        if (inside.find('@') != std::string_view::npos) return upToEndOfDomain(trimmedBlanks(inside));
+        open = i < value.size() && value[i] == '<' ? i + 1 : value.size();
     }
     return std::nullopt;
 }
 
+std::string upToEndOfDomain(std::string_view address) {
+    const auto at = address.rfind('@');
+    if (at == std::string_view::npos) return std::string(address);
+    std::string_view rest = trimmed(address.substr(at + 1));
+    std::string whole(address.substr(0, at + 1));
+    while (!rest.empty() && (rest.front() == '.' || isAtomText(rest.front()))) {
+        const std::string_view before = rest;
+        takeScalar(rest);
+        const std::string_view scalar = before.substr(0, before.size() - rest.size());
+        if (trimmed(scalar).empty()) break;  // there are blanks beyond ASCII
+        whole += scalar;
+    }
+    return whole;
+}
+
 std::string shownName(std::string_view displayName) {
-    const std::string decoded = EncodedWords::decode(displayName);
+    std::string plain = EncodedWords::decode(displayName);
+    std::erase(plain, '\\');  // which can hide encoded words, too
+    if (plain.find("=?") != std::string::npos) plain = EncodedWords::decode(withLenientWords(plain));
     std::string shown, blanks;
-    std::string_view rest = decoded;
+    std::string_view rest = plain;
     while (!rest.empty()) {
         const std::string_view before = rest;
         const char32_t scalar = takeScalar(rest);
         const std::string_view bytes = before.substr(0, before.size() - rest.size());
-        if ((scalar == U'\\' && !rest.empty()) || isInvisible(scalar)) continue;
-        if (scalar == U' ' || scalar == U'\t') {
+        if (isInvisible(scalar)) continue;
+        if (trimmed(bytes).empty()) {
             blanks += bytes;
             continue;
         }
@@ -209,6 +229,7 @@ std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList
     static const Pattern pattern(R"((?:[A-Za-z0-9._%+-]+@)?(?:[A-Za-z0-9-]+\.)+[A-Za-z]{2,})",
                                  Pattern::Units::bytes);
     std::vector<std::string> domains;
+    std::set<std::string> organizations;  // many names of one don't crowd out another's
     std::string_view match;
     for (std::size_t position = 0;
          domains.size() < mostDomains && pattern.find(name, position, {&match, 1});) {
@@ -217,7 +238,8 @@ std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList
         if (at != std::string_view::npos) match.remove_prefix(at + 1);
         std::string domain = asciiLowered(match);
         if (at == std::string_view::npos && !suffixes.hasTopLevelOf(domain)) continue;
-        if (std::ranges::count(domains, domain) == 0) domains.push_back(std::move(domain));
+        if (organizations.insert(suffixes.organizationalDomain(domain)).second)
+            domains.push_back(std::move(domain));
     }
     return domains;
 }
