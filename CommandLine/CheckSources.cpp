@@ -3,7 +3,6 @@
 #include <sched.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <thread>
@@ -14,6 +13,7 @@
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "Settings/UserFolders.h"
 #include "Wording/HistoryWording.h"
 
 namespace quillmark {
@@ -21,19 +21,6 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t networkWorkers = 64;  // nearly all of whom wait for answers
-
-/// The user's folder for what can be fetched again (XDG base directories); nothing when the
-/// environment names none.
-std::optional<std::filesystem::path> cacheFolder() {
-    const auto folder = [](const char* variable) {
-        const char* const value = std::getenv(variable);
-        return std::filesystem::path(value ? value : "");
-    };
-    const auto named = folder("XDG_CACHE_HOME"), home = folder("HOME");
-    if (named.is_absolute()) return named / "quillmark";
-    if (home.is_absolute()) return home / ".cache" / "quillmark";
-    return std::nullopt;
-}
 
 /// How many processor cores this process may use, which can be fewer than the machine has.
 std::size_t cores() {

@@ -26,6 +26,8 @@
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Settings/HandedMessage.h"
+#include "Settings/UserFolders.h"
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
 #include "Wording/Details.h"
@@ -385,13 +387,26 @@ void QuillmarkApp::remove(void (AppModel::*fromWhere)(UUID)) {
 
 void QuillmarkApp::openFiles(const QStringList& paths) {
     std::vector<std::string> files;
-    for (const QString& each : paths) files.push_back(each.toLocal8Bit().toStdString());
+    const auto session = sessionFolder();
+    for (const QString& each : paths) {
+        std::string path = each.toLocal8Bit().toStdString();
+        session&& isHandedMessage(path, *session) ? receiveHanded(path) : files.push_back(std::move(path));
+    }
     if (!files.empty()) m_model.openFiles(std::move(files));
     m_window.setWindowState(m_window.windowState() & ~Qt::WindowMinimized);
     m_window.show();
     m_window.raise();
     QWidget* dialog = QApplication::activeModalWidget();  // then the window itself takes no keys
     (dialog ? dialog : &m_window)->activateWindow();
+}
+
+void QuillmarkApp::receiveHanded(const std::string& path) {
+    auto message = takeHandedMessage(path);
+    if (auto* bytes = std::get_if<ByteBuffer>(&message)) {
+        m_model.checkData(std::move(*bytes));
+    } else {
+        m_model.refuse(problemLine(std::get<Refusal>(message), {}, m_words.reader));
+    }
 }
 
 void QuillmarkApp::receive(const DropContents& contents) {

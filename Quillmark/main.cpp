@@ -23,6 +23,7 @@
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/UserFolders.h"
 #include "WindowBaseline/QtWords.h"
 #include "Wording/HistoryWording.h"
 
@@ -31,11 +32,6 @@ namespace {
 using namespace quillmark;
 
 constexpr std::string_view folderName = "Quillmark";  // of the command line, too
-
-std::filesystem::path cacheFolder() {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
-    return std::filesystem::path(folder.toLocal8Bit().toStdString()) / "quillmark";
-}
 
 /// A descriptor that can be read once the session wants the process to end. To be called before there is any
 /// thread, so that all of them leave these signals alone.

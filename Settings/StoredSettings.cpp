@@ -1,10 +1,9 @@
 #include "Settings/StoredSettings.h"
 
-#include <cstdlib>
-
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Settings/UserFolders.h"
 
 namespace quillmark {
 
@@ -92,14 +91,8 @@ bool isFitForSettings(const std::filesystem::path& file) {
 }
 
 std::optional<std::filesystem::path> settingsFile() {
-    const auto folder = [](const char* variable) {
-        const char* const value = std::getenv(variable);
-        return std::filesystem::path(value ? value : "");
-    };
-    const auto named = folder("XDG_CONFIG_HOME"), home = folder("HOME");
-    if (named.is_absolute()) return named / "quillmark" / "quillmark.conf";
-    if (home.is_absolute()) return home / ".config" / "quillmark" / "quillmark.conf";
-    return std::nullopt;
+    const auto folder = settingsFolder();
+    return folder ? std::optional(*folder / "quillmark.conf") : std::nullopt;
 }
 
 }  // namespace quillmark

@@ -309,6 +309,25 @@ TEST(Desktop, pasteInTheSheetAndStraight) {
     }
 }
 
+TEST(Desktop, aHandedMessageIsRemovedOnceReadAndNoOtherFile) {
+    const QTemporaryDir folder, session;
+    const QByteArray before = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", session.path().toLocal8Bit() + '/');
+    const QString name = "quillmark-message-0A1B2C3D-0000-4000-8000-000000000000.eml";
+    const QString handed = session.filePath(name);
+    const QStringList others = {folder.filePath(name), session.filePath("quillmark-message-letter.eml")};
+    for (const QString& file : QStringList(handed) + others)
+        ASSERT_TRUE(QFile::copy(QString::fromStdString(samplePath("rfc8463.eml")), file));
+    Desk run(folder);
+    run.app->openFiles(others);
+    run.waitForHeadline(headlineOf("rfc8463"));
+    run.app->openFiles({handed});
+    EXPECT_FALSE(QFile::exists(handed));
+    EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 3; }));
+    for (const QString& file : others) EXPECT_TRUE(QFile::exists(file)) << file.toStdString();
+    qputenv("XDG_RUNTIME_DIR", before);
+}
+
 TEST(Desktop, aRunningCheckIsThereAtOnceAndCanBeStopped) {
     const QTemporaryDir folder;
     Desk run(folder);

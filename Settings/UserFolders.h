@@ -1,0 +1,21 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+/// The person's folders (XDG base directories), as all programs see them.
+namespace quillmark {
+
+/// "quillmark" in the folder for what can be fetched again ($XDG_CACHE_HOME, else ~/.cache); nothing when the
+/// environment names no folder.
+std::optional<std::filesystem::path> cacheFolder();
+
+/// "quillmark" in the folder for settings ($XDG_CONFIG_HOME, else ~/.config); nothing when the environment
+/// names no folder.
+std::optional<std::filesystem::path> settingsFolder();
+
+/// The folder of this session ($XDG_RUNTIME_DIR), which goes when it ends; nothing unless it is there, the
+/// person's, and nobody else may look into it.
+std::optional<std::filesystem::path> sessionFolder();
+
+}  // namespace quillmark

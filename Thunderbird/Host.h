@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
+#include "QuillmarkKit/Support/Date.h"
+#include "Wording/Reader.h"
+
+namespace quillmark {
+
+/// What the host of the add-on stands on. `now` is called on any thread.
+struct HostSurroundings {
+    std::shared_ptr<DNSResolver> resolver = {};
+    std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
+    std::function<Date()> now = {};
+    std::filesystem::path window = {};                        ///< the program quillmark-desktop
+    std::optional<std::filesystem::path> sessionFolder = {};  ///< where messages are handed to it
+    Reader reader = {};  ///< whom problems of the protocol are for, and whose time zone it is
+};
+
+/// Reads requests and writes answers, each as soon as it is there, until the add-on closes its end. Gives the
+/// exit status: 0, or 1 when the add-on doesn't keep to the protocol, of which standard error tells then.
+int serveAddon(const HostSurroundings& surroundings, int input, int output);
+
+}  // namespace quillmark

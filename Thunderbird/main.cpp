@@ -1,0 +1,38 @@
+#include <unistd.h>
+
+#include <chrono>
+#include <iostream>
+#include <string_view>
+
+#include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "QuillmarkKit/Lookups/RDAP.h"
+#include "QuillmarkKit/Support/HTTP.h"
+#include "QuillmarkKit/Version.h"
+#include "Settings/StoredSettings.h"
+#include "Settings/UserFolders.h"
+#include "Thunderbird/Host.h"
+
+// Thunderbird starts it, with the path of its manifest and the add-on's name as arguments.
+// NOLINTNEXTLINE(bugprone-exception-escape): want of memory is left, and ends the program
+int main(int count, char** arguments) {
+    using namespace quillmark;
+    if (count == 2 && std::string_view(arguments[1]) == "--version") {
+        std::cout << "quillmark-thunderbird " QUILLMARK_VERSION "\n";
+        return 0;
+    }
+    const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
+    HostSurroundings surroundings;
+    surroundings.resolver = std::make_shared<DoHResolver>(http);
+    const auto file = settingsFile();
+    const auto settings = file && isFitForSettings(*file) ? storedSettings(*file) : std::nullopt;
+    if (settings.value_or(AppSettings()).checkDomainAge)
+        surroundings.registry =
+            std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    surroundings.now = [] {
+        return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    };
+    surroundings.window = QUILLMARK_WINDOW;
+    surroundings.sessionFolder = sessionFolder();
+    surroundings.reader = Reader::ofEnvironment();
+    return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);
+}

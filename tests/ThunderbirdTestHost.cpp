@@ -1,0 +1,24 @@
+// The host of the add-on with recorded answers, which the one that is installed has no way to take:
+//   QUILLMARK_TEST_ANSWERS   an answers file
+//   QUILLMARK_TEST_WINDOW    the program that messages are handed to
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "CommandLine/FixedAnswers.h"
+#include "Settings/UserFolders.h"
+#include "Thunderbird/Host.h"
+
+int main() {
+    using namespace quillmark;
+    FixedAnswers fixed = FixedAnswers::read(std::getenv("QUILLMARK_TEST_ANSWERS"));
+    HostSurroundings surroundings;
+    surroundings.resolver = std::make_shared<StaticResolver>(std::move(fixed.answers));
+    surroundings.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
+    surroundings.now = [at = *fixed.at] { return at; };
+    surroundings.window = std::getenv("QUILLMARK_TEST_WINDOW");
+    surroundings.sessionFolder = sessionFolder();
+    surroundings.reader = Reader::ofEnvironment();
+    return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);
+}
