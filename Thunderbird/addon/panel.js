@@ -54,7 +54,7 @@ async function messageBytes(id) {
     let file;
     try {
         file = await browser.messages.getRaw(id, {data_format: "File"});
-    } catch {
+    } catch (error) { console.error(error);
         throw new Problem("messageUnreadable");
     }
     if (file.size > largestMessage) throw new Problem("messageTooLarge");
