@@ -36,14 +36,15 @@ constexpr auto clockError = std::chrono::minutes(10);
 constexpr auto longDelay = std::chrono::days(7);
 constexpr auto wrongDay = std::chrono::days(1);  // no clock and no time zone is wrong by more
 
-/// What a person needs to recognise a text: decoded, and not the megabytes that a message can hold.
-std::string excerpt(std::string_view text) {
-    std::string decoded = EncodedWords::decode(text);
-    if (decoded.size() <= longestExcerpt) return decoded;
+std::string cutExcerpt(std::string text) {
+    if (text.size() <= longestExcerpt) return text;
     std::size_t end = longestExcerpt;
-    while (end > 0 && (static_cast<unsigned char>(decoded[end]) & 0xC0) == 0x80) --end;
-    return decoded.substr(0, end) + "…";
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return text.substr(0, end) + "…";
 }
+
+/// What a person needs to recognise a text: decoded, and not the megabytes that a message can hold.
+std::string excerpt(std::string_view text) { return cutExcerpt(EncodedWords::decode(text)); }
 
 /// A domain that DNS can hold is never cut: its end says whose it is.
 std::string domainExcerpt(const std::string& domain) {
@@ -241,9 +242,14 @@ std::vector<std::string> signedFields(const MailMessage& message, const DKIMResu
 }
 
 void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport& report,
-                    const std::vector<std::size_t>& heldSignatures, const PublicSuffixList& suffixes) {
-    for (const std::size_t index : heldSignatures) {
+                    const CheckFacts& facts, const PublicSuffixList& suffixes) {
+    for (const std::size_t index : facts.heldSignatures) {
         const DKIMResult& signature = report.dkim[index];
+        const bool isUndone = std::ranges::any_of(facts.undone, [&](const UndoneSignature& undone) {
+            const BrokenSignature& broken = facts.broken[undone.signature];
+            return broken.kind == SignatureKind::dkim && broken.place == static_cast<std::int64_t>(index);
+        });
+        if (isUndone) continue;  // which says more
         auto fields = signedFields(message, signature);
         if (fields.empty()) continue;
         const std::string& from = report.verdict.fromDomain;
@@ -478,6 +484,62 @@ void addNewerSignatures(Notes& notes, const MailMessage& message) {
     if (count > 0) notes.push_back({ReportNote::NewerSignatures{count}});
 }
 
+void addUndone(Notes& notes, const MailMessage& message, const BrokenSignature& signature,
+               const UndoneSignature& undone, const PublicSuffixList& suffixes) {
+    const auto values = [](const std::vector<std::string>& texts) {
+        std::vector<std::string> cut;
+        for (const std::string& text : texts) cut.push_back(excerpt(text));
+        return cut;
+    };
+    ReportNote::Undone note{.of = signature.kind,
+                            .index = signature.place,
+                            .domain = domainExcerpt(signature.domain),
+                            .forms = undone.forms,
+                            .links = undone.links,
+                            .signedBytes = undone.signedBytes,
+                            .addedBytes = undone.addedBytes};
+    if (signature.bodyLength) note.signedOnly = static_cast<std::int64_t>(*signature.bodyLength);
+    for (const ChangedField& field : undone.fields) {
+        note.fields.push_back({excerpt(field.name), values(field.shown), values(field.signedValues)});
+        if (field.name == "from") note.signedFrom = excerptOfFirst(undone.message, "From");
+    }
+    for (ChangedText text : undone.texts) {
+        if (text.excerpt.ends_with('\n')) text.excerpt.pop_back();
+        text.excerpt = cutExcerpt(decodedText(text.excerpt));
+        note.texts.push_back(std::move(text));
+    }
+    const auto from = summary(undone.message).from;
+    note.fromIsOfDomain = from.size() == 1 && suffixes.sameOrganization(
+                                                  signature.domain, MailAddress::domainPart(from[0].address));
+    notes.push_back({std::move(note)});
+    // As old a signature as that is told of when it holds.
+    const std::string tags = signature.field.value();
+    const auto seconds = decimal(TagList::parse(tags).value("t").value_or("").substr(0, 12));
+    const auto arrival = newestArrival(message);
+    if (!seconds || !arrival) return;
+    const Date signedAt{std::chrono::seconds(*seconds)};
+    if (*arrival - longDelay > signedAt)
+        notes.push_back({ReportNote::SignedLongBefore{domainExcerpt(signature.domain), signedAt, *arrival}});
+}
+
+/// A domain may publish several keys under one name: none of them made the signature.
+void addOtherKeys(Notes& notes, const std::vector<BrokenSignature>& signatures) {
+    constexpr std::size_t mostKeys = 4;
+    for (const BrokenSignature& signature : signatures) {
+        if (signature.algorithm == SignatureAlgorithm::ed25519SHA256 || signature.signedDigest) continue;
+        const auto records = signature.keyAnswer.data();
+        const bool isOfOther = std::ranges::none_of(
+            records.first(std::min(records.size(), mostKeys)), [&](const std::string& text) {
+                const auto record = DKIMKeyRecord::parse(text);
+                const auto* key = std::get_if<DKIMKeyRecord>(&record);
+                return key && signedDigest(signature.signature, signature.algorithm, *key);
+            });
+        if (isOfOther)
+            notes.push_back(
+                {ReportNote::OtherKey{signature.kind, signature.place, domainExcerpt(signature.domain)}});
+    }
+}
+
 void addIntake(Notes& notes, const IntakeFacts& facts) {
     const auto& lines = facts.fromLines;
     if (lines && lines->isLossy) {
@@ -503,7 +565,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
     addValidatedAnswers(notes, message, report, facts.validatedNames);
     addNewerSignatures(notes, message);
-    addSignedLines(notes, message, report, facts.heldSignatures, suffixes);
+    addSignedLines(notes, message, report, facts, suffixes);
     addOtherReading(notes, message, report, "From", report.summary.from, suffixes);
     addOtherReading(notes, message, report, "Reply-To", report.summary.replyTo, suffixes);
     addShownName(notes, report, suffixes);
@@ -513,6 +575,9 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addLeftOut(notes, message, report);
     addHiddenEnd(notes, message);
     addIntake(notes, facts.intake);
+    for (const UndoneSignature& undone : facts.undone)
+        addUndone(notes, message, facts.broken[undone.signature], undone, suffixes);
+    addOtherKeys(notes, facts.broken);
     return notes;
 }
 

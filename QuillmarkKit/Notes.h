@@ -20,6 +20,9 @@ struct CheckFacts {
     std::set<std::string, std::less<>> validatedNames = {};
     /// The signatures, by their place in the report, whose header lines hold though the body has changed.
     std::vector<std::size_t> heldSignatures = {};
+    /// Those that could be checked and don't fit, and what holds again of them once changes are taken back.
+    std::vector<BrokenSignature> broken = {};
+    std::vector<UndoneSignature> undone = {};
     /// What was known of the message beforehand.
     IntakeFacts intake = {};
 };

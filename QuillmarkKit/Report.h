@@ -12,6 +12,7 @@
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/DMARC.h"
 #include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
 #include "QuillmarkKit/Checks/WarningSigns.h"
 #include "QuillmarkKit/Intake/Containers.h"
@@ -191,11 +192,33 @@ struct ReportNote {
         std::string field = {};  ///< the first of those that matter
         bool operator==(const HiddenHeaderEnd&) const = default;
     };
+    /// A broken signature holds again once what was changed on the way is taken back.
+    struct Undone {
+        SignatureKind of = SignatureKind::dkim;
+        std::int64_t index = 0;                      ///< its place in `dkim`, from 0, or the ARC instance
+        std::string domain = {};                     ///< `d=`
+        std::optional<std::string> signedFrom = {};  ///< the From line as it was signed, when it differs
+        bool fromIsOfDomain = false;                 ///< that line's address is of the domain's organization
+        std::vector<ChangedField> fields = {};
+        std::vector<ChangedText> texts = {};  ///< in message order
+        std::vector<RewrittenForm> forms = {};
+        std::int64_t links = 0;  ///< that a protection service had rewritten
+        std::int64_t signedBytes = 0, addedBytes = 0;
+        std::optional<std::int64_t> signedOnly = {};  ///< `l=`
+        bool operator==(const Undone&) const = default;
+    };
+    /// The key that is published now isn't the one that made an RSA signature, or that is damaged.
+    struct OtherKey {
+        SignatureKind of = SignatureKind::dkim;
+        std::int64_t index = 0;  ///< as above
+        std::string domain = {};
+        bool operator==(const OtherKey&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
                  AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, ReadOtherwise,
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
-                 SignedAfterArrival, HiddenHeaderEnd, UnknownCase>
+                 SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -235,7 +258,9 @@ constexpr auto casesOf(const ReportNote*) {
                       "actsUnsigned",
                       "signaturesLeftOut",
                       "signedAfterArrival",
-                      "hiddenHeaderEnd"};
+                      "hiddenHeaderEnd",
+                      "undone",
+                      "otherKey"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -330,6 +355,25 @@ constexpr auto fieldsOf(const ReportNote::SignedAfterArrival*) {
 constexpr auto fieldsOf(const ReportNote::HiddenHeaderEnd*) {
     using T = ReportNote::HiddenHeaderEnd;
     return std::tuple{Field{"field", &T::field}};
+}
+constexpr auto fieldsOf(const ReportNote::Undone*) {
+    using T = ReportNote::Undone;
+    return std::tuple{Field{"of", &T::of},
+                      Field{"index", &T::index},
+                      Field{"domain", &T::domain},
+                      Field{"signedFrom", &T::signedFrom},
+                      Field{"fromIsOfDomain", &T::fromIsOfDomain},
+                      Field{"fields", &T::fields},
+                      Field{"texts", &T::texts},
+                      Field{"forms", &T::forms},
+                      Field{"links", &T::links},
+                      Field{"signedBytes", &T::signedBytes},
+                      Field{"addedBytes", &T::addedBytes},
+                      Field{"signedOnly", &T::signedOnly}};
+}
+constexpr auto fieldsOf(const ReportNote::OtherKey*) {
+    using T = ReportNote::OtherKey;
+    return std::tuple{Field{"of", &T::of}, Field{"index", &T::index}, Field{"domain", &T::domain}};
 }
 
 /// The complete, self-contained result of checking one message.

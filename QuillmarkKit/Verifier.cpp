@@ -9,6 +9,7 @@
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DMARC.h"
 #include "QuillmarkKit/Checks/SPF.h"
+#include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
 #include "QuillmarkKit/Checks/WarningSigns.h"
 #include "QuillmarkKit/Mail/IPAddress.h"
@@ -86,9 +87,35 @@ std::vector<DKIMResult> dkim(const MailMessage& message, const SignatureChecker&
     for (const auto position : positions.first(std::min(positions.size(), mostSignatures))) {
         SignatureCheck check = checker.examine(message.headers()[position]);
         if (check.signedLinesHold) facts.heldSignatures.push_back(results.size());
+        if (check.broken) {
+            check.broken->place = static_cast<std::int64_t>(results.size());
+            facts.broken.push_back(std::move(*check.broken));
+        }
         results.push_back(std::move(check.result));
     }
     return results;
+}
+
+/// Whether another signature of the same domain holds, so that nobody needs to know more of this one.
+bool isCovered(const BrokenSignature& broken, const std::vector<DKIMResult>& results) {
+    return std::ranges::any_of(results, [&](const DKIMResult& result) {
+        return result.status == DKIMResult::Status::pass && equalsIgnoringCase(result.domain, broken.domain);
+    });
+}
+
+/// The message signature of the newest forwarder, where it is what is broken. Its key was asked for before.
+std::optional<BrokenSignature> newestForwarder(const MailMessage& message, const ARCFinding& chain,
+                                               const SignatureChecker& checker) {
+    using Status = DKIMResult::Status;
+    if (chain.hops.empty()) return std::nullopt;
+    const ARCFinding::Hop& hop = chain.hops.back();
+    const Status status = hop.messageSignature.status;
+    if (status != Status::bodyChanged && status != Status::headersChanged) return std::nullopt;
+    const auto sets = arcSets(message, StrayARCFields::refuse);
+    if (!sets || sets->empty() || !sets->back().messageSignature) return std::nullopt;
+    auto check = checker.examine(*sets->back().messageSignature, SignatureKind::arc);
+    if (check.broken) check.broken->place = hop.instance;
+    return std::move(check.broken);
 }
 
 std::vector<AuthResults> receiverResults(const MailMessage& message) {
@@ -162,11 +189,13 @@ void addDomainAge(ProofReport& report, RegistrationLookup& registry, const Publi
 }  // namespace
 
 Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
-                   const PublicSuffixList& suffixes, std::optional<std::chrono::seconds> lookupTime)
+                   const PublicSuffixList& suffixes, std::optional<std::chrono::seconds> lookupTime,
+                   Undoing undoing)
     : m_resolver(std::move(resolver)),
       m_registry(std::move(registry)),
       m_suffixes(suffixes),
-      m_lookupTime(lookupTime) {}
+      m_lookupTime(lookupTime),
+      m_undoing(undoing) {}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              const std::stop_token& stop) const {
@@ -176,7 +205,14 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              // cppcheck-suppress passedByValue; an identity is sixteen plain bytes
                              UUID id, const std::stop_token& stop, IntakeFacts intake) const {
-    ProofReport report;
+    return examine(message, std::move(fileName), now, id, stop, std::move(intake)).report;
+}
+
+Verification Verifier::examine(const MailMessage& message, std::optional<std::string> fileName, Date now,
+                               // cppcheck-suppress passedByValue; an identity is sixteen plain bytes
+                               UUID id, const std::stop_token& stop, IntakeFacts intake) const {
+    Verification verification;
+    ProofReport& report = verification.report;
     report.id = id;
     report.checkedAt = now;
     report.fileName = std::move(fileName);
@@ -207,8 +243,18 @@ ProofReport Verifier::verify(const MailMessage& message, std::optional<std::stri
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
     facts.validatedNames = resolver.takeNames();
+    if (m_undoing == Undoing::on) {
+        if (auto newest = newestForwarder(message, report.arc, checker))
+            facts.broken.push_back(std::move(*newest));
+        std::erase_if(facts.broken,
+                      [&](const BrokenSignature& broken) { return isCovered(broken, report.dkim); });
+        facts.undone = undo(message, facts.broken, now, stop).undone;
+    } else {
+        facts.broken.clear();
+    }
     report.notes = notes(message, report, m_suffixes, facts);
-    return report;
+    for (UndoneSignature& undone : facts.undone) verification.asSigned.push_back(std::move(undone.message));
+    return verification;
 }
 
 }  // namespace quillmark

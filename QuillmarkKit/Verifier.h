@@ -5,6 +5,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <vector>
 
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
@@ -14,6 +15,17 @@
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {
+
+/// Whether a check also looks for what was changed where a signature is broken: most of what a check of such
+/// a message costs.
+enum class Undoing { on, off };
+
+/// A report, and the messages as they were signed of which its notes tell that a signature holds again.
+struct Verification {
+    ProofReport report = {};
+    /// In the order of those notes.
+    std::vector<MailMessage> asSigned = {};
+};
 
 /// The library's main entry: one message in, one report out. Stateless; one verifier may check many messages
 /// from many threads at once.
@@ -25,7 +37,7 @@ public:
     explicit Verifier(std::shared_ptr<DNSResolver> resolver,
                       std::shared_ptr<RegistrationLookup> registry = nullptr,
                       const PublicSuffixList& suffixes = PublicSuffixList::shared(),
-                      std::optional<std::chrono::seconds> lookupTime = {});
+                      std::optional<std::chrono::seconds> lookupTime = {}, Undoing undoing = Undoing::on);
 
     /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
@@ -35,12 +47,16 @@ public:
     /// The same under a given identity, of a message of which more is known than its bytes say.
     ProofReport verify(const MailMessage& message, std::optional<std::string> fileName, Date now, UUID id,
                        const std::stop_token& stop = {}, IntakeFacts intake = {}) const;
+    /// The same, with more than the report can hold.
+    Verification examine(const MailMessage& message, std::optional<std::string> fileName, Date now, UUID id,
+                         const std::stop_token& stop = {}, IntakeFacts intake = {}) const;
 
 private:
     std::shared_ptr<DNSResolver> m_resolver;
     std::shared_ptr<RegistrationLookup> m_registry;
     const PublicSuffixList& m_suffixes;
     std::optional<std::chrono::seconds> m_lookupTime;
+    Undoing m_undoing;
 };
 
 }  // namespace quillmark

@@ -1,5 +1,6 @@
 #include "Wording/NoteSentences.h"
 
+#include <algorithm>
 #include <variant>
 
 #include "QuillmarkKit/Support/Text.h"
@@ -10,6 +11,108 @@
 namespace quillmark {
 
 namespace {
+
+std::string formInWords(RewrittenForm form, const Reader& reader) {
+    switch (form) {
+        case RewrittenForm::transferEncoding:
+            return reader.translate("the encoding");
+        case RewrittenForm::charset:
+            return reader.translate("the character set");
+        case RewrittenForm::fromQuoting:
+            return reader.translate("the quoting of “From ” lines");
+        case RewrittenForm::dots:
+            return reader.translate("full stops at the beginning of lines");
+        case RewrittenForm::blanks:
+            return reader.translate("blanks");
+        case RewrittenForm::blankLines:
+            return reader.translate("empty lines");
+        case RewrittenForm::lineBreaks:
+            return reader.translate("line breaks");
+        case RewrittenForm::indentation:
+            return reader.translate("the indentation of the lines");
+        case RewrittenForm::typography:
+            return reader.translate("quotation marks and dashes");
+        case RewrittenForm::lineEnds:
+            return reader.translate("line ends");
+        case RewrittenForm::wrapped:
+            return reader.translate("the wrapping in another message");
+        case RewrittenForm::folding:
+            return reader.translate("the line breaks of header lines");
+        case RewrittenForm::partHeaders:
+            break;
+    }
+    return reader.translate("lines in front of parts");
+}
+
+std::string changeInWords(const ChangedText& change, const Reader& reader) {
+    using Place = ChangedText::Place;
+    if (change.kind == ChangedText::Kind::missing)
+        return reader.translateCount("%n line missing", "%n lines missing", change.lines);
+    if (change.kind == ChangedText::Kind::changed) {
+        return change.lines == 0 ? reader.translate("a part that is another")
+                                 : reader.translateCount("%n line changed", "%n lines changed", change.lines);
+    }
+    switch (change.place) {
+        case Place::start:
+        case Place::htmlStart:
+            return reader.translateCount("%n line added at the beginning", "%n lines added at the beginning",
+                                         change.lines);
+        case Place::end:
+        case Place::htmlEnd:
+            return reader.translateCount("%n line added at the end", "%n lines added at the end",
+                                         change.lines);
+        case Place::part:
+            return reader.translateCount("an added part of %n byte", "an added part of %n bytes",
+                                         change.bytes);
+        case Place::inside:
+            break;
+    }
+    return reader.translateCount("%n line added inside the text", "%n lines added inside the text",
+                                 change.lines);
+}
+
+std::string changeInWords(const ChangedField& field, const Reader& reader) {
+    const std::string name = fieldNames({field.name}, reader);
+    const std::string before =
+        field.signedValues.empty() ? std::string() : quoted(field.signedValues.front());
+    if (field.shown.size() > field.signedValues.size())
+        return reader.translate("a %1 line that was added", {name});
+    if (field.shown.size() < field.signedValues.size())
+        return reader.translate("a %1 line that was taken out, “%2”", {name, before});
+    if (field.name == "subject")
+        return reader.translate("the Subject, which was “%1” when it was signed", {before});
+    return reader.translate("the %1 line, which was “%2” when it was signed", {name, before});
+}
+
+/// What must be taken back, and that the rest was signed.
+std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
+    std::string changes, forms;
+    const auto join = [](std::string& list, std::string_view separator, const std::string& item) {
+        list += (list.empty() ? "" : std::string(separator)) + item;
+    };
+    for (const ChangedText& text : note.texts) join(changes, "; ", changeInWords(text, reader));
+    for (const ChangedField& field : note.fields) join(changes, "; ", changeInWords(field, reader));
+    if (note.links > 0) {
+        join(changes, "; ",
+             reader.translateCount("%n link that a link-protection service rewrote",
+                                   "%n links that a link-protection service rewrote", note.links));
+    }
+    for (const RewrittenForm form : note.forms) join(forms, ", ", formInWords(form, reader));
+    const std::string domain = quotedDomain(note.domain);
+    if (changes.empty()) {
+        return reader.translate(
+            "%1’s signature holds again once the message is written as it was sent; the words are the same. "
+            "Changed on the way: %2.",
+            {domain, forms});
+    }
+    std::string text = reader.translate(
+        "%1’s signature holds again once these changes are taken back: %2. Everything else that %1 signed is "
+        "as it was.",
+        {domain, changes});
+    if (!forms.empty()) text += ' ' + reader.translate("Also written otherwise: %1.", {forms});
+    return text + ' ' +
+           reader.translate("Anyone along the way could have made these changes. Treat them as unsigned.");
+}
 
 /// One overload for each note.
 struct NoteSentence {
@@ -251,6 +354,42 @@ struct NoteSentence {
             "there and show other lines than this report.",
             {fieldName(note.field, reader)});
     }
+    std::string operator()(const ReportNote::Undone& note) const {
+        const std::string domain = quotedDomain(note.domain);
+        std::string text;
+        const auto first = std::ranges::find_if(note.texts, [](const ChangedText& change) {
+            return change.place == ChangedText::Place::start && change.kind == ChangedText::Kind::added;
+        });
+        if (first != note.texts.end()) {
+            text = reader.translateCount("The first %n line was added. A mail program may show only this.",
+                                         "The first %n lines were added. A mail program may show only these.",
+                                         first->lines) +
+                   ' ';
+        }
+        if (text.empty() && note.addedBytes > note.signedBytes) {
+            text += reader.translate("More of the text was added than %1 signed.", {domain}) + ' ';
+        }
+        text += leadOfUndone(note, reader);
+        if (note.signedFrom || !note.fromIsOfDomain) {
+            text += ' ';
+            text +=
+                note.fromIsOfDomain
+                    ? reader.translate("The From address that was signed belongs to %1.", {domain})
+                    : reader.translate("%1 isn’t the domain of the From address that was signed.", {domain});
+        }
+        if (note.signedOnly) {
+            text += ' ' + reader.translateCount("%1 signed only the first %n byte of the text.",
+                                                "%1 signed only the first %n bytes of the text.",
+                                                *note.signedOnly, {domain});
+        }
+        return text;
+    }
+    std::string operator()(const ReportNote::OtherKey& note) const {
+        return reader.translate(
+            "The key that %1 publishes now isn’t the one that made this signature, or the signature was "
+            "damaged.",
+            {quotedDomain(note.domain)});
+    }
     std::string operator()(const UnknownCase& note) const {
         return reader.translate("A note of a newer version of Quillmark, which this one doesn’t know: “%1”",
                                 {quoted(note.name)});
@@ -261,6 +400,39 @@ struct NoteSentence {
 
 std::string sentence(const ReportNote& note, const Reader& reader) {
     return std::visit(NoteSentence{reader}, note.value);
+}
+
+std::string sentenceBesideHeadline(const ReportNote& note, const Reader& reader) {
+    const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+    return undone ? leadOfUndone(*undone, reader) : sentence(note, reader);
+}
+
+std::vector<std::string> details(const ReportNote& note, const Reader& reader) {
+    constexpr std::size_t mostLines = 12, longestLine = 120;
+    std::vector<std::string> lines;
+    const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+    if (!undone) return lines;
+    for (const ChangedField& field : undone->fields) {
+        const std::string name = fieldNames({field.name}, reader);
+        for (const std::string& value : field.shown)
+            lines.push_back(reader.translate("%1 now: %2", {name, inert(value)}));
+        for (const std::string& value : field.signedValues)
+            lines.push_back(reader.translate("%1 signed: %2", {name, inert(value)}));
+    }
+    for (const ChangedText& text : undone->texts) {
+        if (text.excerpt.empty()) continue;
+        lines.push_back(text.kind == ChangedText::Kind::missing ? reader.translate("missing, but signed")
+                        : text.kind == ChangedText::Kind::added ? reader.translate("added, not signed")
+                                                                : reader.translate("changed, not signed"));
+        std::string_view rest = text.excerpt;
+        std::int64_t shown = 0;
+        for (; !rest.empty() && shown < std::int64_t{mostLines}; ++shown)
+            lines.push_back("  | " + forDisplay(takePiece(rest, '\n'), longestLine));
+        if (text.lines > shown)
+            lines.push_back(
+                "  " + reader.translateCount("and %n more line", "and %n more lines", text.lines - shown));
+    }
+    return lines;
 }
 
 namespace {
@@ -321,6 +493,15 @@ struct PlaceOf {
     Place operator()(const Note::SignaturesLeftOut&) const { return {NoteSection::signatures, false, {}}; }
     Place operator()(const Note::SignedAfterArrival&) const { return {NoteSection::signatures}; }
     Place operator()(const Note::HiddenHeaderEnd&) const { return {NoteSection::message}; }
+    Place operator()(const Note::Undone& note) const {
+        const bool isText = !note.texts.empty() || !note.fields.empty() || note.links > 0;
+        return {note.of == SignatureKind::dkim ? NoteSection::signatures : NoteSection::chain,
+                note.of == SignatureKind::dkim && note.fromIsOfDomain && verdict != Tone::good,
+                isText ? std::optional(Tone::caution) : std::nullopt};
+    }
+    Place operator()(const Note::OtherKey& note) const {
+        return {note.of == SignatureKind::dkim ? NoteSection::signatures : NoteSection::chain, false, {}};
+    }
     /// Where a note of a newer version would stand nobody knows, so nobody may miss it.
     Place operator()(const UnknownCase&) const { return {NoteSection::message, true}; }
 };

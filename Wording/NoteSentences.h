@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "QuillmarkKit/Report.h"
 #include "Wording/Reader.h"
@@ -10,6 +11,13 @@
 namespace quillmark {
 
 std::string sentence(const ReportNote& note, const Reader& reader);
+
+/// The lines that stand under it where there is room: what was and what is, as it is written. Each is inert;
+/// two blanks more for each step in.
+std::vector<std::string> details(const ReportNote& note, const Reader& reader);
+
+/// The sentence as it stands beside the headline, where it may be shorter.
+std::string sentenceBesideHeadline(const ReportNote& note, const Reader& reader);
 
 /// The part of a report that a note belongs to.
 enum class NoteSection { message, signatures, sendingServer, policy, chain, receiverResults };

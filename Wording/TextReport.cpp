@@ -36,6 +36,8 @@ public:
     void add(const Remark& remark) { put(remark, 0); }
     /// More about the line above.
     void note(const Remark& remark) { put(remark, 4); }
+    /// What a note tells of, as it is written.
+    void detail(std::string_view line) { put(line, 8); }
     void section(std::string_view heading) {
         const std::string title = unicodeUppered(m_reader.translate(heading));
         std::size_t characters = 0;
@@ -96,7 +98,9 @@ std::string joined(std::span<const MailAddress> addresses, const Reader& reader)
 /// The notes that belong under one heading, those that stand beside the headline once more.
 void addNotes(Lines& lines, const ProofReport& report, NoteSection section, const Reader& reader) {
     for (const ReportNote& note : report.notes) {
-        if (sectionOf(note) == section) lines.note(Remark{tone(note), sentence(note, reader)});
+        if (sectionOf(note) != section) continue;
+        lines.note(Remark{tone(note), sentence(note, reader)});
+        for (const std::string& detail : details(note, reader)) lines.detail(detail);
     }
 }
 

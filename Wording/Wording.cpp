@@ -50,6 +50,15 @@ bool signedLinesHold(const ProofReport& report) {
     });
 }
 
+/// Whether what the verdict's domain signed is known, though the message is another one by now.
+bool isUndone(const ProofReport& report) {
+    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+        return undone && undone->of == SignatureKind::dkim &&
+               equalsIgnoringCase(undone->domain, report.verdict.domain);
+    });
+}
+
 /// The signature by which a key is said to be gone, when nobody was asked for that key.
 const DKIMResult* unaskedSignature(const ProofReport& report) {
     const auto gone = std::ranges::find_if(report.dkim, [](const DKIMResult& result) {
@@ -89,6 +98,13 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 "sender in another way.",
                 {domain, sender});
         case VerdictKind::signatureBroken:
+            if (isUndone(report)) {
+                return reader.translate(
+                    "This isn’t the message as %1 signed it: it was changed on the way. Don’t rely on what "
+                    "was "
+                    "changed. If it matters, ask the sender in another way.",
+                    {domain});
+            }
             if (signedLinesHold(report)) {
                 if (!verdict.arcVouchers.empty()) {
                     return reader.translate(
@@ -251,7 +267,7 @@ std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& read
     addDomains(remarks, report.verdict, reader);
     for (const ReportNote& note : report.notes) {
         if (standsBesideHeadline(note, report.verdict.tone))
-            remarks.push_back({tone(note), sentence(note, reader)});
+            remarks.push_back({tone(note), sentenceBesideHeadline(note, reader)});
     }
     if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
         addBody(remarks, deciding, report.verdict, reader);

@@ -120,12 +120,18 @@ std::string allWords() {
     }
     auto notes = EveryCase().of<ReportNote>();
     notes.push_back({ReportNote::LineOfSender{"Received-SPF", "192.0.2.1", {}}});
+    std::set<std::string> knownDetails;
     for (const ReportNote& note : notes) {
         const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver"};
         words.add("note " + encoded(note) + ": " + toneName(tone(note)) + ", " +
                       sections[static_cast<std::size_t>(sectionOf(note))] +
                       (standsBesideHeadline(note, Tone::bad) ? ", beside the headline" : ""),
-                  [&](const Reader& reader) { return sentence(note, reader); });
+                  [&](const Reader& reader) {
+                      std::string text = sentence(note, reader);
+                      std::string under;
+                      for (const std::string& detail : details(note, reader)) under += "\n      " + detail;
+                      return knownDetails.insert(under).second ? text + under : text;
+                  });
     }
     for (const Limit limit : EveryCase().of<Limit>()) {
         words.add(std::string("limit ") + nameOf(limit), [&](const Reader& reader) {

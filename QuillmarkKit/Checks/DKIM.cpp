@@ -58,6 +58,13 @@ std::optional<std::string> identityDomain(std::string_view identity) {
     return comparableDomain(identity.substr(at + 1));
 }
 
+/// Whether a signature by this key can prove anything, whatever its algorithm allows.
+bool isStrongEnough(const DKIMKeyRecord& record) {
+    if (record.keyType != "rsa") return true;
+    const auto key = RSAPublicKey::fromPKCS1(rsaKeyBytes(record.publicKey));
+    return key && key->blockSize() * 8 > std::size_t{tooFewKeyBits};
+}
+
 /// One check in progress: each step either fills in and goes on, or ends the check.
 class Check {
 public:
@@ -76,11 +83,14 @@ public:
 
     SignatureCheck runAndExamine() {
         SignatureCheck check{run()};
-        if (check.result.status == Status::bodyChanged) {
-            m_result = check.result;
-            verify();
-            check.signedLinesHold = m_result.status == Status::pass;
-        }
+        const bool isBodyBroken = check.result.status == Status::bodyChanged;
+        const bool isHeaderBroken = check.result.status == Status::headersChanged;
+        if (!isBodyBroken && !isHeaderBroken) return check;
+        m_result = check.result;
+        if (isBodyBroken) verify();
+        check.signedLinesHold = m_result.status == Status::pass;
+        if (m_result.status == Status::pass || m_result.status == Status::headersChanged)
+            check.broken = broken(isHeaderBroken, check.signedLinesHold);
         return check;
     }
 
@@ -100,6 +110,7 @@ private:
     bool keyIsFound();
     bool bodyFits();
     void verify();
+    std::optional<BrokenSignature> broken(bool bodyHolds, bool headerHolds) const;
 
     const SignatureChecker& m_checker;
     const HeaderField& m_signature;
@@ -113,6 +124,7 @@ private:
     CanonicalizationPair m_canonicalization = {};
     std::string m_bodyHash = {}, m_signatureBytes = {};
     DKIMKeyRecord m_key = {};
+    DNSAnswer m_keyAnswer = {};
 };
 
 void Check::readTags() {
@@ -189,6 +201,7 @@ bool Check::keyIsFound() {
         return unusable ? end(Status::keyUnusable, unusable->message) : end(Status::keyRevoked, "");
     }
     m_key = std::move(std::get<DKIMKeyRecord>(*record));
+    m_keyAnswer = std::move(answer);
     m_result.testing = m_key.testing;
     if (m_key.strict && m_result.identity &&
         identityDomain(*m_result.identity) != comparableDomain(m_result.domain)) {
@@ -234,6 +247,27 @@ void Check::verify() {
         return;
     }
     end(Status::pass, "");
+}
+
+/// Nothing without a body, or when the key is too weak to prove anything.
+std::optional<BrokenSignature> Check::broken(bool bodyHolds, bool headerHolds) const {
+    if (!m_result.bodyChecked || !isStrongEnough(m_key)) return std::nullopt;
+    BrokenSignature broken{.field = m_signature,
+                           .kind = m_kind,
+                           .domain = m_result.domain,
+                           .signedHeaders = m_result.signedHeaders,
+                           .copies = text("z"),
+                           .canonicalization = m_canonicalization,
+                           .algorithm = m_algorithm,
+                           .bodyHash = m_bodyHash,
+                           .signature = m_signatureBytes,
+                           .key = m_key,
+                           .keyAnswer = m_keyAnswer,
+                           .bodyHolds = bodyHolds,
+                           .headerHolds = headerHolds,
+                           .signedDigest = signedDigest(m_signatureBytes, m_algorithm, m_key)};
+    if (m_result.bodyLength) broken.bodyLength = static_cast<std::uint64_t>(*m_result.bodyLength);
+    return broken;
 }
 
 }  // namespace

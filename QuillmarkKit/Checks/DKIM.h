@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Checks/DKIMKeys.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Date.h"
@@ -75,19 +76,46 @@ constexpr auto fieldsOf(const DKIMResult*) {
                       Field{"unsignedImportant", &T::unsignedImportant}};
 }
 
+/// A DKIM-Signature, or an ARC-Message-Signature (RFC 8617, section 4.1.2): that is read alike, but its `i=`
+/// is an instance and it has no `v=`.
+enum class SignatureKind { dkim, arc };
+constexpr auto namesOf(SignatureKind) {
+    return EnumTable<SignatureKind, 2>{EnumStyle::word, {"dkim", "forwarder"}};
+}
+
+/// A signature that could be checked and doesn't fit, under a key that would do for a pass.
+struct BrokenSignature {
+    HeaderField field = {};  ///< valid while any copy of its message lives
+    SignatureKind kind = SignatureKind::dkim;
+    std::int64_t place =
+        0;  ///< in the report: from 0 among the DKIM signatures, or the instance of the ARC set
+    std::string domain = {};                      ///< `d=`
+    std::vector<std::string> signedHeaders = {};  ///< `h=`, each name trimmed
+    std::string copies = {};  ///< `z=`: header fields as they were signed (RFC 6376, section 3.5)
+    CanonicalizationPair canonicalization = {};
+    SignatureAlgorithm algorithm = SignatureAlgorithm::rsaSHA256;
+    std::string bodyHash = {}, signature = {};     ///< `bh=` and `b=`, decoded
+    std::optional<std::uint64_t> bodyLength = {};  ///< `l=`
+    DKIMKeyRecord key = {};
+    DNSAnswer keyAnswer = {};                     ///< that the key was taken from
+    bool bodyHolds = false, headerHolds = false;  ///< never both
+    /// The digest that `b=` was made over; only RSA gives it back.
+    std::optional<std::string> signedDigest = {};
+};
+
 /// A result, and what the check learned that the result doesn't hold.
 struct SignatureCheck {
     DKIMResult result = {};
     /// The body isn't the one that was signed, and the header lines are: `b=` verifies over them with the
     /// `bh=` that stands in the field, under a key that would do for a pass.
     bool signedLinesHold = false;
+    /// Where the result is `bodyChanged` or `headersChanged` and the key would do for a pass.
+    std::optional<BrokenSignature> broken = {};
 };
 
 /// Checks one signature field of a message.
 struct SignatureChecker {
-    /// An ARC-Message-Signature (RFC 8617, section 4.1.2) is read like a DKIM-Signature, but its `i=` is an
-    /// instance and it has no `v=`.
-    enum class Kind { dkim, arc };
+    using Kind = SignatureKind;
 
     const MailMessage& message;
     BodyHashes*
@@ -99,7 +127,7 @@ struct SignatureChecker {
     /// Never throws: every outcome, a failed lookup included, is a result. The first fault found ends the
     /// check; what was read before it stays in the result. `signature` is a field of the message.
     DKIMResult check(const HeaderField& signature, Kind kind = Kind::dkim) const;
-    /// The same. What it learns besides costs one public-key operation where the body has changed.
+    /// The same. What it learns besides costs two public-key operations where the signature doesn't fit.
     SignatureCheck examine(const HeaderField& signature, Kind kind = Kind::dkim) const;
 };
 

@@ -134,6 +134,15 @@ std::variant<Verified, KeyError> verifySignature(std::string_view signature, std
     return verifyRSA(signature, digest, algorithm, record);
 }
 
+std::optional<std::string> signedDigest(std::string_view signature, SignatureAlgorithm algorithm,
+                                        const DKIMKeyRecord& record) {
+    if (algorithm == SignatureAlgorithm::ed25519SHA256 || record.keyType != keyTypeOf(algorithm))
+        return std::nullopt;
+    const auto key = RSAPublicKey::fromPKCS1(rsaKeyBytes(record.publicKey));
+    if (!key) return std::nullopt;
+    return key->recoverDigest(hashAlgorithm(algorithm), signature);
+}
+
 std::string_view rsaKeyBytes(std::string_view der) {
     using namespace std::string_view_literals;
     constexpr std::string_view rsaEncryption = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x01"sv;

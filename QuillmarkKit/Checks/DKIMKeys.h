@@ -69,6 +69,11 @@ struct Verified {
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,
                                                  SignatureAlgorithm algorithm, const DKIMKeyRecord& record);
 
+/// The digest of the header data that an RSA signature was made over, by this key. Nothing when the key is
+/// not for the algorithm, or did not make the signature as it stands.
+std::optional<std::string> signedDigest(std::string_view signature, SignatureAlgorithm algorithm,
+                                        const DKIMKeyRecord& record);
+
 /// The PKCS#1 key inside a SubjectPublicKeyInfo (RFC 5280, section 4.1.2.7), or the bytes as they are when
 /// they are anything else. A view into `der`.
 std::string_view rsaKeyBytes(std::string_view der);

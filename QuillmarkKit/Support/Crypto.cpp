@@ -111,6 +111,8 @@ Bignum takePositive(std::string_view& der) {
     return Bignum(BN_bin2bn(bytesOf(*content), static_cast<int>(content->size()), nullptr));
 }
 
+std::size_t digestSize(HashAlgorithm algorithm) { return algorithm == HashAlgorithm::sha256 ? 32 : 20; }
+
 /// What a signature over the digest must open to (EMSA-PKCS1-v1_5; RFC 8017, section 9.2); empty when the
 /// block is too small for it.
 std::string paddedDigest(HashAlgorithm algorithm, std::string_view digest, std::size_t size) {
@@ -148,21 +150,32 @@ std::size_t RSAPublicKey::blockSize() const {
 
 bool RSAPublicKey::verify(HashAlgorithm algorithm, std::string_view digest,
                           std::string_view signature) const {
+    return recoverDigest(algorithm, signature) == digest;
+}
+
+std::optional<std::string> RSAPublicKey::recoverDigest(HashAlgorithm algorithm,
+                                                       std::string_view signature) const {
     // The library's own verification takes a third longer with a key that is used once, and asks the
     // machine's policy what it may verify. Nothing here is secret, so the exponentiation and one comparison
     // are all there is to it.
-    const std::string expected = paddedDigest(algorithm, digest, blockSize());
-    if (expected.empty() || signature.size() != expected.size()) return false;
+    const std::string unknown(digestSize(algorithm), '\0');
+    const std::string expected = paddedDigest(algorithm, unknown, blockSize());
+    if (expected.empty() || signature.size() != expected.size()) return std::nullopt;
     const BignumContext context(BN_CTX_new());
     const Bignum base(BN_bin2bn(bytesOf(signature), static_cast<int>(signature.size()), nullptr));
     const Bignum result(BN_new());
-    if (!context || !base || !result || BN_cmp(base.get(), m_key->modulus.get()) >= 0) return false;
+    if (!context || !base || !result || BN_cmp(base.get(), m_key->modulus.get()) >= 0) return std::nullopt;
     std::string block(expected.size(), '\0');
-    return BN_mod_exp_mont(result.get(), base.get(), m_key->exponent.get(), m_key->modulus.get(),
-                           context.get(), nullptr) == 1 &&
-           BN_bn2binpad(result.get(), reinterpret_cast<unsigned char*>(block.data()),
-                        static_cast<int>(block.size())) > 0 &&
-           block == expected;
+    if (BN_mod_exp_mont(result.get(), base.get(), m_key->exponent.get(), m_key->modulus.get(), context.get(),
+                        nullptr) != 1 ||
+        BN_bn2binpad(result.get(), reinterpret_cast<unsigned char*>(block.data()),
+                     static_cast<int>(block.size())) <= 0) {
+        return std::nullopt;
+    }
+    const std::size_t padding = block.size() - unknown.size();
+    if (std::string_view(block).substr(0, padding) != std::string_view(expected).substr(0, padding))
+        return std::nullopt;
+    return block.substr(padding);
 }
 
 std::optional<bool> verifyEd25519(std::string_view publicKey, std::string_view message,

@@ -51,6 +51,10 @@ public:
     /// applies; the padding is compared whole.
     bool verify(HashAlgorithm algorithm, std::string_view digest, std::string_view signature) const;
 
+    /// The digest that a signature of this kind was made over: whoever made it held the private key. Nothing
+    /// when it was made with another key, or is damaged.
+    std::optional<std::string> recoverDigest(HashAlgorithm algorithm, std::string_view signature) const;
+
 private:
     struct Key;
     explicit RSAPublicKey(std::shared_ptr<const Key> key) : m_key(std::move(key)) {}
