@@ -1,13 +1,8 @@
 #include "QuillmarkKit/Checks/ARC.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "QuillmarkKit/Support/Base64.h"
-#include "QuillmarkKit/Support/Text.h"
 #include "tests/ReferenceCanonicalization.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

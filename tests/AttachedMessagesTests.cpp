@@ -1,12 +1,7 @@
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "QuillmarkKit/Support/Base64.h"
-#include "QuillmarkKit/Support/Text.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

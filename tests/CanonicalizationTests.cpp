@@ -1,10 +1,7 @@
 #include "QuillmarkKit/Checks/Canonicalization.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "tests/ReferenceCanonicalization.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,9 +1,8 @@
 #include "CommandLine/CheckSummary.h"
 
-#include <gtest/gtest.h>
-
 #include "CommandLine/Progress.h"
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,13 +1,8 @@
 #include "QuillmarkKit/Intake/Containers.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Mail/Message.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,9 +1,7 @@
 #include "QuillmarkKit/Support/Crypto.h"
 
-#include <gtest/gtest.h>
-
 #include "QuillmarkKit/Checks/DKIMKeys.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

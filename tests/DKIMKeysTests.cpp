@@ -1,9 +1,7 @@
 #include "QuillmarkKit/Checks/DKIMKeys.h"
 
-#include <gtest/gtest.h>
-
 #include "QuillmarkKit/Support/Base64.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

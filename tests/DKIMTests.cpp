@@ -1,11 +1,5 @@
 #include "QuillmarkKit/Checks/DKIM.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "QuillmarkKit/Support/Text.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

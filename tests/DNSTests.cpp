@@ -1,6 +1,5 @@
 #include "QuillmarkKit/Lookups/DNS.h"
-
-#include <gtest/gtest.h>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

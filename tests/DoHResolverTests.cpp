@@ -1,14 +1,8 @@
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <random>
-#include <thread>
-
 #include "ScriptedHTTP.h"
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

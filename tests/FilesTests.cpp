@@ -1,10 +1,10 @@
 #include "QuillmarkKit/Support/Files.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

@@ -1,10 +1,9 @@
 #include "Wording/Findings.h"
 
-#include <gtest/gtest.h>
-
 #include "Wording/Details.h"
 #include "Wording/ReceiverResults.h"
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,17 +1,9 @@
 // Every fuzz target with every input of its corpus, what fuzzing found to be worth keeping, and with small
 // changes of those, the same in every run.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <string>
-#include <vector>
+#include "tests/Test.h"
 
 using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 

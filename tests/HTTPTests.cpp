@@ -1,12 +1,7 @@
 #include "QuillmarkKit/Support/HTTP.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <map>
-#include <thread>
-
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

@@ -1,20 +1,16 @@
 #include "QuillmarkKit/HistoryFile.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <random>
-#include <set>
-#include <thread>
 
 #include "QuillmarkKit/Support/Files.h"
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,12 +1,9 @@
 #include "QuillmarkKit/History.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Support/Serialization.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,9 +1,5 @@
 #include "QuillmarkKit/Mail/MIMEStructure.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,22 +1,15 @@
 #include "QuillmarkKit/Intake/MailboxReader.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <iomanip>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Verifier.h"
-#include "tests/TestFiles.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

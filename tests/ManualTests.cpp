@@ -1,14 +1,11 @@
 // What a person reads: help and man page.
 
-#include <gtest/gtest.h>
-
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <sstream>
 
 #include "CommandLine/Options.h"
 #include "Manual/Help.h"
 #include "Manual/ManPage.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

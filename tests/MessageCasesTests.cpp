@@ -21,20 +21,12 @@
 // and "#" begins a comment. A signature is Ed25519's, or, with "rsa " before its tags, RSA's. In all of them
 // \r, \n, \t, \0 and \xNN stand for bytes. The message's lines end in CR LF.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <set>
-
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
-#include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
-#include "TestFiles.h"
-#include "TestSigner.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

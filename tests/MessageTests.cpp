@@ -1,9 +1,5 @@
 #include "QuillmarkKit/Mail/Message.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

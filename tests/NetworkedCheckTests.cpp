@@ -1,19 +1,11 @@
 // Whole checks over the network's two clients: what leaves the machine, and what comes of every fault.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <set>
-
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
-#include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "ScriptedHTTP.h"
-#include "TestFiles.h"
-#include "TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

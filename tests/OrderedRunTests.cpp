@@ -1,11 +1,5 @@
 #include "CommandLine/OrderedRun.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,11 +1,7 @@
 #include "QuillmarkKit/Intake/PastedText.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "QuillmarkKit/Verifier.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

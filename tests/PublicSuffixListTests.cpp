@@ -1,12 +1,5 @@
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <sstream>
-#include <string>
-
-#include "tests/TestFiles.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,14 +1,11 @@
 #include "QuillmarkKit/Lookups/RDAP.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-
-#include <atomic>
-#include <thread>
 
 #include "QuillmarkKit/Support/Files.h"
 #include "ScriptedHTTP.h"
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

@@ -1,11 +1,9 @@
 #include "Wording/Reader.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <set>
 
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,8 +1,5 @@
 #include "QuillmarkKit/Mail/Received.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,15 +1,12 @@
 #include "CommandLine/RecordedRun.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <nlohmann/json.hpp>
 
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "ScriptedHTTP.h"
 #include "TestServer.h"
-#include "TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

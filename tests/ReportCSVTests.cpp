@@ -1,9 +1,5 @@
 #include "CommandLine/ReportCSV.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,9 +1,8 @@
 #include "QuillmarkKit/ReportJSON.h"
 
-#include <gtest/gtest.h>
-
 #include "EveryCase.h"
 #include "QuillmarkKit/Support/Serialization.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

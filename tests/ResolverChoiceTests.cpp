@@ -1,18 +1,15 @@
 // Resolvers that a person chooses: the messages of DNS, and a real DNS server on loopback, asked in every
 // way.
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include <thread>
-
 #include "QuillmarkKit/Lookups/DNSMessage.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/SystemResolver.h"
-#include "TestFiles.h"
 #include "TestServer.h"
+#include "tests/Test.h"
 
 namespace quillmark::test {
 namespace {

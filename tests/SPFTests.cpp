@@ -1,11 +1,7 @@
 #include "QuillmarkKit/Checks/SPF.h"
 
-#include <gtest/gtest.h>
-
 #include <initializer_list>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

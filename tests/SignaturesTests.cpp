@@ -1,8 +1,7 @@
 #include "Wording/Signatures.h"
 
-#include <gtest/gtest.h>
-
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,12 +1,8 @@
 #include "QuillmarkKit/Checks/Signer.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Support/Base64.h"
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

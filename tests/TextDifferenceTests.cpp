@@ -1,8 +1,5 @@
 #include "QuillmarkKit/Checks/TextDifference.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

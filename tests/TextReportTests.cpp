@@ -1,15 +1,9 @@
 #include "Wording/TextReport.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <sstream>
-#include <vector>
-
-#include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wrapped.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,11 +1,5 @@
 #include "QuillmarkKit/Mail/TransferEncodings.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <iterator>
-#include <string>
-#include <string_view>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,6 +1,5 @@
 #include "QuillmarkKit/Checks/Verdict.h"
-
-#include <gtest/gtest.h>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,12 +1,7 @@
 // What a report holds whatever the message says; whole messages with what it must say are tests/messages/.
 
 #include "QuillmarkKit/Verifier.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "tests/TestSigner.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,10 +1,7 @@
 #include "QuillmarkKit/Checks/WarningSigns.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
-#include <string>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

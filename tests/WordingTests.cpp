@@ -1,10 +1,9 @@
 #include "Wording/Wording.h"
 
-#include <gtest/gtest.h>
-
 #include "Wording/NoteSentences.h"
 #include "Wording/Signs.h"
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {

@@ -1,10 +1,5 @@
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <set>
-#include <sstream>
 
 #include "EveryCase.h"
 #include "Wording/Findings.h"
@@ -12,6 +7,7 @@
 #include "Wording/Signs.h"
 #include "Wording/Wording.h"
 #include "WordingSupport.h"
+#include "tests/Test.h"
 
 /// Every word that stands for a finding, a note, a sign, a verdict, a limit or a problem, for each of its
 /// cases and in each language, against one file that people have read: words.txt. `scripts/update-samples`

@@ -1,13 +1,7 @@
 #include "QuillmarkKit/Support/Workers.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <latch>
-#include <thread>
-#include <vector>
+#include "tests/Test.h"
 
 namespace quillmark {
 namespace {
