@@ -84,63 +84,6 @@ TEST(TextReport, leavesOutWhatThereIsNot) {
     EXPECT_FALSE(textReport(report, reader).ends_with('\n'));
 }
 
-TEST(TextReport, signatures) {
-    DKIMResult signature;
-    signature.status = DKIMResult::Status::pass;
-    signature.domain = "d.example";
-    signature.selector = "s";
-    signature.algorithm = "rsa-sha256";
-    ProofReport report;
-    report.dkim = {signature, signature, {.detail = "no d= tag"}};
-    report.dkim[1].bodyChecked = true;
-    report.dkim[1].keyBits = 2048;
-    const auto text = lines(report);
-    EXPECT_EQ(count(text, "[!] d.example (s=s, rsa-sha256): "), 1u);
-    EXPECT_EQ(count(text, "[OK] d.example (s=s, rsa-sha256, 2048-bit): "), 1u);
-    EXPECT_EQ(count(text, "[X] ? (s=?, ?): This isn’t a valid signature: no d= tag."), 1u);
-}
-
-/// The meaning stands under the verdict only where there is something to beware of.
-TEST(TextReport, theMeaningOfTheVerdict) {
-    DKIMResult whole{.status = DKIMResult::Status::pass, .domain = "d.example", .bodyChecked = true};
-    DKIMResult part = whole;
-    part.bodyLength = part.unsignedBodyBytes = 5;
-    const Verdict verified{VerdictKind::verified, Tone::good, "d.example", "d.example", {}};
-    const auto answered = ReportNote::AnswerValidated{ReportNote::AnswerValidated::Kind::key, "d.example"};
-    const std::pair<ProofReport, bool> rows[] = {
-        {{.dkim = {whole}, .verdict = verified}, false},
-        {{.dmarc = {.status = DMARCFinding::Status::lookupFailed}, .verdict = verified}, false},
-        {{.dkim = {whole}, .verdict = verified, .notes = {{answered}}}, true},
-        {{.dkim = {whole}, .flags = {{LookAlikeFlag::MultipleFrom{}}}, .verdict = verified}, true},
-        {{.dkim = {part}, .verdict = verified}, true},
-    };
-    for (const auto& [report, hasMeaning] : rows) {
-        const auto text = lines(report);
-        EXPECT_EQ(text[3], "[OK] Signed by d.example, unchanged since sent");
-        EXPECT_EQ(text[4].starts_with("    The owner of d.example sent this"), hasMeaning) << text[4];
-        EXPECT_EQ(text[4].empty(), !hasMeaning);
-    }
-}
-
-/// The likely cause stands in the report once, with the verdict's meaning or else under the first that
-/// failed.
-TEST(TextReport, failedLookupsHaveOneCause) {
-    const std::string detail = "a.example: timed out; b.example: timed out";
-    ProofReport report;
-    report.verdict = {VerdictKind::couldNotCheck, Tone::unknown, "d.example", "", {}};
-    report.dkim = {{.status = DKIMResult::Status::lookupFailed, .detail = detail, .domain = "d.example"}};
-    report.spf.status.value = SPFFinding::Status::Judged{SPFResult::temperror};
-    report.spf.detail = detail;
-    report.dmarc.status = DMARCFinding::Status::lookupFailed;
-    const std::string cause = "The DNS services don’t answer as they should.";
-    EXPECT_EQ(count(lines(report), "    " + cause), 1u);
-    EXPECT_EQ(count(lines(report), "    " + detail), 2u);
-    report.flags = {{LookAlikeFlag::MultipleFrom{}}};
-    const std::string text = textReport(report, reader);
-    EXPECT_NE(text.find(cause), std::string::npos);
-    EXPECT_EQ(text.find(cause), text.rfind(cause));
-}
-
 TEST(TextReport, onATerminalLinesAreOfOurMaking) {
     const auto blanks = std::string(60, ' ');
     ProofReport report = reportSaying("a" + blanks + "[OK] Signed\u00A0by\u3000\u3000bank.example");

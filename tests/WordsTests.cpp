@@ -5,6 +5,7 @@
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Signs.h"
+#include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 #include "WordingSupport.h"
 #include "tests/Test.h"
@@ -77,6 +78,24 @@ std::vector<Variant> everyAlternative() {
     }(std::make_index_sequence<std::variant_size_v<Variant>>());
 }
 
+/// What a report says of its own, line by line, what stands beside its headline, and what its verdict means.
+void addReport(Words& words, std::string_view json) {
+    auto report = decoded<ProofReport>(JSON::parse(json), MissingMembers::keepDefault);
+    const ProofReport empty{.checkedAt = january(20)};
+    report.checkedAt = empty.checkedAt;
+    words.add("report " + std::string(json), [&](const Reader& reader) {
+        const std::string all = textReport(report, reader), usual = '\n' + textReport(empty, reader) + '\n';
+        std::string text;
+        for (std::string_view rest = all; !rest.empty();) {
+            const std::string line(takePiece(rest, '\n'));
+            if (usual.find('\n' + line + '\n') == std::string::npos) text += "\n      " + line;
+        }
+        for (const Remark& remark : besideHeadline(report, reader))
+            text += "\n      beside, " + toneName(remark.tone) + ": " + remark.text;
+        return text + "\n      meaning: " + explanation(report, reader);
+    });
+}
+
 std::string allWords() {
     Words words;
     for (const VerdictKind kind : EveryCase().of<VerdictKind>()) {
@@ -139,6 +158,11 @@ std::string allWords() {
             words.add("problem " + std::to_string(value.index()) + (name ? "" : ", pasted"),
                       [&](const Reader& reader) { return problemLine(Refusal{value}, name, reader); });
         }
+    }
+    const std::string reports = test::contents(QUILLMARK_TESTS "/reports.txt");
+    for (std::string_view rest = reports; !rest.empty();) {
+        if (const std::string_view line = takePiece(rest, '\n'); line.starts_with('{'))
+            addReport(words, line);
     }
     return words.text();
 }
