@@ -155,8 +155,7 @@ std::vector<ProtectedLink> protectedLinks(std::string_view text) {
         // What ends a sentence is no part of it.
         written = written.substr(0, written.find_last_not_of(".,;:!?)]}*") + 1);
         ProtectedLink link{.begin = begin, .end = begin + written.size()};
-        link.isEscaped = written.find(escapedAmpersand) != written.npos;
-        auto sent = target(link.isEscaped ? replaced(written, escapedAmpersand, "&") : std::string(written));
+        auto sent = target(replaced(written, escapedAmpersand, "&"));
         if (!sent) continue;
         link.target = std::move(*sent);
         std::string_view behind = text.substr(link.end);
@@ -176,14 +175,12 @@ std::vector<ProtectedLink> protectedLinks(std::string_view text) {
 }
 
 std::string withoutProtectedLinks(std::string_view text, const std::vector<ProtectedLink>& links,
-                                  Ampersands ampersands) {
+                                  bool isEscaped) {
     std::string result;
     result.reserve(text.size());
     std::size_t done = 0;
     for (const ProtectedLink& link : links) {
         result.append(text.substr(done, link.begin - done));
-        const bool isEscaped =
-            ampersands == Ampersands::escaped || (ampersands == Ampersands::asInTheLink && link.isEscaped);
         result.append(isEscaped ? replaced(link.target, "&", "&amp;") : link.target);
         done = link.end;
     }

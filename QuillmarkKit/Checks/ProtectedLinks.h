@@ -13,18 +13,15 @@ namespace quillmark {
 struct ProtectedLink {
     std::size_t begin = 0, end = 0;  ///< where it stands, with what such a service wrote behind it (bytes)
     std::string target = {};         ///< the link as it was sent, "&" not escaped
-    bool isEscaped = false;          ///< the link's own "&" is written as HTML has it ("&amp;")
     bool operator==(const ProtectedLink&) const = default;
 };
 
 /// Those in a text (plain or HTML, its transfer encoding undone), in order. Linear in the text.
 std::vector<ProtectedLink> protectedLinks(std::string_view text);
 
-/// How the "&" of the links that are put back is written.
-enum class Ampersands { asInTheLink, plain, escaped };
-
-/// `text` with what was sent in place of these links, which are its own.
+/// `text` with what was sent in place of these links, which are its own; their "&" as HTML has it ("&amp;")
+/// if it is to be escaped.
 std::string withoutProtectedLinks(std::string_view text, const std::vector<ProtectedLink>& links,
-                                  Ampersands ampersands = Ampersands::asInTheLink);
+                                  bool isEscaped);
 
 }  // namespace quillmark

@@ -11,6 +11,8 @@
 
 #include "QuillmarkKit/Checks/Canonicalization.h"
 #include "QuillmarkKit/Checks/HeaderAlternatives.h"
+#include "QuillmarkKit/Checks/PartReversals.h"
+#include "QuillmarkKit/Checks/Regions.h"
 #include "QuillmarkKit/Checks/Reversals.h"
 #include "QuillmarkKit/Checks/TextDifference.h"
 #include "QuillmarkKit/Mail/MIMEStructure.h"
@@ -58,14 +60,6 @@ std::string canonicalBody(std::string_view body, Canonicalization form, const st
     return std::move(sink.text);
 }
 
-/// A piece of a text that becomes another.
-struct Edit {
-    std::size_t from = 0, to = 0;
-    std::string replacement = {};
-};
-/// One of them or none, in the order of their beginnings.
-using Group = std::vector<Edit>;
-
 // What is looked for
 
 /// The bodies that signatures were made over, as far as one walk over a text tells.
@@ -103,7 +97,7 @@ public:
     void run();
 
 private:
-    enum class Plan { cutTail, leaveOutParts, cutBoth };
+    enum class Plan { cutTail, leaveOutParts, cutBoth, cutBottoms, cutTops, cutParts };
     struct Task {
         int cost = 0;
         std::size_t order = 0;  // of those that cost the same
@@ -136,7 +130,7 @@ private:
 
     void addReading(Reading made);
     void tryPlan(const Reading& reading, Plan plan);
-    void walk(const Reading& reading, const std::string& text, std::span<const Group> groups,
+    void walk(const Reading& reading, const std::string& text, std::span<const EditGroup> groups,
               Targets& targets);
     void descend(std::size_t group, std::size_t at, std::uint64_t hashed, Hasher hasher);
     void finish(std::size_t at, std::uint64_t hashed, Hasher hasher);
@@ -162,9 +156,10 @@ private:
     // Of the walk in progress:
     const Reading* m_reading = nullptr;
     const std::string* m_text = nullptr;
-    std::span<const Group> m_groups = {};
+    std::span<const EditGroup> m_groups = {};
     Targets* m_wanted = nullptr;
     std::vector<const Edit*> m_edits = {};
+    bool m_isInParts = false;  // which are then compared as they read
 };
 
 void BodySearch::run() {
@@ -173,8 +168,12 @@ void BodySearch::run() {
     push(0, given, nullptr, Plan::cutTail);
     push(1, given, nullptr, Plan::leaveOutParts);
     push(6, given, nullptr, Plan::cutBoth);
+    push(2, given, nullptr, Plan::cutBottoms);
+    push(3, given, nullptr, Plan::cutTops);
+    push(4, given, nullptr, Plan::cutParts);
     if (given->body.size() <= largestReadingBody) {
-        for (const Reversal& reversal : reversals()) push(reversal.cost, given, &reversal, {});
+        for (const auto& kinds : {reversals(), partReversals()})
+            for (const Reversal& reversal : kinds) push(reversal.cost, given, &reversal, {});
     }
     while (!m_tasks.empty() && !isDone()) {
         const Task task = m_tasks.top();
@@ -206,14 +205,18 @@ void BodySearch::addReading(Reading made) {
     push(reading->cost, reading, nullptr, Plan::cutTail);
     push(reading->cost + 1, reading, nullptr, Plan::leaveOutParts);
     push(reading->cost + 6, reading, nullptr, Plan::cutBoth);
+    push(reading->cost + 2, reading, nullptr, Plan::cutBottoms);
+    push(reading->cost + 3, reading, nullptr, Plan::cutTops);
+    push(reading->cost + 4, reading, nullptr, Plan::cutParts);
     if (reading->steps == mostSteps) return;
-    for (const Reversal& reversal : reversals()) push(reading->cost + reversal.cost, reading, &reversal, {});
+    for (const auto& kinds : {reversals(), partReversals()})
+        for (const Reversal& reversal : kinds) push(reading->cost + reversal.cost, reading, &reversal, {});
 }
 
 /// Where a text of canonical lines may have ended before something was put behind it: at the ends of its
 /// lines that are not empty, the last ones, in their order; and before its first line.
-Group cutsOfTail(std::string_view text, std::size_t begin, std::size_t most, Canonicalization form) {
-    Group cuts;
+EditGroup cutsOfTail(std::string_view text, std::size_t begin, std::size_t most, Canonicalization form) {
+    EditGroup cuts;
     std::size_t at = text.size();
     while (at > begin && cuts.size() < most) {
         // The end of the line before.
@@ -230,8 +233,8 @@ Group cutsOfTail(std::string_view text, std::size_t begin, std::size_t most, Can
 }
 
 /// The first lines, taken out up to each of their ends.
-Group cutsOfTop(std::string_view text) {
-    Group cuts;
+EditGroup cutsOfTop(std::string_view text) {
+    EditGroup cuts;
     std::size_t at = 0;
     for (std::size_t line = 0; line < topLines; ++line) {
         const auto end = text.find(lineEnd, at);
@@ -243,10 +246,10 @@ Group cutsOfTop(std::string_view text) {
 }
 
 /// Each part, left out with the boundary in front of it, and what may have been put behind the last one.
-std::vector<Group> partsOut(const Reading& reading, const MailMessage& message, std::string_view text,
-                            Canonicalization form) {
+std::vector<EditGroup> partsOut(const Reading& reading, const MailMessage& message, std::string_view text,
+                                Canonicalization form) {
     const auto parts = mimeParts(messageOf(reading, message, text), mostPartDepth, mostParts);
-    Group each, last;
+    EditGroup each, last;
     std::size_t lastEnd = 0;
     for (const MIMEPart& part : parts) {
         if (part.number == 0) continue;
@@ -266,7 +269,21 @@ void BodySearch::tryPlan(const Reading& reading, Plan plan) {
         for (Targets& targets : m_targets) {
             if (targets.form != form || targets.digests.empty()) continue;
             if (text.empty()) text = canonicalBody(reading.body, form, m_stop);
-            std::vector<Group> groups;
+            std::vector<EditGroup> groups;
+            const bool isInParts =
+                plan == Plan::cutBottoms || plan == Plan::cutTops || plan == Plan::cutParts;
+            if (isInParts) {
+                const auto ends = plan == Plan::cutBottoms ? RegionEnds::bottoms
+                                  : plan == Plan::cutTops  ? RegionEnds::tops
+                                                           : RegionEnds::both;
+                m_isInParts = true;
+                // Both ends of two parts are many places; one end of each is not.
+                const std::size_t most = ends == RegionEnds::both ? mostTestsOfPlan : mostTestsOfPlan / 4;
+                groups = regionsOfParts(messageOf(reading, m_message, text), ends, most);
+                walk(reading, text, groups, targets);
+                m_isInParts = false;
+                continue;
+            }
             if (plan == Plan::leaveOutParts) {
                 groups = partsOut(reading, m_message, text, form);
                 if (groups.empty()) return;
@@ -285,7 +302,7 @@ void BodySearch::tryPlan(const Reading& reading, Plan plan) {
     }
 }
 
-void BodySearch::walk(const Reading& reading, const std::string& text, std::span<const Group> groups,
+void BodySearch::walk(const Reading& reading, const std::string& text, std::span<const EditGroup> groups,
                       Targets& targets) {
     m_reading = &reading;
     m_text = &text;
@@ -379,6 +396,7 @@ void BodySearch::keep(const std::string& digest) {
     found.body = asItStood ? std::move(*asItStood) : edited(*m_text, m_edits);
     if (m_wanted->length) found.body.resize(static_cast<std::size_t>(*m_wanted->length));
     found.reading = *m_reading;
+    if (m_isInParts) ++found.reading.steps;
     found.reading.bytes.reset();
     found.reading.body = {};
     m_found.emplace(std::pair(m_wanted, digest), std::move(found));
@@ -636,7 +654,8 @@ UndoFindings undo(const MailMessage& message, std::span<const BrokenSignature> s
     for (const BrokenSignature* signature : wanted) {
         const FoundBody* found = signature->bodyHolds ? nullptr : bodies.found(*signature);
         if (!found && !signature->bodyHolds) continue;
-        const Reading reading = found ? found->reading : Reading();
+        Reading reading = found ? found->reading : Reading();
+        if (reading.hints.empty() && !signature->headerHolds) reading.hints = rewrittenTextFields(message);
         const auto changes = signature->headerHolds && reading.hints.empty()
                                  ? std::vector<NamedFields>()
                                  : signedHeader(message, *signature, reading.hints, budget, stop);
