@@ -10,7 +10,8 @@ using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 extern "C" {
 FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzcontainers, fuzzdmarc,
     fuzzdnsmessage, fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode,
-    fuzzrdap, fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzverify;
+    fuzzrdap, fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzundo,
+    fuzzverify;
 }
 
 namespace quillmark {
@@ -42,6 +43,7 @@ const struct {
     {"suffix", fuzzsuffix},
     {"taglist", fuzztaglist},
     {"txtunquote", fuzztxtunquote},
+    {"undo", fuzzundo},
     {"verify", fuzzverify},
 };
 
@@ -85,7 +87,8 @@ TEST(FuzzCorpus, holds) {
         ASSERT_FALSE(inputs.empty()) << target.name;
         std::ranges::sort(inputs);
         std::mt19937 random(1);
-        for (std::size_t i = 0; i < inputs.size() + 400; ++i) {
+        const std::size_t changes = target.run == fuzzundo ? 60 : 400;  // each a search
+        for (std::size_t i = 0; i < inputs.size() + changes; ++i) {
             const std::string bytes =
                 i < inputs.size() ? inputs[i] : changed(inputs[i % inputs.size()], random);
             // A property that does not hold ends the process.
