@@ -124,17 +124,11 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
         return std::ranges::any_of(
             warned, [&](const std::string& other) { return suffixes.sameOrganization(domain, other); });
     };
-    const auto isToldOf = [&](const std::string& address) {
-        return std::ranges::any_of(notes, [&](const ReportNote& note) {
-            const auto* more = std::get_if<ReportNote::FromHoldsMore>(&note.value);
-            return more && more->more.find(address) != std::string::npos;
-        });
-    };
     std::set<std::string> organizations;  // that were looked at
     const auto isNews = [&](const std::string& address) {
         const std::string domain = MailAddress::domainPart(address);
         return organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
-               isStranger(domain, known, suffixes) && !isWarnedOf(domain) && !isToldOf(address);
+               isStranger(domain, known, suffixes) && !isWarnedOf(domain);
     };
     for (const auto position : message.positions(field)) {
         const std::string value = message.headers()[position].value();

@@ -7,6 +7,7 @@
 #include "QuillmarkKit/Mail/Addresses.h"
 #include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
 namespace quillmark {
 
@@ -207,27 +208,31 @@ std::string shownName(std::string_view displayName) {
     std::string plain = EncodedWords::decode(displayName);
     std::erase(plain, '\\');  // which can hide encoded words, too
     if (plain.find("=?") != std::string::npos) plain = EncodedWords::decode(withLenientWords(plain));
+    plain = compatibleForm(plain);
     std::string shown, blanks;
     std::string_view rest = plain;
     while (!rest.empty()) {
         const std::string_view before = rest;
         const char32_t scalar = takeScalar(rest);
         const std::string_view bytes = before.substr(0, before.size() - rest.size());
-        if (isInvisible(scalar)) continue;
-        if (trimmed(bytes).empty()) {
+        if (isBlank(bytes.front()) || (scalar > 0x7F && isWhiteSpace(scalar))) {
             blanks += bytes;
             continue;
         }
+        if (scalar < U' ' || isInvisible(scalar)) continue;
         if (scalar != U'@' && !shown.ends_with('@')) shown += blanks;
         blanks.clear();
-        shown += bytes;
+        if (scalar == U'\u3002') {
+            shown += '.';  // a dot in domains (UTS 46)
+        } else {
+            shown += bytes;
+        }
     }
     return shown + blanks;
 }
 
 std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList& suffixes) {
-    static const Pattern pattern(R"((?:[A-Za-z0-9._%+-]+@)?(?:[A-Za-z0-9-]+\.)+[A-Za-z]{2,})",
-                                 Pattern::Units::bytes);
+    static const Pattern pattern(R"((?:[\pL\pM\pN._%+-]+@)?(?:[\pL\pM\pN-]+\.)+[\pL\pM]{2,})");
     std::vector<std::string> domains;
     std::set<std::string> organizations;  // many names of one don't crowd out another's
     std::string_view match;
@@ -236,9 +241,10 @@ std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList
         position = static_cast<std::size_t>(match.data() + match.size() - name.data());
         const auto at = match.find('@');
         if (at != std::string_view::npos) match.remove_prefix(at + 1);
-        std::string domain = asciiLowered(match);
-        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(domain)) continue;
-        if (organizations.insert(suffixes.organizationalDomain(domain)).second)
+        std::string domain = unicodeLowered(match);
+        const std::string compared = comparableDomain(domain);
+        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(compared)) continue;
+        if (organizations.insert(suffixes.organizationalDomain(compared)).second)
             domains.push_back(std::move(domain));
     }
     return domains;

@@ -24,9 +24,9 @@ std::optional<std::string> firstBracketed(std::string_view value);
 /// none.
 std::string upToEndOfDomain(std::string_view address);
 
-/// A display name as mail programs come to show it: without the backslashes of quoted pairs, the blanks
-/// around an at-sign, and what cannot be seen; encoded words are decoded that stood in quotation marks,
-/// behind backslashes, or hold blanks.
+/// A display name as mail programs come to show it, in letters that it looks like: without the backslashes of
+/// quoted pairs, the blanks around an at-sign, and what cannot be seen; encoded words are decoded that stood
+/// in quotation marks, behind backslashes, or hold blanks.
 std::string shownName(std::string_view displayName);
 
 /// The domains that a name shows, in order: those of addresses, and bare ones under a top-level domain that

@@ -36,6 +36,16 @@ std::string unicodeUppered(std::string_view text) {
     return uppered;
 }
 
+std::string compatibleForm(std::string_view text) {
+    if (isASCII(text)) return std::string(text);
+    UErrorCode error = U_ZERO_ERROR;
+    const icu::Normalizer2* const form = icu::Normalizer2::getNFKCInstance(error);
+    if (U_FAILURE(error)) return std::string(text);
+    std::string normalized;
+    form->normalize(wideOf(text), error).toUTF8String(normalized);
+    return U_FAILURE(error) ? std::string(text) : normalized;
+}
+
 bool isAlphabetic(char32_t scalar) { return u_isUAlphabetic(static_cast<UChar32>(scalar)) != 0; }
 
 bool isWhiteSpace(char32_t scalar) { return u_isUWhiteSpace(static_cast<UChar32>(scalar)) != 0; }

@@ -18,6 +18,9 @@ std::string unicodeLowered(std::string_view text);
 /// The same in upper case; "ß" becomes "SS".
 std::string unicodeUppered(std::string_view text);
 
+/// `text` in Normalization Form KC: wide, bold and circled letters become those that they look like.
+std::string compatibleForm(std::string_view text);
+
 /// The Unicode property Alphabetic.
 bool isAlphabetic(char32_t scalar);
 /// The Unicode property White_Space.
