@@ -13,6 +13,7 @@
 /// What the add-on asks for, and what it is told (docs/thunderbird.md).
 namespace quillmark {
 
+/// A request, or a piece of one: those of one follow each other, alike in everything but the message.
 struct AddonRequest {
     enum class Command {
         check,  ///< what the panel says of the message
@@ -21,14 +22,16 @@ struct AddonRequest {
     std::int64_t id = 0;  ///< its answer bears the same
     Command command = Command::check;
     std::string language = {};  ///< that the person reads: "de-AT"
-    std::string message = {};   ///< its bytes, in base64
+    std::string message = {};   ///< its bytes, or the next of them, in base64
+    bool more = false;          ///< whether a further piece follows
 };
 constexpr auto namesOf(AddonRequest::Command) {
     return EnumTable<AddonRequest::Command, 2>{EnumStyle::word, {"check", "open"}};
 }
 constexpr auto fieldsOf(const AddonRequest*) {
     return std::tuple{Field{"id", &AddonRequest::id}, Field{"command", &AddonRequest::command},
-                      Field{"language", &AddonRequest::language}, Field{"message", &AddonRequest::message}};
+                      Field{"language", &AddonRequest::language}, Field{"message", &AddonRequest::message},
+                      Field{"more", &AddonRequest::more}};
 }
 
 /// The panel's content. Every text is one line that is safe to show, in the person's language.

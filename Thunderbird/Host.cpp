@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -125,6 +126,8 @@ int Host::serve(int input) {
         std::stop_source& stop;
         ~Leaving() { stop.request_stop(); }
     } leaving{stop};
+    std::string bytes;
+    std::optional<std::int64_t> begun;  // the request of which a piece has come
     while (true) {
         auto read = readRequest(input);
         if (const auto* end = std::get_if<RequestsEnd>(&read)) {
@@ -133,20 +136,25 @@ int Host::serve(int input) {
                                                      : reader.translate("The request couldn’t be read."));
         }
         AddonRequest request;
-        std::optional<std::string> bytes;
         try {
             const ByteBuffer text = std::get<ByteBuffer>(std::move(read));
             request = decoded<AddonRequest>(parsedJSON(text.view(), longestRequest));
-            bytes = decodedBase64(std::exchange(request.message, {}));
-            if (!bytes) throw DecodingError("message: this is no base64");
+            const auto piece = decodedBase64(std::exchange(request.message, {}));
+            if (!piece) throw DecodingError("message: this is no base64");
+            if (begun && *begun != request.id)
+                throw DecodingError("id: a piece of another request is missing");
+            // Of one that is too large enough to see that.
+            if (bytes.size() <= largestMessage) bytes += *piece;
         } catch (const DecodingError& error) {
             return fail(reader.translate("The request isn’t what it should be: %1",
                                          {forDisplay(std::string_view(error.what()))}));
         }
+        begun = request.more ? std::optional(request.id) : std::nullopt;
+        if (request.more) continue;
         free.acquire();
-        workers.add([this, &free, request, bytes = std::make_shared<std::string>(std::move(*bytes)),
-                     token = stop.get_token()] {
-            answer(request, *bytes, token);
+        workers.add([this, &free, request, token = stop.get_token(),
+                     message = std::make_shared<std::string>(std::exchange(bytes, {}))] {
+            answer(request, *message, token);
             free.release();
         });
     }

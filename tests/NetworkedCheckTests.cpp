@@ -1,10 +1,15 @@
 // Whole checks over the network's two clients: what leaves the machine, and what comes of every fault.
 
+#include <unistd.h>
+
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Verifier.h"
 #include "ScriptedHTTP.h"
+#include "Thunderbird/Host.h"
+#include "Thunderbird/NativeMessages.h"
 #include "tests/Test.h"
 
 namespace quillmark::test {
@@ -30,6 +35,27 @@ std::vector<std::string> urlsOf(std::string_view message) {
     const auto http = std::make_shared<ScriptedHTTP>(curiousNetwork);
     const Verifier verifier(std::make_shared<DoHResolver>(http), std::make_shared<RDAPClient>(http));
     verifier.verify(MailMessage::parse(message), "named.eml", now);
+    return http->takeURLs();
+}
+
+/// The same, asked for by the add-on of a mail program.
+std::vector<std::string> urlsOfHost(std::string_view message) {
+    const auto http = std::make_shared<ScriptedHTTP>(curiousNetwork);
+    const HostSurroundings surroundings{.resolver = std::make_shared<DoHResolver>(http),
+                                        .registry = std::make_shared<RDAPClient>(http),
+                                        .now = [] { return now; }};
+    int requests[2], answers[2];
+    EXPECT_EQ(::pipe(requests) | ::pipe(answers), 0);
+    std::jthread addon([&] {
+        writeAnswer(R"({"id":1,"command":"check","language":"en","more":false,"message":")" +
+                        encodedBase64(message) + R"("})",
+                    requests[1]);
+        readRequest(answers[0]);
+        ::close(requests[1]);
+    });
+    EXPECT_EQ(serveAddon(surroundings, requests[0], answers[1]), 0);
+    addon.join();
+    for (const int each : {requests[0], answers[0], answers[1]}) ::close(each);
     return http->takeURLs();
 }
 
@@ -87,7 +113,12 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
     ASSERT_GE(messages.size(), 3u);
     std::set<std::string> asked;
     for (const auto& message : messages) {
-        for (const auto& url : urlsOf(message)) {
+        const auto urls = urlsOf(message);
+        EXPECT_EQ(std::multiset(urls.begin(), urls.end()), [&] {
+            const auto ofHost = urlsOfHost(message);
+            return std::multiset(ofHost.begin(), ofHost.end());
+        }());
+        for (const auto& url : urls) {
             SCOPED_TRACE(url);
             EXPECT_EQ(asciiLowered(url).find("secret"), std::string::npos);
             if (url == bootstrapURL) continue;

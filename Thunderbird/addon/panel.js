@@ -7,6 +7,9 @@
 const host = "org.quillmark.thunderbird";
 const largestMessage = 50_000_000; // bytes; the host takes no more
 const mostAtOnce = 4; // messages in memory
+// Characters of base64, in whole groups of four. What goes to the host in one piece takes Thunderbird time that grows
+// with the square of its length.
+const pieceLength = 1 << 19;
 const symbols = {good: "✓", caution: "!", bad: "✕", unknown: "?"};
 
 /** A failure with words for the person. */
@@ -27,7 +30,12 @@ class Host {
         return new Promise((resolve, reject) => {
             const id = ++this.#last;
             this.#waiting.set(id, {resolve, reject});
-            this.#connected().postMessage({id, command, language: browser.i18n.getUILanguage(), message});
+            const port = this.#connected(), language = browser.i18n.getUILanguage();
+            let end = 0;
+            do {
+                const piece = message.slice(end, (end += pieceLength));
+                port.postMessage({id, command, language, message: piece, more: end < message.length});
+            } while (end < message.length);
         });
     }
 
@@ -69,8 +77,20 @@ async function messageBytes(id) {
 const leftwards = "\\u0590-\\u08FF\\uFB1D-\\uFDFF\\uFE70-\\uFEFF\\u{10800}-\\u{10FFF}\\u{1E800}-\\u{1EFFF}";
 const leftwardsRuns = new RegExp(`[${leftwards}](?: *[${leftwards}\\p{M}])*`, "gu");
 
-/** Letters written from right to left are isolated, so that they can't pull what stands beside them along. */
-const isolated = text => text.replace(leftwardsRuns, "\u2068$&\u2069");
+/**
+ * Puts a text into an element. Letters written from right to left are isolated, so that they can't pull what stands
+ * beside them along, and no line ends at a hyphen of a domain.
+ */
+function fill(element, text) {
+    element.textContent = "";
+    for (const word of text.replace(leftwardsRuns, "\u2068$&\u2069").split(/( )/)) {
+        const isWhole = /[.@]/.test(word) && word.includes("-");
+        const piece = isWhole ? document.createElement("span") : document.createTextNode("");
+        if (isWhole) piece.className = "whole";
+        piece.textContent = word;
+        element.append(piece);
+    }
+}
 
 /** One message's place on the page. */
 class View {
@@ -90,7 +110,7 @@ class View {
     }
 
     showOnly(headline, {problem = "", summary = null} = {}) {
-        this.part("headline").querySelector(".text").textContent = headline;
+        fill(this.part("headline").querySelector(".text"), headline);
         this.part("problem").textContent = problem;
         for (const name of ["cautions", "explanation", "open"]) this.part(name).hidden = !summary;
         this.article.querySelector("dl").hidden = !summary;
@@ -105,15 +125,15 @@ class View {
 
     show(summary) {
         this.article.dataset.verdict = summary.verdict;
-        this.showOnly(isolated(summary.headline), {summary});
+        this.showOnly(summary.headline, {summary});
         this.mark(this.part("headline").querySelector(".symbol"), summary.tone, summary.toneWord);
-        for (const name of ["from", "subject", "explanation"]) this.part(name).textContent = isolated(summary[name]);
+        for (const name of ["from", "subject", "explanation"]) fill(this.part(name), summary[name]);
         for (const {tone, toneWord, text} of summary.cautions) {
             const line = document.createElement("li");
             const [symbol, words] = [document.createElement("span"), document.createElement("span")];
             symbol.className = "symbol";
             symbol.role = "img";
-            words.textContent = isolated(text);
+            fill(words, text);
             line.append(symbol, words);
             if (tone) this.mark(symbol, tone, toneWord);
             this.part("cautions").append(line);
