@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "CommandLine/AsSignedFolder.h"
 #include "CommandLine/CheckInputs.h"
 #include "CommandLine/CheckOutput.h"
 #include "CommandLine/CheckSources.h"
@@ -107,7 +108,10 @@ private:
 /// Checks what was read, and turns it into what is written.
 class Checker {
 public:
-    Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {}
+    /// Throws `OutputFileError`.
+    Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {
+        if (command.asSigned) m_asSigned.emplace(*command.asSigned, command.reader);
+    }
 
     /// A message and those attached inside it; nothing when it was postponed. Never throws.
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
@@ -115,7 +119,8 @@ public:
         if (const auto* problem = std::get_if<FoundProblem>(&input.found)) return {refused(*problem)};
         // A service may begin to rest in the middle of a check. A recording tells of one check of each
         // message.
-        auto again = postponed && m_from.services && !m_from.recorded ? copyOf(input) : std::nullopt;
+        auto again =
+            postponed && m_from.services && !m_from.recorded && !m_asSigned ? copyOf(input) : std::nullopt;
         bool wentWithout = false;
         auto all = checked(std::move(input), wentWithout);
         if (m_from.services && m_from.services->doAllRest() && !m_hasSaidThatAllRest.exchange(true)) {
@@ -187,18 +192,26 @@ private:
             return std::nullopt;
         }
         auto& message = std::get<MailMessage>(taken);
-        ProofReport report = m_from.recorded
-                                 ? m_from.recorded->verify(digest, message, name, m_from.now, found.facts)
-                                 : verified(message, found, wentWithout);
-        all.push_back(written(report, found.place.pathName()));
+        const Verification verification =
+            m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now, found.facts)
+                            : verified(message, found, wentWithout);
+        all.push_back(written(verification.report, found.place.pathName()));
+        if (m_asSigned) {
+            try {
+                m_asSigned->write(found.place.pathName(), message, verification);
+            } catch (const OutputFileError& error) {
+                all.push_back({.problem = unwritable(error, m_command.reader)});
+            }
+        }
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }
 
-    ProofReport verified(const MailMessage& message, const FoundMessage& found, bool& wentWithout) const {
+    Verification verified(const MailMessage& message, const FoundMessage& found, bool& wentWithout) const {
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
-        return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime)
-            .verify(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
+        return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
+                        m_command.noUndo ? Undoing::off : Undoing::on)
+            .examine(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
     }
 
     void checkAttached(const MailMessage& message, const MessagePlace& place,
@@ -235,6 +248,7 @@ private:
 
     const CheckCommand& m_command;
     const CheckSources& m_from;
+    std::optional<AsSignedFolder> m_asSigned = {};
     const bool m_isTextPrinted = !m_command.json && !m_command.summary && !goesToOutput(m_command.csv) &&
                                  !goesToOutput(m_command.record);
     const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;

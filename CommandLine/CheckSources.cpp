@@ -70,8 +70,9 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     if (command.timeout > 0) lookupTime = std::chrono::seconds(command.timeout);
     if (command.at) now = *parsedRFC3339(*command.at);
     if (command.record || failures) {
-        recorded = std::make_unique<RecordedRun>(
-            resolver, registry, std::move(failures).value_or(RecordedRun::Failures()), lookupTime);
+        recorded = std::make_unique<RecordedRun>(resolver, registry,
+                                                 std::move(failures).value_or(RecordedRun::Failures()),
+                                                 lookupTime, command.noUndo ? Undoing::off : Undoing::on);
     }
 }
 

@@ -133,6 +133,11 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     add(command, "--fail-on", check.failOn, "TONE",
         "Exit with 3 when a verdict has this tone or proves less: caution (or one beside it), unknown or bad")
         ->check(CLI::IsMember({"caution", "unknown", "bad"}));
+    CLI::Option* const noUndo = command.add_flag(
+        "--no-undo", check.noUndo, "Don't look for what was changed where a signature is broken");
+    add(command, "--as-signed", check.asSigned, "FOLDER",
+        "Write, of changed messages, what was signed into new files, each with a text that tells of it")
+        ->excludes(noUndo);
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
         ->check(CLI::Range(1, 256));
     add(command, "--timeout", check.timeout, "SECONDS",

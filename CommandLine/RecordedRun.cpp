@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "QuillmarkKit/Verifier.h"
 #include "QuillmarkKit/Version.h"
 
 namespace quillmark {
@@ -21,8 +20,8 @@ RecordedRun::Check& RecordedRun::check(const std::string& sha256,
     return check;
 }
 
-ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& message,
-                                std::optional<std::string> fileName, Date now, IntakeFacts intake) {
+Verification RecordedRun::verify(const std::string& sha256, const MailMessage& message,
+                                 std::optional<std::string> fileName, Date now, IntakeFacts intake) {
     Check& current = check(sha256, fileName);
     // The same message a second time meets the failures that the first met, or one record would not do for
     // both.
@@ -30,12 +29,12 @@ ProofReport RecordedRun::verify(const std::string& sha256, const MailMessage& me
     const auto resolver = std::make_shared<RecordingResolver>(m_resolver, m_answers, current.failures);
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
-    ProofReport report =
-        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime)
-            .verify(message, std::move(fileName), now, UUID::random(), {}, std::move(intake));
+    Verification verification =
+        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime, m_undoing)
+            .examine(message, std::move(fileName), now, UUID::random(), {}, std::move(intake));
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;
-    return report;
+    return verification;
 }
 
 std::string RecordedRun::json(const RecordingTimes& times) const {

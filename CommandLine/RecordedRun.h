@@ -14,7 +14,7 @@
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Message.h"
-#include "QuillmarkKit/Report.h"
+#include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {
 
@@ -24,18 +24,20 @@ class RecordedRun {
 public:
     using Failures = std::map<std::string, FixedAnswers::Failures>;  // by message
 
-    /// `failures`: what the checks could not find out when they were recorded. `lookupTime`: as a verifier
-    /// takes it.
+    /// `failures`: what the checks could not find out when they were recorded. `lookupTime`
+    /// and `undoing`: as a verifier takes them.
     RecordedRun(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
-                Failures failures = {}, std::optional<std::chrono::seconds> lookupTime = {})
+                Failures failures = {}, std::optional<std::chrono::seconds> lookupTime = {},
+                Undoing undoing = Undoing::on)
         : m_resolver(std::move(resolver)),
           m_registry(std::move(registry)),
           m_failures(std::move(failures)),
-          m_lookupTime(lookupTime) {}
+          m_lookupTime(lookupTime),
+          m_undoing(undoing) {}
 
     /// Checks the message whose file has this SHA-256.
-    ProofReport verify(const std::string& sha256, const MailMessage& message,
-                       std::optional<std::string> fileName, Date now, IntakeFacts intake = {});
+    Verification verify(const std::string& sha256, const MailMessage& message,
+                        std::optional<std::string> fileName, Date now, IntakeFacts intake = {});
 
     /// All that was taken down, as an answers file (docs/formats.md), but for messages whose check is not
     /// done.
@@ -54,6 +56,7 @@ private:
     const std::shared_ptr<RegistrationLookup> m_registry;
     const Failures m_failures;
     const std::optional<std::chrono::seconds> m_lookupTime;
+    const Undoing m_undoing;
     const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
     mutable std::mutex m_mutex = {};
     std::map<std::string, Check> m_checks = {};  // by SHA-256

@@ -67,7 +67,7 @@ std::vector<std::string> checked(RecordedRun& run, const std::vector<std::string
     onThreads(static_cast<int>(reports.size()), [&](int number) {
         const auto i = static_cast<std::size_t>(number);
         const std::string& message = messages[i % messages.size()];
-        const auto report = run.verify(sha256(message), MailMessage::parse(message), "m.eml", now);
+        const auto report = run.verify(sha256(message), MailMessage::parse(message), "m.eml", now).report;
         JSON json = JSON::parse(compactJSON(report));
         json.erase("id");
         reports[i] = json.dump();

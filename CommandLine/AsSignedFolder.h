@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "QuillmarkKit/Mail/Message.h"
+#include "QuillmarkKit/Verifier.h"
+#include "Wording/Reader.h"
+
+namespace quillmark {
+
+/// A folder for what was signed of messages that were changed: of each broken signature that holds again, a
+/// message that any program can verify, and beside it a text that names what was left out and what was
+/// changed. Nothing is ever overwritten. Safe from many threads at once.
+class AsSignedFolder {
+public:
+    /// Makes the folder if it isn't there. Throws `OutputFileError`.
+    AsSignedFolder(std::string folder, const Reader& reader);
+
+    /// Writes what holds again of a message, of which `name` tells. Throws `OutputFileError`, also where one
+    /// of the files is there already.
+    void write(const std::optional<std::string>& name, const MailMessage& shown,
+               const Verification& verification) const;
+
+private:
+    const std::string m_folder;
+    const Reader& m_reader;
+};
+
+}  // namespace quillmark
