@@ -6,41 +6,23 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
-#include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Verifier.h"
+#include "fuzz/HistoryText.h"
 
 namespace {
 
 using namespace quillmark;
-
-std::string written(const History& history) {
-    std::string text;
-    HistoryWriter writer([&](std::string_view bytes) { text += bytes; });
-    for (const ProofReport& report : history.reports) writer.add(report);
-    writer.end(history.unknown);
-    return text;
-}
-
-History readBack(const std::string& text) {
-    std::istringstream input(text);
-    std::vector<ProofReport> reports;
-    History history = readHistory(input, [&](ProofReport report) { reports.push_back(std::move(report)); });
-    history.reports = std::move(reports);
-    return history;
-}
+using fuzz::readBack, fuzz::written;
 
 void checkRoundTrip(const History& history) {
-    const std::string text = written(history);
+    const std::string text = written(history.reports, history.unknown);
     const History again = readBack(text);
     if (again.version != historyVersion || again.reports.size() != history.reports.size()) std::abort();
-    if (written(again) != text) std::abort();
+    if (written(again.reports, again.unknown) != text) std::abort();
     std::size_t salvaged = 0;
     const HistorySalvage salvage = salvageHistory(text, [&](const ProofReport&) { ++salvaged; });
     if (!salvage.faults.empty() || salvaged != history.reports.size()) std::abort();

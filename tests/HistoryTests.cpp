@@ -3,32 +3,19 @@
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Support/Serialization.h"
+#include "fuzz/HistoryText.h"
 #include "tests/Test.h"
 
 namespace quillmark {
 namespace {
+
+using fuzz::readBack, fuzz::written;
 
 ProofReport reportOf(std::uint8_t id, const std::string& subject = "") {
     ProofReport report;
     report.id.bytes[15] = id;
     report.summary.subject = subject;
     return report;
-}
-
-std::string written(const std::vector<ProofReport>& reports, const UnknownMembers& unknown = {}) {
-    std::string text;
-    HistoryWriter writer([&](std::string_view bytes) { text += bytes; });
-    for (const ProofReport& report : reports) writer.add(report);
-    writer.end(unknown);
-    return text;
-}
-
-History readBack(const std::string& text) {
-    std::istringstream input(text);
-    std::vector<ProofReport> reports;
-    History history = readHistory(input, [&](ProofReport report) { reports.push_back(std::move(report)); });
-    history.reports = std::move(reports);
-    return history;
 }
 
 TEST(History, form) {

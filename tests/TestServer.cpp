@@ -2,17 +2,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -25,50 +21,6 @@ namespace {
 
 void require(bool isGood, const char* what) {
     if (!isGood) throw std::runtime_error(what);
-}
-
-struct Free {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(X509* certificate) const { X509_free(certificate); }
-    void operator()(SSL* connection) const { SSL_free(connection); }
-};
-using Key = std::unique_ptr<EVP_PKEY, Free>;
-using X509Certificate = std::unique_ptr<X509, Free>;
-
-void addExtension(X509* certificate, X509* issuer, int kind, const char* value) {
-    X509V3_CTX context;
-    X509V3_set_ctx_nodb(&context);
-    X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, kind, value);
-    require(extension && X509_add_ext(certificate, extension, -1), "certificate extension");
-    X509_EXTENSION_free(extension);
-}
-
-/// A certificate of `key`, valid from `begin` to `end` (seconds from now). Without an issuer it is an
-/// authority that signs itself.
-X509Certificate certificate(EVP_PKEY* key, const char* name, const char* hosts, long begin, long end,
-                            X509* issuer = nullptr, EVP_PKEY* issuerKey = nullptr) {
-    X509Certificate made(X509_new());
-    static long serial = 0;
-    X509_set_version(made.get(), 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(made.get()), ++serial);
-    X509_gmtime_adj(X509_getm_notBefore(made.get()), begin);
-    X509_gmtime_adj(X509_getm_notAfter(made.get()), end);
-    X509_set_pubkey(made.get(), key);
-    X509_NAME_add_entry_by_txt(X509_get_subject_name(made.get()), "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
-    X509_set_issuer_name(made.get(), X509_get_subject_name(issuer ? issuer : made.get()));
-    X509* const signer = issuer ? issuer : made.get();
-    addExtension(made.get(), signer, NID_basic_constraints, issuer ? "CA:FALSE" : "critical,CA:TRUE");
-    if (hosts) addExtension(made.get(), signer, NID_subject_alt_name, hosts);
-    require(X509_sign(made.get(), issuer ? issuerKey : key, EVP_sha256()) > 0, "sign a certificate");
-    return made;
-}
-
-void writePEM(const std::string& path, X509* certificate) {
-    std::FILE* file = std::fopen(path.c_str(), "w");
-    require(file && PEM_write_X509(file, certificate), "write a certificate");
-    std::fclose(file);
 }
 
 sockaddr_in loopback(int port) {
@@ -117,31 +69,12 @@ const Authority& Authority::shared() {
 }
 
 Authority::Authority() {
-    const char* const hosts = "DNS:localhost,DNS:first.localhost,DNS:second.localhost";
-    constexpr long day = 24 * 60 * 60;
-    const Key caKey(EVP_EC_gen("P-256")), otherKey(EVP_EC_gen("P-256")), key(EVP_EC_gen("P-256"));
-    const auto ca = certificate(caKey.get(), "Test authority", nullptr, -day, day);
-    const auto other = certificate(otherKey.get(), "Other authority", nullptr, -day, day);
-    const auto sign = [&](Certificate which, const char* names, long begin, long end) {
-        const bool isOther = which == Certificate::otherAuthority;
-        const auto made =
-            certificate(key.get(), "Test server", names, begin, end, isOther ? other.get() : ca.get(),
-                        isOther ? otherKey.get() : caKey.get());
-        writePEM(certificateFile(which), made.get());
-    };
-    writePEM(caFile(), ca.get());
-    sign(Certificate::good, hosts, -day, day);
-    sign(Certificate::otherName, "DNS:elsewhere.example", -day, day);
-    sign(Certificate::expired, hosts, -2 * day, -day);
-    sign(Certificate::otherAuthority, hosts, -day, day);
-    std::FILE* file = std::fopen(keyFile().c_str(), "w");
-    require(file && PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr),
-            "write the key");
-    std::fclose(file);
+    const std::string command = QUILLMARK_TESTS "/certificates " + m_folder / "" + " 2>/dev/null";
+    require(std::system(command.c_str()) == 0, "make certificates");
 }
 
 std::string Authority::certificateFile(Certificate which) const {
-    return m_folder / ("certificate-" + std::to_string(static_cast<int>(which)) + ".pem");
+    return m_folder / (std::to_string(static_cast<int>(which)) + ".pem");
 }
 
 TestServer::TestServer(std::function<Reply(const std::string&)> answer, Certificate certificate,
@@ -220,7 +153,7 @@ void TestServer::serve(int socket) {
         while (::recv(socket, bytes, sizeof bytes, 0) > 0) {
         }
     } else {
-        const std::unique_ptr<SSL, Free> connection(SSL_new(m_context));
+        const std::unique_ptr<SSL, decltype(&SSL_free)> connection(SSL_new(m_context), SSL_free);
         SSL_set_fd(connection.get(), socket);
         if (SSL_accept(connection.get()) == 1) speak(connection.get(), socket);
     }
