@@ -112,8 +112,9 @@ ReportSection Composer::message() const {
     const MessageSummary& summary = m_report.summary;
     ReportSection section{m_words("The message says"), {}, {}, {}, {}, {}};
     Facts& facts = section.facts;
+    const auto other = insteadOfSender(m_report, m_words.reader);
     add(facts, toTranslate("From"),
-        summary.from.empty() ? m_words("(no From line)") : addresses(summary.from));
+        other ? isolatedRuns(*other) : addresses(summary.from));
     add(facts, toTranslate("Reply-To"), addresses(summary.replyTo));
     add(facts, toTranslate("To"), addresses(summary.to));
     add(facts, toTranslate("Subject"),
@@ -157,7 +158,7 @@ ReportRow Composer::row(const Finding& finding) const {
 ReportRow Composer::signature(const DKIMResult& result) const {
     ReportRow row{tone(result),
                   isolatedRuns(label(result.status, m_words.reader)),
-                  isolatedRuns(sentence(result, m_words.reader)),
+                  isolatedRuns(signatureSentence(m_report, result, m_words.reader)),
                   {},
                   {}};
     for (const Remark& each : remarks(result, m_report.checkedAt, m_words.reader))

@@ -8,6 +8,7 @@
 #include "Quillmark/Tones.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -349,8 +350,8 @@ QString ReportList::secondLine(const ListEntry& entry) const {
     const std::string& domain =
         report.verdict.fromDomain.empty() ? report.verdict.domain : report.verdict.fromDomain;
     if (!domain.empty()) return shownDomain(domain);
-    return report.summary.from.empty() ? m_words("(no From line)")
-                                       : shown(displayForm(report.summary.from.front()));
+    if (const auto other = insteadOfSender(report, m_words.reader)) return shown(*other);
+    return shown(displayForm(report.summary.from.front()));
 }
 
 QString ReportList::caution(const ProofReport& report) const {

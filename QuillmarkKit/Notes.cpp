@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "QuillmarkKit/Checks/ARC.h"
+#include "QuillmarkKit/Checks/ContentFaults.h"
 #include "QuillmarkKit/Mail/Addresses.h"
 #include "QuillmarkKit/Mail/IPAddress.h"
 #include "QuillmarkKit/Mail/Received.h"
@@ -89,6 +90,16 @@ void addSender(Notes& notes, const MailMessage& message, const std::vector<MailA
     if (std::ranges::any_of(from, [](const MailAddress& entry) { return !entry.address.empty(); })) return;
     ReportNote::FromEmpty others{excerptOfFirst(message, "Sender"), excerptOfFirst(message, "Resent-From")};
     if (others.sender || others.resentFrom) notes.push_back({std::move(others)});
+    if (auto line = excerptOfFirst(message, "From"))
+        notes.push_back({ReportNote::FromUnread{std::move(*line)}});
+}
+
+void addDate(Notes& notes, const MailMessage& message, const ProofReport& report) {
+    const HeaderField* field = message.first("Date");
+    if (!field || report.summary.date) return;
+    const std::string value = field->value();
+    if (value.empty()) return;
+    notes.push_back({ReportNote::DateUnread{excerpt(value), parsedObsoleteMailDate(value)}});
 }
 
 /// Whether a name is a host of another organization than each of these addresses.
@@ -235,6 +246,71 @@ std::vector<std::string> signedFields(const MailMessage& message, const DKIMResu
     return fields;
 }
 
+/// Two values of a content field, for programs: blanks and comments say nothing, and of letters only those of
+/// a boundary have a case.
+bool sayTheSame(const std::string& a, const std::string& b) {
+    const std::string left = withoutWhitespace(withoutComments(a)),
+                      right = withoutWhitespace(withoutComments(b));
+    if (left == right) return true;
+    return equalsIgnoringCase(left, right) && asciiLowered(left).find("boundary") == std::string::npos;
+}
+
+/// How the topmost of these fields, or all of them together, mislead about the text.
+std::optional<ReportNote::ContentNotSigned::Why> contentFault(const MailMessage& message,
+                                                              std::span<const std::uint32_t> positions) {
+    using Why = ReportNote::ContentNotSigned::Why;
+    const HeaderField& field = message.headers()[positions.front()];
+    const std::string value = field.value();
+    for (const auto position : positions.subspan(1)) {
+        if (!sayTheSame(value, message.headers()[position].value())) return Why::repeated;
+    }
+    const auto plainValue = [&](std::string_view name) {
+        const HeaderField* first = message.first(name);
+        return first ? withoutComments(first->value()) : std::string();
+    };
+    const std::string type = plainValue("Content-Type"), encoding = plainValue("Content-Transfer-Encoding");
+    const std::string_view body = message.body().value_or("");
+    std::optional<ContentFault> fault;
+    if (equalsIgnoringCase(field.name, "Content-Type")) fault = typeFault(type, encoding, body);
+    if (equalsIgnoringCase(field.name, "Content-Transfer-Encoding"))
+        fault = encodingFault(type, encoding, body);
+    if (!fault || body.empty()) return std::nullopt;
+    switch (*fault) {
+        case ContentFault::noParts:
+            return Why::noParts;
+        case ContentFault::textAboveParts:
+            return Why::textAboveParts;
+        case ContentFault::otherType:
+            return Why::otherType;
+        case ContentFault::otherEncoding:
+            break;
+    }
+    return Why::otherEncoding;
+}
+
+/// Many large providers leave these fields unsigned, and nobody is the worse for it; unless they make another
+/// text of the one that was signed.
+void addContentFields(Notes& notes, const MailMessage& message, const ProofReport& report,
+                      const PublicSuffixList& suffixes) {
+    for (const std::string_view name :
+         {"Content-Type", "Content-Transfer-Encoding", "Content-Disposition", "MIME-Version"}) {
+        const auto positions = message.positions(name);
+        if (positions.empty()) continue;
+        const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
+            const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+            return signature.status == DKIMResult::Status::pass &&
+                   suffixes.sameOrganization(signature.domain, report.verdict.domain) &&
+                   static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName)) >=
+                       positions.size();
+        });
+        if (isSigned) continue;
+        const auto why = contentFault(message, positions);
+        if (!why) continue;
+        const std::string value = excerpt(message.headers()[positions.front()].value());
+        notes.push_back({ReportNote::ContentNotSigned{std::string(name), value, *why}});
+    }
+}
+
 void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport& report,
                     const CheckFacts& facts, const PublicSuffixList& suffixes) {
     for (const std::size_t index : facts.heldSignatures) {
@@ -251,6 +327,17 @@ void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport&
                             suffixes.sameOrganization(signature.domain, from);
         notes.push_back({ReportNote::SignedLinesHold{
             static_cast<std::int64_t>(index), domainExcerpt(signature.domain), speaks, std::move(fields)}});
+    }
+}
+
+void addKeyRecords(Notes& notes, const ProofReport& report, const CheckFacts& facts) {
+    for (const auto& [index, fits] : facts.otherRecords) {
+        notes.push_back({ReportNote::OtherKeyRecord{static_cast<std::int64_t>(index),
+                                                    domainExcerpt(report.dkim[index].domain), fits}});
+    }
+    for (const auto& [index, version] : facts.versionsInstead) {
+        notes.push_back(
+            {ReportNote::OtherRecordAtKey{domainExcerpt(report.dkim[index].domain), excerpt(version)}});
     }
 }
 
@@ -306,8 +393,9 @@ struct Border {
     explicit Border(const MailMessage& message) : received(message.positions("Received")) {
         std::size_t hostsOfTop = 0;
         for (std::size_t i = 0; i < received.size(); ++i) {
-            ReceivedHop hop = ReceivedHop::parse(message.headers()[received[i]].value());
-            const auto address = hop.fromIP ? IPAddress::parse(*hop.fromIP) : std::nullopt;
+            const std::string value = message.headers()[received[i]].value();
+            ReceivedHop hop = ReceivedHop::parse(value);
+            const auto address = seenClient(value);  // not the one that a sender gives itself
             if (hop.by && hop.by->size() <= longestHost) hosts.push_back(std::move(*hop.by));
             if (i == 0) {
                 client = address;
@@ -337,12 +425,10 @@ struct Border {
 /// a sender's could stand as well: those that claim to be the receiver's are removed by it (RFC 8601, section
 /// 5), and a wrong client address gives a Received-SPF field away.
 void addLinesOfSender(Notes& notes, const MailMessage& message, const ProofReport& report,
-                      const PublicSuffixList& suffixes) {
+                      const Border& border, const PublicSuffixList& suffixes) {
     using Why = ReportNote::LineOfSender::Why;
     const bool usesReceivedSPF =
         report.spf.ip && std::holds_alternative<SenderIP::Source::ReceivedSPF>(report.spf.ip->source.value);
-    if (!usesReceivedSPF && report.receiverResults.empty()) return;
-    const Border border(message);
     const auto add = [&](std::string_view field, const std::string& server, bool isKnown) {
         const auto positions = message.positions(field);
         if (positions.empty() || border.isAbove(positions.front())) return;
@@ -358,6 +444,64 @@ void addLinesOfSender(Notes& notes, const MailMessage& message, const ProofRepor
     if (!report.receiverResults.empty()) {
         const std::string& server = report.receiverResults.front().server;
         add("Authentication-Results", server, border.hasHost(server, suffixes));
+    }
+}
+
+/// SPF's address stands in the topmost Received field that has a public one. That the client can announce:
+/// a public one, which is then judged, or a private one, so that a field of its own below is taken.
+void addClaimedAddress(Notes& notes, const MailMessage& message, const ProofReport& report,
+                       const Border& border) {
+    if (!report.spf.ip || !border.client || !border.client->isPublic()) return;
+    if (!std::holds_alternative<SenderIP::Source::Received>(report.spf.ip->source.value)) return;
+    const auto judged = IPAddress::parse(report.spf.ip->ip);
+    if (!judged || *judged == *border.client) return;
+    const std::string value = message.headers()[border.received[border.index]].value();
+    const auto announced = ReceivedHop::parse(value).fromIP;
+    if (announced && IPAddress::parse(*announced) == judged) {
+        notes.push_back({ReportNote::AddressClaimed{report.spf.ip->ip, border.client->description()}});
+    } else {
+        notes.push_back({ReportNote::LineOfSender{"Received", report.spf.ip->ip,
+                                                  ReportNote::LineOfSender::Why::belowReceived}});
+    }
+}
+
+void addAnyServer(Notes& notes, const ProofReport& report, const std::optional<std::string>& term) {
+    if (!term) return;
+    notes.push_back(
+        {ReportNote::AnyServerAllowed{domainExcerpt(report.spf.domain.value_or("")), excerpt(*term)}});
+}
+
+/// Whether the domain, or one that it lies within, is among these.
+bool isWithinAny(std::string_view domain, const std::set<std::string, std::less<>>& domains) {
+    if (domain.size() > longestHost) return false;
+    for (; !domain.empty(); takePiece(domain, '.')) {
+        if (domains.contains(domain)) return true;
+    }
+    return false;
+}
+
+/// A list takes signatures away that it breaks, after its server has checked them.
+void addResultsWithoutCause(Notes& notes, const MailMessage& message, const ProofReport& report) {
+    if (report.receiverResults.empty() || message.first("List-Id")) return;
+    std::set<std::string, std::less<>> signers;
+    for (const auto position : message.positions("DKIM-Signature")) {
+        const std::string value = message.headers()[position].value();
+        signers.insert(comparableDomain(TagList::parse(value).value("d").value_or("")));
+    }
+    const AuthResults& results = report.receiverResults.front();
+    for (const AuthResults::Method& method : results.methods) {
+        if (method.method != "dkim" || method.result != "pass") continue;
+        std::optional<std::string> domain, identity;
+        for (const auto& [name, property] : method.properties) {
+            if (name == "header.d") domain = comparableDomain(property);
+            if (name == "header.i") identity = comparableDomain(MailAddress::domainPart("@" + property));
+        }
+        if (!domain && !identity) continue;
+        const bool isSigned = domain ? signers.contains(*domain) : isWithinAny(*identity, signers);
+        const std::string& claimed = domain ? *domain : *identity;
+        if (isSigned || claimed.empty()) continue;
+        notes.push_back({ReportNote::ResultsWithoutCause{excerpt(results.server), domainExcerpt(claimed)}});
+        return;
     }
 }
 
@@ -410,6 +554,65 @@ void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signa
     if (arrival && *signature.signedAt > *arrival + wrongDay) {
         notes.push_back({ReportNote::SignedAfterArrival{domain, *signature.signedAt, *arrival}});
     }
+}
+
+/// An address without what a person may put behind "+" (RFC 5233), in the form that others are compared with.
+std::string mailboxOf(std::string_view address) {
+    std::string local = asciiLowered(address.substr(0, address.rfind('@')));
+    local = local.substr(0, local.find('+'));
+    return local + '@' + comparableDomain(MailAddress::domainPart(address));
+}
+
+/// The addresses that the lines of the receiver itself name as the one that the message came to.
+std::vector<std::string> deliveredTo(const MailMessage& message, const Border& border) {
+    std::vector<std::string> addresses;
+    const auto add = [&](std::string_view text) {
+        auto address = MailAddress::parse(text);
+        if (address && address->address.find('@') != std::string::npos && addresses.size() < mostKnown)
+            addresses.push_back(std::move(address->address));
+    };
+    for (const std::string_view name : {"Delivered-To", "Envelope-To", "X-Original-To"}) {
+        for (const auto position : message.positions(name)) {
+            if (border.isAbove(position)) add(message.headers()[position].value());
+        }
+    }
+    if (border.received.empty()) return addresses;
+    for (const auto position : border.received.first(border.index + 1)) {
+        const std::string value = asciiLowered(message.headers()[position].value());
+        std::string_view rest = value;
+        if (const auto begin = rest.find(" for <"); begin != std::string_view::npos) {
+            rest.remove_prefix(begin + 6);
+            add(takePiece(rest, '>'));
+        }
+    }
+    return addresses;
+}
+
+/// An old message that is sent once more goes to somebody whom its author didn't write to.
+void addOtherRecipient(Notes& notes, const MailMessage& message, const DKIMResult& signature,
+                       const Border& border) {
+    const bool isOld = std::ranges::any_of(notes, [](const ReportNote& note) {
+        return std::holds_alternative<ReportNote::SignedLongBefore>(note.value);
+    });
+    const auto delivered = isOld ? deliveredTo(message, border) : std::vector<std::string>();
+    if (delivered.empty()) return;
+    std::set<std::string> mailboxes;
+    for (const std::string& address : delivered) mailboxes.insert(mailboxOf(address));
+    std::string written;
+    for (const std::string_view name : {"To", "Cc"}) {
+        const auto positions = message.positions(name);
+        const auto covered = static_cast<std::size_t>(
+            std::ranges::count_if(signature.signedHeaders,
+                                  [&](const std::string& field) { return equalsIgnoringCase(field, name); }));
+        for (const auto position : positions.last(std::min(covered, positions.size()))) {
+            const std::string value = message.headers()[position].value();
+            for (const MailAddress& entry : MailAddress::parseList(value)) {
+                if (mailboxes.contains(mailboxOf(entry.address))) return;
+            }
+            if (written.empty()) written = excerpt(value);
+        }
+    }
+    if (!written.empty()) notes.push_back({ReportNote::NotToYou{written, excerpt(delivered.front())}});
 }
 
 /// The policy can ask for more than the verdict does (RFC 7489, section 3.1.1).
@@ -555,8 +758,12 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addSender(notes, message, report.summary.from);
     const DKIMResult* signature = decisiveSignature(report);
     if (signature) addUnsignedFields(notes, message, *signature);
-    addLinesOfSender(notes, message, report, suffixes);
-    if (signature) addSigner(notes, message, *signature, report.checkedAt, suffixes);
+    const Border border(message);
+    addLinesOfSender(notes, message, report, border, suffixes);
+    if (signature) {
+        addSigner(notes, message, *signature, report.checkedAt, suffixes);
+        addOtherRecipient(notes, message, *signature, border);
+    }
     addValidatedAnswers(notes, message, report, facts.validatedNames);
     addNewerSignatures(notes, message);
     addSignedLines(notes, message, report, facts, suffixes);
@@ -572,6 +779,12 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     for (const UndoneSignature& undone : facts.undone)
         addUndone(notes, message, facts.broken[undone.signature], undone, suffixes);
     addOtherKeys(notes, facts.broken);
+    addClaimedAddress(notes, message, report, border);
+    addAnyServer(notes, report, facts.anyServerTerm);
+    if (signature) addContentFields(notes, message, report, suffixes);
+    addResultsWithoutCause(notes, message, report);
+    addKeyRecords(notes, report, facts);
+    addDate(notes, message, report);
     return notes;
 }
 

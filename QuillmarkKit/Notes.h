@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,6 +26,11 @@ struct CheckFacts {
     std::vector<UndoneSignature> undone = {};
     /// What was known of the message beforehand.
     IntakeFacts intake = {};
+    /// By the place of a signature in the report: `otherRecordFits` and `versionInstead` of its check.
+    std::map<std::size_t, bool> otherRecords = {};
+    std::map<std::size_t, std::string> versionsInstead = {};
+    /// The term by which SPF passes, if almost any server fits it.
+    std::optional<std::string> anyServerTerm = {};
 };
 
 /// What a person must know that the verdict does not say. `report` holds the findings of this message, its

@@ -70,7 +70,7 @@ struct ReportNote {
             belowReceived,  ///< it stands below a line that the server before the receiver's wrote
             unknownServer,  ///< it stands below the receiver's line and names another server than that does
         };
-        std::string field = {};   ///< "Received-SPF" (gives the address) or "Authentication-Results"
+        std::string field = {};   ///< "Received-SPF", "Received" (give the address), "Authentication-Results"
         std::string server = {};  ///< the address or the server that the line names; may be empty
         Why why = Why::belowReceived;
         bool operator==(const LineOfSender&) const = default;
@@ -214,11 +214,68 @@ struct ReportNote {
         std::string domain = {};
         bool operator==(const OtherKey&) const = default;
     };
+    /// SPF was judged for an address that the sending server announced itself, and the Received line holds
+    /// the one at which it was seen.
+    struct AddressClaimed {
+        std::string claimed = {}, seen = {};
+        bool operator==(const AddressClaimed&) const = default;
+    };
+    /// The SPF record that the server passes allows almost any server.
+    struct AnyServerAllowed {
+        std::string domain = {};  ///< of the envelope
+        std::string term = {};    ///< that decided, in the record that it led to
+        bool operator==(const AnyServerAllowed&) const = default;
+    };
+    /// A field that tells programs how to show the text isn't signed, and the text isn't as it says.
+    struct ContentNotSigned {
+        enum class Why { repeated, noParts, textAboveParts, otherType, otherEncoding };
+        std::string field = {};  ///< "Content-Type", "Content-Transfer-Encoding", …
+        std::string value = {};  ///< of the topmost
+        Why why = Why::repeated;
+        bool operator==(const ContentNotSigned&) const = default;
+    };
+    /// The receiving server says that a signature holds which isn't in the message.
+    struct ResultsWithoutCause {
+        std::string server = {}, domain = {};  ///< who says so; who is said to have signed
+        bool operator==(const ResultsWithoutCause&) const = default;
+    };
+    /// Several keys are published under one name, and the one that counts doesn't fit this signature.
+    struct OtherKeyRecord {
+        std::int64_t signature = 0;  ///< its place in the report's `dkim`, from 0
+        std::string domain = {};     ///< `d=`
+        bool fits = false;           ///< another of them does
+        bool operator==(const OtherKeyRecord&) const = default;
+    };
+    /// At the name of a signature's key stands a record of another kind.
+    struct OtherRecordAtKey {
+        std::string domain = {};   ///< `d=`
+        std::string version = {};  ///< `v=` of the record: "spf1"
+        bool operator==(const OtherRecordAtKey&) const = default;
+    };
+    /// A message that was signed long before it arrived was written to others than it was delivered to.
+    struct NotToYou {
+        std::string to = {};           ///< the signed field, as it stands
+        std::string deliveredTo = {};  ///< by the receiver's own lines
+        bool operator==(const NotToYou&) const = default;
+    };
+    /// The Date field can't be read by the rules of today.
+    struct DateUnread {
+        std::string line = {};           ///< as it stands
+        std::optional<Date> older = {};  ///< what older rules make of it
+        bool operator==(const DateUnread&) const = default;
+    };
+    /// There is a From field, and no address in it.
+    struct FromUnread {
+        std::string line = {};  ///< the field's value
+        bool operator==(const FromUnread&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
                  AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, ReadOtherwise,
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
-                 SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, UnknownCase>
+                 SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
+                 ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
+                 DateUnread, FromUnread, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -234,6 +291,10 @@ constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
 }
 constexpr auto namesOf(ReportNote::Damage::Kind) {
     return EnumTable<ReportNote::Damage::Kind, 1>{EnumStyle::word, {"mboxLossy"}};
+}
+constexpr auto namesOf(ReportNote::ContentNotSigned::Why) {
+    return EnumTable<ReportNote::ContentNotSigned::Why, 5>{
+        EnumStyle::word, {"repeated", "noParts", "textAboveParts", "otherType", "otherEncoding"}};
 }
 constexpr auto casesOf(const ReportNote*) {
     return std::array{"headerEndsEarly",
@@ -260,7 +321,16 @@ constexpr auto casesOf(const ReportNote*) {
                       "signedAfterArrival",
                       "hiddenHeaderEnd",
                       "undone",
-                      "otherKey"};
+                      "otherKey",
+                      "addressClaimed",
+                      "anyServerAllowed",
+                      "contentNotSigned",
+                      "resultsWithoutCause",
+                      "otherKeyRecord",
+                      "otherRecordAtKey",
+                      "notToYou",
+                      "dateUnread",
+                      "fromUnread"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -374,6 +444,43 @@ constexpr auto fieldsOf(const ReportNote::Undone*) {
 constexpr auto fieldsOf(const ReportNote::OtherKey*) {
     using T = ReportNote::OtherKey;
     return std::tuple{Field{"of", &T::of}, Field{"index", &T::index}, Field{"domain", &T::domain}};
+}
+constexpr auto fieldsOf(const ReportNote::AddressClaimed*) {
+    using T = ReportNote::AddressClaimed;
+    return std::tuple{Field{"claimed", &T::claimed}, Field{"seen", &T::seen}};
+}
+constexpr auto fieldsOf(const ReportNote::AnyServerAllowed*) {
+    using T = ReportNote::AnyServerAllowed;
+    return std::tuple{Field{"domain", &T::domain}, Field{"term", &T::term}};
+}
+constexpr auto fieldsOf(const ReportNote::ContentNotSigned*) {
+    using T = ReportNote::ContentNotSigned;
+    return std::tuple{Field{"field", &T::field}, Field{"value", &T::value}, Field{"why", &T::why}};
+}
+constexpr auto fieldsOf(const ReportNote::ResultsWithoutCause*) {
+    using T = ReportNote::ResultsWithoutCause;
+    return std::tuple{Field{"server", &T::server}, Field{"domain", &T::domain}};
+}
+constexpr auto fieldsOf(const ReportNote::OtherKeyRecord*) {
+    using T = ReportNote::OtherKeyRecord;
+    return std::tuple{Field{"signature", &T::signature}, Field{"domain", &T::domain},
+                      Field{"fits", &T::fits}};
+}
+constexpr auto fieldsOf(const ReportNote::OtherRecordAtKey*) {
+    using T = ReportNote::OtherRecordAtKey;
+    return std::tuple{Field{"domain", &T::domain}, Field{"version", &T::version}};
+}
+constexpr auto fieldsOf(const ReportNote::NotToYou*) {
+    using T = ReportNote::NotToYou;
+    return std::tuple{Field{"to", &T::to}, Field{"deliveredTo", &T::deliveredTo}};
+}
+constexpr auto fieldsOf(const ReportNote::DateUnread*) {
+    using T = ReportNote::DateUnread;
+    return std::tuple{Field{"line", &T::line}, Field{"older", &T::older}};
+}
+constexpr auto fieldsOf(const ReportNote::FromUnread*) {
+    using T = ReportNote::FromUnread;
+    return std::tuple{Field{"line", &T::line}};
 }
 
 /// The complete, self-contained result of checking one message.

@@ -91,6 +91,9 @@ std::vector<DKIMResult> dkim(const MailMessage& message, const SignatureChecker&
             check.broken->place = static_cast<std::int64_t>(results.size());
             facts.broken.push_back(std::move(*check.broken));
         }
+        if (check.otherRecordFits) facts.otherRecords.emplace(results.size(), *check.otherRecordFits);
+        if (check.versionInstead)
+            facts.versionsInstead.emplace(results.size(), std::move(*check.versionInstead));
         results.push_back(std::move(check.result));
     }
     return results;
@@ -143,7 +146,7 @@ std::optional<EnvelopeSender> envelopeSender(const MessageSummary& summary, cons
 }
 
 SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSResolver& resolver,
-               const std::stop_token& stop) {
+               const std::stop_token& stop, CheckFacts& facts) {
     SPFFinding finding;
     const auto server = senderIP(message);
     const auto address = server ? IPAddress::parse(server->ip) : std::nullopt;
@@ -158,6 +161,8 @@ SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSRes
         SPFEvaluator{resolver}.evaluate(*address, sender->domain, sender->address, server->helo, stop);
     finding.status.value = SPFFinding::Status::Judged{outcome.result};
     finding.domain = sender->domain;
+    if (outcome.result == SPFResult::pass && outcome.decider && outcome.decider->fitsAlmostAny)
+        facts.anyServerTerm = std::move(outcome.decider->term);
     finding.matched = std::move(outcome.matched);
     finding.detail = std::move(outcome.detail);
     return finding;
@@ -228,7 +233,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     CheckFacts facts{.intake = std::move(intake)};
     report.dkim = dkim(message, checker, facts);
 
-    report.spf = spf(message, report.summary, resolver, stop);
+    report.spf = spf(message, report.summary, resolver, stop, facts);
     report.arc = ARCValidator{checker}.validate();
     report.dmarc = dmarc(from, report.dkim, report.spf, resolver, m_suffixes, stop);
     report.receiverResults = receiverResults(message);

@@ -390,6 +390,88 @@ struct NoteSentence {
             "damaged.",
             {quotedDomain(note.domain)});
     }
+    std::string operator()(const ReportNote::AddressClaimed& note) const {
+        return reader.translate(
+            "SPF was judged for %1, but that is only the address by which the sending server introduced "
+            "itself. The server that took the message saw it at %2.",
+            {quotedWord(note.claimed), quotedWord(note.seen)});
+    }
+    std::string operator()(const ReportNote::AnyServerAllowed& note) const {
+        return reader.translate(
+            "%1 allows almost any server in the world to send its mail (“%2”). That this server is allowed "
+            "proves nothing.",
+            {quotedDomain(note.domain), quoted(note.term)});
+    }
+    std::string operator()(const ReportNote::ContentNotSigned& note) const {
+        using Why = ReportNote::ContentNotSigned::Why;
+        const std::string field = fieldNames({note.field}, reader), value = quoted(note.value);
+        switch (note.why) {
+            case Why::repeated:
+                return reader.translate(
+                    "The message has several %1 lines that differ, and not all of them are signed. So "
+                    "programs may show another text than the one that was sent.",
+                    {field});
+            case Why::noParts:
+                return reader.translate(
+                    "The %1 line isn’t signed, and says that the text has parts, which it hasn’t: “%2”. So "
+                    "programs may show another text than the one that was sent.",
+                    {field, value});
+            case Why::textAboveParts:
+                return reader.translate(
+                    "The %1 line isn’t signed, and says that the text has parts, before which other text "
+                    "stands that programs don’t show: “%2”. So they may show another text than the one that "
+                    "was sent.",
+                    {field, value});
+            case Why::otherType:
+                return reader.translate(
+                    "The %1 line isn’t signed, and the text isn’t of the kind that it names: “%2”. So "
+                    "programs may show another text than the one that was sent.",
+                    {field, value});
+            case Why::otherEncoding:
+                break;
+        }
+        return reader.translate(
+            "The %1 line isn’t signed, and the text isn’t encoded in the way that it names: “%2”. So "
+            "programs may show another text than the one that was sent.",
+            {field, value});
+    }
+    std::string operator()(const ReportNote::ResultsWithoutCause& note) const {
+        return reader.translate(
+            "Here %1 is said to have signed the message, but no signature by %1 is in it. Either somebody "
+            "took it out later, or this line isn’t the receiver’s.",
+            {quotedDomain(note.domain)});
+    }
+    std::string operator()(const ReportNote::OtherKeyRecord& note) const {
+        const std::string domain = quotedDomain(note.domain);
+        if (note.fits) {
+            return reader.translate(
+                "%1 publishes several keys under one name, and the signature fits another one than the "
+                "first, "
+                "which counts. DNS gives them in any order: check the message again.",
+                {domain});
+        }
+        return reader.translate(
+            "%1 publishes several keys under one name; the signature fits none of them that was tried.",
+            {domain});
+    }
+    std::string operator()(const ReportNote::OtherRecordAtKey& note) const {
+        return otherRecordSentence(note.domain, note.version, reader);
+    }
+    std::string operator()(const ReportNote::NotToYou& note) const {
+        return reader.translate("It was written to “%1”; here it was delivered to %2.",
+                                {quoted(note.to), quotedWord(note.deliveredTo)});
+    }
+    std::string operator()(const ReportNote::DateUnread& note) const {
+        if (!note.older) {
+            return reader.translate("The Date line can’t be read: “%1”.", {quoted(note.line)});
+        }
+        return reader.translate(
+            "The Date line can’t be read by the rules of today: “%1”. By older ones it says %2.",
+            {quoted(note.line), reader.time(*note.older)});
+    }
+    std::string operator()(const ReportNote::FromUnread& note) const {
+        return reader.translate("From holds no address that Quillmark can read: “%1”", {quoted(note.line)});
+    }
     std::string operator()(const UnknownCase& note) const {
         return reader.translate("A note of a newer version of Quillmark, which this one doesn’t know: “%1”",
                                 {quoted(note.name)});
@@ -454,7 +536,8 @@ struct PlaceOf {
     Place operator()(const Note::FromEmpty&) const { return {NoteSection::message}; }
     Place operator()(const Note::ShownNotSigned&) const { return {NoteSection::signatures, true}; }
     Place operator()(const Note::LineOfSender& note) const {
-        return {note.field == "Received-SPF" ? NoteSection::sendingServer : NoteSection::receiverResults};
+        const bool isResults = equalsIgnoringCase(note.field, "Authentication-Results");
+        return {isResults ? NoteSection::receiverResults : NoteSection::sendingServer};
     }
     Place operator()(const Note::SigningDomainNoHost&) const { return {NoteSection::signatures, true}; }
     Place operator()(const Note::SigningDomainPublicSuffix&) const { return {NoteSection::signatures, true}; }
@@ -502,6 +585,20 @@ struct PlaceOf {
     Place operator()(const Note::OtherKey& note) const {
         return {note.of == SignatureKind::dkim ? NoteSection::signatures : NoteSection::chain, false, {}};
     }
+    Place operator()(const Note::AddressClaimed&) const { return {NoteSection::sendingServer, true}; }
+    Place operator()(const Note::AnyServerAllowed&) const { return {NoteSection::sendingServer, true}; }
+    Place operator()(const Note::ContentNotSigned&) const { return {NoteSection::signatures, true}; }
+    Place operator()(const Note::ResultsWithoutCause&) const {
+        return {NoteSection::receiverResults, false, {}};
+    }
+    /// That another key fits explains why the one that counts doesn't.
+    Place operator()(const Note::OtherKeyRecord& note) const {
+        return {NoteSection::signatures, note.fits, {}};
+    }
+    Place operator()(const Note::OtherRecordAtKey&) const { return {NoteSection::signatures, false, {}}; }
+    Place operator()(const Note::NotToYou&) const { return {NoteSection::signatures}; }
+    Place operator()(const Note::DateUnread&) const { return {NoteSection::message, false, {}}; }
+    Place operator()(const Note::FromUnread&) const { return {NoteSection::sender, false, {}}; }
     /// Where a note of a newer version would stand nobody knows, so nobody may miss it.
     Place operator()(const UnknownCase&) const { return {NoteSection::message, true}; }
 };
@@ -514,6 +611,35 @@ std::optional<Tone> tone(const ReportNote& note) { return std::visit(PlaceOf{}, 
 
 bool standsBesideHeadline(const ReportNote& note, Tone verdict) {
     return std::visit(PlaceOf{verdict}, note.value).isBesideHeadline;
+}
+
+std::optional<std::string> insteadOfSender(const ProofReport& report, const Reader& reader) {
+    for (const ReportNote& note : report.notes) {
+        if (std::holds_alternative<ReportNote::FromUnread>(note.value)) return sentence(note, reader);
+    }
+    if (!report.summary.from.empty()) return std::nullopt;
+    return reader.translate("(no From line)");
+}
+
+std::string signatureSentence(const ProofReport& report, const DKIMResult& signature, const Reader& reader) {
+    const auto index = &signature - report.dkim.data();
+    const bool fitsOther = std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* other = std::get_if<ReportNote::OtherKeyRecord>(&note.value);
+        return other && other->fits && other->signature == index;
+    });
+    if (!fitsOther) return sentence(signature, reader);
+    return reader.translate(
+        "By the first of several keys that %1 publishes under one name, the signature doesn’t fit; by "
+        "another "
+        "it does.",
+        {quotedDomain(signature.domain)});
+}
+
+bool otherKeyFits(const ProofReport& report, std::string_view domain) {
+    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* other = std::get_if<ReportNote::OtherKeyRecord>(&note.value);
+        return other && other->fits && equalsIgnoringCase(other->domain, domain);
+    });
 }
 
 }  // namespace quillmark

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "QuillmarkKit/Report.h"
@@ -20,7 +21,15 @@ std::vector<std::string> details(const ReportNote& note, const Reader& reader);
 std::string sentenceBesideHeadline(const ReportNote& note, const Reader& reader);
 
 /// The part of a report that a note belongs to.
-enum class NoteSection { message, signatures, sendingServer, policy, chain, receiverResults };
+enum class NoteSection {
+    message,
+    signatures,
+    sendingServer,
+    policy,
+    chain,
+    receiverResults,
+    sender,  ///< in none: it stands in place of the sender
+};
 NoteSection sectionOf(const ReportNote& note);
 
 /// Caution, or nothing for what only informs.
@@ -28,5 +37,14 @@ std::optional<Tone> tone(const ReportNote& note);
 
 /// Whether the headline of a verdict of this tone alone would mislead: such a note is also said beside it.
 bool standsBesideHeadline(const ReportNote& note, Tone verdict);
+
+/// What stands in place of the sender where From holds no address; nothing where it holds one.
+std::optional<std::string> insteadOfSender(const ProofReport& report, const Reader& reader);
+
+/// What came of checking a signature of `report.dkim`, by its key and the others under the key's name.
+std::string signatureSentence(const ProofReport& report, const DKIMResult& signature, const Reader& reader);
+
+/// Whether a signature by this domain fits another key than the one that counts.
+bool otherKeyFits(const ProofReport& report, std::string_view domain);
 
 }  // namespace quillmark

@@ -63,6 +63,29 @@ std::optional<NameFault> keyFault(const DKIMResult& result) {
     return nameFault(keyName(result));
 }
 
+std::optional<std::string> otherRecordVersion(const DKIMResult& result) {
+    if (result.status != Status::keyUnusable || !result.detail.starts_with("v=")) return std::nullopt;
+    return result.detail.substr(2);
+}
+
+std::string otherRecordSentence(std::string_view domain, std::string_view version, const Reader& reader) {
+    const std::string owner = quotedDomain(domain);
+    if (equalsIgnoringCase(version, "DMARC1")) {
+        return reader.translate(
+            "At the name of %1’s key stands a DMARC record, no key. The key may have been withdrawn.",
+            {owner});
+    }
+    if (equalsIgnoringCase(version, "spf1")) {
+        return reader.translate(
+            "At the name of %1’s key stands an SPF record, no key. The key may have been withdrawn.",
+            {owner});
+    }
+    return reader.translate(
+        "At the name of %1’s key stands a record of another kind (“%2”), no key. The key may have been "
+        "withdrawn.",
+        {owner, quoted(version)});
+}
+
 namespace {
 
 std::string passSentence(const DKIMResult& result, const Reader& reader) {
@@ -127,6 +150,8 @@ std::string sentence(const DKIMResult& result, const Reader& reader) {
                 "%1 has withdrawn this key on purpose. A signature made with it proves nothing any more.",
                 {domain});
         case Status::keyUnusable:
+            if (const auto version = otherRecordVersion(result))
+                return otherRecordSentence(result.domain, *version, reader);
             return reader.translate("%1’s published key can’t be used for this signature: %2.",
                                     {domain, detail});
         case Status::keyTooWeak:

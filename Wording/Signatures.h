@@ -17,6 +17,10 @@ Tone tone(const DKIMResult& result);
 std::string sentence(const DKIMResult& result, const Reader& reader);
 /// Why nobody was asked for a key that is not published; nothing when somebody was.
 std::optional<NameFault> keyFault(const DKIMResult& result);
+/// That at the name of a key of this domain stands a record of another kind, by its version.
+std::string otherRecordSentence(std::string_view domain, std::string_view version, const Reader& reader);
+/// The version of the record that a key can't be used for, when it is of another kind.
+std::optional<std::string> otherRecordVersion(const DKIMResult& result);
 /// What else is to be known of it, each a line of its own.
 std::vector<Remark> remarks(const DKIMResult& result, Date checkedAt, const Reader& reader);
 

@@ -128,7 +128,7 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
     };
     lines.section(toTranslate("The message says"));
     field(toTranslate("From: %1"),
-          message.from.empty() ? reader.translate("(no From line)") : joined(message.from, reader));
+          insteadOfSender(report, reader).value_or(joined(message.from, reader)));
     if (!message.replyTo.empty()) field(toTranslate("Reply-To: %1"), joined(message.replyTo, reader));
     field(toTranslate("Subject: %1"),
           message.subject.empty() ? reader.translate("(no subject)") : inert(message.subject));
@@ -161,7 +161,7 @@ void addSignatures(Lines& lines, const ProofReport& report, std::string& cause, 
     for (const DKIMResult& signature : report.dkim) {
         const auto shown = [](const std::string& tag) { return tag.empty() ? "?" : quotedWord(tag); };
         const std::string domain = shown(signature.domain), selector = shown(signature.selector),
-                          algorithm = shown(signature.algorithm), said = sentence(signature, reader);
+                          algorithm = shown(signature.algorithm), said = signatureSentence(report, signature, reader);
         // For translators: a signature: domain, selector, algorithm, what came of it, size of its key.
         const std::string line =
             signature.keyBits

@@ -11,6 +11,7 @@
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
+#include "Wording/Signatures.h"
 
 namespace quillmark {
 
@@ -98,6 +99,13 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 "sender in another way.",
                 {domain, sender});
         case VerdictKind::signatureBroken:
+            if (otherKeyFits(report, verdict.domain)) {
+                return reader.translate(
+                    "By the first of several keys that %1 publishes under one name, this isn’t the message "
+                    "that %1 signed; by another it is, and unchanged. DNS gives the keys in any order: check "
+                    "the message again.",
+                    {domain});
+            }
             if (isUndone(report)) {
                 return reader.translate(
                     "This isn’t the message as %1 signed it: it was changed on the way. Don’t rely on what "
@@ -151,9 +159,14 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::cannotProve:
             break;
     }
-    return reader.translate(
+    const std::string usual = reader.translate(
         "Anybody could have written this. That doesn’t mean that it is a forgery; it means that nothing "
         "shows that it isn’t. If it asks for money, passwords or haste, ask the sender in another way.");
+    for (const DKIMResult& signature : report.dkim) {
+        if (const auto version = otherRecordVersion(signature))
+            return otherRecordSentence(signature.domain, *version, reader) + " " + usual;
+    }
+    return usual;
 }
 
 namespace {

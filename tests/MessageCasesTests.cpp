@@ -124,8 +124,7 @@ private:
             m_message = signedMessage(m_message, {.tags = tags}, key);
             takeBefore(rest, "d=");
             if (name == "sign") {
-                m_answers["key._domainkey." + asciiLowered(takeBefore(rest, ";")) + "|TXT"] =
-                    DNSAnswer::records({keyRecord(key)});
+                publish("key._domainkey." + asciiLowered(takeBefore(rest, ";")) + "|TXT", keyRecord(key));
             }
         } else if (name == "publish") {
             m_answers[value + "|TXT"] = DNSAnswer::records({keyRecord(ed25519Key())});
@@ -159,10 +158,7 @@ private:
                 return;
             }
             const std::string key = asked + "|" + std::string(takeBefore(rest, " "));
-            const auto known = m_answers[key].data();
-            std::vector<std::string> records(known.begin(), known.end());
-            records.emplace_back(rest);
-            m_answers[key] = DNSAnswer::records(std::move(records));
+            publish(key, std::string(rest));
         } else if (name == "at") {
             m_now = parsedRFC3339(value).value();
         } else {
@@ -171,6 +167,14 @@ private:
             ASSERT_TRUE(known.contains(name)) << name;
             m_expected.emplace_back(name, value);
         }
+    }
+
+    /// Behind what is published there already.
+    void publish(const std::string& key, const std::string& record) {
+        const auto known = m_answers[key].data();
+        std::vector<std::string> records(known.begin(), known.end());
+        if (std::ranges::count(records, record) == 0) records.push_back(record);
+        m_answers[key] = DNSAnswer::records(std::move(records));
     }
 
     std::string m_message = {};

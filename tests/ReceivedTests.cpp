@@ -48,8 +48,42 @@ TEST(Received, hop) {
     EXPECT_EQ(ReceivedHop::parse("from İİİİ [192.0.2.7] by h2"), (ReceivedHop{"İİİİ", "192.0.2.7", "h2"}));
 }
 
+TEST(Received, whomTheServerSaw) {
+    const struct {
+        std::string_view clause, seen;
+    } rows[] = {
+        {"[9.9.9.9] (unknown [1.2.3.4])", "1.2.3.4"},
+        {"[9.9.9.9] (1.2.3.4)", "1.2.3.4"},
+        {"[9.9.9.9] (2001:db8::7)", "2001:db8::7"},
+        {"[IPv6:2001:db8::9] (x [1.2.3.4])", "1.2.3.4"},
+        {"[10.0.0.1] (x [1.2.3.4])", "1.2.3.4"},
+        {"[9.9.9.9](x=[8.8.8.8]) (x [1.2.3.4])", "1.2.3.4"},
+        {"unknown (HELO [9.9.9.9]) (1.2.3.4)", "1.2.3.4"},
+        {"unknown (HELO a [9.9.9.9]) (1.2.3.4)", "1.2.3.4"},
+        {"1.2.3.4 (EHLO [9.9.9.9])", "1.2.3.4"},
+        {"x (ehlo=[9.9.9.9] [1.2.3.4])", "1.2.3.4"},
+        // The true address comes first.
+        {"[1.2.3.4] (helo=[9.9.9.9])", "1.2.3.4"},
+        {"[1.2.3.4] (port=25 helo=x ident=y)", "1.2.3.4"},
+        {"x.example ([1.2.3.4] helo=[9.9.9.9])", "1.2.3.4"},
+        {"9.9.9.9 (x [1.2.3.4])", "1.2.3.4"},
+        // There is only one.
+        {"[1.2.3.4] (x)", "1.2.3.4"},
+        {"1.2.3.4 (authenticated)", "1.2.3.4"},
+        {"unknown (HELO 9.9.9.9)", "9.9.9.9"},
+        {"x (2001:db8::7)", ""},
+        {"x", ""},
+    };
+    for (const auto& row : rows) {
+        const auto seen = seenClient("from " + std::string(row.clause) + " by mx.example");
+        EXPECT_EQ(seen ? seen->description() : "", row.seen) << row.clause;
+    }
+    EXPECT_EQ(seenClient("by mx.example"), std::nullopt);
+}
+
 TEST(Received, hostileValuesAreLinear) {
-    for (const std::string piece : {"[::::", "é1.2.3.4", "((((", "[1] ", "300.1.1.1 ", "1.1.1 ", "from "}) {
+    for (const std::string piece :
+         {"[::::", "(helo=", " ehlo ", "é1.2.3.4", "((((", "[1] ", "300.1.1.1 ", "1.1.1 ", "from "}) {
         std::string value = "from ";
         while (value.size() < 500'000) value += piece;
         value += " (192.0.2.7)";

@@ -137,7 +137,7 @@ std::string allWords() {
     notes.push_back({ReportNote::LineOfSender{"Received-SPF", "192.0.2.1", {}}});
     std::set<std::string> knownDetails;
     for (const ReportNote& note : notes) {
-        const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver"};
+        const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver", "sender"};
         words.add("note " + encoded(note) + ": " + toneName(tone(note)) + ", " +
                       sections[static_cast<std::size_t>(sectionOf(note))] +
                       (standsBesideHeadline(note, Tone::bad) ? ", beside the headline" : ""),
@@ -180,6 +180,17 @@ TEST(Words, areTheOnesThatWereRead) {
         ASSERT_EQ(line, before) << "words.txt, line " << number;
     }
     EXPECT_FALSE(std::getline(lines, line)) << "words.txt lacks: " << line;
+}
+
+TEST(Words, everyNoteIsInTheBook) {
+    std::ifstream in(QUILLMARK_TESTS "/../docs/notes.md");
+    const std::string page{std::istreambuf_iterator<char>(in), {}};
+    for (const ReportNote& note : EveryCase().of<ReportNote>()) {
+        const auto* damage = std::get_if<ReportNote::Damage>(&note.value);
+        const std::string_view name = damage ? nameOf(damage->kind) : caseNameOf(note);
+        const bool isUnknown = std::holds_alternative<UnknownCase>(note.value);
+        EXPECT_EQ(page.find("`" + std::string(name) + "`") != std::string::npos, !isUnknown) << name;
+    }
 }
 
 }  // namespace

@@ -85,12 +85,15 @@ public:
         SignatureCheck check{run()};
         const bool isBodyBroken = check.result.status == Status::bodyChanged;
         const bool isHeaderBroken = check.result.status == Status::headersChanged;
-        if (!isBodyBroken && !isHeaderBroken) return check;
-        m_result = check.result;
-        if (isBodyBroken) verify();
-        check.signedLinesHold = m_result.status == Status::pass;
-        if (m_result.status == Status::pass || m_result.status == Status::headersChanged)
-            check.broken = broken(isHeaderBroken, check.signedLinesHold);
+        if (isBodyBroken || isHeaderBroken) {
+            m_result = check.result;
+            if (isBodyBroken) verify();
+            check.signedLinesHold = m_result.status == Status::pass;
+            if (m_result.status == Status::pass || m_result.status == Status::headersChanged)
+                check.broken = broken(isHeaderBroken, check.signedLinesHold);
+        }
+        check.otherRecordFits = otherRecordFits(check.result);
+        if (check.result.status == Status::keyNotPublished) check.versionInstead = versionInstead();
         return check;
     }
 
@@ -108,9 +111,12 @@ private:
     bool tagsAreSound();
     bool valuesAreSound();
     bool keyIsFound();
+    bool keyAllowsIdentity();
     bool bodyFits();
     void verify();
     std::optional<BrokenSignature> broken(bool bodyHolds, bool headerHolds) const;
+    std::optional<bool> otherRecordFits(const DKIMResult& result);
+    std::optional<std::string> versionInstead() const;
 
     const SignatureChecker& m_checker;
     const HeaderField& m_signature;
@@ -125,6 +131,7 @@ private:
     std::string m_bodyHash = {}, m_signatureBytes = {};
     DKIMKeyRecord m_key = {};
     DNSAnswer m_keyAnswer = {};
+    std::optional<std::string> m_headerDigest = {};
 };
 
 void Check::readTags() {
@@ -188,21 +195,23 @@ bool Check::valuesAreSound() {
 
 bool Check::keyIsFound() {
     const std::string name = m_result.selector + "._domainkey." + m_result.domain;
-    DNSAnswer answer;
     try {
-        answer = m_checker.resolver.lookup(name, DNSRecordType::txt, {m_checker.stop});
+        m_keyAnswer = m_checker.resolver.lookup(name, DNSRecordType::txt, {m_checker.stop});
     } catch (const DNSLookupError& error) {
         return end(Status::lookupFailed, error.what());
     }
-    auto record = DKIMKeyRecord::firstOf(answer.data());
+    auto record = DKIMKeyRecord::firstOf(m_keyAnswer.data());
     if (!record) return end(Status::keyNotPublished, name + ": no key");
     if (const auto* problem = std::get_if<DKIMKeyRecord::Problem>(&*record)) {
         const auto* unusable = std::get_if<DKIMKeyRecord::Unusable>(problem);
         return unusable ? end(Status::keyUnusable, unusable->message) : end(Status::keyRevoked, "");
     }
     m_key = std::move(std::get<DKIMKeyRecord>(*record));
-    m_keyAnswer = std::move(answer);
     m_result.testing = m_key.testing;
+    return keyAllowsIdentity();
+}
+
+bool Check::keyAllowsIdentity() {
     if (m_key.strict && m_result.identity &&
         identityDomain(*m_result.identity) != comparableDomain(m_result.domain)) {
         return end(Status::malformed, "the key requires i= to be exactly d= (t=s)");
@@ -228,13 +237,16 @@ bool Check::bodyFits() {
 }
 
 void Check::verify() {
-    HashingSink data(hashAlgorithm(m_algorithm));
-    if (!addSignedHeaderData(m_checker.message, m_result.signedHeaders, m_signature,
-                             m_canonicalization.header, data, mostSignedHeaderBytes)) {
-        end(Status::malformed, "more than 16 MB of header fields are signed");
-        return;
+    if (!m_headerDigest) {
+        HashingSink data(hashAlgorithm(m_algorithm));
+        if (!addSignedHeaderData(m_checker.message, m_result.signedHeaders, m_signature,
+                                 m_canonicalization.header, data, mostSignedHeaderBytes)) {
+            end(Status::malformed, "more than 16 MB of header fields are signed");
+            return;
+        }
+        m_headerDigest = data.digest();
     }
-    const auto outcome = verifySignature(m_signatureBytes, data.digest(), m_algorithm, m_key);
+    const auto outcome = verifySignature(m_signatureBytes, *m_headerDigest, m_algorithm, m_key);
     if (const auto* error = std::get_if<KeyError>(&outcome)) {
         const bool didNotVerify = error->kind == KeyError::Kind::didNotVerify;
         end(didNotVerify ? Status::headersChanged : Status::keyUnusable,
@@ -268,6 +280,31 @@ std::optional<BrokenSignature> Check::broken(bool bodyHolds, bool headerHolds) c
                            .signedDigest = signedDigest(m_signatureBytes, m_algorithm, m_key)};
     if (m_result.bodyLength) broken.bodyLength = static_cast<std::uint64_t>(*m_result.bodyLength);
     return broken;
+}
+
+std::optional<bool> Check::otherRecordFits(const DKIMResult& result) {
+    if (result.status != Status::headersChanged && result.status != Status::keyUnusable &&
+        result.status != Status::keyTooWeak) {
+        return std::nullopt;
+    }
+    const auto others = DKIMKeyRecord::othersOf(m_keyAnswer.data());
+    if (others.empty()) return std::nullopt;
+    return std::ranges::any_of(others, [&](const DKIMKeyRecord& other) {
+        m_result = result;
+        m_key = other;
+        if (keyAllowsIdentity() && bodyFits()) verify();
+        return m_result.status == Status::pass;
+    });
+}
+
+std::optional<std::string> Check::versionInstead() const {
+    for (const std::string& text : m_keyAnswer.data()) {
+        const TagList tags = TagList::parse(text);
+        std::string_view version = tags.value("v").value_or("");
+        version = takeWord(version, " \t");
+        if (!version.empty() && version != "DKIM1") return std::string(version);
+    }
+    return std::nullopt;
 }
 
 }  // namespace

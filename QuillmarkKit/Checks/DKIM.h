@@ -111,6 +111,11 @@ struct SignatureCheck {
     bool signedLinesHold = false;
     /// Where the result is `bodyChanged` or `headersChanged` and the key would do for a pass.
     std::optional<BrokenSignature> broken = {};
+    /// Where the key that counts doesn't fit and others are published under its name: whether one of those
+    /// fits, so that the signature would have passed with it.
+    std::optional<bool> otherRecordFits = {};
+    /// The version (`v=`) of another kind of record that stands where no key is published: "spf1".
+    std::optional<std::string> versionInstead = {};
 };
 
 /// Checks one signature field of a message.
@@ -127,7 +132,8 @@ struct SignatureChecker {
     /// Never throws: every outcome, a failed lookup included, is a result. The first fault found ends the
     /// check; what was read before it stays in the result. `signature` is a field of the message.
     DKIMResult check(const HeaderField& signature, Kind kind = Kind::dkim) const;
-    /// The same. What it learns besides costs two public-key operations where the signature doesn't fit.
+    /// The same. What it learns besides costs two public-key operations where the signature doesn't fit, and
+    /// up to three where several keys are published under one name.
     SignatureCheck examine(const HeaderField& signature, Kind kind = Kind::dkim) const;
 };
 

@@ -99,6 +99,16 @@ bool includeEmail(std::string_view services) {
            });
 }
 
+/// The same for a key that a signature of mail is checked with.
+std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> keyRecordForEmail(const TagList& tags) {
+    using Problem = DKIMKeyRecord::Problem;
+    auto record = keyRecord(tags);
+    const std::string_view services = tags.value("s").value_or("");
+    if (std::holds_alternative<DKIMKeyRecord>(record) && !includeEmail(services))
+        return Problem{DKIMKeyRecord::Unusable{"the key isn’t for email (s=" + std::string(services) + ")"}};
+    return record;
+}
+
 }  // namespace
 
 std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem> DKIMKeyRecord::parse(std::string_view text) {
@@ -110,13 +120,29 @@ std::optional<std::variant<DKIMKeyRecord, DKIMKeyRecord::Problem>> DKIMKeyRecord
     for (const std::string& text : texts) {
         const TagList tags = TagList::parse(text);
         if (!tags.value("p")) continue;
-        auto record = keyRecord(tags);
-        const std::string_view services = tags.value("s").value_or("");
-        if (std::holds_alternative<DKIMKeyRecord>(record) && !includeEmail(services))
-            return Problem{Unusable{"the key isn’t for email (s=" + std::string(services) + ")"}};
-        return record;
+        return keyRecordForEmail(tags);
     }
     return std::nullopt;
+}
+
+std::vector<DKIMKeyRecord> DKIMKeyRecord::othersOf(std::span<const std::string> texts) {
+    constexpr std::size_t mostOthers = 3;
+    std::optional<std::variant<DKIMKeyRecord, Problem>> first;
+    std::vector<DKIMKeyRecord> others;
+    for (const std::string& text : texts) {
+        const TagList tags = TagList::parse(text);
+        if (!tags.value("p")) continue;
+        auto record = keyRecordForEmail(tags);
+        const auto* problem = std::get_if<Problem>(&record);
+        if (problem && std::holds_alternative<Revoked>(*problem)) return {};
+        if (!first) {
+            first = std::move(record);
+        } else if (!problem && record != *first && others.size() < mostOthers &&
+                   std::ranges::count(others, std::get<DKIMKeyRecord>(record)) == 0) {
+            others.push_back(std::move(std::get<DKIMKeyRecord>(record)));
+        }
+    }
+    return others;
 }
 
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,

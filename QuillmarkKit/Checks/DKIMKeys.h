@@ -45,6 +45,9 @@ struct DKIMKeyRecord {
     /// The record among the TXT texts of one name: the first that has a `p=`, unusable when its `s=` names
     /// neither "*" nor "email". Nothing when none has.
     static std::optional<std::variant<DKIMKeyRecord, Problem>> firstOf(std::span<const std::string> texts);
+    /// The usable records behind that one, at most three, each once. None when any of all is revoked: then no
+    /// key under this name is to be trusted.
+    static std::vector<DKIMKeyRecord> othersOf(std::span<const std::string> texts);
 };
 
 /// An RSA key of at most this many bits proves nothing (RFC 8301, section 3.2).

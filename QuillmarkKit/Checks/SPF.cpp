@@ -25,7 +25,14 @@ constexpr std::size_t mostMXHosts = 10;
 // longer than any name, and short enough that a record full of macros stays cheap.
 constexpr std::size_t longestExpansion = 4096;
 
-Outcome permerror(std::string detail) { return {SPFResult::permerror, std::nullopt, std::move(detail)}; }
+Outcome permerror(std::string detail) {
+    return {SPFResult::permerror, std::nullopt, std::move(detail), std::nullopt};
+}
+
+/// No organization has as many addresses as fit so few bits.
+bool isAlmostAny(const IPAddress& address, int prefixLength) {
+    return prefixLength < (address.isIPv4() ? 8 : 16);
+}
 
 /// One mechanism of a record: [qualifier] name [argument]. A view of the record.
 struct Mechanism {
@@ -49,8 +56,9 @@ struct Mechanism {
         argument = written.substr(name.size());
     }
 
-    Outcome match(const std::string& domain) const {
-        return {qualifier, std::string(term) + " in " + domain, std::nullopt};
+    Outcome match(const std::string& domain, bool fitsAlmostAny = false) const {
+        std::string matched = std::string(term) + " in " + domain;
+        return {qualifier, matched, std::nullopt, SPFEvaluator::Decider{matched, fitsAlmostAny}};
     }
     Outcome bad() const { return permerror("bad " + std::string(term)); }
 };
@@ -182,7 +190,7 @@ Outcome Evaluation::check(const std::string& domain, int depth) {
     const DNSAnswer answer = lookup(domain, DNSRecordType::txt);
     const auto texts = answer.data();
     const auto count = std::ranges::count_if(texts, isRecord);
-    if (count == 0) return {SPFResult::none, std::nullopt, domain + " publishes no SPF record"};
+    if (count == 0) return {SPFResult::none, std::nullopt, domain + " publishes no SPF record", std::nullopt};
     if (count > 1) return permerror(domain + " publishes " + std::to_string(count) + " SPF records");
     return walk(*std::ranges::find_if(texts, isRecord), domain, depth);
 }
@@ -200,12 +208,12 @@ Outcome Evaluation::walk(std::string_view record, const std::string& domain, int
         if (auto decision = decide(Mechanism(term), domain, depth)) return *std::move(decision);
     }
     if (redirectTarget) return redirect(*redirectTarget, domain, depth);
-    return {SPFResult::neutral, std::nullopt, "nothing in " + domain + "'s record matched"};
+    return {SPFResult::neutral, std::nullopt, "nothing in " + domain + "'s record matched", std::nullopt};
 }
 
 Decision Evaluation::decide(const Mechanism& mechanism, const std::string& domain, int depth) {
     const std::string& name = mechanism.name;
-    if (name == "all") return mechanism.match(domain);
+    if (name == "all") return mechanism.match(domain, true);
     if (name == "ip4" || name == "ip6") return decideNetwork(mechanism, domain);
     if (name == "a" || name == "mx") return decideHosts(mechanism, domain);
     if (name == "include") return decideInclude(mechanism, domain, depth);
@@ -231,7 +239,7 @@ Decision Evaluation::decideNetwork(const Mechanism& mechanism, const std::string
         length = *given;
     }
     if (!m_address.matches(*network, length)) return std::nullopt;
-    return mechanism.match(domain);
+    return mechanism.match(domain, isAlmostAny(m_address, length));
 }
 
 /// `a` and `mx`: whether one of the hosts has the address.
@@ -266,7 +274,8 @@ Decision Evaluation::decideHosts(const Mechanism& mechanism, const std::string& 
         const DNSAnswer answer = lookup(host, m_address.isIPv4() ? DNSRecordType::a : DNSRecordType::aaaa);
         for (const std::string& text : answer.data()) {
             const auto address = IPAddress::parse(text);
-            if (address && m_address.matches(*address, length)) return mechanism.match(domain);
+            if (address && m_address.matches(*address, length))
+                return mechanism.match(domain, isAlmostAny(m_address, length));
         }
         if (!isMX && answer.data().empty()) return countVoidLookup();
     }
@@ -280,8 +289,11 @@ Decision Evaluation::decideInclude(const Mechanism& mechanism, const std::string
     if (auto limit = countLookup()) return limit;
     Outcome nested = check(*target, depth + 1);
     switch (nested.result) {
-        case SPFResult::pass:
-            return mechanism.match(domain);
+        case SPFResult::pass: {
+            Outcome outcome = mechanism.match(domain);
+            outcome.decider = std::move(nested.decider);
+            return outcome;
+        }
         case SPFResult::fail:
         case SPFResult::softfail:
         case SPFResult::neutral:
@@ -301,7 +313,9 @@ Decision Evaluation::decideExists(const Mechanism& mechanism, const std::string&
     if (!target) return mechanism.bad();
     if (auto limit = countLookup()) return limit;
     if (lookup(*target, DNSRecordType::a).data().empty()) return countVoidLookup();
-    return mechanism.match(domain);
+    // A name without the server's address in it exists for every server.
+    const bool asksForServer = asciiLowered(mechanism.argument).find("%{i") != std::string::npos;
+    return mechanism.match(domain, !asksForServer);
 }
 
 Outcome Evaluation::redirect(std::string_view text, const std::string& domain, int depth) {
@@ -393,7 +407,7 @@ Outcome SPFEvaluator::evaluate(const IPAddress& address, std::string_view domain
         return Evaluation(resolver, address, sender, helo.value_or("unknown"), std::move(stop))
             .check(asciiLowered(domain), 0);
     } catch (const DNSLookupError& error) {
-        return {SPFResult::temperror, std::nullopt, error.what()};
+        return {SPFResult::temperror, std::nullopt, error.what(), std::nullopt};
     }
 }
 

@@ -63,11 +63,18 @@ constexpr auto fieldsOf(const SPFFinding*) {
 /// RFC: `ptr` never matches, a name that does not exist is no error, and the macros `p`, `c`, `r` and `t` are
 /// unknown. May be used for any number of evaluations; it must not outlive its resolver.
 struct SPFEvaluator {
+    /// The term that decided, in the record to which include and redirect led.
+    struct Decider {
+        std::string term = {};       ///< "ip4:192.0.2.0/24 in spf.example.net"
+        bool fitsAlmostAny = false;  ///< `all`, or servers of more than a /8 (IPv4) or a /16 (IPv6)
+        bool operator==(const Decider&) const = default;
+    };
     /// Exactly one of `matched` and `detail` is there.
     struct Outcome {
         SPFResult result = SPFResult::none;
         std::optional<std::string> matched = {};  ///< the term that decided: "-all in example.org"
         std::optional<std::string> detail = {};   ///< why no term decided
+        std::optional<Decider> decider = {};      ///< there with `matched`
         bool operator==(const Outcome&) const = default;
     };
     /// What one evaluation has used up, included and redirected records counted in.

@@ -10,8 +10,7 @@ namespace quillmark {
 namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
-constexpr std::size_t longestBoundary = 200;  // RFC 2046 allows 70
-constexpr std::size_t longestType = 10'000;   // of a Content-Type field that is read
+constexpr std::size_t longestType = 10'000;  // of a Content-Type field that is read
 
 std::string quotedValue(std::string_view text) {
     std::string value;
@@ -25,14 +24,12 @@ std::string quotedValue(std::string_view text) {
 /// What the header says of the part's content.
 void readType(MIMEPart& part, bool isInDigest) {
     if (part.contentType.size() > longestType) return;
-    std::string_view rest = part.contentType;
-    const std::string name = withoutWhitespace(withoutComments(takePiece(rest, ';')));
-    if (equalsIgnoringCase(name, "message/rfc822") || equalsIgnoringCase(name, "message/global") ||
-        (name.empty() && isInDigest)) {
+    const std::string name = contentTypeName(part.contentType);
+    if (name == "message/rfc822" || name == "message/global" || (name.empty() && isInDigest)) {
         part.kind = MIMEPart::Kind::message;
-    } else if (startsWithIgnoringCase(name, "multipart/")) {
+    } else if (name.starts_with("multipart/")) {
         part.boundary = fieldParameter(part.contentType, "boundary");
-        part.isDigest = equalsIgnoringCase(name, "multipart/digest");
+        part.isDigest = name == "multipart/digest";
         const bool isUsable = !part.boundary.empty() && part.boundary.size() <= longestBoundary;
         if (isUsable) part.kind = MIMEPart::Kind::multipart;
     }
@@ -48,8 +45,13 @@ std::optional<std::string_view> fieldValue(std::string_view line, std::string_vi
 
 }  // namespace
 
-std::string fieldParameter(std::string_view value, std::string_view name) {
+std::string contentTypeName(std::string_view value) {
+    return asciiLowered(withoutWhitespace(withoutComments(takePiece(value, ';'))));
+}
+
+std::vector<std::string> fieldParameters(std::string_view value, std::string_view name) {
     constexpr std::string_view white = " \t\r\n";
+    std::vector<std::string> values;
     takePiece(value, ';');
     while (!value.empty()) {
         std::size_t end = 0;  // of this parameter
@@ -62,9 +64,15 @@ std::string fieldParameter(std::string_view value, std::string_view name) {
         value.remove_prefix(std::min(end + 1, value.size()));
         if (!equalsIgnoringCase(trimmed(takePiece(parameter, '='), white), name)) continue;
         parameter = trimmed(parameter, white);
-        return parameter.starts_with('"') ? quotedValue(parameter.substr(1)) : std::string(parameter);
+        values.push_back(parameter.starts_with('"') ? quotedValue(parameter.substr(1))
+                                                    : std::string(parameter));
     }
-    return {};
+    return values;
+}
+
+std::string fieldParameter(std::string_view value, std::string_view name) {
+    auto values = fieldParameters(value, name);
+    return values.empty() ? std::string() : std::move(values.front());
 }
 
 MIMEWalker::MIMEWalker(MailMessage message, std::size_t mostDepth)

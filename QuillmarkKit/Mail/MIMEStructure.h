@@ -11,6 +11,15 @@
 
 namespace quillmark {
 
+/// In bytes; a boundary of more is none (RFC 2046 allows 70).
+constexpr std::size_t longestBoundary = 200;
+
+/// The type that a Content-Type value names, in lower case, without blanks and comments: "text/plain".
+std::string contentTypeName(std::string_view value);
+
+/// The values of a parameter in order: of several, programs differ in which they take. Otherwise as
+/// `fieldParameter`.
+std::vector<std::string> fieldParameters(std::string_view value, std::string_view name);
 /// The value of a parameter of a structured field such as Content-Type (RFC 2045, section 5.1), quoting
 /// undone; empty without one. `value` is what stands behind the colon; the name is matched without regard to
 /// case.

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <ranges>
+#include <span>
 
-#include "QuillmarkKit/Mail/IPAddress.h"
 #include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
 
@@ -29,14 +29,26 @@ const Pattern& bare() {
     return pattern;
 }
 
+/// The same of either family, as some servers write down whom they saw.
+const Pattern& parenthesizedEither() {
+    static const Pattern pattern(R"(\((?:IPv6:)?([0-9A-Fa-f:.]+)\))");
+    return pattern;
+}
+
+using AddressPattern = const Pattern& (*)();
+
+constexpr std::array<AddressPattern, 3> usual = {bracketed, parenthesized, bare};
+constexpr std::array<AddressPattern, 3> besideAnnounced = {bracketed, parenthesizedEither, bare};
+
 /// The first capture that is an address; `clause` is valid UTF-8.
-std::optional<std::string> firstAddress(std::string_view clause) {
-    for (const auto pattern : {bracketed, parenthesized, bare}) {
+std::optional<std::string_view> firstAddress(std::string_view clause,
+                                             std::span<const AddressPattern> patterns) {
+    for (const auto pattern : patterns) {
         std::size_t position = 0;
         std::array<std::string_view, 2> groups;
         while (pattern().find(clause, position, groups)) {
             const std::string_view capture = groups[1];
-            if (IPAddress::parse(capture)) return std::string(capture);
+            if (IPAddress::parse(capture)) return capture;
             position = static_cast<std::size_t>(capture.data() + capture.size() - clause.data());
         }
     }
@@ -47,6 +59,51 @@ std::optional<std::string> firstWord(std::string_view text) {
     const std::string_view word = takeWord(text, " ");
     if (word.empty()) return std::nullopt;
     return std::string(word);
+}
+
+/// What a Received field is read from, and where its parts lie.
+struct Clauses {
+    std::string text, lowered;                            ///< of the same length, so that positions fit both
+    std::optional<std::size_t> fromEnd = {}, byEnd = {};  ///< behind "from " and behind "by "
+    std::size_t fromSize = 0;
+
+    explicit Clauses(std::string_view value) : text(value) {
+        std::ranges::replace(text, '\t', ' ');
+        lowered = asciiLowered(text);
+        constexpr auto none = std::string::npos;
+        std::size_t byStart = lowered.find(" by ");
+        if (byStart != none) {
+            byEnd = byStart + 4;
+        } else if (lowered.starts_with("by ")) {
+            byStart = 0, byEnd = 3;
+        }
+        const auto from = lowered.find("from ");
+        if (from != 0 && (from == none || lowered[from - 1] != ' ')) return;
+        fromEnd = from + 5;
+        const bool isBeforeBy = byStart != none && byStart >= *fromEnd;
+        fromSize = (isBeforeBy ? byStart : text.size()) - *fromEnd;
+    }
+    std::string_view from() const { return std::string_view(text).substr(*fromEnd, fromSize); }
+};
+
+/// What a client said its name was, in a "from" clause: a piece of it.
+std::string_view announcedName(std::string_view clause) {
+    const std::string lowered = asciiLowered(clause);
+    const auto firstEnd = std::min(clause.find(' ', clause.find_first_not_of(' ')), clause.size());
+    for (std::size_t at = firstEnd; at < clause.size(); ++at) {
+        const std::string_view rest = std::string_view(lowered).substr(at);
+        if (rest.front() != ' ' && rest.front() != '(') continue;
+        // Behind "helo=" stands a word, behind the bare command all that the client sent with it.
+        if (rest.substr(1).starts_with("helo=") || rest.substr(1).starts_with("ehlo=")) {
+            const std::string_view name = clause.substr(at + 6);
+            return name.substr(0, name.find_first_of(" )"));
+        }
+        if (rest.substr(1).starts_with("helo ") || rest.substr(1).starts_with("ehlo ")) {
+            const std::string_view name = clause.substr(at + 6);
+            return name.substr(0, name.find(')'));
+        }
+    }
+    return clause.substr(0, firstEnd);
 }
 
 /// The client that a Received-SPF field names (RFC 7208, section 9.1).
@@ -70,29 +127,32 @@ std::optional<SenderIP> clientOf(const HeaderField& receivedSPF) {
 }  // namespace
 
 ReceivedHop ReceivedHop::parse(std::string_view value) {
-    std::string text(value);
-    std::ranges::replace(text, '\t', ' ');
-    const std::string lowered = asciiLowered(text);  // of the same length, so that positions fit both
-    const std::string_view working = text;
-    constexpr auto none = std::string_view::npos;
-
-    std::size_t byStart = lowered.find(" by "), byEnd = byStart + 4;
-    if (byStart == none && lowered.starts_with("by ")) byStart = 0, byEnd = 3;
-
+    const Clauses clauses(value);
     ReceivedHop hop;
-    const auto from = lowered.find("from ");
-    if (from == 0 || (from != none && lowered[from - 1] == ' ')) {
-        const auto fromEnd = from + 5;
-        const bool isBeforeBy = byStart != none && byStart >= fromEnd;
-        const std::string_view clause = working.substr(fromEnd, isBeforeBy ? byStart - fromEnd : none);
-        hop.fromName = firstWord(clause);
-        hop.fromIP = firstAddress(clause);
+    if (clauses.fromEnd) {
+        hop.fromName = firstWord(clauses.from());
+        hop.fromIP = firstAddress(clauses.from(), usual);
     }
-    if (byStart != none) {
-        hop.by = firstWord(working.substr(byEnd));
+    if (clauses.byEnd) {
+        hop.by = firstWord(std::string_view(clauses.text).substr(*clauses.byEnd));
         if (hop.by) hop.by = std::string(trimmed(*hop.by, ";"));
     }
     return hop;
+}
+
+std::optional<IPAddress> seenClient(std::string_view value) {
+    const Clauses clauses(value);
+    if (!clauses.fromEnd) return std::nullopt;
+    const std::string_view clause = clauses.from(), announced = announcedName(clause);
+    const auto first = firstAddress(clause, usual);
+    if (!first) return std::nullopt;
+    if (first->data() >= announced.data() && first->data() < announced.data() + announced.size()) {
+        std::string others(clause);
+        others.replace(static_cast<std::size_t>(announced.data() - clause.data()), announced.size(),
+                       announced.size(), ' ');
+        if (const auto seen = firstAddress(others, besideAnnounced)) return IPAddress::parse(*seen);
+    }
+    return IPAddress::parse(*first);
 }
 
 std::optional<SenderIP> senderIP(const MailMessage& message) {

@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "QuillmarkKit/Mail/IPAddress.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Fields.h"
@@ -59,6 +60,11 @@ constexpr auto fieldsOf(const ReceivedHop*) {
     using T = ReceivedHop;
     return std::tuple{Field{"fromName", &T::fromName}, Field{"fromIP", &T::fromIP}, Field{"by", &T::by}};
 }
+
+/// The address at which the server that wrote a Received field, of which this is the unfolded value, saw its
+/// client: not the one by which the client announced itself, if the field holds another. Servers write the
+/// announced name behind "helo=", "HELO" or "EHLO", or else first.
+std::optional<IPAddress> seenClient(std::string_view value);
 
 /// The server that SPF is judged for: the client of the topmost Received-SPF field, else the topmost public
 /// address that a Received field came from. Nothing when no field names one. These lines are part of the

@@ -1,8 +1,11 @@
 #include "QuillmarkKit/Support/Date.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "QuillmarkKit/Support/Text.h"
 
@@ -135,6 +138,66 @@ std::optional<Date> parsedMailDate(std::string_view text) {
     if ((shortYear && (named || !hasSeconds)) || (named && !hasSeconds)) return std::nullopt;
     if (!day || !monthNumber || !year || !time || !zone) return std::nullopt;
     return moment(*year, *monthNumber, static_cast<unsigned>(*day), *time, *zone);
+}
+
+namespace {
+
+/// The words, numbers and other characters of a date; blanks between them say nothing.
+std::vector<std::string_view> dateTokens(std::string_view text) {
+    constexpr std::size_t mostTokens = 16;
+    std::vector<std::string_view> tokens;
+    while (!text.empty() && tokens.size() < mostTokens) {
+        const auto isAlike = [&](char c) {
+            return isDigit(text.front()) ? isDigit(c) : isASCIILetter(text.front()) && isASCIILetter(c);
+        };
+        std::size_t end = 1;
+        while (end < text.size() && isAlike(text[end])) ++end;
+        if (!isBlank(text.front())) tokens.push_back(text.substr(0, end));
+        text.remove_prefix(end);
+    }
+    return tokens;
+}
+
+/// RFC 5322, section 4.3, "obs-year".
+std::optional<int> obsoleteYear(std::string_view digits) {
+    if (digits.size() != 3) return mailYear(digits);
+    const auto year = number(digits, 3, 3);
+    return year ? std::optional(1900 + *year) : std::nullopt;
+}
+
+/// An offset in two tokens, or a name; names that nobody knows, and military ones, count as UTC.
+std::optional<minutes> obsoleteZone(std::span<const std::string_view> tokens) {
+    if (tokens.size() == 2 && tokens[0].size() == 1) {
+        return signedOffset(tokens[0].front(), number(tokens[1].substr(0, 2), 2, 2),
+                            number(tokens[1].substr(std::min<std::size_t>(tokens[1].size(), 2)), 2, 2));
+    }
+    if (tokens.size() != 1 || !isASCIILetter(tokens[0].front()) || equalsIgnoringCase(tokens[0], "j"))
+        return std::nullopt;
+    return mailZone(tokens[0]).value_or(minutes(0));
+}
+
+}  // namespace
+
+std::optional<Date> parsedObsoleteMailDate(std::string_view text) {
+    constexpr std::array weekdays = {"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
+    const std::string uncommented = withoutComments(text);
+    const auto tokens = dateTokens(uncommented);
+    std::span<const std::string_view> rest = tokens;
+    const auto isWeekday = [&](const char* name) { return equalsIgnoringCase(rest[0], name); };
+    if (rest.size() > 1 && rest[1] == "," && std::ranges::any_of(weekdays, isWeekday)) rest = rest.subspan(2);
+    // day, month, year, hour, ":", minute, and perhaps ":" and second
+    if (rest.size() < 7 || rest[4] != ":") return std::nullopt;
+    const bool hasSeconds = rest[6] == ":" && rest.size() > 8;
+    const auto day = number(rest[0], 1, 2);
+    const auto monthNumber = month(rest[1]);
+    const auto year = obsoleteYear(rest[2]);
+    const auto hour = number(rest[3], 2, 2), minute = number(rest[5], 2, 2),
+               second = hasSeconds ? number(rest[7], 2, 2) : 0;
+    const auto zone = obsoleteZone(rest.subspan(hasSeconds ? 8 : 6));
+    if (!day || !monthNumber || !year || !hour || !minute || !second || !zone) return std::nullopt;
+    if (*hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+    return moment(*year, *monthNumber, static_cast<unsigned>(*day),
+                  hours(*hour) + minutes(*minute) + seconds(*second), *zone);
 }
 
 std::optional<Date> parsedRFC3339(std::string_view text) {
