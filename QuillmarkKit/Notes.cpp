@@ -125,6 +125,19 @@ std::vector<std::string> domainsWarnedOf(const ProofReport& report, const Public
     return domains;
 }
 
+/// The values of a field, for From with the one that a first line "From : …" holds, which programs other than
+/// for mailboxes read.
+std::vector<std::string> valuesToRead(const MailMessage& message, std::string_view field) {
+    std::vector<std::string> values;
+    for (const auto position : message.positions(field))
+        values.push_back(message.headers()[position].value());
+    const std::string_view line = message.separatorLine();
+    const auto colon = line.find(':');
+    if (colon != std::string_view::npos && equalsIgnoringCase(trimmedBlanks(line.substr(0, colon)), field))
+        values.push_back(decodedText(trimmedBlanks(line.substr(colon + 1))));
+    return values;
+}
+
 /// The first address by other programs' readings of a field that is a stranger's.
 void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport& report,
                      std::string_view field, const std::vector<MailAddress>& known,
@@ -141,8 +154,7 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
         return organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
                isStranger(domain, known, suffixes) && !isWarnedOf(domain);
     };
-    for (const auto position : message.positions(field)) {
-        const std::string value = message.headers()[position].value();
+    for (const std::string& value : valuesToRead(message, field)) {
         if (value.size() > longestReading) continue;  // no program shows the like
         std::vector<std::string> readings = readableAddresses(value);
         if (auto bracketed = firstBracketed(value)) readings.push_back(std::move(*bracketed));

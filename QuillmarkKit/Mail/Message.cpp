@@ -56,13 +56,17 @@ std::string_view fieldName(std::string_view line) {
     return std::ranges::all_of(name, [](char c) { return c >= 33 && c <= 126; }) ? name : std::string_view();
 }
 
-/// What stands before the first field and is no part of it.
-std::string_view withoutPreface(std::string_view text, ParseMode mode) {
+/// Takes a byte order mark, empty lines and a line that begins with "From " off the front; gives that line.
+std::string_view takeSeparator(std::string_view& text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     while (text.starts_with(lineEnd)) text.remove_prefix(2);
-    if (text.starts_with("From ")) {
-        if (const auto end = text.find(lineEnd); end != std::string_view::npos) text.remove_prefix(end + 2);
-    }
+    if (!text.starts_with("From ") || text.find(lineEnd) == std::string_view::npos) return {};
+    return takeLine(text);
+}
+
+/// What stands before the first field and is no part of it.
+std::string_view withoutPreface(std::string_view text, ParseMode mode) {
+    takeSeparator(text);
     if (mode == ParseMode::lenient) {
         // Text copied from a window often begins with lines of blanks.
         while (!text.empty() && (isBlank(text.front()) || text.starts_with(lineEnd))) {
@@ -217,6 +221,11 @@ const std::vector<HeaderField>& MailMessage::headers() const {
 
 std::optional<std::string_view> MailMessage::body() const {
     return m_content ? m_content->body : std::nullopt;
+}
+
+std::string_view MailMessage::separatorLine() const {
+    std::string_view text = m_content ? m_content->bytes.view() : std::string_view();
+    return takeSeparator(text);
 }
 
 std::optional<MailMessage::EarlyEnd> MailMessage::earlyEnd() const {

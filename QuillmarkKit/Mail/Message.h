@@ -53,6 +53,9 @@ public:
         return parse(ByteBuffer(bytes), mode);
     }
 
+    /// The line that was passed over as a mailbox's separator; empty when there was none.
+    std::string_view separatorLine() const;
+
     /// A line that is no header field and yet no empty line, with which the header block ended.
     struct EarlyEnd {
         std::size_t line = 0;   ///< its number, from 1; whatever stands before the first field counts
