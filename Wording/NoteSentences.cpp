@@ -358,7 +358,9 @@ struct NoteSentence {
         const std::string domain = quotedDomain(note.domain);
         std::string text;
         const auto first = std::ranges::find_if(note.texts, [](const ChangedText& change) {
-            return change.place == ChangedText::Place::start && change.kind == ChangedText::Kind::added;
+            const bool isFirst =
+                change.place == ChangedText::Place::start || change.place == ChangedText::Place::htmlStart;
+            return isFirst && change.kind == ChangedText::Kind::added;
         });
         if (first != note.texts.end()) {
             text = reader.translateCount("The first %n line was added. A mail program may show only this.",

@@ -571,12 +571,47 @@ struct ToldLines {
     }
 };
 
+/// Whether a page's source shows nothing to a person: tags alone.
+bool isBare(std::string_view page) {
+    while (!page.empty()) {
+        const auto tag = std::min(page.find('<'), page.size());
+        if (!trimmed(page.substr(0, tag), " \t\r\n").empty()) return false;
+        page.remove_prefix(std::min(page.find('>', tag), page.size() - 1) + 1);
+    }
+    return true;
+}
+
+/// Where a run of lines stands in the page that it is a part of, when it is at one of its ends.
+std::optional<ChangedText::Place> placeInPage(std::string_view before, std::string_view after) {
+    constexpr char lineOfMark[] = {'\n', mark, '\0'};
+    const auto end = before.rfind(lineOfMark);
+    before.remove_prefix(end == std::string_view::npos ? 0 : end + 1);
+    if (before.empty() || before.front() != mark || !before.substr(1).starts_with("text/html"))
+        return std::nullopt;
+    before.remove_prefix(std::min(before.find('\n'), before.size() - 1) + 1);
+    after = after.starts_with(mark) ? std::string_view() : after.substr(0, after.find(lineOfMark));
+    // What stands in front of it isn't shown as text.
+    for (auto at = before.find('<'); at != std::string_view::npos; at = before.find('<', at + 1)) {
+        if (!startsWithIgnoringCase(before.substr(at), "<body")) continue;
+        before.remove_prefix(at);
+        break;
+    }
+    if (isBare(before)) return ChangedText::Place::htmlStart;
+    return isBare(after) ? std::optional(ChangedText::Place::htmlEnd) : std::nullopt;
+}
+
 /// Says what is shown and isn't signed, and the reverse, from two texts that were made alike.
 void tellTexts(UndoneSignature& undone, std::string_view shown, std::string_view signedText,
                std::string_view boundary) {
     using Place = ChangedText::Place;
     using Kind = ChangedText::Kind;
     bool isMarkChanged = false;
+    // The first line that is told, and behind the last one.
+    std::size_t first = 0, last = signedText.size();
+    const auto lineBegin = [&](std::size_t end) { return end < 2 ? 0 : signedText.rfind('\n', end - 2) + 1; };
+    while (first < last && signedText[first] == mark)
+        first = std::min(signedText.find('\n', first), signedText.size() - 1) + 1;
+    while (last > first && signedText[lineBegin(last)] == mark) last = lineBegin(last);
     for (const DifferentLines& run : differentLines(signedText, shown)) {
         const std::string_view text = shown.substr(run.afterBegin, run.afterEnd - run.afterBegin);
         const ToldLines added(text);
@@ -585,22 +620,26 @@ void tellTexts(UndoneSignature& undone, std::string_view shown, std::string_view
         if (added.lines == 0 && missing.lines == 0 && !added.hasPart && !missing.hasPart) continue;
         const bool isMissing = added.lines == 0 && !added.hasPart;
         const ToldLines& told = isMissing ? missing : added;
-        const std::string_view before = signedText.substr(0, run.beforeBegin),
-                               after = signedText.substr(run.beforeEnd);
         ChangedText change;
         change.kind = isMissing                              ? Kind::missing
                       : missing.lines > 0 || missing.hasPart ? Kind::changed
                                                              : Kind::added;
         const bool isPart = added.hasPart || (!boundary.empty() && text.starts_with(boundary));
         change.place = isPart && change.kind == Kind::added ? Place::part
-                       : ToldLines(before).lines == 0       ? Place::start
-                       : ToldLines(after).lines == 0        ? Place::end
+                       : run.beforeBegin <= first           ? Place::start
+                       : run.beforeEnd >= last              ? Place::end
                                                             : Place::inside;
+        const bool isTold = undone.texts.size() < mostTexts;
+        if (isTold && change.kind == Kind::added && !isPart) {
+            change.place =
+                placeInPage(signedText.substr(0, run.beforeBegin), signedText.substr(run.beforeEnd))
+                    .value_or(change.place);
+        }
         change.lines = told.lines;
         change.bytes = told.bytes;
         change.excerpt = told.text;
         if (!isMissing) undone.addedBytes += added.bytes;
-        if (undone.texts.size() < mostTexts) {
+        if (isTold) {
             undone.texts.push_back(std::move(change));
             continue;
         }
