@@ -25,8 +25,7 @@
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
 #include "CommandLine/ReportCSV.h"
-#include "QuillmarkKit/Intake/AttachedMessages.h"
-#include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -116,7 +115,6 @@ public:
     /// A message and those attached inside it; nothing when it was postponed. Never throws.
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
                                              Postponed* postponed) {
-        if (const auto* problem = std::get_if<FoundProblem>(&input.found)) return {refused(*problem)};
         // A service may begin to rest in the middle of a check. A recording tells of one check of each
         // message.
         auto again =
@@ -133,12 +131,13 @@ public:
     }
 
 private:
-    /// Of a message; nothing when there is no memory for it.
+    /// Of a message; nothing when there is none, or no memory for it.
     static std::optional<CheckInputs::Input> copyOf(const CheckInputs::Input& input) {
-        const auto& found = std::get<FoundMessage>(input.found);
+        const auto* found = std::get_if<FoundMessage>(&input.found);
+        if (!found) return std::nullopt;
         try {
             return CheckInputs::Input{
-                FoundMessage{ByteBuffer(found.bytes.view()), found.place, found.mode, found.facts},
+                FoundMessage{ByteBuffer(found->bytes.view()), found->place, found->mode, found->facts},
                 input.hasLinesBefore};
         } catch (const std::bad_alloc&) {
             return std::nullopt;
@@ -146,21 +145,20 @@ private:
     }
 
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, bool& wentWithout) const {
-        std::vector<OrderedRun::Message> all;
-        auto& found = std::get<FoundMessage>(input.found);
-        const MessagePlace place = found.place;
-        const auto refuse = [&](std::string reason) {
-            all.push_back(refused({{Refusal::Unreadable{std::move(reason)}}, place}));
+        const auto hint = input.hasLinesBefore ? lineOfLinesBefore(placeOf(input.found)) : std::string();
+        std::string unwritten;  // what is left to be told of the message that was checked last
+        const auto verify = [&](const MailMessage& message, const FoundMessage& found) {
+            Verification verification = verified(message, found, wentWithout);
+            if (m_asSigned) unwritten = writeAsSigned(found.place, message, verification);
+            return std::move(verification.report);
         };
-        try {
-            const auto message = check(std::move(found), all, wentWithout);
-            if (input.hasLinesBefore) all.back().hint = lineOfLinesBefore(place);
-            if (message) checkAttached(*message, place, all, wentWithout);
-        } catch (const std::bad_alloc&) {
-            refuse(std::generic_category().message(ENOMEM));
-        } catch (const std::exception& error) {
-            refuse(error.what());
+        CheckWalk walk(std::move(input.found), verify, {.keepsBytes = m_from.recorded != nullptr});
+        std::vector<OrderedRun::Message> all;
+        while (const auto outcome = walk.next()) {
+            all.push_back(written(*outcome));
+            if (!unwritten.empty()) all.push_back({.problem = std::exchange(unwritten, {})});
         }
+        all.front().hint = hint;
         return all;
     }
 
@@ -182,53 +180,40 @@ private:
             "to check what stands below them, paste that alone.");
     }
 
-    std::optional<MailMessage> check(FoundMessage found, std::vector<OrderedRun::Message>& all,
-                                     bool& wentWithout) const {
-        const auto name = found.place.name();
-        const std::string digest = m_from.recorded ? sha256(found.bytes.view()) : std::string();
-        auto taken = messageIn(std::move(found.bytes), found.mode);
-        if (auto* refusal = std::get_if<Refusal>(&taken)) {
-            all.push_back(refused({std::move(*refusal), found.place}));
-            return std::nullopt;
+    /// One line when that can't be done.
+    std::string writeAsSigned(const MessagePlace& place, const MailMessage& message,
+                              const Verification& verification) const {
+        try {
+            m_asSigned->write(place.pathName(), message, verification);
+        } catch (const OutputFileError& error) {
+            return unwritable(error, m_command.reader);
         }
-        auto& message = std::get<MailMessage>(taken);
-        const Verification verification =
-            m_from.recorded ? m_from.recorded->verify(digest, message, name, m_from.now, found.facts)
-                            : verified(message, found, wentWithout);
-        all.push_back(written(verification.report, found.place.pathName()));
-        if (m_asSigned) {
-            try {
-                m_asSigned->write(found.place.pathName(), message, verification);
-            } catch (const OutputFileError& error) {
-                all.push_back({.problem = unwritable(error, m_command.reader)});
-            }
-        }
-        // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
-        return std::move(message);
+        return {};
     }
 
     Verification verified(const MailMessage& message, const FoundMessage& found, bool& wentWithout) const {
+        if (m_from.recorded) {
+            return m_from.recorded->verify(sha256(found.bytes.view()), message, found.place.name(),
+                                           m_from.now, found.facts);
+        }
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
         return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
                         m_command.noUndo ? Undoing::off : Undoing::on)
             .examine(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
     }
 
-    void checkAttached(const MailMessage& message, const MessagePlace& place,
-                       std::vector<OrderedRun::Message>& all, bool& wentWithout) const {
-        AttachedMessages attached(message);
-        FoundMessage found{.place = place};
-        while (auto next = attached.next()) {
-            found.bytes = std::move(next->bytes);
-            found.place.attached = std::move(next->position);
-            check(std::move(found), all, wentWithout);
-            found = {.place = place};
-        }
-        if (attached.isAnyLeftOut()) all.push_back(refused({{Refusal::AttachedLeftOut{}}, place}));
-    }
-
     bool hasCautions(const ProofReport& report) const {
         return std::ranges::count(besideHeadline(report, m_command.reader), Tone::caution, &Remark::tone) > 0;
+    }
+
+    OrderedRun::Message written(const CheckWalk::Outcome& outcome) const {
+        if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
+            return refused({*refusal, outcome.place});
+        try {
+            return written(std::get<ProofReport>(outcome.value), outcome.place.pathName());
+        } catch (const std::exception& error) {
+            return refused({unreadable(error), outcome.place});
+        }
     }
 
     OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path) const {

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "QuillmarkKit/Intake/PastedText.h"
@@ -25,9 +24,8 @@ std::optional<CheckInputs::Input> CheckInputs::next() {
         } catch (const std::bad_alloc&) {
             m_reader.reset();
             ++m_current;
-            const Refusal refusal{Refusal::Unreadable{std::generic_category().message(ENOMEM)}};
-            return Input{
-                FoundProblem{refusal, isStandardInput(file) ? MessagePlace() : MessagePlace{.path = file}}};
+            return Input{FoundProblem{unreadable(ENOMEM),
+                                      isStandardInput(file) ? MessagePlace() : MessagePlace{.path = file}}};
         }
     }
     return std::nullopt;

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <cstring>
 #include <iterator>
-#include <tuple>
 #include <utility>
 #include <variant>
 
 #include "QuillmarkKit/Intake/PastedText.h"
+#include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Wording.h"
@@ -22,21 +22,6 @@ constexpr std::size_t checksAtOnce = 8;
 constexpr std::chrono::milliseconds turnOfReading{100};
 /// What is read at most, in bytes, only to say how many messages a mailbox holds that was stopped.
 constexpr std::uint64_t mostReadToCount = 1'000'000'000;
-
-std::optional<std::string> nameOf(const Found& found) {
-    return std::visit([](const auto& each) { return each.place.name(); }, found);
-}
-
-std::shared_ptr<MessageSupply> attachedTo(const CheckOutcome& outcome) {
-    const auto* checked = std::get_if<CheckOutcome::Checked>(&outcome.value);
-    return checked ? checked->attached : nullptr;
-}
-
-/// The last component of a path, as text.
-std::string lastComponent(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-    return repairedUTF8(path.substr(path.rfind('/') + 1));
-}
 
 }  // namespace
 
@@ -94,22 +79,22 @@ SharedReport AppModel::report(const UUID& id) const {
 
 std::optional<CheckedMessage> AppModel::message(const UUID& id) const {
     const auto* kept = m_messages.find(id);
-    return kept && kept->bytes ? std::optional(*kept) : std::nullopt;
+    return kept && kept->source.bytes ? std::optional(*kept) : std::nullopt;
 }
 
 bool AppModel::canRecheck(const UUID& id) const {
     const Row* found = row(id);
     const auto* kept = m_messages.find(id);
-    return found && !found->isRunning && kept && (kept->bytes || !kept->place.path.empty());
+    return found && !found->isRunning && kept && (kept->source.bytes || !kept->source.place.path.empty());
 }
 
 AppModel::Progress AppModel::progress() const {
     Progress progress = m_progress;
     for (const UUID& check : m_reading) {
         const Running& mailbox = m_running.at(check);
-        if (mailbox.expectedBytes.value_or(0) == 0) continue;
-        const double part =
-            static_cast<double>(mailbox.bytesRead) / static_cast<double>(*mailbox.expectedBytes);
+        const std::uint64_t expected = mailbox.mailbox->expectedBytes.value_or(0);
+        if (expected == 0) continue;
+        const double part = static_cast<double>(mailbox.bytesRead) / static_cast<double>(expected);
         progress.ofMailboxes += std::min(part, 1.0);
     }
     return progress;
@@ -141,7 +126,7 @@ UUID AppModel::paste(std::string_view text) {
 }
 
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
-    const auto taken = MessageChecker::messageOf(pastedText(text).source, ParseMode::lenient);
+    const auto taken = messageIn(ByteBuffer(pastedText(text).source), ParseMode::lenient);
     const auto* refusal = std::get_if<Refusal>(&taken);
     return refusal ? std::optional(forDisplay(problemLine(*refusal, {}, m_reader))) : std::nullopt;
 }
@@ -168,7 +153,7 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     std::vector<Workers::Job> jobs;
     jobs.reserve(rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i)
-        jobs.push_back(check(rows[i].id, rows[i].id, std::move(sources[i])));
+        jobs.push_back(check(rows[i].id, std::move(sources[i]), begin(rows[i].id, rows[i].id)));
     m_workers.add(std::move(jobs));
     m_selection = rows.front().id;
     m_refusal = std::nullopt;
@@ -182,36 +167,68 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
 void AppModel::recheck(UUID id) {
     dismissProblem();
     if (!canRecheck(id) || m_isFinished) return;
-    const CheckedMessage& message = *m_messages.find(id);
     Row again = *row(id);
     again.isRunning = true;
-    m_workers.add(check(UUID::random(), id,
-                        {.place = message.place,
-                         .bytes = message.bytes,
-                         .mode = message.mode,
-                         .facts = message.facts,
-                         .digest = message.digest,
-                         .isAgain = true}));
+    const UUID check = UUID::random();
+    const std::stop_token stop = begin(check, id);
+    m_workers.add([this, check, source = m_messages.find(id)->source, stop] {
+        m_checker.checkAgain(source, check, stop, receiver(check));
+    });
     change({{id, std::move(again)}});
     emit progressChanged();
 }
 
-Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource source) {
+std::stop_token AppModel::begin(const UUID& id, const UUID& row) {
     if (m_running.empty()) m_progress = {};
     ++m_progress.all;
     Running running{.row = row, .number = ++m_number};
-    const std::stop_token stop = running.stop.get_token();
+    std::stop_token stop = running.stop.get_token();
     m_runningByRow.emplace(row, id);
     m_running.emplace(id, std::move(running));
+    return stop;
+}
+
+Workers::Job AppModel::check(const UUID& id, MessageSource source, const std::stop_token& stop) {
     return [this, id, source = std::move(source), stop] {
-        CheckOutcome outcome = m_checker.check(source, id, stop);
-        const Read outer{0, attachedTo(outcome)};
-        m_mailbox.post([this, id, outcome = std::move(outcome)]() mutable {
-            m_outcomes.emplace_back(id, std::move(outcome));
+        const auto mailbox = m_checker.check(source, id, stop, receiver(id));
+        if (mailbox) m_mailbox.post([this, id, mailbox] { beginReading(id, mailbox); });
+    };
+}
+
+MessageChecker::Receiver AppModel::receiver(const UUID& check, std::size_t number, std::uint64_t bytesRead) {
+    return [=, this](CheckOutcome outcome) {
+        m_mailbox.post([this, piece = Piece{check, number, bytesRead, std::move(outcome)}]() mutable {
+            m_pieces.push_back(std::move(piece));
         });
-        if (!outer.attached) return;
-        checkAttached(id, outer, stop);
-        m_mailbox.post([this, id] { m_endedReaders.push_back(id); });
+    };
+}
+
+// Mailboxes
+
+void AppModel::beginReading(const UUID& check, const std::shared_ptr<OpenMailbox>& mailbox) {
+    const auto found = m_running.find(check);
+    if (found == m_running.end()) return;  // cancelled
+    Running& running = found->second;
+    running.readers = checksAtOnce;
+    running.mailbox = mailbox;
+    m_reading.insert(check);
+    std::vector<Workers::Job> jobs;
+    jobs.reserve(checksAtOnce);
+    for (std::size_t i = 0; i < checksAtOnce; ++i)
+        jobs.push_back(read(check, mailbox, running.stop.get_token()));
+    m_workers.add(std::move(jobs));
+}
+
+Workers::Job AppModel::read(const UUID& check, std::shared_ptr<OpenMailbox> mailbox,
+                            const std::stop_token& stop) {
+    return [this, check, mailbox = std::move(mailbox), stop] {
+        const auto until = std::chrono::steady_clock::now() + turnOfReading;
+        do {
+            auto next = m_checker.next(*mailbox, stop);
+            if (!next) return m_mailbox.post([this, check] { m_endedReaders.push_back(check); });
+            m_checker.check(std::move(next->found), stop, receiver(check, next->number, next->bytesRead));
+        } while (std::chrono::steady_clock::now() < until);
+        m_mailbox.post([this, check, mailbox, stop] { m_workers.add(read(check, mailbox, stop)); });
     };
 }
 
@@ -219,14 +236,12 @@ Workers::Job AppModel::check(const UUID& id, const UUID& row, MessageSource sour
 
 void AppModel::takeOutcomes() {
     Burst burst;
-    const auto outcomes = std::exchange(m_outcomes, {});
-    for (const auto& [check, outcome] : outcomes) take(check, outcome, burst);
-    for (Piece& piece : std::exchange(m_pieces, {})) {
-        take(piece, burst);
-        burst.hasRows = true;
+    for (Piece& piece : std::exchange(m_pieces, {})) take(piece, burst);
+    for (const UUID& check : std::exchange(m_endedReaders, {})) {
+        const auto found = m_running.find(check);
+        if (found != m_running.end() && --found->second.readers == 0) endCheck(check, burst);
     }
-    for (const UUID& check : std::exchange(m_endedReaders, {})) endReading(check, burst);
-    if (burst.changes.empty() && !burst.hasRows) return;
+    if (burst.changes.empty() && !burst.hasReports && burst.problem.number == 0) return;
     const auto selected = m_selection;
     for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
     apply(burst.changes, burst.refusals);
@@ -237,145 +252,70 @@ void AppModel::takeOutcomes() {
     emit progressChanged();
 }
 
-void AppModel::take(const UUID& check, const CheckOutcome& outcome, Burst& burst) {
-    if (!m_running.contains(check)) return;  // cancelled
-    const auto* checked = std::get_if<CheckOutcome::Checked>(&outcome.value);
-    if (const auto* several = std::get_if<CheckOutcome::Several>(&outcome.value))
-        return beginReading(check, *several);
-    if (checked && checked->attached) return takeOuter(check, *checked, burst);
-    const Running done = m_running.extract(check).mapped();
-    m_runningByRow.erase(done.row);
-    ++m_progress.done;
-    const Row before = *row(done.row);
-    if (checked) {
-        Row after = before;
-        after.id = check;
-        after.report = checked->report;
-        after.isRunning = false;
-        burst.changes.emplace(done.row, std::move(after));
-        m_messages.drop(done.row);
-        keep(check, *checked, done, before.name, burst);
+void AppModel::take(Piece& piece, Burst& burst) {
+    const auto found = m_running.find(piece.check);
+    if (found == m_running.end()) return;  // cancelled
+    Running& running = found->second;
+    running.bytesRead = std::max(running.bytesRead, piece.bytesRead);
+    if (piece.outcome.isOutermost) ++running.outer;
+    if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
+        ++running.refused;
+        running.refusal = problemLine(*refusal, piece.outcome.place.name(), m_reader);
+        burst.tell(running.number, running.refusal);
     } else {
-        burst.changes.emplace(done.row, withoutCheck(before));
-        if (const auto* refusal = std::get_if<Refusal>(&outcome.value)) {
-            const std::string line = problemLine(*refusal, before.name, m_reader);
-            burst.tell(done.number, line);
-            burst.refusals.emplace(done.row, line);
-        }
+        ++running.found;
+        takeReport(running, piece, burst);
     }
+    if (piece.number == 0 && piece.outcome.isLast) endCheck(piece.check, burst);
 }
 
-void AppModel::takeOuter(const UUID& check, const CheckOutcome::Checked& checked, Burst& burst) {
-    Running& running = m_running.at(check);
-    running.readers = 1;
-    running.found = 1;
-    Row& own = m_session[static_cast<std::size_t>(row(running.row) - m_session.data())];
-    own.report = checked.report;
-    keep(check, checked, running, own.name, burst);
-    burst.hasRows = true;
-}
-
-void AppModel::keep(const UUID& id, const CheckOutcome::Checked& checked, const Running& running,
-                    const std::optional<std::string>& name, Burst& burst) {
-    m_messages.keep(id, checked.message);
+void AppModel::takeReport(const Running& running, Piece& piece, Burst& burst) {
+    auto& checked = std::get<CheckOutcome::Checked>(piece.outcome.value);
+    const auto name = piece.outcome.place.name();
+    const UUID id = checked.report->id;
+    burst.hasReports = true;
     if (checked.saved) {
         burst.saved.append(*checked.saved);
         burst.reports.push_back(checked.report);
     } else if (m_settings.keepHistory) {
         burst.tell(running.number, historyNotKept(name, m_reader));
     }
-}
-
-// Mailboxes
-
-void AppModel::beginReading(const UUID& check, const CheckOutcome::Several& several) {
-    Running& running = m_running.at(check);
-    running.readers = checksAtOnce;
-    running.expectedBytes = several.expectedBytes;
-    running.supply = several.supply;
-    m_reading.insert(check);
-    std::vector<Workers::Job> jobs;
-    jobs.reserve(checksAtOnce);
-    for (std::size_t i = 0; i < checksAtOnce; ++i)
-        jobs.push_back(read(check, several.supply, running.stop.get_token()));
-    m_workers.add(std::move(jobs));
-}
-
-Workers::Job AppModel::read(const UUID& check, std::shared_ptr<MessageSupply> supply,
-                            const std::stop_token& stop) {
-    return [this, check, supply = std::move(supply), stop] {
-        const auto until = std::chrono::steady_clock::now() + turnOfReading;
-        do {
-            const auto outer = checkNext(check, *supply, 0, stop);
-            if (!outer) return m_mailbox.post([this, check] { m_endedReaders.push_back(check); });
-            checkAttached(check, *outer, stop);
-        } while (std::chrono::steady_clock::now() < until);
-        m_mailbox.post([this, check, supply, stop] { m_workers.add(read(check, supply, stop)); });
-    };
-}
-
-std::optional<AppModel::Read> AppModel::checkNext(const UUID& check, MessageSupply& supply, std::size_t outer,
-                                                  const std::stop_token& stop) {
-    auto message = m_checker.next(supply, stop);
-    if (!message) return std::nullopt;
-    Piece piece{check, UUID::random(), message->number, 0, message->bytesRead, nameOf(message->found), {}};
-    if (outer > 0) std::tie(piece.number, piece.attached) = std::pair(outer, message->number);
-    piece.outcome = m_checker.check(std::move(*message), piece.id, stop);
-    Read read{piece.number, attachedTo(piece.outcome)};
-    m_mailbox.post([this, piece = std::move(piece)]() mutable { m_pieces.push_back(std::move(piece)); });
-    return read;
-}
-
-void AppModel::checkAttached(const UUID& check, const Read& outer, const std::stop_token& stop) {
-    while (outer.attached && checkNext(check, *outer.attached, outer.number, stop)) continue;
-}
-
-void AppModel::take(Piece& piece, Burst& burst) {
-    const auto found = m_running.find(piece.check);
-    if (found == m_running.end()) return;  // cancelled
-    Running& mailbox = found->second;
-    mailbox.bytesRead = std::max(mailbox.bytesRead, piece.bytesRead);
-    if (piece.attached == 0) ++mailbox.outer;
-    if (const auto* checked = std::get_if<CheckOutcome::Checked>(&piece.outcome.value)) {
-        ++mailbox.found;
+    if (piece.number == 0 && piece.outcome.isOutermost) {
+        m_session[static_cast<std::size_t>(row(running.row) - m_session.data())].report = checked.report;
+        if (running.row != id) m_messages.drop(running.row);
+    } else {
         ++m_progress.found;
-        keep(piece.id, *checked, mailbox, piece.name, burst);
-        burst.found[mailbox.row].push_back({.id = piece.id,
-                                            .name = std::move(piece.name),
-                                            .report = checked->report,
-                                            .intake = row(mailbox.row)->intake,
-                                            .mailbox = mailbox.row,
-                                            .number = piece.number,
-                                            .attached = piece.attached});
-    } else if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
-        ++mailbox.refused;
-        mailbox.refusal = problemLine(*refusal, piece.name, m_reader);
-        burst.tell(mailbox.number, mailbox.refusal);
+        std::vector<std::size_t> position = std::move(piece.outcome.place.attached);
+        position.insert(position.begin(), piece.number);
+        burst.found[running.row].push_back({.id = id,
+                                            .name = name,
+                                            .report = checked.report,
+                                            .intake = row(running.row)->intake,
+                                            .mailbox = running.row,
+                                            .position = std::move(position)});
     }
+    m_messages.keep(id, std::move(checked.message));
 }
 
-void AppModel::endReading(const UUID& check, Burst& burst) {
-    const auto found = m_running.find(check);
-    if (found == m_running.end() || --found->second.readers > 0) return;
-    const Running done = m_running.extract(found).mapped();
+void AppModel::endCheck(const UUID& check, Burst& burst) {
+    const Running done = m_running.extract(check).mapped();
     m_runningByRow.erase(done.row);
     m_reading.erase(check);
     ++m_progress.done;
-    const Row before = *row(done.row);
+    Row own = *row(done.row);
     if (done.found == 0) {
         const bool isTold = done.refused == 1;  // the one that was refused has its own line already
-        const std::string line = isTold ? done.refusal : noMessageLine(before.name.value_or(""), m_reader);
+        const std::string line = isTold ? done.refusal : noMessageLine(own.name.value_or(""), m_reader);
         if (!isTold) burst.tell(done.number, line);
         burst.refusals.emplace(done.row, line);
+    } else {
+        own.id = check;  // which has a report now
     }
-    burst.changes.emplace(done.row, withoutCheck(before));
+    burst.changes.emplace(done.row, withoutCheck(std::move(own)));
 }
 
 void AppModel::insertRows(const UUID& mailbox, std::vector<Row> rows) {
-    const auto byNumber = [](const Row& a, const Row& b) {
-        return std::pair(a.number, a.attached) < std::pair(b.number, b.attached);
-    };
-    std::ranges::sort(rows, byNumber);
+    std::ranges::sort(rows, {}, &Row::position);
     const auto own = m_session.begin() + (row(mailbox) - m_session.data());
     own->found += rows.size();
     const auto end =
@@ -384,7 +324,7 @@ void AppModel::insertRows(const UUID& mailbox, std::vector<Row> rows) {
     const auto added = static_cast<std::ptrdiff_t>(rows.size());
     m_session.insert(end, std::make_move_iterator(rows.begin()), std::make_move_iterator(rows.end()));
     const auto begin = m_session.begin() + first;
-    std::inplace_merge(begin, begin + count, begin + count + added, byNumber);
+    std::ranges::inplace_merge(begin, begin + count, begin + count + added, {}, &Row::position);
     m_positions.clear();
 }
 
@@ -469,21 +409,21 @@ std::optional<AppModel::Row> AppModel::end(UUID check) {
     if (m_reading.erase(check) == 0) return withoutCheck(std::move(own));
     own.isRunning = false;
     own.stopped = {.checked = ended.outer};
-    const bool canBeCounted =
-        ended.expectedBytes && *ended.expectedBytes <= ended.bytesRead + mostReadToCount && !m_isFinished;
-    if (canBeCounted) m_workers.add(count(own.id, std::move(ended.supply), m_counting.get_token()));
+    const auto expected = ended.mailbox->expectedBytes;
+    const bool canBeCounted = expected && *expected <= ended.bytesRead + mostReadToCount && !m_isFinished;
+    if (canBeCounted) m_workers.add(count(own.id, std::move(ended.mailbox), m_counting.get_token()));
     return own;
 }
 
-Workers::Job AppModel::count(const UUID& row, std::shared_ptr<MessageSupply> supply,
+Workers::Job AppModel::count(const UUID& row, std::shared_ptr<OpenMailbox> mailbox,
                              const std::stop_token& stop) {
-    return [this, row, supply = std::move(supply), stop] {
+    return [this, row, mailbox = std::move(mailbox), stop] {
         const auto until = std::chrono::steady_clock::now() + turnOfReading;
-        std::size_t all = m_checker.given(*supply);
-        while (const auto message = m_checker.next(*supply, stop)) {
+        std::size_t all = m_checker.given(*mailbox);
+        while (const auto message = m_checker.next(*mailbox, stop)) {
             all = message->number;
             if (std::chrono::steady_clock::now() >= until)
-                return m_mailbox.post([=, this] { m_workers.add(count(row, supply, stop)); });
+                return m_mailbox.post([=, this] { m_workers.add(count(row, mailbox, stop)); });
         }
         if (stop.stop_requested()) return;
         m_mailbox.post([this, row, all] {

@@ -55,9 +55,10 @@ public:
         std::uint64_t intake = 0;              ///< the same for files that were opened together
         std::size_t found = 0;                 ///< how many messages were found in it so far
         std::optional<UUID> mailbox = {};      ///< the row of the mailbox or folder that it was found in
-        std::size_t number = 0;                ///< its place there, from 1
-        std::size_t attached = 0;              ///< from 1, of one that is attached inside that message
-        std::optional<Stopped> stopped = {};   ///< of a mailbox or folder: its row stays then
+        /// Its place there, from 1; behind it that of one that is attached inside that message, as in
+        /// `MessagePlace`.
+        std::vector<std::size_t> position = {};
+        std::optional<Stopped> stopped = {};  ///< of a mailbox or folder: its row stays then
         bool operator==(const Row&) const = default;
     };
 
@@ -192,19 +193,17 @@ private:
         std::uint64_t number = 0;  ///< rises with every check
         std::stop_source stop = {};
         std::size_t readers = 0;             // jobs that take messages out of a mailbox
-        std::size_t found = 0, refused = 0;  // messages there
+        std::size_t found = 0, refused = 0;  // messages
         std::string refusal = {};            // of the last of them, in a line
-        std::size_t outer = 0;               // the same without those attached inside others
-        std::shared_ptr<MessageSupply> supply = {};
+        std::size_t outer = 0;               // messages without those attached inside others
+        std::shared_ptr<OpenMailbox> mailbox = {};
         std::uint64_t bytesRead = 0;
-        std::optional<std::uint64_t> expectedBytes = {};
     };
-    /// What came of a message of a mailbox, or of one attached inside another.
+    /// What came of a message of a check.
     struct Piece {
-        UUID check = {}, id = {};  // of the mailbox or the other, and the report's
-        std::size_t number = 0, attached = 0;
+        UUID check = {};
+        std::size_t number = 0;  // in a mailbox, from 1
         std::uint64_t bytesRead = 0;
-        std::optional<std::string> name = {};
         CheckOutcome outcome = {};
     };
     /// What rows are from now on, by the identity they had; nothing for those that go.
@@ -223,7 +222,7 @@ private:
         HistoryChange saved = {};
         std::vector<SharedReport> reports = {};
         IntakeProblem problem = {};
-        bool hasRows = false;  // new ones, or one with a report
+        bool hasReports = false;
         void tell(std::uint64_t number, const std::string& line) {
             if (number >= problem.number) problem = {number, line};
         }
@@ -233,34 +232,24 @@ private:
     };
 
     UUID takeIn(std::vector<MessageSource> sources);
-    /// A new check of a row, for the workers; it counts from now on.
-    Workers::Job check(const UUID& id, const UUID& row, MessageSource source);
+    /// A new check of a row, which counts from now on.
+    std::stop_token begin(const UUID& id, const UUID& row);
+    Workers::Job check(const UUID& id, MessageSource source, const std::stop_token& stop);
     /// Takes messages out of a mailbox for a while, and then hands itself in again.
-    Workers::Job read(const UUID& check, std::shared_ptr<MessageSupply> supply, const std::stop_token& stop);
-    void beginReading(const UUID& check, const CheckOutcome::Several& several);
-    /// Checks the next message of a supply. What is attached to it comes back.
-    struct Read {
-        std::size_t number = 0;
-        std::shared_ptr<MessageSupply> attached = {};
-    };
-    std::optional<Read> checkNext(const UUID& check, MessageSupply& supply, std::size_t outer,
-                                  const std::stop_token& stop);
-    void checkAttached(const UUID& check, const Read& outer, const std::stop_token& stop);
+    Workers::Job read(const UUID& check, std::shared_ptr<OpenMailbox> mailbox, const std::stop_token& stop);
+    void beginReading(const UUID& check, const std::shared_ptr<OpenMailbox>& mailbox);
+    /// Hands what comes of a check's messages to the main thread.
+    MessageChecker::Receiver receiver(const UUID& check, std::size_t number = 0, std::uint64_t bytesRead = 0);
     void takeOutcomes();
-    void take(const UUID& check, const CheckOutcome& outcome, Burst& burst);
-    /// A message that others are attached to, whose checks follow.
-    void takeOuter(const UUID& check, const CheckOutcome::Checked& checked, Burst& burst);
     void take(Piece& piece, Burst& burst);
-    void endReading(const UUID& check, Burst& burst);
-    /// What a check found, for the history and to be checked again.
-    void keep(const UUID& id, const CheckOutcome::Checked& checked, const Running& running,
-              const std::optional<std::string>& name, Burst& burst);
+    void takeReport(const Running& running, Piece& piece, Burst& burst);
+    void endCheck(const UUID& check, Burst& burst);
     /// Puts the rows of a mailbox's messages below its own, in the order they have there.
     void insertRows(const UUID& mailbox, std::vector<Row> rows);
-    /// Ends a check, and gives what its row is from now on.
+    /// Cuts a check off, and gives what its row is from now on.
     std::optional<Row> end(UUID check);
     /// Counts what a mailbox that was stopped still holds.
-    Workers::Job count(const UUID& row, std::shared_ptr<MessageSupply> supply, const std::stop_token& stop);
+    Workers::Job count(const UUID& row, std::shared_ptr<OpenMailbox> mailbox, const std::stop_token& stop);
     static std::optional<Row> withoutCheck(Row row);
     void change(const RowChanges& changes);
     void apply(const RowChanges& changes, const Refusals& refusals = {});
@@ -293,11 +282,10 @@ private:
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
-    std::set<UUID> m_reading = {};                               // those of them that are mailboxes
-    std::stop_source m_counting = {};                            // of mailboxes that were stopped
-    std::vector<std::pair<UUID, CheckOutcome>> m_outcomes = {};  // not yet taken
-    std::vector<Piece> m_pieces = {};                            // the same
-    std::vector<UUID> m_endedReaders = {};                       // the same: the mailbox's check, for each
+    std::set<UUID> m_reading = {};          // those of them that are mailboxes
+    std::stop_source m_counting = {};       // of mailboxes that were stopped
+    std::vector<Piece> m_pieces = {};       // not yet taken
+    std::vector<UUID> m_endedReaders = {};  // the same: the mailbox's check, for each
     bool m_isFinished = false;
     Workers m_workers;  // last: the others must outlive what they do
 };

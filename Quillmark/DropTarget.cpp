@@ -27,7 +27,6 @@ std::optional<DropContents::Files> filesOf(const QList<QUrl>& urls) {
 }
 
 bool looksLikeMessage(const std::string& text) {
-    if (text.size() > largestMessage) return false;
     return std::holds_alternative<MailMessage>(messageIn(ByteBuffer(text), ParseMode::lenient));
 }
 

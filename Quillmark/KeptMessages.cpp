@@ -6,8 +6,8 @@ namespace quillmark {
 
 void KeptMessages::keep(const UUID& id, CheckedMessage message) {
     drop(id);
-    m_held += message.bytes->size();
-    (message.place.path.empty() ? m_withoutFile : m_withFile).push_back(id);
+    m_held += message.source.bytes->size();
+    (message.source.place.path.empty() ? m_withoutFile : m_withFile).push_back(id);
     m_kept.emplace(id, std::move(message));
     while (m_held > m_limit && (releaseFirst(m_withFile) || releaseFirst(m_withoutFile))) continue;
 }
@@ -25,8 +25,8 @@ void KeptMessages::drop(const UUID& id) {
 }
 
 void KeptMessages::release(CheckedMessage& message) {
-    if (message.bytes) m_held -= message.bytes->size();
-    message.bytes = nullptr;
+    if (message.source.bytes) m_held -= message.source.bytes->size();
+    message.source.bytes = nullptr;
 }
 
 bool KeptMessages::releaseFirst(std::deque<UUID>& ids) {

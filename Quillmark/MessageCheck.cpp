@@ -1,11 +1,9 @@
 #include "Quillmark/MessageCheck.h"
 
-#include <cerrno>
 #include <exception>
-#include <new>
-#include <system_error>
 #include <utility>
 
+#include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Verifier.h"
 
@@ -13,39 +11,29 @@ namespace quillmark {
 
 namespace {
 
-CheckOutcome unreadable(std::string reason) { return {Refusal{Refusal::Unreadable{std::move(reason)}}}; }
+/// A copy: the source's own bytes are shared.
+FoundMessage foundIn(const MessageSource& source) {
+    return {ByteBuffer(source.bytes->view()), source.place, source.mode, source.facts};
+}
 
-template <typename Check>
-CheckOutcome guarded(const std::stop_token& stop, const Check& check) {
-    try {
-        CheckOutcome outcome = check();
-        if (stop.stop_requested()) return {};  // its findings say only that it was stopped
-        return outcome;
-    } catch (const std::bad_alloc&) {
-        return unreadable(std::generic_category().message(ENOMEM));
-    } catch (const std::exception& error) {
-        return unreadable(error.what());
-    }
+MessageSource sourceOf(FoundMessage found) {
+    MessageSource source{
+        .place = std::move(found.place), .mode = found.mode, .facts = std::move(found.facts)};
+    const bool isOneOfSeveral = source.place.number > 0 || !source.place.attached.empty();
+    if (isOneOfSeveral && !source.place.path.empty()) source.digest = sha256(found.bytes.view());
+    source.bytes = std::make_shared<const ByteBuffer>(std::move(found.bytes));
+    return source;
+}
+
+CheckOutcome::Checked checked(ProofReport report, CheckedMessage message) {
+    CheckOutcome::Checked checked{.message = std::move(message)};
+    HistoryChange saved;
+    if (saved.add(report)) checked.saved = std::move(saved);
+    checked.report = std::make_shared<const ProofReport>(std::move(report));
+    return checked;
 }
 
 }  // namespace
-
-std::optional<Found> MessageSupply::next(const std::stop_token& stop) {
-    return m_reader ? m_reader->next(stop) : nextAttached();
-}
-
-std::optional<Found> MessageSupply::nextAttached() {
-    if (!m_attached) return std::nullopt;
-    if (auto next = m_attached->next()) {
-        MessagePlace place = m_place;
-        place.attached = std::move(next->position);
-        return FoundMessage{std::move(next->bytes), std::move(place)};
-    }
-    const bool isAnyLeftOut = m_attached->isAnyLeftOut();
-    m_attached.reset();
-    if (!isAnyLeftOut) return std::nullopt;
-    return FoundProblem{{Refusal::AttachedLeftOut{}}, m_place};
-}
 
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
                                std::shared_ptr<RegistrationLookup> registry,
@@ -56,107 +44,102 @@ MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
       m_mayAskRegistry(std::move(mayAskRegistry)),
       m_now(std::move(now)) {}
 
-CheckOutcome MessageChecker::check(const MessageSource& source, const UUID& id,
-                                   const std::stop_token& stop) const {
-    return guarded(stop, [&] {
-        if (source.bytes) return checked(source, id, stop);
-        return source.isAgain ? openedAgain(source, id, stop) : opened(source, id, stop);
-    });
+std::shared_ptr<OpenMailbox> MessageChecker::check(const MessageSource& source, const UUID& id,
+                                                   const std::stop_token& stop,
+                                                   const Receiver& receiver) const {
+    try {
+        if (source.bytes) {
+            walk(foundIn(source), id, true, stop, receiver);
+            return nullptr;
+        }
+        const auto mailbox = std::make_shared<OpenMailbox>(source.place);
+        auto first = next(*mailbox, stop);
+        if (stop.stop_requested()) return nullptr;
+        if (first) {
+            const MessagePlace& place = placeOf(first->found);
+            if (place.path == source.place.path && place.number == 0) {
+                walk(std::move(first->found), id, true, stop, receiver);
+                return nullptr;
+            }
+            mailbox->first = std::move(first->found);
+        }
+        mailbox->given = 0;
+        mailbox->expectedBytes = MailboxReader::expectedBytes(source.place.path);
+        return mailbox;
+    } catch (const std::exception& error) {
+        receiver({source.place, unreadable(error), true, true});
+        return nullptr;
+    }
 }
 
-CheckOutcome MessageChecker::check(SuppliedMessage message, const UUID& id,
-                                   const std::stop_token& stop) const {
-    return guarded(stop, [&] { return checked(std::move(message.found), id, stop); });
+void MessageChecker::checkAgain(const MessageSource& source, const UUID& id, const std::stop_token& stop,
+                                const Receiver& receiver) const {
+    try {
+        walk(source.bytes ? Found(foundIn(source)) : readAgain(source, stop), id, false, stop, receiver);
+    } catch (const std::exception& error) {
+        receiver({source.place, unreadable(error), true, true});
+    }
 }
 
-std::optional<SuppliedMessage> MessageChecker::next(MessageSupply& supply,
-                                                    const std::stop_token& stop) const {
-    std::unique_lock turn(m_reading, std::defer_lock);
-    if (supply.m_reader) turn.lock();  // what is attached has been read
+void MessageChecker::check(Found found, const std::stop_token& stop, const Receiver& receiver) const {
+    walk(std::move(found), UUID::random(), true, stop, receiver);
+}
+
+std::optional<MessageChecker::Next> MessageChecker::next(OpenMailbox& mailbox,
+                                                         const std::stop_token& stop) const {
+    const std::lock_guard turn(m_reading);
     if (stop.stop_requested()) return std::nullopt;
     try {
-        auto found = supply.m_first ? std::exchange(supply.m_first, std::nullopt) : supply.next(stop);
+        auto found = mailbox.first ? std::exchange(mailbox.first, std::nullopt) : mailbox.reader.next(stop);
         if (!found) return std::nullopt;
-        return SuppliedMessage{std::move(*found), ++supply.m_given,
-                               supply.m_reader ? supply.m_reader->bytesRead() : 0};
+        return Next{std::move(*found), ++mailbox.given, mailbox.reader.bytesRead()};
     } catch (const std::bad_alloc&) {
         return std::nullopt;
     }
 }
 
-std::variant<MailMessage, Refusal> MessageChecker::messageOf(std::string_view bytes, ParseMode mode) {
-    if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
-    return messageIn(ByteBuffer(bytes), mode);
-}
-
-std::size_t MessageChecker::given(const MessageSupply& supply) const {
+std::size_t MessageChecker::given(const OpenMailbox& mailbox) const {
     const std::lock_guard turn(m_reading);
-    return supply.m_given;
+    return mailbox.given;
 }
 
-CheckOutcome MessageChecker::opened(const MessageSource& source, const UUID& id,
-                                    const std::stop_token& stop) const {
-    const auto supply = std::make_shared<MessageSupply>(source.place);
-    auto first = next(*supply, stop);
-    if (first) {
-        const MessagePlace& place =
-            std::visit([](const auto& each) -> const MessagePlace& { return each.place; }, first->found);
-        if (place.path == source.place.path && place.number == 0)
-            return checked(std::move(first->found), id, stop);
-        supply->m_first = std::move(first->found);
-    }
-    supply->m_given = 0;
-    return {CheckOutcome::Several{supply, MailboxReader::expectedBytes(source.place.path)}};
-}
-
-CheckOutcome MessageChecker::openedAgain(const MessageSource& source, const UUID& id,
-                                         const std::stop_token& stop) const {
+Found MessageChecker::readAgain(const MessageSource& source, const std::stop_token& stop) const {
     std::unique_lock turn(m_reading);
-    auto found = readAgain(source.place, stop);
+    auto found = quillmark::readAgain(source.place, stop);
     turn.unlock();
-    if (auto* refusal = std::get_if<Refusal>(&found)) return {std::move(*refusal)};
+    if (auto* refusal = std::get_if<Refusal>(&found)) return FoundProblem{std::move(*refusal), source.place};
     auto& message = std::get<FoundMessage>(found);
-    MessageSource read = source;
-    read.bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes));
-    read.facts = std::move(message.facts);
-    if (!source.digest.empty() && sha256(read.bytes->view()) != source.digest)
-        return {Refusal{Refusal::Moved{}}};
-    return checked(read, id, stop);
+    if (!source.digest.empty() && sha256(message.bytes.view()) != source.digest)
+        return FoundProblem{{Refusal::Moved{}}, source.place};
+    return std::move(message);
 }
 
-CheckOutcome MessageChecker::checked(Found found, const UUID& id, const std::stop_token& stop) const {
-    if (auto* problem = std::get_if<FoundProblem>(&found)) return {std::move(problem->refusal)};
-    auto& message = std::get<FoundMessage>(found);
-    return checked(MessageSource{.place = std::move(message.place),
-                                 .bytes = std::make_shared<const ByteBuffer>(std::move(message.bytes)),
-                                 .facts = std::move(message.facts)},
-                   id, stop);
-}
-
-CheckOutcome MessageChecker::checked(const MessageSource& source, const UUID& id,
-                                     const std::stop_token& stop) const {
-    CheckedMessage made{
-        .bytes = source.bytes, .mode = source.mode, .place = source.place, .facts = source.facts};
-    if (stop.stop_requested()) return {};
-    // A copy: what was read is kept as it is, and parsing makes every line end CR LF.
-    auto taken = messageOf(made.bytes->view(), source.mode);
-    if (const auto* refusal = std::get_if<Refusal>(&taken)) return {*refusal};
-    auto& message = std::get<MailMessage>(taken);
-    ProofReport report = verified(message, made, id, stop);
-
-    CheckOutcome::Checked checked;
-    HistoryChange saved;
-    if (saved.add(report)) checked.saved = std::move(saved);
-    checked.report = std::make_shared<const ProofReport>(std::move(report));
-    const bool isOneOfSeveral = made.place.number > 0 || !made.place.attached.empty();
-    if (isOneOfSeveral && !made.place.path.empty()) made.digest = sha256(made.bytes->view());
-    checked.message = std::move(made);
-    if (!source.isAgain && source.place.attached.empty()) {
-        auto attached = std::make_shared<MessageSupply>(std::move(message), source.place);
-        attached->m_first = attached->next(stop);
-        if (attached->m_first) checked.attached = std::move(attached);
+void MessageChecker::walk(Found found, const UUID& id, bool goesInside, const std::stop_token& stop,
+                          const Receiver& receiver) const {
+    CheckedMessage made;
+    bool isOutermost = true;
+    const auto verify = [&](const MailMessage& message, FoundMessage each) {
+        made = {sourceOf(std::move(each))};
+        return verified(message, made, isOutermost ? id : UUID::random(), stop);
+    };
+    CheckWalk walk(std::move(found), verify, {.keepsBytes = true, .goesInside = goesInside});
+    while (!stop.stop_requested()) {
+        auto each = walk.next();
+        if (!each || stop.stop_requested()) return;  // its findings say only that it was stopped
+        CheckOutcome outcome{
+            .place = std::move(each->place), .isOutermost = isOutermost, .isLast = !walk.hasNext()};
+        try {
+            if (auto* report = std::get_if<ProofReport>(&each->value)) {
+                outcome.value = checked(std::move(*report), std::move(made));
+            } else {
+                outcome.value = std::get<Refusal>(std::move(each->value));
+            }
+        } catch (const std::exception& error) {
+            outcome.value = unreadable(error);
+        }
+        receiver(std::move(outcome));
+        isOutermost = false;
     }
-    return {std::move(checked)};
 }
 
 ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage& made, const UUID& id,
@@ -171,7 +154,8 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
     const Verifier verifier(std::make_shared<RecordingResolver>(m_resolver, answers, failures),
                             std::move(registry));
     made.begun = m_now();
-    ProofReport report = verifier.verify(message, made.place.name(), made.begun, id, stop, made.facts);
+    ProofReport report =
+        verifier.verify(message, made.source.place.name(), made.begun, id, stop, made.source.facts);
     made.ended = m_now();
     made.answers = answers;
     made.failures = failures;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,8 +12,6 @@
 
 #include "Quillmark/SwitchedRegistry.h"
 #include "QuillmarkKit/History.h"
-#include "QuillmarkKit/Intake/AttachedMessages.h"
-#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/Recording.h"
@@ -22,99 +21,82 @@ namespace quillmark {
 
 using SharedReport = std::shared_ptr<const ProofReport>;
 
+/// Where a message comes from. Copies are cheap.
+struct MessageSource {
+    MessagePlace place = {};  ///< without a path it can't be read again
+    std::shared_ptr<const ByteBuffer> bytes =
+        {};  ///< as they were read or pasted, in place of the file there
+    ParseMode mode = ParseMode::strict;
+    IntakeFacts facts = {};
+    std::string digest = {};  ///< what its bytes must have when they are read again, unless empty
+};
+
 /// What one check of this run was made from, and what it was told. Shared: copies are cheap.
 struct CheckedMessage {
-    std::shared_ptr<const ByteBuffer> bytes = {};  ///< as they were read or pasted
-    ParseMode mode = ParseMode::strict;            ///< how they were parsed, and are to be again
-    MessagePlace place = {};                       ///< without a path it can't be read again
-    IntakeFacts facts = {};
-    std::string digest = {};  ///< of its bytes, where its file holds more than it
+    MessageSource source = {};
     std::shared_ptr<const RecordedAnswers> answers = {};
     std::shared_ptr<const RecordedFailures> failures = {};
     Date begun = {}, ended = {};
 };
 
-/// Where a message comes from.
-struct MessageSource {
-    MessagePlace place = {};
-    std::shared_ptr<const ByteBuffer> bytes = {};  ///< in place of the file there
-    ParseMode mode = ParseMode::strict;
-    IntakeFacts facts = {};
-    std::string digest = {};  ///< what its bytes must have, unless empty
-    bool isAgain = false;     ///< this message alone, whatever its file holds and it has attached
-};
-
-/// Messages that are handed out one after the other: those of a file or a folder, or those attached inside a
-/// message.
-class MessageSupply {
-public:
-    explicit MessageSupply(const MessagePlace& file)
-        : m_place(file), m_reader(std::in_place, file.path, file.file) {}
-    MessageSupply(MailMessage message, MessagePlace place)
-        : m_place(std::move(place)), m_attached(std::in_place, std::move(message)) {}
-
-private:
-    friend class MessageChecker;
-    std::optional<Found> next(const std::stop_token& stop);
-    std::optional<Found> nextAttached();
-
-    const MessagePlace m_place;
-    std::optional<MailboxReader> m_reader = {};
-    std::optional<AttachedMessages> m_attached = {};
-    std::optional<Found> m_first = {};  // taken already, to see whether there is one
-    std::size_t m_given = 0;
-};
-
-/// One of them.
-struct SuppliedMessage {
-    Found found;
-    std::size_t number = 0;       ///< its place among all of them, from 1
-    std::uint64_t bytesRead = 0;  ///< of all files, so far
-};
-
-/// What came of a check.
+/// What came of a message.
 struct CheckOutcome {
     struct Checked {
         SharedReport report = {};
         CheckedMessage message = {};
         /// Puts the report into a history; none when it is too large to be kept.
         std::optional<HistoryChange> saved = {};
-        std::shared_ptr<MessageSupply> attached = {};  ///< what is attached to it, if anything
     };
-    struct Stopped {};
-    /// There may be several messages; none of them has been checked.
-    struct Several {
-        std::shared_ptr<MessageSupply> supply = {};
-        std::optional<std::uint64_t> expectedBytes = {};  ///< of their files
-    };
-    std::variant<Stopped, Refusal, Checked, Several> value = Stopped{};
+    MessagePlace place = {};
+    std::variant<Refusal, Checked> value = {};
+    bool isOutermost = false;  ///< not of what is attached inside the message
+    bool isLast = false;       ///< of what is
+};
+
+/// A file or a folder of several messages, of which some have been read.
+struct OpenMailbox {
+    explicit OpenMailbox(const MessagePlace& file) : reader(file.path, file.file) {}
+    MailboxReader reader;
+    std::optional<Found> first = {};  ///< that was read to see whether there are several
+    std::size_t given = 0;
+    std::optional<std::uint64_t> expectedBytes = {};  ///< of its files
 };
 
 /// Takes messages in and checks them, from any thread. It waits for files and for the network, and reads one
 /// file at a time, so that of many only those are in memory that are being checked.
 class MessageChecker {
 public:
+    /// Is told of a message, and then of those attached inside it, as soon as each is checked; of none that
+    /// was being checked at a stop. On the caller's thread.
+    using Receiver = std::function<void(CheckOutcome)>;
+
     MessageChecker(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                    std::shared_ptr<const RegistrySwitch> mayAskRegistry, std::function<Date()> now);
 
-    /// The report bears the identity `id`. Never throws.
-    CheckOutcome check(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    /// Checks the message there, whose report bears the identity `id`. If there may be several, none is
+    /// checked, and they come back. Never throws, nor do the others.
+    std::shared_ptr<OpenMailbox> check(const MessageSource& source, const UUID& id,
+                                       const std::stop_token& stop, const Receiver& receiver) const;
+    /// Checks this message alone, whatever its file holds and it has attached.
+    void checkAgain(const MessageSource& source, const UUID& id, const std::stop_token& stop,
+                    const Receiver& receiver) const;
 
-    /// What every check begins with: the message in the bytes, or why they are not taken in.
-    static std::variant<MailMessage, Refusal> messageOf(std::string_view bytes, ParseMode mode);
-
-    /// The next one; nothing at the end. Never throws.
-    std::optional<SuppliedMessage> next(MessageSupply& supply, const std::stop_token& stop) const;
+    /// One of several messages.
+    struct Next {
+        Found found;
+        std::size_t number = 0;       ///< its place among all of them, from 1
+        std::uint64_t bytesRead = 0;  ///< of all files, so far
+    };
+    /// The next one; nothing at the end.
+    std::optional<Next> next(OpenMailbox& mailbox, const std::stop_token& stop) const;
     /// How many have been handed out.
-    std::size_t given(const MessageSupply& supply) const;
-    CheckOutcome check(SuppliedMessage message, const UUID& id, const std::stop_token& stop) const;
+    std::size_t given(const OpenMailbox& mailbox) const;
+    void check(Found found, const std::stop_token& stop, const Receiver& receiver) const;
 
 private:
-    CheckOutcome opened(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
-    CheckOutcome openedAgain(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
-    CheckOutcome checked(Found found, const UUID& id, const std::stop_token& stop) const;
-    /// A message whose bytes are there.
-    CheckOutcome checked(const MessageSource& source, const UUID& id, const std::stop_token& stop) const;
+    void walk(Found found, const UUID& id, bool goesInside, const std::stop_token& stop,
+              const Receiver& receiver) const;
+    Found readAgain(const MessageSource& source, const std::stop_token& stop) const;
     ProofReport verified(const MailMessage& message, CheckedMessage& made, const UUID& id,
                          const std::stop_token& stop) const;
 

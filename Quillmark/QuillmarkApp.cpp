@@ -75,8 +75,8 @@ QString stopRemark(const AppModel::Stopped& stopped, const Words& words) {
 }
 
 std::vector<PathStep> pathOf(const CheckedMessage& checked) {
-    const std::string_view head = checked.bytes->view().substr(0, longestHeaderRead);
-    return receivedPath(MailMessage::parse(ByteBuffer(head), checked.mode));
+    const std::string_view head = checked.source.bytes->view().substr(0, longestHeaderRead);
+    return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
 }
 
 /// What was asked and answered, a line each.
@@ -527,11 +527,11 @@ void QuillmarkApp::exportPDF() {
              if (!mailbox.isEmpty()) frame.record.push_back({words("Mailbox"), mailbox});
              if (checked) {
                  frame.record.push_back({words("SHA-256 of the message"),
-                                         QString::fromStdString(sha256(checked->bytes->view()))});
+                                         QString::fromStdString(sha256(checked->source.bytes->view()))});
                  frame.record.push_back(
                      {words("Size"),
                       words("%1 bytes", QString::fromStdString(words.reader.number(
-                                            static_cast<std::int64_t>(checked->bytes->size()))))});
+                                            static_cast<std::int64_t>(checked->source.bytes->size()))))});
                  frame.lookups = lookupsOf(*checked, words);
              }
              return pdfOf(content, frame, words).toStdString();
@@ -571,7 +571,7 @@ void QuillmarkApp::exportEvidence() {
             std::holds_alternative<DomainAge::Status::Skipped>(report->domainAge.status.value)
                 ? Registrations::notAsked
                 : Registrations::asked,
-            {{sha256(checked.bytes->view()), message}});
+            {{sha256(checked.source.bytes->view()), message}});
     });
 }
 

@@ -377,7 +377,7 @@ TEST(AppModel, bytesStayBytes) {
         EXPECT_EQ(row.report->verdict.kind, VerdictKind::verified);
         EXPECT_EQ(row.report->id, row.id);
         const auto made = model.message(row.id).value();
-        EXPECT_EQ(made.bytes->view(), message);
+        EXPECT_EQ(made.source.bytes->view(), message);
         EXPECT_TRUE(made.answers->dns.find("k._domainkey.b.example|TXT"));
     }
     EXPECT_EQ(names(model), (std::vector<std::string>{"promised\uFFFD/../name", "a.eml"}));

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 namespace quillmark {
@@ -15,8 +16,6 @@ namespace {
 
 constexpr std::size_t readAtMost = largestMessage + 1;
 constexpr std::size_t firstRead = std::size_t{64} * 1024;
-
-Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
 
 constexpr int stopWatch = 50;  // milliseconds between looks at a stop
 
@@ -31,6 +30,13 @@ bool waited(int descriptor, const std::stop_token& stop) {
 }
 
 }  // namespace
+
+Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
+
+Refusal unreadable(const std::exception& error) {
+    if (dynamic_cast<const std::bad_alloc*>(&error)) return unreadable(ENOMEM);
+    return {Refusal::Unreadable{error.what()}};
+}
 
 std::optional<Refusal> readOn(int descriptor, bool mayWait, ByteBuffer& bytes, std::size_t limit,
                               const std::stop_token& stop) {
@@ -80,6 +86,7 @@ std::variant<ByteBuffer, Refusal> readFile(const std::string& path, const std::s
 }
 
 std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode) {
+    if (bytes.size() > largestMessage) return Refusal{Refusal::TooLarge{}};
     MailMessage message = MailMessage::parse(std::move(bytes), mode);
     for (const auto* name : {"From", "DKIM-Signature", "Received"}) {
         if (message.first(name)) return message;

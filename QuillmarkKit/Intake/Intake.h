@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -65,6 +66,11 @@ struct Refusal {
     bool operator==(const Refusal&) const = default;
 };
 
+/// The refusal for an error of the system's.
+Refusal unreadable(int error);
+/// The same for what was thrown.
+Refusal unreadable(const std::exception& error);
+
 /// The largest message that is taken in, in bytes.
 constexpr std::size_t largestMessage = 50'000'000;
 
@@ -84,7 +90,7 @@ std::optional<Refusal> readOn(int descriptor, bool mayWait, ByteBuffer& bytes, s
 /// Opens a file for the two above, without waiting for a FIFO's writer. The descriptor or the reason.
 std::variant<int, Refusal> openForReading(const std::string& path);
 
-/// The message in the bytes, if they hold a From, Received or DKIM-Signature field.
+/// The message in the bytes, if they are not too many and hold a From, Received or DKIM-Signature field.
 std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode);
 
 }  // namespace quillmark

@@ -14,6 +14,7 @@
 
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Intake/Containers.h"
+#include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -25,14 +26,6 @@ namespace {
 constexpr std::size_t pieceSize = 4 * longestHead;
 constexpr std::string_view indexEnding = ".msf";
 constexpr std::size_t mostProperties = 1'000'000;  // bytes behind a message with a count in front
-
-Refusal unreadable(int error) { return {Refusal::Unreadable{std::generic_category().message(error)}}; }
-
-/// The last component of a path, as text.
-std::string lastComponent(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-    return repairedUTF8(path.substr(path.rfind('/') + 1));
-}
 
 /// Whether the file begins as a mail program's index of a mailbox does.
 bool isIndex(const std::string& path) {
@@ -260,6 +253,10 @@ std::optional<std::string> MessagePlace::name() const { return withNumbers(*this
 
 std::optional<std::string> MessagePlace::pathName() const {
     return path.empty() ? std::nullopt : withNumbers(*this, repairedUTF8(path));
+}
+
+const MessagePlace& placeOf(const Found& found) {
+    return std::visit([](const auto& each) -> const MessagePlace& { return each.place; }, found);
 }
 
 struct MailboxReader::State {

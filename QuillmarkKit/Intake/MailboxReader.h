@@ -55,6 +55,8 @@ struct FoundProblem {
 };
 
 using Found = std::variant<FoundMessage, FoundProblem>;
+/// Valid as long as what was found.
+const MessagePlace& placeOf(const Found& found);
 
 /// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
 /// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a

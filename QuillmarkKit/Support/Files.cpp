@@ -16,6 +16,8 @@
 #include <thread>
 #include <utility>
 
+#include "QuillmarkKit/Support/Text.h"
+
 namespace quillmark {
 
 namespace fs = std::filesystem;
@@ -103,6 +105,11 @@ void requireWritable(const fs::path& path) {
     const bool isMarked = (status.st_mode & writable) == 0;
     if (isMarked || (::access(path.c_str(), W_OK) != 0 && errno == EACCES))
         throw fs::filesystem_error("cannot write", path, FileFault::readOnly);
+}
+
+std::string lastComponent(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    return repairedUTF8(path.substr(path.rfind('/') + 1));
 }
 
 std::optional<std::string> fileContents(const fs::path& path, std::size_t limit) {

@@ -28,6 +28,9 @@ std::filesystem::path followed(const std::filesystem::path& path);
 /// Throws when there is such a file and we are not to write into it, though it could be replaced.
 void requireWritable(const std::filesystem::path& path);
 
+/// The last component of a path of the system's, as text.
+std::string lastComponent(std::string_view path);
+
 /// The whole of an ordinary file of at most `limit` bytes; nothing when it cannot be read, is larger or is no
 /// ordinary file.
 std::optional<std::string> fileContents(const std::filesystem::path& path, std::size_t limit);
