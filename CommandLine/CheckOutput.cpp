@@ -8,9 +8,9 @@
 #include <system_error>
 #include <utility>
 
-#include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/ReportCSV.h"
+#include "Settings/CurrentTime.h"
 
 namespace quillmark {
 

@@ -8,11 +8,11 @@
 #include <thread>
 #include <utility>
 
-#include "CommandLine/CurrentTime.h"
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
 #include "Wording/HistoryWording.h"
 

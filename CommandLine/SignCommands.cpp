@@ -14,13 +14,13 @@
 #include <variant>
 #include <vector>
 
-#include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Settings/CurrentTime.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 

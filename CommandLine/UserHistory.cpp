@@ -5,9 +5,10 @@
 #include <filesystem>
 #include <utility>
 
-#include "CommandLine/CurrentTime.h"
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/ReportJSON.h"
+#include "Settings/CurrentTime.h"
+#include "Settings/UserFolders.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 
@@ -22,7 +23,7 @@ constexpr int workPerSave = 10;  // how many times as long as a save the run mus
 using Clock = std::chrono::steady_clock;
 
 HistoryFile userHistory(const Reader& reader, std::chrono::seconds patience = FileLock::usualPatience) {
-    return {HistoryFile::defaultLocation("Quillmark"), patience,
+    return {HistoryFile::defaultLocation(dataFolderName), patience,
             [=](const LockHolder& holder) { writeProblem(historyWaits(holder, patience, reader)); }};
 }
 

@@ -23,6 +23,7 @@
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
 #include "WindowBaseline/QtWords.h"
 #include "Wording/HistoryWording.h"
@@ -30,8 +31,6 @@
 namespace {
 
 using namespace quillmark;
-
-constexpr std::string_view folderName = "Quillmark";  // of the command line, too
 
 /// A descriptor that can be read once the session wants the process to end. To be called before there is any
 /// thread, so that all of them leave these signals alone.
@@ -124,9 +123,6 @@ int main(int argc, char** argv) {
     if (!instance.isFirst() && instance.handOver(files)) return 0;
 
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
-    const auto now = [] {
-        return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    };
     AppModel::Surroundings surroundings;
     surroundings.resolver = std::make_shared<DoHResolver>(http);
     const auto ignored = [reader = words.reader](const std::filesystem::path& file) {
@@ -134,9 +130,9 @@ int main(int argc, char** argv) {
     };
     surroundings.registry =
         std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
-    surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(folderName)}; };
+    surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(dataFolderName)}; };
     surroundings.settings = std::make_shared<UserSettingsStore>();
-    surroundings.now = now;
+    surroundings.now = currentTime;
     surroundings.reader = words.reader;
     AppModel model(surroundings);
 
@@ -149,10 +145,11 @@ int main(int argc, char** argv) {
     }
     if (!isFitForSettings(windowFile.toStdString())) windowFile = forgotten.filePath("window.conf");
     QSettings windowSettings(windowFile, QSettings::IniFormat);
-    QuillmarkApp app(model,
-                     {&windowSettings,
-                      [] { return HistoryFile::defaultLocation(folderName).parent_path().string(); }, now},
-                     words);
+    QuillmarkApp app(
+        model,
+        {&windowSettings, [] { return HistoryFile::defaultLocation(dataFolderName).parent_path().string(); },
+         currentTime},
+        words);
     QObject::connect(&instance, &SingleInstance::received, &app, &QuillmarkApp::openFiles);
     QSocketNotifier notifier(ending, QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, &QApplication::quit);

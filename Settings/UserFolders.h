@@ -2,9 +2,13 @@
 
 #include <filesystem>
 #include <optional>
+#include <string_view>
 
 /// The person's folders (XDG base directories), as all programs see them.
 namespace quillmark {
+
+/// That of what is kept from run to run, the history among it, for `HistoryFile::defaultLocation`.
+constexpr std::string_view dataFolderName = "Quillmark";
 
 /// "quillmark" in the folder for what can be fetched again ($XDG_CACHE_HOME, else ~/.cache); nothing when the
 /// environment names no folder.

@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <chrono>
 #include <iostream>
 #include <string_view>
 
@@ -8,6 +7,7 @@
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/CurrentTime.h"
 #include "Settings/StoredSettings.h"
 #include "Settings/UserFolders.h"
 #include "Thunderbird/Host.h"
@@ -28,9 +28,7 @@ int main(int count, char** arguments) {
     if (settings.value_or(AppSettings()).checkDomainAge)
         surroundings.registry =
             std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
-    surroundings.now = [] {
-        return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    };
+    surroundings.now = currentTime;
     surroundings.window = QUILLMARK_WINDOW;
     surroundings.sessionFolder = sessionFolder();
     surroundings.reader = Reader::ofEnvironment();

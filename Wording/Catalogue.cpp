@@ -1,20 +1,9 @@
 #include "Wording/Catalogue.h"
 
+#include "QuillmarkKit/Support/Embedded.h"
 #include "QuillmarkKit/Support/Text.h"
 
-// The compiled catalogue lies in the program as msgfmt wrote it.
-__asm__(
-    ".section .rodata\n"
-    ".global quillmarkGermanBegin\n"
-    ".global quillmarkGermanEnd\n"
-    "quillmarkGermanBegin:\n"
-    ".incbin \"" QUILLMARK_GERMAN
-    "\"\n"
-    "quillmarkGermanEnd:\n"
-    ".byte 0\n"
-    ".previous\n");
-extern "C" const char quillmarkGermanBegin[];  // NOLINT: their ends are known to the assembler only
-extern "C" const char quillmarkGermanEnd[];
+QUILLMARK_EMBED(quillmarkGerman, QUILLMARK_GERMAN);  // as msgfmt wrote it
 
 namespace quillmark {
 
@@ -67,9 +56,7 @@ Language languageOf(std::string_view localeName) {
 
 const Catalogue& catalogueOf(Language language) {
     static const Catalogue english({});
-    static const Catalogue german(
-        // cppcheck-suppress comparePointers; both ends of one object, which the assembler made
-        {quillmarkGermanBegin, static_cast<std::size_t>(quillmarkGermanEnd - quillmarkGermanBegin)});
+    static const Catalogue german(embedded(quillmarkGermanBegin, quillmarkGermanEnd));
     return language == Language::german ? german : english;
 }
 

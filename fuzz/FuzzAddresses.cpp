@@ -4,20 +4,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "QuillmarkKit/Mail/Addresses.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using namespace quillmark;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+using fuzz::require;
 
 std::vector<MailAddress> walked(std::string_view value) {
     std::vector<MailAddress> list;

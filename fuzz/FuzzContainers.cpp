@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,14 +12,12 @@
 #include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using namespace quillmark;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+using fuzz::require;
 
 std::vector<std::string> messages(std::string_view mbox, MailboxForm form, std::size_t pieceSize) {
     std::vector<std::string> list;

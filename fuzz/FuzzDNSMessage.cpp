@@ -1,17 +1,11 @@
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 
 #include "QuillmarkKit/Lookups/DNSMessage.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/Require.h"
 
-namespace {
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
-}  // namespace
+using quillmark::fuzz::require;
 
 /// The first byte chooses the type, the rest is a message in answer to a question for "a.example". Whatever
 /// it holds, reading it ends in an answer within its bounds or in the one error; anything else that is thrown

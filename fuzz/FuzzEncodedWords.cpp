@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -12,14 +11,12 @@
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using namespace quillmark;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+using fuzz::require;
 
 void checkCharset(std::string_view charset, std::string_view bytes) {
     CharsetDecoder decoder;

@@ -4,21 +4,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using namespace quillmark;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+using fuzz::require;
 
 std::string normalized(std::string_view bytes) {
     std::string text;

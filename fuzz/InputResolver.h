@@ -7,6 +7,7 @@
 
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/Require.h"
 
 namespace quillmark::fuzz {
 
@@ -29,9 +30,5 @@ struct InputResolver : DNSResolver {
         return DNSAnswer::records(std::move(data));
     }
 };
-
-inline void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 }  // namespace quillmark::fuzz

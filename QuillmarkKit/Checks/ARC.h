@@ -18,19 +18,13 @@ namespace quillmark {
 struct ARCFinding {
     enum class Reason { brokenStructure, sealSaysFailed, messageSignatureFailed, sealFailed };
     struct Status {
-        struct None {  ///< no forwarder left its mark
-            bool operator==(const None&) const = default;
-        };
-        struct Pass {
-            bool operator==(const Pass&) const = default;
-        };
+        struct None : Unit {};  ///< no forwarder left its mark
+        struct Pass : Unit {};
         struct Fail {
             Reason reason = Reason::brokenStructure;
             bool operator==(const Fail&) const = default;
         };
-        struct Unknown {  ///< a key could not be asked for
-            bool operator==(const Unknown&) const = default;
-        };
+        struct Unknown : Unit {};  ///< a key could not be asked for
         std::variant<None, Pass, Fail, Unknown> value = None{};
         bool operator==(const Status&) const = default;
     };
@@ -48,17 +42,13 @@ struct ARCFinding {
     bool operator==(const ARCFinding&) const = default;
 };
 constexpr auto namesOf(ARCFinding::Reason) {
-    return EnumTable<ARCFinding::Reason, 4>{
-        EnumStyle::wordOrObject,
-        {"brokenStructure", "sealSaysFailed", "messageSignatureFailed", "sealFailed"}};
+    return enumTable<ARCFinding::Reason>(EnumStyle::wordOrObject, {"brokenStructure", "sealSaysFailed",
+                                                                   "messageSignatureFailed", "sealFailed"});
 }
 constexpr auto casesOf(const ARCFinding::Status*) { return std::array{"none", "pass", "fail", "unknown"}; }
-constexpr auto fieldsOf(const ARCFinding::Status::None*) { return std::tuple{}; }
-constexpr auto fieldsOf(const ARCFinding::Status::Pass*) { return std::tuple{}; }
 constexpr auto fieldsOf(const ARCFinding::Status::Fail*) {
     return std::tuple{Field{"_0", &ARCFinding::Status::Fail::reason}};
 }
-constexpr auto fieldsOf(const ARCFinding::Status::Unknown*) { return std::tuple{}; }
 constexpr auto fieldsOf(const ARCFinding::Hop*) {
     using T = ARCFinding::Hop;
     return std::tuple{Field{"instance", &T::instance}, Field{"sealer", &T::sealer},

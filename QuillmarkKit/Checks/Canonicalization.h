@@ -21,7 +21,7 @@ namespace quillmark {
 
 enum class Canonicalization { simple, relaxed };
 constexpr auto namesOf(Canonicalization) {
-    return EnumTable<Canonicalization, 2>{EnumStyle::word, {"simple", "relaxed"}};
+    return enumTable<Canonicalization>(EnumStyle::word, {"simple", "relaxed"});
 }
 
 /// The header's and the body's.

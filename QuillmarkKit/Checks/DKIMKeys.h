@@ -15,7 +15,7 @@ namespace quillmark {
 /// The signature algorithms of DKIM (RFC 6376, section 3.3; RFC 8463).
 enum class SignatureAlgorithm { rsaSHA256, rsaSHA1, ed25519SHA256 };
 constexpr auto namesOf(SignatureAlgorithm) {
-    return EnumTable<SignatureAlgorithm, 3>{EnumStyle::word, {"rsa-sha256", "rsa-sha1", "ed25519-sha256"}};
+    return enumTable<SignatureAlgorithm>(EnumStyle::word, {"rsa-sha256", "rsa-sha1", "ed25519-sha256"});
 }
 /// The algorithm with exactly this `a=` value.
 std::optional<SignatureAlgorithm> signatureAlgorithm(std::string_view name);

@@ -18,7 +18,7 @@ namespace quillmark {
 
 enum class AlignmentMode { relaxed, strict };
 constexpr auto namesOf(AlignmentMode) {
-    return EnumTable<AlignmentMode, 2>{EnumStyle::word, {"relaxed", "strict"}};
+    return enumTable<AlignmentMode>(EnumStyle::word, {"relaxed", "strict"});
 }
 
 /// Whether what was proven belongs to the domain in From, and what its owner asks of receivers (RFC 7489).
@@ -40,8 +40,8 @@ struct DMARCFinding {
     bool operator==(const DMARCFinding&) const = default;
 };
 constexpr auto namesOf(DMARCFinding::Status) {
-    return EnumTable<DMARCFinding::Status, 5>{EnumStyle::object,
-                                              {"pass", "fail", "noPolicy", "lookupFailed", "noFromDomain"}};
+    return enumTable<DMARCFinding::Status>(EnumStyle::object,
+                                           {"pass", "fail", "noPolicy", "lookupFailed", "noFromDomain"});
 }
 constexpr auto fieldsOf(const DMARCFinding*) {
     using T = DMARCFinding;

@@ -153,11 +153,11 @@ private:
     Outcome redirect(std::string_view target, const std::string& domain, int depth);
 
     Decision countLookup() {
-        if (++m_state.lookups <= mostLookups) return std::nullopt;
+        if (++m_lookups <= mostLookups) return std::nullopt;
         return permerror("more than 10 DNS lookups");
     }
     Decision countVoidLookup() {
-        if (++m_state.voids <= mostVoidLookups) return std::nullopt;
+        if (++m_voids <= mostVoidLookups) return std::nullopt;
         return permerror("more than 2 empty lookups");
     }
     DNSAnswer lookup(const std::string& name, DNSRecordType type) {
@@ -173,7 +173,8 @@ private:
     const std::string_view m_sender, m_helo;
     std::string_view m_localPart, m_senderDomain;  // the first and the last piece of the sender between "@"
     const std::stop_token m_stop;
-    SPFEvaluator::State m_state;
+    int m_lookups = 0;  // terms that cost a lookup, included and redirected records counted in
+    int m_voids = 0;    // lookups that came back empty
     /// Names that hold the local part of an international address, which is no label of DNS: they match
     /// nothing (RFC 8616, section 4).
     std::set<std::string, std::less<>> m_unanswerable = {};
@@ -219,7 +220,7 @@ Decision Evaluation::decide(const Mechanism& mechanism, const std::string& domai
     if (name == "include") return decideInclude(mechanism, domain, depth);
     if (name == "exists") return decideExists(mechanism, domain);
     if (name == "ptr") {
-        ++m_state.lookups;  // a later term meets the limit
+        ++m_lookups;  // a later term meets the limit
         return std::nullopt;
     }
     return permerror("unknown mechanism " + std::string(mechanism.term));

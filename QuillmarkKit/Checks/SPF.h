@@ -18,8 +18,8 @@ namespace quillmark {
 /// The outcome of an SPF check (RFC 7208, section 2.6).
 enum class SPFResult { pass, fail, softfail, neutral, none, permerror, temperror };
 constexpr auto namesOf(SPFResult) {
-    return EnumTable<SPFResult, 7>{EnumStyle::word,
-                                   {"pass", "fail", "softfail", "neutral", "none", "permerror", "temperror"}};
+    return enumTable<SPFResult>(EnumStyle::word,
+                                {"pass", "fail", "softfail", "neutral", "none", "permerror", "temperror"});
 }
 
 /// Whether the server that handed the message over may send for the envelope's domain (RFC 7208).
@@ -29,12 +29,8 @@ struct SPFFinding {
             SPFResult result = SPFResult::none;
             bool operator==(const Judged&) const = default;
         };
-        struct NoEnvelopeSender {
-            bool operator==(const NoEnvelopeSender&) const = default;
-        };
-        struct NoSenderIP {
-            bool operator==(const NoSenderIP&) const = default;
-        };
+        struct NoEnvelopeSender : Unit {};
+        struct NoSenderIP : Unit {};
         std::variant<Judged, NoEnvelopeSender, NoSenderIP> value = NoSenderIP{};
         bool operator==(const Status&) const = default;
     };
@@ -51,8 +47,6 @@ constexpr auto casesOf(const SPFFinding::Status*) {
 constexpr auto fieldsOf(const SPFFinding::Status::Judged*) {
     return std::tuple{Field{"_0", &SPFFinding::Status::Judged::result}};
 }
-constexpr auto fieldsOf(const SPFFinding::Status::NoEnvelopeSender*) { return std::tuple{}; }
-constexpr auto fieldsOf(const SPFFinding::Status::NoSenderIP*) { return std::tuple{}; }
 constexpr auto fieldsOf(const SPFFinding*) {
     using T = SPFFinding;
     return std::tuple{Field{"status", &T::status}, Field{"domain", &T::domain}, Field{"ip", &T::ip},
@@ -76,11 +70,6 @@ struct SPFEvaluator {
         std::optional<std::string> detail = {};   ///< why no term decided
         std::optional<Decider> decider = {};      ///< there with `matched`
         bool operator==(const Outcome&) const = default;
-    };
-    /// What one evaluation has used up, included and redirected records counted in.
-    struct State {
-        int lookups = 0;  ///< terms that cost a lookup
-        int voids = 0;    ///< lookups that came back empty
     };
 
     DNSResolver& resolver;

@@ -31,45 +31,44 @@ public:
 /// in or name nothing (a domain or selector that is none or that DNS cannot hold, a header name with ";", a
 /// line end anywhere …) or when the key cannot make signatures that hold: an RSA key below 1024 bits, a
 /// damaged one.
-struct Signer {
-    Signer() = delete;
+namespace Signer {
 
-    struct Options {
-        std::string domain = {};                      ///< `d=`
-        std::string selector = {};                    ///< `s=`
-        std::vector<std::string> headers = {};        ///< `h=`; From must be among them
-        std::optional<std::int64_t> bodyLength = {};  ///< `l=`, canonical bytes; may exceed the body
-        std::optional<std::int64_t> time = {};        ///< `t=`, seconds since 1970
-        CanonicalizationPair canonicalization = {Canonicalization::relaxed, Canonicalization::relaxed};
-    };
-
-    struct ARCOptions {
-        std::string domain = {};                ///< `d=`
-        std::string selector = {};              ///< `s=`
-        std::string results = {};               ///< what was found: an authserv-id, then "; method=result …"
-        std::optional<std::int64_t> time = {};  ///< `t=`, seconds since 1970
-        /// `cv=`: "none", "pass" or "fail". When absent, "none" for the first set and "pass" for later ones:
-        /// nobody looks whether the chain holds.
-        std::optional<std::string> chain = {};
-    };
-
-    /// The three fields of a new ARC set.
-    struct ARCFields {
-        std::string results = {}, messageSignature = {}, seal = {};
-    };
-
-    /// The TXT record that publishes the key (RFC 6376, section 3.6.1), for the name
-    /// `<selector>._domainkey.<domain>`.
-    static std::string keyRecord(const SigningKey& key);
-
-    /// A DKIM-Signature field. A message without a body is signed as one with an empty body.
-    static std::string dkimSignature(const MailMessage& message, const Options& options,
-                                     const SigningKey& key);
-
-    /// A new ARC set on top of those the message has; its instance is one more than that of the highest
-    /// ARC-Seal. Throws `UnsealableMessage` when one has the instance 50 or more, or when there is no From
-    /// field that could be signed.
-    static ARCFields arcSet(const MailMessage& message, const ARCOptions& options, const SigningKey& key);
+struct Options {
+    std::string domain = {};                      ///< `d=`
+    std::string selector = {};                    ///< `s=`
+    std::vector<std::string> headers = {};        ///< `h=`; From must be among them
+    std::optional<std::int64_t> bodyLength = {};  ///< `l=`, canonical bytes; may exceed the body
+    std::optional<std::int64_t> time = {};        ///< `t=`, seconds since 1970
+    CanonicalizationPair canonicalization = {Canonicalization::relaxed, Canonicalization::relaxed};
 };
+
+struct ARCOptions {
+    std::string domain = {};                ///< `d=`
+    std::string selector = {};              ///< `s=`
+    std::string results = {};               ///< what was found: an authserv-id, then "; method=result …"
+    std::optional<std::int64_t> time = {};  ///< `t=`, seconds since 1970
+    /// `cv=`: "none", "pass" or "fail". When absent, "none" for the first set and "pass" for later ones:
+    /// nobody looks whether the chain holds.
+    std::optional<std::string> chain = {};
+};
+
+/// The three fields of a new ARC set.
+struct ARCFields {
+    std::string results = {}, messageSignature = {}, seal = {};
+};
+
+/// The TXT record that publishes the key (RFC 6376, section 3.6.1), for the name
+/// `<selector>._domainkey.<domain>`.
+std::string keyRecord(const SigningKey& key);
+
+/// A DKIM-Signature field. A message without a body is signed as one with an empty body.
+std::string dkimSignature(const MailMessage& message, const Options& options, const SigningKey& key);
+
+/// A new ARC set on top of those the message has; its instance is one more than that of the highest
+/// ARC-Seal. Throws `UnsealableMessage` when one has the instance 50 or more, or when there is no From
+/// field that could be signed.
+ARCFields arcSet(const MailMessage& message, const ARCOptions& options, const SigningKey& key);
+
+}  // namespace Signer
 
 }  // namespace quillmark

@@ -27,14 +27,14 @@ enum class VerdictKind {
     cannotProve,
 };
 constexpr auto namesOf(VerdictKind) {
-    return EnumTable<VerdictKind, 8>{EnumStyle::word,
-                                     {"verified", "verifiedHeadersOnly", "signedByOther", "signatureBroken",
-                                      "keyGone", "couldNotCheck", "allowedServerOnly", "cannotProve"}};
+    return enumTable<VerdictKind>(
+        EnumStyle::word, {"verified", "verifiedHeadersOnly", "signedByOther", "signatureBroken", "keyGone",
+                          "couldNotCheck", "allowedServerOnly", "cannotProve"});
 }
 
 enum class Tone { good, caution, bad, unknown };
 constexpr auto namesOf(Tone) {
-    return EnumTable<Tone, 4>{EnumStyle::word, {"good", "caution", "bad", "unknown"}};
+    return enumTable<Tone>(EnumStyle::word, {"good", "caution", "bad", "unknown"});
 }
 
 /// What can be said about who sent the message.
@@ -56,9 +56,8 @@ constexpr auto fieldsOf(const Verdict*) {
 /// What the checks cannot prove.
 enum class Limit { domainNotCompany, compromisedMailbox, oldKeys, forwarding, spfFromReceived, headersOnly };
 constexpr auto namesOf(Limit) {
-    return EnumTable<Limit, 6>{EnumStyle::word,
-                               {"domainNotCompany", "compromisedMailbox", "oldKeys", "forwarding",
-                                "spfFromReceived", "headersOnly"}};
+    return enumTable<Limit>(EnumStyle::word, {"domainNotCompany", "compromisedMailbox", "oldKeys",
+                                              "forwarding", "spfFromReceived", "headersOnly"});
 }
 
 /// What can be said about who sent the message. The first rule that applies wins, from a checked signature of

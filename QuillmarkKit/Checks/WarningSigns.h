@@ -40,9 +40,7 @@ struct LookAlikeFlag {
         int days = 0;  ///< from the registration to the check, in whole days
         bool operator==(const YoungDomain&) const = default;
     };
-    struct MultipleFrom {
-        bool operator==(const MultipleFrom&) const = default;
-    };
+    struct MultipleFrom : Unit {};
     std::variant<ReplyToDiffers, DisplayNameMismatch, Punycode, MixedScripts, YoungDomain, MultipleFrom>
         value = MultipleFrom{};
     bool operator==(const LookAlikeFlag&) const = default;
@@ -71,7 +69,6 @@ constexpr auto fieldsOf(const LookAlikeFlag::YoungDomain*) {
     return std::tuple{Field{"domain", &T::domain}, Field{"registered", &T::registered},
                       Field{"days", &T::days}};
 }
-constexpr auto fieldsOf(const LookAlikeFlag::MultipleFrom*) { return std::tuple{}; }
 
 /// The signs that the message itself shows, in the order of `LookAlikeFlag`'s rules: several senders, a reply
 /// that goes to another organization, a name that shows another organization's domain, then for each

@@ -128,7 +128,7 @@ enum class FromQuoting {
     full,   ///< and before such lines that had been quoted already
 };
 constexpr auto namesOf(FromQuoting) {
-    return EnumTable<FromQuoting, 3>{EnumStyle::word, {"none", "plain", "full"}};
+    return enumTable<FromQuoting>(EnumStyle::word, {"none", "plain", "full"});
 }
 
 /// Which readings of a message in an mbox its signatures fit.

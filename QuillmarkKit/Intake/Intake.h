@@ -10,6 +10,7 @@
 
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/ByteBuffer.h"
+#include "QuillmarkKit/Support/Fields.h"
 
 /// From the bytes of a file or a paste to the message in them, or the reason why there is none, as a value.
 namespace quillmark {
@@ -35,32 +36,20 @@ struct Refusal {
         std::string reason = {};  ///< the system's words
         bool operator==(const Unreadable&) const = default;
     };
-    struct TooLarge {
-        bool operator==(const TooLarge&) const = default;
-    };
-    struct NotAnEmail {
-        bool operator==(const NotAnEmail&) const = default;
-    };
+    struct TooLarge : Unit {};
+    struct NotAnEmail : Unit {};
     /// A mail program's own format that keeps a message taken to pieces: what was signed is not in it.
-    struct Converted {
-        bool operator==(const Converted&) const = default;
-    };
+    struct Converted : Unit {};
     struct Packed {
         PackedForm form = PackedForm::zip;
         bool operator==(const Packed&) const = default;
     };
     /// A folder in which there is no file that could hold a message, or a mailbox without messages.
-    struct EmptyFolder {
-        bool operator==(const EmptyFolder&) const = default;
-    };
+    struct EmptyFolder : Unit {};
     /// Not all of the messages attached inside a message were taken in: see `AttachedMessages`.
-    struct AttachedLeftOut {
-        bool operator==(const AttachedLeftOut&) const = default;
-    };
+    struct AttachedLeftOut : Unit {};
     /// Where a message was found there is another now, or none.
-    struct Moved {
-        bool operator==(const Moved&) const = default;
-    };
+    struct Moved : Unit {};
     std::variant<Unreadable, TooLarge, NotAnEmail, Converted, Packed, EmptyFolder, AttachedLeftOut, Moved>
         value = NotAnEmail{};
     bool operator==(const Refusal&) const = default;

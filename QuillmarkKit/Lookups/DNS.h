@@ -13,6 +13,8 @@
 #include <variant>
 #include <vector>
 
+#include "QuillmarkKit/Support/Fields.h"
+
 namespace quillmark {
 
 /// The record types that a check asks for, by their DNS type code (RFC 1035, RFC 3596).
@@ -32,13 +34,9 @@ struct DNSAnswer {
         bool operator==(const Records&) const = default;
     };
     /// The name exists but has no record of the asked type.
-    struct NoData {
-        bool operator==(const NoData&) const = default;
-    };
+    struct NoData : Unit {};
     /// The name does not exist.
-    struct NXDomain {
-        bool operator==(const NXDomain&) const = default;
-    };
+    struct NXDomain : Unit {};
     std::variant<Records, NoData, NXDomain> value = NoData{};
     bool isValidated = false;  ///< the service said that it validated the answer (DNSSEC, its AD flag)
     /// Compares what was answered alone.

@@ -10,16 +10,32 @@ namespace quillmark {
 
 namespace {
 
+/// The members that must be what they should be; all others are passed over.
+struct Reply {
+    struct RR {
+        int type = 0;
+        std::optional<std::string> data = {};
+    };
+    int status = 0;
+    std::optional<std::vector<RR>> answer = {};
+};
+constexpr auto fieldsOf(const Reply::RR*) {
+    return std::tuple{Field{"type", &Reply::RR::type}, Field{"data", &Reply::RR::data}};
+}
+constexpr auto fieldsOf(const Reply*) {
+    return std::tuple{Field{"Status", &Reply::status}, Field{"Answer", &Reply::answer}};
+}
+
 constexpr int noError = 0, serverFailure = 2, nameError = 3;
 
-bool isBounded(const DoHReply::Reply& reply) {
+bool isBounded(const Reply& reply) {
     if (!reply.answer) return true;
     const auto isShort = [](const auto& rr) { return !rr.data || rr.data->size() <= DoHReply::dataLimit; };
     return reply.answer->size() <= DoHReply::recordLimit && std::ranges::all_of(*reply.answer, isShort);
 }
 
 struct Decoded {
-    DoHReply::Reply reply = {};
+    Reply reply = {};
     bool isValidated = false;
 };
 
@@ -27,7 +43,7 @@ Decoded decodedReply(std::string_view json) {
     const DNSLookupError unreadable("unreadable answer");  // what exactly is wrong with it helps nobody
     try {
         const JSON document = parsedJSON(json, DoHReply::bodyLimit);
-        Decoded all{.reply = decoded<DoHReply::Reply>(document)};
+        Decoded all{.reply = decoded<Reply>(document)};
         // A mark beside the answer: one that can't be read must not take the answer away.
         if (const auto mark = document.find("AD"); mark != document.end())
             all.isValidated = mark->is_boolean() && mark->get<bool>();

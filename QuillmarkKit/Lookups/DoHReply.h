@@ -14,19 +14,7 @@ namespace quillmark {
 
 /// What one DNS-over-HTTPS service replied, as JSON.
 struct DoHReply {
-    /// The members that must be what they should be; all others are passed over.
-    struct Reply {
-        struct RR {
-            int type = 0;
-            std::optional<std::string> data = {};
-        };
-        int status = 0;
-        std::optional<std::vector<RR>> answer = {};
-    };
-
-    struct Servfail {
-        bool operator==(const Servfail&) const = default;
-    };
+    struct Servfail : Unit {};
     std::variant<DNSAnswer, Servfail> value = Servfail{};
     bool operator==(const DoHReply&) const = default;
 
@@ -37,15 +25,6 @@ struct DoHReply {
     /// answer", or "DNS status 5" for a status (RFC 1035, section 4.1.1) that is none of 0, 2 and 3.
     static DoHReply parse(std::string_view json, DNSRecordType type);
 };
-
-constexpr auto fieldsOf(const DoHReply::Reply::RR*) {
-    using T = DoHReply::Reply::RR;
-    return std::tuple{Field{"type", &T::type}, Field{"data", &T::data}};
-}
-constexpr auto fieldsOf(const DoHReply::Reply*) {
-    using T = DoHReply::Reply;
-    return std::tuple{Field{"Status", &T::status}, Field{"Answer", &T::answer}};
-}
 
 /// The data of one TXT record, the presentation form (RFC 1035, section 5.1) undone: `"v=DKIM1; " "p=\059"`
 /// is `v=DKIM1; p=;`. Text without a double quote stays as it is; what stands outside quotes and a string

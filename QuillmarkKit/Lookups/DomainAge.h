@@ -17,16 +17,12 @@ struct DomainAge {
             Date registered = {};
             bool operator==(const Known&) const = default;
         };
-        struct NotPublished {
-            bool operator==(const NotPublished&) const = default;
-        };
+        struct NotPublished : Unit {};
         struct Unavailable {
             std::string reason = {};
             bool operator==(const Unavailable&) const = default;
         };
-        struct Skipped {
-            bool operator==(const Skipped&) const = default;
-        };
+        struct Skipped : Unit {};
         std::variant<Known, NotPublished, Unavailable, Skipped> value = Skipped{};
         bool operator==(const Status&) const = default;
     };
@@ -40,11 +36,9 @@ constexpr auto casesOf(const DomainAge::Status*) {
 constexpr auto fieldsOf(const DomainAge::Status::Known*) {
     return std::tuple{Field{"_0", &DomainAge::Status::Known::registered}};
 }
-constexpr auto fieldsOf(const DomainAge::Status::NotPublished*) { return std::tuple{}; }
 constexpr auto fieldsOf(const DomainAge::Status::Unavailable*) {
     return std::tuple{Field{"_0", &DomainAge::Status::Unavailable::reason}};
 }
-constexpr auto fieldsOf(const DomainAge::Status::Skipped*) { return std::tuple{}; }
 constexpr auto fieldsOf(const DomainAge*) {
     using T = DomainAge;
     return std::tuple{Field{"domain", &T::domain}, Field{"status", &T::status}};

@@ -11,13 +11,13 @@
 namespace quillmark {
 
 /// RFC 2047 encoded words: =?charset?B or Q?text?=
-struct EncodedWords {
-    EncodedWords() = delete;
+namespace EncodedWords {
 
-    /// `text` with every encoded word decoded; one that cannot be decoded stays as written. White space
-    /// between two encoded words goes. The result may hold any character, line ends and controls included.
-    static std::string decode(std::string_view text);
-};
+/// `text` with every encoded word decoded; one that cannot be decoded stays as written. White space
+/// between two encoded words goes. The result may hold any character, line ends and controls included.
+std::string decode(std::string_view text);
+
+}  // namespace EncodedWords
 
 /// What the first address of a field, or the field around its addresses, holds besides: what somebody could
 /// take for the sender though `MailAddress` says nothing of it. Views of the field's value; empty where there

@@ -13,13 +13,13 @@
 namespace quillmark {
 
 /// Operations on bytes.
-struct Bytes {
-    Bytes() = delete;
+namespace Bytes {
 
-    /// Every line end (CR LF, a lone CR, a lone LF) becomes CR LF. Bytes in which every line already ends so
-    /// are given back in the buffer they came in.
-    static ByteBuffer normalizedLineEnds(ByteBuffer bytes);
-};
+/// Every line end (CR LF, a lone CR, a lone LF) becomes CR LF. Bytes in which every line already ends so
+/// are given back in the buffer they came in.
+ByteBuffer normalizedLineEnds(ByteBuffer bytes);
+
+}  // namespace Bytes
 
 /// One header field (RFC 5322, section 2.2): a view, valid while any copy of its message lives.
 struct HeaderField {

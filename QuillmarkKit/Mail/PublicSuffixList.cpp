@@ -4,24 +4,11 @@
 #include <bit>
 #include <utility>
 
+#include "QuillmarkKit/Support/Embedded.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 
-// The list lies in the program as it stands in the file.
-__asm__(
-    ".section .rodata\n"
-    ".hidden quillmarkPublicSuffixListBegin\n"
-    ".hidden quillmarkPublicSuffixListEnd\n"
-    ".global quillmarkPublicSuffixListBegin\n"
-    ".global quillmarkPublicSuffixListEnd\n"
-    "quillmarkPublicSuffixListBegin:\n"
-    ".incbin \"" QUILLMARK_PUBLIC_SUFFIX_LIST
-    "\"\n"
-    "quillmarkPublicSuffixListEnd:\n"
-    ".byte 0\n"
-    ".previous\n");
-extern "C" const char quillmarkPublicSuffixListBegin[];  // NOLINT: their ends are known to the assembler only
-extern "C" const char quillmarkPublicSuffixListEnd[];
+QUILLMARK_EMBED(quillmarkPublicSuffixList, QUILLMARK_PUBLIC_SUFFIX_LIST);
 
 namespace quillmark {
 
@@ -74,10 +61,7 @@ std::string withoutEmptyLabels(std::string_view name) {
 
 const PublicSuffixList& PublicSuffixList::shared() {
     static const PublicSuffixList list = [] {
-        const auto size =
-            // cppcheck-suppress comparePointers; both ends of one object, which the assembler made
-            static_cast<std::size_t>(quillmarkPublicSuffixListEnd - quillmarkPublicSuffixListBegin);
-        const std::string_view text(quillmarkPublicSuffixListBegin, size);
+        const auto text = embedded(quillmarkPublicSuffixListBegin, quillmarkPublicSuffixListEnd);
         PublicSuffixList read;
         read.read(text.empty() ? "com\nnet\norg" : text);
         return read;

@@ -20,9 +20,7 @@ namespace quillmark {
 struct SenderIP {
     /// Which line the address was taken from.
     struct Source {
-        struct ReceivedSPF {
-            bool operator==(const ReceivedSPF&) const = default;
-        };
+        struct ReceivedSPF : Unit {};
         struct Received {
             std::optional<std::string> by = {};  ///< the host that wrote the line
             bool operator==(const Received&) const = default;
@@ -36,7 +34,6 @@ struct SenderIP {
     bool operator==(const SenderIP&) const = default;
 };
 constexpr auto casesOf(const SenderIP::Source*) { return std::array{"receivedSPF", "received"}; }
-constexpr auto fieldsOf(const SenderIP::Source::ReceivedSPF*) { return std::tuple{}; }
 constexpr auto fieldsOf(const SenderIP::Source::Received*) {
     return std::tuple{Field{"by", &SenderIP::Source::Received::by}};
 }

@@ -2,9 +2,11 @@
 
 #include <array>
 #include <compare>
+#include <concepts>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -49,6 +51,19 @@ struct EnumTable {
     EnumStyle style;
     std::array<const char*, count> names;
 };
+template <typename Enum, std::size_t count>
+constexpr EnumTable<Enum, count> enumTable(EnumStyle style, const char* const (&names)[count]) {
+    return {style, std::to_array(names)};
+}
+
+/// A case without values: `struct Missing : Unit {};`.
+struct Unit {
+    bool operator==(const Unit&) const = default;
+};
+template <std::derived_from<Unit> T>
+constexpr auto fieldsOf(const T*) {
+    return std::tuple{};
+}
 
 /// The written name of an enumerator.
 template <typename Enum>
