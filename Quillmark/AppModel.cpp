@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <iterator>
+#include <ranges>
 #include <utility>
 #include <variant>
 
+#include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -22,6 +22,19 @@ constexpr std::size_t checksAtOnce = 8;
 constexpr std::chrono::milliseconds turnOfReading{100};
 /// What is read at most, in bytes, only to say how many messages a mailbox holds that was stopped.
 constexpr std::uint64_t mostReadToCount = 1'000'000'000;
+/// Files of one drop that are read at the drop, all together, in bytes: so little takes no time.
+constexpr std::uintmax_t mostReadAtDrop = 16'000'000;
+
+/// Whether a file is a mailbox of more than one message.
+bool holdsSeveral(std::string_view file) {
+    const auto begin = mailboxBegin(file.substr(0, longestHead));
+    if (!begin) return false;
+    MailboxSplitter splitter(begin->form);
+    splitter.add(file.substr(begin->offset));
+    splitter.end();
+    const auto first = splitter.next();
+    return first && !first->isOnly;
+}
 
 }  // namespace
 
@@ -39,7 +52,7 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
     if (!m_settings.onboardingDone) m_sheet = Sheet::welcome;
     connect(&m_mailbox, &Mailbox::emptied, this, &AppModel::takeOutcomes);
     connect(&m_history, &HistoryKeeper::changed, this, [this] {
-        select(m_selection);  // which may have gone
+        select(selection());  // which may have gone
         emit historyChanged();
     });
     connect(&m_history, &HistoryKeeper::failed, this, &AppModel::showProblem);
@@ -57,20 +70,6 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
 }
 
 AppModel::~AppModel() { finish(); }
-
-std::size_t AppModel::HashOfID::operator()(const UUID& id) const {
-    std::size_t hash = 0;
-    std::memcpy(&hash, id.bytes.data(), sizeof hash);
-    return hash;
-}
-
-const AppModel::Row* AppModel::row(const UUID& id) const {
-    if (m_positions.empty()) {
-        for (std::size_t i = 0; i < m_session.size(); ++i) m_positions.emplace(m_session[i].id, i);
-    }
-    const auto found = m_positions.find(id);
-    return found != m_positions.end() ? &m_session[found->second] : nullptr;
-}
 
 SharedReport AppModel::report(const UUID& id) const {
     const Row* found = row(id);
@@ -112,6 +111,31 @@ void AppModel::openFiles(std::vector<std::string> paths) {
     takeIn(std::move(sources));
 }
 
+void AppModel::openDropped(const std::vector<std::string>& paths) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    std::uintmax_t size = 0;
+    for (const std::string& path : paths) {
+        if (fs::is_regular_file(path, error))
+            size += std::min(fs::file_size(path, error), mostReadAtDrop + 1);
+        if (size > mostReadAtDrop) return openFiles(paths);
+    }
+    std::vector<std::string> others;  // folders, mailboxes, devices, and what cannot be read
+    std::vector<std::pair<std::string, ByteBuffer>> read;
+    for (const std::string& path : paths) {
+        auto bytes = fs::is_regular_file(path, error) ? readFile(path) : Refusal{};
+        auto* buffer = std::get_if<ByteBuffer>(&bytes);
+        if (buffer && !holdsSeveral(buffer->view())) {
+            read.emplace_back(lastComponent(path), std::move(*buffer));
+        } else {
+            others.push_back(path);
+        }
+    }
+    if (!others.empty()) openFiles(std::move(others));
+    // The newest intake stands on top: the first file comes last.
+    for (auto& [name, bytes] : std::views::reverse(read)) checkData(std::move(bytes), std::move(name));
+}
+
 UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
     if (name) name = repairedUTF8(*name);
     return takeIn({{.place = {.file = std::move(name)},
@@ -133,35 +157,27 @@ std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
 
 void AppModel::refuse(std::string_view line) {
     showProblem(line);
-    m_selection = std::nullopt;
-    m_refusal = m_problem;
+    m_session.refuse(*m_problem);
     emit selectionChanged();
 }
 
 UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     dismissProblem();
     if (sources.empty() || m_isFinished) return {};
-    m_selectedBefore = m_selection;
-    ++m_intake;
     std::vector<Row> rows;
-    rows.reserve(sources.size());
-    for (const MessageSource& source : sources) {
-        rows.push_back(
-            {.id = UUID::random(), .name = source.place.file, .isRunning = true, .intake = m_intake});
-    }
-    m_session.insert(m_session.begin(), rows.begin(), rows.end());
     std::vector<Workers::Job> jobs;
-    jobs.reserve(rows.size());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        jobs.push_back(check(rows[i].id, std::move(sources[i]), begin(rows[i].id, rows[i].id)));
+    for (MessageSource& source : sources) {
+        const UUID id = UUID::random();
+        rows.push_back({.id = id, .name = source.place.file, .isRunning = true});
+        jobs.push_back(check(id, std::move(source), begin(id, id)));
+    }
+    const UUID first = rows.front().id;
+    m_session.takeIn(std::move(rows));
     m_workers.add(std::move(jobs));
-    m_selection = rows.front().id;
-    m_refusal = std::nullopt;
-    m_positions.clear();
     emit sessionChanged();
     emit selectionChanged();
     emit progressChanged();
-    return rows.front().id;
+    return first;
 }
 
 void AppModel::recheck(UUID id) {
@@ -174,7 +190,7 @@ void AppModel::recheck(UUID id) {
     m_workers.add([this, check, source = m_messages.find(id)->source, stop] {
         m_checker.checkAgain(source, check, stop, receiver(check));
     });
-    change({{id, std::move(again)}});
+    change(Session::Changes{{id, std::move(again)}});
     emit progressChanged();
 }
 
@@ -242,12 +258,11 @@ void AppModel::takeOutcomes() {
         if (found != m_running.end() && --found->second.readers == 0) endCheck(check, burst);
     }
     if (burst.changes.empty() && !burst.hasReports && burst.problem.number == 0) return;
-    const auto selected = m_selection;
-    for (auto& [mailbox, rows] : burst.found) insertRows(mailbox, std::move(rows));
-    apply(burst.changes, burst.refusals);
-    m_history.add(burst.reports, burst.saved);  // before anybody is told, who might quit
-    emit sessionChanged();
-    if (m_selection != selected) emit selectionChanged();
+    change([&](Session& session) {
+        for (auto& [mailbox, rows] : burst.found) session.insert(mailbox, std::move(rows));
+        session.apply(burst.changes, burst.refusals);
+        m_history.add(burst.reports, burst.saved);  // before anybody is told, who might quit
+    });
     if (burst.problem.number > 0) showIntakeProblem(burst.problem);
     emit progressChanged();
 }
@@ -281,18 +296,14 @@ void AppModel::takeReport(const Running& running, Piece& piece, Burst& burst) {
         burst.tell(running.number, historyNotKept(name, m_reader));
     }
     if (piece.number == 0 && piece.outcome.isOutermost) {
-        m_session[static_cast<std::size_t>(row(running.row) - m_session.data())].report = checked.report;
+        m_session.setReport(running.row, checked.report);
         if (running.row != id) m_messages.drop(running.row);
     } else {
         ++m_progress.found;
         std::vector<std::size_t> position = std::move(piece.outcome.place.attached);
         position.insert(position.begin(), piece.number);
-        burst.found[running.row].push_back({.id = id,
-                                            .name = name,
-                                            .report = checked.report,
-                                            .intake = row(running.row)->intake,
-                                            .mailbox = running.row,
-                                            .position = std::move(position)});
+        burst.found[running.row].push_back(
+            {.id = id, .name = name, .report = checked.report, .position = std::move(position)});
     }
     m_messages.keep(id, std::move(checked.message));
 }
@@ -307,25 +318,11 @@ void AppModel::endCheck(const UUID& check, Burst& burst) {
         const bool isTold = done.refused == 1;  // the one that was refused has its own line already
         const std::string line = isTold ? done.refusal : noMessageLine(own.name.value_or(""), m_reader);
         if (!isTold) burst.tell(done.number, line);
-        burst.refusals.emplace(done.row, line);
+        burst.refusals.emplace(done.row, forDisplay(line));
     } else {
         own.id = check;  // which has a report now
     }
     burst.changes.emplace(done.row, withoutCheck(std::move(own)));
-}
-
-void AppModel::insertRows(const UUID& mailbox, std::vector<Row> rows) {
-    std::ranges::sort(rows, {}, &Row::position);
-    const auto own = m_session.begin() + (row(mailbox) - m_session.data());
-    own->found += rows.size();
-    const auto end =
-        std::find_if(own + 1, m_session.end(), [&](const Row& each) { return each.mailbox != mailbox; });
-    const auto first = own + 1 - m_session.begin(), count = end - (own + 1);
-    const auto added = static_cast<std::ptrdiff_t>(rows.size());
-    m_session.insert(end, std::make_move_iterator(rows.begin()), std::make_move_iterator(rows.end()));
-    const auto begin = m_session.begin() + first;
-    std::ranges::inplace_merge(begin, begin + count, begin + count + added, {}, &Row::position);
-    m_positions.clear();
 }
 
 // Rows
@@ -336,48 +333,15 @@ std::optional<AppModel::Row> AppModel::withoutCheck(Row row) {
     return row;
 }
 
-void AppModel::change(const RowChanges& changes) {
-    const auto selected = m_selection;
-    apply(changes);
+void AppModel::change(const std::function<void(Session&)>& change) {
+    const auto selected = selection();
+    change(m_session);
     emit sessionChanged();
-    if (m_selection != selected) emit selectionChanged();
+    if (selection() != selected) emit selectionChanged();
 }
 
-void AppModel::apply(const RowChanges& changes, const Refusals& refusals) {
-    const auto refused = m_selection ? refusals.find(*m_selection) : refusals.end();
-    const auto selected = selectionAfter(changes, refusals);
-    const auto before = m_selectedBefore ? changes.find(*m_selectedBefore) : changes.end();
-    if (before != changes.end())
-        m_selectedBefore = before->second ? std::optional(before->second->id) : std::nullopt;
-    std::erase_if(m_session, [&](Row& row) {
-        const auto found = changes.find(row.id);
-        if (found == changes.end()) return false;
-        if (found->second) row = *found->second;
-        return !found->second;
-    });
-    m_positions.clear();
-    m_selection = selectable(selected);
-    if (refused != refusals.end() && !m_selection) m_refusal = forDisplay(refused->second);
-}
-
-std::optional<UUID> AppModel::selectable(const std::optional<UUID>& id) const {
-    return id && (row(*id) || m_history.report(*id)) ? id : std::nullopt;
-}
-
-std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes, const Refusals& refusals) const {
-    const auto isGone = [&](const Row& row) {
-        const auto found = changes.find(row.id);
-        return found != changes.end() && !found->second;
-    };
-    const Row* selected = m_selection ? row(*m_selection) : nullptr;
-    if (!selected) return m_selection;
-    const Row* end = m_session.data() + m_session.size();
-    const Row* next = std::find_if_not(selected, end, isGone);
-    // Of several files the next one. Else what was looked at before they came, but not beneath a refusal.
-    if (next == end || next->intake != selected->intake)
-        return refusals.contains(selected->id) ? std::nullopt : m_selectedBefore;
-    const auto found = changes.find(next->id);
-    return found != changes.end() ? found->second->id : next->id;
+void AppModel::change(const Session::Changes& changes) {
+    change([&](Session& session) { session.apply(changes); });
 }
 
 // Commands
@@ -385,13 +349,13 @@ std::optional<UUID> AppModel::selectionAfter(const RowChanges& changes, const Re
 void AppModel::cancel(UUID id) {
     const auto check = m_runningByRow.find(id);
     if (check == m_runningByRow.end()) return;
-    change({{id, end(check->second)}});
+    change(Session::Changes{{id, end(check->second)}});
     emit progressChanged();
 }
 
 void AppModel::cancelAll() {
     if (m_running.empty()) return;
-    RowChanges changes;
+    Session::Changes changes;
     while (!m_running.empty()) {
         const UUID check = m_running.begin()->first, row = m_running.begin()->second.row;
         changes.emplace(row, end(check));
@@ -431,7 +395,7 @@ Workers::Job AppModel::count(const UUID& row, std::shared_ptr<OpenMailbox> mailb
             if (!own) return;  // removed meanwhile
             Row counted = *own;
             counted.stopped->all = all;
-            change({{row, std::move(counted)}});
+            change(Session::Changes{{row, std::move(counted)}});
         });
     };
 }
@@ -441,8 +405,7 @@ void AppModel::removeFromList(UUID id) {
     cancel(id);
     m_messages.drop(id);
     if (!row(id)) return;
-    m_removed.insert(id);
-    change({{id, std::nullopt}});
+    change([&](Session& session) { session.remove(id); });
 }
 
 void AppModel::removeFromHistory(UUID id) {
@@ -458,11 +421,9 @@ void AppModel::recoverHistory(const std::filesystem::path& damaged) { m_history.
 void AppModel::refreshHistory() { m_history.refresh(); }
 
 void AppModel::select(std::optional<UUID> id) {
-    const auto selected = selectable(id);
-    if (m_selection == selected) return;
-    m_selection = selected;
-    m_refusal = std::nullopt;
-    emit selectionChanged();
+    const auto selected = selection();
+    m_session.select(id);
+    if (selection() != selected) emit selectionChanged();
 }
 
 void AppModel::showSheet(Sheet sheet) {

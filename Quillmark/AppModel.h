@@ -12,7 +12,6 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -21,6 +20,7 @@
 #include "Quillmark/KeptMessages.h"
 #include "Quillmark/Mailbox.h"
 #include "Quillmark/MessageCheck.h"
+#include "Quillmark/Session.h"
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Support/Workers.h"
 #include "Wording/Reader.h"
@@ -37,30 +37,7 @@ class AppModel : public QObject {
 public:
     enum class Sheet { welcome, paste };
 
-    /// What became of a mailbox whose check was ended by the person.
-    struct Stopped {
-        std::size_t checked = 0;              ///< messages
-        std::optional<std::size_t> all = {};  ///< that are in it; nothing until they are counted, if ever
-        bool operator==(const Stopped&) const = default;
-    };
-
-    /// A message that was taken in during this run.
-    struct Row {
-        /// That of its report, and before there is one, that of the check under way. A check that is made
-        /// again has a new one, which replaces this when it is done; the selection goes along.
-        UUID id = {};
-        std::optional<std::string> name = {};  ///< the file's; may hold anything; none for pasted text
-        SharedReport report = {};              ///< none while it is first checked
-        bool isRunning = false;                ///< "Checking…"; may be cancelled
-        std::uint64_t intake = 0;              ///< the same for files that were opened together
-        std::size_t found = 0;                 ///< how many messages were found in it so far
-        std::optional<UUID> mailbox = {};      ///< the row of the mailbox or folder that it was found in
-        /// Its place there, from 1; behind it that of one that is attached inside that message, as in
-        /// `MessagePlace`.
-        std::vector<std::size_t> position = {};
-        std::optional<Stopped> stopped = {};  ///< of a mailbox or folder: its row stays then
-        bool operator==(const Row&) const = default;
-    };
+    using Row = SessionRow;
 
     /// The checks since the model was last idle; a mailbox or a folder is one.
     struct Progress {
@@ -88,13 +65,12 @@ public:
     /// As `finish`.
     ~AppModel() override;
 
-    /// The newest intake first; the files of one intake in the order they were given.
-    const std::vector<Row>& session() const { return m_session; }
-    /// A row or a saved report.
-    const std::optional<UUID>& selection() const { return m_selection; }
-    /// Why what was to be shown was not taken in, in one line, for the place where its report would stand: an
-    /// earlier report under it would be taken for its own. There only while nothing is selected.
-    const std::optional<std::string>& refusal() const { return m_refusal; }
+    /// The rows and what is selected. The refusal in place of a report is one line, for the place where that
+    /// would stand: an earlier report under it would be taken for its own.
+    const Session& list() const { return m_session; }
+    const std::vector<Row>& session() const { return m_session.rows(); }
+    const std::optional<UUID>& selection() const { return m_session.selection(); }
+    const std::optional<std::string>& refusal() const { return m_session.refusal(); }
     const std::optional<Sheet>& sheet() const { return m_sheet; }
     const std::optional<std::string>& problem() const { return m_problem; }
     /// The damaged history that `problem` tells of; else nothing.
@@ -111,7 +87,7 @@ public:
     const AppSettings& settings() const { return m_settings; }
 
     /// The row of this identity; null when there is none. Valid until the next change.
-    const Row* row(const UUID& id) const;
+    const Row* row(const UUID& id) const { return m_session.row(id); }
     bool isInHistory(const UUID& id) const { return m_history.report(id) != nullptr; }
     /// The report of a row, else the saved one; null when there is none.
     SharedReport report(const UUID& id) const;
@@ -126,6 +102,9 @@ public:
     /// so do, wherever a message comes from, those attached inside it; its own stays.
     /// Paths are bytes for the system.
     void openFiles(std::vector<std::string> paths);
+    /// The same for what was dropped, as far as there isn't much of it read at once: many a mail program
+    /// deletes what it handed over.
+    void openDropped(const std::vector<std::string>& paths);
     /// The bytes of one message, as a mail program gives them, perhaps with a name for it. Gives the identity
     /// of its row.
     UUID checkData(ByteBuffer bytes, std::optional<std::string> name = {});
@@ -144,8 +123,6 @@ public:
     void cancelAll();
     /// Takes a row away, and cancels its check; the history keeps its report.
     void removeFromList(UUID id);
-    /// Whether its row was taken away in this run: then it isn't listed, though the history keeps it.
-    bool isRemovedFromList(const UUID& id) const { return m_removed.contains(id); }
     void removeFromHistory(UUID id);
     /// Looks what there is to clear, also when no history is kept; `historyContentsRead` follows, or
     /// `historyCleared` says why it can't be seen.
@@ -206,18 +183,14 @@ private:
         std::uint64_t bytesRead = 0;
         CheckOutcome outcome = {};
     };
-    /// What rows are from now on, by the identity they had; nothing for those that go.
-    using RowChanges = std::map<UUID, std::optional<Row>>;
-    /// Why rows that go were refused, in a line.
-    using Refusals = std::map<UUID, std::string>;
     struct IntakeProblem {
         std::uint64_t number = 0;  ///< of the check
         std::string line = {};
     };
     /// What outcomes that are taken together lead to.
     struct Burst {
-        RowChanges changes = {};
-        Refusals refusals = {};
+        Session::Changes changes = {};
+        Session::Refusals refusals = {};
         std::map<UUID, std::vector<Row>> found = {};  // by the mailbox's row
         HistoryChange saved = {};
         std::vector<SharedReport> reports = {};
@@ -227,10 +200,6 @@ private:
             if (number >= problem.number) problem = {number, line};
         }
     };
-    struct HashOfID {
-        std::size_t operator()(const UUID& id) const;
-    };
-
     UUID takeIn(std::vector<MessageSource> sources);
     /// A new check of a row, which counts from now on.
     std::stop_token begin(const UUID& id, const UUID& row);
@@ -244,17 +213,14 @@ private:
     void take(Piece& piece, Burst& burst);
     void takeReport(const Running& running, Piece& piece, Burst& burst);
     void endCheck(const UUID& check, Burst& burst);
-    /// Puts the rows of a mailbox's messages below its own, in the order they have there.
-    void insertRows(const UUID& mailbox, std::vector<Row> rows);
     /// Cuts a check off, and gives what its row is from now on.
     std::optional<Row> end(UUID check);
     /// Counts what a mailbox that was stopped still holds.
     Workers::Job count(const UUID& row, std::shared_ptr<OpenMailbox> mailbox, const std::stop_token& stop);
     static std::optional<Row> withoutCheck(Row row);
-    void change(const RowChanges& changes);
-    void apply(const RowChanges& changes, const Refusals& refusals = {});
-    std::optional<UUID> selectionAfter(const RowChanges& changes, const Refusals& refusals) const;
-    std::optional<UUID> selectable(const std::optional<UUID>& id) const;
+    /// Changes rows or the selection, and tells of both.
+    void change(const std::function<void(Session&)>& change);
+    void change(const Session::Changes& changes);
     void showIntakeProblem(const IntakeProblem& problem);
     void choose(const AppSettings& settings);
 
@@ -266,14 +232,8 @@ private:
     Mailbox m_mailbox{};
     HistoryKeeper m_history;
 
-    std::vector<Row> m_session = {};
-    mutable std::unordered_map<UUID, std::size_t, HashOfID> m_positions = {};  // in it; empty: to be made
+    Session m_session{[this](const UUID& id) { return isInHistory(id); }};
     KeptMessages m_messages;
-    std::set<UUID> m_removed = {};  // reports that the history may keep
-    std::uint64_t m_intake = 0;     // the latest
-    std::optional<UUID> m_selection = {};
-    std::optional<std::string> m_refusal = {};
-    std::optional<UUID> m_selectedBefore = {};  // before the latest intake
     std::optional<Sheet> m_sheet = {};
     std::optional<std::string> m_problem = {};
     std::uint64_t m_problemNumber = 0;  // of the check it comes from

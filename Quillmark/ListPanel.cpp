@@ -26,15 +26,14 @@ constexpr std::size_t fewReports = 10;  // among so many nobody needs to be help
 constexpr std::array tonesInOrder{Tone::good, Tone::caution, Tone::bad, Tone::unknown};
 
 /// The columns from left to right, and their widths in characters.
-constexpr std::pair<ReportList::Column, int> tableColumns[] = {
-    {ReportList::verdictColumn, 14},  {ReportList::fromColumn, 28}, {ReportList::subjectColumn, 38},
-    {ReportList::signedByColumn, 20}, {ReportList::dateColumn, 16}, {ReportList::fileColumn, 26},
-    {ReportList::checkedColumn, 14},
+constexpr std::pair<ListColumn, int> tableColumns[] = {
+    {verdictColumn, 14}, {fromColumn, 28}, {subjectColumn, 38}, {signedByColumn, 20},
+    {dateColumn, 16},    {fileColumn, 26}, {checkedColumn, 14},
 };
 
 /// Times begin with the latest, everything else with the first.
 Qt::SortOrder usualOrder(int column) {
-    const bool isTime = column == ReportList::checkedColumn || column == ReportList::dateColumn;
+    const bool isTime = column == checkedColumn || column == dateColumn;
     return isTime ? Qt::DescendingOrder : Qt::AscendingOrder;
 }
 
@@ -113,7 +112,7 @@ void ListPanel::buildTones() {
         button->setCheckable(true);
         button->setFocusPolicy(Qt::StrongFocus);
         connect(button, &QToolButton::toggled, this, [this, tone = tonesInOrder[i]](bool isOn) {
-            std::set<Tone> tones = m_list.tones();
+            std::set<Tone> tones = m_list.choice().tones;
             isOn ? void(tones.insert(tone)) : void(tones.erase(tone));
             m_list.setTones(std::move(tones));
         });
@@ -150,18 +149,18 @@ void ListPanel::buildSortMenu() {
         connect(action, &QAction::triggered, this,
                 [this, column] { m_list.sort(column, usualOrder(column)); });
     };
-    add(ReportList::checkedColumn, m_words("Time of the Check"));
-    add(ReportList::verdictColumn, m_words("Verdict"));
-    add(ReportList::fromColumn, m_words("Sender"));
-    add(ReportList::subjectColumn, m_words("Subject"));
-    add(ReportList::signedByColumn, m_words("Signing Domain"));
-    add(ReportList::dateColumn, m_words("Message’s Date"));
-    add(ReportList::fileColumn, m_words("File"));
+    add(checkedColumn, m_words("Time of the Check"));
+    add(verdictColumn, m_words("Verdict"));
+    add(fromColumn, m_words("Sender"));
+    add(subjectColumn, m_words("Subject"));
+    add(signedByColumn, m_words("Signing Domain"));
+    add(dateColumn, m_words("Message’s Date"));
+    add(fileColumn, m_words("File"));
     m_sortMenu->addSeparator();
     m_sortBackwards = m_sortMenu->addAction(m_words("Reverse Order"));
     m_sortBackwards->setCheckable(true);
     connect(m_sortBackwards, &QAction::triggered, this,
-            [this] { m_list.sort(m_list.sortColumn(), opposite(m_list.sortOrder())); });
+            [this] { m_list.sort(m_list.choice().column, opposite(m_list.sortOrder())); });
 }
 
 void ListPanel::buildViews() {
@@ -188,7 +187,7 @@ void ListPanel::buildViews() {
     for (const auto& [column, width] : tableColumns)
         header->moveSection(header->visualIndex(column), place++);
     sizeColumns();
-    header->setSortIndicator(m_list.sortColumn(), m_list.sortOrder());
+    header->setSortIndicator(m_list.choice().column, m_list.sortOrder());
     m_tableView->setSortingEnabled(true);
 }
 
@@ -226,7 +225,7 @@ void ListPanel::setTable(bool isTable) {
 }
 
 void ListPanel::refreshTones() {
-    m_toneRow->setVisible(m_list.allCount() >= fewReports || !m_list.tones().empty());
+    m_toneRow->setVisible(m_list.allCount() >= fewReports || !m_list.choice().tones.empty());
     for (std::size_t i = 0; i < m_tones.size(); ++i) {
         const Tone tone = tonesInOrder[i];
         const auto count = static_cast<std::int64_t>(m_list.count(tone));
@@ -236,7 +235,7 @@ void ListPanel::refreshTones() {
         m_tones[i]->setAccessibleName(name);
         m_tones[i]->setToolTip(name);
         const QSignalBlocker quiet(m_tones[i]);
-        m_tones[i]->setChecked(m_list.tones().contains(tone));
+        m_tones[i]->setChecked(m_list.choice().tones.contains(tone));
         // Some styles hardly show in dark colours that a button is pressed.
         QPalette colors = palette();
         if (m_tones[i]->isChecked()) {
@@ -250,9 +249,9 @@ void ListPanel::refreshTones() {
 }
 
 void ListPanel::refreshSort() {
-    for (QAction* each : m_sortColumns->actions()) each->setChecked(each->data() == m_list.sortColumn());
-    m_sortBackwards->setChecked(m_list.sortOrder() != usualOrder(m_list.sortColumn()));
-    m_tableView->header()->setSortIndicator(m_list.sortColumn(), m_list.sortOrder());
+    for (QAction* each : m_sortColumns->actions()) each->setChecked(each->data() == m_list.choice().column);
+    m_sortBackwards->setChecked(m_list.sortOrder() != usualOrder(m_list.choice().column));
+    m_tableView->header()->setSortIndicator(m_list.choice().column, m_list.sortOrder());
     showSelected(true);
 }
 
@@ -273,8 +272,8 @@ void ListPanel::showSelected(bool isToBeSeen) {
     m_isSelecting = true;
     const QModelIndex index = m_selected ? m_list.indexOf(*m_selected) : QModelIndex();
     m_isAwaited = (isToBeSeen || m_isAwaited) && m_selected && !index.isValid();
-    const std::pair<QAbstractItemView*, ReportList::Column> views[] = {
-        {m_listView, ReportList::subjectColumn}, {m_tableView, tableColumns[0].first}};
+    const std::pair<QAbstractItemView*, ListColumn> views[] = {{m_listView, subjectColumn},
+                                                               {m_tableView, tableColumns[0].first}};
     for (const auto& [view, column] : views) {
         view->setAutoScroll(false);
         if (index.isValid()) {

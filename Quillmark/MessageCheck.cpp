@@ -11,6 +11,9 @@ namespace quillmark {
 
 namespace {
 
+/// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
+constexpr std::size_t longestHeaderRead = 100'000;
+
 /// A copy: the source's own bytes are shared.
 FoundMessage foundIn(const MessageSource& source) {
     return {ByteBuffer(source.bytes->view()), source.place, source.mode, source.facts};
@@ -34,6 +37,11 @@ CheckOutcome::Checked checked(ProofReport report, CheckedMessage message) {
 }
 
 }  // namespace
+
+std::vector<PathStep> receivedPath(const CheckedMessage& checked) {
+    const std::string_view head = checked.source.bytes->view().substr(0, longestHeaderRead);
+    return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
+}
 
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
                                std::shared_ptr<RegistrationLookup> registry,

@@ -9,12 +9,14 @@
 #include <stop_token>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "Quillmark/SwitchedRegistry.h"
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/Recording.h"
+#include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
 
 namespace quillmark {
@@ -38,6 +40,9 @@ struct CheckedMessage {
     std::shared_ptr<const RecordedFailures> failures = {};
     Date begun = {}, ended = {};
 };
+
+/// The way that its Received fields tell, of which a message at hand is read again.
+std::vector<PathStep> receivedPath(const CheckedMessage& checked);
 
 /// What came of a message.
 struct CheckOutcome {

@@ -2,7 +2,9 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QFontMetricsF>
+#include <QLocale>
 #include <QPageLayout>
 #include <QPainter>
 #include <QPdfWriter>
@@ -15,7 +17,11 @@
 #include <utility>
 
 #include "Quillmark/Tones.h"
+#include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Details.h"
+#include "Wording/Quoted.h"
+#include "Wording/Wording.h"
 
 namespace quillmark {
 
@@ -23,6 +29,11 @@ namespace {
 
 constexpr double marginMillimetres = 20, footerMillimetres = 10;
 constexpr int dotsPerInch = 300;
+/// What the PDF holds of one text, in bytes, and of one list.
+constexpr ReportCaps paperCaps{1'000, 100};
+constexpr std::size_t longestInTitle = 60;  // bytes of one domain
+constexpr std::size_t mostLookups = 500;
+constexpr std::size_t mostRecords = 20;  // of one lookup
 const QColor ink(0x1a, 0x1a, 0x1a), fadedInk(0x55, 0x55, 0x55), rule(0xcc, 0xcc, 0xcc);
 
 /// Sets text, one paragraph after the other, in the formats of our own document.
@@ -247,6 +258,73 @@ bool isReservedName(const QString& stem) {
     return base.size() == 4 && numbered && base[3].isDigit();
 }
 
+/// What was asked and answered, a line each.
+std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& words) {
+    std::vector<ReportFact> facts;
+    const auto add = [&](std::string_view question, const QString& answer, const std::string& source) {
+        if (facts.size() >= mostLookups) return;
+        facts.push_back({shown(question, paperCaps.text),
+                         source.empty() ? answer : words("%1 (from %2)", answer, shown(source))});
+    };
+    if (checked.answers) {
+        for (const auto& [question, entry] : checked.answers->dns.entries()) {
+            QStringList data;
+            const auto records = entry.value.data();
+            for (const std::string& each : records.first(std::min(records.size(), mostRecords))) {
+                data << shown(each, paperCaps.text);
+            }
+            if (records.size() > mostRecords) {
+                const auto left = static_cast<std::int64_t>(records.size() - mostRecords);
+                data << words.translateCount("and %n more", "and %n more", left);
+            }
+            const bool isMissing = std::holds_alternative<DNSAnswer::NXDomain>(entry.value.value);
+            if (data.isEmpty()) data << (isMissing ? words("no such name") : words("no such record"));
+            add(question, data.join(QStringLiteral(" · ")), entry.source);
+        }
+        for (const auto& [domain, entry] : checked.answers->registrations.entries()) {
+            add(domain,
+                entry.value
+                    ? words("registered on %1", QString::fromStdString(words.reader.date(*entry.value)))
+                    : words("no registration date published"),
+                entry.source);
+        }
+    }
+    if (checked.failures) {
+        for (const auto* record : {&checked.failures->dns, &checked.failures->registrations}) {
+            for (const auto& [question, entry] : record->entries()) {
+                add(question,
+                    words("couldn’t be asked for: %1", isolatedRuns(detailText(entry.value, words.reader))),
+                    {});
+            }
+        }
+    }
+    return facts;
+}
+
+PDFFrame frameOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
+                 const QString& mailbox, const Words& words) {
+    PDFFrame frame;
+    Verdict named = report.verdict;  // with domains that a line has room for
+    for (std::string* each : {&named.domain, &named.fromDomain}) *each = cutInside(*each, longestInTitle);
+    frame.title =
+        withoutIsolation(words("Quillmark report: %1", isolatedRuns(headline(named, words.reader))));
+    frame.isLetter = QLocale().measurementSystem() == QLocale::ImperialUSSystem;
+    frame.record = {{words("Checked"), words.time(report.checkedAt)},
+                    {words("Checked with"), words("Quillmark %1", QCoreApplication::applicationVersion())}};
+    if (report.fileName)
+        frame.record.push_back(
+            {words("File"), shown(placeName(*report.fileName, words.reader), paperCaps.text)});
+    if (!mailbox.isEmpty()) frame.record.push_back({words("Mailbox"), mailbox});
+    if (!checked) return frame;
+    const ByteBuffer& bytes = *checked->source.bytes;
+    const auto size = static_cast<std::int64_t>(bytes.size());
+    frame.record.push_back({words("SHA-256 of the message"), QString::fromStdString(sha256(bytes.view()))});
+    frame.record.push_back(
+        {words("Size"), words("%1 bytes", QString::fromStdString(words.reader.number(size)))});
+    frame.lookups = lookupsOf(*checked, words);
+    return frame;
+}
+
 }  // namespace
 
 QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words) {
@@ -292,6 +370,14 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     }
     painter.end();
     return bytes;
+}
+
+QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
+                 const QString& mailbox, const Words& words) {
+    std::optional<std::vector<PathStep>> path;
+    if (checked) path = receivedPath(*checked);
+    return pdfOf(reportContent(report, path, paperCaps, words), frameOf(report, checked, mailbox, words),
+                 words);
 }
 
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader) {

@@ -2,8 +2,10 @@
 
 #include <QByteArray>
 #include <QString>
+#include <optional>
 #include <vector>
 
+#include "Quillmark/MessageCheck.h"
 #include "Quillmark/ReportContent.h"
 
 namespace quillmark {
@@ -19,6 +21,11 @@ struct PDFFrame {
 /// A PDF/A-1b to be filed, made on any thread: every detail unfolded, fonts embedded, text that can be
 /// selected, the page's number on each page. Text is set as text: nothing in it is markup or a link.
 QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words);
+
+/// The same of a check, whose frame says what it was made from, where that is at hand. `mailbox`: how far the
+/// one came that the message was found in; empty unless it was stopped.
+QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
+                 const QString& mailbox, const Words& words);
 
 /// The name that is proposed for an export: the verdict's domain, or "Report", and the day of the check,
 /// "example.org 2026-01-15.pdf". Only letters, digits, ".", "_", "-" and blanks of ASCII, at most 100

@@ -5,14 +5,10 @@
 #include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QFileDialog>
-#include <QFileInfo>
-#include <QLocale>
 #include <QMenu>
 #include <QSettings>
 #include <QUrl>
 #include <algorithm>
-#include <filesystem>
-#include <set>
 
 #include "Quillmark/HelpView.h"
 #include "Quillmark/PDFExport.h"
@@ -21,8 +17,6 @@
 #include "Quillmark/ReportView.h"
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/WelcomeView.h"
-#include "QuillmarkKit/Intake/Containers.h"
-#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -30,9 +24,7 @@
 #include "Settings/UserFolders.h"
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
-#include "Wording/Details.h"
 #include "Wording/HistoryWording.h"
-#include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
@@ -40,86 +32,17 @@ namespace quillmark {
 
 namespace {
 
-/// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
-constexpr std::size_t longestHeaderRead = 100'000;
-/// Files of one drop that are read at the drop, all together, in bytes: many a mail program deletes what it
-/// handed over, and so little takes no time.
-constexpr std::int64_t mostReadAtDrop = 16'000'000;
 /// After the list was made anew it is left alone for so many times as long, at most for so many milliseconds.
 constexpr qint64 restAfterList = 8, longestRest = 200;
 constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
-/// What the PDF holds of one text, in bytes, and of one list.
-constexpr ReportCaps paperCaps{1'000, 100};
-constexpr std::size_t longestInTitle = 60;  // bytes of one domain
-constexpr std::size_t mostLookups = 500;
-constexpr std::size_t mostRecords = 20;  // of one lookup
 constexpr const char *zoomKey = "zoom", *tableKey = "table";
 
 QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
 
-/// Whether a file is a mailbox of more than one message.
-bool holdsSeveral(std::string_view file) {
-    const auto begin = mailboxBegin(file.substr(0, longestHead));
-    if (!begin) return false;
-    MailboxSplitter splitter(begin->form);
-    splitter.add(file.substr(begin->offset));
-    splitter.end();
-    const auto first = splitter.next();
-    return first && !first->isOnly;
-}
-
 /// What is to be known of a mailbox that was stopped.
-QString stopRemark(const AppModel::Stopped& stopped, const Words& words) {
+QString stopRemark(const StoppedMailbox& stopped, const Words& words) {
     return stoppedAfter(stopped.checked, stopped.all, words) + u'\n' +
            words("What it didn’t reach wasn’t checked. Open it again to check all of it.");
-}
-
-std::vector<PathStep> pathOf(const CheckedMessage& checked) {
-    const std::string_view head = checked.source.bytes->view().substr(0, longestHeaderRead);
-    return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
-}
-
-/// What was asked and answered, a line each.
-std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& words) {
-    std::vector<ReportFact> facts;
-    const auto add = [&](std::string_view question, const QString& answer, const std::string& source) {
-        if (facts.size() >= mostLookups) return;
-        facts.push_back({shown(question, paperCaps.text),
-                         source.empty() ? answer : words("%1 (from %2)", answer, shown(source))});
-    };
-    if (checked.answers) {
-        for (const auto& [question, entry] : checked.answers->dns.entries()) {
-            QStringList data;
-            const auto records = entry.value.data();
-            for (const std::string& each : records.first(std::min(records.size(), mostRecords))) {
-                data << shown(each, paperCaps.text);
-            }
-            if (records.size() > mostRecords) {
-                const auto left = static_cast<std::int64_t>(records.size() - mostRecords);
-                data << words.translateCount("and %n more", "and %n more", left);
-            }
-            const bool isMissing = std::holds_alternative<DNSAnswer::NXDomain>(entry.value.value);
-            if (data.isEmpty()) data << (isMissing ? words("no such name") : words("no such record"));
-            add(question, data.join(QStringLiteral(" · ")), entry.source);
-        }
-        for (const auto& [domain, entry] : checked.answers->registrations.entries()) {
-            add(domain,
-                entry.value
-                    ? words("registered on %1", QString::fromStdString(words.reader.date(*entry.value)))
-                    : words("no registration date published"),
-                entry.source);
-        }
-    }
-    if (checked.failures) {
-        for (const auto* record : {&checked.failures->dns, &checked.failures->registrations}) {
-            for (const auto& [question, entry] : record->entries()) {
-                add(question,
-                    words("couldn’t be asked for: %1", isolatedRuns(detailText(entry.value, words.reader))),
-                    {});
-            }
-        }
-    }
-    return facts;
 }
 
 }  // namespace
@@ -207,26 +130,7 @@ void QuillmarkApp::connectModel() {
 void QuillmarkApp::refreshList() {
     QElapsedTimer taken;
     taken.start();
-    const auto& history = m_model.history();
-    std::vector<ListEntry> entries;
-    entries.reserve(m_model.session().size() + history.size());
-    for (const AppModel::Row& row : m_model.session()) {
-        const QString name = QString::fromStdString(row.name.value_or(""));
-        if (row.stopped) {
-            entries.push_back(
-                {ListEntry::Kind::stopped, row.id, name, row.stopped->checked, {}, row.stopped->all});
-        } else if (row.isRunning || !row.report) {
-            entries.push_back({ListEntry::Kind::running, row.id, name, row.found, {}});
-        } else {
-            entries.push_back({ListEntry::Kind::session, row.id, {}, 0, row.report});
-        }
-    }
-    for (auto each = history.rbegin(); each != history.rend(); ++each) {
-        const AppModel::Row* row = m_model.row((*each)->id);  // one of this run has it already
-        if (m_model.isRemovedFromList((*each)->id)) continue;
-        if (!row || !row->report) entries.push_back({ListEntry::Kind::history, (*each)->id, {}, 0, *each});
-    }
-    m_list.setEntries(std::move(entries));
+    m_list.setEntries(listEntries(m_model.list(), m_model.history()));
     refreshSelection();
     m_listRest = static_cast<int>(std::min(restAfterList * taken.elapsed(), longestRest));
 }
@@ -241,7 +145,7 @@ void QuillmarkApp::refreshSelection() {
     const auto checked = selected() ? m_model.message(*selected()) : std::nullopt;
     if (report && (report != m_shown || checked.has_value() != m_hasMessage)) {
         std::optional<std::vector<PathStep>> path;
-        if (checked) path = pathOf(*checked);
+        if (checked) path = receivedPath(*checked);
         m_window.showReport(reportContent(*report, path, {}, m_words));
     } else if (!report && selected()) {
         const AppModel::Row* row = m_model.row(*selected());
@@ -410,7 +314,8 @@ void QuillmarkApp::receiveHanded(const std::string& path) {
 }
 
 void QuillmarkApp::receive(const DropContents& contents) {
-    if (const auto* files = std::get_if<DropContents::Files>(&contents.value)) return receiveFiles(*files);
+    if (const auto* files = std::get_if<DropContents::Files>(&contents.value))
+        return m_model.openDropped(files->paths);
     if (const auto* data = std::get_if<DropContents::Data>(&contents.value)) {
         m_model.checkData(
             ByteBuffer({data->bytes.constData(), static_cast<std::size_t>(data->bytes.size())}));
@@ -425,36 +330,6 @@ void QuillmarkApp::receive(const DropContents& contents) {
         m_model.refuse(
             m_words("That holds no message. Drop a saved message, or copy a message’s source and paste it.")
                 .toStdString());
-    }
-}
-
-void QuillmarkApp::receiveFiles(const DropContents::Files& files) {
-    std::int64_t size = 0;
-    for (const std::string& path : files.paths) {
-        const QFileInfo file(fromPath(path));
-        if (file.isFile()) size += file.size();
-        if (size > mostReadAtDrop) break;
-    }
-    if (size > mostReadAtDrop) {
-        m_model.openFiles(files.paths);
-    } else {
-        std::vector<std::string> others;  // folders, mailboxes, devices, and what cannot be read
-        std::vector<std::pair<std::string, ByteBuffer>> read;
-        for (const std::string& path : files.paths) {
-            auto bytes = QFileInfo(fromPath(path)).isFile() ? readFile(path) : Refusal{};
-            auto* buffer = std::get_if<ByteBuffer>(&bytes);
-            if (buffer && !holdsSeveral(buffer->view())) {
-                read.emplace_back(repairedUTF8(std::filesystem::path(path).filename().string()),
-                                  std::move(*buffer));
-            } else {
-                others.push_back(path);
-            }
-        }
-        if (!others.empty()) m_model.openFiles(std::move(others));
-        // The newest intake stands on top: the first file comes last.
-        for (auto each = read.rbegin(); each != read.rend(); ++each) {
-            m_model.checkData(std::move(each->second), std::move(each->first));
-        }
     }
 }
 
@@ -508,33 +383,7 @@ void QuillmarkApp::exportPDF() {
     if (!report) return;
     save(QStringLiteral(".pdf"), m_words("PDF documents"),
          [words = m_words, report, checked = m_model.message(report->id), mailbox = stoppedMailbox(*report)] {
-             std::optional<std::vector<PathStep>> path;
-             if (checked) path = pathOf(*checked);
-             const ReportContent content = reportContent(*report, path, paperCaps, words);
-             PDFFrame frame;
-             Verdict named = report->verdict;  // with domains that a line has room for
-             for (std::string* each : {&named.domain, &named.fromDomain})
-                 *each = cutInside(*each, longestInTitle);
-             frame.title =
-                 withoutIsolation(words("Quillmark report: %1", isolatedRuns(headline(named, words.reader))));
-             frame.isLetter = QLocale().measurementSystem() == QLocale::ImperialUSSystem;
-             frame.record = {
-                 {words("Checked"), words.time(report->checkedAt)},
-                 {words("Checked with"), words("Quillmark %1", QApplication::applicationVersion())}};
-             if (report->fileName)
-                 frame.record.push_back(
-                     {words("File"), shown(placeName(*report->fileName, words.reader), paperCaps.text)});
-             if (!mailbox.isEmpty()) frame.record.push_back({words("Mailbox"), mailbox});
-             if (checked) {
-                 frame.record.push_back({words("SHA-256 of the message"),
-                                         QString::fromStdString(sha256(checked->source.bytes->view()))});
-                 frame.record.push_back(
-                     {words("Size"),
-                      words("%1 bytes", QString::fromStdString(words.reader.number(
-                                            static_cast<std::int64_t>(checked->source.bytes->size()))))});
-                 frame.lookups = lookupsOf(*checked, words);
-             }
-             return pdfOf(content, frame, words).toStdString();
+             return pdfOf(*report, checked, mailbox, words).toStdString();
          });
 }
 

@@ -53,7 +53,6 @@ private:
     void perform(Command command);
     void remove(void (AppModel::*fromWhere)(UUID));
     void receive(const DropContents& contents);
-    void receiveFiles(const DropContents::Files& files);
     void receiveHanded(const std::string& path);
 
     std::optional<UUID> selected() const { return m_model.selection(); }

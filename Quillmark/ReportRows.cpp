@@ -117,17 +117,16 @@ QSize ReportTableDelegate::sizeHint(const QStyleOptionViewItem& option, const QM
 
 void ReportTableDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
     QStyledItemDelegate::initStyleOption(option, index);
-    const bool isDomain =
-        index.column() == ReportList::signedByColumn || index.column() == ReportList::fromColumn;
+    const bool isDomain = index.column() == signedByColumn || index.column() == fromColumn;
     if (isDomain && option->widget && !option->rect.isEmpty()) {
         const int margin = option->widget->style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 1;
         option->text =
             elidedBeforeDomain(option->text, option->fontMetrics, option->rect.width() - 2 * margin);
     }
     if (index.data(ReportList::isStoppedRole).toBool()) option->textElideMode = Qt::ElideLeft;
-    if (index.column() == ReportList::fileColumn) option->textElideMode = Qt::ElideMiddle;
+    if (index.column() == fileColumn) option->textElideMode = Qt::ElideMiddle;
     const QVariant tone = index.data(ReportList::toneRole);
-    if (index.column() != ReportList::verdictColumn || !tone.isValid()) return;
+    if (index.column() != verdictColumn || !tone.isValid()) return;
     option->font.setBold(true);
     option->palette.setColor(
         QPalette::Text,

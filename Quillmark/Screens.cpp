@@ -209,11 +209,11 @@ private:
         save(window, look, "mailbox-bad-only");
         list.setTones({});
         window.action(Command::showTable)->trigger();
-        list.sort(ReportList::verdictColumn);
+        list.sort(verdictColumn);
         window.select(forged->id);
         save(window, look, "table");
         window.action(Command::showTable)->trigger();
-        list.sort(ReportList::checkedColumn, Qt::DescendingOrder);
+        list.sort(checkedColumn, Qt::DescendingOrder);
         list.setEntries({});
         const QString refusal = QString::fromStdString(noMessageLine("Pictures", words.reader));
         window.showRefusal(refusal);

@@ -216,21 +216,21 @@ void longHistory(TimedApplication& application, const QString& folder) {
     }
     application.tell("the list is filtered");
     QAction* table = desk.window().action(Command::showTable);
-    application.act("sort", [&] { list.sort(ReportList::subjectColumn); });
+    application.act("sort", [&] { list.sort(subjectColumn); });
     waitFor([] { return true; });
     application.tell("it is sorted by subject");
-    application.act("sort", [&] { list.sort(ReportList::verdictColumn); });
+    application.act("sort", [&] { list.sort(verdictColumn); });
     waitFor([] { return true; });
     application.tell("it is sorted by verdict");
     application.act("table", [&] { table->trigger(); });
     waitFor([] { return true; });
     application.tell("it is shown as a table");
     scroll(application, *desk.window().listPanel()->tableView(), "scrolling through that");
-    application.act("sort", [&] { list.sort(ReportList::signedByColumn, Qt::DescendingOrder); });
+    application.act("sort", [&] { list.sort(signedByColumn, Qt::DescendingOrder); });
     waitFor([] { return true; });
     application.tell("it is sorted by signing domain");
     application.act("list", [&] { table->trigger(); });
-    application.act("sort", [&] { list.sort(ReportList::checkedColumn, Qt::DescendingOrder); });
+    application.act("sort", [&] { list.sort(checkedColumn, Qt::DescendingOrder); });
     QListView& view = *desk.window().listView();
     scroll(application, view, "scrolling through the list");
     QModelIndex next = list.index(5'000, 0);

@@ -7,9 +7,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -19,6 +17,7 @@
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Files.h"
+#include "tests/Gate.h"
 #include "tests/TestFiles.h"
 
 namespace quillmark {
@@ -30,41 +29,6 @@ using Sheet = AppModel::Sheet;
 const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
 constexpr std::string_view mail = "From: a@b.example\r\nSubject: s\r\n\r\nhello\r\n";
 
-/// Answers that no name exists, but only once it is let go; whoever is stopped meanwhile hears so.
-class Gate {
-public:
-    void open() {
-        const std::lock_guard lock(m_mutex);
-        m_isOpen = true;
-        m_changed.notify_all();
-    }
-    /// False when it was stopped.
-    bool pass(const std::stop_token& stop) {
-        std::unique_lock lock(m_mutex);
-        ++waiting;
-        const bool passed = m_changed.wait(lock, stop, [&] { return m_isOpen; });
-        --waiting;
-        return passed;
-    }
-    std::atomic<int> waiting = 0;
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable_any m_changed;
-    bool m_isOpen = false;
-};
-
-class WaitingResolver : public DNSResolver {
-public:
-    DNSAnswer lookup(std::string_view, DNSRecordType, const Patience& patience = {}) override {
-        ++asked;
-        if (!gate.pass(patience.stop)) throw DNSLookupError("stopped");
-        return DNSAnswer::nxdomain();
-    }
-    Gate gate;
-    std::atomic<int> asked = 0;
-};
-
 class WaitingRegistry : public RegistrationLookup {
 public:
     std::optional<Date> registrationDate(std::string_view, const Patience& patience = {}) override {
@@ -72,7 +36,7 @@ public:
         if (!gate.pass(patience.stop)) throw RDAPError("stopped");
         return now;
     }
-    Gate gate;
+    test::Gate gate;
     std::atomic<int> asked = 0;
 };
 
@@ -385,7 +349,7 @@ TEST(AppModel, bytesStayBytes) {
 
 TEST(AppModel, rowsAreThereAtOnceAndCanBeCancelled) {
     Desk desk;
-    const auto resolver = std::make_shared<WaitingResolver>();
+    const auto resolver = std::make_shared<test::GatedResolver>();
     desk.surroundings.resolver = resolver;
     AppModel& model = desk.ready();
     const std::string a = desk.write("a", mail), b = desk.write("b", mail), c = desk.write("c", mail);
@@ -429,7 +393,7 @@ TEST(AppModel, aPipeThatGivesNothingKeepsNobodyWaitingForEver) {
 
 TEST(AppModel, checkingAgain) {
     Desk desk;
-    const auto resolver = std::make_shared<WaitingResolver>();
+    const auto resolver = std::make_shared<test::GatedResolver>();
     desk.surroundings.resolver = resolver;
     desk.surroundings.keptBytes = mail.size();  // one message
     resolver->gate.open();
@@ -680,7 +644,7 @@ TEST(AppModel, othersMayChangeTheHistoryMeanwhile) {
 
 TEST(AppModel, quittingCancelsChecksAndKeepsWhatIsDone) {
     Desk desk;
-    const auto resolver = std::make_shared<WaitingResolver>();
+    const auto resolver = std::make_shared<test::GatedResolver>();
     desk.surroundings.resolver = resolver;
     AppModel& model = desk.start();  // its history is still being read
     const UUID done = model.paste("Received: from a by b");
@@ -707,7 +671,7 @@ TEST(AppModel, quittingAtRandomMoments) {
     std::set<UUID> kept;
     std::size_t unfinished = 0;
     for (int left = times ? std::atoi(times) : 50; left > 0; --left) {
-        const auto resolver = std::make_shared<WaitingResolver>();
+        const auto resolver = std::make_shared<test::GatedResolver>();
         desk.surroundings.resolver = resolver;
         if (left % 2 == 0) resolver->gate.open();  // else answers come, if at all, in the middle
         AppModel& model = desk.start();
