@@ -749,10 +749,19 @@ void addOtherKeys(Notes& notes, const std::vector<BrokenSignature>& signatures) 
     }
 }
 
+/// A message that was damaged is as little proven as a forged one, and its reader is to learn why.
+void addDamage(Notes& notes, const MailMessage& message, const ProofReport& report) {
+    if (report.verdict.tone == Tone::good) return;
+    for (Damage& each : damage(message, report.dkim, report.arc)) {
+        if (each.field) each.field = excerpt(*each.field);
+        notes.push_back({std::move(each)});
+    }
+}
+
 void addIntake(Notes& notes, const IntakeFacts& facts) {
     const auto& lines = facts.fromLines;
     if (lines && lines->isLossy) {
-        notes.push_back({ReportNote::Damage{ReportNote::Damage::Kind::mboxLossy}});
+        notes.push_back({Damage{DamageKind::mboxLossy, {}}});
     } else if (lines && lines->isDecided) {
         notes.push_back({ReportNote::QuotedFromLines{lines->reading, lines->lines}});
     }
@@ -787,6 +796,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addActsUnsigned(notes, message, report);
     addLeftOut(notes, message, report);
     addHiddenEnd(notes, message);
+    addDamage(notes, message, report);
     addIntake(notes, facts.intake);
     for (const UndoneSignature& undone : facts.undone)
         addUndone(notes, message, facts.broken[undone.signature], undone, suffixes);

@@ -11,6 +11,7 @@
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/Damage.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
@@ -131,13 +132,7 @@ struct ReportNote {
         bool operator==(const SignedLinesHold&) const = default;
     };
     /// How the message was kept or copied changed its bytes.
-    struct Damage {
-        enum class Kind {
-            mboxLossy,  ///< its mailbox quoted lines so that only a signature tells which were quoted before
-        };
-        Kind kind = Kind::mboxLossy;
-        bool operator==(const Damage&) const = default;
-    };
+    using Damage = quillmark::Damage;
     /// Of a text that was pasted, lines before the message were taken for a summary of it, and dropped.
     struct LinesBeforeDropped {
         std::int64_t lines = 0;  ///< those that are not empty; at least 1
@@ -289,9 +284,6 @@ constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
     return EnumTable<ReportNote::AnswerValidated::Kind, 4>{EnumStyle::word,
                                                            {"key", "policy", "senderPolicy", "forwarderKey"}};
 }
-constexpr auto namesOf(ReportNote::Damage::Kind) {
-    return EnumTable<ReportNote::Damage::Kind, 1>{EnumStyle::word, {"mboxLossy"}};
-}
 constexpr auto namesOf(ReportNote::ContentNotSigned::Why) {
     return EnumTable<ReportNote::ContentNotSigned::Why, 5>{
         EnumStyle::word, {"repeated", "noParts", "textAboveParts", "otherType", "otherEncoding"}};
@@ -383,9 +375,6 @@ constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
     using T = ReportNote::SignedLinesHold;
     return std::tuple{Field{"signature", &T::signature}, Field{"domain", &T::domain},
                       Field{"speaksForFrom", &T::speaksForFrom}, Field{"fields", &T::fields}};
-}
-constexpr auto fieldsOf(const ReportNote::Damage*) {
-    return std::tuple{Field{"kind", &ReportNote::Damage::kind}};
 }
 constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
     using T = ReportNote::LinesBeforeDropped;

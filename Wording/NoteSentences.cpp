@@ -114,6 +114,91 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
            reader.translate("Anyone along the way could have made these changes. Treat them as unsigned.");
 }
 
+/// What the bytes show, or what a field says: never that the message was genuine before.
+std::string damageInWords(const Damage& note, const Reader& reader) {
+    const std::string field = quotedWord(note.field.value_or(""));
+    switch (note.kind) {
+        case DamageKind::mboxLossy:
+            break;
+        case DamageKind::unfinishedMultipart:
+            return reader.translate(
+                "The message ends before its last part does: the line that would close it is missing.");
+        case DamageKind::doubledLineEnds:
+            return reader.translate(
+                "Every line ends twice (CR CR LF), so that an empty line follows it. Programs do that when "
+                "they convert line ends once too often.");
+        case DamageKind::doubledDots:
+            return reader.translate(
+                "Lines of the text begin with two dots, as lines with one do on their way between servers.");
+        case DamageKind::doubleSpaced:
+            return reader.translate(
+                "An empty line follows each line, as in text that was copied from a window.");
+        case DamageKind::protocolAnswer:
+            return reader.translate(
+                "The text ends with what a mail server says when it hands a message over, such as a single "
+                "dot or “OK”.");
+        case DamageKind::wrappedLines:
+            return reader.translate(
+                "Long lines seem to have been broken, as in text that was copied from a window or passed "
+                "through an editor.");
+        case DamageKind::tailAdded:
+            return reader.translate("More text stands behind the end of the message.");
+        case DamageKind::clipped:
+            return reader.translate("The text breaks off before its end.");
+        case DamageKind::charsetConverted:
+            return reader.translate(
+                "The letters of the text aren’t in the character set that the message names. Programs that "
+                "convert a text leave it so.");
+        case DamageKind::pasted8Bit:
+            return reader.translate(
+                "The message says that its text is encoded or plain ASCII, and letters stand in it decoded, "
+                "as in text that was copied from a window.");
+        case DamageKind::typographicQuotes:
+            return reader.translate(
+                "Typographic quotation marks or dashes stand where a message can have only plain ones, as in "
+                "text that passed through a word processor.");
+        case DamageKind::noBreakBlanks:
+            return reader.translate(
+                "No-break spaces stand where a message can have only plain ones, as in text that was copied "
+                "from a web page.");
+        case DamageKind::tabsExpanded:
+            return reader.translate(
+                "Tabs seem to have become spaces, as in text that was copied from a terminal.");
+        case DamageKind::blanksCut:
+            return reader.translate(
+                "Spaces at the beginning or the end of lines are missing, as in text that passed through an "
+                "editor or a web page.");
+        case DamageKind::quotedMarks:
+            return reader.translate("Every line begins with “>”, as in text that was quoted in a reply.");
+        case DamageKind::lineNumbers:
+            return reader.translate("The lines are numbered, as in text that was copied from an editor.");
+        case DamageKind::attachmentRemoved:
+            return reader.translate(
+                "A line in the message, %1, says that an attachment isn’t in this copy. Anyone can write "
+                "such a line.",
+                {field});
+        case DamageKind::convertedByRelay:
+            return reader.translate(
+                "A line in the message, %1, says that a server converted the text on the way. Anyone can "
+                "write such a line.",
+                {field});
+        case DamageKind::exportedAnew:
+            if (note.field) {
+                return reader.translate(
+                    "A line in the message, %1, says that a program exported it, which can mean that it was "
+                    "written anew. Anyone can write such a line.",
+                    {field});
+            }
+            return reader.translate(
+                "The lines between the message’s parts are those of a program that converts mail from "
+                "another form and writes it anew.");
+    }
+    return reader.translate(
+        "The mailbox put “>” before lines of this message that begin with “From ”, and others began with "
+        "“>From ” already; it doesn’t tell which. According to a signature, the text was signed with some of "
+        "them unchanged, and so it was checked.");
+}
+
 /// One overload for each note.
 struct NoteSentence {
     const Reader& reader;
@@ -268,15 +353,12 @@ struct NoteSentence {
             "signed; anyone could have written it.",
             {quotedDomain(note.domain), fieldNames(note.fields, reader)});
     }
-    std::string operator()(const ReportNote::Damage& note) const {
-        switch (note.kind) {
-            case ReportNote::Damage::Kind::mboxLossy:
-                break;
-        }
-        return reader.translate(
-            "The mailbox put “>” before lines of this message that begin with “From ”, and others began with "
-            "“>From ” already; it doesn’t tell which. According to a signature, the text was signed with "
-            "some of them unchanged, and so it was checked.");
+    std::string operator()(const Damage& note) const {
+        if (note.kind == DamageKind::mboxLossy || note.field) return damageInWords(note, reader);
+        return damageInWords(note, reader) + ' ' +
+               reader.translate(
+                   "A forgery can look the same. Where you have the message itself, save it as a file (.eml) "
+                   "and check that.");
     }
     std::string operator()(const ReportNote::LinesBeforeDropped& note) const {
         return reader.translateCount(
@@ -564,8 +646,10 @@ struct PlaceOf {
     Place operator()(const Note::SignedLinesHold& note) const {
         return {NoteSection::signatures, note.speaksForFrom};
     }
-    /// What a mailbox did to a message explains why nothing was proven.
-    Place operator()(const Note::Damage&) const { return {NoteSection::message, verdict != Tone::good, {}}; }
+    /// What became of a message explains why nothing was proven; what a field says of it, anyone can say.
+    Place operator()(const Damage& note) const {
+        return {NoteSection::message, verdict != Tone::good && !note.field, {}};
+    }
     Place operator()(const Note::LinesBeforeDropped&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::ReadOtherwise&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::NameShowsAddress&) const { return {NoteSection::message, true}; }

@@ -171,6 +171,8 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
 
 namespace {
 
+constexpr std::size_t mostDamages = 3;  // of which it is told; the others stand with the findings
+
 /// The domains that the headline names.
 std::vector<std::string> namedDomains(const Verdict& verdict) {
     switch (verdict.kind) {
@@ -278,9 +280,11 @@ std::string_view takeNumber(std::string_view& name, std::string_view label, std:
 std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader) {
     std::vector<Remark> remarks;
     addDomains(remarks, report.verdict, reader);
+    std::size_t damages = 0;
     for (const ReportNote& note : report.notes) {
-        if (standsBesideHeadline(note, report.verdict.tone))
-            remarks.push_back({tone(note), sentenceBesideHeadline(note, reader)});
+        if (!standsBesideHeadline(note, report.verdict.tone)) continue;
+        if (std::holds_alternative<Damage>(note.value) && ++damages > mostDamages) continue;
+        remarks.push_back({tone(note), sentenceBesideHeadline(note, reader)});
     }
     if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
         addBody(remarks, deciding, report.verdict, reader);

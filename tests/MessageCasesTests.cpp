@@ -18,7 +18,8 @@
 //     headline: TEXT / no headline: TEXT                    whether it stands with the headline
 //     says: TEXT / never: TEXT                              whether it stands in the text report
 //
-// and "#" begins a comment. A signature is Ed25519's, or, with "rsa " before its tags, RSA's. In all of them
+// and "#" begins a comment. A signature is Ed25519's, or, with "rsa " before its tags, RSA's; with "simple "
+// before them it takes every blank as it is. In all of them
 // \r, \n, \t, \0 and \xNN stand for bytes. The message's lines end in CR LF.
 
 #include "QuillmarkKit/Checks/Signer.h"
@@ -118,10 +119,15 @@ private:
         if (name == "sign" || name == "unpublished") {
             const bool isRSA = rest.starts_with("rsa ");
             if (isRSA || rest.starts_with("ed25519 ")) takeBefore(rest, " ");
+            Signature signature;
+            if (rest.starts_with("simple ")) {
+                takeBefore(rest, " ");
+                signature.canonicalization = "simple/simple";
+            }
             const bool hasSelector = rest.find("s=") != std::string_view::npos;
-            const std::string tags = "v=1; " + std::string(hasSelector ? "" : "s=key; ") + std::string(rest);
+            signature.tags = "v=1; " + std::string(hasSelector ? "" : "s=key; ") + std::string(rest);
             const PrivateKey& key = isRSA ? rsaKey() : ed25519Key();
-            m_message = signedMessage(m_message, {.tags = tags}, key);
+            m_message = signedMessage(m_message, signature, key);
             takeBefore(rest, "d=");
             if (name == "sign") {
                 publish("key._domainkey." + asciiLowered(takeBefore(rest, ";")) + "|TXT", keyRecord(key));

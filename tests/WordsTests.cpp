@@ -135,6 +135,7 @@ std::string allWords() {
     }
     auto notes = EveryCase().of<ReportNote>();
     notes.push_back({ReportNote::LineOfSender{"Received-SPF", "192.0.2.1", {}}});
+    notes.push_back({Damage{DamageKind::exportedAnew, {}}});
     std::set<std::string> knownDetails;
     for (const ReportNote& note : notes) {
         const char* sections[] = {"message", "signatures", "server", "policy", "chain", "receiver", "sender"};

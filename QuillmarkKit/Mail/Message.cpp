@@ -39,6 +39,16 @@ std::size_t loneLineEnds(std::string_view bytes) {
     return lone;
 }
 
+/// Whether every line ends with CR CR LF. Mostly the first says no.
+bool hasDoubledEnds(std::string_view bytes) {
+    std::size_t lines = 0;
+    for (std::size_t at = bytes.find('\n'); at != std::string_view::npos; at = bytes.find('\n', at + 1)) {
+        if (at < 2 || bytes[at - 1] != '\r' || bytes[at - 2] != '\r') return false;
+        ++lines;
+    }
+    return lines > 1;
+}
+
 /// Takes the line at the front of `rest`, without its CR LF.
 std::string_view takeLine(std::string_view& rest) {
     const auto end = std::min(rest.find('\n'), rest.size());  // an LF stands behind a CR only
@@ -97,6 +107,7 @@ struct MailMessage::Content {
     std::vector<std::uint32_t> byName = {};  // positions, sorted by lower-case name, then position
     std::optional<std::string_view> body = {};
     std::optional<EarlyEnd> earlyEnd = {};
+    bool hasDoubledLineEnds = false;
 
     void parse(ParseMode mode);
     void sortByName();
@@ -206,6 +217,7 @@ std::string HeaderField::value() const {
 
 MailMessage MailMessage::parse(ByteBuffer bytes, ParseMode mode) {
     auto content = std::make_shared<Content>();
+    content->hasDoubledLineEnds = hasDoubledEnds(bytes.view());
     content->bytes = Bytes::normalizedLineEnds(std::move(bytes));
     content->parse(mode);
     content->sortByName();
@@ -231,6 +243,12 @@ std::string_view MailMessage::separatorLine() const {
 std::optional<MailMessage::EarlyEnd> MailMessage::earlyEnd() const {
     return m_content ? m_content->earlyEnd : std::nullopt;
 }
+
+std::string_view MailMessage::text() const {
+    return m_content ? m_content->bytes.view() : std::string_view();
+}
+
+bool MailMessage::hasDoubledLineEnds() const { return m_content && m_content->hasDoubledLineEnds; }
 
 std::span<const std::uint32_t> MailMessage::positions(std::string_view name) const {
     if (!m_content) return {};

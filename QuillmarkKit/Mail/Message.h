@@ -64,6 +64,12 @@ public:
     };
     std::optional<EarlyEnd> earlyEnd() const;
 
+    /// All of it, with what stands before the first field and what was not read. A view, as fields are.
+    std::string_view text() const;
+    /// Whether every line came with two carriage returns before its line feed, as programs write that convert
+    /// the line ends of a message which has them already. An empty line follows each line of it here.
+    bool hasDoubledLineEnds() const;
+
     /// In message order, topmost first, duplicates kept.
     const std::vector<HeaderField>& headers() const;
 
