@@ -312,7 +312,7 @@ private:
             return;
         }
         // What stands there instead was decoded; what stands below was added.
-        if (m_digits > 0) ++m_linesBehind;
+        if (m_digits > 0 && !line.starts_with("--")) ++m_linesBehind;
         m_letters.add(line);
     }
 
@@ -516,8 +516,8 @@ bool endsWithAnswer(std::string_view text) {
     constexpr std::size_t mostReplies = 6, longestTag = 20;
     for (std::size_t replies = 0; replies <= mostReplies; ++replies) {
         text = trimmed(text, " \t\r\n");
-        const std::string_view line = text.substr(text.rfind('\n') + 1);
-        text.remove_suffix(line.size());
+        const std::string_view last = text.substr(text.rfind('\n') + 1), line = trimmedBlanks(last);
+        text.remove_suffix(last.size());
         if (line == ".") return true;
         std::string_view rest = line;
         const std::string_view tag = takePiece(rest, ' ');
