@@ -9,7 +9,7 @@ namespace quillmark {
 
 namespace {
 
-constexpr std::string_view lineEnd = "\r\n";
+constexpr std::string_view crlf = "\r\n";
 constexpr std::string_view softBreak = "=\r\n";
 
 using Style = QuotedPrintableStyle;
@@ -85,7 +85,7 @@ std::string brokenInWindows(std::string_view text, std::size_t longest) {
     std::string broken;
     broken.reserve(text.size() + text.size() / 16);
     const auto append = [&](std::string_view piece) {
-        for (const char c : piece) c == '\n' ? broken.append(lineEnd) : broken.append(1, c);
+        for (const char c : piece) c == '\n' ? broken.append(crlf) : broken.append(1, c);
     };
     while (!text.empty()) {
         std::string_view line = text.substr(0, longest);
@@ -195,7 +195,7 @@ std::string decodedQuotedPrintable(std::string_view text) {
         }
         const std::string_view escape = text.substr(i + 1, 2);
         const auto behind = std::min(text.find_first_not_of(" \t", i + 1), text.size());
-        if (text.substr(behind).starts_with(lineEnd)) {
+        if (text.substr(behind).starts_with(crlf)) {
             i = behind + 1;
         } else if (escape.size() == 2 && hexValue(escape[0]) >= 0 && hexValue(escape[1]) >= 0) {
             bytes += static_cast<char>(hexValue(escape[0]) * 16 + hexValue(escape[1]));
@@ -212,7 +212,7 @@ std::string encodedQuotedPrintable(std::string_view text, const QuotedPrintableS
     std::string written;
     written.reserve(text.size() + text.size() / 8);
     while (!text.empty()) {
-        const auto end = std::min(text.find(lineEnd), text.size());
+        const auto end = std::min(text.find(crlf), text.size());
         const std::string_view line = text.substr(0, end);
         if (isInWindows) {
             const std::size_t textEnd = line.find_last_not_of(" \t") + 1;
@@ -223,8 +223,8 @@ std::string encodedQuotedPrintable(std::string_view text, const QuotedPrintableS
             appendLine(written, line, style);
         }
         if (end == text.size()) break;
-        written += isInWindows ? lineEnd.substr(1) : lineEnd;
-        text.remove_prefix(end + lineEnd.size());
+        written += isInWindows ? crlf.substr(1) : crlf;
+        text.remove_prefix(end + crlf.size());
     }
     return isInWindows ? brokenInWindows(written, style.longest) : written;
 }
