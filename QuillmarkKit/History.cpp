@@ -77,6 +77,11 @@ void History::apply(const HistoryChange& change) {
 }
 
 bool HistoryChange::add(ProofReport report) {
+    for (ReportNote& note : report.notes) {
+        if (auto* undone = std::get_if<ReportNote::Undone>(&note.value)) {
+            for (auto& text : undone->texts) text.excerpt.clear();
+        }
+    }
     if (compactJSON(report).size() > largestKeptReport) return false;
     remove(report.id);
     m_added.push_back(std::move(report));

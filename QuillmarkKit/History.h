@@ -39,8 +39,8 @@ constexpr auto fieldsOf(const History*) {
 /// change. Applying it twice does the same as once.
 class HistoryChange {
 public:
-    /// Puts a report at the end; one with the same id goes. False, and nothing is done, when the report is
-    /// too large to be kept.
+    /// Puts a report at the end, without what notes quote of the message's text, which is never kept; one
+    /// with the same id goes. False, and nothing is done, when the report is too large to be kept.
     [[nodiscard]] bool add(ProofReport report);
     void remove(const UUID& id);
     /// The steps of `later` after these.

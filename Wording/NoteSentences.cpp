@@ -84,6 +84,23 @@ std::string changeInWords(const ChangedField& field, const Reader& reader) {
     return reader.translate("the %1 line, which was “%2” when it was signed", {name, before});
 }
 
+/// What a person may see alone, or most of: text that was put in front, or more than there was.
+std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) {
+    const auto first = std::ranges::find_if(note.texts, [](const ChangedText& change) {
+        const bool isFirst =
+            change.place == ChangedText::Place::start || change.place == ChangedText::Place::htmlStart;
+        return isFirst && change.kind == ChangedText::Kind::added;
+    });
+    if (first != note.texts.end()) {
+        return reader.translateCount("The first %n line was added. A mail program may show only this.",
+                                     "The first %n lines were added. A mail program may show only these.",
+                                     first->lines) +
+               ' ';
+    }
+    if (note.addedBytes <= note.signedBytes) return {};
+    return reader.translate("More of the text was added than %1 signed.", {quotedDomain(note.domain)}) + ' ';
+}
+
 /// What must be taken back, and that the rest was signed.
 std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     std::string changes, forms;
@@ -98,17 +115,19 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
                                    "%n links that a link-protection service rewrote", note.links));
     }
     for (const RewrittenForm form : note.forms) join(forms, ", ", formInWords(form, reader));
-    const std::string domain = quotedDomain(note.domain);
+    const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
     if (changes.empty()) {
-        return reader.translate(
-            "%1’s signature holds again once the message is written as it was sent; the words are the same. "
-            "Changed on the way: %2.",
-            {domain, forms});
+        return front + reader.translate(
+                           "%1’s signature holds again once the message is written as it was sent; the words "
+                           "are the same. "
+                           "Changed on the way: %2.",
+                           {domain, forms});
     }
-    std::string text = reader.translate(
-        "%1’s signature holds again once these changes are taken back: %2. Everything else that %1 signed is "
-        "as it was.",
-        {domain, changes});
+    std::string text = front + reader.translate(
+                                   "%1’s signature holds again once these changes are taken back: %2. "
+                                   "Everything else that %1 signed is "
+                                   "as it was.",
+                                   {domain, changes});
     if (!forms.empty()) text += ' ' + reader.translate("Also written otherwise: %1.", {forms});
     return text + ' ' +
            reader.translate("Anyone along the way could have made these changes. Treat them as unsigned.");
@@ -438,22 +457,7 @@ struct NoteSentence {
     }
     std::string operator()(const ReportNote::Undone& note) const {
         const std::string domain = quotedDomain(note.domain);
-        std::string text;
-        const auto first = std::ranges::find_if(note.texts, [](const ChangedText& change) {
-            const bool isFirst =
-                change.place == ChangedText::Place::start || change.place == ChangedText::Place::htmlStart;
-            return isFirst && change.kind == ChangedText::Kind::added;
-        });
-        if (first != note.texts.end()) {
-            text = reader.translateCount("The first %n line was added. A mail program may show only this.",
-                                         "The first %n lines were added. A mail program may show only these.",
-                                         first->lines) +
-                   ' ';
-        }
-        if (text.empty() && note.addedBytes > note.signedBytes) {
-            text += reader.translate("More of the text was added than %1 signed.", {domain}) + ' ';
-        }
-        text += leadOfUndone(note, reader);
+        std::string text = leadOfUndone(note, reader);
         if (note.signedFrom || !note.fromIsOfDomain) {
             text += ' ';
             text +=

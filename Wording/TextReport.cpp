@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -97,9 +98,12 @@ std::string joined(std::span<const MailAddress> addresses, const Reader& reader)
 
 /// The notes that belong under one heading, those that stand beside the headline once more.
 void addNotes(Lines& lines, const ProofReport& report, NoteSection section, const Reader& reader) {
+    std::set<std::string, std::less<>> said;  // two signatures of one domain have the same to say
     for (const ReportNote& note : report.notes) {
         if (sectionOf(note) != section) continue;
-        lines.note(Remark{tone(note), sentence(note, reader)});
+        const std::string text = sentence(note, reader);
+        if (!said.insert(text).second) continue;
+        lines.note(Remark{tone(note), text});
         for (const std::string& detail : details(note, reader)) lines.detail(detail);
     }
 }
@@ -127,8 +131,7 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
         lines.add(reader.translate(pattern, {value}));
     };
     lines.section(toTranslate("The message says"));
-    field(toTranslate("From: %1"),
-          insteadOfSender(report, reader).value_or(joined(message.from, reader)));
+    field(toTranslate("From: %1"), insteadOfSender(report, reader).value_or(joined(message.from, reader)));
     if (!message.replyTo.empty()) field(toTranslate("Reply-To: %1"), joined(message.replyTo, reader));
     field(toTranslate("Subject: %1"),
           message.subject.empty() ? reader.translate("(no subject)") : inert(message.subject));
@@ -161,7 +164,8 @@ void addSignatures(Lines& lines, const ProofReport& report, std::string& cause, 
     for (const DKIMResult& signature : report.dkim) {
         const auto shown = [](const std::string& tag) { return tag.empty() ? "?" : quotedWord(tag); };
         const std::string domain = shown(signature.domain), selector = shown(signature.selector),
-                          algorithm = shown(signature.algorithm), said = signatureSentence(report, signature, reader);
+                          algorithm = shown(signature.algorithm),
+                          said = signatureSentence(report, signature, reader);
         // For translators: a signature: domain, selector, algorithm, what came of it, size of its key.
         const std::string line =
             signature.keyBits

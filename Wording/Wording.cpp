@@ -284,7 +284,10 @@ std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& read
     for (const ReportNote& note : report.notes) {
         if (!standsBesideHeadline(note, report.verdict.tone)) continue;
         if (std::holds_alternative<Damage>(note.value) && ++damages > mostDamages) continue;
-        remarks.push_back({tone(note), sentenceBesideHeadline(note, reader)});
+        std::string text = sentenceBesideHeadline(note, reader);
+        // Two signatures of one domain have the same to say.
+        if (std::ranges::find(remarks, text, &Remark::text) == remarks.end())
+            remarks.push_back({tone(note), std::move(text)});
     }
     if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
         addBody(remarks, deciding, report.verdict, reader);

@@ -175,6 +175,14 @@ TEST(History, salvage) {
     }
 }
 
+TEST(History, keepsNothingOfTheText) {
+    ProofReport report = reportOf(1);
+    report.notes = {{ReportNote::Undone{.texts = {{.lines = 1, .bytes = 6, .excerpt = "secret"}}}}};
+    HistoryChange change;
+    ASSERT_TRUE(change.add(report));
+    EXPECT_EQ(compactJSON(change.added().front()).find("secret"), std::string::npos);
+}
+
 TEST(History, changes) {
     const auto id = [](std::uint8_t number) { return reportOf(number).id; };
     HistoryChange several;

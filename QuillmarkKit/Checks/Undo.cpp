@@ -638,7 +638,7 @@ void tellTexts(UndoneSignature& undone, std::string_view shown, std::string_view
         change.lines = told.lines;
         change.bytes = told.bytes;
         change.excerpt = told.text;
-        if (!isMissing) undone.addedBytes += added.bytes;
+        undone.addedBytes += std::max<std::int64_t>(0, added.bytes - missing.bytes);
         if (isTold) {
             undone.texts.push_back(std::move(change));
             continue;

@@ -65,7 +65,7 @@ struct UndoneSignature {
     std::vector<RewrittenForm> forms = {};  ///< each once, in the order of their declaration
     std::int64_t links = 0;                 ///< that a protection service had rewritten
     std::int64_t signedBytes = 0;           ///< of the text
-    std::int64_t addedBytes = 0;            ///< of the text as it is shown
+    std::int64_t addedBytes = 0;            ///< by which the text that is shown is longer where it differs
 };
 
 struct UndoFindings {
