@@ -303,19 +303,25 @@ std::optional<ReportNote::ContentNotSigned::Why> contentFault(const MailMessage&
 /// Many large providers leave these fields unsigned, and nobody is the worse for it; unless they make another
 /// text of the one that was signed.
 void addContentFields(Notes& notes, const MailMessage& message, const ProofReport& report,
-                      const PublicSuffixList& suffixes) {
+                      const CheckFacts& facts, const PublicSuffixList& suffixes) {
     for (const std::string_view name :
          {"Content-Type", "Content-Transfer-Encoding", "Content-Disposition", "MIME-Version"}) {
         const auto positions = message.positions(name);
         if (positions.empty()) continue;
-        const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
+        const auto covers = [&](const std::vector<std::string>& names) {
             const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+            return static_cast<std::size_t>(std::ranges::count_if(names, isName)) >= positions.size();
+        };
+        const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
             return signature.status == DKIMResult::Status::pass &&
                    suffixes.sameOrganization(signature.domain, report.verdict.domain) &&
-                   static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName)) >=
-                       positions.size();
+                   covers(signature.signedHeaders);
         });
-        if (isSigned) continue;
+        // One that holds again says itself what became of the fields that it covers.
+        const bool isTold = std::ranges::any_of(facts.undone, [&](const UndoneSignature& undone) {
+            return covers(facts.broken[undone.signature].signedHeaders);
+        });
+        if (isSigned || isTold) continue;
         const auto why = contentFault(message, positions);
         if (!why) continue;
         const std::string value = excerpt(message.headers()[positions.front()].value());
@@ -803,7 +809,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addOtherKeys(notes, facts.broken);
     addClaimedAddress(notes, message, report, border);
     addAnyServer(notes, report, facts.anyServerTerm);
-    if (signature) addContentFields(notes, message, report, suffixes);
+    if (signature || !facts.undone.empty()) addContentFields(notes, message, report, facts, suffixes);
     addResultsWithoutCause(notes, message, report);
     addKeyRecords(notes, report, facts);
     addDate(notes, message, report);

@@ -110,18 +110,19 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     for (const ChangedText& text : note.texts) join(changes, "; ", changeInWords(text, reader));
     for (const ChangedField& field : note.fields) join(changes, "; ", changeInWords(field, reader));
     if (note.links > 0) {
-        join(changes, "; ",
-             reader.translateCount("%n link that a link-protection service rewrote",
-                                   "%n links that a link-protection service rewrote", note.links));
+        join(
+            changes, "; ",
+            reader.translateCount("%n link that now leads elsewhere than when it was signed",
+                                  "%n links that now lead elsewhere than when they were signed", note.links));
     }
     for (const RewrittenForm form : note.forms) join(forms, ", ", formInWords(form, reader));
     const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
     if (changes.empty()) {
-        return front + reader.translate(
-                           "%1’s signature holds again once the message is written as it was sent; the words "
-                           "are the same. "
-                           "Changed on the way: %2.",
-                           {domain, forms});
+        return front +
+               reader.translate(
+                   "%1’s signature holds again once the message is written as it was sent; the signed words "
+                   "are the same. Changed on the way: %2.",
+                   {domain, forms});
     }
     std::string text = front + reader.translate(
                                    "%1’s signature holds again once these changes are taken back: %2. "

@@ -6,6 +6,7 @@
 #include <memory>
 #include <queue>
 #include <set>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -430,27 +431,41 @@ bool passes(const MailMessage& message, const BrokenSignature& signature, Date n
 /// The fields that say what a body is: without them it can't be read.
 constexpr std::string_view namesOfContent[] = {"mime-version", "content-type", "content-transfer-encoding"};
 
-/// The signed fields as they stood, the signature, the fields of the content, and the body.
+/// How many fields of each name, in lower case, a signature covers.
+std::map<std::string, std::size_t, std::less<>> coveredFields(const BrokenSignature& signature) {
+    std::map<std::string, std::size_t, std::less<>> covered;
+    for (const std::string& name : signature.signedHeaders) ++covered[asciiLowered(name)];
+    return covered;
+}
+
+/// The signed fields as they stood, the signature, the fields of the content, and the body. Of several fields
+/// of a name those that are signed, which are the lowest (RFC 6376, section 5.4.2).
 MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature,
                     const std::vector<NamedFields>& changes, std::string_view body) {
-    std::set<std::string> kept(std::begin(namesOfContent), std::end(namesOfContent));
-    for (const std::string& name : signature.signedHeaders) kept.insert(asciiLowered(name));
-    const auto change = [&](const std::string& name) {
-        return std::ranges::find(changes, name, &NamedFields::name);
+    const auto covered = coveredFields(signature);
+    const auto kept = [&](const std::string& name) -> std::size_t {
+        if (const auto found = covered.find(name); found != covered.end()) return found->second;
+        return std::ranges::find(namesOfContent, name) != std::end(namesOfContent) ? 1 : 0;
     };
+    std::map<std::string, std::size_t, std::less<>> above;  // fields of a name, of which the lowest stay
+    for (const HeaderField& field : message.headers()) ++above[asciiLowered(field.name)];
     std::set<std::string> written;  // of the changed names
     std::string header;
     const auto write = [&](const NamedFields& fields) {
         if (!written.insert(fields.name).second) return;
-        for (const std::string& raw : fields.fields) header.append(raw).append(lineEnd);
+        const std::size_t count = fields.fields.size(), signedCount = std::min(count, kept(fields.name));
+        for (const std::string& raw : std::span(fields.fields).last(signedCount))
+            header.append(raw).append(lineEnd);
     };
     for (const HeaderField& field : message.headers()) {
         const std::string name = asciiLowered(field.name);
+        const bool isLow = above[name]-- <= kept(name);
+        const auto found = std::ranges::find(changes, name, &NamedFields::name);
         if (field == signature.field) {
             header.append(field.raw).append(lineEnd);
-        } else if (const auto found = change(name); found != changes.end()) {
+        } else if (found != changes.end()) {
             write(*found);
-        } else if (kept.contains(name)) {
+        } else if (isLow) {
             header.append(field.raw).append(lineEnd);
         }
     }
@@ -478,17 +493,28 @@ std::vector<std::string> valuesOf(const MailMessage& message, std::string_view n
 void tellFields(UndoneSignature& undone, const MailMessage& message, const BrokenSignature& signature,
                 const std::vector<NamedFields>& changes, bool isTextRead) {
     bool isFolded = false;
-    for (const NamedFields& change : changes) {
-        ChangedField field{change.name, valuesOf(message, change.name, &signature.field),
-                           valuesOf(undone.message, change.name, nullptr)};
+    const auto covered = coveredFields(signature);
+    const auto tell = [&](const std::string& name) {
+        ChangedField field{name, valuesOf(message, name, &signature.field),
+                           valuesOf(undone.message, name, &signature.field)};
         if (field.shown == field.signedValues) {
-            isFolded = true;
-            continue;
+            isFolded |= std::ranges::find(changes, name, &NamedFields::name) != changes.end();
+            return;
         }
-        const bool isOfContent = std::ranges::find(namesOfContent, change.name) != std::end(namesOfContent);
-        if (!(isOfContent && isTextRead) && undone.fields.size() < mostFields) {
+        const bool isOfContent = std::ranges::find(namesOfContent, name) != std::end(namesOfContent);
+        if (!(isOfContent && isTextRead) && undone.fields.size() < mostFields)
             undone.fields.push_back(std::move(field));
-        }
+    };
+    for (const NamedFields& change : changes) {
+        if (covered.contains(change.name) ||
+            std::ranges::find(namesOfContent, change.name) != std::end(namesOfContent))
+            tell(change.name);
+    }
+    // A field that nobody had to take out may still stand above the signed one.
+    for (const auto& [name, count] : covered) {
+        if (std::ranges::find(changes, name, &NamedFields::name) == changes.end() &&
+            message.positions(name).size() > count)
+            tell(name);
     }
     if (isFolded) undone.forms.push_back(RewrittenForm::folding);
 }
@@ -543,6 +569,11 @@ std::string readableText(const MailMessage& message) {
             addLines(out, content);
         } else {
             out += mark + encodedBase64(hash(HashAlgorithm::sha256, content)) + '\n';
+        }
+        if (part.encoding == TransferEncoding::base64) {
+            // Some programs read on where the first base64 ends; others don't, and nobody decodes it here.
+            const auto behind = raw.find_first_not_of("= \t\r\n", std::min(raw.find('='), raw.size()));
+            if (behind != std::string_view::npos) addLines(out, raw.substr(behind));
         }
         at = std::max(at, part.end);
     }
