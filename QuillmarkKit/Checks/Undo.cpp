@@ -690,10 +690,15 @@ void tellTexts(UndoneSignature& undone, const MailMessage& message, const Broken
     const std::string signedText = canonicalBody(*undone.message.body(), form, stop);
     undone.signedBytes = static_cast<std::int64_t>(signedText.size());
     if (reading.steps == 0) {
+        const auto unmarked = [](std::string_view text) {
+            std::string lines;
+            addLines(lines, text);
+            return lines;
+        };
         const std::string boundary = fieldParameter(
             message.first("Content-Type") ? message.first("Content-Type")->valueBytes() : std::string_view(),
             "boundary");
-        tellTexts(undone, canonicalBody(*message.body(), form, stop), signedText,
+        tellTexts(undone, unmarked(canonicalBody(*message.body(), form, stop)), unmarked(signedText),
                   boundary.empty() ? std::string() : "--" + boundary);
     } else {
         tellTexts(undone, readableText(message), readableText(undone.message), {});
