@@ -152,7 +152,8 @@ private:
             if (m_asSigned) unwritten = writeAsSigned(found.place, message, verification);
             return std::move(verification.report);
         };
-        CheckWalk walk(std::move(input.found), verify, {.keepsBytes = m_from.recorded != nullptr});
+        CheckWalk walk(std::move(input.found), verify,
+                       {.keepsBytes = m_from.recorded != nullptr, .goesInside = !m_command.noAttached});
         std::vector<OrderedRun::Message> all;
         while (const auto outcome = walk.next()) {
             all.push_back(written(*outcome));

@@ -26,6 +26,7 @@ struct CheckCommand {
     std::optional<std::string> only = {};      ///< tones, with commas: no other report is written or kept
     std::optional<std::string> failOn = {};    ///< a tone
     bool noUndo = false;                       ///< doesn't look for what was changed
+    bool noAttached = false;                   ///< passes over messages that are attached to others
     std::optional<std::string> asSigned = {};  ///< a folder to write what was signed into
     int jobs = 0;                              ///< how many messages are checked at once; 0: as suits
     int timeout = 0;                           ///< seconds for the lookups of one message; 0: as usual

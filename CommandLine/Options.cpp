@@ -30,6 +30,7 @@ const std::vector<CommandTable::Example> examples = {
     {"quillmark check --summary Inbox.mbox", forHelp("a mailbox, as tables")},
     {"quillmark check --json message.eml", forHelp("for another program to read")},
     {"quillmark check --record now.json message.eml", forHelp("--dns now.json repeats it")},
+    {"quillmark extract Inbox.mbox 3 > m.eml", forHelp("one message of it")},
     {"quillmark history list", forHelp("the reports that were kept")},
     {"quillmark keygen --out key.pem", forHelp("a key for sign and seal")},
     {"quillmark sign --domain a.org --selector k --key key.pem m.eml", forHelp("sign")},
@@ -144,7 +145,28 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         "How long the lookups of one message may take; default: 60 for DNS")
         ->check(CLI::Range(1, 3600));
     command.add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
+    command.add_flag("--no-attached", check.noAttached, "Don't check messages that are attached to others");
     command.footer(checkFooter);
+}
+
+constexpr const char* extractFooter = forHelp(
+    "It is written byte for byte as it is checked: without what the mailbox puts around it, and with its "
+    "\">From \" lines as the signatures have them; an attached one with CR LF line ends. Exit status: 0 "
+    "there "
+    "it is; 1 FILE could not be read or has no such message; 2 wrong arguments.");
+
+void addExtract(CLI::App& app, ExtractCommand& extract) {
+    CLI::App& command = *app.add_subcommand("extract", "Print one message of a mailbox");
+    command.add_flag("--as-stored", extract.asStored,
+                     "Leave its \">From \" lines as they stand in the mailbox");
+    command.add_option("FILE", extract.file, "The mailbox or message; \"-\" is standard input")->required();
+    command
+        .add_option(
+            "NUMBER", extract.number,
+            "Which message, as check numbers them: 3, or 3.2.1 for attached message 2.1 of message 3; a "
+            "message that is alone in its file is 1")
+        ->required();
+    command.footer(extractFooter);
 }
 
 constexpr const char* keygenFooter = forHelp(
@@ -269,8 +291,9 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
 
 /// What values are called in the help.
 [[maybe_unused]] constexpr std::array valueNames = {
-    toTranslate("FILE"), toTranslate("KEY"),   toTranslate("TIME"), toTranslate("TONE"), toTranslate("TONES"),
-    toTranslate("TYPE"), toTranslate("NAMES"), toTranslate("PAIR"), toTranslate("VALUE")};
+    toTranslate("FILE"),  toTranslate("KEY"),   toTranslate("TIME"),  toTranslate("TONE"),
+    toTranslate("TONES"), toTranslate("TYPE"),  toTranslate("NAMES"), toTranslate("PAIR"),
+    toTranslate("VALUE"), toTranslate("NUMBER")};
 
 HelpWords helpWords(const Reader& reader) {
     return {.usage = reader.translate("Usage"),
@@ -348,6 +371,7 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");
     app.require_subcommand(1);
     addCheck(app, commands.check);
+    addExtract(app, commands.extract);
     addHistory(app, commands.history);
     addKeygen(app, commands.keygen);
     addRecord(app, commands.record);

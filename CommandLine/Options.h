@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommandLine/CheckCommand.h"
+#include "CommandLine/ExtractCommand.h"
 #include "CommandLine/HistoryCommand.h"
 #include "CommandLine/SignCommands.h"
 #include "Manual/CommandTable.h"
@@ -14,6 +15,7 @@ namespace quillmark {
 /// What the arguments are read into.
 struct Commands {
     CheckCommand check = {};
+    ExtractCommand extract = {};
     HistoryCommand history = {};
     KeygenCommand keygen = {};
     RecordCommand record = {};

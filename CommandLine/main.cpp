@@ -75,11 +75,13 @@ int main(int count, char** values) {
         return 2;
     }
     endOnSignals();
-    auto& [check, history, keygen, record, sign, seal] = commands;
-    check.reader = history.reader = keygen.reader = record.reader = sign.reader = seal.reader = reader;
+    auto& [check, extract, history, keygen, record, sign, seal] = commands;
+    check.reader = extract.reader = history.reader = keygen.reader = record.reader = sign.reader =
+        seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;
+    if (app.got_subcommand("extract")) return extract.run();
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("record")) return record.run();

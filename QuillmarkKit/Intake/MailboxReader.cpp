@@ -260,6 +260,9 @@ const MessagePlace& placeOf(const Found& found) {
 }
 
 struct MailboxReader::State {
+    explicit State(Quoting of) : quoting(of) {}
+
+    const Quoting quoting;
     std::optional<FileWalk> walk = {};
     bool isAnyFound = false;              // by the walk
     std::optional<FileBytes> given = {};  // an open descriptor, until it is read
@@ -358,7 +361,7 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
             place.number = message->isOnly ? 0 : message->number;
             if (message->isTooLarge) return problem({Refusal::TooLarge{}});
             FoundMessage found{.place = place};
-            auto unquoted = withoutFromQuoting(message->bytes);
+            auto unquoted = quoting == Quoting::undone ? withoutFromQuoting(message->bytes) : std::nullopt;
             if (unquoted) found.facts.fromLines = unquoted->fromLines;
             found.bytes =
                 unquoted && unquoted->bytes ? std::move(*unquoted->bytes) : ByteBuffer(message->bytes);
@@ -374,13 +377,13 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
     }
 }
 
-MailboxReader::MailboxReader(std::string path, std::optional<std::string> name)
-    : m_state(std::make_unique<State>()) {
+MailboxReader::MailboxReader(std::string path, std::optional<std::string> name, Quoting quoting)
+    : m_state(std::make_unique<State>(quoting)) {
     std::string shown = name ? std::move(*name) : lastComponent(path);
     m_state->walk.emplace(std::move(path), std::move(shown));
 }
 
-MailboxReader::MailboxReader(int descriptor) : m_state(std::make_unique<State>()) {
+MailboxReader::MailboxReader(int descriptor, Quoting quoting) : m_state(std::make_unique<State>(quoting)) {
     m_state->given.emplace(descriptor, FileBytes::Ownership::callers);
 }
 
@@ -433,19 +436,17 @@ std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& pat
     return bytes;
 }
 
-namespace {
-
-std::variant<FoundMessage, Refusal> attachedAt(FoundMessage outer, const MessagePlace& place) {
+std::variant<FoundMessage, Refusal> attachedAt(std::vector<std::size_t> position, FoundMessage outer) {
     auto message = messageIn(std::move(outer.bytes), ParseMode::strict);
     if (auto* refusal = std::get_if<Refusal>(&message)) return std::move(*refusal);
     AttachedMessages attached(std::get<MailMessage>(std::move(message)));
     while (auto next = attached.next()) {
-        if (next->position == place.attached) return FoundMessage{std::move(next->bytes), place};
+        if (next->position != position) continue;
+        outer.place.attached = std::move(position);
+        return FoundMessage{std::move(next->bytes), std::move(outer.place)};
     }
     return Refusal{Refusal::Moved{}};
 }
-
-}  // namespace
 
 std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop) {
     MailboxReader reader(place.path);
@@ -459,8 +460,8 @@ std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const s
         // One that was alone in its file is the first, should others have come.
         if (message.place.number != place.number && (place.number != 0 || message.place.number != 1))
             continue;
-        if (!place.attached.empty()) return attachedAt(std::move(message), place);
         message.place = place;
+        if (!place.attached.empty()) return attachedAt(place.attached, std::move(message));
         // cppcheck-suppress returnStdMoveLocal; it lies in what was taken
         return std::move(message);
     }

@@ -73,10 +73,14 @@ const MessagePlace& placeOf(const Found& found);
 /// several threads at once.
 class MailboxReader {
 public:
+    /// Whether what an mbox did to lines that begin with "From " is undone as the signatures have it.
+    enum class Quoting { undone, asStored };
+
     /// `name`: what the file or folder is called in reports; without one, the last component of its path.
-    explicit MailboxReader(std::string path, std::optional<std::string> name = {});
+    explicit MailboxReader(std::string path, std::optional<std::string> name = {},
+                           Quoting quoting = Quoting::undone);
     /// Reads an open file or pipe, which stays open and has no name.
-    explicit MailboxReader(int descriptor);
+    explicit MailboxReader(int descriptor, Quoting quoting = Quoting::undone);
     ~MailboxReader();
     MailboxReader(const MailboxReader&) = delete;
     MailboxReader& operator=(const MailboxReader&) = delete;
@@ -97,6 +101,10 @@ private:
     struct State;
     std::unique_ptr<State> m_state;
 };
+
+/// The message at `position` (see `MessagePlace::attached`) inside the one that was found; `Moved` when there
+/// is none.
+std::variant<FoundMessage, Refusal> attachedAt(std::vector<std::size_t> position, FoundMessage outer);
 
 /// The message at a place where it was found, read again. What lies there may have changed.
 std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop = {});
