@@ -59,12 +59,13 @@ AsSignedFolder::AsSignedFolder(std::string folder, const Reader& reader)
 }
 
 void AsSignedFolder::write(const std::optional<std::string>& name, const MailMessage& shown,
-                           const Verification& verification) const {
+                           const Verification& verification) {
     auto next = verification.asSigned.begin();
     for (const ReportNote& note : verification.report.notes) {
         const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
         if (!undone || next == verification.asSigned.end()) continue;
         const MailMessage& asSigned = *next++;
+        ++m_found;
         std::string file = fileNameOf(name.value_or("message")) + "." + fileNameOf(undone->domain) + "." +
                            (undone->of == SignatureKind::dkim ? "" : "arc") + std::to_string(undone->index);
         const std::string path = (std::filesystem::path(m_folder) / file).string();
@@ -81,7 +82,21 @@ void AsSignedFolder::write(const std::optional<std::string>& name, const MailMes
         }
         writeNew(path + ".eml", asSigned.bytes());
         writeNew(path + ".txt", text);
+        ++m_written;
     }
+}
+
+std::optional<std::string> AsSignedFolder::summary() const {
+    if (m_found == 0) {
+        return m_reader.translate(
+            "Nothing was written into “%1”: no broken signature holds again once changes are taken back.",
+            {quillmark::quoted(m_folder)});
+    }
+    if (m_written == 0) return std::nullopt;
+    return m_reader.translateCount("%n message as it was signed is now in “%1”, with a text that tells of it.",
+                                   "%n messages as they were signed are now in “%1”, each with a text that "
+                                   "tells of it.",
+                                   m_written, {quillmark::quoted(m_folder)});
 }
 
 }  // namespace quillmark

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -20,11 +22,15 @@ public:
     /// Writes what holds again of a message, of which `name` tells. Throws `OutputFileError`, also where one
     /// of the files is there already.
     void write(const std::optional<std::string>& name, const MailMessage& shown,
-               const Verification& verification) const;
+               const Verification& verification);
+
+    /// What came of it so far, in one sentence; nothing where all there was could not be written.
+    std::optional<std::string> summary() const;
 
 private:
     const std::string m_folder;
     const Reader& m_reader;
+    std::atomic<std::int64_t> m_found = 0, m_written = 0;
 };
 
 }  // namespace quillmark

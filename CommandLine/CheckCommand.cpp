@@ -8,6 +8,7 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
@@ -109,7 +110,13 @@ class Checker {
 public:
     /// Throws `OutputFileError`.
     Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {
-        if (command.asSigned) m_asSigned.emplace(*command.asSigned, command.reader);
+        if (command.asSigned)
+            m_asSigned = std::make_unique<AsSignedFolder>(*command.asSigned, command.reader);
+    }
+
+    /// What was written beside the reports, if anything was asked for.
+    std::optional<std::string> summary() const {
+        return m_asSigned ? m_asSigned->summary() : std::nullopt;
     }
 
     /// A message and those attached inside it; nothing when it was postponed. Never throws.
@@ -234,7 +241,7 @@ private:
 
     const CheckCommand& m_command;
     const CheckSources& m_from;
-    std::optional<AsSignedFolder> m_asSigned = {};
+    std::unique_ptr<AsSignedFolder> m_asSigned;
     const bool m_isTextPrinted = !m_command.json && !m_command.summary && !goesToOutput(m_command.csv) &&
                                  !goesToOutput(m_command.record);
     const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
@@ -343,7 +350,9 @@ int CheckCommand::run() const {
         const BeforeEnd whenStopped([&output] { output.finishEarly(); });
         Checker checker(*this, from);
         checkAll(inputs, from, checker, output);
-        return output.finish(inputs.passedOver());
+        const int status = output.finish(inputs.passedOver());
+        if (const auto written = checker.summary()) writeProblem(*written);
+        return status;
     } catch (const AnswersFileError& error) {
         writeProblem(error.what());
         return 2;

@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QMenu>
+#include <QPainter>
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QToolButton>
@@ -39,11 +40,26 @@ Qt::SortOrder usualOrder(int column) {
 
 /// A view that has no current row takes its first one with the keyboard, which may well come back to it from
 /// a dialog that closes. This one leaves that to the arrow keys: what is shown is only ever chosen by a
-/// person.
+/// person. A list is shown empty only where the filter passes over all there is, which it says.
 template <typename View>
 class ReportsView : public View {
+public:
+    explicit ReportsView(QString nothingMatches) : m_nothingMatches(std::move(nothingMatches)) {}
+
 protected:
     void focusInEvent(QFocusEvent*) override { View::viewport()->update(); }
+
+    void paintEvent(QPaintEvent* event) override {
+        View::paintEvent(event);
+        if (View::model()->rowCount() > 0) return;
+        const int margin = View::fontMetrics().height();
+        QPainter(View::viewport())
+            .drawText(View::viewport()->rect().adjusted(margin, margin, -margin, -margin),
+                      Qt::AlignTop | Qt::AlignHCenter | Qt::TextWordWrap, m_nothingMatches);
+    }
+
+private:
+    const QString m_nothingMatches;
 };
 
 Qt::SortOrder opposite(Qt::SortOrder order) {
@@ -164,11 +180,11 @@ void ListPanel::buildSortMenu() {
 }
 
 void ListPanel::buildViews() {
-    m_listView = new ReportsView<QListView>;
+    m_listView = new ReportsView<QListView>(m_words("No report matches the filter."));
     m_listView->setItemDelegate(m_delegate = new ReportListDelegate(m_listView));
     m_listView->setUniformItemSizes(true);
     m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_tableView = new ReportsView<QTreeView>;
+    m_tableView = new ReportsView<QTreeView>(m_words("No report matches the filter."));
     m_tableView->setItemDelegate(new ReportTableDelegate(m_tableView));
     m_tableView->setUniformRowHeights(true);
     m_tableView->setRootIsDecorated(false);

@@ -23,6 +23,7 @@ enum class Cause {
     domainSilent,
     serviceSilent,
     offline,
+    serviceNotReached,
     tooLong,
     stopped,
     unknown,
@@ -53,7 +54,7 @@ Cause causeOf(std::string_view reason) {
     return found != causes.end() ? found->second : Cause::unknown;
 }
 
-/// Of "dns.example: timed out; other.example: no connection".
+/// Of "dns.example: timed out; other.example: no connection". A single service may be the one that is wrong.
 Cause causeOfDetail(std::string_view detail) {
     std::vector<Cause> causes;
     while (!detail.empty()) {
@@ -62,7 +63,9 @@ Cause causeOfDetail(std::string_view detail) {
         const std::size_t colon = piece.find(": ");
         causes.push_back(causeOf(colon == std::string_view::npos ? piece : piece.substr(colon + 2)));
     }
-    return causes.empty() ? Cause::unknown : std::ranges::min(causes);
+    if (causes.empty()) return Cause::unknown;
+    const Cause cause = std::ranges::min(causes);
+    return cause == Cause::offline && causes.size() == 1 ? Cause::serviceNotReached : cause;
 }
 
 Cause causeOf(const ProofReport& report) {
@@ -102,6 +105,9 @@ std::string likelyCause(const ProofReport& report, const Reader& reader) {
             return reader.translate("The DNS services don’t answer as they should. Check again later.");
         case Cause::offline:
             return reader.translate("There seems to be no network. Check again when you are online.");
+        case Cause::serviceNotReached:
+            return reader.translate(
+                "The DNS service can’t be reached. Look at its address and at your network, then check again.");
         case Cause::tooLong:
             return reader.translate("The answers took too long. Check again later.");
         case Cause::stopped:
