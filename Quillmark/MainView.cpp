@@ -205,6 +205,8 @@ void MainView::buildMenus() {
     add(report, Command::recheck, m_words("Re-check"), QKeySequence(Qt::CTRL | Qt::Key_R));
     add(report, Command::cancelChecks, m_words("Stop Checking"), QKeySequence(Qt::CTRL | Qt::Key_Period));
     report->addSeparator();
+    add(report, Command::whatWasSigned, m_words("&What Was Signed…"), QKeySequence(Qt::CTRL | Qt::Key_D));
+    report->addSeparator();
     add(report, Command::exportPDF, m_words("Export as PDF…"), QKeySequence(Qt::CTRL | Qt::Key_E));
     add(report, Command::exportText, m_words("Export as Text…"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
@@ -462,7 +464,7 @@ std::vector<std::pair<QString, QString>> MainView::shortcuts() const {
     for (const QAction* menu : menuBar()->actions()) {
         for (const QAction* each : menu->menu()->actions()) {
             if (each->shortcut().isEmpty()) continue;
-            all.emplace_back(each->text(), each->shortcut().toString(QKeySequence::NativeText));
+            all.emplace_back(each->text().remove(u'&'), each->shortcut().toString(QKeySequence::NativeText));
         }
     }
     return all;

@@ -37,6 +37,7 @@ enum class Command {
     find,
     settings,
     recheck,
+    whatWasSigned,
     exportPDF,
     exportText,
     exportEvidence,
@@ -56,7 +57,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 27;
+constexpr std::size_t commandCount = 28;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.

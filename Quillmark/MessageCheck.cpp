@@ -1,9 +1,13 @@
 #include "Quillmark/MessageCheck.h"
 
 #include <exception>
+#include <functional>
+#include <map>
+#include <set>
 #include <utility>
 
 #include "QuillmarkKit/CheckWalk.h"
+#include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Verifier.h"
 
@@ -41,6 +45,32 @@ CheckOutcome::Checked checked(ProofReport report, CheckedMessage message) {
 std::vector<PathStep> receivedPath(const CheckedMessage& checked) {
     const std::string_view head = checked.source.bytes->view().substr(0, longestHeaderRead);
     return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
+}
+
+std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofReport& report,
+                                    const std::stop_token& stop) {
+    StaticResolver::Answers answers;
+    std::map<std::string, std::string, std::less<>> errors;
+    for (const auto& [question, entry] : checked.answers->dns.entries())
+        answers.emplace(question, entry.value);
+    for (const auto& [question, entry] : checked.failures->dns.entries())
+        errors.emplace(question, entry.value);
+    const Verifier verifier(
+        std::make_shared<StaticResolver>(std::move(answers), std::set<std::string, std::less<>>{}, errors));
+    const MessageSource& source = checked.source;
+    const auto taken = messageIn(ByteBuffer(source.bytes->view()), source.mode);
+    if (!std::holds_alternative<MailMessage>(taken)) return {};
+    const auto& message = std::get<MailMessage>(taken);
+    const Verification again =
+        verifier.examine(message, report.fileName, report.checkedAt, report.id, stop, source.facts);
+    std::vector<SignedText> texts;
+    auto asSigned = again.asSigned.begin();
+    for (const ReportNote& note : again.report.notes) {
+        const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+        if (!undone || asSigned == again.asSigned.end() || stop.stop_requested()) continue;
+        texts.push_back(signedText(message, *asSigned++, undone->fields));
+    }
+    return texts;
 }
 
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,

@@ -18,6 +18,7 @@
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
+#include "QuillmarkKit/SignedText.h"
 
 namespace quillmark {
 
@@ -43,6 +44,12 @@ struct CheckedMessage {
 
 /// The way that its Received fields tell, of which a message at hand is read again.
 std::vector<PathStep> receivedPath(const CheckedMessage& checked);
+
+/// What was signed of a message at hand, for each note of its report that a signature holds again, in their
+/// order: found anew, from what the check was told. Takes as long as the check without its waiting, and asks
+/// nobody. From any thread; not all of them once `stop` is requested.
+std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofReport& report,
+                                    const std::stop_token& stop = {});
 
 /// What came of a message.
 struct CheckOutcome {

@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "Quillmark/HelpView.h"
+#include "Quillmark/MessageTextView.h"
 #include "Quillmark/PDFExport.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PasteView.h"
@@ -25,6 +26,8 @@
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
 #include "Wording/HistoryWording.h"
+#include "Wording/NoteSentences.h"
+#include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
@@ -43,6 +46,15 @@ QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c
 QString stopRemark(const StoppedMailbox& stopped, const Words& words) {
     return stoppedAfter(stopped.checked, stopped.all, words) + u'\n' +
            words("What it didn’t reach wasn’t checked. Open it again to check all of it.");
+}
+
+/// The notes of signatures that hold again.
+std::vector<const ReportNote*> undoneNotes(const ProofReport& report) {
+    std::vector<const ReportNote*> notes;
+    for (const ReportNote& note : report.notes) {
+        if (std::holds_alternative<ReportNote::Undone>(note.value)) notes.push_back(&note);
+    }
+    return notes;
 }
 
 }  // namespace
@@ -72,6 +84,7 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     connect(&m_window, &MainView::recoveryWanted, this, [this] {
         if (const auto damaged = m_model.damagedHistory()) m_model.recoverHistory(*damaged);
     });
+    connect(m_window.reportView(), &ReportView::comparisonWanted, this, &QuillmarkApp::showSignedText);
     connect(m_window.reportView(), &ReportView::recheckWanted, this, [this] { perform(Command::recheck); });
     connectModel();
 }
@@ -79,9 +92,11 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
 QuillmarkApp::~QuillmarkApp() {
     finish();
     delete m_sheet;
+    delete m_text;
 }
 
 void QuillmarkApp::finish() {
+    m_reading.request_stop();
     m_exports.waitForDone();
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);  // what they had to tell
 }
@@ -169,6 +184,13 @@ void QuillmarkApp::refreshCommands() {
         m_window.action(each)->setEnabled(hasReport);
     }
     m_window.action(Command::exportEvidence)->setEnabled(hasReport && m_hasMessage);
+    const SharedReport report = selectedReport();
+    const bool hasUndone = report && !undoneNotes(*report).empty();
+    QAction* whatWasSigned = m_window.action(Command::whatWasSigned);
+    whatWasSigned->setEnabled(hasUndone && m_hasMessage);
+    whatWasSigned->setToolTip(!hasUndone      ? m_words("No broken signature of this message holds again.")
+                              : !m_hasMessage ? m_words("Open the file again to see this.")
+                                              : QString());
     const bool canRecheck = selected() && m_model.canRecheck(*selected());
     QAction* recheck = m_window.action(Command::recheck);
     recheck->setEnabled(canRecheck);
@@ -238,6 +260,8 @@ void QuillmarkApp::perform(Command command) {
         case Command::recheck:
             if (id) m_model.recheck(*id);
             return;
+        case Command::whatWasSigned:
+            return showSignedText(0);
         case Command::cancelChecks:
             return m_model.cancelAll();
         case Command::exportPDF:
@@ -440,6 +464,33 @@ void QuillmarkApp::chooseDamagedHistory() {
     connect(dialog, &QFileDialog::fileSelected, this,
             [this](const QString& file) { m_model.recoverHistory(file.toLocal8Bit().toStdString()); });
     dialog->open();
+}
+
+void QuillmarkApp::showSignedText(std::size_t undone) {
+    const SharedReport report = selectedReport();
+    const auto checked = report ? m_model.message(report->id) : std::nullopt;
+    // Let go meanwhile, which nobody was told of yet.
+    if (!checked) return m_model.showProblem(m_words("Open the file again to see this.").toStdString());
+    std::vector<MessageTextView::Signature> signatures;
+    for (const ReportNote* note : undoneNotes(*report)) {
+        const auto& value = std::get<ReportNote::Undone>(note->value);
+        signatures.push_back(
+            {isolatedRuns(quotedDomain(value.domain)), isolatedRuns(sentence(*note, m_words.reader))});
+    }
+    m_reading.request_stop();
+    m_reading = {};
+    delete m_text;
+    auto* view = new MessageTextView(shown(report->summary.subject), signatures, undone, m_words, &m_window);
+    view->setAttribute(Qt::WA_DeleteOnClose);
+    connect(view, &QDialog::finished, this, [reading = m_reading]() mutable { reading.request_stop(); });
+    m_text = view;
+    m_exports.start([this, report, checked = *checked, stop = m_reading.get_token()] {
+        const auto texts = signedTexts(checked, *report, stop);
+        QMetaObject::invokeMethod(this, [this, texts, stop] {
+            if (m_text && !stop.stop_requested()) m_text->setTexts(texts);
+        });
+    });
+    view->open();
 }
 
 void QuillmarkApp::showSettings() {

@@ -6,6 +6,7 @@
 #include <QTimer>
 #include <functional>
 #include <optional>
+#include <stop_token>
 
 #include "Quillmark/AppModel.h"
 #include "Quillmark/MainView.h"
@@ -18,6 +19,7 @@ class QSettings;
 namespace quillmark {
 
 class HelpView;
+class MessageTextView;
 class SettingsView;
 enum class HelpPage;
 
@@ -70,6 +72,7 @@ private:
     QString stoppedMailbox(const ProofReport& report) const;
     /// The text that is saved and copied.
     std::string reportText(const ProofReport& report) const;
+    void showSignedText(std::size_t undone);
     void showSettings();
     void chooseDamagedHistory();
     void showHelp(HelpPage page);
@@ -88,6 +91,8 @@ private:
     QPointer<QDialog> m_sheet;
     QPointer<SettingsView> m_settings;
     QPointer<HelpView> m_help;
+    QPointer<MessageTextView> m_text;
+    std::stop_source m_reading = {};  // of what it shows
     QFont m_font;
 };
 

@@ -102,9 +102,13 @@ QString Composer::names(const std::vector<std::string>& list) const {
 }
 
 void Composer::addNotes(ReportSection& section, NoteSection which) const {
+    std::size_t undone = 0;
     for (const ReportNote& note : capped(m_report.notes)) {
+        const bool isUndone = std::holds_alternative<ReportNote::Undone>(note.value);
+        const std::size_t place = isUndone ? undone++ : 0;
         if (sectionOf(note) != which) continue;
-        section.notes.push_back({tone(note), isolatedRuns(sentence(note, m_words.reader))});
+        section.notes.push_back({tone(note), isolatedRuns(sentence(note, m_words.reader)),
+                                 isUndone ? std::optional(place) : std::nullopt});
     }
 }
 
@@ -113,8 +117,7 @@ ReportSection Composer::message() const {
     ReportSection section{m_words("The message says"), {}, {}, {}, {}, {}};
     Facts& facts = section.facts;
     const auto other = insteadOfSender(m_report, m_words.reader);
-    add(facts, toTranslate("From"),
-        other ? isolatedRuns(*other) : addresses(summary.from));
+    add(facts, toTranslate("From"), other ? isolatedRuns(*other) : addresses(summary.from));
     add(facts, toTranslate("Reply-To"), addresses(summary.replyTo));
     add(facts, toTranslate("To"), addresses(summary.to));
     add(facts, toTranslate("Subject"),
@@ -362,6 +365,7 @@ ReportContent reportContent(const ProofReport& report, const std::optional<std::
         content.beside.push_back(remark(each));
     }
     content.hasFailedLookup = hasFailedLookup(report);
+    content.hasMessage = path.has_value();
     content.sections.push_back(composer.message());
     if (!report.flags.empty()) content.sections.push_back(composer.warningSigns());
     content.sections.push_back(composer.signatures());

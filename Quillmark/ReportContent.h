@@ -22,6 +22,8 @@ struct ReportFact {
 struct ReportLine {
     std::optional<Tone> tone;
     QString text;
+    /// Of a signature that holds again: its place among those of the report.
+    std::optional<std::size_t> undone = {};
 };
 
 /// One finding.
@@ -54,6 +56,7 @@ struct ReportContent {
     std::vector<ReportLine> beside;  ///< what must not be missed when only the headline is read
     std::vector<ReportSection> sections;
     bool hasFailedLookup = false;  ///< checking again may find out more
+    bool hasMessage = false;       ///< it is at hand
 };
 
 /// `path` is that of the kept message; without one, as for a report of the history, the section says that

@@ -27,14 +27,6 @@ QFont scaled(QFont font, double factor, QFont::Weight weight) {
     return font;
 }
 
-/// For what is of less weight, and yet has to be read.
-QColor faded(const QPalette& palette) {
-    const QColor text = palette.color(QPalette::Text), ground = palette.color(QPalette::Base);
-    const auto mixed = [](float a, float b) { return a * 0.7F + b * 0.3F; };
-    return QColor::fromRgbF(mixed(text.redF(), ground.redF()), mixed(text.greenF(), ground.greenF()),
-                            mixed(text.blueF(), ground.blueF()));
-}
-
 QLabel* heading(const QString& text) {
     auto* label = new QLabel(text);
     label->setTextFormat(Qt::PlainText);
@@ -214,15 +206,41 @@ QLayout* ReportView::step(const ReportRow& content, bool isFirst, bool isLast) {
     return step;
 }
 
-QLayout* ReportView::note(const ReportLine& note) const {
+QLayout* ReportView::note(const ReportLine& note) {
     auto* line = new QHBoxLayout;
     if (note.tone) {
         line->addWidget(new ToneBadge(*note.tone, 1.1, m_words), 0, Qt::AlignTop);
     } else {
         line->addWidget(new QLabel(QStringLiteral("•")), 0, Qt::AlignTop);
     }
-    line->addWidget(new PlainText(note.text), 1);
+    if (!note.undone) {
+        line->addWidget(new PlainText(note.text), 1);
+        return line;
+    }
+    auto* texts = new QVBoxLayout;
+    texts->addWidget(new PlainText(note.text));
+    texts->addLayout(comparison(*note.undone));
+    line->addLayout(texts, 1);
     return line;
+}
+
+QLayout* ReportView::comparison(std::size_t undone) {
+    auto* row = new QHBoxLayout;
+    auto* button = new Button(m_words("Compare…"));
+    button->setObjectName(QStringLiteral("compare"));
+    button->setAccessibleName(m_words("Compare what is shown with what was signed"));
+    connect(button, &QPushButton::clicked, this, [this, undone] { emit comparisonWanted(undone); });
+    row->addWidget(button, 0, Qt::AlignTop);
+    if (m_content.hasMessage) {
+        row->addStretch(1);
+        return row;
+    }
+    const QString why = m_words("Open the file again to see this.");
+    button->setEnabled(false);
+    button->setToolTip(why);
+    button->setAccessibleDescription(why);
+    row->addWidget(new PlainText(why), 1, Qt::AlignVCenter);
+    return row;
 }
 
 QWidget* ReportView::row(const ReportRow& row) {
@@ -238,7 +256,7 @@ QWidget* ReportView::row(const ReportRow& row) {
         } else {
             auto* aside = new PlainText(row.aside);
             aside->setFont(scaled(aside->font(), 0.9, QFont::Normal));
-            aside->setColor(faded(palette()));
+            aside->setColor(fadedText(palette()));
             top->addWidget(aside, 1, Qt::AlignVCenter);
         }
     } else if (top && !row.label.isEmpty()) {

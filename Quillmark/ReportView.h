@@ -37,6 +37,8 @@ public:
 
 signals:
     void recheckWanted();
+    /// To see what a signature that holds again was made over, by its place among them.
+    void comparisonWanted(std::size_t undone);
     void contentChanged();
 
 protected:
@@ -50,7 +52,8 @@ private:
     void plan(const ReportSection& section, QBoxLayout* page);
     QLayout* step(const ReportRow& row, bool isFirst, bool isLast);
     QWidget* row(const ReportRow& row);
-    QLayout* note(const ReportLine& note) const;
+    QLayout* note(const ReportLine& note);
+    QLayout* comparison(std::size_t undone);
 
     Words m_words;
     ReportContent m_content;

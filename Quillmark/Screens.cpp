@@ -15,13 +15,16 @@
 #include "CommandLine/FixedAnswers.h"
 #include "Quillmark/HelpView.h"
 #include "Quillmark/MainView.h"
+#include "Quillmark/MessageTextView.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PasteView.h"
 #include "Quillmark/ReportView.h"
 #include "Quillmark/SettingsView.h"
+#include "Quillmark/TextPanel.h"
 #include "Quillmark/WelcomeView.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -31,6 +34,7 @@ namespace {
 struct Checked {
     ProofReport report;
     std::vector<PathStep> path;
+    std::vector<SignedText> signedTexts = {};
 };
 
 /// A sample, checked with its recorded answers.
@@ -44,8 +48,14 @@ Checked check(const QString& samples, const QString& name) {
     const auto message =
         std::get<MailMessage>(messageIn(std::get<ByteBuffer>(std::move(bytes)), ParseMode::strict));
     const Date now = fixed.at.value_or(Date(std::chrono::sys_days(std::chrono::January / 15 / 2026)));
-    return {Verifier(resolver, registry).verify(message, (name + ".eml").toStdString(), now),
-            receivedPath(message)};
+    Verification verification =
+        Verifier(resolver, registry).examine(message, (name + ".eml").toStdString(), now, UUID::random());
+    Checked checked{std::move(verification.report), receivedPath(message)};
+    for (std::size_t i = 0; const ReportNote& note : checked.report.notes) {
+        if (const auto* undone = std::get_if<ReportNote::Undone>(&note.value))
+            checked.signedTexts.push_back(signedText(message, verification.asSigned[i++], undone->fields));
+    }
+    return checked;
 }
 
 /// A report with everything: three signatures, five warning signs, a chain of three.
@@ -107,7 +117,7 @@ class Renderer {
 public:
     Renderer(QString samples, QString folder) : m_samples(std::move(samples)), m_folder(std::move(folder)) {
         for (const char* name : {"rfc8463", "library-notice", "newsletter", "forged", "old-message",
-                                 "unsigned", "mailing-list", "added-text", "look-alike"}) {
+                                 "unsigned", "mailing-list", "added-text", "look-alike", "gateway"}) {
             m_reports.emplace(name, check(m_samples, name));
         }
         m_reports.emplace("everything", everything(m_samples));
@@ -230,6 +240,15 @@ private:
         save(settings, look, "settings");
         WelcomeView welcome(words);
         save(welcome, look, "welcome");
+        const Checked& changed = m_reports.at("gateway");
+        MessageTextView text(
+            shown(changed.report.summary.subject),
+            {{"bellringers.example", isolatedRuns(sentence(changed.report.notes.front(), words.reader))}}, 0,
+            words);
+        text.resize(look.size * 0.95);
+        text.setTexts(changed.signedTexts);
+        while (!text.panel()->isComplete()) QApplication::processEvents();
+        save(text, look, "what-was-signed");
         HelpView help({{words("Open…"), "Ctrl+O"}, {words("Re-check"), "Ctrl+R"}}, words);
         for (const auto& [page, name] :
              {std::pair(HelpPage::checks, "help-checks"), std::pair(HelpPage::limits, "help-limits"),

@@ -79,6 +79,13 @@ QColor toneColor(Tone tone, const QColor& ground, const QPalette& palette) {
     return palette.color(QPalette::WindowText);
 }
 
+QColor fadedText(const QPalette& palette) {
+    const QColor text = palette.color(QPalette::Text), ground = palette.color(QPalette::Base);
+    const auto mixed = [](float a, float b) { return a * 0.7F + b * 0.3F; };
+    return QColor::fromRgbF(mixed(text.redF(), ground.redF()), mixed(text.greenF(), ground.greenF()),
+                            mixed(text.blueF(), ground.blueF()));
+}
+
 QColor toneGround(Tone tone, const QPalette& palette) {
     const QColor ground = palette.color(QPalette::Base);
     const Colors colors = colorsOf(tone);

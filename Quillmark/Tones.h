@@ -21,6 +21,8 @@ double contrast(const QColor& a, const QColor& b);
 
 /// The colour of a tone's text on a ground: at least 4.5:1, else it is the palette's own text.
 QColor toneColor(Tone tone, const QColor& ground, const QPalette& palette);
+/// For what is of less weight, and yet has to be read.
+QColor fadedText(const QPalette& palette);
 /// The palette's ground with a little of the tone in it, for a banner or a chip.
 QColor toneGround(Tone tone, const QPalette& palette);
 

@@ -23,9 +23,11 @@
 
 #include "Gate.h"
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MessageTextView.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/ReportView.h"
+#include "Quillmark/TextPanel.h"
 #include "TestSamples.h"
 #include "Wording/Wording.h"
 
@@ -442,6 +444,71 @@ TEST(Desktop, welcomeOnTheFirstStart) {
     EXPECT_TRUE(QTest::qWaitForWindowActive(run.sheet())) << "above the window, also when a file is opened";
     run.sheet()->accept();
     EXPECT_TRUE(run.waitFor([&] { return run.model->settings().onboardingDone; }));
+}
+
+/// What a person reads of a comparison, block by block: the word in the margin that is read out, and its
+/// text.
+QStringList blocksOf(const MessageTextView& view) {
+    QStringList blocks;
+    for (const QFrame* each : view.findChildren<QFrame*>()) {
+        if (!each->accessibleDescription().isEmpty())
+            blocks << each->accessibleName() + ": " + each->accessibleDescription();
+    }
+    return blocks;
+}
+
+TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
+    const QTemporaryDir folder;
+    const struct {
+        const char* sample;
+        QStringList marked;
+    } rows[] = {
+        {"list-footer",
+         {"as shown, not signed: Subject: [ringers] Practice moves to Thursday",
+          "added, not signed, 3 lines: _______________________________________________\nringers mailing "
+          "list\n"
+          "https://lists.parish.example/ringers"}},
+        {"gateway",
+         {"as shown, not signed: Subject: [EXTERNAL] Practice moves to Thursday",
+          "added, not signed, 3 lines: CAUTION: This message came from outside. Do not click links\n"
+          "unless you know the sender.\n",
+          "changed, not signed, 1 line: The new touches are at "
+          "https://eu1.links.gateway.example/?url=https"}},
+    };
+    Desk run(folder, "list-footer");
+    QAction* command = run.window().action(Command::whatWasSigned);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.sample);
+        run.app->openFiles({QString::fromStdString(samplePath(row.sample + std::string(".eml")))});
+        ASSERT_TRUE(run.waitFor([&] { return !run.model->busy() && command->isEnabled(); }));
+        command->trigger();
+        // Another one is asked for before the first is read.
+        run.sheet()->reject();
+        auto* button = run.window().reportView()->findChild<QPushButton*>("compare");
+        ASSERT_TRUE(button);
+        button->click();
+        auto* view = qobject_cast<MessageTextView*>(run.sheet());
+        ASSERT_TRUE(view);
+        ASSERT_TRUE(run.waitFor([&] { return blocksOf(*view).size() > 5 && view->panel()->isComplete(); }));
+        QStringList marked;
+        while (marked.size() <= row.marked.size() && view->panel()->goToMarked(true)) {
+            const QWidget* focus = view->focusWidget();
+            marked << focus->accessibleName() + ": " + focus->accessibleDescription();
+        }
+        for (qsizetype i = 0; i < std::min(marked.size(), row.marked.size()); ++i)
+            EXPECT_TRUE(marked[i].startsWith(row.marked[i])) << marked[i].toStdString();
+        EXPECT_EQ(marked.size(), row.marked.size());
+        EXPECT_TRUE(blocksOf(*view).contains("as signed: Subject: Practice moves to Thursday"));
+        QTest::keyClick(view->focusWidget(), Qt::Key_Escape);
+        EXPECT_FALSE(run.sheet());
+    }
+    // A report of the history lacks the message.
+    const UUID id = run.model->history().front()->id;
+    run.model->removeFromList(id);
+    run.model->select(id);
+    EXPECT_TRUE(run.waitFor([&] { return !command->isEnabled(); }));
+    EXPECT_EQ(command->toolTip().toStdString(), "Open the file again to see this.");
+    EXPECT_FALSE(run.window().reportView()->findChild<QPushButton*>("compare")->isEnabled());
 }
 
 /// Whether a control can be told from others without seeing it.
