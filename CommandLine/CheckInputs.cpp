@@ -38,7 +38,8 @@ std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
     }
     if (auto found = m_reader->next()) {
         auto* message = std::get_if<FoundMessage>(&*found);
-        if (!m_isPasted || !message || message->place.number > 0) return Input{std::move(*found)};
+        const bool isOneOfSeveral = message && (message->place.number > 0 || !message->place.inside.empty());
+        if (!m_isPasted || !message || isOneOfSeveral) return Input{std::move(*found)};
         PastedText source = pastedText(message->bytes.view());
         message->bytes = ByteBuffer(source.source);
         message->mode = ParseMode::lenient;

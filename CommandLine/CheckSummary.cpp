@@ -111,7 +111,7 @@ std::string CheckSummary::text(const Reader& reader, std::size_t width) const {
         text += cell(m_problems, reader) + "  " + reader.translate("not checked; why is said above") + "\n";
     if (m_passedOver > 0)
         text += cell(m_passedOver, reader) + "  " +
-                reader.translate("passed over: no messages, but what mail programs keep beside them") + "\n";
+                reader.translate("passed over: no messages, but what lies beside them") + "\n";
 
     std::vector<std::pair<std::string, Counts>> domains(m_domains.begin(), m_domains.end());
     std::ranges::stable_sort(domains, std::greater(), [](const auto& entry) { return sum(entry.second); });

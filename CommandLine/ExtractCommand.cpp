@@ -43,11 +43,35 @@ std::optional<std::vector<std::size_t>> numbersIn(std::string_view text) {
     return numbers;
 }
 
+/// What a file in an archive is called, in whichever way: "Mail/Inbox".
+std::string insideName(std::string name) {
+    constexpr std::string_view mark = " › ";
+    for (auto at = name.find(mark); at != std::string::npos; at = name.find(mark, at))
+        name.replace(at, mark.size(), "/");
+    return name;
+}
+
+/// The same of a place.
+std::string insideName(const MessagePlace& place) {
+    std::string name;
+    for (const ArchivedFile& each : place.inside) name += (name.empty() ? "" : "/") + each.name;
+    return name;
+}
+
 /// The message with this number among those that come.
-FoundMessage messageAt(std::size_t number, MailboxReader& reader, const std::optional<std::string>& name,
-                       const Reader& person) {
+FoundMessage messageAt(std::size_t number, const std::string& inside, MailboxReader& reader,
+                       const std::optional<std::string>& name, const Reader& person) {
     std::size_t last = 0;
     while (auto found = reader.next()) {
+        const std::string there = insideName(placeOf(*found));
+        if (!there.empty() && inside.empty()) {
+            throw Fault(2,
+                        person.translate("“%1” is an archive. --inside names the file in it that is meant, "
+                                         "such as “%2”.",
+                                         {quillmark::quoted(name.value_or("-")), quillmark::quoted(there)}));
+        }
+        const bool isWhole = there.empty() && std::holds_alternative<FoundProblem>(*found);  // of the archive
+        if (there != inside && !isWhole) continue;
         // One that is alone in its file has no number.
         const std::size_t place = std::max(placeOf(*found).number, std::size_t{1});
         last = std::max(last, place);
@@ -79,7 +103,8 @@ FoundMessage extracted(const ExtractCommand& command) {
     const auto quoting = command.asStored ? MailboxReader::Quoting::asStored : MailboxReader::Quoting::undone;
     const auto reader = name ? std::make_unique<MailboxReader>(command.file, std::nullopt, quoting)
                              : std::make_unique<MailboxReader>(STDIN_FILENO, quoting);
-    FoundMessage outer = messageAt(numbers->front(), *reader, name, command.reader);
+    FoundMessage outer =
+        messageAt(numbers->front(), insideName(command.inside), *reader, name, command.reader);
     // Of a mailbox each message is given as it is, though it may be none; another file must hold one.
     const auto taken = messageIn(ByteBuffer(outer.bytes.view()), outer.mode);
     const auto* refusal = std::get_if<Refusal>(&taken);

@@ -46,7 +46,10 @@ const std::vector<CommandTable::Section> sections = {
       "ones are passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are "
       "read, and its subfolders, hidden or not. What mail programs keep beside their mailboxes, such as "
       "indexes and empty files, is passed over; --summary counts it.",
-      "Compressed files and archives must be unpacked first; which command does that is said."}},
+      "Files that are compressed (gzip, bzip2, xz, Zstandard) and archives (zip, tar) are unpacked while "
+      "they "
+      "are read, three in each other, and nothing is written to disk; what in an archive is no message is "
+      "passed over. How other archives are unpacked is said."}},
     {"ENVIRONMENT",
      {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help: German, else English. TZ is the "
       "time zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
@@ -159,6 +162,8 @@ void addExtract(CLI::App& app, ExtractCommand& extract) {
     CLI::App& command = *app.add_subcommand("extract", "Print one message of a mailbox");
     command.add_flag("--as-stored", extract.asStored,
                      "Leave its \">From \" lines as they stand in the mailbox");
+    add(command, "--inside", extract.inside, "NAME",
+        "Of an archive: the file in it, such as Mail/Inbox.mbox");
     command.add_option("FILE", extract.file, "The mailbox or message; \"-\" is standard input")->required();
     command
         .add_option(
@@ -291,9 +296,9 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
 
 /// What values are called in the help.
 [[maybe_unused]] constexpr std::array valueNames = {
-    toTranslate("FILE"),  toTranslate("KEY"),   toTranslate("TIME"),  toTranslate("TONE"),
-    toTranslate("TONES"), toTranslate("TYPE"),  toTranslate("NAMES"), toTranslate("PAIR"),
-    toTranslate("VALUE"), toTranslate("NUMBER")};
+    toTranslate("FILE"),  toTranslate("KEY"),    toTranslate("TIME"),  toTranslate("TONE"),
+    toTranslate("TONES"), toTranslate("TYPE"),   toTranslate("NAMES"), toTranslate("PAIR"),
+    toTranslate("VALUE"), toTranslate("NUMBER"), toTranslate("NAME")};
 
 HelpWords helpWords(const Reader& reader) {
     return {.usage = reader.translate("Usage"),

@@ -26,7 +26,8 @@ FoundMessage foundIn(const MessageSource& source) {
 MessageSource sourceOf(FoundMessage found) {
     MessageSource source{
         .place = std::move(found.place), .mode = found.mode, .facts = std::move(found.facts)};
-    const bool isOneOfSeveral = source.place.number > 0 || !source.place.attached.empty();
+    const bool isOneOfSeveral =
+        source.place.number > 0 || !source.place.inside.empty() || !source.place.attached.empty();
     if (isOneOfSeveral && !source.place.path.empty()) source.digest = sha256(found.bytes.view());
     source.bytes = std::make_shared<const ByteBuffer>(std::move(found.bytes));
     return source;
@@ -95,7 +96,7 @@ std::shared_ptr<OpenMailbox> MessageChecker::check(const MessageSource& source, 
         if (stop.stop_requested()) return nullptr;
         if (first) {
             const MessagePlace& place = placeOf(first->found);
-            if (place.path == source.place.path && place.number == 0) {
+            if (place.path == source.place.path && place.inside.empty() && place.number == 0) {
                 walk(std::move(first->found), id, true, stop, receiver);
                 return nullptr;
             }

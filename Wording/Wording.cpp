@@ -348,6 +348,7 @@ Unpacking unpacking(PackedForm form) {
         case PackedForm::dbox:
             return {Unpacking::store, "dbox", "doveadm backup -u USER maildir:FOLDER"};
         case PackedForm::dbx:
+        case PackedForm::olm:  // no program does
             break;
     }
     return {Unpacking::store, "dbx", "undbx FILE FOLDER"};
@@ -356,6 +357,13 @@ Unpacking unpacking(PackedForm form) {
 /// The command names no file of the person's, lest a file's name become a part of it.
 std::string packedLine(PackedForm form, const std::optional<std::string>& name, const std::string& file,
                        const Reader& reader) {
+    if (form == PackedForm::olm) {
+        const std::string how = reader.translate(
+            "It keeps messages in pieces, without the bytes that were signed. In Outlook, drag each message "
+            "into a folder of your computer, which makes an .eml file of it, and check those.");
+        if (!name) return reader.translate("That is an archive of Outlook for Mac (olm).") + " " + how;
+        return reader.translate("“%1” is an archive of Outlook for Mac (olm).", {file}) + " " + how;
+    }
     const Unpacking packed = unpacking(form);
     if (packed.kind == Unpacking::compressed) {
         if (!name) {
@@ -383,6 +391,46 @@ std::string packedLine(PackedForm form, const std::optional<std::string>& name, 
         {file, packed.name, packed.command});
 }
 
+std::string archiveLine(ArchiveFault fault, const std::optional<std::string>& name, const std::string& file,
+                        const Reader& reader) {
+    switch (fault) {
+        case ArchiveFault::encrypted:
+            if (!name) {
+                return reader.translate(
+                    "That is encrypted. Unpack it with its password, and check what comes out.");
+            }
+            return reader.translate(
+                "“%1” is encrypted. Unpack it with its password, and check what comes out.", {file});
+        case ArchiveFault::tooLarge:
+            if (!name) {
+                return reader.translate(
+                    "Far more comes out of that than is read of it, as of a file that is made to fill a "
+                    "disk. "
+                    "What is behind that isn’t checked.");
+            }
+            return reader.translate(
+                "Far more comes out of “%1” than is read of it, as of a file that is made to fill a disk. "
+                "What "
+                "is behind that isn’t checked.",
+                {file});
+        case ArchiveFault::tooDeep:
+            if (!name) {
+                return reader.translate(
+                    "That lies in too many archives: three in each other are read. Unpack the outermost, and "
+                    "check what comes out.");
+            }
+            return reader.translate(
+                "“%1” lies in too many archives: three in each other are read. Unpack the outermost, and "
+                "check "
+                "what comes out.",
+                {file});
+        case ArchiveFault::damaged:
+            break;
+    }
+    if (!name) return reader.translate("That is damaged or cut off, and can’t be unpacked to its end.");
+    return reader.translate("“%1” is damaged or cut off, and can’t be unpacked to its end.", {file});
+}
+
 }  // namespace
 
 std::string problemLine(const Refusal& refusal, const std::optional<std::string>& name,
@@ -405,6 +453,8 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
     }
     if (const auto* packed = std::get_if<Refusal::Packed>(&refusal.value))
         return packedLine(packed->form, name, file, reader);
+    if (const auto* archive = std::get_if<Refusal::Archive>(&refusal.value))
+        return archiveLine(archive->fault, name, file, reader);
     if (std::holds_alternative<Refusal::EmptyFolder>(refusal.value))
         return noMessageLine(name.value_or(""), reader);
     if (std::holds_alternative<Refusal::AttachedLeftOut>(refusal.value)) {

@@ -37,7 +37,7 @@ TEST(CheckSummary, tables) {
               "    1,203  in all\n"
               "        1  of these with a caution beside the verdict\n"
               "        1  not checked; why is said above\n"
-              "        2  passed over: no messages, but what mail programs keep beside them\n"
+              "        2  passed over: no messages, but what lies beside them\n"
               "\n"
               "Signing domains\n"
               "---------------\n"

@@ -11,7 +11,7 @@ extern "C" {
 FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzcontainers, fuzzdmarc,
     fuzzdnsmessage, fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode,
     fuzzrdap, fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzundo,
-    fuzzverify;
+    fuzzunpacker, fuzzverify;
 }
 
 namespace quillmark {
@@ -44,6 +44,7 @@ const struct {
     {"taglist", fuzztaglist},
     {"txtunquote", fuzztxtunquote},
     {"undo", fuzzundo},
+    {"unpacker", fuzzunpacker},
     {"verify", fuzzverify},
 };
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <iomanip>
+#include <numeric>
 
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Support/Base64.h"
@@ -43,6 +44,22 @@ std::string utf16(std::string_view ascii) {
     std::string bytes = "\xFF\xFE";
     for (const char c : ascii) bytes += {c, '\0'};
     return bytes;
+}
+
+/// A tar archive of files with these names and contents.
+std::string tarOf(const std::vector<std::pair<std::string, std::string>>& files) {
+    std::string tar;
+    for (const auto& [name, content] : files) {
+        std::string block(512, '\0');
+        std::ostringstream size, sum;
+        size << std::oct << std::setfill('0') << std::setw(11) << content.size();
+        block.replace(0, name.size(), name).replace(124, 11, size.str()).replace(148, 9, "        0");
+        sum << std::oct << std::setfill('0') << std::setw(6)
+            << std::accumulate(block.begin(), block.end(), 0);
+        block.replace(148, 7, sum.str() + '\0');
+        tar += block + content + std::string((512 - content.size() % 512) % 512, '\0');
+    }
+    return tar + std::string(1024, '\0');
 }
 
 TEST(MailboxReader, messagesVerifyInEachForm) {
@@ -98,6 +115,9 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
          separator + test::replaced(test::signedMessage("From: a@example.org\n\nFrom x\n>From y\n", {}, key),
                                     "\nFrom x", "\n>From x"),
          1, 1},
+        {"tar", tarOf({{"a", message}})},
+        {"tar of a mailbox", tarOf({{"x.html", "<html>"}, {"a", separator + lf + "\n" + separator + quoted}}),
+         2, 2},
         {"UTF-16", utf16(message)},
         {"UTF-16 without a mark", utf16(message).substr(2)},
         {"mbox as UTF-16", utf16(separator + lf + "\n" + separator + quoted), 2, 2},
@@ -142,6 +162,18 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
         EXPECT_EQ(count, row.count);
         EXPECT_EQ(MailboxReader::expectedBytes(file), row.file.size());
         EXPECT_EQ(reader.bytesRead(), row.file.size());
+    }
+}
+
+TEST(MailboxReader, filesOfOneNameInAnArchiveAreTold) {
+    const TemporaryFolder folder;
+    const auto file = folder.write("a.tar", tarOf({{"m", "From: a@b\n\nx"}, {"m", "From: a@b\n\ny"}}));
+    MailboxReader reader(file);
+    for (std::size_t i = 1; i <= 2; ++i) {
+        const auto found = std::get<FoundMessage>(*reader.next());
+        EXPECT_EQ(found.place.name(), "a.tar › m");
+        EXPECT_EQ(found.place.inside, (std::vector<ArchivedFile>{{"m", i}}));
+        EXPECT_EQ(std::get<FoundMessage>(readAgain(found.place)).bytes.view(), found.bytes.view());
     }
 }
 

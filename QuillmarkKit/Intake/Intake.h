@@ -15,7 +15,7 @@
 /// From the bytes of a file or a paste to the message in them, or the reason why there is none, as a value.
 namespace quillmark {
 
-/// A form that holds messages, or one, and is not read: they must be taken out with another program.
+/// A form that holds messages, or one, packed. Those that can't be unpacked here must be by another program.
 enum class PackedForm {
     gzip,
     bzip2,
@@ -28,6 +28,15 @@ enum class PackedForm {
     tar,
     dbox,  ///< a mail server's store, with several messages in a file
     dbx,   ///< a mail program's store
+    olm,   ///< a mail program's archive: a zip file with each message taken to pieces
+};
+
+/// Why not all that is in an archive or a compressed file could be had.
+enum class ArchiveFault {
+    damaged,
+    encrypted,
+    tooLarge,  ///< far more comes out of it than was read: see `UnpackedSize`
+    tooDeep,   ///< it lies in too many others
 };
 
 /// Why something was not taken in.
@@ -44,13 +53,18 @@ struct Refusal {
         PackedForm form = PackedForm::zip;
         bool operator==(const Packed&) const = default;
     };
+    struct Archive {
+        ArchiveFault fault = ArchiveFault::damaged;
+        bool operator==(const Archive&) const = default;
+    };
     /// A folder in which there is no file that could hold a message, or a mailbox without messages.
     struct EmptyFolder : Unit {};
     /// Not all of the messages attached inside a message were taken in: see `AttachedMessages`.
     struct AttachedLeftOut : Unit {};
     /// Where a message was found there is another now, or none.
     struct Moved : Unit {};
-    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, Packed, EmptyFolder, AttachedLeftOut, Moved>
+    std::variant<Unreadable, TooLarge, NotAnEmail, Converted, Packed, EmptyFolder, AttachedLeftOut, Moved,
+                 Archive>
         value = NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };

@@ -9,11 +9,13 @@
 #include <fstream>
 #include <limits>
 #include <set>
+#include <span>
 #include <system_error>
 #include <utility>
 
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Intake/Containers.h"
+#include "QuillmarkKit/Intake/Unpacker.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 
@@ -26,6 +28,9 @@ namespace {
 constexpr std::size_t pieceSize = 4 * longestHead;
 constexpr std::string_view indexEnding = ".msf";
 constexpr std::size_t mostProperties = 1'000'000;  // bytes behind a message with a count in front
+constexpr std::size_t deepestArchive = 3;          // archives in each other; a compressed file counts as one
+constexpr std::size_t packedPieceSize = 16'384;    // small, since much may come out of it at once
+constexpr std::string_view olmFolder = "com.microsoft.__Messages";
 
 /// Whether the file begins as a mail program's index of a mailbox does.
 bool isIndex(const std::string& path) {
@@ -37,7 +42,7 @@ bool isIndex(const std::string& path) {
     return head == begin;
 }
 
-/// The bytes of an open file; UTF-16 comes as UTF-8.
+/// The bytes of an open file, or of one in an archive; UTF-16 comes as UTF-8.
 class FileBytes {
 public:
     enum class Ownership { ours, callers };
@@ -48,9 +53,13 @@ public:
         const off_t read = ownership == Ownership::callers ? lseek(descriptor, 0, SEEK_CUR) : 0;
         m_left = static_cast<std::size_t>(std::max(m_status.st_size - std::max(read, off_t{0}), off_t{0}));
     }
+    /// The archive must live as long.
+    explicit FileBytes(Unpacker& archive)
+        : m_descriptor(-1), m_ownership(Ownership::callers), m_archive(&archive) {}
     FileBytes(FileBytes&& other) noexcept
         : m_descriptor(std::exchange(other.m_descriptor, -1)),
           m_ownership(other.m_ownership),
+          m_archive(other.m_archive),
           m_status(other.m_status),
           m_left(other.m_left),
           m_decoder(std::move(other.m_decoder)),
@@ -105,6 +114,11 @@ public:
 private:
     std::optional<Refusal> readBytes(ByteBuffer& bytes, std::size_t limit, std::uint64_t& count,
                                      const std::stop_token& stop) {
+        if (m_archive) {
+            auto refusal = m_archive->readOn(bytes, limit);
+            m_hasEnded = bytes.size() < limit;
+            return refusal;
+        }
         const bool mayWait = !isRegular() && !isFolder();  // else what is read is never cut off
         const std::size_t before = bytes.size(), most = before + std::min(m_left, limit - before);
         if (auto refusal =
@@ -140,6 +154,7 @@ private:
 
     int m_descriptor;
     Ownership m_ownership;
+    Unpacker* const m_archive = nullptr;
     struct stat m_status = {};
     std::size_t m_left = unknown;  // of a file that is as long as the system says
     std::optional<UTF16Decoder> m_decoder = {};
@@ -235,8 +250,21 @@ private:
 
 namespace {
 
+/// Adds " › Mail › Inbox": what could be taken for that in a name itself is not shown so.
+void addFolders(std::string& text, std::string_view name) {
+    constexpr std::string_view mark = "›";
+    while (!name.empty()) {
+        std::string folder(takePiece(name, '/'));
+        if (folder.empty()) continue;
+        for (auto at = folder.find(mark); at != std::string::npos; at = folder.find(mark, at))
+            folder.replace(at, mark.size(), ">");
+        text += (text.empty() ? "" : " › ") + folder;
+    }
+}
+
 std::optional<std::string> withNumbers(const MessagePlace& place, const std::optional<std::string>& file) {
     std::string text = file.value_or("");
+    for (const ArchivedFile& each : place.inside) addFolders(text, each.name);
     const auto add = [&](const std::string& more) { text += (text.empty() ? "" : ", ") + more; };
     if (place.number > 0) add("message " + std::to_string(place.number));
     std::string numbers;
@@ -269,16 +297,125 @@ struct MailboxReader::State {
     std::uint64_t bytesRead = 0;
     std::int64_t passedOver = 0;  // of messages
 
+    /// An archive or a compressed file that is being unpacked.
+    struct Packed {
+        Packed(PackedForm form, FileBytes file, ByteBuffer read, State& state)
+            : bytes(std::move(file)),
+              head(std::move(read)),
+              isArchive(Unpacker::isArchive(form)),
+              unpacker(form, [this, &state] { return more(state); }, state.unpackedSize) {}
+
+        std::variant<std::string_view, Refusal> more(State& state);
+
+        FileBytes bytes;
+        ByteBuffer head;  // what was read of it
+        const bool isArchive;
+        bool hasBegun = false, isAnyFound = false;
+        Unpacker unpacker;
+    };
+
     // The file that is read
     MessagePlace place = {};
+    std::vector<std::unique_ptr<Packed>> packed = {};  // in which it lies, in each other
+    UnpackedSize unpackedSize = {};
     std::optional<FileBytes> file = {};
     std::optional<MailboxSplitter> mailbox = {};
+    std::stop_token stopped = {};  // of the call that is under way
 
     bool openNext(std::optional<Found>& problem);
+    std::optional<Found> openNextPacked(const std::stop_token& stop);
+    std::optional<Found> unpack(PackedForm form, ByteBuffer head);
+    std::optional<Found> leavePacked();
+    std::optional<bool> isPassedOver(std::string_view head) const;
+    bool isPipe() const {
+        const FileBytes* const outermost =
+            packed.empty() ? (file ? &*file : nullptr) : &packed.front()->bytes;
+        return outermost && !outermost->isRegular();
+    }
+    void noteFound(const std::optional<Found>& found, std::int64_t passedOverBefore);
     std::optional<Found> nextIn(const std::stop_token& stop);
     std::optional<Found> nextInMailbox(const std::stop_token& stop);
     Found problem(Refusal refusal) const { return FoundProblem{std::move(refusal), place}; }
 };
+
+std::variant<std::string_view, Refusal> MailboxReader::State::Packed::more(State& state) {
+    if (std::exchange(hasBegun, true)) {
+        head.setSize(0);
+        if (auto refusal = bytes.readOn(head, packedPieceSize, state.bytesRead, state.stopped))
+            return *refusal;
+    }
+    if (this == state.packed.front().get()) state.unpackedSize.read += head.size();
+    return head.view();
+}
+
+/// Begins to unpack the file that was opened, or says why that can't be.
+std::optional<Found> MailboxReader::State::unpack(PackedForm form, ByteBuffer head) {
+    if (!Unpacker::canUnpack(form)) return problem({Refusal::Packed{form}});
+    // A tar that is compressed, as most are, counts once.
+    std::size_t depth = 1;
+    for (const auto& each : packed) depth += each->isArchive || form != PackedForm::tar ? 1u : 0u;
+    if (depth > deepestArchive) return problem({Refusal::Archive{ArchiveFault::tooDeep}});
+    if (packed.empty()) unpackedSize = {};
+    if (Unpacker::isArchive(form)) place.inside.emplace_back();
+    packed.push_back(std::make_unique<Packed>(form, std::move(*file), std::move(head), *this));
+    return std::nullopt;
+}
+
+/// Goes on to the next file in what is unpacked, when there is one.
+std::optional<Found> MailboxReader::State::openNextPacked(const std::stop_token& stop) {
+    Packed& from = *packed.back();
+    place.number = 0;
+    // What was not read of the file before is read now, so that a stop need not wait for its end.
+    for (ByteBuffer piece(pieceSize); !from.unpacker.isAtEnd(); piece.setSize(0)) {
+        if (stop.stop_requested()) return std::nullopt;
+        if (auto refusal = from.unpacker.readOn(piece, pieceSize)) return problem(std::move(*refusal));
+    }
+    auto next = from.unpacker.next();
+    if (!next) return leavePacked();
+    if (from.isArchive) place.inside.back() = {std::move(next->name), next->number};
+    if (next->refusal) return problem(std::move(*next->refusal));
+    if (from.isArchive && place.inside.back().name.find(olmFolder) != std::string::npos) {
+        from.isAnyFound = true;
+        leavePacked();
+        return problem({Refusal::Packed{PackedForm::olm}});
+    }
+    file.emplace(from.unpacker);
+    return std::nullopt;
+}
+
+/// Goes back to what the archive lies in. When nothing was in it, that is a problem, but in another archive,
+/// where it is one of many files.
+std::optional<Found> MailboxReader::State::leavePacked() {
+    const bool isArchive = packed.back()->isArchive, hasHeld = packed.back()->isAnyFound;
+    if (isArchive) place.inside.pop_back();
+    packed.pop_back();
+    if (hasHeld && !packed.empty()) packed.back()->isAnyFound = true;
+    if (hasHeld || !place.inside.empty()) return std::nullopt;
+    return problem(isArchive ? Refusal{Refusal::EmptyFolder{}} : Refusal{Refusal::NotAnEmail{}});
+}
+
+/// Tells what is unpacked that something came of it, and ends what can't or must not be unpacked further.
+void MailboxReader::State::noteFound(const std::optional<Found>& found, std::int64_t passedOverBefore) {
+    if (packed.empty()) return;
+    const bool isAnyPassedOver = !packed.back()->isArchive && passedOver != passedOverBefore;
+    packed.back()->isAnyFound |= found || isAnyPassedOver;
+    const auto* problem = found ? std::get_if<FoundProblem>(&*found) : nullptr;
+    if (!problem) return;
+    // What is compressed is one file, of which nothing more is wanted then.
+    if (!packed.back()->isArchive && problem->place.number == 0) leavePacked();
+    if (problem->refusal == Refusal{Refusal::Archive{ArchiveFault::tooLarge}}) packed.clear();
+}
+
+/// Whether a file in an archive that begins so is no message: who packs mail packs other things as well.
+/// Nothing when more must be read to tell.
+std::optional<bool> MailboxReader::State::isPassedOver(std::string_view head) const {
+    if (place.inside.empty()) return false;
+    const auto message = MailMessage::parse(head);
+    const bool isMessage =
+        message.first("From") || message.first("DKIM-Signature") || message.first("Received");
+    if (!isMessage && !message.body() && !file->hasEnded()) return std::nullopt;
+    return !isMessage;
+}
 
 /// Goes on to the next file. False when there is none.
 bool MailboxReader::State::openNext(std::optional<Found>& problem) {
@@ -318,7 +455,7 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     ByteBuffer bytes(std::min(size + 1, longestHead));
     if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
     if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
-    if (const auto form = packedForm(bytes.view())) return problem({Refusal::Packed{*form}});
+    if (const auto form = packedForm(bytes.view())) return unpack(*form, std::move(bytes));
     const auto order = utf16Order(bytes.view());
     if (order) {
         file->decodeAs(*order, bytes);
@@ -334,6 +471,11 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
         const bool isNothing = !found && file->hasEnded() && (passedOver == before || !walk);
         return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
     }
+    const bool isInPieces = beginsWithCount(bytes.view()) || beginsStore(bytes.view());
+    if (!isInPieces && isPassedOver(bytes.view()).value_or(false)) {
+        ++passedOver;
+        return std::nullopt;
+    }
     const std::size_t limit =
         largestMessage + (beginsWithCount(bytes.view()) ? mostProperties : std::size_t{0}) + 1;
     if (isRegular && size >= limit && !order) return problem({Refusal::TooLarge{}});
@@ -344,6 +486,10 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
         const auto message = storedMessage(bytes.view());
         if (!message) return problem({Refusal::Packed{PackedForm::dbox}});
         bytes = ByteBuffer(*message);
+    }
+    if (isPassedOver(bytes.view()).value_or(true)) {
+        ++passedOver;
+        return std::nullopt;
     }
     if (bytes.size() > largestMessage) return problem({Refusal::TooLarge{}});
     return FoundMessage{std::move(bytes), place};
@@ -391,16 +537,22 @@ MailboxReader::~MailboxReader() = default;
 
 std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
     State& state = *m_state;
+    state.stopped = stop;
     while (!stop.stop_requested()) {
         std::optional<Found> found;
+        const std::int64_t before = state.passedOver;
         if (state.mailbox) {
             found = state.nextInMailbox(stop);
+        } else if (!state.packed.empty()) {
+            found = state.openNextPacked(stop);
+            if (!found && state.file) found = state.nextIn(stop);
         } else if (!state.openNext(found)) {
             return std::nullopt;
         } else if (!found) {
             found = state.nextIn(stop);
         }
-        const bool isStopped = stop.stop_requested(), mayBeCut = state.file && !state.file->isRegular();
+        state.noteFound(found, before);
+        const bool isStopped = stop.stop_requested(), mayBeCut = state.isPipe();
         if (isStopped && state.mailbox && !found) return std::nullopt;  // it can be read on
         const bool isMailbox = state.mailbox && found &&
                                (std::holds_alternative<FoundMessage>(*found) || state.place.number > 0);
@@ -452,11 +604,15 @@ std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const s
     MailboxReader reader(place.path);
     while (auto found = reader.next(stop)) {
         if (auto* problem = std::get_if<FoundProblem>(&*found)) {
-            if (problem->place.number == place.number || problem->place.number == 0)
-                return std::move(problem->refusal);
+            const auto& inside = problem->place.inside;  // of the archive, or of what it lies in
+            const bool isThere = std::ranges::equal(
+                inside, std::span(place.inside).first(std::min(inside.size(), place.inside.size())));
+            const bool isSame = problem->place.number == place.number || problem->place.number == 0;
+            if (isThere && isSame) return std::move(problem->refusal);
             continue;
         }
         auto& message = std::get<FoundMessage>(*found);
+        if (message.place.inside != place.inside) continue;
         // One that was alone in its file is the first, should others have come.
         if (message.place.number != place.number && (place.number != 0 || message.place.number != 1))
             continue;

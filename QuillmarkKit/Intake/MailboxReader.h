@@ -17,15 +17,23 @@
 
 namespace quillmark {
 
+/// A file in an archive.
+struct ArchivedFile {
+    std::string name = {};   ///< with the folders it lies in: "Mail/Inbox.mbox"
+    std::size_t number = 0;  ///< its place in the archive, from 1: names may be the same
+    bool operator==(const ArchivedFile&) const = default;
+};
+
 /// Where a message lies.
 struct MessagePlace {
     std::string path = {};                   ///< its file; bytes for the system; empty for an open descriptor
     std::optional<std::string> file = {};    ///< what the file is called; nothing for standard input
+    std::vector<ArchivedFile> inside = {};   ///< of an archive: the file in it, and in one that lies there
     std::size_t number = 0;                  ///< in its file, from 1; 0 when it is the only one there
     std::vector<std::size_t> attached = {};  ///< {2, 1}: the first inside the second message attached to it
 
-    /// For the report: "Inbox", "Inbox, message 12", "Inbox, message 12, attached message 2.1"; nothing for
-    /// a message without a file, a number and anybody to whom it is attached.
+    /// For the report: "Inbox", "Inbox, message 12", "Inbox, message 12, attached message 2.1", "all.zip ›
+    /// Mail › Inbox"; nothing for a message without a file, a number and anybody to whom it is attached.
     std::optional<std::string> name() const;
     /// The same with the whole path in place of the file's name: "Mail/Inbox, message 12". Nothing without
     /// a path.
@@ -60,8 +68,11 @@ const MessagePlace& placeOf(const Found& found);
 
 /// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
 /// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a
-/// message with a count in front of it or of a server's store, any of them as UTF-16. Of a mailbox, whatever
-/// its size, about two messages are in memory.
+/// message with a count in front of it or of a server's store, any of them as UTF-16, and any of these
+/// compressed or in an archive. Of a mailbox, whatever its size, about two messages are in memory.
+///
+/// In an archive what is no message is passed over and counted; an archive in it is read, too, and one in
+/// that. What comes out of a file has bounds (`UnpackedSize`).
 ///
 /// In folders files come in the order of their names' bytes; hidden ones are passed over, and so is what a
 /// Maildir holds beside its messages. So are, and counted, empty files and those that mail programs keep
@@ -90,7 +101,7 @@ public:
     /// message is lost. Throws for want of memory only.
     std::optional<Found> next(const std::stop_token& stop = {});
 
-    /// How many files of folders and messages of mailboxes were passed over and counted so far.
+    /// How many files of folders and archives and messages of mailboxes were passed over and counted so far.
     std::int64_t passedOver() const;
     /// Bytes read so far, of all files.
     std::uint64_t bytesRead() const;
