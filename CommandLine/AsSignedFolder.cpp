@@ -93,10 +93,11 @@ std::optional<std::string> AsSignedFolder::summary() const {
             {quillmark::quoted(m_folder)});
     }
     if (m_written == 0) return std::nullopt;
-    return m_reader.translateCount("%n message as it was signed is now in “%1”, with a text that tells of it.",
-                                   "%n messages as they were signed are now in “%1”, each with a text that "
-                                   "tells of it.",
-                                   m_written, {quillmark::quoted(m_folder)});
+    return m_reader.translateCount(
+        "%n message as it was signed is now in “%1”, with a text that tells of it.",
+        "%n messages as they were signed are now in “%1”, each with a text that "
+        "tells of it.",
+        m_written, {quillmark::quoted(m_folder)});
 }
 
 }  // namespace quillmark

@@ -115,9 +115,7 @@ public:
     }
 
     /// What was written beside the reports, if anything was asked for.
-    std::optional<std::string> summary() const {
-        return m_asSigned ? m_asSigned->summary() : std::nullopt;
-    }
+    std::optional<std::string> summary() const { return m_asSigned ? m_asSigned->summary() : std::nullopt; }
 
     /// A message and those attached inside it; nothing when it was postponed. Never throws.
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
@@ -153,17 +151,21 @@ private:
 
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, bool& wentWithout) const {
         const auto hint = input.hasLinesBefore ? lineOfLinesBefore(placeOf(input.found)) : std::string();
-        std::string unwritten;  // what is left to be told of the message that was checked last
+        // Of the message that was checked last: what is left to be told of it, and its digest.
+        std::string unwritten;
+        std::optional<std::string> digest;
         const auto verify = [&](const MailMessage& message, const FoundMessage& found) {
             Verification verification = verified(message, found, wentWithout);
             if (m_asSigned) unwritten = writeAsSigned(found.place, message, verification);
+            if (m_command.sha256) digest = sha256(found.bytes.view());
             return std::move(verification.report);
         };
         CheckWalk walk(std::move(input.found), verify,
-                       {.keepsBytes = m_from.recorded != nullptr, .goesInside = !m_command.noAttached});
+                       {.keepsBytes = m_from.recorded != nullptr || m_command.sha256,
+                        .goesInside = !m_command.noAttached});
         std::vector<OrderedRun::Message> all;
         while (const auto outcome = walk.next()) {
-            all.push_back(written(*outcome));
+            all.push_back(written(*outcome, digest));
             if (!unwritten.empty()) all.push_back({.problem = std::exchange(unwritten, {})});
         }
         all.front().hint = hint;
@@ -210,30 +212,40 @@ private:
             .examine(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
     }
 
-    bool hasCautions(const ProofReport& report) const {
-        return std::ranges::count(besideHeadline(report, m_command.reader), Tone::caution, &Remark::tone) > 0;
+    std::int64_t cautions(const ProofReport& report) const {
+        return std::ranges::count(besideHeadline(report, m_command.reader), Tone::caution, &Remark::tone);
     }
 
-    OrderedRun::Message written(const CheckWalk::Outcome& outcome) const {
+    /// Tone, how many cautions stand beside the headline, headline and place, with tabs between them.
+    std::string line(const ProofReport& report, const std::optional<std::string>& path) const {
+        std::string line(marker(report.verdict.tone));
+        line += '\t' + std::to_string(cautions(report)) + '\t' + headline(report.verdict, m_command.reader);
+        return line + '\t' + forDisplay(path ? *path : report.fileName.value_or("-"));
+    }
+
+    OrderedRun::Message written(const CheckWalk::Outcome& outcome,
+                                const std::optional<std::string>& digest) const {
         if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
             return refused({*refusal, outcome.place});
         try {
-            return written(std::get<ProofReport>(outcome.value), outcome.place.pathName());
+            return written(std::get<ProofReport>(outcome.value), outcome.place.pathName(), digest);
         } catch (const std::exception& error) {
             return refused({unreadable(error), outcome.place});
         }
     }
 
-    OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path) const {
+    OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path,
+                                const std::optional<std::string>& digest) const {
         OrderedRun::Message message{.verdict = report.verdict,
-                                    .hasCautions = m_areCautionsAsked && hasCautions(report)};
+                                    .hasCautions = m_areCautionsAsked && cautions(report) > 0};
         const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
                               (message.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
-        if (m_command.json) message.report = compactJSON(report, path);
+        if (m_command.json) message.report = compactJSON(report, path, digest);
         if (m_command.keepsReports()) message.kept = compactJSON(report);
-        if (m_command.csv) message.row = csvRow(report, path.value_or(""));
+        if (m_command.csv) message.row = csvRow(report, path.value_or(""), digest);
+        if (m_command.each) message.report = line(report, path);
         if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.layout);
         if (!message.report.empty()) message.report += '\n';
         return message;
@@ -242,8 +254,8 @@ private:
     const CheckCommand& m_command;
     const CheckSources& m_from;
     std::unique_ptr<AsSignedFolder> m_asSigned;
-    const bool m_isTextPrinted = !m_command.json && !m_command.summary && !goesToOutput(m_command.csv) &&
-                                 !goesToOutput(m_command.record);
+    const bool m_isTextPrinted = !m_command.json && !m_command.each && !m_command.summary &&
+                                 !goesToOutput(m_command.csv) && !goesToOutput(m_command.record);
     const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
     std::atomic<bool> m_hasSaidThatAllRest = false;
@@ -251,15 +263,17 @@ private:
 
 /// A fault in the arguments that their parser cannot see, or nothing.
 std::optional<std::string> usageFault(const CheckCommand& command) {
-    if (std::ranges::count(command.files, standardInput) > 1)
+    if (std::ranges::count(command.files, standardInput) + (command.filesFrom == standardInput ? 1 : 0) > 1)
         return command.reader.translate("standard input (-) can be read only once");
     if (command.only && !tonesNamed(*command.only)) {
         return command.reader.translate("--only takes good, caution, unknown and bad, not “%1”",
                                         {quillmark::quoted(*command.only)});
     }
-    if (command.json + command.summary + goesToOutput(command.csv) + goesToOutput(command.record) > 1) {
+    if (command.json + command.each + command.summary + goesToOutput(command.csv) +
+            goesToOutput(command.record) >
+        1) {
         return command.reader.translate(
-            "only one of --json, --summary, --csv - and --record - can go to standard output");
+            "only one of --json, --each, --summary, --csv - and --record - can go to standard output");
     }
     if (command.at && !parsedRFC3339(*command.at)) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
@@ -329,7 +343,7 @@ bool CheckCommand::asksRegistries() const {
 }
 
 bool CheckCommand::keepsReports() const {
-    return save.value_or(settings && settings->keepHistory && !dnsFile);
+    return save.value_or(settings && settings->keepHistory && dnsFiles.empty());
 }
 
 int CheckCommand::run() const {
@@ -340,7 +354,10 @@ int CheckCommand::run() const {
     }
     try {
         const CheckSources from(*this);
-        CheckInputs inputs(files, pasted);
+        std::optional<FileList> list;
+        if (filesFrom)
+            list.emplace(*filesFrom, areNamesZeroEnded ? FileList::Ends::zeroBytes : FileList::Ends::lines);
+        CheckInputs inputs(files, pasted, std::move(list));
         CheckOutput output(*this, from, begun, inputs.expectedBytes());
         if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
             writeProblem(reader.translate(

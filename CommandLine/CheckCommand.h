@@ -12,12 +12,17 @@ namespace quillmark {
 
 /// `quillmark check`.
 struct CheckCommand {
-    std::vector<std::string> files = {};  ///< messages, mailboxes and folders; "-" is standard input
+    std::vector<std::string> files = {};        ///< messages, mailboxes and folders; "-" is standard input
+    std::optional<std::string> filesFrom = {};  ///< a list of more of them; "-" is standard input
+    bool areNamesZeroEnded = false;             ///< in that list; else each is a line
     bool json = false;
+    bool each = false;    ///< a line in place of each report
+    bool sha256 = false;  ///< of each message, in JSON and CSV
     bool pasted = false;
-    std::optional<bool> domainAge = {};  ///< asks how old domains are, or does not
-    std::optional<bool> save = {};       ///< puts the reports into the user's history, or does not
-    std::optional<std::string> dnsFile = {}, registrationsFile = {};
+    std::optional<bool> domainAge = {};      ///< asks how old domains are, or does not
+    std::optional<bool> save = {};           ///< puts the reports into the user's history, or does not
+    std::vector<std::string> dnsFiles = {};  ///< of which the first that knows an answer gives it
+    std::optional<std::string> registrationsFile = {};
     std::optional<std::string> resolver = {};  ///< the URL of a DNS service, or "system"
     std::optional<std::string> at = {};        ///< RFC 3339
     std::optional<std::string> record = {};    ///< a file to write what the checks were told into

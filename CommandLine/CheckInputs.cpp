@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "QuillmarkKit/Intake/PastedText.h"
@@ -12,29 +13,45 @@ namespace quillmark {
 
 namespace {
 
-bool isStandardInput(const std::string& file) { return file == "-"; }
+constexpr const char* standardInput = "-";
 
 }  // namespace
 
+// A list names files only: one that is called "-" is a file.
+std::optional<CheckInputs::File> CheckInputs::nextFile() {
+    if (m_taken < m_files.size()) {
+        const std::string& name = m_files[m_taken++];
+        return File{name, name == standardInput};
+    }
+    auto name = m_list ? m_list->next() : std::nullopt;
+    return name ? std::optional(File{*std::move(name), false}) : std::nullopt;
+}
+
 std::optional<CheckInputs::Input> CheckInputs::next() {
-    for (; m_current < m_files.size(); ++m_current) {
-        const std::string& file = m_files[m_current];
-        try {
-            if (auto input = nextOf(file)) return input;
-        } catch (const std::bad_alloc&) {
-            m_reader.reset();
-            ++m_current;
-            return Input{FoundProblem{unreadable(ENOMEM),
-                                      isStandardInput(file) ? MessagePlace() : MessagePlace{.path = file}}};
+    const auto placeOf = [](const std::string& name, bool isStandardInput) {
+        return isStandardInput ? MessagePlace() : MessagePlace{.path = name};
+    };
+    try {
+        while (m_current || (m_current = nextFile())) {
+            if (auto input = nextOf(*m_current)) return input;
+            m_current.reset();
         }
+    } catch (const std::bad_alloc&) {
+        m_reader.reset();
+        const File file = std::exchange(m_current, std::nullopt).value_or(File{"", true});
+        return Input{FoundProblem{unreadable(ENOMEM), placeOf(file.name, file.isStandardInput)}};
+    } catch (const std::system_error& error) {
+        if (!m_list) throw;
+        return Input{FoundProblem{unreadable(error.code().value()),
+                                  placeOf(m_list->path(), m_list->path() == standardInput)}};
     }
     return std::nullopt;
 }
 
-std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
+std::optional<CheckInputs::Input> CheckInputs::nextOf(const File& file) {
     if (!m_reader) {
-        m_reader = isStandardInput(file) ? std::make_unique<MailboxReader>(STDIN_FILENO)
-                                         : std::make_unique<MailboxReader>(file);
+        m_reader = file.isStandardInput ? std::make_unique<MailboxReader>(STDIN_FILENO)
+                                        : std::make_unique<MailboxReader>(file.name);
     }
     if (auto found = m_reader->next()) {
         auto* message = std::get_if<FoundMessage>(&*found);
@@ -53,9 +70,10 @@ std::optional<CheckInputs::Input> CheckInputs::nextOf(const std::string& file) {
 }
 
 std::optional<std::uint64_t> CheckInputs::expectedBytes() const {
+    if (m_list) return std::nullopt;
     std::uint64_t sum = 0;
     for (const std::string& file : m_files) {
-        const auto bytes = isStandardInput(file) ? std::nullopt : MailboxReader::expectedBytes(file);
+        const auto bytes = file == standardInput ? std::nullopt : MailboxReader::expectedBytes(file);
         if (!bytes) return std::nullopt;
         sum += *bytes;
     }

@@ -6,19 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "CommandLine/FileList.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Mail/Message.h"
 
 namespace quillmark {
 
-/// The messages of all that `quillmark check` is given, one after the other: files, mailboxes, folders, and
-/// standard input as "-". Not safe from several threads at once.
+/// The messages of all that `quillmark check` is given, one after the other: files, mailboxes, folders,
+/// standard input as "-", and those that a list names. Not safe from several threads at once.
 class CheckInputs {
 public:
     /// `isPasted`: what is alone in a file is text that was pasted. The messages of a mailbox are what they
     /// are.
-    CheckInputs(std::vector<std::string> files, bool isPasted)
-        : m_files(std::move(files)), m_isPasted(isPasted) {}
+    CheckInputs(std::vector<std::string> files, bool isPasted, std::optional<FileList> list = {})
+        : m_files(std::move(files)), m_isPasted(isPasted), m_list(std::move(list)) {}
 
     struct Input {
         Found found;
@@ -34,11 +35,18 @@ public:
     std::optional<std::uint64_t> expectedBytes() const;
 
 private:
-    std::optional<Input> nextOf(const std::string& file);
+    struct File {
+        std::string name;
+        bool isStandardInput;
+    };
+    std::optional<File> nextFile();
+    std::optional<Input> nextOf(const File& file);
 
     const std::vector<std::string> m_files;
     const bool m_isPasted;
-    std::size_t m_current = 0;
+    std::optional<FileList> m_list;
+    std::size_t m_taken = 0;  // of `m_files`
+    std::optional<File> m_current = {};
     std::unique_ptr<MailboxReader> m_reader = {};  // of the current file, when it has begun
     std::uint64_t m_bytesRead = 0;                 // of the files before
     std::int64_t m_passedOver = 0;

@@ -34,7 +34,7 @@ CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, 
       m_saver(command.reader) {
     if (command.csv) {
         m_table.emplace(*command.csv);
-        m_table->write(csvHeader());
+        m_table->write(csvHeader(command.sha256 ? Digests::asked : Digests::leftOut));
     }
     if (command.record) {
         m_recording.emplace(*command.record);
@@ -82,7 +82,8 @@ void CheckOutput::print(const OrderedRun::Message& message) {
     if (!message.problem.empty()) writeProblem(message.problem);
     if (!message.row.empty() && m_table->isStream()) m_table->write(message.row);
     if (message.report.empty()) return;
-    if (!m_command.json && !std::exchange(m_isFirst, false)) m_output.write(betweenReports);
+    const bool isLine = m_command.json || m_command.each;
+    if (!isLine && !std::exchange(m_isFirst, false)) m_output.write(betweenReports);
     m_output.write(message.report);
 }
 

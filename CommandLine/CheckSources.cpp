@@ -10,6 +10,7 @@
 
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/RecordingCommand.h"
 #include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "Settings/CurrentTime.h"
@@ -31,12 +32,24 @@ std::size_t cores() {
     return static_cast<std::size_t>(CPU_COUNT(&allowed));
 }
 
+/// Of all files that were named; says where they differ.
+FixedAnswers allAnswers(const CheckCommand& command) {
+    FixedAnswers fixed = FixedAnswers::read(command.dnsFiles.front());
+    for (auto file = command.dnsFiles.begin() + 1; file != command.dnsFiles.end(); ++file) {
+        for (const std::string& line :
+             contradictionLines(fixed.add(FixedAnswers::read(*file)), *file, command.reader)) {
+            writeProblem(line);
+        }
+    }
+    return fixed;
+}
+
 }  // namespace
 
 CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), workers(cores()) {
     std::optional<RecordedRun::Failures> failures;
-    if (command.dnsFile) {
-        FixedAnswers fixed = FixedAnswers::read(*command.dnsFile);
+    if (!command.dnsFiles.empty()) {
+        FixedAnswers fixed = allAnswers(command);
         if (fixed.at) now = *fixed.at;
         if (fixed.registrations && command.domainAge.value_or(true))  // nobody is asked
             registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));

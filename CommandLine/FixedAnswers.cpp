@@ -1,9 +1,13 @@
 #include "CommandLine/FixedAnswers.h"
 
+#include <algorithm>
+#include <array>
 #include <fstream>
 #include <functional>
 #include <limits>
 #include <sstream>
+#include <utility>
+#include <variant>
 
 #include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -12,6 +16,10 @@
 namespace quillmark {
 
 namespace {
+
+using Sources = std::map<std::string, std::string, std::less<>>;
+
+constexpr std::array types{DNSRecordType::a, DNSRecordType::mx, DNSRecordType::txt, DNSRecordType::aaaa};
 
 /// Throws with the place of the fault: answers["example.org|A"]: …
 [[noreturn]] void fail(const std::string& member, const std::string& key, const std::string& what) {
@@ -40,7 +48,7 @@ std::string lookupKey(const std::string& member, const std::string& key) {
     if (bar == std::string::npos) fail(member, key, "expected a name and a type, such as example.org|TXT");
     const std::string_view name = std::string_view(key).substr(0, bar),
                            written = std::string_view(key).substr(bar + 1);
-    for (const auto type : {DNSRecordType::a, DNSRecordType::mx, DNSRecordType::txt, DNSRecordType::aaaa}) {
+    for (const auto type : types) {
         if (equalsIgnoringCase(written, mnemonic(type))) return StaticResolver::key(askedName(name), type);
     }
     fail(member, key, "expected the type TXT, MX, A or AAAA");
@@ -114,6 +122,9 @@ bool isAnswersFile(const JSON& document) {
 FixedAnswers::Failures failures(const JSON& message, const std::string& digest) {
     if (!message.is_object()) fail("messages", digest, "expected an object");
     FixedAnswers::Failures failures;
+    read(message, "files", JSON::value_t::array, [&](const JSON& list) {
+        for (const JSON& name : list) failures.files.insert(text(name, "files", ""));
+    });
     read(message, "errors", JSON::value_t::object, [&](const JSON& object) {
         for (const auto& [key, value] : object.items()) {
             failures.dns.insert_or_assign(lookupKey("errors", key), text(value, "errors", key));
@@ -126,6 +137,13 @@ FixedAnswers::Failures failures(const JSON& message, const std::string& digest) 
         }
     });
     return failures;
+}
+
+void readSources(const JSON& object, const char* member, Sources& sources) {
+    read(object, member, JSON::value_t::object, [&](const JSON& each) {
+        for (const auto& [question, source] : each.items())
+            sources.insert_or_assign(question, text(source, "sources", question));
+    });
 }
 
 FixedAnswers fixedAnswers(const JSON& document) {
@@ -162,6 +180,14 @@ FixedAnswers fixedAnswers(const JSON& document) {
         }
     });
     if (document.contains("at")) fixed.at = date(document["at"], "at", "");
+    member("sources", JSON::value_t::object, [&](const JSON& object) {
+        readSources(object, "answers", fixed.sources);
+        readSources(object, "registrations", fixed.registrationSources);
+    });
+    member("recorded", JSON::value_t::object, [&](const JSON& object) {
+        if (object.contains("begun")) fixed.begun = date(object["begun"], "recorded", "begun");
+        if (object.contains("ended")) fixed.ended = date(object["ended"], "recorded", "ended");
+    });
     return fixed;
 }
 
@@ -173,7 +199,90 @@ StaticRegistry::Entries allRegistrations(const JSON& document) {
     return entries;
 }
 
+/// The records of a set in one order: DNS gives them in any.
+std::vector<std::string> sortedRecords(const DNSAnswer& answer) {
+    const auto* records = std::get_if<DNSAnswer::Records>(&answer.value);
+    std::vector<std::string> data = records ? records->data : std::vector<std::string>();
+    std::ranges::sort(data);
+    return data;
+}
+
+bool isSame(const DNSAnswer& one, const DNSAnswer& other) {
+    return one.value.index() == other.value.index() && sortedRecords(one) == sortedRecords(other);
+}
+
+void takeSource(const std::string& question, const Sources& from, Sources& to) {
+    if (const auto known = from.find(question); known != from.end())
+        to.insert_or_assign(question, known->second);
+}
+
+std::string told(const DNSAnswer& answer) {
+    if (std::holds_alternative<DNSAnswer::NXDomain>(answer.value)) return "nxdomain";
+    if (std::holds_alternative<DNSAnswer::NoData>(answer.value)) return "noData";
+    std::string text;
+    for (const std::string& record : std::get<DNSAnswer::Records>(answer.value).data)
+        text += (text.empty() ? "" : " | ") + record;
+    return text;
+}
+
+std::string told(const std::optional<Date>& registered) { return registered ? rfc3339(*registered) : "null"; }
+
+/// Names whose every lookup fails as failures of each lookup, so that single ones can give way to an answer.
+void spellOut(FixedAnswers& fixed) {
+    for (const std::string& name : fixed.failing) {
+        for (const DNSRecordType type : types)
+            fixed.errors.insert_or_assign(StaticResolver::key(name, type), "no resolver answered");
+    }
+    fixed.failing.clear();
+    // As they are looked up: a failure counts before an answer of the same file.
+    for (const auto& [question, why] : fixed.errors) fixed.answers.erase(question);
+}
+
 }  // namespace
+
+std::vector<FixedAnswers::Contradiction> FixedAnswers::add(FixedAnswers other) {
+    std::vector<Contradiction> contradictions;
+    spellOut(*this);
+    spellOut(other);
+    for (auto& [question, answer] : other.answers) {
+        const auto [known, isNew] = answers.try_emplace(question, std::move(answer));
+        if (isNew) {
+            errors.erase(question);
+            takeSource(question, other.sources, sources);
+        } else if (!isSame(known->second, answer)) {
+            contradictions.push_back({question, told(known->second), told(answer)});
+        }
+    }
+    for (auto& [question, why] : other.errors) {
+        if (!answers.contains(question)) errors.try_emplace(question, std::move(why));
+    }
+    if (other.registrations && !registrations) registrations.emplace();
+    for (auto& [domain, entry] : other.registrations.value_or(StaticRegistry::Entries())) {
+        const auto [known, isNew] = registrations->try_emplace(domain, entry);
+        const auto* date = std::get_if<std::optional<Date>>(&entry);
+        const auto* knownDate = std::get_if<std::optional<Date>>(&known->second);
+        if (isNew || (date && !knownDate)) {
+            known->second = entry;
+            takeSource(domain, other.registrationSources, registrationSources);
+        } else if (!date) {
+            continue;
+        } else if (*knownDate != *date) {
+            contradictions.push_back({domain, told(*knownDate), told(*date)});
+        }
+    }
+    if (!at) at = other.at;
+    if (other.begun) begun = std::min(begun.value_or(*other.begun), *other.begun);
+    if (other.ended) ended = std::max(ended.value_or(*other.ended), *other.ended);
+    if (!other.messages) return contradictions;
+    if (!messages) messages.emplace();
+    for (auto& [digest, theirs] : *other.messages) {
+        Failures& ours = (*messages)[digest];
+        ours.files.merge(theirs.files);
+        ours.dns.merge(theirs.dns);
+        ours.registrations.merge(theirs.registrations);
+    }
+    return contradictions;
+}
 
 FixedAnswers FixedAnswers::read(const std::string& path) { return fromFile(path, fixedAnswers); }
 

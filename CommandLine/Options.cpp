@@ -103,12 +103,27 @@ std::string suggesting(const std::string& value, const char* choices) { return v
 
 void addCheck(CLI::App& app, CheckCommand& check) {
     CLI::App& command = *app.add_subcommand("check", "Check messages and report on each");
-    command
-        .add_option("FILE", check.files, "Messages, mailboxes and folders to check; \"-\" is standard input")
-        ->required();
+    command.add_option("FILE", check.files,
+                       "Messages, mailboxes and folders to check; \"-\" is standard input");
+    add(command, "--files-from", check.filesFrom, "LIST",
+        "Check the files that are named in a list, a line for each, too; \"-\" is standard input");
+    command.add_flag("-0,--null", check.areNamesZeroEnded,
+                     "In that list a zero byte ends each name, as find -print0 writes them");
+    command.callback([&check] {
+        if (check.files.empty() && !check.filesFrom) throw CLI::RequiredError("FILE");
+    });
     command.add_flag("--json", check.json, "Write each report as one line of JSON");
+    command.add_flag(
+        "--each", check.each,
+        "Write one line for each message: tone, number of cautions, headline and name, with tabs "
+        "between them");
+    command.add_flag("--sha256", check.sha256,
+                     "Add each message's SHA-256 to its report as JSON and its row of the table");
     CLI::Option* const answers =
-        add(command, "--dns", check.dnsFile, "FILE", "Take DNS answers from a file and ask nobody");
+        add(command, "--dns", check.dnsFiles, "FILE",
+            "Take DNS answers from a file and ask nobody; of several files the first that knows an answer "
+            "gives it, and where they differ is said")
+            ->allow_extra_args(false);
     add(command, "--resolver", check.resolver, suggesting("URL", "system"),
         "Ask this DNS service (DNS over HTTPS, RFC 8484) in place of the usual two; a URL that ends with "
         "{?dns} is asked by GET, any other by POST. system: the servers that this computer asks for "
@@ -216,6 +231,21 @@ void addRecord(CLI::App& app, RecordCommand& record) {
     command.footer(recordFooter);
 }
 
+void addRecording(CLI::App& app, RecordingCommand& recording) {
+    CLI::App* command = app.add_subcommand("recording", "Work with recordings, which check --record writes");
+    command->require_subcommand(1);
+    CLI::App* merge = command->add_subcommand("merge", "Make one recording of several");
+    merge->add_option("OUT", recording.out, "The new recording; \"-\" is standard output")->required();
+    merge
+        ->add_option(
+            "FILE", recording.files,
+            "Recordings, of which the first that knows an answer gives it; where they differ is said")
+        ->required();
+    merge->footer(
+        forHelp("Exit status: 0 it is there; 1 it could not be written; 2 wrong arguments, or a file "
+                "is no recording."));
+}
+
 /// The options of both; the others of a command come before `--time`.
 void addSigning(CLI::App& command, SigningArguments& arguments) {
     add(command, "--domain", arguments.domain, "DOMAIN", "The domain that signs")->required();
@@ -296,9 +326,9 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
 
 /// What values are called in the help.
 [[maybe_unused]] constexpr std::array valueNames = {
-    toTranslate("FILE"),  toTranslate("KEY"),    toTranslate("TIME"),  toTranslate("TONE"),
-    toTranslate("TONES"), toTranslate("TYPE"),   toTranslate("NAMES"), toTranslate("PAIR"),
-    toTranslate("VALUE"), toTranslate("NUMBER"), toTranslate("NAME")};
+    toTranslate("FILE"), toTranslate("LIST"),  toTranslate("KEY"),    toTranslate("TIME"),
+    toTranslate("TONE"), toTranslate("TONES"), toTranslate("TYPE"),   toTranslate("NAMES"),
+    toTranslate("PAIR"), toTranslate("VALUE"), toTranslate("NUMBER"), toTranslate("NAME")};
 
 HelpWords helpWords(const Reader& reader) {
     return {.usage = reader.translate("Usage"),
@@ -380,6 +410,7 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     addHistory(app, commands.history);
     addKeygen(app, commands.keygen);
     addRecord(app, commands.record);
+    addRecording(app, commands.recording);
     addSign(app, commands.sign);
     addSeal(app, commands.seal);
 }

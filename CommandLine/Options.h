@@ -3,6 +3,7 @@
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/ExtractCommand.h"
 #include "CommandLine/HistoryCommand.h"
+#include "CommandLine/RecordingCommand.h"
 #include "CommandLine/SignCommands.h"
 #include "Manual/CommandTable.h"
 
@@ -19,6 +20,7 @@ struct Commands {
     HistoryCommand history = {};
     KeygenCommand keygen = {};
     RecordCommand record = {};
+    RecordingCommand recording = {};
     SignCommand sign = {};
     SealCommand seal = {};
 };

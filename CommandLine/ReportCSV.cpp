@@ -63,17 +63,19 @@ std::string joined(const std::vector<MailAddress>& addresses) {
 
 }  // namespace
 
-std::string csvHeader() {
+std::string csvHeader(Digests digests) {
     std::string row;
     for (const char* const name :
          {"file", "checked_at", "verdict", "tone", "domain", "from_domain", "from", "subject", "date",
           "message_id", "spf", "dmarc", "arc", "warning_signs", "notes", "path"}) {
         addCell(row, name);
     }
+    if (digests == Digests::asked) addCell(row, "sha256");
     return row.append(rowEnd);
 }
 
-std::string csvRow(const ProofReport& report, const std::string& path) {
+std::string csvRow(const ProofReport& report, const std::string& path,
+                   const std::optional<std::string>& sha256) {
     const MessageSummary& message = report.summary;
     std::string row;
     for (const std::string& cell :
@@ -85,6 +87,7 @@ std::string csvRow(const ProofReport& report, const std::string& path) {
           words(report.notes), path}) {
         addCell(row, cell);
     }
+    if (sha256) addCell(row, *sha256);
     return row.append(rowEnd);
 }
 

@@ -75,9 +75,9 @@ int main(int count, char** values) {
         return 2;
     }
     endOnSignals();
-    auto& [check, extract, history, keygen, record, sign, seal] = commands;
-    check.reader = extract.reader = history.reader = keygen.reader = record.reader = sign.reader =
-        seal.reader = reader;
+    auto& [check, extract, history, keygen, record, recording, sign, seal] = commands;
+    check.reader = extract.reader = history.reader = keygen.reader = record.reader = recording.reader =
+        sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;
@@ -85,6 +85,7 @@ int main(int count, char** values) {
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
     if (app.got_subcommand("record")) return record.run();
+    if (app.got_subcommand("recording")) return recording.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();
     if (const auto file = settingsFile()) {

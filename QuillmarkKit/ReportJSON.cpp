@@ -19,15 +19,20 @@ std::size_t roomFor(const ProofReport& report) {
 
 }  // namespace
 
-std::string compactJSON(const ProofReport& report, const std::optional<std::string>& path) {
+std::string compactJSON(const ProofReport& report, const std::optional<std::string>& path,
+                        const std::optional<std::string>& sha256) {
     std::string text;
     text.reserve(roomFor(report));
     serialization::Encoder(text).write(report);
-    if (!path) return text;
     // Before the key that is next in order; in no text inside stand quotation marks without a backslash.
-    std::string member = ",\"path\":";
-    serialization::Encoder(member).write(*path);
-    return text.insert(text.find(",\"receiverResults\":"), member);
+    const auto add = [&](std::string_view name, const std::string& value, std::string_view next) {
+        std::string member = ",\"" + std::string(name) + "\":";
+        serialization::Encoder(member).write(value);
+        text.insert(text.find(",\"" + std::string(next) + "\":"), member);
+    };
+    if (path) add("path", *path, "receiverResults");
+    if (sha256) add("sha256", *sha256, "spf");
+    return text;
 }
 
 ProofReport reportFromJSON(std::string_view text) {
