@@ -239,10 +239,9 @@ TEST(MailboxReader, whatIsNoMessage) {
     EXPECT_EQ(outcomes(folder.write("box", received)), List{"box: Received: x\nX-IMAP: "});
     EXPECT_EQ(outcomes(folder.write("box", test::replaced(internal, "INTERNAL", "THE"))),
               List{"box: X-IMAP: 1 2\nSubject:"});
-    EXPECT_EQ(outcomes(folder.write("store",
-                                    "2 M1e C5\n\1\2N          000000000000000c\nFrom: a@b\n\nx\n\1\3\nR5\n\n"
-                                    "\1\2N         0")),
-              List{"store refused 4"});
+    const std::string stored = "2 M1e C5\n\1\2N          000000000000000c\nFrom: a@b\n\nx";
+    for (const char* rest : {"\n\1\3\nR5\n\n\1\2N         0", "yz\n\1\3\nR5\n\n"})  // of two; cut off
+        EXPECT_EQ(outcomes(folder.write("store", stored + rest)), List{"store refused 4"});
     EXPECT_EQ(outcomes(folder.write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")),
               List{"nothing refused 2"});
     EXPECT_EQ(outcomes("/dev/zero"), List{"zero refused 1"});
