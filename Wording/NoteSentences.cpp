@@ -454,7 +454,7 @@ struct NoteSentence {
             "A line of blanks stands inside the header lines, above the %1 line. Some programs end the "
             "header "
             "there and show other lines than this report.",
-            {fieldName(note.field, reader)});
+            {fieldNames({note.field}, reader)});
     }
     std::string operator()(const ReportNote::Undone& note) const {
         const std::string domain = quotedDomain(note.domain);

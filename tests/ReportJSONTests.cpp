@@ -7,119 +7,33 @@
 namespace quillmark {
 namespace {
 
-/// A report with every field in use.
-ProofReport fullReport() {
-    ProofReport report;
-    report.id = *UUID::parse("01234567-89ab-cdef-0123-456789abcdef");
-    report.checkedAt = referenceDate + std::chrono::milliseconds(736'260'690'123);
-    report.fileName = "a\"\n.eml";
-    report.summary = {{{"Alice", "a@example.org"}, {std::nullopt, "b@example.org"}},
-                      {{std::nullopt, "r@example.com"}},
-                      {},
-                      "Subject \U0001F600",
-                      referenceDate,
-                      "<1@example.org>",
-                      "a@example.org"};
-    report.headersOnly = true;
-    DKIMResult signature;
-    signature.status = DKIMResult::Status::keyTooWeak;
-    signature.detail = "512-bit RSA key";
-    signature.signedHeaders = {"from", "to"};
-    signature.identity = "@example.org";
-    signature.bodyLength = std::numeric_limits<std::int64_t>::max();
-    signature.unsignedBodyBytes = 0;
-    signature.signedAt = referenceDate - std::chrono::seconds(1);
-    signature.expiresAt = Date(std::chrono::seconds(999'999'999'999'999));
-    signature.keyBits = 512;
-    signature.expired = signature.testing = signature.bodyChecked = true;
-    signature.unsignedImportant = {"Subject"};
-    report.dkim = {signature, {}};
-    report.spf = {{SPFFinding::Status::Judged{SPFResult::softfail}},
-                  "example.org",
-                  SenderIP{"192.0.2.1", {SenderIP::Source::Received{"mx"}}, "helo"},
-                  "~all in example.org",
-                  "x"};
-    report.dmarc = {DMARCFinding::Status::fail,
-                    "a.example.org",
-                    "example.org",
-                    "reject",
-                    "none",
-                    "none",
-                    50,
-                    AlignmentMode::strict,
-                    AlignmentMode::relaxed,
-                    "v=DMARC1",
-                    "example.org",
-                    "example.org",
-                    true};
-    report.arc = {
-        {ARCFinding::Status::Fail{ARCFinding::Reason::sealFailed}},
-        "ARC-Seal i=1 didn't verify",
-        {{1, "list.example", signature, true, {"mx", {{"dkim", "pass", {{"a", "1"}, {"b", "2"}}}}}}}};
-    report.receiverResults = {{"mx", {}}};
-    report.flags = {{LookAlikeFlag::MultipleFrom{}},
-                    {LookAlikeFlag::ReplyToDiffers{"a", "b"}},
-                    {LookAlikeFlag::DisplayNameMismatch{"a", "b"}},
-                    {LookAlikeFlag::Punycode{"xn--a", "b"}},
-                    {LookAlikeFlag::MixedScripts{"a"}},
-                    {LookAlikeFlag::YoungDomain{"a", referenceDate, -3}}};
-    report.domainAge = {"example.org", {DomainAge::Status::Unavailable{"timed out"}}};
-    report.verdict = {VerdictKind::signatureBroken, Tone::caution, "a", "b", {"c", "d"}};
-    report.limits = {Limit::domainNotCompany, Limit::headersOnly};
-    using Note = ReportNote;
-    report.notes = {{Note::HeaderEndsEarly{3, 1'000}},
-                    {Note::FromHoldsMore{Note::FromHoldsMore::Kind::route, "a", "b"}},
-                    {Note::FromEmpty{std::nullopt, "a"}},
-                    {Note::ShownNotSigned{"Subject", "a", "b", 2, 1}},
-                    {Note::Damage{}},
-                    {Note::LinesBeforeDropped{2, "a"}}};
-    return report;
-}
-
 TEST(ReportJSON, roundTrip) {
     EXPECT_EQ(reportFromJSON(compactJSON({})), ProofReport{});
     for (const ProofReport& report : EveryCase().of<ProofReport>())
         EXPECT_EQ(reportFromJSON(compactJSON(report)), report) << compactJSON(report);
 }
 
+/// What neither the samples' reports nor words.txt show.
 TEST(ReportJSON, form) {
-    const auto json = JSON::parse(compactJSON(fullReport()));
-    const std::pair<const char*, const char*> rows[] = {
-        {"/id", R"("01234567-89AB-CDEF-0123-456789ABCDEF")"},
-        {"/checkedAt", "736260690.123"},
-        {"/summary/date", "0"},
-        {"/dkim/0/status", R"({"keyTooWeak":{}})"},
-        {"/dkim/0/signedAt", "-1"},
-        {"/dkim/1/status", R"({"malformed":{}})"},
-        {"/spf/status", R"({"judged":{"_0":"softfail"}})"},
-        {"/spf/ip/source", R"({"received":{"by":"mx"}})"},
-        {"/dmarc/status", R"({"fail":{}})"},
-        {"/dmarc/dkimMode", R"("strict")"},
-        {"/arc/status", R"({"fail":{"_0":"sealFailed"}})"},
-        {"/arc/hops/0/sawResults/methods/0/properties", R"({"a":"1","b":"2"})"},
-        {"/flags/0", R"({"multipleFrom":{}})"},
-        {"/flags/5", R"({"youngDomain":{"days":-3,"domain":"a","registered":0}})"},
-        {"/domainAge/status", R"({"unavailable":{"_0":"timed out"}})"},
-        {"/verdict/kind", R"("signatureBroken")"},
-        {"/limits", R"(["domainNotCompany","headersOnly"])"},
-        {"/notes/0", R"({"headerEndsEarly":{"bytes":1000,"line":3}})"},
-        {"/notes/1", R"({"fromHoldsMore":{"address":"a","kind":"route","more":"b"}})"},
-        {"/notes/3",
-         R"({"shownNotSigned":{"count":2,"covered":1,"field":"Subject","shown":"a","signed":"b"}})"},
-        {"/notes/4", R"({"damage":{"kind":"mboxLossy"}})"},
-        {"/notes/5", R"({"linesBeforeDropped":{"first":"a","lines":2}})"},
-    };
-    for (const auto& [pointer, value] : rows)
-        EXPECT_EQ(json.at(JSON::json_pointer(pointer)).dump(), value) << pointer;
+    ProofReport report;
+    report.id = *UUID::parse("01234567-89ab-cdef-0123-456789abcdef");
+    report.checkedAt = referenceDate + std::chrono::milliseconds(736'260'690'123);
+    report.dkim = {{.signedAt = referenceDate - std::chrono::seconds(1)}};
+    const std::string text = compactJSON(report);
+    for (const char* piece :
+         {R"("id":"01234567-89AB-CDEF-0123-456789ABCDEF")", R"("checkedAt":736260690.123,)",
+          R"("signedAt":-1,)", R"("status":{"malformed":{}})"})
+        EXPECT_NE(text.find(piece), std::string::npos) << piece << text;
     const auto empty = JSON::parse(compactJSON({}));
     EXPECT_EQ(empty.size(), 13u);  // all but fileName and notes
     EXPECT_EQ(empty["dkim"].dump(), "[]");
     EXPECT_EQ(empty["summary"].dump(), R"({"from":[],"replyTo":[],"subject":"","to":[]})");
-    EXPECT_NE(compactJSON(fullReport()).find("736260690.123,"), std::string::npos);
 }
 
 TEST(ReportJSON, faultsSayWhereTheyAre) {
-    const auto full = JSON::parse(encoded(fullReport()));
+    auto full = JSON::parse(encoded(EveryCase().of<ProofReport>().front()));
+    full["flags"] = JSON::parse(R"([{"youngDomain":{"days":1,"domain":"a","registered":0}}])");
+    full["spf"]["status"] = JSON::parse(R"({"judged":{"_0":"pass"}})");
     const char* keys = "dkim[0].status: Invalid number of keys found, expected one.";
     const struct {
         const char *pointer, *value;  ///< what is put there; null takes it away
@@ -137,8 +51,8 @@ TEST(ReportJSON, faultsSayWhereTheyAre) {
         {"/dkim/0/keyBits", "1.5", "dkim[0].keyBits: expected a whole number"},
         {"/dkim/0/signedAt", "1e300", "dkim[0].signedAt: number out of range"},
         {"/dkim/0/signedAt", "9223372036854775807", "dkim[0].signedAt: number out of range"},
-        {"/flags/5/youngDomain/days", nullptr, "flags[5].youngDomain.days: missing"},
-        {"/flags/2", R"({"never":{}})", "flags[2].never: unknown case"},
+        {"/flags/0/youngDomain/days", nullptr, "flags[0].youngDomain.days: missing"},
+        {"/flags/0", R"({"never":{}})", "flags[0].never: unknown case"},
         {"/spf/status", R"({"judged":5})", "spf.status: expected an object of the case’s values"},
         {"/spf/status/judged/_0", R"("maybe")", "spf.status.judged._0: unknown case \"maybe\""},
         {"/arc/hops/0/sawResults/server", "1", "arc.hops[0].sawResults.server: expected a text"},

@@ -1,5 +1,6 @@
 #include "Wording/TextReport.h"
 
+#include "EveryCase.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wrapped.h"
@@ -29,43 +30,19 @@ std::string leadingMarker(std::string_view line) {
     return line.starts_with('[') ? std::string(line.substr(0, line.find(']') + 1)) : std::string();
 }
 
-/// A report in which every text of somebody else's is `text`.
-ProofReport reportSaying(const std::string& text) {
-    ProofReport report;
-    report.checkedAt = checkedAt;
-    report.fileName = text;
-    report.summary = {.from = {{text, text}}, .replyTo = {{text, text}}, .to = {{text, text}}};
-    report.summary.subject = text;
-    report.summary.date = checkedAt;
-    report.summary.messageID = report.summary.returnPath = text;
-    DKIMResult signature;
-    signature.status = DKIMResult::Status::pass;
-    signature.detail = signature.domain = signature.selector = signature.algorithm = text;
-    signature.identity = text;
-    signature.bodyLength = signature.unsignedBodyBytes = 5;
-    signature.unsignedImportant = {text};
-    report.dkim = {signature};
-    report.spf.status.value = SPFFinding::Status::Judged{SPFResult::permerror};
-    report.spf.domain = report.spf.matched = report.spf.detail = text;
-    report.spf.ip = SenderIP{text, {SenderIP::Source::Received{text}}, text};
-    report.dmarc.status = DMARCFinding::Status::fail;
-    report.dmarc.fromDomain = report.dmarc.organizationalDomain = text;
-    report.dmarc.policy = report.dmarc.appliedPolicy = report.dmarc.record = text;
-    const AuthResults results{text, {{text, text, {{text, text}}}}};
-    report.arc.status.value = ARCFinding::Status::Fail{};
-    report.arc.detail = text;
-    report.arc.hops = {{1, text, signature, false, results}};
-    report.receiverResults = {results};
-    report.flags = {{LookAlikeFlag::ReplyToDiffers{text, text}},
-                    {LookAlikeFlag::DisplayNameMismatch{text, text}},
-                    {LookAlikeFlag::Punycode{text, text}},
-                    {LookAlikeFlag::MixedScripts{text}},
-                    {LookAlikeFlag::YoungDomain{text, checkedAt, 3}},
-                    {LookAlikeFlag::MultipleFrom{}}};
-    report.domainAge = {text, {DomainAge::Status::Unavailable{text}}};
-    report.verdict = {VerdictKind::signatureBroken, Tone::caution, text, text, {text}};
-    report.limits = {Limit::domainNotCompany};
-    return report;
+/// A report of everything there is, in which every text of somebody else's is `text`, but for lines that are
+/// told as lines.
+ProofReport reportSaying(std::string_view text) {
+    std::string json = encoded(EveryCase().of<ProofReport>().front());
+    constexpr std::string_view end = ".example\"";
+    const std::string said = JSON(text).dump();
+    for (auto at = json.find(end); at != std::string::npos; at = json.find(end, at + 1)) {
+        const auto begin = json.rfind('"', at);
+        if (json.compare(begin, 8, "\"excerpt") == 0) continue;
+        json.replace(begin, at + end.size() - begin, said);
+        at = begin + said.size();
+    }
+    return decoded<ProofReport>(JSON::parse(json));
 }
 
 TEST(TextReport, leavesOutWhatThereIsNot) {

@@ -7,27 +7,6 @@
 namespace quillmark {
 namespace {
 
-TEST(Wording, problemLines) {
-    const Refusal unreadable{Refusal::Unreadable{"no\nway"}}, large{Refusal::TooLarge{}},
-        none{Refusal::NotAnEmail{}};
-    EXPECT_EQ(problemLine(unreadable, "a\nb", english), "“a b” couldn’t be read: no way");
-    EXPECT_EQ(problemLine(large, "a", english), "“a” is larger than 50 MB, too large for a single email.");
-    const std::string noMail =
-        "doesn’t look like an email: no From, Received or DKIM-Signature header was found.";
-    EXPECT_EQ(problemLine(none, "a", english), "“a” " + noMail);
-    EXPECT_TRUE(problemLine({Refusal::Converted{}}, "a", english)
-                    .starts_with("“a” " + noMail + " It is in a format"));
-    EXPECT_EQ(problemLine({Refusal::Packed{PackedForm::tar}}, "a", english),
-              "“a” is an archive (tar). Unpack it, and check what was in it: tar -xf FILE");
-    EXPECT_EQ(problemLine({Refusal::Packed{PackedForm::gzip}}, std::nullopt, english),
-              "That is compressed (gzip). Unpack it, and check what comes out: gzip -dc FILE > UNPACKED");
-    EXPECT_TRUE(problemLine({Refusal::Packed{PackedForm::dbox}}, "a", english)
-                    .starts_with("“a” is another program’s store (dbox)."));
-    EXPECT_EQ(problemLine({Refusal::EmptyFolder{}}, "a", english), "No email was found in “a”.");
-    EXPECT_EQ(problemLine(none, std::nullopt, english),
-              "That " + noMail + " Paste the message’s full source or its headers.");
-}
-
 TEST(Wording, placeNames) {
     for (const auto& [name, shown] :
          {std::pair("Inbox, message 12", "Inbox, Nachricht 12"),

@@ -154,8 +154,12 @@ std::string allWords() {
             return title(limit, reader) + " | " + sentence(limit, reader);
         });
     }
-    for (const auto& value : everyAlternative<decltype(Refusal::value)>()) {
-        for (const std::optional<std::string>& name : {std::optional<std::string>("Name, message 3"), {}}) {
+    auto refusals = everyAlternative<decltype(Refusal::value)>();
+    refusals.front() = Refusal::Unreadable{"no\nway"};
+    for (auto form = PackedForm::gzip; form <= PackedForm::dbx; form = static_cast<PackedForm>(int(form) + 1))
+        refusals.emplace_back(Refusal::Packed{form});
+    for (const auto& value : refusals) {
+        for (const std::optional<std::string>& name : {std::optional<std::string>("a\nb, message 3"), {}}) {
             words.add("problem " + std::to_string(value.index()) + (name ? "" : ", pasted"),
                       [&](const Reader& reader) { return problemLine(Refusal{value}, name, reader); });
         }
