@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <QApplication>
-#include <QStandardPaths>
+#include "tests/WindowTest.h"
 
 int main(int argc, char** argv) {
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");

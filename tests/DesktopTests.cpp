@@ -1,26 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <QAbstractButton>
-#include <QApplication>
-#include <QClipboard>
-#include <QDialog>
-#include <QDragEnterEvent>
-#include <QFile>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QListView>
-#include <QMenu>
-#include <QMenuBar>
-#include <QMimeData>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTreeView>
-#include <QUrl>
-#include <set>
-
 #include "Gate.h"
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/MessageTextView.h"
@@ -30,10 +7,17 @@
 #include "Quillmark/TextPanel.h"
 #include "TestSamples.h"
 #include "Wording/Wording.h"
+#include "tests/WindowTest.h"
 
 /// The real window over the real model, driven as a person would: by keys, clicks and drops.
 namespace quillmark {
 namespace {
+
+/// What the sample's good report is headed by, whatever domain it speaks of.
+QString headlineOf(const std::string& sample) {
+    const Reader reader{.platform = Platform::other};
+    return QString::fromStdString(headline(checkedSample(sample).report.verdict, reader));
+}
 
 /// A run of the application in a folder of its own; several runs may follow each other there.
 struct Desk {
@@ -90,6 +74,11 @@ struct Desk {
         EXPECT_TRUE(came) << headline().toStdString() << " | " << window().problem().toStdString();
         return came;
     }
+    /// Opens the sample, and waits for its report.
+    void open(const std::string& sample = "rfc8463") {
+        app->openFiles({QString::fromStdString(samplePath(sample + ".eml"))});
+        waitForHeadline(headlineOf(sample));
+    }
     /// A drag from a mail program, over the window and let go.
     void drop(const QMimeData& data) {
         QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
@@ -123,12 +112,6 @@ QByteArray contents(const std::string& path) {
     QFile file(QString::fromStdString(path));
     EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path;
     return file.readAll();
-}
-
-/// What the sample's good report is headed by, whatever domain it speaks of.
-QString headlineOf(const std::string& sample) {
-    const Reader reader{.platform = Platform::other};
-    return QString::fromStdString(headline(checkedSample(sample).report.verdict, reader));
 }
 
 TEST(Desktop, everyFormOfADropIsChecked) {
@@ -175,9 +158,7 @@ TEST(Desktop, whatHoldsNoMessageIsToldInOneLine) {
     EXPECT_FALSE(run.window().problem().contains('\n'));
     EXPECT_LT(run.window().minimumSizeHint().width(), 700) << "the name breaks";
     EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); }));
-    for (QAbstractButton* each : run.window().findChildren<QAbstractButton*>()) {
-        if (each->accessibleName() == "Dismiss") each->click();
-    }
+    test::button(run.window(), "Dismiss")->click();
     EXPECT_EQ(run.window().problem(), "");
 }
 
@@ -207,9 +188,7 @@ TEST(Desktop, aMailboxInTheTable) {
         run.waitForHeadline(headlineOf("rfc8463"));
         run.key(Qt::Key_Return);
         EXPECT_EQ(QApplication::focusWidget(), run.window().reportView());
-        for (auto* each : run.window().findChildren<QAbstractButton*>()) {
-            if (each->accessibleName() == "Show only “Good”: 1") each->click();
-        }
+        test::button(run.window(), "Show only “Good”: 1")->click();
         EXPECT_EQ(run.rows(), QStringList{"Is dinner ready?"});
         run.list().setTones({});
         run.list().setFilter("message 1");
@@ -316,13 +295,8 @@ TEST(Desktop, recheckAfterTheNetworkIsBack) {
     run.resolver->isOffline = true;
     run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
     run.waitForHeadline("Couldn’t check: the key lookup failed");
-    QPushButton* recheck = nullptr;
-    for (QPushButton* each : run.window().reportView()->findChildren<QPushButton*>()) {
-        if (each->isVisible() && each->text() == "Re-check") recheck = each;
-    }
-    ASSERT_TRUE(recheck);
     run.resolver->isOffline = false;
-    recheck->click();
+    test::button(*run.window().reportView(), "Re-check")->click();
     run.waitForHeadline(headlineOf("rfc8463"));
     EXPECT_EQ(run.model->session().size(), 1U);
     EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 2; })) << "the history keeps both";
@@ -332,8 +306,7 @@ TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
     const QTemporaryDir folder;
     {
         Desk run(folder);
-        run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
-        run.waitForHeadline(headlineOf("rfc8463"));
+        run.open();
         EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 1; }));
         EXPECT_EQ(run.rows().value(0), "This session");
         run.window().listView()->setFocus();
@@ -341,9 +314,7 @@ TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
         EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); })) << "nor is it listed elsewhere";
         run.window().action(Command::settings)->trigger();
         ASSERT_TRUE(run.sheet());
-        for (QAbstractButton* each : run.sheet()->findChildren<QAbstractButton*>()) {
-            if (each->text().startsWith("Look up how old")) each->click();
-        }
+        run.sheet()->findChild<QCheckBox*>()->click();
         run.window().action(Command::zoomIn)->trigger();
     }
     Desk run(folder, nullptr);
@@ -361,9 +332,7 @@ TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
     EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty() && run.model->history().empty(); }));
     run.window().action(Command::settings)->trigger();
     ASSERT_TRUE(run.sheet());
-    for (QAbstractButton* each : run.sheet()->findChildren<QAbstractButton*>()) {
-        if (each->text() == "Clear History…") each->click();
-    }
+    test::button(*run.sheet(), "Clear History…")->click();
     const auto* outcome = run.sheet()->findChild<PlainText*>("outcome");
     EXPECT_TRUE(run.waitFor([&] { return outcome->toPlainText() == "There was nothing to remove."; }));
 }
@@ -381,15 +350,10 @@ TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
         const bool isNewer = run.model->historyState() == HistoryState::locked;
         EXPECT_TRUE(run.waitFor(
             [&] { return run.window().action(Command::recoverHistory)->isEnabled() == !isNewer; }));
-        for (auto* each : run.window().findChildren<QPushButton*>()) {
-            if (each->text() == "Recover Reports") {
-                EXPECT_EQ(each->isVisible(), !isNewer);
-            }
-        }
+        EXPECT_EQ(test::button(run.window(), "Recover Reports")->isVisible(), !isNewer);
         const auto* unsaved = run.window().findChild<PlainText*>("unsaved");
         EXPECT_FALSE(unsaved->isVisible());
-        run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
-        run.waitForHeadline(headlineOf("rfc8463"));
+        run.open();
         EXPECT_EQ(run.window().problem(), "");
         EXPECT_EQ(unsaved->isVisible(), isNewer);
         EXPECT_EQ(unsaved->toPlainText().startsWith("1 report isn’t saved yet. Your history was saved by"),
@@ -400,8 +364,7 @@ TEST(Desktop, aDamagedAndANewerHistoryAreOneLine) {
 TEST(Desktop, exportsArePutWhereThePersonSays) {
     const QTemporaryDir folder;
     Desk run(folder);
-    run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
-    run.waitForHeadline(headlineOf("rfc8463"));
+    run.open();
     const struct {
         Command command;
         const char *name, *begins;

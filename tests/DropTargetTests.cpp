@@ -1,8 +1,6 @@
 #include "Quillmark/DropTarget.h"
 
-#include <gtest/gtest.h>
-
-#include <QMimeData>
+#include "tests/WindowTest.h"
 
 namespace quillmark {
 namespace {

@@ -7,12 +7,15 @@
 
 using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 
-extern "C" {
-FuzzTarget fuzzaddresses, fuzzarc, fuzzauthresults, fuzzcanonicalization, fuzzcontainers, fuzzdmarc,
-    fuzzdnsmessage, fuzzdohreply, fuzzencodedwords, fuzzhistory, fuzzkeyrecord, fuzzmessage, fuzzpunycode,
-    fuzzrdap, fuzzreceived, fuzzreportjson, fuzzspf, fuzzsuffix, fuzztaglist, fuzztxtunquote, fuzzundo,
-    fuzzunpacker, fuzzverify;
-}
+#define FUZZ_TARGETS(each)                                                                                 \
+    each(addresses) each(arc) each(authresults) each(canonicalization) each(containers) each(dmarc)        \
+        each(dnsmessage) each(dohreply) each(encodedwords) each(history) each(keyrecord) each(message)     \
+            each(punycode) each(rdap) each(received) each(reportjson) each(spf) each(suffix) each(taglist) \
+                each(txtunquote) each(undo) each(unpacker) each(verify)
+
+#define DECLARE(name) extern "C" FuzzTarget fuzz##name;
+#define LIST(name) {#name, fuzz##name},
+FUZZ_TARGETS(DECLARE)
 
 namespace quillmark {
 namespace {
@@ -22,31 +25,7 @@ namespace fs = std::filesystem;
 const struct {
     const char* name;
     FuzzTarget* run;
-} targets[] = {
-    {"addresses", fuzzaddresses},
-    {"arc", fuzzarc},
-    {"authresults", fuzzauthresults},
-    {"canonicalization", fuzzcanonicalization},
-    {"containers", fuzzcontainers},
-    {"dmarc", fuzzdmarc},
-    {"dnsmessage", fuzzdnsmessage},
-    {"dohreply", fuzzdohreply},
-    {"encodedwords", fuzzencodedwords},
-    {"history", fuzzhistory},
-    {"keyrecord", fuzzkeyrecord},
-    {"message", fuzzmessage},
-    {"punycode", fuzzpunycode},
-    {"rdap", fuzzrdap},
-    {"received", fuzzreceived},
-    {"reportjson", fuzzreportjson},
-    {"spf", fuzzspf},
-    {"suffix", fuzzsuffix},
-    {"taglist", fuzztaglist},
-    {"txtunquote", fuzztxtunquote},
-    {"undo", fuzzundo},
-    {"unpacker", fuzzunpacker},
-    {"verify", fuzzverify},
-};
+} targets[] = {FUZZ_TARGETS(LIST)};
 
 /// The input with a few pieces changed, said twice or taken out, or with a byte said many times: longer than
 /// what is scanned in one go, and of lengths at which a scan of blocks ends.

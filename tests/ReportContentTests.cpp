@@ -1,14 +1,10 @@
 #include "Quillmark/ReportContent.h"
 
-#include <gtest/gtest.h>
 #include <stdlib.h>
-
-#include <QProcess>
-#include <QTemporaryFile>
-#include <map>
 
 #include "Quillmark/PDFExport.h"
 #include "TestSamples.h"
+#include "tests/WindowTest.h"
 
 namespace quillmark {
 namespace {

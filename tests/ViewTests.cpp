@@ -1,21 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <QAbstractButton>
-#include <QApplication>
-#include <QCheckBox>
-#include <QClipboard>
-#include <QListView>
-#include <QMessageBox>
-#include <QMimeData>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QScrollArea>
-#include <QScrollBar>
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QToolButton>
-#include <QTreeView>
 #include <future>
 
 #include "Quillmark/ListPanel.h"
@@ -27,6 +9,7 @@
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/SingleInstance.h"
 #include "Quillmark/Tones.h"
+#include "tests/WindowTest.h"
 
 namespace quillmark {
 namespace {
@@ -279,15 +262,8 @@ TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
     for (QCheckBox* each : boxes) each->click();
     EXPECT_EQ(age.at(0).at(0).toBool(), false);
     EXPECT_EQ(history.at(0).at(0).toBool(), true);
-    const auto button = [&](QWidget& in, const QString& text) -> QAbstractButton* {
-        for (auto* each : in.findChildren<QAbstractButton*>()) {
-            if (each->text() == text) return each;
-        }
-        ADD_FAILURE() << text.toStdString();
-        return nullptr;
-    };
     for (const char* answer : {"Cancel", "Clear History"}) {
-        button(view, "Clear History…")->click();
+        test::button(view, "Clear History…")->click();
         auto* question = view.findChild<QMessageBox*>();
         ASSERT_TRUE(question);
         EXPECT_EQ(question->textFormat(), Qt::PlainText);
@@ -295,13 +271,13 @@ TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
         EXPECT_EQ(question->informativeText(),
                   "This removes every saved check from this computer. It can’t be undone.\n\n"
                   "The history holds 2 reports.");
-        button(*question, answer)->click();
+        test::button(*question, answer)->click();
         QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         EXPECT_EQ(isCleared, answer == std::string("Clear History"));
     }
     SettingsView locked({.lockedHistory = "Your history was saved by a newer version of Quillmark."},
                         english);
-    EXPECT_FALSE(button(locked, "Clear History…")->isEnabled());
+    EXPECT_FALSE(test::button(locked, "Clear History…")->isEnabled());
 }
 
 TEST(SingleInstance, theSecondHandsItsFilesOver) {

@@ -1,26 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <QAction>
-#include <QApplication>
-#include <QClipboard>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMainWindow>
-#include <QMenu>
-#include <QMenuBar>
-#include <QPlainTextEdit>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTextEdit>
-#include <QTranslator>
-#include <QVBoxLayout>
-
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/EditActions.h"
 #include "WindowBaseline/HelpMenu.h"
 #include "WindowBaseline/QtWords.h"
 #include "WindowBaseline/WindowReader.h"
+#include "tests/WindowTest.h"
 
 namespace window_baseline {
 namespace {
