@@ -156,8 +156,10 @@ std::string allWords() {
     }
     auto refusals = everyAlternative<decltype(Refusal::value)>();
     refusals.front() = Refusal::Unreadable{"no\nway"};
-    for (auto form = PackedForm::gzip; form <= PackedForm::dbx; form = static_cast<PackedForm>(int(form) + 1))
-        refusals.emplace_back(Refusal::Packed{form});
+    for (int form = 0; form <= static_cast<int>(PackedForm::olm); ++form)
+        refusals.emplace_back(Refusal::Packed{static_cast<PackedForm>(form)});
+    for (int fault = 0; fault <= static_cast<int>(ArchiveFault::tooDeep); ++fault)
+        refusals.emplace_back(Refusal::Archive{static_cast<ArchiveFault>(fault)});
     for (const auto& value : refusals) {
         for (const std::optional<std::string>& name : {std::optional<std::string>("a\nb, message 3"), {}}) {
             words.add("problem " + std::to_string(value.index()) + (name ? "" : ", pasted"),
