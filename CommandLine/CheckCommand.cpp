@@ -31,6 +31,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "Settings/CurrentTime.h"
+#include "Wording/Banner.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -212,14 +213,11 @@ private:
             .examine(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
     }
 
-    std::int64_t cautions(const ProofReport& report) const {
-        return std::ranges::count(besideHeadline(report, m_command.reader), Tone::caution, &Remark::tone);
-    }
-
     /// Tone, how many cautions stand beside the headline, headline and place, with tabs between them.
     std::string line(const ProofReport& report, const std::optional<std::string>& path) const {
-        std::string line(marker(report.verdict.tone));
-        line += '\t' + std::to_string(cautions(report)) + '\t' + headline(report.verdict, m_command.reader);
+        const Banner banner = bannerOf(report, m_command.reader);
+        std::string line(marker(banner.tone));
+        line += '\t' + std::to_string(banner.cautions.size() + banner.more) + '\t' + banner.headline;
         return line + '\t' + forDisplay(path ? *path : report.fileName.value_or("-"));
     }
 
@@ -237,7 +235,7 @@ private:
     OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path,
                                 const std::optional<std::string>& digest) const {
         OrderedRun::Message message{.verdict = report.verdict,
-                                    .hasCautions = m_areCautionsAsked && cautions(report) > 0};
+                                    .hasCautions = m_areCautionsAsked && hasCautions(report)};
         const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
                               (message.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;

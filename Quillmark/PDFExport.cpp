@@ -130,7 +130,14 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
     const QColor color = toneColor(content.tone, Qt::white, QPalette(Qt::white));
     set.paragraph(toneSymbol(content.tone) + u' ' + content.headline, 17, QFont::Bold, color, 8);
     set.paragraph(content.explanation, 10.5, QFont::Normal, ink, 4);
-    for (const ReportLine& each : content.beside) set.note(each);
+    if (content.decider) set.note({content.decider->tone, content.decider->text});
+    if (!content.lead.isEmpty()) {
+        const QColor amber = toneColor(Tone::caution, Qt::white, QPalette(Qt::white));
+        set.paragraph(toneSymbol(Tone::caution) + u' ' + content.lead, 12, QFont::Bold, amber, 8);
+    }
+    for (const ReportLead& each : content.cautions) set.note({{}, each.text});
+    for (const ReportLine& each : content.remarks) set.note(each);
+    set.paragraph(words("What to do: %1", content.whatToDo), 10.5, QFont::DemiBold, ink, 8);
     set.facts(frame.record);
     for (const ReportSection& section : content.sections) {
         set.beginPiece();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "Wording/Banner.h"
 #include "Wording/Details.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
@@ -356,14 +357,22 @@ ReportSection Composer::limits() const {
 ReportContent reportContent(const ProofReport& report, const std::optional<std::vector<PathStep>>& path,
                             const ReportCaps& caps, const Words& words) {
     const Composer composer(report, caps, words);
-    ReportContent content{report.verdict.tone,
-                          isolatedRuns(headline(report.verdict, words.reader)),
-                          isolatedRuns(explanation(report, words.reader)),
-                          {},
-                          {}};
-    for (const Remark& each : besideHeadline(report, words.reader)) {
-        content.beside.push_back(remark(each));
+    const Banner banner = bannerOf(report, words.reader);
+    ReportContent content{banner.tone, isolatedRuns(banner.headline), isolatedRuns(banner.explanation)};
+    const auto lead = [](const BannerLine& line) {
+        return ReportLead{line.tone, isolatedRuns(line.text), line.section, line.note, line.row};
+    };
+    if (banner.decider) content.decider = lead(*banner.decider);
+    content.lead = isolatedRuns(banner.lead);
+    for (const BannerLine& each : banner.cautions) content.cautions.push_back(lead(each));
+    if (banner.more > 0) {
+        content.cautions.push_back(
+            {{},
+             words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(banner.more)),
+             NoteSection::warningSigns});
     }
+    for (const Remark& each : banner.remarks) content.remarks.push_back(remark(each));
+    content.whatToDo = isolatedRuns(banner.whatToDo);
     content.hasFailedLookup = hasFailedLookup(report);
     content.hasMessage = path.has_value();
     content.sections.push_back(composer.message());

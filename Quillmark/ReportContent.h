@@ -8,6 +8,7 @@
 #include "Quillmark/Words.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
+#include "Wording/NoteSentences.h"
 
 /// What a report says, in the words and the order in which the window and the PDF show it. All text is inert
 /// and capped; nothing of it is markup.
@@ -50,11 +51,23 @@ struct ReportCaps {
     std::size_t text = longestLabel, rows = mostRows;
 };
 
+/// What stands with the headline, and where more of it stands.
+struct ReportLead {
+    std::optional<Tone> tone;
+    QString text;
+    std::optional<NoteSection> section = {};
+    std::optional<std::size_t> note = {}, row = {};  ///< there, as in `BannerLine`
+};
+
 struct ReportContent {
     Tone tone = Tone::unknown;
     QString headline, explanation;
-    std::vector<ReportLine> beside;  ///< what must not be missed when only the headline is read
-    std::vector<ReportSection> sections;
+    std::optional<ReportLead> decider = {};  ///< the finding that speaks against the sender most
+    QString lead = {};                       ///< how many cautions there are; empty when there is none
+    std::vector<ReportLead> cautions = {};   ///< what weighs most first
+    std::vector<ReportLine> remarks = {};    ///< what is good to know with the headline
+    QString whatToDo = {};
+    std::vector<ReportSection> sections = {};
     bool hasFailedLookup = false;  ///< checking again may find out more
     bool hasMessage = false;       ///< it is at hand
 };

@@ -5,6 +5,7 @@
 
 #include "Quillmark/Tones.h"
 #include "QuillmarkKit/Support/Date.h"
+#include "Wording/Banner.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Wording.h"
 
@@ -241,9 +242,7 @@ QString ReportList::caution(const ProofReport& report) const {
     if (!report.flags.empty()) {
         text = m_words.translateCount("%n warning sign", "%n warning signs",
                                       static_cast<std::int64_t>(report.flags.size()));
-    } else if (report.verdict.tone == Tone::good &&
-               std::ranges::any_of(besideHeadline(report, m_words.reader),
-                                   [](const Remark& each) { return each.tone == Tone::caution; })) {
+    } else if (report.verdict.tone == Tone::good && hasCautions(report)) {
         text = m_words("with a caution");
     }
     return m_cautions[report.id] = text;

@@ -162,7 +162,11 @@ QWidget* ReportView::banner() {
     headline->setColor(toneColor(m_content.tone, toneGround(m_content.tone, palette()), palette()));
     texts->addWidget(headline);
     texts->addWidget(new PlainText(m_content.explanation));
-    for (const ReportLine& each : m_content.beside) texts->addLayout(note(each));
+    if (m_content.decider) texts->addLayout(note({m_content.decider->tone, m_content.decider->text}));
+    if (!m_content.lead.isEmpty()) texts->addLayout(note({Tone::caution, m_content.lead}));
+    for (const ReportLead& each : m_content.cautions) texts->addLayout(note({each.tone, each.text}));
+    for (const ReportLine& each : m_content.remarks) texts->addLayout(note(each));
+    texts->addWidget(new PlainText(m_words("What to do: %1", m_content.whatToDo)));
     m_recheck = new QPushButton(m_words("Re-check"));
     connect(m_recheck, &QPushButton::clicked, this, &ReportView::recheckWanted);
     texts->addWidget(m_recheck, 0, Qt::AlignLeft);

@@ -5,6 +5,8 @@
 #include <array>
 #include <cmath>
 
+#include "Wording/Banner.h"
+
 namespace quillmark {
 
 namespace {
@@ -53,17 +55,7 @@ QString toneSymbol(Tone tone) {
 }
 
 QString toneWord(Tone tone, const Words& words) {
-    switch (tone) {
-        case Tone::good:
-            return words("Good");
-        case Tone::caution:
-            return words("Caution");
-        case Tone::bad:
-            return words("Bad");
-        case Tone::unknown:
-            break;
-    }
-    return words("Unknown");
+    return QString::fromStdString(toneWord(tone, words.reader));
 }
 
 double contrast(const QColor& a, const QColor& b) {

@@ -47,7 +47,11 @@ struct PanelSummary {
     std::string toneWord = {};
     std::string from = {}, subject = {};
     std::string headline = {}, explanation = {};
-    std::vector<Line> cautions = {};  ///< what must be read with the headline, and the warning signs
+    std::optional<Line> decider = {};  ///< the finding that speaks against the sender most
+    std::string lead = {};             ///< how many cautions there are; empty when there is none
+    std::vector<Line> cautions = {};   ///< what changes the headline's meaning, what weighs most first
+    std::vector<Line> remarks = {};    ///< what is good to know with the headline
+    std::string whatToDo = {};
 };
 constexpr auto fieldsOf(const PanelSummary::Line*) {
     return std::tuple{Field{"tone", &PanelSummary::Line::tone},
@@ -59,7 +63,9 @@ constexpr auto fieldsOf(const PanelSummary*) {
         Field{"verdict", &PanelSummary::verdict},   Field{"tone", &PanelSummary::tone},
         Field{"toneWord", &PanelSummary::toneWord}, Field{"from", &PanelSummary::from},
         Field{"subject", &PanelSummary::subject},   Field{"headline", &PanelSummary::headline},
-        Field{"cautions", &PanelSummary::cautions}, Field{"explanation", &PanelSummary::explanation}};
+        Field{"decider", &PanelSummary::decider},   Field{"lead", &PanelSummary::lead},
+        Field{"cautions", &PanelSummary::cautions}, Field{"remarks", &PanelSummary::remarks},
+        Field{"whatToDo", &PanelSummary::whatToDo}, Field{"explanation", &PanelSummary::explanation}};
 }
 
 struct AddonAnswer {

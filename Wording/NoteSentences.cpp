@@ -101,21 +101,26 @@ std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) 
     return reader.translate("More of the text was added than %1 signed.", {quotedDomain(note.domain)}) + ' ';
 }
 
+/// What must be taken back of what a person reads.
+std::string changesOfUndone(const ReportNote::Undone& note, const Reader& reader) {
+    std::string changes;
+    const auto join = [&](const std::string& item) { changes += (changes.empty() ? "" : "; ") + item; };
+    for (const ChangedText& text : note.texts) join(changeInWords(text, reader));
+    for (const ChangedField& field : note.fields) join(changeInWords(field, reader));
+    if (note.links > 0) {
+        join(reader.translateCount("%n link that now leads elsewhere than when it was signed",
+                                   "%n links that now lead elsewhere than when they were signed",
+                                   note.links));
+    }
+    return changes;
+}
+
 /// What must be taken back, and that the rest was signed.
 std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
-    std::string changes, forms;
-    const auto join = [](std::string& list, std::string_view separator, const std::string& item) {
-        list += (list.empty() ? "" : std::string(separator)) + item;
-    };
-    for (const ChangedText& text : note.texts) join(changes, "; ", changeInWords(text, reader));
-    for (const ChangedField& field : note.fields) join(changes, "; ", changeInWords(field, reader));
-    if (note.links > 0) {
-        join(
-            changes, "; ",
-            reader.translateCount("%n link that now leads elsewhere than when it was signed",
-                                  "%n links that now lead elsewhere than when they were signed", note.links));
-    }
-    for (const RewrittenForm form : note.forms) join(forms, ", ", formInWords(form, reader));
+    const std::string changes = changesOfUndone(note, reader);
+    std::string forms;
+    for (const RewrittenForm form : note.forms)
+        forms += (forms.empty() ? "" : ", ") + formInWords(form, reader);
     const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
     if (changes.empty()) {
         return front +
@@ -573,9 +578,76 @@ std::string sentence(const ReportNote& note, const Reader& reader) {
     return std::visit(NoteSentence{reader}, note.value);
 }
 
-std::string sentenceBesideHeadline(const ReportNote& note, const Reader& reader) {
-    const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
-    return undone ? leadOfUndone(*undone, reader) : sentence(note, reader);
+namespace {
+
+struct ShortSentence {
+    const Reader& reader;
+    using Note = ReportNote;
+
+    std::string operator()(const Note::HeaderEndsEarly&) const {
+        return reader.translate("A part of the message is neither its header lines nor its text");
+    }
+    std::string operator()(const Note::ShownNotSigned& note) const {
+        return reader.translate("The %1 line that is shown isn’t the one that was signed",
+                                {fieldNames({note.field}, reader)});
+    }
+    std::string operator()(const Note::SigningDomainNoHost& note) const {
+        return reader.translate("The signing domain, “%1”, isn’t a valid host name", {quoted(note.domain)});
+    }
+    std::string operator()(const Note::SigningDomainPublicSuffix& note) const {
+        return reader.translate("Anyone can register a name under %1, the signing domain",
+                                {quotedDomain(note.domain)});
+    }
+    std::string operator()(const Note::SignedLinesHold& note) const {
+        return reader.translate("Only these lines are as %1 signed them: %2",
+                                {quotedDomain(note.domain), fieldNames(note.fields, reader)});
+    }
+    std::string operator()(const Note::LinesBeforeDropped& note) const {
+        return reader.translateCount("%n line before the message was left out",
+                                     "%n lines before the message were left out", note.lines);
+    }
+    std::string operator()(const Note::ReadOtherwise& note) const {
+        const std::string address = quotedWord(note.address);
+        return equalsIgnoringCase(note.field, "Reply-To")
+                   ? reader.translate("Some programs reply to %1", {address})
+                   : reader.translate("Some programs show %1 as the sender", {address});
+    }
+    std::string operator()(const Note::NameShowsAddress& note) const {
+        return reader.translate("The sender’s name shows %1; the real address is %2",
+                                {quotedDomain(note.shown), quotedWord(note.actual)});
+    }
+    std::string operator()(const Note::HeadlineNamesOther& note) const {
+        return reader.translate("%1 asks receivers to accept only its own signature",
+                                {quotedDomain(note.fromDomain)});
+    }
+    std::string operator()(const Note::KeyProvesNothing& note) const {
+        return reader.translate("Even with its key, the signature by %1 would prove nothing about the sender",
+                                {quotedDomain(note.domain)});
+    }
+    std::string operator()(const Note::Undone& note) const {
+        return frontOfUndone(note, reader) +
+               reader.translate("Treat as unsigned: %1", {changesOfUndone(note, reader)});
+    }
+    std::string operator()(const Note::AddressClaimed&) const {
+        return reader.translate("SPF was judged for an address that the server only claimed");
+    }
+    std::string operator()(const Note::AnyServerAllowed& note) const {
+        return reader.translate("%1 allows almost any server in the world to send its mail",
+                                {quotedDomain(note.domain)});
+    }
+    std::string operator()(const Note::ContentNotSigned&) const {
+        return reader.translate("Programs may show another text than the one that was sent");
+    }
+    template <typename Other>
+    std::string operator()(const Other& note) const {
+        return NoteSentence{reader}(note);
+    }
+};
+
+}  // namespace
+
+std::string shortSentence(const ReportNote& note, const Reader& reader) {
+    return std::visit(ShortSentence{reader}, note.value);
 }
 
 std::vector<std::string> details(const ReportNote& note, const Reader& reader) {
@@ -724,6 +796,16 @@ std::string signatureSentence(const ProofReport& report, const DKIMResult& signa
         "another "
         "it does.",
         {quotedDomain(signature.domain)});
+}
+
+const ReportNote::Undone* undoneOf(const ProofReport& report) {
+    for (const ReportNote& note : report.notes) {
+        const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+        if (undone && undone->of == SignatureKind::dkim &&
+            equalsIgnoringCase(undone->domain, report.verdict.domain))
+            return undone;
+    }
+    return nullptr;
 }
 
 bool otherKeyFits(const ProofReport& report, std::string_view domain) {

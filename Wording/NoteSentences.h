@@ -17,10 +17,11 @@ std::string sentence(const ReportNote& note, const Reader& reader);
 /// two blanks more for each step in.
 std::vector<std::string> details(const ReportNote& note, const Reader& reader);
 
-/// The sentence as it stands beside the headline, where it may be shorter.
-std::string sentenceBesideHeadline(const ReportNote& note, const Reader& reader);
+/// A few words, without a full stop, for one that stands beside the headline with a caution; of another, its
+/// sentence.
+std::string shortSentence(const ReportNote& note, const Reader& reader);
 
-/// The part of a report that a note belongs to.
+/// The parts of a report.
 enum class NoteSection {
     message,
     signatures,
@@ -28,8 +29,10 @@ enum class NoteSection {
     policy,
     chain,
     receiverResults,
-    sender,  ///< in none: it stands in place of the sender
+    sender,        ///< in none: a note that stands in place of the sender
+    warningSigns,  ///< where no note stands
 };
+/// The part that a note belongs to.
 NoteSection sectionOf(const ReportNote& note);
 
 /// Caution, or nothing for what only informs.
@@ -43,6 +46,9 @@ std::optional<std::string> insteadOfSender(const ProofReport& report, const Read
 
 /// What came of checking a signature of `report.dkim`, by its key and the others under the key's name.
 std::string signatureSentence(const ProofReport& report, const DKIMResult& signature, const Reader& reader);
+
+/// What is known of what the verdict's domain signed, though the message is another one by now; else null.
+const ReportNote::Undone* undoneOf(const ProofReport& report);
 
 /// Whether a signature by this domain fits another key than the one that counts.
 bool otherKeyFits(const ProofReport& report, std::string_view domain);

@@ -2,6 +2,7 @@
 
 #include <variant>
 
+#include "Wording/DomainIdentity.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -70,6 +71,32 @@ struct SignSentence {
     }
 };
 
+struct SignInShort {
+    const Reader& reader;
+    std::string operator()(const LookAlikeFlag::ReplyToDiffers& sign) const {
+        return reader.translate("Replies go somewhere else: to %1", {quotedWord(sign.replyTo)});
+    }
+    std::string operator()(const LookAlikeFlag::DisplayNameMismatch& sign) const {
+        return reader.translate("The name shows another address; the real one is %1",
+                                {quotedWord(sign.actual)});
+    }
+    std::string operator()(const LookAlikeFlag::Punycode& sign) const {
+        return lettersInWords(sign.domain, reader);
+    }
+    std::string operator()(const LookAlikeFlag::MixedScripts& sign) const {
+        return reader.translate("Letters of several alphabets in %1", {quotedWord(sign.domain)});
+    }
+    std::string operator()(const LookAlikeFlag::YoungDomain& sign) const {
+        const std::string domain = quotedWord(sign.domain);
+        if (sign.days <= 0) return reader.translate("%1 was registered only just now", {domain});
+        return reader.translateCount("%1 was registered only %n day ago",
+                                     "%1 was registered only %n days ago", sign.days, {domain});
+    }
+    std::string operator()(const LookAlikeFlag::MultipleFrom&) const {
+        return reader.translate("Several From addresses");
+    }
+};
+
 }  // namespace
 
 std::string title(const LookAlikeFlag& flag, const Reader& reader) {
@@ -78,6 +105,10 @@ std::string title(const LookAlikeFlag& flag, const Reader& reader) {
 
 std::string sentence(const LookAlikeFlag& flag, const Reader& reader) {
     return std::visit(SignSentence{reader}, flag.value);
+}
+
+std::string shortSentence(const LookAlikeFlag& flag, const Reader& reader) {
+    return std::visit(SignInShort{reader}, flag.value);
 }
 
 std::string title(Limit limit, const Reader& reader) {

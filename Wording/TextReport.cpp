@@ -10,6 +10,7 @@
 
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Banner.h"
 #include "Wording/Details.h"
 #include "Wording/FailedLookups.h"
 #include "Wording/Findings.h"
@@ -96,7 +97,7 @@ std::string joined(std::span<const MailAddress> addresses, const Reader& reader)
     return text;
 }
 
-/// The notes that belong under one heading, those that stand beside the headline once more.
+/// The notes that belong under one heading.
 void addNotes(Lines& lines, const ProofReport& report, NoteSection section, const Reader& reader) {
     std::set<std::string, std::less<>> said;  // two signatures of one domain have the same to say
     for (const ReportNote& note : report.notes) {
@@ -108,14 +109,17 @@ void addNotes(Lines& lines, const ProofReport& report, NoteSection section, cons
     }
 }
 
-/// What the verdict means and what must be read with it, where there is something to beware of. Whether there
-/// is.
+/// What must be seen first, where there is something to beware of. Whether there is.
 bool addMeaning(Lines& lines, const ProofReport& report, const Reader& reader) {
-    const auto remarks = besideHeadline(report, reader);
-    const bool hasReservations = std::ranges::count(remarks, Tone::caution, &Remark::tone) > 0;
-    if (report.notes.empty() && report.flags.empty() && !hasReservations) return false;
-    lines.note(Remark{{}, explanation(report, reader)});
-    for (const Remark& remark : remarks) lines.note(remark);
+    if (report.notes.empty() && !hasCautions(report)) return false;
+    const Banner banner = bannerOf(report, reader);
+    lines.note(Remark{{}, banner.explanation});
+    if (banner.decider) lines.note(Remark{banner.decider->tone, banner.decider->text});
+    if (!banner.lead.empty()) lines.note(Remark{{}, banner.lead + ":"});
+    for (const BannerLine& line : banner.cautions) lines.note(Remark{line.tone, line.text});
+    if (banner.more > 0) lines.note(Remark{{}, more(banner.more, reader)});
+    for (const Remark& remark : banner.remarks) lines.note(remark);
+    lines.note(Remark{{}, reader.translate("What to do: %1", {banner.whatToDo})});
     return true;
 }
 

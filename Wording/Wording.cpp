@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <variant>
 
-#include "QuillmarkKit/Mail/PublicSuffixList.h"
-#include "QuillmarkKit/Mail/Punycode.h"
 #include "QuillmarkKit/Support/Text.h"
-#include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/FailedLookups.h"
-#include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 #include "Wording/Signatures.h"
@@ -51,15 +47,6 @@ bool signedLinesHold(const ProofReport& report) {
     });
 }
 
-/// Whether what the verdict's domain signed is known, though the message is another one by now.
-bool isUndone(const ProofReport& report) {
-    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
-        const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
-        return undone && undone->of == SignatureKind::dkim &&
-               equalsIgnoringCase(undone->domain, report.verdict.domain);
-    });
-}
-
 /// The signature by which a key is said to be gone, when nobody was asked for that key.
 const DKIMResult* unaskedSignature(const ProofReport& report) {
     const auto gone = std::ranges::find_if(report.dkim, [](const DKIMResult& result) {
@@ -78,40 +65,38 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::verified:
             return reader.translate(
                 "The owner of %1 sent this, or somebody who may use its mail servers, and nothing that was "
-                "signed has changed. Read the domain letter by letter: is it the one you expect?",
+                "signed has changed.",
                 {domain});
         case VerdictKind::verifiedHeadersOnly:
             return reader.translate(
                 "The owner of %1 signed these header lines, or somebody who may use its mail servers. "
-                "Whether the text of the message is still the one that was sent isn’t known. Give Quillmark "
-                "the whole message (.eml) to check that too.",
+                "Whether the text of the message is still the one that was sent isn’t known.",
                 {domain});
         case VerdictKind::signedByOther:
             if (verdict.fromDomain.empty()) {
                 return reader.translate(
                     "%1 vouches for this message, but From doesn’t hold exactly one usable address, so "
-                    "nobody can tell whose word that is. Don’t rely on the names in From.",
+                    "nobody can tell whose word that is.",
                     {domain});
             }
             return reader.translate(
                 "%1 vouches for this message, but From names another organization, %2. Newsletters and shops "
-                "often send this way; so do forgers. If you don’t know what %1 has to do with %2, ask the "
-                "sender in another way.",
+                "often send this way; so do forgers.",
                 {domain, sender});
         case VerdictKind::signatureBroken:
             if (otherKeyFits(report, verdict.domain)) {
                 return reader.translate(
                     "By the first of several keys that %1 publishes under one name, this isn’t the message "
-                    "that %1 signed; by another it is, and unchanged. DNS gives the keys in any order: check "
-                    "the message again.",
+                    "that %1 signed; by another it is, and unchanged.",
                     {domain});
             }
-            if (isUndone(report)) {
-                return reader.translate(
-                    "This isn’t the message as %1 signed it: it was changed on the way. Don’t rely on what "
-                    "was "
-                    "changed. If it matters, ask the sender in another way.",
-                    {domain});
+            if (const auto* undone = undoneOf(report)) {
+                const std::string changed = reader.translate(
+                    "This isn’t the message as %1 signed it: it was changed on the way.", {domain});
+                if (!undone->fromIsOfDomain) return changed;
+                return changed + ' ' +
+                       reader.translate("Once the changes are taken back, %1’s signature holds again.",
+                                        {domain});
             }
             if (signedLinesHold(report)) {
                 if (!verdict.arcVouchers.empty()) {
@@ -124,7 +109,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 }
                 return reader.translate(
                     "This isn’t the text that %1 signed: it was changed on the way, or put under lines that "
-                    "%1 signed. Don’t rely on what it says. If it matters, ask the sender in another way.",
+                    "%1 signed.",
                     {domain});
             }
             if (!verdict.arcVouchers.empty()) {
@@ -136,14 +121,13 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
             }
             return reader.translate(
                 "This isn’t the message that %1 signed: something was changed on the way, or %1 never signed "
-                "it. Don’t rely on what it says. If it matters, ask the sender in another way.",
+                "it.",
                 {domain});
         case VerdictKind::keyGone:
             if (const DKIMResult* signature = unaskedSignature(report)) return sentence(*signature, reader);
             return reader.translate(
                 "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
-                "old message, because senders change their keys; in a new one it is suspicious. If it "
-                "matters, ask the sender in another way.",
+                "old message, because senders change their keys; in a new one it is suspicious.",
                 {domain});
         case VerdictKind::couldNotCheck:
             return reader.translate(
@@ -153,15 +137,14 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::allowedServerOnly:
             return reader.translate(
                 "No usable signature was found. The server is one that %1 allows, as far as the message’s "
-                "own lines can be trusted; others who use the same mail service may send through it too. If "
-                "money or passwords are involved, ask the sender in another way.",
+                "own lines can be trusted; others who use the same mail service may send through it too.",
                 {sender});
         case VerdictKind::cannotProve:
             break;
     }
     const std::string usual = reader.translate(
         "Anybody could have written this. That doesn’t mean that it is a forgery; it means that nothing "
-        "shows that it isn’t. If it asks for money, passwords or haste, ask the sender in another way.");
+        "shows that it isn’t.");
     for (const DKIMResult& signature : report.dkim) {
         if (const auto version = otherRecordVersion(signature))
             return otherRecordSentence(signature.domain, *version, reader) + " " + usual;
@@ -170,95 +153,6 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
 }
 
 namespace {
-
-constexpr std::size_t mostDamages = 3;  // of which it is told; the others stand with the findings
-
-/// The domains that the headline names.
-std::vector<std::string> namedDomains(const Verdict& verdict) {
-    switch (verdict.kind) {
-        case VerdictKind::verified:
-        case VerdictKind::verifiedHeadersOnly:
-        case VerdictKind::keyGone:
-            return {verdict.domain};
-        case VerdictKind::signedByOther:
-            return {verdict.domain, verdict.fromDomain};
-        case VerdictKind::allowedServerOnly:
-            return {verdict.fromDomain};
-        default:
-            return {};
-    }
-}
-
-void addDomains(std::vector<Remark>& remarks, const Verdict& verdict, const Reader& reader) {
-    for (const std::string& domain : namedDomains(verdict)) {
-        if (domain.empty()) continue;
-        const std::string organization = PublicSuffixList::shared().organizationalDomain(domain);
-        const std::string letters = Punycode::unicodeDomain(domain);
-        if (letters != domain) {
-            remarks.push_back(
-                {Tone::caution, reader.translate("Some apps show %1 as “%2”.",
-                                                 {quotedWord(domain), quoted(cutInside(letters))})});
-        } else if (const auto ascii = asciiDomain(domain); ascii && *ascii != domain) {
-            remarks.push_back(
-                {Tone::caution,
-                 reader.translate("In %1 stand letters beyond a to z, which may only look like the ones you "
-                                  "know. In DNS that domain is called %2.",
-                                  {quotedWord(domain), quotedWord(*ascii)})});
-        }
-        if (!equalsIgnoringCase(organization, domain)) {
-            remarks.push_back(
-                {{},
-                 reader.translate("%1 is a part of %2.", {quotedWord(domain), quotedDomain(organization)})});
-        }
-    }
-}
-
-/// The signatures that speak for the headline: those that hold, of the organization it names.
-std::vector<const DKIMResult*> decidingSignatures(const ProofReport& report) {
-    std::vector<const DKIMResult*> deciding;
-    for (const DKIMResult& signature : report.dkim) {
-        if (signature.status == DKIMResult::Status::pass &&
-            PublicSuffixList::shared().sameOrganization(signature.domain, report.verdict.domain)) {
-            deciding.push_back(&signature);
-        }
-    }
-    return deciding;
-}
-
-/// How much of the body the best of the signatures covers.
-void addBody(std::vector<Remark>& remarks, const std::vector<const DKIMResult*>& deciding,
-             const Verdict& verdict, const Reader& reader) {
-    const DKIMResult* best = nullptr;
-    for (const DKIMResult* signature : deciding) {
-        const auto rest = [](const DKIMResult& result) { return result.unsignedBodyBytes.value_or(0); };
-        if (signature->bodyChecked && (!best || rest(*signature) < rest(*best))) best = signature;
-    }
-    if (best) {
-        if (auto remark = unsignedBodyRemark(*best, reader)) remarks.push_back(std::move(*remark));
-    } else if (verdict.kind == VerdictKind::signedByOther) {  // whose headline doesn't say so
-        remarks.push_back({Tone::caution, reader.translate("The body wasn’t there to check.")});
-    }
-}
-
-bool hasNoteOn(const ProofReport& report, std::string_view field) {
-    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
-        const auto* shown = std::get_if<ReportNote::ShownNotSigned>(&note.value);
-        return shown && equalsIgnoringCase(shown->field, field);
-    });
-}
-
-/// The lines that a reader goes by and that no deciding signature covers as they are shown.
-void addLines(std::vector<Remark>& remarks, const std::vector<const DKIMResult*>& deciding,
-              const ProofReport& report, const Reader& reader) {
-    std::vector<std::string> uncovered;
-    for (const char* field : {"From", "Subject", "Date", "Reply-To", "Content-Type"}) {
-        const bool isUncovered = std::ranges::all_of(deciding, [&](const DKIMResult* signature) {
-            return std::ranges::count(signature->unsignedImportant, field) > 0;
-        });
-        if (isUncovered && !hasNoteOn(report, field)) uncovered.emplace_back(field);
-    }
-    addCoverageRemarks(remarks, *deciding.front(), uncovered, reader);
-}
 
 /// Takes a label and the number behind it off the end of a name, and the comma before them: the number, or
 /// nothing.
@@ -276,32 +170,6 @@ std::string_view takeNumber(std::string_view& name, std::string_view label, std:
 }
 
 }  // namespace
-
-std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader) {
-    std::vector<Remark> remarks;
-    addDomains(remarks, report.verdict, reader);
-    std::size_t damages = 0;
-    for (const ReportNote& note : report.notes) {
-        if (!standsBesideHeadline(note, report.verdict.tone)) continue;
-        if (std::holds_alternative<Damage>(note.value) && ++damages > mostDamages) continue;
-        std::string text = sentenceBesideHeadline(note, reader);
-        // Two signatures of one domain have the same to say.
-        if (std::ranges::find(remarks, text, &Remark::text) == remarks.end())
-            remarks.push_back({tone(note), std::move(text)});
-    }
-    if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
-        addBody(remarks, deciding, report.verdict, reader);
-        addLines(remarks, deciding, report, reader);
-    }
-    if (auto failed = failedLookups(report, reader)) remarks.push_back(std::move(*failed));
-    if (!report.flags.empty()) {
-        remarks.push_back(
-            {Tone::caution, reader.translateCount("There is a warning sign; read it below.",
-                                                  "There are %n warning signs; read them below.",
-                                                  static_cast<std::int64_t>(report.flags.size()))});
-    }
-    return remarks;
-}
 
 std::string_view marker(Tone tone) {
     switch (tone) {

@@ -3,11 +3,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Report.h"
-#include "Wording/Remark.h"
+#include "Wording/Reader.h"
 
 /// What a person reads: plain words for findings, free of any window. Text that somebody else wrote goes
 /// through `forDisplay` before it stands in a sentence, so that every result is safe to show on one line.
@@ -15,12 +14,8 @@ namespace quillmark {
 
 /// The report's first line: what can be proven about the sender.
 std::string headline(const Verdict& verdict, const Reader& reader);
-/// The paragraph under the headline: what that proves, and what to do now.
+/// The paragraph under the headline: what that proves, and what it doesn't.
 std::string explanation(const ProofReport& report, const Reader& reader);
-/// What must not be missed when only the headline is read, to be shown with it: what the headline's words do
-/// not cover, whose the domains are that it names, and that there are warning signs. Empty for many a report.
-std::vector<Remark> besideHeadline(const ProofReport& report, const Reader& reader);
-
 /// "[OK]", "[!]", "[X]" or "[?]".
 std::string_view marker(Tone tone);
 

@@ -25,8 +25,8 @@
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Wording/Banner.h"
 #include "Wording/TextReport.h"
-#include "Wording/Wording.h"
 #include "tests/Test.h"
 
 namespace quillmark::test {
@@ -84,8 +84,10 @@ public:
             Verifier(resolver, registry).examine(message, std::nullopt, m_now, UUID::random());
         const ProofReport& report = verification.report;
         const std::string text = textReport(report, reader);
-        std::string beside = headline(report.verdict, reader) + '\n' + explanation(report, reader);
-        for (const Remark& remark : besideHeadline(report, reader)) beside += '\n' + remark.text;
+        const Banner banner = bannerOf(report, reader);
+        std::string beside = banner.headline + '\n' + banner.explanation;
+        for (const BannerLine& line : banner.cautions) beside += '\n' + line.text + '\n' + line.sentence;
+        for (const Remark& remark : banner.remarks) beside += '\n' + remark.text;
         std::string all;
         for (const ReportNote& note : report.notes)
             all += (all.empty() ? "" : ", ") + std::string(casesOf(&note)[note.value.index()]);

@@ -46,7 +46,8 @@ void eachText(const ReportRow& row, const std::function<void(const QString&)>& v
 void eachText(const ReportContent& content, const std::function<void(const QString&)>& visit) {
     visit(content.headline);
     visit(content.explanation);
-    for (const ReportLine& each : content.beside) visit(each.text);
+    for (const ReportLead& each : content.cautions) visit(each.text);
+    for (const ReportLine& each : content.remarks) visit(each.text);
     for (const ReportSection& each : content.sections) {
         for (const ReportFact& fact : each.facts) visit(fact.value);
         for (const ReportLine& note : each.notes) visit(note.text);
@@ -78,7 +79,9 @@ TEST(ReportContent, notesStandInTheirSectionsAndBesideTheHeadline) {
     const ReportContent content = reportContent(report, std::nullopt, {}, english);
     EXPECT_EQ(section(content, "The message says").notes.size(), 1U);
     EXPECT_EQ(section(content, "Signatures (DKIM)").notes.size(), 1U);
-    EXPECT_EQ(content.beside.back().text, "There is a warning sign; read it below.");
+    ASSERT_EQ(content.cautions.size(), 3U);
+    EXPECT_EQ(content.cautions[1].row, 0U);
+    EXPECT_EQ(content.cautions[2].note, 0U);
 }
 
 TEST(ReportContent, anEarlierForwarderMayHaveSignedAnotherText) {

@@ -42,6 +42,16 @@ TEST(Unicode, asciiDomain) {
     for (const auto& row : rows) EXPECT_EQ(asciiDomain(row.domain), row.ascii) << row.domain;
 }
 
+TEST(Unicode, whatACharacterIsTakenFor) {
+    for (const auto& [scalar, alike] : {std::pair(U'\u0430', std::optional('a')),  // Cyrillic
+                                        {U'\u03BF', 'o'},                          // Greek
+                                        {U'\u0131', 'i'},
+                                        {U'\u00FC', std::nullopt},
+                                        {U'\u4E2D', std::nullopt},
+                                        {U'a', std::nullopt}})
+        EXPECT_EQ(asciiLookAlike(scalar), alike);
+}
+
 TEST(CharsetDecoder, decode) {
     const struct {
         std::string_view charset, bytes;

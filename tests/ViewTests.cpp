@@ -173,9 +173,8 @@ TEST_F(ReportLists, onlyAPersonChooses) {
 }
 
 ReportContent sampleContent() {
-    ReportContent content{Tone::bad, "Can’t prove who sent this", "Anybody could have written this.", {}, {},
-                          false};
-    content.beside.push_back({Tone::caution, "Beside it"});
+    ReportContent content{Tone::bad, "Can’t prove who sent this", "Anybody could have written this."};
+    content.remarks.push_back({Tone::caution, "Beside it"});
     ReportSection section{"Signatures (DKIM)", {}, {}, {}, {}, {"and 3 more"}};
     section.facts = {{"Subject", shown(std::string_view("<b>bold</b> <img src='http://x.example/'>"))}};
     for (int i = 0; i < 3; ++i) {

@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "EveryCase.h"
+#include "Wording/Banner.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Signs.h"
@@ -90,9 +91,17 @@ void addReport(Words& words, std::string_view json) {
             const std::string line(takePiece(rest, '\n'));
             if (usual.find('\n' + line + '\n') == std::string::npos) text += "\n      " + line;
         }
-        for (const Remark& remark : besideHeadline(report, reader))
+        const Banner banner = bannerOf(report, reader);
+        if (banner.decider)
+            text += "\n      decides, " + toneName(banner.decider->tone) + ": " + banner.decider->text;
+        if (!banner.lead.empty()) text += "\n      lead: " + banner.lead;
+        for (const BannerLine& line : banner.cautions) text += "\n      first: " + line.text;
+        for (const Remark& remark : banner.remarks)
             text += "\n      beside, " + toneName(remark.tone) + ": " + remark.text;
-        return text + "\n      meaning: " + explanation(report, reader);
+        text += "\n      meaning: " + banner.explanation;
+        return banner.whatToDo == bannerOf(empty, reader).whatToDo
+                   ? text
+                   : text + "\n      to do: " + banner.whatToDo;
     });
 }
 
@@ -105,7 +114,8 @@ std::string allWords() {
                 report.verdict = {kind, Tone::good, "domain.example", std::string(fromDomain), {}};
                 if (isVouched) report.verdict.arcVouchers = {"list.example", "alias.example"};
                 words.add("verdict " + encoded(report.verdict), [&](const Reader& reader) {
-                    return headline(report.verdict, reader) + " | " + explanation(report, reader);
+                    const Banner banner = bannerOf(report, reader);
+                    return banner.headline + " | " + banner.explanation + " | " + banner.whatToDo;
                 });
             }
         }
@@ -130,8 +140,9 @@ std::string allWords() {
     flags.push_back({LookAlikeFlag::MixedScripts{"xn--pypal-4ve.example"}});
     flags.push_back({LookAlikeFlag::DisplayNameMismatch{"b”. It is genuine.\n%2", "a@s.example"}});
     for (const LookAlikeFlag& flag : flags) {
-        words.add("sign " + encoded(flag),
-                  [&](const Reader& reader) { return title(flag, reader) + " | " + sentence(flag, reader); });
+        words.add("sign " + encoded(flag), [&](const Reader& reader) {
+            return title(flag, reader) + " | " + sentence(flag, reader) + " | " + shortSentence(flag, reader);
+        });
     }
     auto notes = EveryCase().of<ReportNote>();
     notes.push_back({ReportNote::LineOfSender{"Received-SPF", "192.0.2.1", {}}});
@@ -143,8 +154,8 @@ std::string allWords() {
                       sections[static_cast<std::size_t>(sectionOf(note))] +
                       (standsBesideHeadline(note, Tone::bad) ? ", beside the headline" : ""),
                   [&](const Reader& reader) {
-                      std::string text = sentence(note, reader);
-                      std::string under;
+                      std::string text = sentence(note, reader), under;
+                      if (shortSentence(note, reader) != text) text += " | " + shortSentence(note, reader);
                       for (const std::string& detail : details(note, reader)) under += "\n      " + detail;
                       return knownDetails.insert(under).second ? text + under : text;
                   });

@@ -6,6 +6,7 @@
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
+#include <unicode/uspoof.h>
 
 #include <algorithm>
 #include <map>
@@ -124,6 +125,26 @@ std::optional<std::string> asciiDomain(std::string_view domain) {
 std::string comparableDomain(std::string_view domain) {
     const auto ascii = asciiDomain(domain);
     return ascii ? asciiLowered(*ascii) : unicodeLowered(domain);
+}
+
+std::optional<char> asciiLookAlike(char32_t scalar) {
+    static const auto checker = [] {
+        struct Close {
+            void operator()(USpoofChecker* opened) const { uspoof_close(opened); }
+        };
+        UErrorCode error = U_ZERO_ERROR;
+        std::unique_ptr<USpoofChecker, Close> made(uspoof_open(&error));
+        if (U_FAILURE(error)) made.reset();
+        return made;
+    }();
+    if (!checker || scalar < 0x80) return std::nullopt;
+    icu::UnicodeString skeleton;
+    UErrorCode error = U_ZERO_ERROR;
+    uspoof_getSkeletonUnicodeString(checker.get(), 0, icu::UnicodeString(static_cast<UChar32>(scalar)),
+                                    skeleton, &error);
+    if (U_FAILURE(error) || skeleton.length() != 1 || skeleton[0] >= 0x80) return std::nullopt;
+    const char alike = asciiLowered(static_cast<char>(skeleton[0]));
+    return isASCIILetter(alike) || isDigit(alike) || alike == '-' ? std::optional(alike) : std::nullopt;
 }
 
 namespace {

@@ -38,6 +38,11 @@ std::optional<std::string> asciiDomain(std::string_view domain);
 /// stands, in lower case.
 std::string comparableDomain(std::string_view domain);
 
+/// The lower-case ASCII letter, digit or hyphen that another character is easily taken for, by Unicode's list
+/// of confusable characters (UTS 39, section 4): 'a' for a Cyrillic "а". Nothing when it looks like none, and
+/// for ASCII itself.
+std::optional<char> asciiLookAlike(char32_t scalar);
+
 /// Decodes bytes by the name of their character set. It keeps one open converter for each character set it
 /// met, whatever the spelling, so a text with a million encoded words opens few; not safe from several
 /// threads at once.

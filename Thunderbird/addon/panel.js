@@ -112,8 +112,8 @@ class View {
     showOnly(headline, {problem = "", summary = null} = {}) {
         fill(this.part("headline").querySelector(".text"), headline);
         this.part("problem").textContent = problem;
-        for (const name of ["cautions", "explanation", "open"]) this.part(name).hidden = !summary;
-        this.article.querySelector("dl").hidden = !summary;
+        const parts = ["dl", ".explanation", ".decider", ".band", ".remarks", ".what-to-do", ".open"];
+        for (const each of parts) this.article.querySelector(each).hidden = !summary;
         this.part("problem").hidden = !problem;
     }
 
@@ -127,8 +127,16 @@ class View {
         this.article.dataset.verdict = summary.verdict;
         this.showOnly(summary.headline, {summary});
         this.mark(this.part("headline").querySelector(".symbol"), summary.tone, summary.toneWord);
-        for (const name of ["from", "subject", "explanation"]) fill(this.part(name), summary[name]);
-        for (const {tone, toneWord, text} of summary.cautions) {
+        for (const name of ["from", "subject", "explanation", "lead"]) fill(this.part(name), summary[name]);
+        fill(this.part("what-to-do"), summary.whatToDo);
+        this.list("decider", summary.decider ? [summary.decider] : []);
+        this.list("cautions", summary.cautions);
+        this.list("remarks", summary.remarks);
+        this.part("band").hidden = summary.cautions.length === 0;
+    }
+
+    list(name, lines) {
+        for (const {tone, toneWord, text} of lines) {
             const line = document.createElement("li");
             const [symbol, words] = [document.createElement("span"), document.createElement("span")];
             symbol.className = "symbol";
@@ -136,9 +144,9 @@ class View {
             fill(words, text);
             line.append(symbol, words);
             if (tone) this.mark(symbol, tone, toneWord);
-            this.part("cautions").append(line);
+            this.part(name).append(line);
         }
-        this.part("cautions").hidden = summary.cautions.length === 0;
+        this.part(name).hidden = lines.length === 0;
     }
 
     async check() {
