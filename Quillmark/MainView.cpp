@@ -206,6 +206,7 @@ void MainView::buildMenus() {
     add(report, Command::cancelChecks, m_words("Stop Checking"), QKeySequence(Qt::CTRL | Qt::Key_Period));
     report->addSeparator();
     add(report, Command::whatWasSigned, m_words("&What Was Signed…"), QKeySequence(Qt::CTRL | Qt::Key_D));
+    add(report, Command::messageAsText, m_words("Message as &Text…"), QKeySequence(Qt::CTRL | Qt::Key_U));
     report->addSeparator();
     add(report, Command::exportPDF, m_words("Export as PDF…"), QKeySequence(Qt::CTRL | Qt::Key_E));
     add(report, Command::exportText, m_words("Export as Text…"),

@@ -38,6 +38,7 @@ enum class Command {
     settings,
     recheck,
     whatWasSigned,
+    messageAsText,
     exportPDF,
     exportText,
     exportEvidence,
@@ -57,7 +58,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 28;
+constexpr std::size_t commandCount = 29;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.

@@ -48,6 +48,12 @@ std::vector<PathStep> receivedPath(const CheckedMessage& checked) {
     return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
 }
 
+MessageText messageText(const CheckedMessage& checked) {
+    const auto taken = messageIn(ByteBuffer(checked.source.bytes->view()), checked.source.mode);
+    const auto* message = std::get_if<MailMessage>(&taken);
+    return message ? messageText(*message) : MessageText();
+}
+
 std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofReport& report,
                                     const std::stop_token& stop) {
     StaticResolver::Answers answers;

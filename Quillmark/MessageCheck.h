@@ -17,6 +17,7 @@
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Received.h"
+#include "QuillmarkKit/MessageText.h"
 #include "QuillmarkKit/Report.h"
 #include "QuillmarkKit/SignedText.h"
 
@@ -44,6 +45,9 @@ struct CheckedMessage {
 
 /// The way that its Received fields tell, of which a message at hand is read again.
 std::vector<PathStep> receivedPath(const CheckedMessage& checked);
+
+/// A message at hand as plain text. From any thread.
+MessageText messageText(const CheckedMessage& checked);
 
 /// What was signed of a message at hand, for each note of its report that a signature holds again, in their
 /// order: found anew, from what the check was told. Takes as long as the check without its waiting, and asks

@@ -6,12 +6,14 @@
 #include "Quillmark/TextBlocks.h"
 
 class QPushButton;
+class QTabWidget;
 
 namespace quillmark {
 
 class TextPanel;
 
-/// What was signed, beside what is shown: of each signature of one report that holds again.
+/// A message as plain text, and what was signed of it, beside what is shown, of each signature that holds
+/// again.
 class MessageTextView : public QDialog {
     Q_OBJECT
 public:
@@ -20,25 +22,32 @@ public:
         QString title = {};  ///< "example.org"
         QString intro = {};  ///< what the report says of it
     };
-    /// Shows that the text is being read. `which`: the signature that is shown first.
-    MessageTextView(const QString& subject, const std::vector<Signature>& signatures, std::size_t which,
-                    const Words& words, QWidget* parent = nullptr);
+    enum class Page { signedText, message };
 
+    /// Shows that the message is being read. `which`: the signature that is shown first.
+    MessageTextView(const QString& subject, const std::vector<Signature>& signatures, std::size_t which,
+                    Page page, const Words& words, QWidget* parent = nullptr);
+
+    void setText(const MessageText& text);
     /// The texts of the signatures, in their order; of those that are missing it says that they can't be
     /// shown.
-    void setTexts(const std::vector<SignedText>& texts);
+    void setSignedTexts(const std::vector<SignedText>& texts);
 
-    TextPanel* panel() const { return m_panel; }
+    /// What is shown.
+    TextPanel* panel() const;
 
 private:
-    void show(std::size_t which);
+    QWidget* buildSignedPage();
+    void showSigned(std::size_t which);
+    void refreshButtons();
 
     Words m_words;
     std::vector<Signature> m_signatures;
     std::vector<SignedText> m_texts = {};
     bool m_isRead = false;
     std::size_t m_which;
-    TextPanel* m_panel;
+    QTabWidget* m_tabs;
+    TextPanel *m_signed, *m_message;
     QPushButton *m_previous, *m_next;
 };
 

@@ -20,6 +20,7 @@
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Details.h"
+#include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
@@ -91,6 +92,25 @@ public:
 
     void note(const ReportLine& note) {
         paragraph((note.tone ? toneSymbol(*note.tone) : QStringLiteral("•")) + u' ' + note.text, 10);
+        for (const TextBlock& each : note.changes) changed(each);
+    }
+
+    /// Lines of a message, those that are not signed behind a bar.
+    void changed(const TextBlock& block) {
+        constexpr double indent = 12;
+        paragraph(block.name, 9, QFont::Normal, fadedInk, 4);
+        indented(indent);
+        if (block.look == TextBlock::Look::quiet) return;  // its name is what it says
+        for (const QString& line : block.lines) {
+            paragraph(block.look == TextBlock::Look::marked ? QStringLiteral("| ") + line : line, 8.5,
+                      QFont::Normal, ink, 0);
+            indented(2 * indent);
+            QTextCharFormat fixed;
+            fixed.setFontFamilies({QStringLiteral("monospace")});
+            m_cursor.select(QTextCursor::BlockUnderCursor);
+            m_cursor.mergeCharFormat(fixed);
+            m_cursor.movePosition(QTextCursor::End);
+        }
     }
 
     void row(const ReportRow& row) {
@@ -108,6 +128,11 @@ public:
     }
 
 private:
+    void indented(double by) {
+        QTextBlockFormat format = m_cursor.blockFormat();
+        format.setLeftMargin(by);
+        m_cursor.setBlockFormat(format);
+    }
     static QTextCharFormat format(double points, QFont::Weight weight, const QColor& color) {
         QTextCharFormat format;
         format.setFontPointSize(points);
@@ -308,6 +333,47 @@ std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& wo
     return facts;
 }
 
+/// What differs in a message as it was signed: of one that is at hand from its text, else from what the
+/// report kept of it.
+std::vector<TextBlock> changesOf(const ReportNote& note, const SignedText* text, const Words& words) {
+    constexpr std::size_t mostLinesOfChange = 60;
+    std::vector<TextBlock> changes;
+    if (text) {
+        for (TextBlock& each : blocksOf(*text, words, mostLinesOfChange)) {
+            if (each.isChange) changes.push_back(std::move(each));
+        }
+        return changes;
+    }
+    for (const std::string& each : details(note, words.reader)) {
+        constexpr std::string_view bar = "  | ";
+        if (!each.starts_with(bar)) {
+            changes.push_back({TextBlock::Look::quiet, {}, isolatedRuns(trimmedBlanks(each)), {}});
+            continue;
+        }
+        changes.back().look = TextBlock::Look::marked;
+        changes.back().lines << QString::fromStdString(each.substr(bar.size()));
+    }
+    return changes;
+}
+
+/// Sets what was changed under each note that a signature holds again.
+void addChanges(ReportContent& content, const ProofReport& report,
+                const std::optional<CheckedMessage>& checked, const Words& words) {
+    std::vector<const ReportNote*> notes;
+    for (const ReportNote& note : report.notes) {
+        if (std::holds_alternative<ReportNote::Undone>(note.value)) notes.push_back(&note);
+    }
+    if (notes.empty()) return;
+    const auto texts = checked ? signedTexts(*checked, report) : std::vector<SignedText>();
+    for (ReportSection& section : content.sections) {
+        for (ReportLine& line : section.notes) {
+            if (!line.undone) continue;
+            const std::size_t place = *line.undone;
+            line.changes = changesOf(*notes[place], place < texts.size() ? &texts[place] : nullptr, words);
+        }
+    }
+}
+
 PDFFrame frameOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
                  const QString& mailbox, const Words& words) {
     PDFFrame frame;
@@ -383,8 +449,9 @@ QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>&
                  const QString& mailbox, const Words& words) {
     std::optional<std::vector<PathStep>> path;
     if (checked) path = receivedPath(*checked);
-    return pdfOf(reportContent(report, path, paperCaps, words), frameOf(report, checked, mailbox, words),
-                 words);
+    ReportContent content = reportContent(report, path, paperCaps, words);
+    addChanges(content, report, checked, words);
+    return pdfOf(content, frameOf(report, checked, mailbox, words), words);
 }
 
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader) {

@@ -84,7 +84,8 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     connect(&m_window, &MainView::recoveryWanted, this, [this] {
         if (const auto damaged = m_model.damagedHistory()) m_model.recoverHistory(*damaged);
     });
-    connect(m_window.reportView(), &ReportView::comparisonWanted, this, &QuillmarkApp::showSignedText);
+    connect(m_window.reportView(), &ReportView::comparisonWanted, this,
+            [this](std::size_t undone) { showMessageText(MessageTextView::Page::signedText, undone); });
     connect(m_window.reportView(), &ReportView::recheckWanted, this, [this] { perform(Command::recheck); });
     connectModel();
 }
@@ -191,6 +192,9 @@ void QuillmarkApp::refreshCommands() {
     whatWasSigned->setToolTip(!hasUndone      ? m_words("No broken signature of this message holds again.")
                               : !m_hasMessage ? m_words("Open the file again to see this.")
                                               : QString());
+    QAction* asText = m_window.action(Command::messageAsText);
+    asText->setEnabled(report && m_hasMessage);
+    asText->setToolTip(asText->isEnabled() ? QString() : m_words("Open the file again to see this."));
     const bool canRecheck = selected() && m_model.canRecheck(*selected());
     QAction* recheck = m_window.action(Command::recheck);
     recheck->setEnabled(canRecheck);
@@ -261,7 +265,9 @@ void QuillmarkApp::perform(Command command) {
             if (id) m_model.recheck(*id);
             return;
         case Command::whatWasSigned:
-            return showSignedText(0);
+            return showMessageText(MessageTextView::Page::signedText);
+        case Command::messageAsText:
+            return showMessageText(MessageTextView::Page::message);
         case Command::cancelChecks:
             return m_model.cancelAll();
         case Command::exportPDF:
@@ -466,7 +472,7 @@ void QuillmarkApp::chooseDamagedHistory() {
     dialog->open();
 }
 
-void QuillmarkApp::showSignedText(std::size_t undone) {
+void QuillmarkApp::showMessageText(MessageTextView::Page page, std::size_t undone) {
     const SharedReport report = selectedReport();
     const auto checked = report ? m_model.message(report->id) : std::nullopt;
     // Let go meanwhile, which nobody was told of yet.
@@ -480,16 +486,23 @@ void QuillmarkApp::showSignedText(std::size_t undone) {
     m_reading.request_stop();
     m_reading = {};
     delete m_text;
-    auto* view = new MessageTextView(shown(report->summary.subject), signatures, undone, m_words, &m_window);
+    auto* view =
+        new MessageTextView(shown(report->summary.subject), signatures, undone, page, m_words, &m_window);
     view->setAttribute(Qt::WA_DeleteOnClose);
     connect(view, &QDialog::finished, this, [reading = m_reading]() mutable { reading.request_stop(); });
     m_text = view;
-    m_exports.start([this, report, checked = *checked, stop = m_reading.get_token()] {
-        const auto texts = signedTexts(checked, *report, stop);
-        QMetaObject::invokeMethod(this, [this, texts, stop] {
-            if (m_text && !stop.stop_requested()) m_text->setTexts(texts);
+    m_exports.start(
+        [this, report, checked = *checked, hasUndone = !signatures.empty(), stop = m_reading.get_token()] {
+            const MessageText text = messageText(checked);
+            QMetaObject::invokeMethod(this, [this, text, stop] {
+                if (m_text && !stop.stop_requested()) m_text->setText(text);
+            });
+            if (!hasUndone || stop.stop_requested()) return;
+            const auto texts = signedTexts(checked, *report, stop);
+            QMetaObject::invokeMethod(this, [this, texts, stop] {
+                if (m_text && !stop.stop_requested()) m_text->setSignedTexts(texts);
+            });
         });
-    });
     view->open();
 }
 

@@ -10,6 +10,7 @@
 
 #include "Quillmark/AppModel.h"
 #include "Quillmark/MainView.h"
+#include "Quillmark/MessageTextView.h"
 #include "Quillmark/ReportList.h"
 #include "Quillmark/Words.h"
 
@@ -19,7 +20,6 @@ class QSettings;
 namespace quillmark {
 
 class HelpView;
-class MessageTextView;
 class SettingsView;
 enum class HelpPage;
 
@@ -72,7 +72,7 @@ private:
     QString stoppedMailbox(const ProofReport& report) const;
     /// The text that is saved and copied.
     std::string reportText(const ProofReport& report) const;
-    void showSignedText(std::size_t undone);
+    void showMessageText(MessageTextView::Page page, std::size_t undone = 0);
     void showSettings();
     void chooseDamagedHistory();
     void showHelp(HelpPage page);

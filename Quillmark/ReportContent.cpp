@@ -108,8 +108,10 @@ void Composer::addNotes(ReportSection& section, NoteSection which) const {
         const bool isUndone = std::holds_alternative<ReportNote::Undone>(note.value);
         const std::size_t place = isUndone ? undone++ : 0;
         if (sectionOf(note) != which) continue;
-        section.notes.push_back({tone(note), isolatedRuns(sentence(note, m_words.reader)),
-                                 isUndone ? std::optional(place) : std::nullopt});
+        section.notes.push_back({tone(note),
+                                 isolatedRuns(sentence(note, m_words.reader)),
+                                 isUndone ? std::optional(place) : std::nullopt,
+                                 {}});
     }
 }
 

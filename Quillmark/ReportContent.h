@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "Quillmark/TextBlocks.h"
 #include "Quillmark/Words.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
@@ -25,6 +26,7 @@ struct ReportLine {
     QString text;
     /// Of a signature that holds again: its place among those of the report.
     std::optional<std::size_t> undone = {};
+    std::vector<TextBlock> changes = {};  ///< that it shows, where there is room for them
 };
 
 /// One finding.

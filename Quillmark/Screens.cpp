@@ -244,9 +244,9 @@ private:
         MessageTextView text(
             shown(changed.report.summary.subject),
             {{"bellringers.example", isolatedRuns(sentence(changed.report.notes.front(), words.reader))}}, 0,
-            words);
+            MessageTextView::Page::signedText, words);
         text.resize(look.size * 0.95);
-        text.setTexts(changed.signedTexts);
+        text.setSignedTexts(changed.signedTexts);
         while (!text.panel()->isComplete()) QApplication::processEvents();
         save(text, look, "what-was-signed");
         HelpView help({{words("Open…"), "Ctrl+O"}, {words("Re-check"), "Ctrl+R"}}, words);

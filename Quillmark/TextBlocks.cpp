@@ -1,5 +1,6 @@
 #include "Quillmark/TextBlocks.h"
 
+#include <optional>
 #include <utility>
 
 #include "Wording/Signatures.h"
@@ -27,7 +28,8 @@ QString countOfMore(std::int64_t count, const Words& words) {
 
 class BlockMaker {
 public:
-    explicit BlockMaker(const Words& words) : m_words(words) {}
+    BlockMaker(const Words& words, std::size_t mostLinesOfChange)
+        : m_words(words), m_mostLines(static_cast<std::int64_t>(mostLinesOfChange)) {}
 
     void addField(const SignedText::Field& field);
     void addBlock(const SignedText::Block& block);
@@ -35,14 +37,16 @@ public:
     std::vector<TextBlock> blocks() && { return std::move(m_blocks); }
 
 private:
-    void add(Look look, const QString& margin, const QString& name, QStringList lines) {
-        m_blocks.push_back({look, margin, name, std::move(lines)});
+    void add(Look look, const QString& margin, const QString& name, QStringList lines,
+             bool isChange = false) {
+        m_blocks.push_back({look, margin, name, std::move(lines), isChange});
     }
     TextBlock empty(const SignedText::Block& block) const;
     /// "Subject: Minutes" for each of its values.
     QStringList fieldLines(const std::string& field, const std::vector<std::string>& values) const;
 
     const Words& m_words;
+    const std::int64_t m_mostLines;
     std::vector<TextBlock> m_blocks = {};
 };
 
@@ -62,9 +66,9 @@ void BlockMaker::addField(const SignedText::Field& field) {
         case SignedText::Field::Kind::notSigned:
             return add(Look::marked, m_words("not signed"), m_words("not signed"), shown);
         case SignedText::Field::Kind::changed:
-            add(Look::marked, m_words("as shown"), m_words("as shown, not signed"), shown);
+            add(Look::marked, m_words("as shown"), m_words("as shown, not signed"), shown, true);
             return add(Look::plain, m_words("as signed"), m_words("as signed"),
-                       fieldLines(field.name, field.signedValues));
+                       fieldLines(field.name, field.signedValues), true);
     }
 }
 
@@ -108,15 +112,17 @@ void BlockMaker::addBlock(const SignedText::Block& block) {
         return add(Look::quiet, {}, text, {text});
     }
     TextBlock made = empty(block);
+    made.isChange = block.kind != SignedText::Block::Kind::same;
     std::int64_t shown = 0;
     for (const SignedText::Line& line : block.lines) {
+        if (made.isChange && shown == m_mostLines) break;
         if (!line.part) {
             ++shown;
             made.lines << fromUTF8(line.text);
             continue;
         }
         const QString head = partLine(*line.part, m_words);
-        if (block.kind != SignedText::Block::Kind::same) {
+        if (made.isChange) {
             made.lines << head;
             continue;
         }
@@ -124,10 +130,10 @@ void BlockMaker::addBlock(const SignedText::Block& block) {
         made.lines.clear();
         add(Look::quiet, {}, head, {head});
     }
-    if (!made.lines.isEmpty()) m_blocks.push_back(std::move(made));
+    if (!made.lines.isEmpty()) m_blocks.push_back(made);
     if (shown < block.count) {
         const QString more = countOfMore(block.count - shown, m_words);
-        add(Look::quiet, {}, more, {more});
+        add(Look::quiet, {}, more, {more}, made.isChange);
     }
 }
 
@@ -142,12 +148,67 @@ void BlockMaker::addRest(const SignedText& text) {
 
 }  // namespace
 
-std::vector<TextBlock> blocksOf(const SignedText& text, const Words& words) {
-    BlockMaker maker(words);
+std::vector<TextBlock> blocksOf(const SignedText& text, const Words& words, std::size_t mostLinesOfChange) {
+    BlockMaker maker(words, mostLinesOfChange);
     for (const SignedText::Field& field : text.fields) maker.addField(field);
     for (const SignedText::Block& block : text.blocks) maker.addBlock(block);
     maker.addRest(text);
     return std::move(maker).blocks();
+}
+
+namespace {
+
+/// Lines of one kind.
+TextBlock emptyBlock(PageText::Line::Kind kind, const Words& words) {
+    using Kind = PageText::Line::Kind;
+    switch (kind) {
+        case Kind::hidden:
+            return {Look::marked, words("hidden"), words("hidden text"), {}, false};
+        case Kind::link:
+            return {Look::plain, words("link"), words("link"), {}, false};
+        case Kind::image:
+            return {Look::plain, words("picture"), words("in place of a picture"), {}, false};
+        case Kind::text:
+            break;
+    }
+    return {Look::plain, {}, words("text"), {}, false};
+}
+
+void addLines(std::vector<TextBlock>& blocks, const std::vector<PageText::Line>& lines, const Words& words) {
+    using Kind = PageText::Line::Kind;
+    std::optional<Kind> last;
+    for (const PageText::Line& line : lines) {
+        if (line.kind != last) blocks.push_back(emptyBlock(line.kind, words));
+        last = line.kind;
+        const QString text = fromUTF8(line.text);
+        blocks.back().lines << (line.label.empty() ? text
+                                                   : words("“%1” leads to %2", fromUTF8(line.label), text));
+    }
+}
+
+}  // namespace
+
+std::vector<TextBlock> blocksOf(const MessageText& text, const Words& words) {
+    std::vector<TextBlock> blocks;
+    const auto say = [&](const QString& line) { blocks.push_back({Look::quiet, {}, line, {line}, false}); };
+    for (const SignedText::Field& field : text.fields) {
+        TextBlock block{Look::plain, {}, words("header line"), {}, false};
+        const QString name = fromUTF8(fieldNames({field.name}, words.reader));
+        for (const std::string& value : field.shown) block.lines << words("%1: %2", name, fromUTF8(value));
+        blocks.push_back(std::move(block));
+    }
+    for (const MessageText::Text& each : text.texts) {
+        say(each.type == "text/html" ? words("A page (HTML), as its text:") : words("Plain text:"));
+        addLines(blocks, each.lines, words);
+        if (each.lines.empty() && !each.isCut) say(words("(no text)"));
+        if (each.isCut) say(words("There is more, which is too much to be shown."));
+    }
+    if (text.texts.empty()) say(words("The message has no text."));
+    for (const SignedText::Part& part : text.attachments)
+        blocks.push_back({Look::plain, words("attached"), words("attached"), {partLine(part, words)}, false});
+    if (text.moreParts > 0)
+        say(words.translateCount("and %n more part", "and %n more parts", text.moreParts));
+    return blocks;
 }
 
 }  // namespace quillmark

@@ -257,6 +257,12 @@ private:
 
 }  // namespace
 
+std::vector<SignedText::Field> fieldsToRead(const MailMessage& message) {
+    SignedText text;
+    for (const std::string_view name : readFields) addField(text, name, message, message, false);
+    return std::move(text.fields);
+}
+
 SignedText signedText(const MailMessage& shown, const MailMessage& asSigned,
                       std::span<const ChangedField> told) {
     SignedText result;

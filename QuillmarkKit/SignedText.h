@@ -62,6 +62,9 @@ struct SignedText {
     bool operator==(const SignedText&) const = default;
 };
 
+/// The fields of a message that a person reads, each of the kind `same`.
+std::vector<SignedText::Field> fieldsToRead(const MailMessage& message);
+
 /// Of `asSigned`, which is what `undo` found of the message. `told`: the fields that differ. A blank more or
 /// less makes no line another. Linear in both messages but for the bounded comparison of lines; what it gives
 /// is bounded.

@@ -413,7 +413,7 @@ TEST(Desktop, welcomeOnTheFirstStart) {
 /// text.
 QStringList blocksOf(const MessageTextView& view) {
     QStringList blocks;
-    for (const QFrame* each : view.findChildren<QFrame*>()) {
+    for (const QFrame* each : view.panel()->findChildren<QFrame*>()) {
         if (!each->accessibleDescription().isEmpty())
             blocks << each->accessibleName() + ": " + each->accessibleDescription();
     }
@@ -464,6 +464,12 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
         EXPECT_TRUE(blocksOf(*view).contains("as signed: Subject: Practice moves to Thursday"));
         QTest::keyClick(view->focusWidget(), Qt::Key_Escape);
         EXPECT_FALSE(run.sheet());
+        run.window().action(Command::messageAsText)->trigger();
+        view = qobject_cast<MessageTextView*>(run.sheet());
+        ASSERT_TRUE(view);
+        const QString subject = "header line: " + row.marked[0].mid(row.marked[0].indexOf("Subject"));
+        EXPECT_TRUE(run.waitFor([&] { return blocksOf(*view).contains(subject); }));
+        view->reject();
     }
     // A report of the history lacks the message.
     const UUID id = run.model->history().front()->id;
@@ -472,6 +478,7 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
     EXPECT_TRUE(run.waitFor([&] { return !command->isEnabled(); }));
     EXPECT_EQ(command->toolTip().toStdString(), "Open the file again to see this.");
     EXPECT_FALSE(run.window().reportView()->findChild<QPushButton*>("compare")->isEnabled());
+    EXPECT_FALSE(run.window().action(Command::messageAsText)->isEnabled());
 }
 
 /// Whether a control can be told from others without seeing it.

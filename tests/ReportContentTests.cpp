@@ -165,6 +165,39 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
     }
 }
 
+TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
+    const Sample sample = checkedSample("gateway");
+    auto bytes = readFile(samplePath("gateway.eml"));
+    FixedAnswers fixed = FixedAnswers::read(samplePath("gateway.dns.json"));
+    const auto answers = std::make_shared<RecordedAnswers>();
+    for (const auto& [question, answer] : fixed.answers) answers->dns.keep(question, answer);
+    const CheckedMessage checked{
+        {.bytes = std::make_shared<const ByteBuffer>(std::move(std::get<ByteBuffer>(bytes)))},
+        answers,
+        std::make_shared<RecordedFailures>(),
+        {},
+        {}};
+    // Of the history there is what the report kept.
+    const struct {
+        std::optional<CheckedMessage> message;
+        std::vector<const char*> parts;
+    } rows[] = {
+        {checked,
+         {"added, not signed, 3 lines", "| unless you know the sender.", "changed, not signed, 1 line",
+          "| The new touches are at", "as signed, 1 line", "https://bellringers.example/touches?week=47"}},
+        {std::nullopt, {"added, not signed", "| unless you know the sender.", "and 1 more line"}}};
+    for (const auto& row : rows) {
+        const ReadBack read(pdfOf(sample.report, row.message, {}, english));
+        for (const char* part : row.parts) EXPECT_TRUE(holds(read.text, part)) << part << read.text;
+    }
+    SignedText::Block block{.kind = SignedText::Block::Kind::added, .lines = {}, .count = 200};
+    block.lines.resize(100);
+    const auto blocks = blocksOf({{}, {block}}, english, 60);
+    ASSERT_EQ(blocks.size(), 2u);
+    EXPECT_EQ(blocks[0].lines.size(), 60);
+    EXPECT_EQ(blocks[1].lines, QStringList{"and 140 more lines"});
+}
+
 TEST(PDFExport, markupIsTextAndNothingIsALink) {
     ProofReport report = hostileReport();
     report.summary.subject = "<img src='http://x.example/a.png'> https://evil.example/ <b>bold</b>";
