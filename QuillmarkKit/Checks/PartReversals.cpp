@@ -244,7 +244,7 @@ std::vector<Reading> encoded(const Reading& reading, const MailMessage& message)
     };
     constexpr Base64Form forms[] = {{76, "\r\n", 0}, {76, "\n", 1},   {60, "\r\n", 3},
                                     {60, "\n", 3},   {72, "\r\n", 4}, {64, "\r\n", 4}};
-    bool isWorth = false, hasLinks = false;
+    bool isWorth = false;
     eachText(
         reading, message, [&](const MIMEPart& part, const std::string& content) -> std::optional<Written> {
             std::size_t longest = 0;
@@ -254,8 +254,7 @@ std::vector<Reading> encoded(const Reading& reading, const MailMessage& message)
             return std::nullopt;
         });
     std::vector<Reading> made;
-    // Links are put back first: with them, the text is hardly what was sent.
-    if (!isWorth || hasLinks) return made;
+    if (!isWorth) return made;
     // Who decodes quoted-printable writes it again, or leaves the text as it is.
     const auto given = mimeParts(message, mostPartDepth, mostParts);
     const bool isQuoted = std::ranges::any_of(
