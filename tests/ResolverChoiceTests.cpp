@@ -123,6 +123,7 @@ TEST(ResolverChoice, nobodyAnswers) {
     SystemResolver system(
         {.servers = {"127.0.0.1"}, .port = unusedPort(), .timeOut = std::chrono::seconds(1)});
     EXPECT_EQ(outcome(system, "example.org", a), "system: no connection");
+    EXPECT_EQ(outcome(system, "a.onion", a), "no such domain");  // nor is anybody asked
 }
 
 TEST(ResolverChoice, messages) {
