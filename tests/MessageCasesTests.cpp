@@ -16,6 +16,7 @@
 //     notes: shownNotSigned, actsUnsigned / notes: none     the kinds of all notes, in their order
 //     note: shownNotSigned / no note: shownNotSigned        whether a note of that kind is earned
 //     headline: TEXT / no headline: TEXT                    whether it stands with the headline
+//     as signed: TEXT / not signed: TEXT                    whether it stands in a message as it was signed
 //     says: TEXT / never: TEXT                              whether it stands in the text report
 //
 // and "#" begins a comment. A signature is Ed25519's, or, with "rsa " before its tags, RSA's; with "simple "
@@ -99,7 +100,9 @@ public:
         judged.notes.clear();
         without.notes.clear();
         EXPECT_EQ(judged, without);
+        std::string allSigned;
         for (const MailMessage& asSigned : verification.asSigned) {
+            allSigned += asSigned.bytes();
             const auto results = plain.verify(asSigned, std::nullopt, m_now).dkim;
             EXPECT_EQ(std::ranges::count(results, DKIMResult::Status::pass, &DKIMResult::status), 1);
         }
@@ -109,8 +112,10 @@ public:
                                  : name.ends_with("note")
                                      ? (", " + all + ",").find(", " + value + ",") != std::string::npos
                                  : name.ends_with("headline") ? beside.find(value) != std::string::npos
+                                 : name.ends_with("signed")   ? allSigned.find(value) != std::string::npos
                                                               : text.find(value) != std::string::npos;
-            EXPECT_EQ(isThere, !name.starts_with("no ") && name != "never") << name << ": " << value;
+            const bool isWanted = !name.starts_with("no ") && name != "never" && name != "not signed";
+            EXPECT_EQ(isThere, isWanted) << name << ": " << value;
         }
         EXPECT_FALSE(m_expected.empty());
     }
@@ -170,8 +175,8 @@ private:
         } else if (name == "at") {
             m_now = parsedRFC3339(value).value();
         } else {
-            const std::set<std::string> known = {"verdict",  "notes",       "note", "no note",
-                                                 "headline", "no headline", "says", "never"};
+            const std::set<std::string> known = {"verdict",     "notes", "note",  "no note",   "headline",
+                                                 "no headline", "says",  "never", "as signed", "not signed"};
             ASSERT_TRUE(known.contains(name)) << name;
             m_expected.emplace_back(name, value);
         }
