@@ -97,7 +97,8 @@ public:
 
     /// Lines of a message, those that are not signed behind a bar.
     void changed(const TextBlock& block) {
-        constexpr double indent = 12;
+        constexpr double indent = 40;
+        beginPiece();  // many lines need not stay with the sentence above them
         paragraph(block.name, 9, QFont::Normal, fadedInk, 4);
         indented(indent);
         if (block.look == TextBlock::Look::quiet) return;  // its name is what it says
