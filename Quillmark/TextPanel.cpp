@@ -14,8 +14,9 @@ namespace quillmark {
 
 namespace {
 
-constexpr qsizetype linesAtOnce = 40, lettersAtOnce = 8'000;  // of one piece of text
+constexpr qsizetype linesAtOnce = 25, lettersAtOnce = 5'000;  // of one piece of text
 constexpr int piecesAtFirst = 12;
+constexpr qsizetype linesAtFirst = 25;
 constexpr qsizetype longestDescription = 2'000;  // characters
 
 QFont fixedFont(const QFont& like) {
@@ -104,7 +105,7 @@ void TextPanel::rebuild() {
     m_frames.clear();
     m_last = -1;
     m_block = 0;
-    m_line = 0;
+    m_line = m_lines = 0;
     auto* page = new QWidget;
     auto* layout = new QVBoxLayout(page);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -116,7 +117,7 @@ void TextPanel::rebuild() {
     m_column->setSpacing(0);
     layout->addLayout(m_column);
     layout->addStretch(1);
-    for (int i = 0; i < piecesAtFirst; ++i) goOn();
+    for (int i = 0; i < piecesAtFirst && m_lines < linesAtFirst; ++i) goOn();
     setWidget(page);
     m_isBuilding = false;
 }
@@ -138,6 +139,7 @@ void TextPanel::goOn() {
     while (end < block.lines.size() && end < m_line + linesAtOnce && letters < lettersAtOnce)
         letters += block.lines[end++].size();
     m_frames.back()->add(block.lines.mid(m_line, end - m_line).join(u'\n'));
+    m_lines += end - m_line;
     m_line = end;
     if (m_line >= block.lines.size()) {
         ++m_block;

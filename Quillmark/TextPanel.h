@@ -44,6 +44,7 @@ private:
     std::ptrdiff_t m_last = -1;  // of the frames, that was gone to
     std::size_t m_block = 0;     // the next one to build
     qsizetype m_line = 0;        // the next one of it
+    qsizetype m_lines = 0;       // that are built
     QVBoxLayout* m_column = nullptr;
     QTimer m_next;
     bool m_isBuilding = false;
