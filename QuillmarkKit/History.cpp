@@ -79,7 +79,11 @@ void History::apply(const HistoryChange& change) {
 bool HistoryChange::add(ProofReport report) {
     for (ReportNote& note : report.notes) {
         if (auto* undone = std::get_if<ReportNote::Undone>(&note.value)) {
-            for (auto& text : undone->texts) text.excerpt.clear();
+            for (auto& text : undone->texts) {
+                text.excerpt.clear();
+                text.last.reset();
+                text.signedExcerpt.reset();
+            }
         }
     }
     if (compactJSON(report).size() > largestKeptReport) return false;

@@ -329,23 +329,42 @@ void addContentFields(Notes& notes, const MailMessage& message, const ProofRepor
     }
 }
 
+ChangedField excerptOf(const ChangedField& field) {
+    const auto values = [](const std::vector<std::string>& texts) {
+        std::vector<std::string> cut;
+        for (const std::string& text : texts) cut.push_back(excerpt(text));
+        return cut;
+    };
+    return {excerpt(field.name), values(field.shown), values(field.signedValues)};
+}
+
 void addSignedLines(Notes& notes, const MailMessage& message, const ProofReport& report,
                     const CheckFacts& facts, const PublicSuffixList& suffixes) {
-    for (const std::size_t index : facts.heldSignatures) {
+    const auto add = [&](std::size_t index, const std::vector<ChangedField>& changed) {
         const DKIMResult& signature = report.dkim[index];
+        auto fields = signedFields(message, signature);
+        std::erase_if(fields, [&](const std::string& name) {
+            return std::ranges::any_of(
+                changed, [&](const ChangedField& field) { return equalsIgnoringCase(field.name, name); });
+        });
+        if (fields.empty()) return;
+        const std::string& from = report.verdict.fromDomain;
+        const bool speaks = report.verdict.kind != VerdictKind::verified && !from.empty() &&
+                            suffixes.sameOrganization(signature.domain, from);
+        ReportNote::SignedLinesHold note{static_cast<std::int64_t>(index), domainExcerpt(signature.domain),
+                                         speaks, std::move(fields)};
+        for (const ChangedField& field : changed) note.changed.push_back(excerptOf(field));
+        notes.push_back({std::move(note)});
+    };
+    for (const std::size_t index : facts.heldSignatures) {
         const bool isUndone = std::ranges::any_of(facts.undone, [&](const UndoneSignature& undone) {
             const BrokenSignature& broken = facts.broken[undone.signature];
             return broken.kind == SignatureKind::dkim && broken.place == static_cast<std::int64_t>(index);
         });
-        if (isUndone) continue;  // which says more
-        auto fields = signedFields(message, signature);
-        if (fields.empty()) continue;
-        const std::string& from = report.verdict.fromDomain;
-        const bool speaks = report.verdict.kind != VerdictKind::verified && !from.empty() &&
-                            suffixes.sameOrganization(signature.domain, from);
-        notes.push_back({ReportNote::SignedLinesHold{
-            static_cast<std::int64_t>(index), domainExcerpt(signature.domain), speaks, std::move(fields)}});
+        if (!isUndone) add(index, {});  // which says more
     }
+    for (const UndoneHeader& header : facts.undoneHeaders)
+        add(static_cast<std::size_t>(facts.broken[header.signature].place), header.fields);
 }
 
 void addKeyRecords(Notes& notes, const ProofReport& report, const CheckFacts& facts) {
@@ -701,11 +720,6 @@ void addNewerSignatures(Notes& notes, const MailMessage& message) {
 
 void addUndone(Notes& notes, const MailMessage& message, const BrokenSignature& signature,
                const UndoneSignature& undone, const PublicSuffixList& suffixes) {
-    const auto values = [](const std::vector<std::string>& texts) {
-        std::vector<std::string> cut;
-        for (const std::string& text : texts) cut.push_back(excerpt(text));
-        return cut;
-    };
     ReportNote::Undone note{.of = signature.kind,
                             .index = signature.place,
                             .domain = domainExcerpt(signature.domain),
@@ -715,12 +729,19 @@ void addUndone(Notes& notes, const MailMessage& message, const BrokenSignature& 
                             .addedBytes = undone.addedBytes};
     if (signature.bodyLength) note.signedOnly = static_cast<std::int64_t>(*signature.bodyLength);
     for (const ChangedField& field : undone.fields) {
-        note.fields.push_back({excerpt(field.name), values(field.shown), values(field.signedValues)});
+        note.fields.push_back(excerptOf(field));
         if (field.name == "from") note.signedFrom = excerptOfFirst(undone.message, "From");
     }
     for (ChangedText text : undone.texts) {
-        if (text.excerpt.ends_with('\n')) text.excerpt.pop_back();
+        const std::int64_t reached = text.excerpt.empty() ? 0 : std::ranges::count(text.excerpt, '\n') + 1;
+        const std::size_t whole = text.excerpt.size();
         text.excerpt = cutExcerpt(decodedText(text.excerpt));
+        const bool isCut = whole > longestExcerpt || reached < text.lines;
+        text.last = isCut && text.lines > 1 && text.last && !text.last->empty()
+                        ? std::optional(cutExcerpt(decodedText(*text.last)))
+                        : std::nullopt;
+        if (text.signedExcerpt) text.signedExcerpt = cutExcerpt(decodedText(*text.signedExcerpt));
+        if (text.type) text.type = cutExcerpt(decodedText(*text.type));
         note.texts.push_back(std::move(text));
     }
     const auto from = summary(undone.message).from;

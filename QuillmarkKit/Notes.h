@@ -24,6 +24,7 @@ struct CheckFacts {
     /// Those that could be checked and don't fit, and what holds again of them once changes are taken back.
     std::vector<BrokenSignature> broken = {};
     std::vector<UndoneSignature> undone = {};
+    std::vector<UndoneHeader> undoneHeaders = {};
     /// What was known of the message beforehand.
     IntakeFacts intake = {};
     /// By the place of a signature in the report: `otherRecordFits` and `versionInstead` of its check.

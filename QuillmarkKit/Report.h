@@ -129,6 +129,8 @@ struct ReportNote {
         std::string domain = {};               ///< `d=`
         bool speaksForFrom = false;            ///< it is of From’s organization, of which none holds whole
         std::vector<std::string> fields = {};  ///< of which every one in the message is signed; never empty
+        /// Signed lines that had to be taken back to what they were for `b=` to verify.
+        std::vector<ChangedField> changed = {};
         bool operator==(const SignedLinesHold&) const = default;
     };
     /// How the message was kept or copied changed its bytes.
@@ -374,7 +376,8 @@ constexpr auto fieldsOf(const ReportNote::NewerSignatures*) {
 constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
     using T = ReportNote::SignedLinesHold;
     return std::tuple{Field{"signature", &T::signature}, Field{"domain", &T::domain},
-                      Field{"speaksForFrom", &T::speaksForFrom}, Field{"fields", &T::fields}};
+                      Field{"speaksForFrom", &T::speaksForFrom}, Field{"fields", &T::fields},
+                      Field{"changed", &T::changed, WhenEmpty::leftOut}};
 }
 constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
     using T = ReportNote::LinesBeforeDropped;

@@ -253,7 +253,9 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
             facts.broken.push_back(std::move(*newest));
         std::erase_if(facts.broken,
                       [&](const BrokenSignature& broken) { return isCovered(broken, report.dkim); });
-        facts.undone = undo(message, facts.broken, now, stop).undone;
+        UndoFindings found = undo(message, facts.broken, now, stop);
+        facts.undone = std::move(found.undone);
+        facts.undoneHeaders = std::move(found.headers);
     } else {
         facts.broken.clear();
     }

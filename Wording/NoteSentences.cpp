@@ -44,31 +44,56 @@ std::string formInWords(RewrittenForm form, const Reader& reader) {
     return reader.translate("lines in front of parts");
 }
 
-std::string changeInWords(const ChangedText& change, const Reader& reader) {
+/// A part, or `lines` lines of all texts that differ alike.
+std::string changeInWords(const ChangedText& change, std::int64_t lines, const Reader& reader) {
     using Place = ChangedText::Place;
-    if (change.kind == ChangedText::Kind::missing)
-        return reader.translateCount("%n line missing", "%n lines missing", change.lines);
-    if (change.kind == ChangedText::Kind::changed) {
-        return change.lines == 0 ? reader.translate("a part that is another")
-                                 : reader.translateCount("%n line changed", "%n lines changed", change.lines);
+    using Kind = ChangedText::Kind;
+    const bool isFirst = change.place == Place::start || change.place == Place::htmlStart;
+    if (change.type) {
+        const std::string type = inert(*change.type);
+        if (change.kind == Kind::missing) {
+            return reader.translateCount("a part of %n byte (%1) missing", "a part of %n bytes (%1) missing",
+                                         change.bytes, {type});
+        }
+        if (isFirst) {
+            return reader.translateCount("an added part of %n byte (%1) at the beginning",
+                                         "an added part of %n bytes (%1) at the beginning", change.bytes,
+                                         {type});
+        }
+        return reader.translateCount("an added part of %n byte (%1)", "an added part of %n bytes (%1)",
+                                     change.bytes, {type});
+    }
+    if (change.kind == Kind::missing)
+        return reader.translateCount("%n line missing", "%n lines missing", lines);
+    if (change.kind == Kind::changed) {
+        return lines == 0 ? reader.translate("a part that is another")
+                          : reader.translateCount("%n line changed", "%n lines changed", lines);
     }
     switch (change.place) {
         case Place::start:
         case Place::htmlStart:
             return reader.translateCount("%n line added at the beginning", "%n lines added at the beginning",
-                                         change.lines);
+                                         lines);
         case Place::end:
         case Place::htmlEnd:
-            return reader.translateCount("%n line added at the end", "%n lines added at the end",
-                                         change.lines);
+            return reader.translateCount("%n line added at the end", "%n lines added at the end", lines);
         case Place::part:
-            return reader.translateCount("an added part of %n byte", "an added part of %n bytes",
-                                         change.bytes);
         case Place::inside:
             break;
     }
-    return reader.translateCount("%n line added inside the text", "%n lines added inside the text",
-                                 change.lines);
+    return reader.translateCount("%n line added inside the text", "%n lines added inside the text", lines);
+}
+
+/// Whether both are lines that the same words tell.
+bool isToldAlike(const ChangedText& a, const ChangedText& b) {
+    const auto place = [](const ChangedText& text) {
+        using Place = ChangedText::Place;
+        if (text.kind != ChangedText::Kind::added) return Place::inside;
+        return text.place == Place::htmlStart ? Place::start
+               : text.place == Place::htmlEnd ? Place::end
+                                              : text.place;
+    };
+    return !a.type && !b.type && a.kind == b.kind && place(a) == place(b) && (a.lines == 0) == (b.lines == 0);
 }
 
 std::string changeInWords(const ChangedField& field, const Reader& reader) {
@@ -84,28 +109,57 @@ std::string changeInWords(const ChangedField& field, const Reader& reader) {
     return reader.translate("the %1 line, which was “%2” when it was signed", {name, before});
 }
 
-/// What a person may see alone, or most of: text that was put in front, or more than there was.
+/// What a person may see alone, or most of: text that was put in front or in place of the other, or more than
+/// there was.
 std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) {
-    const auto first = std::ranges::find_if(note.texts, [](const ChangedText& change) {
+    using Kind = ChangedText::Kind;
+    const std::string domain = quotedDomain(note.domain);
+    const auto found = std::ranges::find_if(note.texts, [](const ChangedText& change) {
         const bool isFirst =
             change.place == ChangedText::Place::start || change.place == ChangedText::Place::htmlStart;
-        return isFirst && change.kind == ChangedText::Kind::added;
+        return change.alone.value_or(false) ||
+               (isFirst && (change.kind == Kind::added ||
+                            (change.kind == Kind::changed && change.lines > change.signedLines.value_or(0))));
     });
-    if (first != note.texts.end()) {
-        return reader.translateCount("The first %n line was added. A mail program may show only this.",
-                                     "The first %n lines were added. A mail program may show only these.",
-                                     first->lines) +
+    if (found == note.texts.end()) {
+        if (note.addedBytes <= note.signedBytes) return {};
+        return reader.translate("More was added than %1 signed.", {domain}) + ' ';
+    }
+    if (found->type && found->alone) {
+        return reader.translate(
+                   "An added part can stand in place of what %1 signed. A mail program may show only this.",
+                   {domain}) +
                ' ';
     }
-    if (note.addedBytes <= note.signedBytes) return {};
-    return reader.translate("More of the text was added than %1 signed.", {quotedDomain(note.domain)}) + ' ';
+    if (found->type)
+        return reader.translate("The first part was added. A mail program may show only this.") + ' ';
+    if (found->place == ChangedText::Place::start || found->place == ChangedText::Place::htmlStart) {
+        if (found->kind == Kind::changed) {
+            return reader.translateCount(
+                       "The first line was changed. A mail program may show only this.",
+                       "The first %n lines were changed. A mail program may show only these.", found->lines) +
+                   ' ';
+        }
+        return reader.translateCount("The first line was added. A mail program may show only this.",
+                                     "The first %n lines were added. A mail program may show only these.",
+                                     found->lines) +
+               ' ';
+    }
+    return reader.translate("What was added to a page (HTML) can hide what %1 signed.", {domain}) + ' ';
 }
 
 /// What must be taken back of what a person reads.
 std::string changesOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     std::string changes;
     const auto join = [&](const std::string& item) { changes += (changes.empty() ? "" : "; ") + item; };
-    for (const ChangedText& text : note.texts) join(changeInWords(text, reader));
+    for (auto text = note.texts.begin(); text != note.texts.end(); ++text) {
+        const auto isAlike = [&](const ChangedText& other) { return isToldAlike(*text, other); };
+        if (std::any_of(note.texts.begin(), text, isAlike)) continue;
+        std::int64_t lines = text->lines;
+        for (auto other = std::next(text); other != note.texts.end(); ++other)
+            if (isAlike(*other)) lines += other->lines;
+        join(changeInWords(*text, lines, reader));
+    }
     for (const ChangedField& field : note.fields) join(changeInWords(field, reader));
     if (note.links > 0) {
         join(reader.translateCount("%n link that now leads elsewhere than when it was signed",
@@ -122,21 +176,32 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     for (const RewrittenForm form : note.forms)
         forms += (forms.empty() ? "" : ", ") + formInWords(form, reader);
     const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
+    const bool isForwarder = note.of == SignatureKind::arc;
     if (changes.empty()) {
         return front +
-               reader.translate(
-                   "%1’s signature holds again once the message is written as it was sent; the signed words "
-                   "are the same. Changed on the way: %2.",
-                   {domain, forms});
+               (isForwarder
+                    ? reader.translate(
+                          "The mark of the forwarder %1 holds again once the message is written as it was "
+                          "then; the words are the same: the forwarder %1 received it like this. Changed "
+                          "since: %2.",
+                          {domain, forms})
+                    : reader.translate(
+                          "%1’s signature holds again once the message is written as it was sent; the "
+                          "signed words are the same. Changed since it was signed: %2.",
+                          {domain, forms}));
     }
-    std::string text = front + reader.translate(
-                                   "%1’s signature holds again once these changes are taken back: %2. "
-                                   "Everything else that %1 signed is "
-                                   "as it was.",
-                                   {domain, changes});
+    std::string text =
+        front + (isForwarder
+                     ? reader.translate(
+                           "The mark of the forwarder %1 holds again once these changes are taken back: %2. "
+                           "Without them, the forwarder %1 received it like this.",
+                           {domain, changes})
+                     : reader.translate(
+                           "%1’s signature holds again once these changes are taken back: %2. Everything "
+                           "else that %1 signed is as it was.",
+                           {domain, changes}));
     if (!forms.empty()) text += ' ' + reader.translate("Also written otherwise: %1.", {forms});
-    return text + ' ' +
-           reader.translate("Anyone along the way could have made these changes. Treat them as unsigned.");
+    return text + ' ' + reader.translate("Anyone could have made these changes. Treat them as unsigned.");
 }
 
 /// What the bytes show, or what a field says: never that the message was genuine before.
@@ -373,10 +438,17 @@ struct NoteSentence {
             note.count, {});
     }
     std::string operator()(const ReportNote::SignedLinesHold& note) const {
-        return reader.translate(
+        const std::string domain = quotedDomain(note.domain);
+        std::string text = reader.translate(
             "%1 did sign these lines, and they haven’t changed: %2. The text under them isn’t the one %1 "
             "signed; anyone could have written it.",
-            {quotedDomain(note.domain), fieldNames(note.fields, reader)});
+            {domain, fieldNames(note.fields, reader)});
+        if (note.changed.empty()) return text;
+        std::string changes;
+        for (const ChangedField& field : note.changed)
+            changes += (changes.empty() ? "" : "; ") + changeInWords(field, reader);
+        return text + ' ' +
+               reader.translate("Other lines have changed since %1 signed them: %2.", {domain, changes});
     }
     std::string operator()(const Damage& note) const {
         if (note.kind == DamageKind::mboxLossy || note.field) return damageInWords(note, reader);
@@ -464,7 +536,8 @@ struct NoteSentence {
     std::string operator()(const ReportNote::Undone& note) const {
         const std::string domain = quotedDomain(note.domain);
         std::string text = leadOfUndone(note, reader);
-        if (note.signedFrom || !note.fromIsOfDomain) {
+        // A forwarder is no sender's domain.
+        if (note.of == SignatureKind::dkim && (note.signedFrom || !note.fromIsOfDomain)) {
             text += ' ';
             text +=
                 note.fromIsOfDomain
@@ -662,18 +735,41 @@ std::vector<std::string> details(const ReportNote& note, const Reader& reader) {
         for (const std::string& value : field.signedValues)
             lines.push_back(reader.translate("%1 signed: %2", {name, inert(value)}));
     }
-    for (const ChangedText& text : undone->texts) {
-        if (text.excerpt.empty()) continue;
-        lines.push_back(text.kind == ChangedText::Kind::missing ? reader.translate("missing, but signed")
-                        : text.kind == ChangedText::Kind::added ? reader.translate("added, not signed")
-                                                                : reader.translate("changed, not signed"));
-        std::string_view rest = text.excerpt;
+    const auto addLines = [&](const std::string& excerpt, std::int64_t count,
+                              const std::optional<std::string>& last) {
+        std::string_view rest = excerpt;
         std::int64_t shown = 0;
         for (; !rest.empty() && shown < std::int64_t{mostLines}; ++shown)
             lines.push_back("  | " + forDisplay(takePiece(rest, '\n'), longestLine));
-        if (text.lines > shown)
+        const std::int64_t left = count - shown;
+        // What the excerpt still holds of them may be all.
+        std::string_view end = rest.substr(rest.rfind('\n') + 1);
+        const bool isWhole = !end.empty() && std::ranges::count(rest, '\n') + 1 == left;
+        if (!isWhole) end = last ? std::string_view(*last) : std::string_view();
+        if (const std::int64_t between = left - (end.empty() ? 0 : 1); between > 0)
+            lines.push_back("  " + reader.translateCount("and %n more line", "and %n more lines", between));
+        if (!end.empty() && left > 0) lines.push_back("  | " + forDisplay(end, longestLine));
+    };
+    for (const ChangedText& text : undone->texts) {
+        using Kind = ChangedText::Kind;
+        if (text.excerpt.empty() && !text.type) continue;
+        if (text.type) {
+            const std::string type = inert(*text.type);
             lines.push_back(
-                "  " + reader.translateCount("and %n more line", "and %n more lines", text.lines - shown));
+                text.kind == Kind::missing
+                    ? reader.translateCount("missing part, signed: %n byte, %1",
+                                            "missing part, signed: %n bytes, %1", text.bytes, {type})
+                    : reader.translateCount("added part, not signed: %n byte, %1",
+                                            "added part, not signed: %n bytes, %1", text.bytes, {type}));
+        } else {
+            lines.push_back(text.kind == Kind::missing ? reader.translate("missing, but signed")
+                            : text.kind == Kind::added ? reader.translate("added, not signed")
+                                                       : reader.translate("changed, not signed"));
+        }
+        addLines(text.excerpt, text.lines, text.last);
+        if (!text.signedExcerpt || text.signedExcerpt->empty()) continue;
+        lines.push_back(reader.translate("before, as it was signed"));
+        addLines(*text.signedExcerpt, text.signedLines.value_or(0), std::nullopt);
     }
     return lines;
 }

@@ -92,7 +92,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
             }
             if (const auto* undone = undoneOf(report)) {
                 const std::string changed = reader.translate(
-                    "This isn’t the message as %1 signed it: it was changed on the way.", {domain});
+                    "This isn’t the message as %1 signed it: it was changed since.", {domain});
                 if (!undone->fromIsOfDomain) return changed;
                 return changed + ' ' +
                        reader.translate("Once the changes are taken back, %1’s signature holds again.",
@@ -101,26 +101,26 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
             if (signedLinesHold(report)) {
                 if (!verdict.arcVouchers.empty()) {
                     return reader.translate(
-                        "This isn’t the text that %1 signed: it was changed on the way, or put under lines "
+                        "This isn’t the text that %1 signed: it was changed since, or put under lines "
                         "that %1 signed. Forwarders whose marks are intact say how it reached them: %2. That "
                         "is worth as much as you trust them. Mailing lists often change messages in this "
                         "way.",
                         {domain, quotedList(verdict.arcVouchers)});
                 }
                 return reader.translate(
-                    "This isn’t the text that %1 signed: it was changed on the way, or put under lines that "
+                    "This isn’t the text that %1 signed: it was changed since, or put under lines that "
                     "%1 signed.",
                     {domain});
             }
             if (!verdict.arcVouchers.empty()) {
                 return reader.translate(
-                    "This isn’t the message that %1 signed: something was changed on the way, or %1 never "
+                    "This isn’t the message that %1 signed: something was changed since, or %1 never "
                     "signed it. Forwarders whose marks are intact say how it reached them: %2. That is worth "
                     "as much as you trust them. Mailing lists often change messages in this way.",
                     {domain, quotedList(verdict.arcVouchers)});
             }
             return reader.translate(
-                "This isn’t the message that %1 signed: something was changed on the way, or %1 never signed "
+                "This isn’t the message that %1 signed: something was changed since, or %1 never signed "
                 "it.",
                 {domain});
         case VerdictKind::keyGone:

@@ -39,7 +39,7 @@ public:
             return {of<typename T::value_type>(name), {}};
         } else if constexpr (IsOptional<T>::value) {
             std::vector<T> values;
-            for (auto& value : of<typename T::value_type>(name)) values.emplace_back(std::move(value));
+            for (auto&& value : of<typename T::value_type>(name)) values.emplace_back(std::move(value));
             values.emplace_back();
             return values;
         } else if constexpr (Named<T>) {

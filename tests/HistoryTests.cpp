@@ -177,7 +177,9 @@ TEST(History, salvage) {
 
 TEST(History, keepsNothingOfTheText) {
     ProofReport report = reportOf(1);
-    report.notes = {{ReportNote::Undone{.texts = {{.lines = 1, .bytes = 6, .excerpt = "secret"}}}}};
+    report.notes = {{ReportNote::Undone{
+        .texts = {
+            {.lines = 1, .bytes = 6, .excerpt = "secret", .last = "secret", .signedExcerpt = "secret"}}}}};
     HistoryChange change;
     ASSERT_TRUE(change.add(report));
     EXPECT_EQ(compactJSON(change.added().front()).find("secret"), std::string::npos);

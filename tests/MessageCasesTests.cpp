@@ -103,8 +103,11 @@ public:
         std::string allSigned;
         for (const MailMessage& asSigned : verification.asSigned) {
             allSigned += asSigned.bytes();
-            const auto results = plain.verify(asSigned, std::nullopt, m_now).dkim;
-            EXPECT_EQ(std::ranges::count(results, DKIMResult::Status::pass, &DKIMResult::status), 1);
+            const ProofReport again = plain.verify(asSigned, std::nullopt, m_now);
+            const bool isPassed = caseNameOf(again.arc.status) == "pass";  // of a forwarder's signature
+            EXPECT_EQ(std::ranges::count(again.dkim, DKIMResult::Status::pass, &DKIMResult::status) +
+                          static_cast<int>(isPassed),
+                      1);
         }
         for (const auto& [name, value] : m_expected) {
             const bool isThere = name.ends_with("verdict") ? nameOf(report.verdict.kind) == value

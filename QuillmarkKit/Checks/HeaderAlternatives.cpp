@@ -321,7 +321,10 @@ std::vector<std::string> addressesInside(std::string_view address) {
     return inside;
 }
 
+constexpr std::size_t waysOfFolding = 8;
+
 /// A field folded at other places, or at none; one blank behind its name or none. Counts in the simple form.
+/// As many as there are ways, in their order.
 std::vector<std::string> refolded(const std::string& raw) {
     const auto colon = raw.find(':');
     if (colon == std::string::npos) return {};
@@ -402,6 +405,33 @@ public:
             axes.push_back(std::move(lists));
         }
         if (axes.size() > mostAxes) axes.resize(mostAxes);
+        return axes;
+    }
+
+    /// A program that folds header lines folds all of them alike: each name's fields in one of these ways, or
+    /// as they stand. Only what counts in the signature's form; nothing when no field differs.
+    std::vector<Axis> axesRefolded(std::size_t way) const {
+        std::vector<Axis> axes;
+        if (m_signature.canonicalization.header != Canonicalization::simple) return axes;
+        std::set<std::string> names;
+        for (const std::string& asWritten : m_signature.signedHeaders) {
+            const std::string name = asciiLowered(asWritten);
+            if (axes.size() == mostAxes || names.size() == mostNames) break;
+            if (!names.insert(name).second) continue;
+            const Fields given = fieldsOf(name);
+            const bool isLong = std::ranges::any_of(
+                given, [](const std::string& raw) { return raw.size() > longestUndoneField; });
+            if (given.empty() || isLong || given.size() > mostOfName) continue;
+            Fields folded;
+            for (const std::string& raw : given) {
+                const auto forms = refolded(raw);
+                folded.push_back(forms.empty() ? raw : forms[way]);
+            }
+            if (folded == given) continue;
+            Axis axis{{name}, {{0, {std::move(folded)}}}};
+            axis.add(mostCost / 2, given);
+            axes.push_back(std::move(axis));
+        }
         return axes;
     }
 
@@ -803,7 +833,12 @@ std::optional<std::vector<NamedFields>> signedHeader(const MailMessage& message,
                                                      std::span<const HeaderHint> hints, HeaderBudget& budget,
                                                      const std::stop_token& stop) {
     Ways ways(message, signature, hints);
-    return Search(message, signature, ways, ways.axes()).run(budget, stop);
+    auto changes = Search(message, signature, ways, ways.axes()).run(budget, stop);
+    for (std::size_t way = 0; way < waysOfFolding && !changes; ++way) {
+        auto axes = ways.axesRefolded(way);
+        if (axes.size() > 1) changes = Search(message, signature, ways, std::move(axes)).run(budget, stop);
+    }
+    return changes;
 }
 
 }  // namespace quillmark

@@ -18,7 +18,8 @@ namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
 constexpr std::size_t mostParts = 50, mostPartDepth = 3;
-constexpr std::size_t longestHeader = 20'000;  // of a part
+constexpr std::size_t longestHeader = 20'000;          // of a part
+constexpr std::size_t largestEncodedText = 1'000'000;  // that is written in every encoding
 
 /// The value of a Content-Type without its parameters, in lower case.
 std::string mediaType(std::string_view contentType) {
@@ -245,16 +246,18 @@ std::vector<Reading> encoded(const Reading& reading, const MailMessage& message)
     constexpr Base64Form forms[] = {{76, "\r\n", 0}, {76, "\n", 1},   {60, "\r\n", 3},
                                     {60, "\n", 3},   {72, "\r\n", 4}, {64, "\r\n", 4}};
     bool isWorth = false;
+    std::size_t size = 0;
     eachText(
         reading, message, [&](const MIMEPart& part, const std::string& content) -> std::optional<Written> {
             std::size_t longest = 0;
             for (std::string_view rest = content; !rest.empty();)
                 longest = std::max(longest, takePiece(rest, '\n').size());
+            size += content.size();
             isWorth = isWorth || part.encoding != TransferEncoding::none || longest > 77 || !isASCII(content);
             return std::nullopt;
         });
     std::vector<Reading> made;
-    if (!isWorth) return made;
+    if (!isWorth || size > largestEncodedText) return made;
     // Who decodes quoted-printable writes it again, or leaves the text as it is.
     const auto given = mimeParts(message, mostPartDepth, mostParts);
     const bool isQuoted = std::ranges::any_of(

@@ -125,27 +125,9 @@ std::vector<Reading> withLongLines(const Reading& reading, const MailMessage&) {
 }
 
 /// Quotation marks, dashes and blanks that a program made typographic.
-std::vector<Reading> withPlainTypography(const Reading& reading, const MailMessage&) {
-    constexpr std::pair<std::string_view, std::string_view> plain[] = {
-        {"“", "\""}, {"”", "\""}, {"„", "\""},  {"‘", "'"},       {"’", "'"},
-        {"–", "-"},  {"—", "--"}, {"…", "..."}, {"\xC2\xA0", " "}};
-    std::string body;
-    bool isChanged = false;
-    for (std::size_t i = 0; i < reading.body.size();) {
-        const std::string_view rest = reading.body.substr(i);
-        const auto* found =
-            static_cast<unsigned char>(rest.front()) < 0x80
-                ? std::end(plain)
-                : std::ranges::find_if(plain, [&](const auto& each) { return rest.starts_with(each.first); });
-        if (found == std::end(plain)) {
-            body += reading.body[i++];
-            continue;
-        }
-        isChanged = true;
-        body += found->second;
-        i += found->first.size();
-    }
-    if (!isChanged) return {};
+std::vector<Reading> inPlainTypography(const Reading& reading, const MailMessage&) {
+    std::string body = withPlainTypography(reading.body);
+    if (body == reading.body) return {};
     Reading made = reading.with(std::move(body), 0);
     made.forms.insert(RewrittenForm::typography);
     return {std::move(made)};
@@ -210,9 +192,9 @@ std::vector<Reading> unwrapped(const Reading& reading, const MailMessage& messag
 }
 
 constexpr Reversal all[] = {
-    {1, withoutFromQuoting}, {1, unwrapped},          {2, withoutSecondLines},  {2, withOtherFirstLine},
-    {2, withLongLines},      {2, withoutDoubledDots}, {3, withDoubledDots},     {3, withoutIndentation},
-    {3, withDelimiterBlank}, {4, withoutEndBlanks},   {4, withPlainTypography},
+    {1, withoutFromQuoting}, {1, unwrapped},          {2, withoutSecondLines}, {2, withOtherFirstLine},
+    {2, withLongLines},      {2, withoutDoubledDots}, {3, withDoubledDots},    {3, withoutIndentation},
+    {3, withDelimiterBlank}, {4, withoutEndBlanks},   {4, inPlainTypography},
 };
 
 }  // namespace
@@ -258,6 +240,33 @@ MailMessage messageOf(const Reading& reading, const MailMessage& message, std::s
     std::ranges::copy(body, bytes.data() + text.size());
     bytes.setSize(text.size() + body.size());
     return MailMessage::parse(std::move(bytes));
+}
+
+std::string withPlainTypography(std::string_view text) {
+    constexpr std::pair<std::string_view, std::string_view> plain[] = {
+        {"“", "\""}, {"”", "\""}, {"„", "\""},  {"‘", "'"},       {"’", "'"},
+        {"–", "-"},  {"—", "--"}, {"…", "..."}, {"\xC2\xA0", " "}};
+    std::string made;
+    for (std::size_t i = 0; i < text.size();) {
+        const std::string_view rest = text.substr(i);
+        const auto* found =
+            static_cast<unsigned char>(rest.front()) < 0x80
+                ? std::end(plain)
+                : std::ranges::find_if(plain, [&](const auto& each) { return rest.starts_with(each.first); });
+        if (found == std::end(plain)) {
+            made += text[i++];
+            continue;
+        }
+        made += found->second;
+        i += found->first.size();
+    }
+    return made;
+}
+
+bool changesLines(RewrittenForm form) {
+    using enum RewrittenForm;
+    return form == fromQuoting || form == dots || form == blanks || form == blankLines ||
+           form == lineBreaks || form == indentation || form == typography;
 }
 
 std::span<const Reversal> reversals() { return all; }

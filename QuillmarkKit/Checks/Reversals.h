@@ -39,6 +39,12 @@ constexpr auto namesOf(RewrittenForm) {
          "indentation", "typography", "lineEnds", "wrapped", "folding", "partHeaders"}};
 }
 
+/// Whether the lines of a text that a person reads are others in this form.
+bool changesLines(RewrittenForm form);
+
+/// Quotation marks, dashes and blanks as one types them (UTF-8).
+std::string withPlainTypography(std::string_view text);
+
 /// A body as it may have been sent.
 struct Reading {
     std::shared_ptr<const std::string> bytes = {};  ///< that `body` lies in; null for the body as it came

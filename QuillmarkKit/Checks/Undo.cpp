@@ -11,13 +11,12 @@
 #include <utility>
 
 #include "QuillmarkKit/Checks/Canonicalization.h"
+#include "QuillmarkKit/Checks/ChangedTexts.h"
 #include "QuillmarkKit/Checks/HeaderAlternatives.h"
 #include "QuillmarkKit/Checks/PartReversals.h"
 #include "QuillmarkKit/Checks/Regions.h"
 #include "QuillmarkKit/Checks/Reversals.h"
-#include "QuillmarkKit/Checks/TextDifference.h"
 #include "QuillmarkKit/Mail/MIMEStructure.h"
-#include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 
@@ -33,8 +32,6 @@ constexpr std::size_t mostBodyTests = 40'000, mostTestsOfPlan = 12'000;
 constexpr std::size_t mostCuts = 20'000, mostCutsBelowBanner = 400;
 constexpr std::size_t topLines = 24, bottomLines = 60;
 constexpr std::size_t mostParts = 200, mostPartDepth = 3;
-constexpr std::size_t mostTexts = 8;           // that are told
-constexpr std::size_t longestExcerpt = 2'000;  // of a text that is told, before it is cut for a person
 constexpr std::size_t largestReadingBody = 4'000'000;
 constexpr std::uint64_t shortestSignedLength = 1'000;  // of an `l=` that is worth a claim
 constexpr std::size_t mostFields = 12;                 // that are told
@@ -416,16 +413,18 @@ private:
     const DNSAnswer& m_answer;
 };
 
-/// Whether the check that the message didn't pass is passed by this one.
-bool passes(const MailMessage& message, const BrokenSignature& signature, Date now,
-            const std::stop_token& stop) {
+/// What the check that the message didn't pass says of this one.
+SignatureCheck checked(const MailMessage& message, const BrokenSignature& signature, Date now,
+                       const std::stop_token& stop) {
     const auto field = std::ranges::find(message.headers(), signature.field.raw, &HeaderField::raw);
-    if (field == message.headers().end() || !message.body()) return false;
+    if (field == message.headers().end() || !message.body()) return {};
     BodyHashes hashes(*message.body());
     OneAnswer resolver(signature.keyAnswer);
-    const DKIMResult result =
-        SignatureChecker{message, &hashes, resolver, now, stop}.check(*field, signature.kind);
-    return result.status == DKIMResult::Status::pass && result.bodyChecked;
+    return SignatureChecker{message, &hashes, resolver, now, stop}.examine(*field, signature.kind);
+}
+
+bool passes(const SignatureCheck& check) {
+    return check.result.status == DKIMResult::Status::pass && check.result.bodyChecked;
 }
 
 /// The fields that say what a body is: without them it can't be read.
@@ -439,7 +438,8 @@ std::map<std::string, std::size_t, std::less<>> coveredFields(const BrokenSignat
 }
 
 /// The signed fields as they stood, the signature, the fields of the content, and the body. Of several fields
-/// of a name those that are signed, which are the lowest (RFC 6376, section 5.4.2).
+/// of a name those that are signed, which are the lowest (RFC 6376, section 5.4.2). A forwarder's signature
+/// is checked with its chain.
 MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature,
                     const std::vector<NamedFields>& changes, std::string_view body) {
     const auto covered = coveredFields(signature);
@@ -459,7 +459,8 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
     };
     for (const HeaderField& field : message.headers()) {
         const std::string name = asciiLowered(field.name);
-        const bool isLow = above[name]-- <= kept(name);
+        const bool isOfChain = signature.kind == SignatureKind::arc && name.starts_with("arc-");
+        const bool isLow = above[name]-- <= kept(name) || isOfChain;
         const auto found = std::ranges::find(changes, name, &NamedFields::name);
         if (field == signature.field) {
             header.append(field.raw).append(lineEnd);
@@ -497,7 +498,16 @@ void tellFields(UndoneSignature& undone, const MailMessage& message, const Broke
     const auto tell = [&](const std::string& name) {
         ChangedField field{name, valuesOf(message, name, &signature.field),
                            valuesOf(undone.message, name, &signature.field)};
-        if (field.shown == field.signedValues) {
+        // A field that is folded has a blank, or a tab, where the line breaks.
+        const auto words = [](const std::vector<std::string>& values) {
+            std::string all;
+            for (const std::string& value : values) {
+                for (std::string_view rest = value; !rest.empty();) all.append(takeWord(rest, " \t")) += ' ';
+                all += '\n';
+            }
+            return all;
+        };
+        if (words(field.shown) == words(field.signedValues)) {
             isFolded |= std::ranges::find(changes, name, &NamedFields::name) != changes.end();
             return;
         }
@@ -519,192 +529,25 @@ void tellFields(UndoneSignature& undone, const MailMessage& message, const Broke
     if (isFolded) undone.forms.push_back(RewrittenForm::folding);
 }
 
-// What the texts differ in
-
-/// A line of ours among those of a text: which part it is whose lines follow. No line of a text begins so.
-constexpr char mark = '\x01';
-
-/// The value of a Content-Type without its parameters, in lower case.
-std::string mediaType(std::string_view contentType) {
-    std::string_view rest = contentType;
-    const std::string type = asciiLowered(withoutWhitespace(withoutComments(takePiece(rest, ';'))));
-    return type.empty() ? "text/plain" : type;
-}
-
-void addLines(std::string& out, std::string_view text) {
-    while (!text.empty()) {
-        std::string_view line = takePiece(text, '\n');
-        while (!line.empty() && (line.back() == '\r' || isBlank(line.back()))) line.remove_suffix(1);
-        if (line.starts_with(mark)) out += ' ';
-        out.append(line) += '\n';
-    }
-}
-
-/// What a message says to a person, part for part: texts decoded, everything else by its hash, and what lies
-/// between and behind the parts as it stands. Two messages that give the same differ in how they are written.
-std::string readableText(const MailMessage& message) {
-    std::string out;
-    CharsetDecoder decoder;
-    const std::string_view body = message.body().value_or("");
-    std::size_t at = 0;  // up to which all is told
-    for (const MIMEPart& part : mimeParts(message, mostPartDepth, mostParts)) {
-        const std::string type = mediaType(part.contentType);
-        const bool isWhole = part.number == 0;
-        if (!isWhole && part.begin > at) addLines(out, body.substr(at, part.begin - at));
-        const std::string disposition = isWhole ? std::string() : fieldParameter(part.contentType, "name");
-        out += mark + type + (disposition.empty() ? "" : " " + disposition) + '\n';
-        if (part.kind == MIMEPart::Kind::multipart) {
-            at = std::max(at, part.bodyBegin);
-            continue;
-        }
-        const std::string_view raw = body.substr(part.bodyBegin, part.bodyEnd - part.bodyBegin);
-        std::string content = part.encoding == TransferEncoding::base64 ? decodedBase64Lines(raw)
-                              : part.encoding == TransferEncoding::quotedPrintable
-                                  ? decodedQuotedPrintable(raw)
-                                  : std::string(raw);
-        if (type.starts_with("text/")) {
-            const std::string charset = fieldParameter(part.contentType, "charset");
-            if (auto text = decoder.decode(charset.empty() ? "utf-8" : charset, content))
-                content = std::move(*text);
-            addLines(out, content);
-        } else {
-            out += mark + encodedBase64(hash(HashAlgorithm::sha256, content)) + '\n';
-        }
-        if (part.encoding == TransferEncoding::base64) {
-            // Some programs read on where the first base64 ends; others don't, and nobody decodes it here.
-            const auto behind = raw.find_first_not_of("= \t\r\n", std::min(raw.find('='), raw.size()));
-            if (behind != std::string_view::npos) addLines(out, raw.substr(behind));
-        }
-        at = std::max(at, part.end);
-    }
-    if (at < body.size()) addLines(out, body.substr(at));
-    return out;
-}
-
-/// Lines that are told: neither marks nor, in front and behind, empty ones.
-struct ToldLines {
-    std::int64_t lines = 0, bytes = 0;
-    std::string text = {};
-    bool hasMark = false, hasPart = false;
-    explicit ToldLines(std::string_view from) {
-        for (std::string_view rest = from; !rest.empty();) {
-            std::string_view line = takePiece(rest, '\n');
-            if (line.ends_with('\r')) line.remove_suffix(1);
-            if (line.starts_with(mark)) {
-                hasMark = true;
-                hasPart = hasPart || !line.substr(1).starts_with("multipart/");
-                continue;
-            }
-            ++lines;
-            bytes += static_cast<std::int64_t>(line.size()) + 2;
-            if (text.size() < longestExcerpt) text.append(line.substr(0, longestExcerpt)) += '\n';
-        }
-    }
-};
-
-/// Whether a page's source shows nothing to a person: tags alone.
-bool isBare(std::string_view page) {
-    while (!page.empty()) {
-        const auto tag = std::min(page.find('<'), page.size());
-        if (!trimmed(page.substr(0, tag), " \t\r\n").empty()) return false;
-        page.remove_prefix(std::min(page.find('>', tag), page.size() - 1) + 1);
-    }
-    return true;
-}
-
-/// Where a run of lines stands in the page that it is a part of, when it is at one of its ends.
-std::optional<ChangedText::Place> placeInPage(std::string_view before, std::string_view after) {
-    constexpr char lineOfMark[] = {'\n', mark, '\0'};
-    const auto end = before.rfind(lineOfMark);
-    before.remove_prefix(end == std::string_view::npos ? 0 : end + 1);
-    if (before.empty() || before.front() != mark || !before.substr(1).starts_with("text/html"))
-        return std::nullopt;
-    before.remove_prefix(std::min(before.find('\n'), before.size() - 1) + 1);
-    after = after.starts_with(mark) ? std::string_view() : after.substr(0, after.find(lineOfMark));
-    // What stands in front of it isn't shown as text.
-    for (auto at = before.find('<'); at != std::string_view::npos; at = before.find('<', at + 1)) {
-        if (!startsWithIgnoringCase(before.substr(at), "<body")) continue;
-        before.remove_prefix(at);
-        break;
-    }
-    if (isBare(before)) return ChangedText::Place::htmlStart;
-    return isBare(after) ? std::optional(ChangedText::Place::htmlEnd) : std::nullopt;
-}
-
-/// Says what is shown and isn't signed, and the reverse, from two texts that were made alike.
-void tellTexts(UndoneSignature& undone, std::string_view shown, std::string_view signedText,
-               std::string_view boundary) {
-    using Place = ChangedText::Place;
-    using Kind = ChangedText::Kind;
-    bool isMarkChanged = false;
-    // The first line that is told, and behind the last one.
-    std::size_t first = 0, last = signedText.size();
-    const auto lineBegin = [&](std::size_t end) { return end < 2 ? 0 : signedText.rfind('\n', end - 2) + 1; };
-    while (first < last && signedText[first] == mark)
-        first = std::min(signedText.find('\n', first), signedText.size() - 1) + 1;
-    while (last > first && signedText[lineBegin(last)] == mark) last = lineBegin(last);
-    for (const DifferentLines& run : differentLines(signedText, shown)) {
-        const std::string_view text = shown.substr(run.afterBegin, run.afterEnd - run.afterBegin);
-        const ToldLines added(text);
-        const ToldLines missing(signedText.substr(run.beforeBegin, run.beforeEnd - run.beforeBegin));
-        isMarkChanged |= added.hasMark || missing.hasMark;
-        if (added.lines == 0 && missing.lines == 0 && !added.hasPart && !missing.hasPart) continue;
-        const bool isMissing = added.lines == 0 && !added.hasPart;
-        const ToldLines& told = isMissing ? missing : added;
-        ChangedText change;
-        change.kind = isMissing                              ? Kind::missing
-                      : missing.lines > 0 || missing.hasPart ? Kind::changed
-                                                             : Kind::added;
-        const bool isPart = added.hasPart || (!boundary.empty() && text.starts_with(boundary));
-        change.place = isPart && change.kind == Kind::added ? Place::part
-                       : run.beforeBegin <= first           ? Place::start
-                       : run.beforeEnd >= last              ? Place::end
-                                                            : Place::inside;
-        const bool isTold = undone.texts.size() < mostTexts;
-        if (isTold && change.kind == Kind::added && !isPart) {
-            change.place =
-                placeInPage(signedText.substr(0, run.beforeBegin), signedText.substr(run.beforeEnd))
-                    .value_or(change.place);
-        }
-        change.lines = told.lines;
-        change.bytes = told.bytes;
-        change.excerpt = told.text;
-        undone.addedBytes += std::max<std::int64_t>(0, added.bytes - missing.bytes);
-        if (isTold) {
-            undone.texts.push_back(std::move(change));
-            continue;
-        }
-        // The last one stands for all that follow.
-        ChangedText& rest = undone.texts.back();
-        if (rest.kind != change.kind) rest.kind = Kind::changed;
-        rest.place = Place::inside;
-        rest.lines += change.lines;
-        rest.bytes += change.bytes;
-    }
-    if (isMarkChanged) undone.forms.push_back(RewrittenForm::wrapped);
-}
-
 void tellTexts(UndoneSignature& undone, const MailMessage& message, const BrokenSignature& signature,
                const Reading& reading, const std::stop_token& stop) {
     const Canonicalization form = signature.canonicalization.body;
     const std::string signedText = canonicalBody(*undone.message.body(), form, stop);
     undone.signedBytes = static_cast<std::int64_t>(signedText.size());
-    if (reading.steps == 0) {
-        const auto unmarked = [](std::string_view text) {
-            std::string lines;
-            addLines(lines, text);
-            return lines;
-        };
-        const std::string boundary = fieldParameter(
-            message.first("Content-Type") ? message.first("Content-Type")->valueBytes() : std::string_view(),
-            "boundary");
-        tellTexts(undone, unmarked(canonicalBody(*message.body(), form, stop)), unmarked(signedText),
-                  boundary.empty() ? std::string() : "--" + boundary);
-    } else {
-        tellTexts(undone, readableText(message), readableText(undone.message), {});
-        undone.forms.insert(undone.forms.end(), reading.forms.begin(), reading.forms.end());
-        undone.links = reading.links;
+    TextChanges changes =
+        changedTexts(message, undone.message, reading.forms, form == Canonicalization::relaxed);
+    const bool isWritten = changes.isWritten || changes.texts.empty();
+    for (const RewrittenForm written : reading.forms) {
+        // What is told line by line isn't told again.
+        if (isWritten || !changesLines(written)) undone.forms.push_back(written);
     }
+    if (changes.isWrapped) undone.forms.push_back(RewrittenForm::wrapped);
+    const bool isTold = !changes.texts.empty() || !undone.forms.empty() || reading.links > 0;
+    // What nobody reads, such as the header of a part.
+    if (!isTold) changes = changedLines(canonicalBody(*message.body(), form, stop), signedText);
+    undone.texts = std::move(changes.texts);
+    undone.addedBytes = changes.addedBytes;
+    undone.links = reading.links;
     std::ranges::sort(undone.forms);
     undone.forms.erase(std::unique(undone.forms.begin(), undone.forms.end()), undone.forms.end());
 }
@@ -728,7 +571,8 @@ UndoFindings undo(const MailMessage& message, std::span<const BrokenSignature> s
     HeaderBudget budget;
     for (const BrokenSignature* signature : wanted) {
         const FoundBody* found = signature->bodyHolds ? nullptr : bodies.found(*signature);
-        if (!found && !signature->bodyHolds) continue;
+        const bool isBodyKnown = found || signature->bodyHolds;
+        if (!isBodyKnown && (signature->headerHolds || signature->kind != SignatureKind::dkim)) continue;
         Reading reading = found ? found->reading : Reading();
         if (reading.hints.empty() && !signature->headerHolds) reading.hints = rewrittenTextFields(message);
         const auto changes = signature->headerHolds && reading.hints.empty()
@@ -736,6 +580,18 @@ UndoFindings undo(const MailMessage& message, std::span<const BrokenSignature> s
                                  : signedHeader(message, *signature, reading.hints, budget, stop);
         if (stop.stop_requested()) return {};
         if (!changes) continue;
+        if (!isBodyKnown) {
+            UndoneSignature lines;
+            lines.message = rebuilt(message, *signature, *changes, *message.body());
+            tellFields(lines, message, *signature, *changes, false);
+            const bool isHeld = checked(lines.message, *signature, now, stop).signedLinesHold;
+            if (!isHeld) ++findings.unconfirmed;
+            if (isHeld && !lines.fields.empty()) {
+                findings.headers.push_back(
+                    {static_cast<std::size_t>(signature - signatures.data()), std::move(lines.fields)});
+            }
+            continue;
+        }
         std::string_view body = found ? std::string_view(found->body) : *message.body();
         std::string firstBytes;
         if (!found && signature->bodyLength) {
@@ -746,7 +602,7 @@ UndoFindings undo(const MailMessage& message, std::span<const BrokenSignature> s
         UndoneSignature undone;
         undone.signature = static_cast<std::size_t>(signature - signatures.data());
         undone.message = rebuilt(message, *signature, *changes, body);
-        if (!passes(undone.message, *signature, now, stop)) {
+        if (!passes(checked(undone.message, *signature, now, stop))) {
             ++findings.unconfirmed;
             continue;
         }

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "QuillmarkKit/Checks/ChangedTexts.h"
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/Reversals.h"
 #include "QuillmarkKit/Mail/Message.h"
@@ -30,30 +31,6 @@ constexpr auto fieldsOf(const ChangedField*) {
     return std::tuple{Field{"name", &T::name}, Field{"shown", &T::shown}, Field{"signed", &T::signedValues}};
 }
 
-/// Lines of the text that differ.
-struct ChangedText {
-    enum class Place { start, end, inside, part, htmlStart, htmlEnd };
-    enum class Kind { added, missing, changed };
-    Place place = Place::end;
-    Kind kind = Kind::added;
-    std::int64_t lines = 0;    ///< that are shown and not signed; of a missing text, those that are missing
-    std::int64_t bytes = 0;    ///< of them
-    std::string excerpt = {};  ///< of the same
-    bool operator==(const ChangedText&) const = default;
-};
-constexpr auto namesOf(ChangedText::Place) {
-    return EnumTable<ChangedText::Place, 6>{EnumStyle::word,
-                                            {"start", "end", "inside", "part", "htmlStart", "htmlEnd"}};
-}
-constexpr auto namesOf(ChangedText::Kind) {
-    return EnumTable<ChangedText::Kind, 3>{EnumStyle::word, {"added", "missing", "changed"}};
-}
-constexpr auto fieldsOf(const ChangedText*) {
-    using T = ChangedText;
-    return std::tuple{Field{"place", &T::place}, Field{"kind", &T::kind}, Field{"lines", &T::lines},
-                      Field{"bytes", &T::bytes}, Field{"excerpt", &T::excerpt}};
-}
-
 /// A signature that holds again.
 struct UndoneSignature {
     std::size_t signature = 0;  ///< its place among those that were given
@@ -68,8 +45,15 @@ struct UndoneSignature {
     std::int64_t addedBytes = 0;            ///< by which the text that is shown is longer where it differs
 };
 
+/// A signature whose header lines hold again, while the text that it was made over wasn't found.
+struct UndoneHeader {
+    std::size_t signature = 0;              ///< its place among those that were given
+    std::vector<ChangedField> fields = {};  ///< never empty
+};
+
 struct UndoFindings {
     std::vector<UndoneSignature> undone = {};
+    std::vector<UndoneHeader> headers = {};
     /// Finds that the check didn't confirm and that are not told: a fault of the search.
     std::size_t unconfirmed = 0;
 };
