@@ -185,7 +185,7 @@ TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
         {checked,
          {"added, not signed, 3 lines", "| unless you know the sender.", "changed, not signed, 1 line",
           "| The new touches are at", "as signed, 1 line", "https://bellringers.example/touches?week=47"}},
-        {std::nullopt, {"added, not signed", "| unless you know the sender.", "and 1 more line"}}};
+        {std::nullopt, {"added, not signed", "| unless you know the sender.", "before, as it was signed"}}};
     for (const auto& row : rows) {
         const ReadBack read(pdfOf(sample.report, row.message, {}, english));
         for (const char* part : row.parts) EXPECT_TRUE(holds(read.text, part)) << part << read.text;
