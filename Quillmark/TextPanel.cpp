@@ -145,7 +145,13 @@ void TextPanel::goOn() {
         ++m_block;
         m_line = 0;
     }
-    if (m_block < m_blocks.size()) m_next.start(0);
+    if (!isComplete() && isVisible()) m_next.start(0);
+}
+
+// What is built while nobody sees it would all be laid out at once.
+void TextPanel::showEvent(QShowEvent* event) {
+    QScrollArea::showEvent(event);
+    if (!isComplete()) m_next.start(0);
 }
 
 bool TextPanel::hasMarked() const {

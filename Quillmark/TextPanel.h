@@ -21,10 +21,11 @@ public:
     explicit TextPanel(const Words& words, QWidget* parent = nullptr);
 
     /// Replaces what is shown, and scrolls to its beginning. Of much text the first of it is there at once,
-    /// the rest in later turns of the event loop. `intro` stands above it, in our own words.
+    /// the rest in later turns of the event loop, while it is seen. `intro` stands above it, in our own
+    /// words.
     void setContents(const QString& intro, const std::vector<TextBlock>& blocks);
     /// Whether nothing is left for later turns.
-    bool isComplete() const { return !m_next.isActive(); }
+    bool isComplete() const { return m_block == m_blocks.size(); }
     bool hasMarked() const;
     /// Puts the keyboard into the marked block behind or before the one that has it. Whether there is one.
     bool goToMarked(bool isForwards);
@@ -32,6 +33,7 @@ public:
 protected:
     void keyPressEvent(QKeyEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
 private:
     void rebuild();
