@@ -142,9 +142,9 @@ private:
         const auto* found = std::get_if<FoundMessage>(&input.found);
         if (!found) return std::nullopt;
         try {
-            return CheckInputs::Input{
-                FoundMessage{ByteBuffer(found->bytes.view()), found->place, found->mode, found->facts},
-                input.hasLinesBefore};
+            return CheckInputs::Input{FoundMessage{ByteBuffer(found->bytes.view()), found->place, found->mode,
+                                                   found->facts, found->apart},
+                                      input.hasLinesBefore};
         } catch (const std::bad_alloc&) {
             return std::nullopt;
         }

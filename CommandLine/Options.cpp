@@ -40,7 +40,8 @@ const std::vector<CommandTable::Section> sections = {
     {"WHAT IS READ",
      {"The bytes of a FILE tell what it is, never its name: one message (.eml); a mailbox (mbox or MMDF), of "
       "which each message is checked by itself; a message with its length in front and a property list "
-      "behind it; a message of a mail server's store (dbox); any of them as UTF-16, and from a pipe as well. "
+      "behind it; a message of a mail server's store (dbox); any of them as UTF-16; a file of Outlook's "
+      "(.msg), of which the header lines are checked; all of them from a pipe as well. "
       "Messages that are attached to a message are checked after it.",
       "Of a folder each file is read, in the order of their names, and each of the folders in it; hidden "
       "ones are passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are "

@@ -32,7 +32,10 @@ std::variant<Refusal, ProofReport> CheckWalk::checked(FoundMessage found) {
     if (auto* refusal = std::get_if<Refusal>(&taken)) return std::move(*refusal);
     auto& message = std::get<MailMessage>(taken);
     const bool goesInside = m_options.goesInside && found.place.attached.empty();
-    if (goesInside) m_outermost = found.place;
+    if (goesInside) {
+        m_outermost = found.place;
+        m_apart = found.apart;
+    }
     ProofReport report = m_verify(message, std::move(found));
     if (goesInside) m_attached.emplace(std::move(message));
     return report;
@@ -42,12 +45,15 @@ std::optional<Found> CheckWalk::nextAttached() {
     if (!m_attached) return std::nullopt;
     std::optional<Refusal> problem;
     try {
+        if (m_apart && m_nextApart < m_apart->attached.size())
+            return attachedApart(m_apart->attached[m_nextApart++], m_outermost);
         if (auto next = m_attached->next()) {
             MessagePlace place = m_outermost;
             place.attached = std::move(next->position);
             return FoundMessage{std::move(next->bytes), std::move(place)};
         }
-        if (m_attached->isAnyLeftOut()) problem = {Refusal::AttachedLeftOut{}};
+        if (m_attached->isAnyLeftOut() || (m_apart && m_apart->isAnyLeftOut))
+            problem = {Refusal::AttachedLeftOut{}};
     } catch (const std::exception& error) {
         problem = unreadable(error);
     }

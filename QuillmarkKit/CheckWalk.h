@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <variant>
 
@@ -45,6 +47,8 @@ private:
     std::optional<Found> m_next;
     MessagePlace m_outermost = {};
     std::optional<AttachedMessages> m_attached = {};
+    std::shared_ptr<const OutlookMessage> m_apart = {};  // of the outermost message
+    std::size_t m_nextApart = 0;
 };
 
 }  // namespace quillmark

@@ -795,6 +795,7 @@ void addIntake(Notes& notes, const IntakeFacts& facts) {
     if (facts.dropped)
         notes.push_back(
             {ReportNote::LinesBeforeDropped{facts.dropped->count, excerpt(facts.dropped->first)}});
+    if (facts.outlooksBody) notes.push_back({ReportNote::OutlookFile{*facts.outlooksBody}});
 }
 
 }  // namespace

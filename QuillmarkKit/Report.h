@@ -141,6 +141,11 @@ struct ReportNote {
         std::string first = {};  ///< of them
         bool operator==(const LinesBeforeDropped&) const = default;
     };
+    /// The message comes from a file of Outlook's, which shows a text that it made of what was signed.
+    struct OutlookFile {
+        bool hasBody = false;  ///< the message's own body is in it, too, and was checked
+        bool operator==(const OutlookFile&) const = default;
+    };
     /// Programs that read a field by other rules show an address of another organization.
     struct ReadOtherwise {
         std::string field = {};    ///< "From" or "Reply-To"
@@ -272,7 +277,7 @@ struct ReportNote {
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
                  SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
                  ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
-                 DateUnread, FromUnread, UnknownCase>
+                 DateUnread, FromUnread, OutlookFile, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -324,7 +329,8 @@ constexpr auto casesOf(const ReportNote*) {
                       "otherRecordAtKey",
                       "notToYou",
                       "dateUnread",
-                      "fromUnread"};
+                      "fromUnread",
+                      "outlookFile"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -382,6 +388,9 @@ constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
 constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
     using T = ReportNote::LinesBeforeDropped;
     return std::tuple{Field{"lines", &T::lines}, Field{"first", &T::first}};
+}
+constexpr auto fieldsOf(const ReportNote::OutlookFile*) {
+    return std::tuple{Field{"hasBody", &ReportNote::OutlookFile::hasBody}};
 }
 constexpr auto fieldsOf(const ReportNote::ReadOtherwise*) {
     using T = ReportNote::ReadOtherwise;

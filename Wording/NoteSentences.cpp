@@ -463,6 +463,19 @@ struct NoteSentence {
             "%n lines before the message were taken for a summary of it and left out. The first reads “%1”.",
             note.lines, {quoted(note.first)});
     }
+    std::string operator()(const ReportNote::OutlookFile& note) const {
+        if (note.hasBody) {
+            return reader.translate(
+                "This is a file of Outlook’s. What was checked is the message as it was received, which the "
+                "file keeps beside what Outlook makes of it: the text that Outlook shows is not proven. "
+                "Where a "
+                "signature is broken, that can be Outlook’s doing.");
+        }
+        return reader.translate(
+            "This is a file of Outlook’s. It keeps the header lines as they were received, but not the text "
+            "that was signed: the text and the attachments that Outlook shows are not proven. Where a "
+            "signature is broken, that can be Outlook’s doing.");
+    }
     std::string operator()(const ReportNote::ReadOtherwise& note) const {
         if (equalsIgnoringCase(note.field, "Reply-To")) {
             return reader.translate(
@@ -824,6 +837,7 @@ struct PlaceOf {
         return {NoteSection::message, verdict != Tone::good && !note.field, {}};
     }
     Place operator()(const Note::LinesBeforeDropped&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::OutlookFile&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::ReadOtherwise&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::NameShowsAddress&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::HeadlineNamesOther& note) const {

@@ -215,6 +215,8 @@ Unpacking unpacking(PackedForm form) {
             return {Unpacking::archive, "tar", "tar -xf FILE"};
         case PackedForm::dbox:
             return {Unpacking::store, "dbox", "doveadm backup -u USER maildir:FOLDER"};
+        case PackedForm::pst:
+            return {Unpacking::store, "pst", "pffexport -m all FILE"};
         case PackedForm::dbx:
         case PackedForm::olm:  // no program does
             break;

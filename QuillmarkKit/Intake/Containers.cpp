@@ -146,10 +146,6 @@ std::size_t fitting(const MailMessage& message) {
 
 }  // namespace
 
-bool isConverted(std::string_view head) {
-    return head.starts_with("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1") || head.starts_with("!BDN");
-}
-
 /// Whether a file that begins so begins with a block for a file in it, whose sum is right.
 static bool isTar(std::string_view head) {
     constexpr std::size_t sumAt = 148, sumSize = 8;
@@ -170,9 +166,16 @@ static bool isTar(std::string_view head) {
 std::optional<PackedForm> packedForm(std::string_view head) {
     using enum PackedForm;
     constexpr std::pair<std::string_view, PackedForm> forms[] = {
-        {"\x1F\x8B\x08", gzip},           {{"\xFD\x37zXZ\0", 6}, xz}, {"\x28\xB5\x2F\xFD", zstandard},
-        {"\x04\x22\x4D\x18", lz4},        {"PK\x03\x04", zip},        {"PK\x05\x06", zip},
-        {"7z\xBC\xAF\x27\x1C", sevenZip}, {"Rar!\x1A\x07", rar},      {"\xCF\xAD\x12\xFE", dbx},
+        {"\x1F\x8B\x08", gzip},
+        {{"\xFD\x37zXZ\0", 6}, xz},
+        {"\x28\xB5\x2F\xFD", zstandard},
+        {"\x04\x22\x4D\x18", lz4},
+        {"PK\x03\x04", zip},
+        {"PK\x05\x06", zip},
+        {"7z\xBC\xAF\x27\x1C", sevenZip},
+        {"Rar!\x1A\x07", rar},
+        {"\xCF\xAD\x12\xFE", dbx},
+        {"!BDN", pst},
     };
     for (const auto& [begin, form] : forms) {
         if (head.starts_with(begin)) return form;

@@ -14,10 +14,6 @@
 /// them. Functions of bytes: `MailboxReader` is what reads files.
 namespace quillmark {
 
-/// Whether a file that begins so is in a format that takes messages to pieces (a compound document, a store
-/// of personal folders), so that what was signed cannot be had from it.
-bool isConverted(std::string_view head);
-
 /// The form of a file that begins so and must be unpacked to be read. A store of which one message to a file
 /// can be read is none of these: see `storedMessage`.
 std::optional<PackedForm> packedForm(std::string_view head);

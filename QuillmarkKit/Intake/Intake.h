@@ -28,6 +28,7 @@ enum class PackedForm {
     tar,
     dbox,  ///< a mail server's store, with several messages in a file
     dbx,   ///< a mail program's store
+    pst,   ///< a mail program's store (.pst, .ost)
     olm,   ///< a mail program's archive: a zip file with each message taken to pieces
 };
 

@@ -334,6 +334,7 @@ struct MailboxReader::State {
     }
     void noteFound(const std::optional<Found>& found, std::int64_t passedOverBefore);
     std::optional<Found> nextIn(const std::stop_token& stop);
+    std::optional<Found> nextOfOutlook(ByteBuffer bytes, const std::stop_token& stop);
     std::optional<Found> nextInMailbox(const std::stop_token& stop);
     Found problem(Refusal refusal) const { return FoundProblem{std::move(refusal), place}; }
 };
@@ -454,8 +455,8 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     const std::size_t size = isRegular ? static_cast<std::size_t>(file->status().st_size) : longestHead;
     ByteBuffer bytes(std::min(size + 1, longestHead));
     if (auto refusal = file->readOn(bytes, longestHead, bytesRead, stop)) return problem(std::move(*refusal));
-    if (isConverted(bytes.view())) return problem({Refusal::Converted{}});
     if (const auto form = packedForm(bytes.view())) return unpack(*form, std::move(bytes));
+    if (beginsCompoundFile(bytes.view())) return nextOfOutlook(std::move(bytes), stop);
     const auto order = utf16Order(bytes.view());
     if (order) {
         file->decodeAs(*order, bytes);
@@ -493,6 +494,24 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     }
     if (bytes.size() > largestMessage) return problem({Refusal::TooLarge{}});
     return FoundMessage{std::move(bytes), place};
+}
+
+/// The message of a file of Outlook's; other programs have such files, too, which in an archive are passed
+/// over.
+std::optional<Found> MailboxReader::State::nextOfOutlook(ByteBuffer bytes, const std::stop_token& stop) {
+    const std::size_t limit = largestMessage + 1;
+    if (auto refusal = file->readOn(bytes, limit, bytesRead, stop)) return problem(std::move(*refusal));
+    if (bytes.size() == limit) return problem({Refusal::TooLarge{}});
+    auto message = outlookMessage(bytes.view());
+    if (!message && place.inside.empty()) return problem({Refusal::Converted{}});
+    if (!message) {
+        ++passedOver;
+        return std::nullopt;
+    }
+    FoundMessage found{.bytes = std::move(message->bytes), .place = place};
+    found.facts.outlooksBody = message->hasBody;
+    found.apart = std::make_shared<const OutlookMessage>(std::move(*message));
+    return found;
 }
 
 /// The next message of the mailbox that is read; nothing at its end, or at a stop.
@@ -588,7 +607,19 @@ std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& pat
     return bytes;
 }
 
+FoundMessage attachedApart(const OutlookMessage::Attached& attached, MessagePlace place) {
+    place.attached = attached.position;
+    FoundMessage found{.bytes = ByteBuffer(attached.bytes.view()), .place = std::move(place)};
+    if (attached.isOutlooks) found.facts.outlooksBody = attached.hasBody;
+    return found;
+}
+
 std::variant<FoundMessage, Refusal> attachedAt(std::vector<std::size_t> position, FoundMessage outer) {
+    if (outer.apart) {
+        for (const auto& each : outer.apart->attached) {
+            if (each.position == position) return attachedApart(each, std::move(outer.place));
+        }
+    }
     auto message = messageIn(std::move(outer.bytes), ParseMode::strict);
     if (auto* refusal = std::get_if<Refusal>(&message)) return std::move(*refusal);
     AttachedMessages attached(std::get<MailMessage>(std::move(message)));

@@ -11,6 +11,7 @@
 
 #include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Intake/OutlookMessage.h"
 #include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/ByteBuffer.h"
@@ -45,6 +46,8 @@ struct MessagePlace {
 struct IntakeFacts {
     std::optional<FromLines> fromLines = {};   ///< of an mbox: nothing when no line looks as if it was quoted
     std::optional<DroppedLines> dropped = {};  ///< of pasted text
+    /// Of a file of Outlook's: whether more than the header is the message's own.
+    std::optional<bool> outlooksBody = {};
     bool operator==(const IntakeFacts&) const = default;
 };
 
@@ -54,6 +57,8 @@ struct FoundMessage {
     MessagePlace place = {};
     ParseMode mode = ParseMode::strict;  ///< in which it is to be parsed
     IntakeFacts facts = {};
+    /// What is attached to it that its own bytes don't hold; nothing but for files of Outlook's.
+    std::shared_ptr<const OutlookMessage> apart = {};
 };
 
 /// What cannot be taken in, or could not all be.
@@ -68,8 +73,9 @@ const MessagePlace& placeOf(const Found& found);
 
 /// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
 /// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a
-/// message with a count in front of it or of a server's store, any of them as UTF-16, and any of these
-/// compressed or in an archive. Of a mailbox, whatever its size, about two messages are in memory.
+/// message with a count in front of it or of a server's store, any of them as UTF-16, a
+/// file of Outlook's, and any of these compressed or in an archive. Of a mailbox, whatever its size, about
+/// two messages are in memory.
 ///
 /// In an archive what is no message is passed over and counted; an archive in it is read, too, and one in
 /// that. What comes out of a file has bounds (`UnpackedSize`).
@@ -112,6 +118,9 @@ private:
     struct State;
     std::unique_ptr<State> m_state;
 };
+
+/// The same of what was attached to a message in a file of Outlook's.
+FoundMessage attachedApart(const OutlookMessage::Attached& attached, MessagePlace place);
 
 /// The message at `position` (see `MessagePlace::attached`) inside the one that was found; `Moved` when there
 /// is none.
