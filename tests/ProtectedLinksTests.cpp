@@ -34,6 +34,8 @@ TEST(ProtectedLinks, areWhatWasSent) {
         {"<a href=\"https://e.example/?url=https%3A%2F%2Fexample.org%2F&amp;data=1\" "
          "originalsrc=\"https://example.org/A?b&amp;c\" shash=\"x==\" id=\"y\">",
          "<a href=\"https://example.org/A?b&amp;c\" id=\"y\">"},
+        {"<a href=\"https://u.example/v3/__https://example.org/?b&amp;c__;!!k!t$\">",
+         "<a href=\"https://example.org/?b&amp;c\">"},
         // Links of no such service, and what would write more than a link.
         {"https://example.org/?a=b&c=d https://example.org/?url=https%3A%2F%2Fexample.org/ xhttp://a%3A/",
          "https://example.org/?a=b&c=d https://example.org/?url=https%3A%2F%2Fexample.org/ xhttp://a%3A/"},
