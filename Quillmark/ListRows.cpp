@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "QuillmarkKit/Support/Date.h"
+#include "Wording/Banner.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -119,8 +120,12 @@ ListRows listRows(std::span<const ListEntry> entries, const ListChoice& choice, 
         if (!passes(each, choice.filter, reader)) continue;
         if (each.isReport()) {
             const Tone tone = each.report->verdict.tone;
+            const bool isCaution = tone == Tone::caution || hasCautions(*each.report);
             ++listed.tones[static_cast<std::size_t>(tone)];
-            if (!choice.tones.empty() && !choice.tones.contains(tone)) continue;
+            if (isCaution && tone != Tone::caution) ++listed.tones[static_cast<std::size_t>(Tone::caution)];
+            const bool isWanted = choice.tones.empty() || choice.tones.contains(tone) ||
+                                  (isCaution && choice.tones.contains(Tone::caution));
+            if (!isWanted) continue;
         }
         const bool isSaved = each.kind == ListEntry::Kind::history;
         if (isSaved && !std::exchange(inHistory, true))

@@ -53,7 +53,9 @@ enum class ListOrder { ascending, descending };
 /// What a person wants to see of the entries.
 struct ListChoice {
     QString filter = {};  ///< keeps those whose subject, sender, domain or file name holds it, in any case
-    std::set<Tone> tones = {};  ///< keeps the reports of these, and the checks under way; empty: all
+    /// Keeps the reports of these, and the checks under way; empty: all. One with cautions is one of caution,
+    /// too.
+    std::set<Tone> tones = {};
     ListColumn column = checkedColumn;
     ListOrder order = ListOrder::descending;
     bool hasHeadings = true;  ///< where the entries stay in their order: by the last check, the latest first

@@ -162,6 +162,11 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
         set.paragraph(toneSymbol(Tone::caution) + u' ' + content.lead, 12, QFont::Bold, amber, 8);
     }
     for (const ReportLead& each : content.cautions) set.note({{}, each.text});
+    if (content.more > 0) {
+        set.note(
+            {{},
+             words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(content.more))});
+    }
     for (const ReportLine& each : content.remarks) set.note(each);
     set.paragraph(words("What to do: %1", content.whatToDo), 10.5, QFont::DemiBold, ink, 8);
     set.facts(frame.record);

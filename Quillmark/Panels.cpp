@@ -22,6 +22,12 @@ QColor borderColor(const QPalette& palette) {
 
 }  // namespace
 
+QFont scaled(QFont font, double factor, QFont::Weight weight) {
+    if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
+    font.setWeight(weight);
+    return font;
+}
+
 QIcon programIcon() {
     callForResources();
     return QIcon(QStringLiteral(":/quillmark.svg"));

@@ -12,6 +12,9 @@
 /// the font.
 namespace quillmark {
 
+/// The font so many times as large.
+QFont scaled(QFont font, double factor, QFont::Weight weight);
+
 /// The program's own picture.
 QIcon programIcon();
 

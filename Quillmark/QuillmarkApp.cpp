@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "Quillmark/HelpView.h"
+#include "Quillmark/KnownSenders.h"
 #include "Quillmark/MessageTextView.h"
 #include "Quillmark/PDFExport.h"
 #include "Quillmark/Panels.h"
@@ -162,7 +163,10 @@ void QuillmarkApp::refreshSelection() {
     if (report && (report != m_shown || checked.has_value() != m_hasMessage)) {
         std::optional<std::vector<PathStep>> path;
         if (checked) path = receivedPath(*checked);
-        m_window.showReport(reportContent(*report, path, {}, m_words));
+        ReportContent content = reportContent(*report, path, {}, m_words);
+        if (m_model.settings().keepHistory)
+            content.known = isolatedRuns(knownInWords(*report, m_model.history(), m_words.reader));
+        m_window.showReport(content);
     } else if (!report && selected()) {
         const AppModel::Row* row = m_model.row(*selected());
         m_window.showWithoutReport(

@@ -103,6 +103,7 @@ QString Composer::names(const std::vector<std::string>& list) const {
 }
 
 void Composer::addNotes(ReportSection& section, NoteSection which) const {
+    section.part = which;
     std::size_t undone = 0;
     for (const ReportNote& note : capped(m_report.notes)) {
         const bool isUndone = std::holds_alternative<ReportNote::Undone>(note.value);
@@ -111,7 +112,8 @@ void Composer::addNotes(ReportSection& section, NoteSection which) const {
         section.notes.push_back({tone(note),
                                  isolatedRuns(sentence(note, m_words.reader)),
                                  isUndone ? std::optional(place) : std::nullopt,
-                                 {}});
+                                 {},
+                                 static_cast<std::size_t>(&note - m_report.notes.data())});
     }
 }
 
@@ -138,7 +140,7 @@ ReportSection Composer::message() const {
 }
 
 ReportSection Composer::warningSigns() const {
-    ReportSection section{m_words("Warning signs"), {}, {}, {}, {}, {}};
+    ReportSection section{m_words("Warning signs"), {}, {}, {}, {}, {}, NoteSection::warningSigns};
     for (const LookAlikeFlag& flag : capped(m_report.flags)) {
         section.rows.push_back({Tone::caution,
                                 isolatedRuns(title(flag, m_words.reader)),
@@ -348,7 +350,7 @@ ReportSection Composer::limits() const {
     for (const Limit limit : m_report.limits) {
         ReportRow row;
         row.label = isolatedRuns(title(limit, m_words.reader));
-        row.details.push_back({m_words("Why"), isolatedRuns(sentence(limit, m_words.reader))});
+        row.sentence = isolatedRuns(sentence(limit, m_words.reader));
         section.rows.push_back(row);
     }
     return section;
@@ -367,18 +369,16 @@ ReportContent reportContent(const ProofReport& report, const std::optional<std::
     if (banner.decider) content.decider = lead(*banner.decider);
     content.lead = isolatedRuns(banner.lead);
     for (const BannerLine& each : banner.cautions) content.cautions.push_back(lead(each));
-    if (banner.more > 0) {
-        content.cautions.push_back(
-            {{},
-             words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(banner.more)),
-             NoteSection::warningSigns});
-    }
+    content.more = banner.more;
     for (const Remark& each : banner.remarks) content.remarks.push_back(remark(each));
     content.whatToDo = isolatedRuns(banner.whatToDo);
+    content.identity = banner.identity;
+    if (report.fileName) content.quiet << shown(placeName(*report.fileName, words.reader), caps.text);
+    content.quiet << words("checked %1", words.time(report.checkedAt));
     content.hasFailedLookup = hasFailedLookup(report);
     content.hasMessage = path.has_value();
-    content.sections.push_back(composer.message());
     if (!report.flags.empty()) content.sections.push_back(composer.warningSigns());
+    content.sections.push_back(composer.message());
     content.sections.push_back(composer.signatures());
     content.sections.push_back(composer.server());
     content.sections.push_back(composer.policy());

@@ -9,6 +9,7 @@
 #include "Quillmark/Words.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
+#include "Wording/DomainIdentity.h"
 #include "Wording/NoteSentences.h"
 
 /// What a report says, in the words and the order in which the window and the PDF show it. All text is inert
@@ -26,7 +27,8 @@ struct ReportLine {
     QString text;
     /// Of a signature that holds again: its place among those of the report.
     std::optional<std::size_t> undone = {};
-    std::vector<TextBlock> changes = {};  ///< that it shows, where there is room for them
+    std::vector<TextBlock> changes = {};   ///< that it shows, where there is room for them
+    std::optional<std::size_t> note = {};  ///< which of the report's notes it is
 };
 
 /// One finding.
@@ -43,9 +45,10 @@ struct ReportSection {
     QString heading;
     std::vector<ReportFact> facts;
     std::vector<ReportRow> rows;
-    std::vector<ReportRow> chain;   ///< steps that follow from each other, the first one first
-    std::vector<ReportLine> notes;  ///< what must be known besides
-    QStringList remarks;            ///< lines under them, such as "and 12 more"
+    std::vector<ReportRow> chain;          ///< steps that follow from each other, the first one first
+    std::vector<ReportLine> notes;         ///< what must be known besides
+    QStringList remarks;                   ///< lines under them, such as "and 12 more"
+    std::optional<NoteSection> part = {};  ///< to which lines of the banner may lead
 };
 
 /// How much is shown: bytes of one text, and entries of one list.
@@ -68,7 +71,11 @@ struct ReportContent {
     QString lead = {};                       ///< how many cautions there are; empty when there is none
     std::vector<ReportLead> cautions = {};   ///< what weighs most first
     std::vector<ReportLine> remarks = {};    ///< what is good to know with the headline
+    std::size_t more = 0;                    ///< cautions that aren't among them
     QString whatToDo = {};
+    std::optional<DomainIdentity> identity = {};  ///< of whom something was proven
+    QString known = {};                           ///< what the history has of this domain; perhaps empty
+    QStringList quiet = {};  ///< where the message is from, when it was checked and with whose answers
     std::vector<ReportSection> sections = {};
     bool hasFailedLookup = false;  ///< checking again may find out more
     bool hasMessage = false;       ///< it is at hand

@@ -242,7 +242,7 @@ QString ReportList::caution(const ProofReport& report) const {
     if (!report.flags.empty()) {
         text = m_words.translateCount("%n warning sign", "%n warning signs",
                                       static_cast<std::int64_t>(report.flags.size()));
-    } else if (report.verdict.tone == Tone::good && hasCautions(report)) {
+    } else if (report.verdict.tone != Tone::caution && hasCautions(report)) {
         text = m_words("with a caution");
     }
     return m_cautions[report.id] = text;

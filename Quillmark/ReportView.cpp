@@ -10,6 +10,7 @@
 #include <QToolButton>
 #include <algorithm>
 
+#include "Quillmark/BannerView.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 
@@ -20,12 +21,6 @@ namespace {
 constexpr std::size_t firstAtOnce = 48, builtAtOnce = 8;  // findings and the like
 constexpr int widestName = 24;                            // characters
 constexpr int widestReport = 120;                         // characters: longer lines are hard to read
-
-QFont scaled(QFont font, double factor, QFont::Weight weight) {
-    if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
-    font.setWeight(weight);
-    return font;
-}
 
 QLabel* heading(const QString& text) {
     auto* label = new QLabel(text);
@@ -111,7 +106,7 @@ void ReportView::goOn() {
 
 void ReportView::offerRecheck(bool isPossible) {
     m_offersRecheck = isPossible;
-    if (m_recheck) m_recheck->setVisible(isPossible && m_content.hasFailedLookup);
+    if (m_banner) m_banner->offerRecheck(isPossible);
 }
 
 void ReportView::changeEvent(QEvent* event) {
@@ -124,6 +119,7 @@ void ReportView::rebuild() {
     m_isBuilding = true;
     m_unbuilt.clear();
     m_disclosures.clear();
+    m_places.clear();
     m_unfolding = std::nullopt;
     auto* page = new QWidget;
     auto* across = new QHBoxLayout(page);
@@ -135,7 +131,11 @@ void ReportView::rebuild() {
     auto* layout = new QVBoxLayout(column);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(fontMetrics().height() / 2);
-    layout->addWidget(banner());
+    m_banner = new BannerView(m_content, m_words);
+    connect(m_banner, &BannerView::recheckWanted, this, &ReportView::recheckWanted);
+    connect(m_banner, &BannerView::placeWanted, this, &ReportView::goTo);
+    offerRecheck(m_offersRecheck);
+    layout->addWidget(m_banner);
     for (const ReportSection& each : m_content.sections) plan(each, layout);
     layout->addStretch(1);
     for (std::size_t i = 0; i < firstAtOnce / builtAtOnce; ++i) goOn();
@@ -144,34 +144,22 @@ void ReportView::rebuild() {
     emit contentChanged();
 }
 
-QWidget* ReportView::banner() {
-    auto* panel = new Card(m_content.tone);
-    panel->setObjectName(QStringLiteral("banner"));
-    panel->setAccessibleName(toneWord(m_content.tone, m_words) + QStringLiteral(": ") + m_content.headline +
-                             QStringLiteral(". ") + m_content.explanation);
-    auto* layout = new QHBoxLayout(panel);
-    const int margin = fontMetrics().height();
-    layout->setContentsMargins(margin, margin, margin, margin);
-    layout->setSpacing(margin);
-    layout->addWidget(new ToneBadge(m_content.tone, 2.5, m_words), 0, Qt::AlignTop);
-    auto* texts = new QVBoxLayout;
-    layout->addLayout(texts, 1);
-    auto* headline = new PlainText(m_content.headline);
-    headline->setObjectName(QStringLiteral("headline"));
-    headline->setFont(scaled(font(), 1.45, QFont::Bold));
-    headline->setColor(toneColor(m_content.tone, toneGround(m_content.tone, palette()), palette()));
-    texts->addWidget(headline);
-    texts->addWidget(new PlainText(m_content.explanation));
-    if (m_content.decider) texts->addLayout(note({m_content.decider->tone, m_content.decider->text}));
-    if (!m_content.lead.isEmpty()) texts->addLayout(note({Tone::caution, m_content.lead}));
-    for (const ReportLead& each : m_content.cautions) texts->addLayout(note({each.tone, each.text}));
-    for (const ReportLine& each : m_content.remarks) texts->addLayout(note(each));
-    texts->addWidget(new PlainText(m_words("What to do: %1", m_content.whatToDo)));
-    m_recheck = new QPushButton(m_words("Re-check"));
-    connect(m_recheck, &QPushButton::clicked, this, &ReportView::recheckWanted);
-    texts->addWidget(m_recheck, 0, Qt::AlignLeft);
-    offerRecheck(m_offersRecheck);
-    return panel;
+void ReportView::goTo(const ReportLead& lead) {
+    while (!m_unbuilt.empty()) goOn();
+    if (!lead.section) return;
+    auto found = m_places.find({*lead.section, lead.note, lead.row});
+    if (found == m_places.end()) found = m_places.find({*lead.section, {}, {}});
+    if (found == m_places.end()) return;
+    QWidget* place = found->second;
+    if (!dynamic_cast<Card*>(place)) {  // a part as a whole: what it begins with
+        const auto inside = place->findChildren<QWidget*>();
+        const auto first =
+            std::ranges::find_if(inside, [](QWidget* each) { return dynamic_cast<Card*>(each); });
+        if (first != inside.end()) place = *first;
+    }
+    place->setFocus(Qt::OtherFocusReason);
+    // What was only just built has no place yet.
+    QTimer::singleShot(0, place, [this, place] { ensureWidgetVisible(place, 0, fontMetrics().height()); });
 }
 
 void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
@@ -183,19 +171,36 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     chain->setSpacing(0);
     for (QVBoxLayout* each : {rows, chain, end}) layout->addLayout(each);
     page->addWidget(box);
+    if (section.part) m_places[{*section.part, {}, {}}] = box;
     m_unbuilt.push_back([=, &section] {
         box->show();
         rows->addWidget(heading(section.heading));
         if (!section.facts.empty()) rows->addWidget(factPanel(section));
     });
-    for (const ReportRow& each : section.rows)
-        m_unbuilt.push_back([=, this, &each] { rows->addWidget(row(each)); });
+    for (const ReportRow& each : section.rows) {
+        m_unbuilt.push_back([=, this, &each, &section] {
+            QWidget* made = row(each);
+            rows->addWidget(made);
+            const auto place = static_cast<std::size_t>(&each - section.rows.data());
+            if (section.part) m_places[{*section.part, {}, place}] = made;
+        });
+    }
     for (const ReportRow& each : section.chain) {
         const bool isFirst = &each == &section.chain.front(), isLast = &each == &section.chain.back();
         m_unbuilt.push_back([=, this, &each] { chain->addLayout(step(each, isFirst, isLast)); });
     }
     m_unbuilt.push_back([=, this, &section] {
-        for (const ReportLine& each : section.notes) end->addLayout(note(each));
+        for (const ReportLine& each : section.notes) {
+            if (each.tone && each.note && section.part) {
+                auto* card = new Card;
+                card->setAccessibleName(toneWord(*each.tone, m_words) + QStringLiteral(": ") + each.text);
+                card->setLayout(note(each));
+                end->addWidget(card);
+                m_places[{*section.part, each.note, {}}] = card;
+            } else {
+                end->addLayout(note(each));
+            }
+        }
         for (const QString& remark : section.remarks) end->addWidget(new PlainText(remark));
     });
 }
@@ -211,16 +216,9 @@ QLayout* ReportView::step(const ReportRow& content, bool isFirst, bool isLast) {
 }
 
 QLayout* ReportView::note(const ReportLine& note) {
+    if (!note.undone) return noteLine(note, m_words);
     auto* line = new QHBoxLayout;
-    if (note.tone) {
-        line->addWidget(new ToneBadge(*note.tone, 1.1, m_words), 0, Qt::AlignTop);
-    } else {
-        line->addWidget(new QLabel(QStringLiteral("•")), 0, Qt::AlignTop);
-    }
-    if (!note.undone) {
-        line->addWidget(new PlainText(note.text), 1);
-        return line;
-    }
+    line->addWidget(new ToneBadge(note.tone.value_or(Tone::unknown), 1.1, m_words), 0, Qt::AlignTop);
     auto* texts = new QVBoxLayout;
     texts->addWidget(new PlainText(note.text));
     texts->addLayout(comparison(*note.undone));

@@ -5,17 +5,20 @@
 #include <QTimer>
 #include <deque>
 #include <functional>
+#include <map>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 #include "Quillmark/ReportContent.h"
 
 class QBoxLayout;
 class QLayout;
-class QPushButton;
 class QToolButton;
 
 namespace quillmark {
+
+class BannerView;
 
 /// One report on the screen: the verdict's banner, then a section for each kind of evidence, the details of
 /// each finding one click deeper. Shows nothing until it is given a report.
@@ -47,7 +50,8 @@ protected:
 private:
     void rebuild();
     void goOn();
-    QWidget* banner();
+    /// Shows what a line of the banner speaks of, and puts the keyboard there.
+    void goTo(const ReportLead& lead);
     /// What adds a section to a layout, piece by piece.
     void plan(const ReportSection& section, QBoxLayout* page);
     QLayout* step(const ReportRow& row, bool isFirst, bool isLast);
@@ -62,7 +66,10 @@ private:
     std::size_t m_unfolded = 0;            // of them, while all are unfolded or folded
     std::optional<bool> m_unfolding = {};  // which of the two
     QTimer m_next;
-    QPushButton* m_recheck = nullptr;
+    BannerView* m_banner = nullptr;
+    /// Parts of the report, with a note or a row of theirs.
+    std::map<std::tuple<NoteSection, std::optional<std::size_t>, std::optional<std::size_t>>, QWidget*>
+        m_places;
     bool m_offersRecheck = false;
     bool m_isBuilding = false;
 };

@@ -78,14 +78,29 @@ QColor fadedText(const QPalette& palette) {
                             mixed(text.blueF(), ground.blueF()));
 }
 
+namespace {
+
+QColor mixed(const QColor& ground, const QColor& color, float part) {
+    const auto one = [part](float a, float b) { return a * (1 - part) + b * part; };
+    return QColor::fromRgbF(one(ground.redF(), color.redF()), one(ground.greenF(), color.greenF()),
+                            one(ground.blueF(), color.blueF()));
+}
+
+bool isLight(const QColor& ground) { return luminance(ground) > 0.18; }
+
+}  // namespace
+
 QColor toneGround(Tone tone, const QPalette& palette) {
     const QColor ground = palette.color(QPalette::Base);
     const Colors colors = colorsOf(tone);
-    const QColor& color = luminance(ground) > 0.18 ? colors.onLight : colors.onDark;
-    constexpr double part = 0.10;
-    const auto mixed = [](float a, float b) { return static_cast<float>(a * (1 - part) + b * part); };
-    return QColor::fromRgbF(mixed(ground.redF(), color.redF()), mixed(ground.greenF(), color.greenF()),
-                            mixed(ground.blueF(), color.blueF()));
+    return mixed(ground, isLight(ground) ? colors.onLight : colors.onDark, 0.10F);
+}
+
+QColor bandGround(Tone tone, const QPalette& palette) {
+    const QColor ground = palette.color(QPalette::Base);
+    if (!isLight(ground)) return mixed(ground, colorsOf(tone).onDark, 0.16F);
+    const QColor bright = tone == Tone::caution ? QColor(0xff, 0xb8, 0x30) : colorsOf(tone).onLight;
+    return mixed(ground, bright, tone == Tone::caution ? 0.22F : 0.12F);
 }
 
 }  // namespace quillmark

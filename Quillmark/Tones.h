@@ -25,5 +25,7 @@ QColor toneColor(Tone tone, const QColor& ground, const QPalette& palette);
 QColor fadedText(const QPalette& palette);
 /// The palette's ground with a little of the tone in it, for a banner or a chip.
 QColor toneGround(Tone tone, const QPalette& palette);
+/// The same, stronger, for a stripe that has to be as loud as a headline.
+QColor bandGround(Tone tone, const QPalette& palette);
 
 }  // namespace quillmark

@@ -470,7 +470,7 @@ Banner bannerOf(const ProofReport& report, const Reader& reader) {
     return banner;
 }
 
-bool hasCautions(const ProofReport& report) { return !cautionsOf(report).empty(); }
+bool hasCautions(const ProofReport& report) { return !report.flags.empty() || !cautionsOf(report).empty(); }
 
 std::string toneWord(Tone tone, const Reader& reader) {
     switch (tone) {

@@ -223,6 +223,22 @@ TEST(ReportView, markupIsTextAndCopiesAreClean) {
     EXPECT_FALSE(QApplication::clipboard()->mimeData()->hasHtml());
 }
 
+TEST(BannerView, eachLineLeadsToItsCard) {
+    ProofReport report;
+    report.flags.assign(1, {LookAlikeFlag::ReplyToDiffers{"a@b.example", "c@d.example"}});
+    report.notes = {{ReportNote::SigningDomainNoHost{"x"}}};
+    ReportView view(english);
+    view.setContent(reportContent(report, std::nullopt, {}, english));
+    view.show();
+    for (const char* name :
+         {"Replies go somewhere else: to a@b.example", "The signing domain, “x”, isn’t a valid host name"}) {
+        QTest::keyClick(test::button(view, name), Qt::Key_Return);
+        ASSERT_TRUE(view.focusWidget());
+        const QString place = view.focusWidget()->accessibleName();
+        EXPECT_TRUE(place.startsWith("Caution")) << place.toStdString();
+    }
+}
+
 TEST(PlainText, breaksInsideAWordThatIsTooLong) {
     PlainText text(QString(500, 'a') + ".evil.example");
     EXPECT_GT(text.heightForWidth(200), 10 * text.fontMetrics().height());

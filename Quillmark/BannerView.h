@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QAbstractButton>
+
+#include "Quillmark/Panels.h"
+#include "Quillmark/PlainText.h"
+#include "Quillmark/ReportContent.h"
+
+class QBoxLayout;
+class QLayout;
+
+namespace quillmark {
+
+/// A sentence with the symbol of its tone.
+QLayout* noteLine(const ReportLine& note, const Words& words);
+
+/// A line that is a button as a whole: what it says leads somewhere. Its text is wrapped, never read as
+/// markup or for mnemonics; Return and Space press it.
+class LeadLine : public QAbstractButton {
+public:
+    /// `go`: a word at its end that says what pressing it does.
+    LeadLine(const QString& text, const QString& go, QWidget* parent = nullptr);
+
+    QSize sizeHint() const override;
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    int goWidth() const;
+
+    QString m_text, m_go;
+};
+
+/// A domain in large letters, its registrable part bold and what stands before it dim. It shrinks before it
+/// takes a second line.
+class DomainText : public PlainText {
+public:
+    DomainText(const DomainIdentity& identity, double scale, QWidget* parent = nullptr);
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void fit();
+    void format(double points);
+
+    qsizetype m_before;
+    double m_points;
+};
+
+/// What a reader must see first of a report, as one box: read out as a whole by its accessible name.
+class BannerView : public Card {
+    Q_OBJECT
+public:
+    BannerView(const ReportContent& content, const Words& words, QWidget* parent = nullptr);
+
+    /// Whether the report can be made again; then one whose lookups failed says so.
+    void offerRecheck(bool isPossible);
+
+signals:
+    void recheckWanted();
+    /// What a line speaks of is to be shown.
+    void placeWanted(const quillmark::ReportLead& lead);
+
+private:
+    QWidget* head();
+    QWidget* decider();
+    QWidget* cautions();
+    QWidget* foot();
+    void addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold = false);
+    QString spoken() const;
+
+    const ReportContent m_content;
+    Words m_words;
+    QPushButton* m_recheck = nullptr;
+};
+
+}  // namespace quillmark

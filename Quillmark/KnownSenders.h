@@ -1,0 +1,18 @@
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "Quillmark/Session.h"
+#include "Wording/Reader.h"
+
+/// What the history has of a sender.
+namespace quillmark {
+
+/// How many other messages were proven to be from the organization that a report is of, and since when, in a
+/// line; empty where there is nothing to say. Only messages count that are signed and whole, each once, so
+/// that forged ones can't make a sender look known.
+std::string knownInWords(const ProofReport& report,
+                         std::span<const std::shared_ptr<const ProofReport>> history, const Reader& reader);
+
+}  // namespace quillmark
