@@ -227,6 +227,7 @@ ReportSection Composer::server() const {
 ReportSection Composer::policy() const {
     const DMARCFinding& dmarc = m_report.dmarc;
     ReportRow finding = row(dmarc);
+    finding.sentence = isolatedRuns(policySentence(m_report, m_words.reader));
     Facts& facts = finding.details;
     const auto mode = [this](AlignmentMode counted) {
         return counted == AlignmentMode::strict ? m_words("the same domain")

@@ -134,7 +134,7 @@ std::vector<std::string> valuesToRead(const MailMessage& message, std::string_vi
     const std::string_view line = message.separatorLine();
     const auto colon = line.find(':');
     if (colon != std::string_view::npos && equalsIgnoringCase(trimmedBlanks(line.substr(0, colon)), field))
-        values.push_back(decodedText(trimmedBlanks(line.substr(colon + 1))));
+        values.push_back(HeaderField{line, field}.value());
     return values;
 }
 
@@ -283,7 +283,7 @@ std::optional<ReportNote::ContentNotSigned::Why> contentFault(const MailMessage&
     const std::string type = plainValue("Content-Type"), encoding = plainValue("Content-Transfer-Encoding");
     const std::string_view body = message.body().value_or("");
     std::optional<ContentFault> fault;
-    if (equalsIgnoringCase(field.name, "Content-Type")) fault = typeFault(type, encoding, body);
+    if (equalsIgnoringCase(field.name, "Content-Type")) fault = typeFault(value, encoding, body);
     if (equalsIgnoringCase(field.name, "Content-Transfer-Encoding"))
         fault = encodingFault(type, encoding, body);
     if (!fault || body.empty()) return std::nullopt;
@@ -292,6 +292,8 @@ std::optional<ReportNote::ContentNotSigned::Why> contentFault(const MailMessage&
             return Why::noParts;
         case ContentFault::textAboveParts:
             return Why::textAboveParts;
+        case ContentFault::textBelowParts:
+            return Why::textBelowParts;
         case ContentFault::otherType:
             return Why::otherType;
         case ContentFault::otherEncoding:
@@ -382,8 +384,9 @@ void addKeyRecords(Notes& notes, const ProofReport& report, const CheckFacts& fa
 void addActsUnsigned(Notes& notes, const MailMessage& message, const ProofReport& report) {
     if (report.verdict.tone != Tone::good) return;
     ReportNote::ActsUnsigned note;
-    for (const std::string_view name : {"List-Unsubscribe", "List-Unsubscribe-Post", "Mail-Reply-To",
-                                        "Mail-Followup-To", "Disposition-Notification-To", "Resent-From"}) {
+    for (const std::string_view name :
+         {"List-Unsubscribe", "List-Unsubscribe-Post", "Mail-Reply-To", "Mail-Followup-To",
+          "Disposition-Notification-To", "Return-Receipt-To", "X-Confirm-Reading-To", "Resent-From"}) {
         const std::size_t count = message.positions(name).size();
         const bool isCovered = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
             const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
@@ -420,28 +423,34 @@ void addWorthlessKey(Notes& notes, const ProofReport& report, const PublicSuffix
 // Where the lines of servers stand
 
 /// The Received fields of the reader's own provider, as far as the message tells: from the topmost down to
-/// the border, which took the message from a public address. A sender's own lines stand below that one.
+/// the border, which took the message from a public address. A sender's own lines stand below that one. Large
+/// providers have public addresses of IPv6 inside, too: a field isn't the border when such a client gives
+/// itself a name of the organization that wrote the field, unless no field below is.
 struct Border {
     std::span<const std::uint32_t> received = {};  ///< all positions
     std::vector<std::string> hosts = {};           ///< who wrote the fields down to the border
     std::optional<IPAddress> client = {};          ///< where the border took the message from
     std::size_t index = 0;                         ///< of the border in `received`
 
-    explicit Border(const MailMessage& message) : received(message.positions("Received")) {
-        std::size_t hostsOfTop = 0;
+    Border(const MailMessage& message, const PublicSuffixList& suffixes)
+        : received(message.positions("Received")) {
+        std::size_t hostsOfTop = 0;  // or down to the last that is known to be the provider's
         for (std::size_t i = 0; i < received.size(); ++i) {
             const std::string value = message.headers()[received[i]].value();
-            ReceivedHop hop = ReceivedHop::parse(value);
+            const ReceivedHop hop = ReceivedHop::parse(value);
             const auto address = seenClient(value);  // not the one that a sender gives itself
-            if (hop.by && hop.by->size() <= longestHost) hosts.push_back(std::move(*hop.by));
-            if (i == 0) {
+            const bool isPublic = address && address->isPublic();
+            if (hop.by && hop.by->size() <= longestHost) hosts.push_back(*hop.by);
+            if (i == 0 || isPublic) {
                 client = address;
+                index = i;
                 hostsOfTop = hosts.size();
             }
-            if (!address || !address->isPublic()) continue;
-            client = address;
-            index = i;
-            return;
+            if (!isPublic) continue;
+            const bool isInside = !address->isIPv4() && hop.by && hop.fromName &&
+                                  hop.by->size() <= longestHost && hop.fromName->size() <= longestHost &&
+                                  suffixes.sameOrganization(*hop.fromName, *hop.by);
+            if (!isInside) return;
         }
         // Without a public address nothing but the topmost field is known to be the provider's.
         hosts.resize(hostsOfTop);
@@ -807,7 +816,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addSender(notes, message, report.summary.from);
     const DKIMResult* signature = decisiveSignature(report);
     if (signature) addUnsignedFields(notes, message, *signature);
-    const Border border(message);
+    const Border border(message, suffixes);
     addLinesOfSender(notes, message, report, border, suffixes);
     if (signature) {
         addSigner(notes, message, *signature, report.checkedAt, suffixes);

@@ -135,7 +135,7 @@ struct ReportNote {
     };
     /// How the message was kept or copied changed its bytes.
     using Damage = quillmark::Damage;
-    /// Of a text that was pasted, lines before the message were taken for a summary of it, and dropped.
+    /// Of a text that was pasted, lines before the message were dropped: a summary of it, or no header lines.
     struct LinesBeforeDropped {
         std::int64_t lines = 0;  ///< those that are not empty; at least 1
         std::string first = {};  ///< of them
@@ -230,7 +230,7 @@ struct ReportNote {
     };
     /// A field that tells programs how to show the text isn't signed, and the text isn't as it says.
     struct ContentNotSigned {
-        enum class Why { repeated, noParts, textAboveParts, otherType, otherEncoding };
+        enum class Why { repeated, noParts, textAboveParts, textBelowParts, otherType, otherEncoding };
         std::string field = {};  ///< "Content-Type", "Content-Transfer-Encoding", …
         std::string value = {};  ///< of the topmost
         Why why = Why::repeated;
@@ -292,8 +292,9 @@ constexpr auto namesOf(ReportNote::AnswerValidated::Kind) {
                                                            {"key", "policy", "senderPolicy", "forwarderKey"}};
 }
 constexpr auto namesOf(ReportNote::ContentNotSigned::Why) {
-    return EnumTable<ReportNote::ContentNotSigned::Why, 5>{
-        EnumStyle::word, {"repeated", "noParts", "textAboveParts", "otherType", "otherEncoding"}};
+    return EnumTable<ReportNote::ContentNotSigned::Why, 6>{
+        EnumStyle::word,
+        {"repeated", "noParts", "textAboveParts", "textBelowParts", "otherType", "otherEncoding"}};
 }
 constexpr auto casesOf(const ReportNote*) {
     return std::array{"headerEndsEarly",

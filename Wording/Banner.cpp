@@ -283,10 +283,14 @@ std::vector<Remark> remarksOf(const ProofReport& report, const Reader& reader) {
         }
     }
     std::size_t damages = 0;
+    const auto* undone = undoneOf(report);
     for (const ReportNote& note : report.notes) {
         if (tone(note) == Tone::caution || !standsBesideHeadline(note, report.verdict.tone)) continue;
-        if (std::holds_alternative<Damage>(note.value) && ++damages > mostDamages) continue;
-        Remark remark{tone(note), sentence(note, reader)};
+        const auto* damage = std::get_if<Damage>(&note.value);
+        if (damage && ++damages > mostDamages) continue;
+        // Where it is known what was signed, damage is a cause, and nobody needs another copy to learn more.
+        const bool isCause = damage && undone && undone->fromIsOfDomain;
+        Remark remark{tone(note), isCause ? damageInWords(*damage, reader) : sentence(note, reader)};
         if (std::ranges::find(remarks, remark) == remarks.end()) remarks.push_back(std::move(remark));
     }
     if (auto failed = failedLookups(report, reader)) remarks.push_back(std::move(*failed));
@@ -397,8 +401,8 @@ std::string afterBreaking(const ProofReport& report, const Reader& reader) {
     if (isDamaged(report)) return checkTheFile(reader);
     if (!report.verdict.arcVouchers.empty()) {
         return reader.translate(
-            "Rely on it only as far as you trust the forwarders. If it matters, ask the sender in another "
-            "way.");
+            "Unless you know and trust the forwarders, don’t rely on what it says. If it matters, ask the "
+            "sender in another way.");
     }
     return reader.translate("Don’t rely on what it says. If it matters, ask the sender in another way.");
 }

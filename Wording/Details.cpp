@@ -19,6 +19,9 @@ constexpr std::string_view patterns[] = {
     toTranslate("i= is outside d="),
     toTranslate("more than 16 MB of header fields are signed"),
     toTranslate("l=%1 is longer than the body"),
+    toTranslate("v=%1"),
+    toTranslate("c=%1"),
+    toTranslate("l=%1"),
     toTranslate("the key requires i= to be exactly d= (t=s)"),
     toTranslate("%1: no key"),
     toTranslate("p= is not base64"),
@@ -105,7 +108,7 @@ std::optional<Captures> captures(std::string_view text, std::string_view pattern
 
 std::string detailText(std::string_view detail, const Reader& reader) {
     constexpr std::size_t longest = 1000;  // beyond that nothing is of ours
-    if (detail.size() > longest) return quoted(detail);
+    if (detail.size() > longest) return quotedWord(detail);
     if (auto text = translated(detail, reader)) return *text;
     // What each of several services said: "dns.example: timed out; other.example: no connection".
     std::string text;

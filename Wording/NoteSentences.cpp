@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <variant>
 
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Findings.h"
 #include "Wording/Quoted.h"
@@ -204,7 +205,8 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     return text + ' ' + reader.translate("Anyone could have made these changes. Treat them as unsigned.");
 }
 
-/// What the bytes show, or what a field says: never that the message was genuine before.
+}  // namespace
+
 std::string damageInWords(const Damage& note, const Reader& reader) {
     const std::string field = quotedWord(note.field.value_or(""));
     switch (note.kind) {
@@ -288,6 +290,8 @@ std::string damageInWords(const Damage& note, const Reader& reader) {
         "“>From ” already; it doesn’t tell which. According to a signature, the text was signed with some of "
         "them unchanged, and so it was checked.");
 }
+
+namespace {
 
 /// One overload for each note.
 struct NoteSentence {
@@ -458,10 +462,9 @@ struct NoteSentence {
                    "and check that.");
     }
     std::string operator()(const ReportNote::LinesBeforeDropped& note) const {
-        return reader.translateCount(
-            "%n line before the message was taken for a summary of it and left out. It reads “%1”.",
-            "%n lines before the message were taken for a summary of it and left out. The first reads “%1”.",
-            note.lines, {quoted(note.first)});
+        return reader.translateCount("%n line before the message was left out. It reads “%1”.",
+                                     "%n lines before the message were left out. The first reads “%1”.",
+                                     note.lines, {quoted(note.first)});
     }
     std::string operator()(const ReportNote::OutlookFile& note) const {
         if (note.hasBody) {
@@ -599,6 +602,12 @@ struct NoteSentence {
             case Why::textAboveParts:
                 return reader.translate(
                     "The %1 line isn’t signed, and says that the text has parts, before which other text "
+                    "stands that programs don’t show: “%2”. So they may show another text than the one that "
+                    "was sent.",
+                    {field, value});
+            case Why::textBelowParts:
+                return reader.translate(
+                    "The %1 line isn’t signed, and says that the text has parts, behind which other text "
                     "stands that programs don’t show: “%2”. So they may show another text than the one that "
                     "was sent.",
                     {field, value});
@@ -916,6 +925,23 @@ const ReportNote::Undone* undoneOf(const ProofReport& report) {
             return undone;
     }
     return nullptr;
+}
+
+std::string policySentence(const ProofReport& report, const Reader& reader) {
+    const DMARCFinding& finding = report.dmarc;
+    const bool isAnyProven = std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* lines = std::get_if<ReportNote::SignedLinesHold>(&note.value);
+        const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+        return (lines && lines->speaksForFrom) ||
+               (undone && undone->of == SignatureKind::dkim &&
+                PublicSuffixList::shared().sameOrganization(undone->domain, finding.fromDomain));
+    });
+    if (finding.status != DMARCFinding::Status::fail || !isAnyProven) return sentence(finding, reader);
+    return reader.translate(
+        "By the policy of %1, the domain in From, nothing counts here: a signature counts only when the "
+        "whole "
+        "message fits it.",
+        {quotedDomain(finding.fromDomain)});
 }
 
 bool otherKeyFits(const ProofReport& report, std::string_view domain) {

@@ -21,6 +21,9 @@ std::vector<std::string> details(const ReportNote& note, const Reader& reader);
 /// sentence.
 std::string shortSentence(const ReportNote& note, const Reader& reader);
 
+/// What the bytes show, or what a field says: never that the message was genuine before.
+std::string damageInWords(const Damage& damage, const Reader& reader);
+
 /// The parts of a report.
 enum class NoteSection {
     message,
@@ -49,6 +52,10 @@ std::string signatureSentence(const ProofReport& report, const DKIMResult& signa
 
 /// What is known of what the verdict's domain signed, though the message is another one by now; else null.
 const ReportNote::Undone* undoneOf(const ProofReport& report);
+
+/// What came of the policy of the domain in From. A signature by it that fits a part of the message, or the
+/// message as it was, is proven, and counts for nothing there.
+std::string policySentence(const ProofReport& report, const Reader& reader);
 
 /// Whether a signature by this domain fits another key than the one that counts.
 bool otherKeyFits(const ProofReport& report, std::string_view domain);

@@ -203,10 +203,10 @@ std::optional<std::string> lookupFailure(const ARCFinding& finding) {
 }
 
 template <typename Finding>
-void addFinding(Lines& lines, std::string_view heading, const Finding& finding, std::string& cause,
-                const Reader& reader) {
+void addFinding(Lines& lines, std::string_view heading, const Finding& finding, const std::string& said,
+                std::string& cause, const Reader& reader) {
     lines.section(heading);
-    lines.add(Remark{tone(finding), sentence(finding, reader)});
+    lines.add(Remark{tone(finding), said});
     if (const auto failure = lookupFailure(finding)) addFailure(lines, cause, *failure, reader);
     for (const Remark& remark : remarks(finding, reader)) lines.note(remark);
 }
@@ -225,11 +225,14 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, cause, reader);
-    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, cause, reader);
+    addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, sentence(report.spf, reader), cause,
+               reader);
     addNotes(lines, report, NoteSection::sendingServer, reader);
-    addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, cause, reader);
+    addFinding(lines, toTranslate("Domain policy (DMARC)"), report.dmarc, policySentence(report, reader),
+               cause, reader);
     addNotes(lines, report, NoteSection::policy, reader);
-    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, cause, reader);
+    addFinding(lines, toTranslate("Forwarding chain (ARC)"), report.arc, sentence(report.arc, reader), cause,
+               reader);
     addNotes(lines, report, NoteSection::chain, reader);
     lines.section(toTranslate("Your mail server said"));
     bool isFirst = true;

@@ -102,9 +102,10 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 if (!verdict.arcVouchers.empty()) {
                     return reader.translate(
                         "This isn’t the text that %1 signed: it was changed since, or put under lines "
-                        "that %1 signed. Forwarders whose marks are intact say how it reached them: %2. That "
-                        "is worth as much as you trust them. Mailing lists often change messages in this "
-                        "way.",
+                        "that %1 signed. Mailing lists often change messages in this way. Forwarders left "
+                        "marks that are intact, as anyone can: %2. Unless you know and trust them, don’t "
+                        "rely "
+                        "on what it says; if it matters, ask the sender in another way.",
                         {domain, quotedList(verdict.arcVouchers)});
                 }
                 return reader.translate(
@@ -115,8 +116,9 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
             if (!verdict.arcVouchers.empty()) {
                 return reader.translate(
                     "This isn’t the message that %1 signed: something was changed since, or %1 never "
-                    "signed it. Forwarders whose marks are intact say how it reached them: %2. That is worth "
-                    "as much as you trust them. Mailing lists often change messages in this way.",
+                    "signed it. Mailing lists often change messages in this way. Forwarders left marks that "
+                    "are intact, as anyone can: %2. Unless you know and trust them, don’t rely on what it "
+                    "says; if it matters, ask the sender in another way.",
                     {domain, quotedList(verdict.arcVouchers)});
             }
             return reader.translate(
@@ -344,13 +346,22 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
                    "It is in a format that keeps messages in pieces, without the bytes that were signed. "
                    "Save the message as .eml in the program it came from, or copy its source.");
     }
+    std::string advice;
+    if (const auto* none = std::get_if<Refusal::NotAnEmail>(&refusal.value); none && none->damage) {
+        advice = " " + damageInWords({*none->damage, {}}, reader) + " " +
+                 reader.translate("Save the message as .eml in the program it came from, and check that.");
+    }
     if (!name) {
         return reader.translate(
-            "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. Paste "
-            "the message’s full source or its headers.");
+                   "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. "
+                   "Paste "
+                   "the message’s full source or its headers.") +
+               advice;
     }
     return reader.translate(
-        "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.", {file});
+               "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
+               {file}) +
+           advice;
 }
 
 std::string noMessageLine(const std::string& name, const Reader& reader) {

@@ -242,6 +242,9 @@ TEST(MailboxReader, whatIsNoMessage) {
     const std::string stored = "2 M1e C5\n\1\2N          000000000000000c\nFrom: a@b\n\nx";
     for (const char* rest : {"\n\1\3\nR5\n\n\1\2N         0", "yz\n\1\3\nR5\n\n"})  // of two; cut off
         EXPECT_EQ(outcomes(folder.write("store", stored + rest)), List{"store refused 4"});
+    // What other programs take for a field stays in front of the message, and is read there.
+    EXPECT_EQ(outcomes(folder.write("field", "From : c@d\nFrom: x\n\n")),
+              List{"field: From : c@d\nFrom: x\n\n"});
     EXPECT_EQ(outcomes(folder.write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")),
               List{"nothing refused 2"});
     EXPECT_EQ(outcomes("/dev/zero"), List{"zero refused 1"});

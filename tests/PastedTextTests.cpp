@@ -50,6 +50,9 @@ TEST(PastedText, arrives) {
         {indented("From: a@example.org\nDate: 5 Jan 2026 09:12 +0000\nTo: b\n c\nSubject: x ä\n \n\n" + mail,
                   "  ", ""),
          dropped},
+        {"Look what came:\n" + mail, dropped},
+        {"\xEF\xBB\xBF" + mail, certain},
+        {"From a@b Mon Jan  5 10:12:00 2026\n" + mail, certain},
         // Lines that may be the message, whose text then is somebody else's source.
         {test::replaced(summary, "x ä", "Pay") + "\n" + mail, asked},
         {test::replaced(summary, "A <", "B <") + "\n" + mail, asked},

@@ -62,6 +62,9 @@ TEST(Received, whomTheServerSaw) {
         {"unknown (HELO a [9.9.9.9]) (1.2.3.4)", "1.2.3.4"},
         {"1.2.3.4 (EHLO [9.9.9.9])", "1.2.3.4"},
         {"x (ehlo=[9.9.9.9] [1.2.3.4])", "1.2.3.4"},
+        // A name with blanks, or that of the client's own account.
+        {"x ([9.9.9.9]) (y [1.2.3.4])", "1.2.3.4"},
+        {"x (root@[9.9.9.9] [1.2.3.4])", "1.2.3.4"},
         // The true address comes first.
         {"[1.2.3.4] (helo=[9.9.9.9])", "1.2.3.4"},
         {"[1.2.3.4] (port=25 helo=x ident=y)", "1.2.3.4"},
@@ -71,7 +74,7 @@ TEST(Received, whomTheServerSaw) {
         {"[1.2.3.4] (x)", "1.2.3.4"},
         {"1.2.3.4 (authenticated)", "1.2.3.4"},
         {"unknown (HELO 9.9.9.9)", "9.9.9.9"},
-        {"x (2001:db8::7)", ""},
+        {"x (2001:db8::7)", "2001:db8::7"},
         {"x", ""},
     };
     for (const auto& row : rows) {

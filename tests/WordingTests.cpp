@@ -1,11 +1,47 @@
 #include "Wording/Wording.h"
 
+#include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Support/Text.h"
 #include "Wording/Details.h"
 #include "WordingSupport.h"
 #include "tests/Test.h"
 
 namespace quillmark {
 namespace {
+
+/// Why no email was found is said where it can be seen.
+TEST(Wording, problemOfDamagedCopies) {
+    const std::string field = "Return-Path: <a@b.example>",
+                      mail = field + "\nReceived: x\nFrom: a\nTo: b\n\nHi\n";
+    const auto copied = [&](std::string_view before, std::string_view end) {
+        std::string copy;
+        int number = 1;
+        for (std::string_view rest = mail; !rest.empty(); ++number) {
+            const std::string digits =
+                before == "1" ? "  " + std::to_string(number) + "\t" : std::string(before);
+            copy.append(digits).append(takePiece(rest, '\n')).append(end);
+        }
+        return copy;
+    };
+    const struct {
+        std::string text;
+        std::string_view cause;
+    } rows[] = {
+        {copied("1", "\n"), " The lines are numbered,"},
+        {copied("> ", "\n"), " Every line begins with “>”,"},
+        {copied("", "\r\r\n"), " Every line ends twice"},
+        {copied("", "\n\n"), " An empty line follows each line,"},
+        {field + "\n\nFrom: a\n", ""},
+        {"1. Eggs\n2. Milk\n3. Bread\n4. Salt\n5. Tea\n", ""},
+    };
+    for (const auto& row : rows) {
+        const auto refused = messageIn(ByteBuffer(row.text), ParseMode::strict);
+        ASSERT_TRUE(std::holds_alternative<Refusal>(refused)) << row.text;
+        const std::string line = problemLine(std::get<Refusal>(refused), "a", english);
+        EXPECT_EQ(line.find("was found. ") == std::string::npos, row.cause.empty()) << line;
+        EXPECT_NE(line.find(std::string("was found.").append(row.cause)), std::string::npos) << line;
+    }
+}
 
 TEST(Wording, placeNames) {
     for (const auto& [name, shown] :
@@ -34,6 +70,7 @@ TEST(Wording, details) {
         {"bad redirect", "unbrauchbare Umleitung (redirect)"},
         {"bad ip4:x; y\x1B[", "unbrauchbar ist \"ip4:x; y\uFFFD[\""},
         {"v=2", "v=2"},
+        {"v=1. [OK] Signed by bank.example", "v=\"1. [OK] Signed by bank.example\""},
         {"; ; x", "; ; x"},
         {"", ""},
     };

@@ -584,7 +584,29 @@ void addFields(Found& found, const MailMessage& message, const std::optional<std
     if (field != message.headers().end()) found.add(DamageKind::exportedAnew, std::string(field->name));
 }
 
+/// Whether a line begins, behind whatever was put in front of it, a field that every email has one of.
+bool holdsField(std::string_view line) {
+    line = line.substr(std::min(line.find_first_not_of("0123456789 \t:.)|>#"), line.size()));
+    constexpr std::array names = {"From", "Received", "DKIM-Signature"};
+    const std::string_view name = fieldName(line);
+    return std::ranges::any_of(names, [&](const char* each) { return equalsIgnoringCase(name, each); });
+}
+
 }  // namespace
+
+std::optional<DamageKind> damageOfUnread(const MailMessage& message) {
+    constexpr std::size_t mostLines = 1'000, fewestLines = 5;
+    const std::string_view text = message.text();
+    std::string_view rest = text;
+    bool isAny = false;
+    for (std::size_t i = 0; i < mostLines && !isAny && !rest.empty(); ++i) isAny = holdsField(takeLine(rest));
+    if (!isAny) return std::nullopt;
+    if (message.hasDoubledLineEnds()) return DamageKind::doubledLineEnds;
+    if (isDoubleSpaced(text, fewestLines)) return DamageKind::doubleSpaced;
+    if (isNumbered(text, fewestLines, false)) return DamageKind::lineNumbers;
+    if (isQuoted(text, fewestLines)) return DamageKind::quotedMarks;
+    return std::nullopt;
+}
 
 std::vector<Damage> damage(const MailMessage& message, const std::vector<DKIMResult>& signatures,
                            const ARCFinding& chain) {

@@ -62,4 +62,8 @@ constexpr auto fieldsOf(const Damage*) {
 std::vector<Damage> damage(const MailMessage& message, const std::vector<DKIMResult>& signatures,
                            const ARCFinding& chain);
 
+/// Why no From, Received or DKIM-Signature field was found in a message although lines of it hold some: they
+/// are numbered or quoted, or an empty line follows each. Nothing when no line does, or for another reason.
+std::optional<DamageKind> damageOfUnread(const MailMessage& message);
+
 }  // namespace quillmark

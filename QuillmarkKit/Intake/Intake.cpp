@@ -91,7 +91,7 @@ std::variant<MailMessage, Refusal> messageIn(ByteBuffer bytes, ParseMode mode) {
     for (const auto* name : {"From", "DKIM-Signature", "Received"}) {
         if (message.first(name)) return message;
     }
-    return Refusal{Refusal::NotAnEmail{}};
+    return Refusal{Refusal::NotAnEmail{damageOfUnread(message)}};
 }
 
 }  // namespace quillmark

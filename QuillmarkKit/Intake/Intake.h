@@ -8,6 +8,7 @@
 #include <string_view>
 #include <variant>
 
+#include "QuillmarkKit/Checks/Damage.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/ByteBuffer.h"
 #include "QuillmarkKit/Support/Fields.h"
@@ -47,7 +48,11 @@ struct Refusal {
         bool operator==(const Unreadable&) const = default;
     };
     struct TooLarge : Unit {};
-    struct NotAnEmail : Unit {};
+    struct NotAnEmail {
+        /// What may have become of an email, if one can be seen in it all the same.
+        std::optional<DamageKind> damage = {};
+        bool operator==(const NotAnEmail&) const = default;
+    };
     /// A mail program's own format that keeps a message taken to pieces: what was signed is not in it.
     struct Converted : Unit {};
     struct Packed {

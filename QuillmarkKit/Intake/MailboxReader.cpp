@@ -321,6 +321,7 @@ struct MailboxReader::State {
     std::optional<FileBytes> file = {};
     std::optional<MailboxSplitter> mailbox = {};
     std::stop_token stopped = {};  // of the call that is under way
+    std::string firstField = {};  // a line "From :", which parts messages here and is a field elsewhere
 
     bool openNext(std::optional<Found>& problem);
     std::optional<Found> openNextPacked(const std::stop_token& stop);
@@ -467,6 +468,11 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     if (const auto begin = mailboxBegin(bytes.view())) {
         const std::int64_t before = passedOver;
         mailbox.emplace(begin->form);
+        const std::string_view separator = bytes.view().substr(0, begin->offset);
+        const auto blank = separator.find("From ");
+        const bool isField =
+            blank != std::string_view::npos && trimmed(separator.substr(blank + 5), " \t").starts_with(':');
+        firstField = isField ? separator.substr(blank) : std::string_view();
         mailbox->add(bytes.view().substr(begin->offset));
         auto found = nextInMailbox(stop);
         const bool isNothing = !found && file->hasEnded() && (passedOver == before || !walk);
@@ -530,6 +536,8 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
             if (unquoted) found.facts.fromLines = unquoted->fromLines;
             found.bytes =
                 unquoted && unquoted->bytes ? std::move(*unquoted->bytes) : ByteBuffer(message->bytes);
+            if (message->number == 1 && !firstField.empty())
+                found.bytes = ByteBuffer(std::exchange(firstField, {}).append(found.bytes.view()));
             return found;
         }
         if (file->hasEnded() || stop.stop_requested()) return std::nullopt;

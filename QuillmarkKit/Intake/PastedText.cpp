@@ -139,6 +139,27 @@ bool isSummary(std::string_view lines, std::string_view text, const MailMessage&
     return true;
 }
 
+/// The lines without those that are empty; nothing when there are no others.
+std::optional<DroppedLines> linesIn(std::string_view text) {
+    std::optional<DroppedLines> lines;
+    while (!text.empty()) {
+        const std::string_view line = trimmed(takeLine(text));
+        if (line.empty()) continue;
+        if (!lines) lines = DroppedLines{0, repairedUTF8(line)};
+        ++lines->count;
+    }
+    return lines;
+}
+
+/// What stands before the first field and is neither one nor what parts the messages of a mailbox.
+std::string_view textBeforeFields(const MailMessage& message) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";  // of the byte order
+    const std::string_view text = message.text(), separator = message.separatorLine();
+    const char* begin = text.data() + (text.starts_with(mark) ? mark.size() : 0);
+    if (!separator.empty()) begin = separator.data() + separator.size();
+    return {begin, static_cast<std::size_t>(message.headers().front().raw.data() - begin)};
+}
+
 }  // namespace
 
 PastedText pastedText(std::string_view text) {
@@ -149,7 +170,10 @@ PastedText pastedText(std::string_view text) {
         if (hasHeader(source)) pasted.source = std::move(source);
     }
     const std::string_view all = withoutEmptyLines(pasted.source);
-    if (isSource(MailMessage::parse(all, ParseMode::lenient))) return pasted;
+    if (const auto message = MailMessage::parse(all, ParseMode::lenient); isSource(message)) {
+        if (!message.headers().empty()) pasted.dropped = linesIn(textBeforeFields(message));
+        return pasted;
+    }
     std::string_view rest = all;
     const std::string_view first = takeBlock(rest);
     for (std::size_t blocks = 1; blocks <= mostBlocksBefore && !rest.empty(); ++blocks, takeBlock(rest)) {
@@ -158,9 +182,7 @@ PastedText pastedText(std::string_view text) {
         if (!isSource(source)) continue;
         std::string alone(rest);
         if (blocks == 1 && isSummary(first, rest, source)) {
-            std::string_view lines = first;
-            pasted.dropped = {1, repairedUTF8(trimmed(takeLine(lines)))};
-            for (; !lines.empty(); takeLine(lines)) ++pasted.dropped->count;
+            pasted.dropped = linesIn(first);
             pasted.source = std::move(alone);
         } else {
             pasted.withoutLinesBefore = std::move(alone);

@@ -23,7 +23,8 @@ struct PastedText {
     /// message itself: only the person who pasted it knows. Whoever can't ask takes the text as it is, for
     /// the other way round somebody could have a message's text taken for its header.
     std::optional<std::string> withoutLinesBefore = {};
-    std::optional<DroppedLines> dropped = {};  ///< the summary, if there was one
+    /// The summary, if there was one, or what stands above the header and is no part of it.
+    std::optional<DroppedLines> dropped = {};
 };
 
 /// Looks at how text arrives from a window: a message's source with a block of lines before it, or indented.

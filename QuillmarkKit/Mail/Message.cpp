@@ -237,7 +237,10 @@ std::optional<std::string_view> MailMessage::body() const {
 
 std::string_view MailMessage::separatorLine() const {
     std::string_view text = m_content ? m_content->bytes.view() : std::string_view();
-    return takeSeparator(text);
+    const std::string_view line = takeSeparator(text);
+    if (line.empty()) return line;
+    while (!text.empty() && isBlank(text.front())) takeLine(text);
+    return {line.data(), static_cast<std::size_t>(text.data() - line.data())};
 }
 
 std::optional<MailMessage::EarlyEnd> MailMessage::earlyEnd() const {

@@ -53,7 +53,8 @@ public:
         return parse(ByteBuffer(bytes), mode);
     }
 
-    /// The line that was passed over as a mailbox's separator; empty when there was none.
+    /// The line that was passed over as a mailbox's separator, with those behind it that begin with a blank,
+    /// as a field's would that it was taken from; empty when there was none.
     std::string_view separatorLine() const;
 
     /// A line that is no header field and yet no empty line, with which the header block ended.

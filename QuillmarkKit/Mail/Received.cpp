@@ -29,7 +29,7 @@ const Pattern& bare() {
     return pattern;
 }
 
-/// The same of either family, as some servers write down whom they saw.
+/// The same of either family, as large servers write down whom they saw.
 const Pattern& parenthesizedEither() {
     static const Pattern pattern(R"(\((?:IPv6:)?([0-9A-Fa-f:.]+)\))");
     return pattern;
@@ -38,19 +38,25 @@ const Pattern& parenthesizedEither() {
 using AddressPattern = const Pattern& (*)();
 
 constexpr std::array<AddressPattern, 3> usual = {bracketed, parenthesized, bare};
-constexpr std::array<AddressPattern, 3> besideAnnounced = {bracketed, parenthesizedEither, bare};
+constexpr std::array<AddressPattern, 3> seen = {bracketed, parenthesizedEither, bare};
 
-/// The first capture that is an address; `clause` is valid UTF-8.
-std::optional<std::string_view> firstAddress(std::string_view clause,
-                                             std::span<const AddressPattern> patterns) {
+/// Which of the addresses that stand in one of these places is meant.
+enum class Which { first, last };
+
+/// The capture that is an address, by the first of the patterns that has one; `clause` is valid UTF-8.
+std::optional<std::string_view> addressIn(std::string_view clause, std::span<const AddressPattern> patterns,
+                                          Which which) {
     for (const auto pattern : patterns) {
         std::size_t position = 0;
         std::array<std::string_view, 2> groups;
+        std::optional<std::string_view> found;
         while (pattern().find(clause, position, groups)) {
             const std::string_view capture = groups[1];
-            if (IPAddress::parse(capture)) return capture;
+            if (IPAddress::parse(capture)) found = capture;
+            if (found && which == Which::first) break;
             position = static_cast<std::size_t>(capture.data() + capture.size() - clause.data());
         }
+        if (found) return found;
     }
     return std::nullopt;
 }
@@ -131,7 +137,7 @@ ReceivedHop ReceivedHop::parse(std::string_view value) {
     ReceivedHop hop;
     if (clauses.fromEnd) {
         hop.fromName = firstWord(clauses.from());
-        hop.fromIP = firstAddress(clauses.from(), usual);
+        hop.fromIP = addressIn(clauses.from(), usual, Which::first);
     }
     if (clauses.byEnd) {
         hop.by = firstWord(std::string_view(clauses.text).substr(*clauses.byEnd));
@@ -144,15 +150,13 @@ std::optional<IPAddress> seenClient(std::string_view value) {
     const Clauses clauses(value);
     if (!clauses.fromEnd) return std::nullopt;
     const std::string_view clause = clauses.from(), announced = announcedName(clause);
-    const auto first = firstAddress(clause, usual);
-    if (!first) return std::nullopt;
-    if (first->data() >= announced.data() && first->data() < announced.data() + announced.size()) {
-        std::string others(clause);
-        others.replace(static_cast<std::size_t>(announced.data() - clause.data()), announced.size(),
-                       announced.size(), ' ');
-        if (const auto seen = firstAddress(others, besideAnnounced)) return IPAddress::parse(*seen);
-    }
-    return IPAddress::parse(*first);
+    std::string others(clause);
+    others.replace(static_cast<std::size_t>(announced.data() - clause.data()), announced.size(),
+                   announced.size(), ' ');
+    // A client can send blanks and brackets with its name. What the server saw stands behind that.
+    auto found = addressIn(others, seen, Which::last);
+    if (!found) found = addressIn(clause, seen, Which::last);
+    return found ? IPAddress::parse(*found) : std::nullopt;
 }
 
 std::optional<SenderIP> senderIP(const MailMessage& message) {

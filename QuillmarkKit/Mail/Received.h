@@ -60,7 +60,8 @@ constexpr auto fieldsOf(const ReceivedHop*) {
 
 /// The address at which the server that wrote a Received field, of which this is the unfolded value, saw its
 /// client: not the one by which the client announced itself, if the field holds another. Servers write the
-/// announced name behind "helo=", "HELO" or "EHLO", or else first.
+/// announced name behind "helo=", "HELO" or "EHLO", or else first, and the address behind that. Unlike
+/// `ReceivedHop::parse` it finds one of either family alone in parentheses.
 std::optional<IPAddress> seenClient(std::string_view value);
 
 /// The server that SPF is judged for: the client of the topmost Received-SPF field, else the topmost public
