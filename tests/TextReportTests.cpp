@@ -38,7 +38,8 @@ ProofReport reportSaying(std::string_view text) {
     const std::string said = JSON(text).dump();
     for (auto at = json.find(end); at != std::string::npos; at = json.find(end, at + 1)) {
         const auto begin = json.rfind('"', at);
-        if (json.compare(begin, 8, "\"excerpt") == 0) continue;
+        const std::string_view value = std::string_view(json).substr(begin + 1);
+        if (value.starts_with("excerpt") || value.starts_with("signedExcerpt")) continue;
         json.replace(begin, at + end.size() - begin, said);
         at = begin + said.size();
     }
