@@ -104,8 +104,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                         "This isn’t the text that %1 signed: it was changed since, or put under lines "
                         "that %1 signed. Mailing lists often change messages in this way. Forwarders left "
                         "marks that are intact, as anyone can: %2. Unless you know and trust them, don’t "
-                        "rely "
-                        "on what it says; if it matters, ask the sender in another way.",
+                        "rely on what it says; if it matters, ask the sender in another way.",
                         {domain, quotedList(verdict.arcVouchers)});
                 }
                 return reader.translate(
