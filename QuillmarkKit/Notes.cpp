@@ -529,11 +529,16 @@ bool isWithinAny(std::string_view domain, const std::set<std::string, std::less<
 /// A list takes signatures away that it breaks, after its server has checked them.
 void addResultsWithoutCause(Notes& notes, const MailMessage& message, const ProofReport& report) {
     if (report.receiverResults.empty() || message.first("List-Id")) return;
+    // Of all signatures, but only when those that were checked don't do.
     std::set<std::string, std::less<>> signers;
-    for (const auto position : message.positions("DKIM-Signature")) {
-        const std::string value = message.headers()[position].value();
-        signers.insert(comparableDomain(TagList::parse(value).value("d").value_or("")));
-    }
+    bool areAllKnown = false;
+    for (const DKIMResult& result : report.dkim) signers.insert(comparableDomain(result.domain));
+    const auto addOthers = [&] {
+        for (const auto position : message.positions("DKIM-Signature")) {
+            const std::string value = message.headers()[position].value();
+            signers.insert(comparableDomain(TagList::parse(value).value("d").value_or("")));
+        }
+    };
     const AuthResults& results = report.receiverResults.front();
     for (const AuthResults::Method& method : results.methods) {
         if (method.method != "dkim" || method.result != "pass") continue;
@@ -543,9 +548,13 @@ void addResultsWithoutCause(Notes& notes, const MailMessage& message, const Proo
             if (name == "header.i") identity = comparableDomain(MailAddress::domainPart("@" + property));
         }
         if (!domain && !identity) continue;
-        const bool isSigned = domain ? signers.contains(*domain) : isWithinAny(*identity, signers);
         const std::string& claimed = domain ? *domain : *identity;
-        if (isSigned || claimed.empty()) continue;
+        const auto isSigned = [&] {
+            return domain ? signers.contains(*domain) : isWithinAny(*identity, signers);
+        };
+        if (claimed.empty() || isSigned()) continue;
+        if (!std::exchange(areAllKnown, true)) addOthers();
+        if (isSigned()) continue;
         notes.push_back({ReportNote::ResultsWithoutCause{excerpt(results.server), domainExcerpt(claimed)}});
         return;
     }

@@ -23,6 +23,7 @@ const Pattern& domainPattern() {  // it is ASCII: bytes will do
 
 /// The first thing in a display name that looks like a domain, or like an address with one.
 std::optional<std::string_view> domainShown(std::string_view name) {
+    if (name.find('.') == std::string_view::npos) return std::nullopt;
     std::string_view shown;
     if (!domainPattern().find(name, 0, {&shown, 1})) return std::nullopt;
     // "@" stands only between the two halves, so that a capture (slow on a match of megabytes) is not needed.

@@ -114,12 +114,14 @@ std::string_view MIMEWalker::takeLine() {
     const auto end = std::min(m_rest.find('\n'), m_rest.size() - 1) + 1;
     std::string_view line = m_rest.substr(0, end);
     m_rest.remove_prefix(end);
-    if (line.ends_with(lineEnd)) line.remove_suffix(2);
+    // Letter by letter, since every line of a body comes by here.
+    const std::size_t size = line.size();
+    if (size >= 2 && line[size - 1] == '\n' && line[size - 2] == '\r') line.remove_suffix(2);
     return line;
 }
 
 std::optional<MIMEWalker::Boundary> MIMEWalker::boundaryAt(std::string_view line) const {
-    if (!line.starts_with("--")) return std::nullopt;
+    if (line.size() < 2 || line[0] != '-' || line[1] != '-') return std::nullopt;
     line.remove_prefix(2);
     for (std::size_t open = m_open.size(); open > 0; --open) {
         const std::string& boundary = m_open[open - 1].boundary;

@@ -232,6 +232,8 @@ std::string shownName(std::string_view displayName) {
 }
 
 std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList& suffixes) {
+    if (name.find('.') == std::string_view::npos)
+        return {};  // most names; making the pattern takes milliseconds
     static const Pattern pattern(R"((?:[\pL\pM\pN._%+-]+@)?(?:[\pL\pM\pN-]+\.)+[\pL\pM]{2,})");
     std::vector<std::string> domains;
     std::set<std::string> organizations;  // many names of one don't crowd out another's
