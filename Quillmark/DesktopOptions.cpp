@@ -24,7 +24,8 @@ CommandTable desktopTable() {
          {"LC_ALL, LC_MESSAGES and LANG choose the language: German, else English. https_proxy or, without "
           "it, all_proxy names a proxy for the lookups, no_proxy what to ask without it."}},
         {"FILES",
-         {"~/.local/share/Quillmark/history.json holds the reports, which are kept unless the settings say not "
+         {"~/.local/share/Quillmark/history.json holds the reports, which are kept unless the settings say "
+          "not "
           "to; ~/.config/quillmark holds the settings, ~/.cache/quillmark what can be fetched again."}},
         {"SEE ALSO", {"quillmark(1) is the same for a terminal."}},
     };

@@ -70,7 +70,7 @@ public:
 signals:
     void changed();  ///< the reports, the state, or what is unsaved
     void failed(const std::string& line);
-    void madeUpFor(const std::string& line);  ///< what `failed` said holds no more
+    void madeUpFor(const std::string& line);              ///< what `failed` said holds no more
     void setAside(const std::filesystem::path& damaged);  ///< the history was; `failed` says so
     void contentsRead(const HistoryContents& contents);
     void cleared(const std::string& outcome);  ///< in a few lines, whether it could be done or not

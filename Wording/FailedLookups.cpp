@@ -107,7 +107,8 @@ std::string likelyCause(const ProofReport& report, const Reader& reader) {
             return reader.translate("There seems to be no network. Check again when you are online.");
         case Cause::serviceNotReached:
             return reader.translate(
-                "The DNS service can’t be reached. Look at its address and at your network, then check again.");
+                "The DNS service can’t be reached. Look at its address and at your network, then check "
+                "again.");
         case Cause::tooLong:
             return reader.translate("The answers took too long. Check again later.");
         case Cause::stopped:

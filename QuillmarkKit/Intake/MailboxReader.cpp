@@ -321,7 +321,7 @@ struct MailboxReader::State {
     std::optional<FileBytes> file = {};
     std::optional<MailboxSplitter> mailbox = {};
     std::stop_token stopped = {};  // of the call that is under way
-    std::string firstField = {};  // a line "From :", which parts messages here and is a field elsewhere
+    std::string firstField = {};   // a line "From :", which parts messages here and is a field elsewhere
 
     bool openNext(std::optional<Found>& problem);
     std::optional<Found> openNextPacked(const std::stop_token& stop);

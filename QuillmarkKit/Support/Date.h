@@ -20,9 +20,9 @@ constexpr Date referenceDate{std::chrono::sys_days{std::chrono::January / 1 / 20
 /// names are matched without regard to case. Nothing when it is not a date that exists.
 std::optional<Date> parsedMailDate(std::string_view text);
 
-/// The same by RFC 5322 to the letter, with the obsolete forms of its section 4.3: comments and blanks between
-/// any two parts, years of two and three digits, zones of one letter and unknown names of zones (which say
-/// nothing: they count as UTC), and the second 60. Nothing without a zone.
+/// The same by RFC 5322 to the letter, with the obsolete forms of its section 4.3: comments and blanks
+/// between any two parts, years of two and three digits, zones of one letter and unknown names of zones
+/// (which say nothing: they count as UTC), and the second 60. Nothing without a zone.
 std::optional<Date> parsedObsoleteMailDate(std::string_view text);
 
 /// An internet date-time (RFC 3339) with or without a fraction of a second; digits after the third are

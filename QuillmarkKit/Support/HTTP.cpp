@@ -194,8 +194,8 @@ struct HTTPEngine::Finish {
     std::condition_variable_any changed = {};
 };
 
-/// One request. The caller fills in the first block; the loop's thread owns the second until `isDone`, which the
-/// lock of `finish` guards.
+/// One request. The caller fills in the first block; the loop's thread owns the second until `isDone`, which
+/// the lock of `finish` guards.
 struct HTTPEngine::Transfer {
     std::string url = {};
     std::vector<std::string> headers = {};
