@@ -19,7 +19,7 @@ namespace {
 constexpr std::string_view lineEnd = "\r\n";
 constexpr std::size_t mostParts = 50, mostPartDepth = 3;
 constexpr std::size_t longestHeader = 20'000;          // of a part
-constexpr std::size_t largestEncodedText = 1'000'000;  // that is written in every encoding
+constexpr std::size_t largestEncodedText = 1'000'000;  // that is written in every encoding and character set
 
 /// The value of a Content-Type without its parameters, in lower case.
 std::string mediaType(std::string_view contentType) {
@@ -367,7 +367,8 @@ std::vector<Reading> inOtherCharsets(const Reading& reading, const MailMessage& 
             push(made,
                  eachText(reading, message,
                           [&](const MIMEPart& part, const std::string& content) -> std::optional<Written> {
-                              if (part.encoding != TransferEncoding::none || isASCII(content))
+                              if (part.encoding != TransferEncoding::none || isASCII(content) ||
+                                  content.size() > largestEncodedText)
                                   return std::nullopt;
                               const std::string given =
                                   asciiLowered(fieldParameter(part.contentType, "charset"));
