@@ -32,20 +32,21 @@ std::optional<CheckInputs::Input> CheckInputs::next() {
         return isStandardInput ? MessagePlace() : MessagePlace{.path = name};
     };
     try {
-        while (m_current || (m_current = nextFile())) {
+        for (;; m_current.reset()) {
+            try {
+                if (!m_current) m_current = nextFile();
+            } catch (const std::system_error& error) {  // of the list
+                return Input{FoundProblem{unreadable(error.code().value()),
+                                          placeOf(m_list->path(), m_list->path() == standardInput)}};
+            }
+            if (!m_current) return std::nullopt;
             if (auto input = nextOf(*m_current)) return input;
-            m_current.reset();
         }
     } catch (const std::bad_alloc&) {
         m_reader.reset();
         const File file = std::exchange(m_current, std::nullopt).value_or(File{"", true});
         return Input{FoundProblem{unreadable(ENOMEM), placeOf(file.name, file.isStandardInput)}};
-    } catch (const std::system_error& error) {
-        if (!m_list) throw;
-        return Input{FoundProblem{unreadable(error.code().value()),
-                                  placeOf(m_list->path(), m_list->path() == standardInput)}};
     }
-    return std::nullopt;
 }
 
 std::optional<CheckInputs::Input> CheckInputs::nextOf(const File& file) {

@@ -26,9 +26,11 @@ FixedAnswers merged(const std::vector<std::string>& files, const Reader& reader)
     std::optional<FixedAnswers> all;
     for (const std::string& file : files) {
         FixedAnswers one = FixedAnswers::read(file);
-        if (!one.messages) {
-            throw AnswersFileError(
-                reader.translate("“%1” is no recording: it names no messages", {quillmark::quoted(file)}));
+        // Whatever failed is told of the messages in one; anything else would be lost here.
+        const bool hasFailures = !one.errors.empty() || !one.failing.empty();
+        if (!one.messages || hasFailures) {
+            throw AnswersFileError(reader.translate("“%1” is no recording as check --record writes them",
+                                                    {quillmark::quoted(file)}));
         }
         if (!all) {
             all = std::move(one);

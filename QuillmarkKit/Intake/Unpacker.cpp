@@ -2,7 +2,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <dlfcn.h>
 #include <locale.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "QuillmarkKit/Support/LoadedLibrary.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -21,25 +21,10 @@ constexpr int mostFilters = 2;            // one that unpacks, and the file itse
 
 /// What is used of libarchive, which is loaded with the first packed file: with the libraries that it brings,
 /// it would make every start of the program half as slow again.
-class Library {
-    /// An address that becomes a pointer to whichever function it is kept as.
-    struct Symbol {
-        void* address;
-        template <class Function>
-        operator Function*() const {
-            return reinterpret_cast<Function*>(address);
-        }
-    };
-    void* const m_handle = dlopen("libarchive.so.13", RTLD_NOW | RTLD_NODELETE);
-    bool m_isWhole = m_handle != nullptr;
-
-    Symbol find(const char* name) {
-        const Symbol symbol{m_handle ? dlsym(m_handle, name) : nullptr};
-        m_isWhole = m_isWhole && symbol.address;
-        return symbol;
-    }
-
+class Library : public LoadedLibrary {
 public:
+    Library() : LoadedLibrary("libarchive.so.13") {}
+
     decltype(&::archive_read_new) readNew = find("archive_read_new");
     decltype(&::archive_read_free) readFree = find("archive_read_free");
     decltype(&::archive_read_open) open = find("archive_read_open");
@@ -60,8 +45,6 @@ public:
             gzip = find("archive_read_support_filter_gzip"),
             bzip2 = find("archive_read_support_filter_bzip2"), xz = find("archive_read_support_filter_xz"),
             zstandard = find("archive_read_support_filter_zstd");
-
-    bool isWhole() const { return m_isWhole; }
 };
 
 const Library& library() {

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <curl/curl.h>
-#include <dlfcn.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -20,6 +19,8 @@
 #include <thread>
 #include <unordered_map>
 #include <utility>
+
+#include "QuillmarkKit/Support/LoadedLibrary.h"
 
 namespace quillmark {
 
@@ -50,26 +51,10 @@ constexpr std::array failureTexts{"timed out",       "no connection",    "name n
 
 /// What is used of libcurl, which is loaded with the first request: with the 36 libraries that it brings, it
 /// would more than double what every start of the program costs, and most checks of a file ask nobody.
-class Library {
-    /// An address that becomes a pointer to whichever function it is kept as.
-    struct Symbol {
-        void* address;
-        template <class Function>
-        operator Function*() const {
-            return reinterpret_cast<Function*>(address);
-        }
-    };
-    // Never unloaded: it leaves things behind that run when a thread ends.
-    void* const m_handle = dlopen("libcurl.so.4", RTLD_NOW | RTLD_NODELETE);
-    bool m_isWhole = m_handle != nullptr;
-
-    Symbol find(const char* name) {
-        const Symbol symbol{m_handle ? dlsym(m_handle, name) : nullptr};
-        m_isWhole = m_isWhole && symbol.address;
-        return symbol;
-    }
-
+class Library : public LoadedLibrary {
 public:
+    Library() : LoadedLibrary("libcurl.so.4") {}
+
     decltype(&::curl_free) free = find("curl_free");
     decltype(&::curl_global_init) globalInit = find("curl_global_init");
     decltype(&::curl_easy_init) easyInit = find("curl_easy_init");
@@ -92,7 +77,7 @@ public:
     decltype(&::curl_url_set) urlSet = find("curl_url_set");
 
     /// False when there is no libcurl, and nothing of it may be called.
-    const bool isReady = m_isWhole && globalInit(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    const bool isReady = isWhole() && globalInit(CURL_GLOBAL_DEFAULT) == CURLE_OK;
 };
 
 const Library& curl() {
