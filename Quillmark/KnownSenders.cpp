@@ -28,17 +28,19 @@ std::string knownInWords(const ProofReport& report,
     if (count == 0)
         return isProven ? reader.translate("The first message from this domain in your history.")
                         : std::string();
+    // It is the organization's messages that are counted, so they are told as its.
+    const std::string organization = PublicSuffixList::shared().organizationalDomain(domain);
     const std::string year = iso8601(since + reader.zone(since).ahead).substr(0, 4);
     if (isProven) {
         return reader.translateCount(
             "You have checked %n other message that is proven to be from %1, since %2.",
             "You have checked %n other messages that are proven to be from %1, since %2.", count,
-            {quotedWord(domain), year});
+            {quotedWord(organization), year});
     }
     return reader.translateCount(
         "You have checked %n message that is proven to be from %1, since %2; this one isn’t.",
         "You have checked %n messages that are proven to be from %1, since %2; this one isn’t.", count,
-        {quotedWord(domain), year});
+        {quotedWord(organization), year});
 }
 
 }  // namespace quillmark

@@ -30,7 +30,7 @@ std::vector<std::pair<std::string, CommandTable>> commands() {
     return all;
 }
 
-TEST(Help, fitsAScreen) {
+TEST(Help, isNarrowAndShort) {
     const auto characters = [](const std::string& line) {
         return std::ranges::count_if(line, [](char c) { return (c & 0xC0) != 0x80; });
     };

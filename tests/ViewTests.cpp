@@ -1,5 +1,6 @@
 #include <future>
 
+#include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/PasteView.h"
 #include "Quillmark/PlainText.h"
@@ -312,6 +313,34 @@ TEST(SingleInstance, theSecondHandsItsFilesOver) {
     EXPECT_FALSE(second.handOver({"/tmp/a.eml"}, std::chrono::milliseconds(100)));
     QTest::qWait(50);
     EXPECT_TRUE(received.isEmpty()) << "the second has opened it";
+}
+
+TEST(KnownSenders, countEachProvenMessageOfTheOrganizationOnce) {
+    const auto report = [](VerdictKind kind, const char* domain, const char* messageID) {
+        auto made = std::make_shared<ProofReport>();
+        made->id = UUID::random();
+        made->checkedAt = *parsedRFC3339("2024-05-01T10:00:00Z");
+        made->verdict.kind = kind;
+        made->verdict.domain = made->verdict.fromDomain = domain;
+        made->summary.messageID = messageID;
+        return made;
+    };
+    const std::vector<std::shared_ptr<const ProofReport>> history{
+        report(VerdictKind::verified, "mail.example.org", "<1@x>"),
+        report(VerdictKind::verified, "mail.example.org", "<1@x>"),
+        report(VerdictKind::keyGone, "example.org", "<2@x>"),
+        report(VerdictKind::verified, "example.net", "<3@x>")};
+    const auto told = [&](VerdictKind kind, const char* domain, const char* messageID) {
+        return knownInWords(*report(kind, domain, messageID), history, Reader());
+    };
+    EXPECT_EQ(told(VerdictKind::verified, "news.example.org", "<9@x>"),
+              "You have checked 1 other message that is proven to be from example.org, since 2024.");
+    EXPECT_EQ(
+        told(VerdictKind::signatureBroken, "example.org", "<9@x>"),
+        "You have checked 1 message that is proven to be from example.org, since 2024; this one isn’t.");
+    EXPECT_EQ(told(VerdictKind::verified, "example.net", "<3@x>"),
+              "The first message from this domain in your history.");
+    EXPECT_EQ(told(VerdictKind::signatureBroken, "example.com", "<9@x>"), "");
 }
 
 }  // namespace
