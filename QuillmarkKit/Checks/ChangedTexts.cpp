@@ -402,7 +402,6 @@ void Comparison::tell(const DifferentLines& run, const Piece* added, const Piece
     const Piece& told = added ? *added : *missing;
     ChangedText change;
     change.kind = !added ? Kind::missing : missing ? Kind::changed : Kind::added;
-    change.place = placeOf(run, told);
     change.lines = told.lines;
     change.bytes = told.bytes;
     change.excerpt = told.excerpt;
@@ -418,6 +417,7 @@ void Comparison::tell(const DifferentLines& run, const Piece* added, const Piece
     m_changes.addedBytes +=
         std::max<std::int64_t>(0, (added ? added->bytes : 0) - (missing ? missing->bytes : 0));
     if (m_changes.texts.size() < mostTexts) {
+        change.place = placeOf(run, told);  // which may go through all of the text: not for each of many
         m_changes.texts.push_back(std::move(change));
         return;
     }
