@@ -20,6 +20,7 @@
 #include "CommandLine/CheckInputs.h"
 #include "CommandLine/CheckOutput.h"
 #include "CommandLine/CheckSources.h"
+#include "CommandLine/CheckSummary.h"
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
@@ -234,10 +235,15 @@ private:
 
     OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path,
                                 const std::optional<std::string>& digest) const {
-        OrderedRun::Message message{.verdict = report.verdict,
-                                    .hasCautions = m_areCautionsAsked && hasCautions(report)};
+        OrderedRun::Message message;
+        // What else is counted costs more than the verdict, and only those who ask see it.
+        if (m_areCautionsAsked) {
+            message.counted = countedOf(report);
+        } else {
+            message.counted.verdict = report.verdict;
+        }
         const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
-                              (message.hasCautions && m_only->contains(Tone::caution));
+                              (message.counted.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
         if (m_command.json) message.report = compactJSON(report, path, digest);

@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "CommandLine/CheckSummary.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/ReportCSV.h"
 #include "Settings/CurrentTime.h"
@@ -68,11 +69,11 @@ void CheckOutput::take(const OrderedRun::Outcome& outcome) {
 
 void CheckOutput::keep(const OrderedRun::Message& message) {
     if (!message.problem.empty()) {
-        m_summary.addProblem();
+        ++m_totals.problems;
         m_status = 1;
         return;
     }
-    m_summary.add(message.verdict, message.hasCautions);
+    m_totals.add(message.counted);
     if (!message.kept.empty()) m_saver.add(message.kept);
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
 }
@@ -92,7 +93,7 @@ int CheckOutput::finish(std::int64_t passedOver) {
     clearProgress();
     {
         const std::lock_guard lock(m_mutex);
-        m_summary.addPassedOver(passedOver);
+        m_totals.passedOver += passedOver;
         complete();
         m_isPrinting = true;
     }
@@ -104,7 +105,7 @@ int CheckOutput::finish(std::int64_t passedOver) {
     const std::lock_guard lock(m_mutex);
     m_isPrinting = false;
     m_printed.notify_all();
-    const bool isFailure = m_command.failOn && m_summary.isAnyAsBadAs(*toneNamed(*m_command.failOn));
+    const bool isFailure = m_command.failOn && isAnyAsBadAs(m_totals, *toneNamed(*m_command.failOn));
     return isFailure ? 3 : m_status;
 }
 
@@ -163,7 +164,7 @@ void CheckOutput::complete() {
 }
 
 void CheckOutput::printRest() {
-    if (m_command.summary) m_output.write(m_summary.text(m_command.reader, m_command.layout.width));
+    if (m_command.summary) m_output.write(summaryText(m_totals, m_command.reader, m_command.layout.width));
     if (m_recording && m_recording->isStream()) m_recording->write(recording());
 }
 

@@ -10,11 +10,11 @@
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/CheckSources.h"
-#include "CommandLine/CheckSummary.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/OutputFile.h"
 #include "CommandLine/Progress.h"
 #include "CommandLine/UserHistory.h"
+#include "Wording/Totals.h"
 
 namespace quillmark {
 
@@ -70,7 +70,7 @@ private:
     std::condition_variable m_printed = {};
     // Under the mutex:
     HistorySaver m_saver;
-    CheckSummary m_summary = {};
+    Totals m_totals = {};
     std::int64_t m_outcomes = 0, m_messages = 0;
     std::uint64_t m_bytesRead = 0;
     int m_status = 0;

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "QuillmarkKit/Report.h"
+#include "Wording/Totals.h"
 
 namespace quillmark {
 
@@ -27,8 +27,7 @@ public:
     struct Message {
         std::string problem = {};  ///< one line, when it could not be checked; else empty
         std::string hint = {};     ///< one line beside the report; empty when there is none
-        Verdict verdict = {};
-        bool hasCautions = false;  ///< beside the verdict's headline
+        Counted counted = {};      ///< of its report
         std::string report = {};   ///< as it is printed; empty when it is not to be
         std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
         std::string row = {};      ///< of the CSV file; empty without one

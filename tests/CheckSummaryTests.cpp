@@ -8,26 +8,26 @@ namespace quillmark {
 namespace {
 
 TEST(CheckSummary, tables) {
-    CheckSummary summary;
-    const Verdict verified{VerdictKind::verified, Tone::good, "a.example", "a.example", {}},
-        broken{VerdictKind::signatureBroken, Tone::bad, "b.example", "b.example", {}},
-        vouched{VerdictKind::signatureBroken, Tone::caution, "b.example", "b.example", {}},
-        none{VerdictKind::cannotProve, Tone::bad, "c.example", "c.example", {}};
-    for (int i = 0; i < 1200; ++i) summary.add(verified, false);
-    EXPECT_FALSE(summary.isAnyAsBadAs(Tone::caution));
-    CheckSummary phish;
-    phish.add(verified, true);
-    EXPECT_TRUE(phish.isAnyAsBadAs(Tone::caution));
-    EXPECT_FALSE(phish.isAnyAsBadAs(Tone::unknown));
-    summary.add(vouched, false);
-    EXPECT_TRUE(summary.isAnyAsBadAs(Tone::caution));
-    EXPECT_FALSE(summary.isAnyAsBadAs(Tone::unknown));
-    summary.add(broken, false);
-    summary.add(none, true);
-    summary.addProblem();
-    summary.addPassedOver(2);
-    EXPECT_TRUE(summary.isAnyAsBadAs(Tone::bad));
-    EXPECT_EQ(summary.text(english),
+    const Counted verified{{VerdictKind::verified, Tone::good, "a.example", "a.example", {}}, false, 2026},
+        broken{{VerdictKind::signatureBroken, Tone::bad, "b.example", "b.example", {}}, false, 2019},
+        vouched{{VerdictKind::signatureBroken, Tone::caution, "b.example", "b.example", {}}, false, 2020},
+        none{{VerdictKind::cannotProve, Tone::bad, "c.example", "c.example", {}}, true, {}};
+    Totals totals;
+    for (int i = 0; i < 1200; ++i) totals.add(verified);
+    EXPECT_FALSE(isAnyAsBadAs(totals, Tone::caution));
+    Totals phish;
+    phish.add({verified.verdict, true, {}});
+    EXPECT_TRUE(isAnyAsBadAs(phish, Tone::caution));
+    EXPECT_FALSE(isAnyAsBadAs(phish, Tone::unknown));
+    totals.add(vouched);
+    EXPECT_TRUE(isAnyAsBadAs(totals, Tone::caution));
+    EXPECT_FALSE(isAnyAsBadAs(totals, Tone::unknown));
+    totals.add(broken);
+    totals.add(none);
+    totals.problems = 1;
+    totals.passedOver = 2;
+    EXPECT_TRUE(isAnyAsBadAs(totals, Tone::bad));
+    EXPECT_EQ(summaryText(totals, english),
               "Verdicts\n"
               "--------\n"
               "    1,200  [OK] Signed by the sender’s domain, unchanged since sent\n"
@@ -45,12 +45,32 @@ TEST(CheckSummary, tables) {
               "    1,200        0        0        0  a.example\n"
               "        0        1        0        1  b.example\n"
               "        0        0        0        1  (not signed)\n");
+    EXPECT_EQ(yearRows(totals, 2, german), (std::vector<TotalsRow>{{"2026", {{1200, 0, 0, 0}, 0}},
+                                                                   {"2020", {{0, 1, 0, 0}, 0}},
+                                                                   {"(früher)", {{0, 0, 1, 0}, 0}},
+                                                                   {"(ohne Datum)", {{0, 0, 1, 0}, 1}}}));
     for (int i = 0; i < 60; ++i)
-        summary.add({VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example", "", {}},
-                    false);
-    EXPECT_NE(summary.text(german).find("        0        0       12        0  (andere Domains)\n"),
+        totals.add({{VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example", "", {}}});
+    EXPECT_NE(summaryText(totals, german).find("        0        0       12        0  (andere Domains)\n"),
               std::string::npos)
-        << summary.text(german);
+        << summaryText(totals, german);
+}
+
+TEST(Totals, onlyYearsThatCanBe) {
+    using namespace std::chrono;
+    const std::pair<std::optional<Date>, std::optional<int>> rows[] = {
+        {sys_days(January / 1 / 1970), 1970},
+        {sys_days(December / 31 / 1969), {}},
+        {january(22), 2026},
+        {january(24), {}},
+        {{}, {}},
+    };
+    for (const auto& [sent, year] : rows) {
+        ProofReport report;
+        report.checkedAt = january(21);
+        report.summary.date = sent;
+        EXPECT_EQ(countedOf(report).year, year);
+    }
 }
 
 TEST(Progress, line) {
