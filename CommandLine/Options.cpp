@@ -91,12 +91,18 @@ CLI::Option* add(CLI::App& command, const char* name, Variable& variable, const 
     return command.add_option(name, variable, purpose)->type_name(value);
 }
 
+/// The group of options that `--help-all` tells of, and `--help` doesn't.
+constexpr const char* seldom = "seldom";
+
 /// "--name" and "--no-name", of which one at most may be given; without either there is no value.
 void addSwitch(CLI::App& command, const std::string& name, std::optional<bool>& variable,
-               const char* purposeOfOn, const char* purposeOfOff) {
+               const char* purposeOfOn, const char* purposeOfOff, const char* group = "Options") {
     CLI::Option* const on =
-        command.add_flag_callback("--" + name, [&variable] { variable = true; }, purposeOfOn);
-    command.add_flag_callback("--no-" + name, [&variable] { variable = false; }, purposeOfOff)->excludes(on);
+        command.add_flag_callback("--" + name, [&variable] { variable = true; }, purposeOfOn)->group(group);
+    command.add_flag_callback(
+               "--no-" + name, [&variable] { variable = false; }, purposeOfOff)
+        ->excludes(on)
+        ->group(group);
 }
 
 /// What a value is called, with the likely ones for completions to offer; others may be taken, too.
@@ -104,12 +110,16 @@ std::string suggesting(const std::string& value, const char* choices) { return v
 
 void addCheck(CLI::App& app, CheckCommand& check) {
     CLI::App& command = *app.add_subcommand("check", "Check messages and report on each");
+    command.set_help_all_flag("--help-all", forHelp("Print help on every option"));
     command.add_option("FILE", check.files,
                        "Messages, mailboxes and folders to check; \"-\" is standard input");
     add(command, "--files-from", check.filesFrom, "LIST",
-        "Check the files that are named in a list, a line for each, too; \"-\" is standard input");
-    command.add_flag("-0,--null", check.areNamesZeroEnded,
-                     "In that list a zero byte ends each name, as find -print0 writes them");
+        "Check the files that are named in a list, a line for each, too; \"-\" is standard input")
+        ->group(seldom);
+    command
+        .add_flag("-0,--null", check.areNamesZeroEnded,
+                  "In that list a zero byte ends each name, as find -print0 writes them")
+        ->group(seldom);
     command.callback([&check] {
         if (check.files.empty() && !check.filesFrom) throw CLI::RequiredError("FILE");
     });
@@ -118,25 +128,30 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         "--each", check.each,
         "Write one line for each message: tone, number of cautions, headline and name, with tabs "
         "between them");
-    command.add_flag("--sha256", check.sha256,
-                     "Add each message's SHA-256 to its report as JSON and its row of the table");
+    command
+        .add_flag("--sha256", check.sha256,
+                  "Add each message's SHA-256 to its report as JSON and its row of the table")
+        ->group(seldom);
     CLI::Option* const answers =
         add(command, "--dns", check.dnsFiles, "FILE",
             "Take DNS answers from a file and ask nobody; of several files the first that knows an answer "
             "gives it, and where they differ is said")
-            ->allow_extra_args(false);
+            ->allow_extra_args(false)
+            ->group(seldom);
     add(command, "--resolver", check.resolver, suggesting("URL", "system"),
         "Ask this DNS service (DNS over HTTPS, RFC 8484) in place of the usual two; a URL that ends with "
         "{?dns} is asked by GET, any other by POST. system: the servers that this computer asks for "
         "everything else. Whoever it is sees the names, and with system so may others on the way")
-        ->excludes(answers);
+        ->excludes(answers)
+        ->group(seldom);
     add(command, "--registrations", check.registrationsFile, "FILE",
-        "Take registration dates of domains from a file");
+        "Take registration dates of domains from a file")
+        ->group(seldom);
     addSwitch(
         command, "domain-age", check.domainAge,
         forHelp("Ask registries how old the sender's domains are; default: as in the settings of the window"),
-        forHelp("Ask no registry"));
-    add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now");
+        forHelp("Ask no registry"), seldom);
+    add(command, "--at", check.at, "TIME", "The time of the check (RFC 3339); default: now")->group(seldom);
     add(command, "--record", check.record, "FILE",
         "Write what the checks were told into a new file, for --dns, to repeat them later; \"-\" is standard "
         "output");
@@ -152,19 +167,26 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         "caution beside the verdict, too");
     add(command, "--fail-on", check.failOn, "TONE",
         "Exit with 3 when a verdict has this tone or proves less: caution (or one beside it), unknown or bad")
-        ->check(CLI::IsMember({"caution", "unknown", "bad"}));
-    CLI::Option* const noUndo = command.add_flag(
-        "--no-undo", check.noUndo, "Don't look for what was changed where a signature is broken");
+        ->check(CLI::IsMember({"caution", "unknown", "bad"}))
+        ->group(seldom);
+    CLI::Option* const noUndo = command
+                                    .add_flag("--no-undo", check.noUndo,
+                                              "Don't look for what was changed where a signature is broken")
+                                    ->group(seldom);
     add(command, "--as-signed", check.asSigned, "FOLDER",
         "Write, of changed messages, what was signed into new files, each with a text that tells of it")
-        ->excludes(noUndo);
+        ->excludes(noUndo)
+        ->group(seldom);
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
-        ->check(CLI::Range(1, 256));
+        ->check(CLI::Range(1, 256))
+        ->group(seldom);
     add(command, "--timeout", check.timeout, "SECONDS",
         "How long the lookups of one message may take; default: 60 for DNS")
-        ->check(CLI::Range(1, 3600));
+        ->check(CLI::Range(1, 3600))
+        ->group(seldom);
     command.add_flag("--pasted", check.pasted, "Read the input as text that was pasted, leniently");
-    command.add_flag("--no-attached", check.noAttached, "Don't check messages that are attached to others");
+    command.add_flag("--no-attached", check.noAttached, "Don't check messages that are attached to others")
+        ->group(seldom);
     command.footer(checkFooter);
 }
 
@@ -337,7 +359,8 @@ HelpWords helpWords(const Reader& reader) {
             .examples = reader.translate("Examples"),
             .commands = reader.translate("Commands, each with a --help of its own"),
             .anyCommand = reader.translate("COMMAND"),
-            .anyOptions = reader.translate("OPTIONS")};
+            .anyOptions = reader.translate("OPTIONS"),
+            .more = reader.translate("All options and exit statuses")};
 }
 
 /// An option's value and its choices, out of a name such as "TYPE:{rsa,ed25519}".
@@ -352,7 +375,9 @@ void describeValue(const CLI::Option& option, OptionEntry& entry) {
 }
 
 OptionEntry entryOf(const CLI::Option& option) {
-    OptionEntry entry{.purpose = option.get_description(), .required = option.get_required()};
+    OptionEntry entry{.purpose = option.get_description(),
+                      .required = option.get_required(),
+                      .isSeldom = option.get_group() == seldom};
     for (const std::string& name : option.get_snames()) entry.names.push_back("-" + name);
     for (const std::string& name : option.get_lnames()) entry.names.push_back("--" + name);
     describeValue(option, entry);
@@ -400,8 +425,9 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     app.name("quillmark");
     app.description(description);
     // Before there are commands, which take it over.
-    app.formatter_fn([reader](const CLI::App* one, const std::string& path, CLI::AppFormatMode) {
-        return helpText(translated(tableOf(*one), reader), path, helpWords(reader));
+    app.formatter_fn([reader](const CLI::App* one, const std::string& path, CLI::AppFormatMode mode) {
+        return helpText(translated(tableOf(*one), reader), path, helpWords(reader),
+                        mode == CLI::AppFormatMode::All ? HelpExtent::all : HelpExtent::usual);
     });
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");

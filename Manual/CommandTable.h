@@ -13,6 +13,7 @@ struct OptionEntry {
     std::vector<std::string> choices = {};  ///< the values that it takes, when they are few
     std::string purpose = {};
     bool required = false;
+    bool isSeldom = false;  ///< left to `--help-all`
 
     /// Whether its value is a file's name.
     bool takesFile() const { return value == "FILE" || value == "KEY"; }

@@ -56,11 +56,13 @@ std::string optionNames(const OptionEntry& option) {
     return option.value.empty() ? names : names + " " + option.value;
 }
 
-std::string options(const CommandTable& command) {
+std::string options(const CommandTable& command, HelpExtent extent) {
     std::vector<Row> rows;
     rows.reserve(command.arguments.size() + command.options.size());
     for (const ArgumentEntry& each : command.arguments) rows.push_back({each.name, each.purpose});
-    for (const OptionEntry& each : command.options) rows.push_back({optionNames(each), each.purpose});
+    for (const OptionEntry& each : command.options) {
+        if (extent == HelpExtent::all || !each.isSeldom) rows.push_back({optionNames(each), each.purpose});
+    }
     return columns(rows, 22);
 }
 
@@ -118,14 +120,17 @@ std::string usage(const CommandTable& command, const std::string& path, const He
     return text;
 }
 
-std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words) {
+std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words,
+                     HelpExtent extent) {
     const std::string begin = words.usage + ": ", indent(widthOf(begin), ' ');
     std::string text = begin +
                        paragraph(usage(command, path, words), screenWidth - indent.size(), indent.c_str()) +
                        '\n' + paragraph(command.purpose);
-    text += command.commands.empty() ? "\n" + words.options + ":\n" + options(command)
+    text += command.commands.empty() ? "\n" + words.options + ":\n" + options(command, extent)
                                      : "\n" + words.commands + ":\n" + commands(command);
     if (!command.examples.empty()) text += "\n" + words.examples + ":\n" + examples(command);
+    if (extent == HelpExtent::usual && std::ranges::any_of(command.options, &OptionEntry::isSeldom))
+        return text + "\n" + words.more + ": " + path + " --help-all\n";
     if (!command.remarks.empty()) text += "\n" + paragraph(command.remarks);
     return text;
 }

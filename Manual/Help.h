@@ -13,6 +13,7 @@ struct HelpWords {
     std::string usage = "Usage", options = "Options", examples = "Examples";
     std::string commands = "Commands, each with a --help of its own";
     std::string anyCommand = "COMMAND", anyOptions = "OPTIONS";  ///< as they stand in the usage
+    std::string more = "All options and exit statuses";
 };
 
 /// The text broken at blanks into lines of at most `width` characters; a longer word has a line of its own.
@@ -22,7 +23,13 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width);
 /// those of the commands above it.
 std::string usage(const CommandTable& command, const std::string& path, const HelpWords& words = {});
 
-/// What `--help` prints: at most 80 columns wide. `words` and the table's texts are in one language.
-std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words = {});
+enum class HelpExtent {
+    usual,  ///< what `--help` prints: of a command with options that are seldom needed not those
+    all,    ///< what `--help-all` prints
+};
+
+/// At most 80 columns wide. `words` and the table's texts are in one language.
+std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words = {},
+                     HelpExtent extent = HelpExtent::usual);
 
 }  // namespace quillmark

@@ -62,7 +62,7 @@ async function messageBytes(id) {
     let file;
     try {
         file = await browser.messages.getRaw(id, {data_format: "File"});
-    } catch (error) { console.error(error);
+    } catch {
         throw new Problem("messageUnreadable");
     }
     if (file.size > largestMessage) throw new Problem("messageTooLarge");
