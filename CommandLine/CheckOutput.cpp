@@ -10,7 +10,7 @@
 
 #include "CommandLine/CheckSummary.h"
 #include "CommandLine/Output.h"
-#include "CommandLine/ReportCSV.h"
+#include "QuillmarkKit/ReportCSV.h"
 #include "Settings/CurrentTime.h"
 
 namespace quillmark {

@@ -2,9 +2,12 @@
 
 #include <QMimeData>
 #include <QUrl>
+#include <algorithm>
+#include <array>
 #include <optional>
 
 #include "QuillmarkKit/Intake/Intake.h"
+#include "QuillmarkKit/Intake/PastedText.h"
 
 namespace quillmark {
 
@@ -14,6 +17,8 @@ const QString messageType = QStringLiteral("message/rfc822");
 // A mail program that hands over neither file nor data often leaves the place of the message under a name of
 // its own.
 const QString placeOfMessageType = QStringLiteral("text/x-moz-message");
+
+constexpr std::size_t mostOffered = 5'000'000;  // bytes
 
 /// The local files among the links; nothing when there is none.
 std::optional<DropContents::Files> filesOf(const QList<QUrl>& urls) {
@@ -51,6 +56,17 @@ DropContents dropContents(const QMimeData& data) {
     if (!text.empty() && (!link || looksLikeMessage(text))) return {DropContents::Text{std::move(text)}};
     if (link) return {DropContents::LinkOnly{}};
     return {};
+}
+
+bool holdsMessage(const DropContents& contents) {
+    if (std::holds_alternative<DropContents::Data>(contents.value)) return true;
+    const auto* text = std::get_if<DropContents::Text>(&contents.value);
+    if (!text || text->text.size() > mostOffered) return false;
+    const auto taken = messageIn(ByteBuffer(pastedText(text->text).source), ParseMode::lenient);
+    const auto* message = std::get_if<MailMessage>(&taken);
+    return message && message->first("From") &&
+           std::ranges::any_of(std::array{"Received", "Message-ID", "DKIM-Signature"},
+                               [&](const char* name) { return message->first(name) != nullptr; });
 }
 
 bool mayHoldMessage(const QMimeData& data) {

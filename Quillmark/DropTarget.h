@@ -46,4 +46,8 @@ DropContents dropContents(const QMimeData& data);
 /// at the drop.
 bool mayHoldMessage(const QMimeData& data);
 
+/// Whether this is beyond doubt a message, or its source, of at most 5 MB: one with a sender and a line that
+/// mail programs add. Other text may well begin with what could be a header line.
+bool holdsMessage(const DropContents& contents);
+
 }  // namespace quillmark

@@ -7,9 +7,11 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
+#include <QScreen>
 #include <QScrollArea>
 #include <QStackedWidget>
 
+#include "Quillmark/MessageWaysView.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/Tones.h"
@@ -132,6 +134,8 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     m_topics->setAccessibleName(words("Help topics"));
     // In the order of HelpPage.
     addPage(words("How Checks Work"), textPage(aboutChecks(words)));
+    m_topics->addItem(words("Getting a Message"));
+    m_pages->addWidget(new MessageWaysView(words));
     addPage(words("What Can’t Be Proven"), textPage(aboutLimits(words)));
     addPage(words("Keyboard Shortcuts"), shortcutPage(shortcuts));
     m_topics->setFixedWidth(m_topics->sizeHintForColumn(0) + 5 * fontMetrics().averageCharWidth());
@@ -140,11 +144,15 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     buttons->addButton(new Button(words("Close")), QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);
-    resize(100 * fontMetrics().averageCharWidth(), 32 * fontMetrics().height());
+    resize(QSize(120 * fontMetrics().averageCharWidth(), 32 * fontMetrics().height())
+               .boundedTo(screen()->availableSize() * 0.9));
     showPage(HelpPage::checks);
 }
 
-void HelpView::showPage(HelpPage page) { m_topics->setCurrentRow(static_cast<int>(page)); }
+void HelpView::showPage(HelpPage page) {
+    m_topics->setCurrentRow(static_cast<int>(page));
+    if (page == HelpPage::message) m_pages->currentWidget()->setFocus();
+}
 
 void HelpView::addPage(const QString& title, QWidget* contents) {
     m_topics->addItem(title);

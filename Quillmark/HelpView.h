@@ -12,7 +12,7 @@ class QStackedWidget;
 
 namespace quillmark {
 
-enum class HelpPage { checks, limits, shortcuts };
+enum class HelpPage { checks, message, limits, shortcuts };
 
 /// The help window: a list of topics and the text of one.
 class HelpView : public QDialog {

@@ -224,6 +224,7 @@ void MainView::buildMenus() {
     const QMenu* help = window_baseline::addHelpMenu(
         menuBar(), m_words("&Help"),
         {topic(Command::helpChecks, m_words("How Checks Work"), QKeySequence::HelpContents),
+         topic(Command::helpMessage, m_words("Getting a Message")),
          topic(Command::helpLimits, m_words("What Can’t Be Proven")),
          topic(Command::helpShortcuts, m_words("Keyboard Shortcuts"))},
         topic(Command::about, m_words("About Quillmark")));
@@ -370,6 +371,7 @@ QWidget* MainView::buildDropArea() {
     }
     buttons->addStretch(1);
     layout->addLayout(buttons);
+    layout->addWidget(buildClipboardLine());
     QLabel* ways =
         plainLabel(m_words("Drag a message out of your mail program, or save it there as an .eml file. "
                            "You can also copy a message’s source and paste it."),
@@ -379,9 +381,32 @@ QWidget* MainView::buildDropArea() {
     narrow->addWidget(ways, 6);
     narrow->addStretch(1);
     layout->addLayout(narrow);
+    auto* steps = new Button(m_words("Steps for Your Mail Program…"));
+    connect(steps, &QPushButton::clicked, action(Command::helpMessage), &QAction::trigger);
+    layout->addWidget(steps, 0, Qt::AlignHCenter);
     layout->addStretch(1);
     return area;
 }
+
+QWidget* MainView::buildClipboardLine() {
+    m_clipboardLine = new QWidget;
+    auto* layout = new QHBoxLayout(m_clipboardLine);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addStretch(1);
+    layout->addWidget(new QLabel(m_words("The clipboard holds a message.")));
+    auto* check = new Button(m_words("Check It"));
+    check->setObjectName(QStringLiteral("checkClipboard"));
+    check->setAccessibleDescription(m_words("The clipboard holds a message."));
+    connect(check, &QPushButton::clicked, this, &MainView::clipboardWanted);
+    layout->addWidget(check);
+    layout->addStretch(1);
+    m_clipboardLine->hide();
+    return m_clipboardLine;
+}
+
+bool MainView::isDropAreaShown() const { return m_pages->currentIndex() == 0; }
+
+void MainView::offerClipboard(bool holdsMessage) { m_clipboardLine->setVisible(holdsMessage); }
 
 // An empty list beside the area for drops would only take its place.
 void MainView::refreshListSide() {

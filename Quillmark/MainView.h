@@ -54,11 +54,12 @@ enum class Command {
     zoomOut,
     actualSize,
     helpChecks,
+    helpMessage,
     helpLimits,
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 29;
+constexpr std::size_t commandCount = 30;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -93,6 +94,10 @@ public:
     void showReport(const ReportContent& content);
     void showDropArea();
     void showRefusal(const QString& line);
+    /// Whether the drop area is what is shown.
+    bool isDropAreaShown() const;
+    /// Says in it that the clipboard holds a message.
+    void offerClipboard(bool holdsMessage);
     void showWithoutReport(const QString& name, const QString& text);
     /// Puts the keyboard into the filter, showing the list if need be.
     void focusFilter();
@@ -104,6 +109,7 @@ signals:
     /// Something was dropped, or pasted where no editor has the keyboard.
     void received(const DropContents& contents);
     void chosen(const std::optional<UUID>& id);
+    void clipboardWanted();  ///< to check what it holds
     void problemDismissed();
     void recoveryWanted();  ///< of what the problem tells of
 
@@ -124,6 +130,7 @@ private:
     QWidget* buildListSide();
     QWidget* buildReportSide();
     QWidget* buildDropArea();
+    QWidget* buildClipboardLine();
     void light(bool on);
     void refreshListSide();
     void setTable(bool isTable);
@@ -140,6 +147,7 @@ private:
     QLabel* m_dropTitle = nullptr;
     QWidget* m_refusalBadge = nullptr;
     PlainText* m_refusal = nullptr;
+    QWidget* m_clipboardLine = nullptr;
     PlainText* m_waitingName = nullptr;
     QLabel* m_waitingText = nullptr;
     QWidget* m_topRow = nullptr;

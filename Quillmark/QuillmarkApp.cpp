@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QFileDialog>
 #include <QMenu>
+#include <QMimeData>
 #include <QSettings>
 #include <QUrl>
 #include <algorithm>
@@ -88,6 +89,10 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     connect(m_window.reportView(), &ReportView::comparisonWanted, this,
             [this](std::size_t undone) { showMessageText(MessageTextView::Page::signedText, undone); });
     connect(m_window.reportView(), &ReportView::recheckWanted, this, [this] { perform(Command::recheck); });
+    connect(&m_window, &MainView::clipboardWanted, this, [this] {
+        if (const QMimeData* copied = QApplication::clipboard()->mimeData()) receive(dropContents(*copied));
+    });
+    connect(QApplication::clipboard(), &QClipboard::dataChanged, this, &QuillmarkApp::offerClipboard);
     connectModel();
 }
 
@@ -174,6 +179,7 @@ void QuillmarkApp::refreshSelection() {
             row && row->stopped ? stopRemark(*row->stopped, m_words) : m_words("Checking…"));
     } else if (!report) {
         m_window.showRefusal(isolatedRuns(m_model.refusal().value_or("")));
+        offerClipboard();
     }
     m_shown = report;
     m_hasMessage = checked.has_value();
@@ -243,6 +249,7 @@ void QuillmarkApp::refreshSheet() {
 bool QuillmarkApp::eventFilter(QObject* watched, QEvent* event) {
     // By now the window is where it stays, and a sheet can stand above its middle.
     if (event->type() == QEvent::WindowActivate && !m_sheet) refreshSheet();
+    if (event->type() == QEvent::WindowActivate) offerClipboard();
     return QObject::eventFilter(watched, event);
 }
 
@@ -304,6 +311,8 @@ void QuillmarkApp::perform(Command command) {
         }
         case Command::helpChecks:
             return showHelp(HelpPage::checks);
+        case Command::helpMessage:
+            return showHelp(HelpPage::message);
         case Command::helpLimits:
             return showHelp(HelpPage::limits);
         case Command::helpShortcuts:
@@ -365,6 +374,13 @@ void QuillmarkApp::receive(const DropContents& contents) {
             m_words("That holds no message. Drop a saved message, or copy a message’s source and paste it.")
                 .toStdString());
     }
+}
+
+// Whose window has the keyboard may look: and nobody waits for another program's clipboard without need.
+void QuillmarkApp::offerClipboard() {
+    if (!m_window.isActiveWindow() || !m_window.isDropAreaShown()) return;
+    const QMimeData* copied = QApplication::clipboard()->mimeData();
+    m_window.offerClipboard(copied && copied->hasText() && holdsMessage(dropContents(*copied)));
 }
 
 void QuillmarkApp::chooseFiles() {

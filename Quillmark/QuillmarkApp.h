@@ -55,6 +55,8 @@ private:
     void perform(Command command);
     void remove(void (AppModel::*fromWhere)(UUID));
     void receive(const DropContents& contents);
+    /// Says in the drop area when the clipboard holds a message, as often as it is looked at.
+    void offerClipboard();
     void receiveHanded(const std::string& path);
 
     std::optional<UUID> selected() const { return m_model.selection(); }

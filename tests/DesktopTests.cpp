@@ -254,6 +254,19 @@ TEST(Desktop, pasteInTheSheetAndStraight) {
     }
 }
 
+TEST(Desktop, aMessageInTheClipboardIsOffered) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    auto* check = run.window().findChild<QPushButton*>("checkClipboard");
+    for (const bool isMessage : {false, true}) {
+        QApplication::clipboard()->setText(isMessage ? QString::fromUtf8(contents(samplePath("rfc8463.eml")))
+                                                     : "From here: nothing");
+        EXPECT_TRUE(run.waitFor([&] { return check->isVisible() == isMessage; }));
+    }
+    QTest::keyClick(check, Qt::Key_Space);
+    run.waitForHeadline(headlineOf("rfc8463"));
+}
+
 TEST(Desktop, aHandedMessageIsRemovedOnceReadAndNoOtherFile) {
     const QTemporaryDir folder, session;
     const QByteArray before = qgetenv("XDG_RUNTIME_DIR");

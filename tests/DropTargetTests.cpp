@@ -46,5 +46,20 @@ TEST(DropTarget, kinds) {
     }
 }
 
+TEST(DropTarget, whatIsOfferedIsAMessageBeyondDoubt) {
+    using D = DropContents;
+    const std::pair<D, bool> rows[] = {
+        {{D::Data{source}}, true},
+        {{D::Text{"Received: x\nFrom: a@b.example\n\nhello"}}, true},
+        {{D::Text{"    Message-ID: <1@b.example>\n    From: a@b.example\n"}}, true},  // as it is quoted
+        {{D::Text{source}}, false},
+        {{D::Text{"Received: today\nThank you"}}, false},
+        {{D::Text{"Received: x\nFrom: a@b.example\n\n" + std::string(5'000'000, 'x')}}, false},
+        {{D::Files{{"/tmp/a.eml"}}}, false},
+        {{D::LinkOnly{}}, false},
+    };
+    for (const auto& [contents, isOffered] : rows) EXPECT_EQ(holdsMessage(contents), isOffered);
+}
+
 }  // namespace
 }  // namespace quillmark

@@ -1,4 +1,4 @@
-#include "CommandLine/ReportCSV.h"
+#include "QuillmarkKit/ReportCSV.h"
 #include "tests/Test.h"
 
 namespace quillmark {

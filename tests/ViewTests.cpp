@@ -2,6 +2,7 @@
 
 #include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MessageWaysView.h"
 #include "Quillmark/PasteView.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/ReportList.h"
@@ -262,6 +263,29 @@ TEST(PasteView, takesTextAndHoldsWhatIsTooLongToShow) {
         ASSERT_EQ(submitted.size(), 1);
         EXPECT_EQ(submitted[0][0].value<std::string>(), source);
     }
+}
+
+TEST(MessageWaysView, aProgramIsFoundByWhatPeopleCallIt) {
+    MessageWaysView view(english);
+    view.show();
+    auto* search = view.findChild<QLineEdit*>();
+    const auto* programs = view.findChild<QListWidget*>();
+    const int all = programs->count();
+    EXPECT_GE(all, 12 + 4) << "with headings";
+    const std::pair<const char*, const char*> rows[] = {
+        {"HOTMAIL", "Outlook, new and on the web"},
+        {"gmx", "GMX, web.de"},
+        {"save mbox", "Evolution"},
+        {"nosuchmail", "Another mail program"},
+    };
+    for (const auto& [typed, program] : rows) {
+        search->setText(typed);
+        ASSERT_EQ(programs->count(), 2) << typed;
+        EXPECT_EQ(programs->currentItem()->text(), program);
+        EXPECT_EQ(view.findChild<QScrollArea*>()->findChild<PlainText*>()->toPlainText(), program);
+    }
+    search->clear();
+    EXPECT_EQ(programs->count(), all);
 }
 
 TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {

@@ -1,4 +1,4 @@
-#include "CommandLine/ReportCSV.h"
+#include "QuillmarkKit/ReportCSV.h"
 
 #include <array>
 #include <string_view>
