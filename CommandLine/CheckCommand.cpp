@@ -22,9 +22,11 @@
 #include "CommandLine/CheckSources.h"
 #include "CommandLine/CheckSummary.h"
 #include "CommandLine/FixedAnswers.h"
+#include "CommandLine/InputParts.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
+#include "CommandLine/ResultFolder.h"
 #include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/ReportCSV.h"
 #include "QuillmarkKit/ReportJSON.h"
@@ -110,8 +112,10 @@ private:
 /// Checks what was read, and turns it into what is written.
 class Checker {
 public:
+    /// `part`: a digest of what the reports follow from, and so their identities; else these are random.
     /// Throws `OutputFileError`.
-    Checker(const CheckCommand& command, const CheckSources& from) : m_command(command), m_from(from) {
+    Checker(const CheckCommand& command, const CheckSources& from, std::optional<std::string> part = {})
+        : m_command(command), m_from(from), m_part(std::move(part)) {
         if (command.asSigned)
             m_asSigned = std::make_unique<AsSignedFolder>(*command.asSigned, command.reader);
     }
@@ -127,7 +131,7 @@ public:
         auto again =
             postponed && m_from.services && !m_from.recorded && !m_asSigned ? copyOf(input) : std::nullopt;
         bool wentWithout = false;
-        auto all = checked(std::move(input), wentWithout);
+        auto all = checked(std::move(input), number, wentWithout);
         if (m_from.services && m_from.services->doAllRest() && !m_hasSaidThatAllRest.exchange(true)) {
             writeProblem(m_command.reader.translate(
                 "No DNS service answers, so what would have to be asked for stays open. If one answers again "
@@ -151,13 +155,28 @@ private:
         }
     }
 
-    std::vector<OrderedRun::Message> checked(CheckInputs::Input input, bool& wentWithout) const {
+    /// A new one, or that of one message of a part: which it is in the input, and which of those attached.
+    UUID identity(std::size_t number, std::size_t attached) const {
+        if (!m_part) return UUID::random();
+        const std::string digest = hash(
+            HashAlgorithm::sha256, *m_part + " " + std::to_string(number) + " " + std::to_string(attached));
+        UUID id;
+        std::copy_n(digest.begin(), id.bytes.size(), id.bytes.begin());
+        id.bytes[6] = static_cast<std::uint8_t>((id.bytes[6] & 0x0F) | 0x80);  // version 8: made otherwise
+        id.bytes[8] = static_cast<std::uint8_t>((id.bytes[8] & 0x3F) | 0x80);  // RFC 9562, section 4.1
+        return id;
+    }
+
+    std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
+                                             bool& wentWithout) const {
         const auto hint = input.hasLinesBefore ? lineOfLinesBefore(placeOf(input.found)) : std::string();
         // Of the message that was checked last: what is left to be told of it, and its digest.
         std::string unwritten;
         std::optional<std::string> digest;
+        std::size_t checkedSoFar = 0;
         const auto verify = [&](const MailMessage& message, const FoundMessage& found) {
-            Verification verification = verified(message, found, wentWithout);
+            Verification verification =
+                verified(message, found, identity(number, checkedSoFar++), wentWithout);
             if (m_asSigned) unwritten = writeAsSigned(found.place, message, verification);
             if (m_command.sha256) digest = sha256(found.bytes.view());
             return std::move(verification.report);
@@ -203,15 +222,16 @@ private:
         return {};
     }
 
-    Verification verified(const MailMessage& message, const FoundMessage& found, bool& wentWithout) const {
+    Verification verified(const MailMessage& message, const FoundMessage& found, const UUID& id,
+                          bool& wentWithout) const {
         if (m_from.recorded) {
             return m_from.recorded->verify(sha256(found.bytes.view()), message, found.place.name(),
-                                           m_from.now, found.facts);
+                                           m_from.now, found.facts, id);
         }
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
         return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
                         m_command.noUndo ? Undoing::off : Undoing::on)
-            .examine(message, found.place.name(), m_from.now, UUID::random(), {}, found.facts);
+            .examine(message, found.place.name(), m_from.now, id, {}, found.facts);
     }
 
     /// Tone, how many cautions stand beside the headline, headline and place, with tabs between them.
@@ -246,7 +266,7 @@ private:
                               (message.counted.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
-        if (m_command.json) message.report = compactJSON(report, path, digest);
+        if (m_command.json || m_command.out) message.report = compactJSON(report, path, digest);
         if (m_command.keepsReports()) message.kept = compactJSON(report);
         if (m_command.csv) message.row = csvRow(report, path.value_or(""), digest);
         if (m_command.each) message.report = line(report, path);
@@ -257,8 +277,9 @@ private:
 
     const CheckCommand& m_command;
     const CheckSources& m_from;
+    const std::optional<std::string> m_part;
     std::unique_ptr<AsSignedFolder> m_asSigned;
-    const bool m_isTextPrinted = !m_command.json && !m_command.each && !m_command.summary &&
+    const bool m_isTextPrinted = !m_command.json && !m_command.out && !m_command.each && !m_command.summary &&
                                  !goesToOutput(m_command.csv) && !goesToOutput(m_command.record);
     const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
@@ -279,6 +300,10 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         return command.reader.translate(
             "only one of --json, --each, --summary, --csv - and --record - can go to standard output");
     }
+    if (command.out && std::ranges::count(command.files, standardInput) > 0) {
+        return command.reader.translate(
+            "with --out messages come from files, not from standard input (-), which can’t be read again");
+    }
     if (command.at && !parsedRFC3339(*command.at)) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
                                         {quillmark::quoted(*command.at)});
@@ -291,10 +316,12 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     return std::nullopt;
 }
 
-/// One thread takes the next input and goes on to check it, while the next takes: as many as can.
+/// One thread takes the next input and goes on to check it, while the next takes: as many as can. What comes
+/// of them goes to `output`.
+template <typename Output>
 void checkAll(const std::function<std::optional<CheckInputs::Input>()>& next,
               const std::function<std::uint64_t()>& readSoFar, Checker& checker, Postponed* postponed,
-              CheckOutput& output, std::size_t mostWorkers) {
+              Output& output, std::size_t mostWorkers) {
     OrderedRun run(mostWorkers * aheadPerWorker, memoryInFlight,
                    [&](const OrderedRun::Outcome& outcome) { output.take(outcome); });
     std::mutex reading;
@@ -340,6 +367,108 @@ void checkAll(CheckInputs& inputs, const CheckSources& from, Checker& checker, C
     checkAll([&] { return postponed.next(); }, readSoFar, checker, nullptr, output, from.workers);
 }
 
+/// Makes a result file for each part of the input, but for those that are there.
+class PartsRun {
+public:
+    /// Throws `AnswersFileError` and `OutputFileError`.
+    explicit PartsRun(const CheckCommand& command)
+        : m_command(command),
+          m_folder(command),
+          m_from(command),
+          m_isAnybodyAsked(command.dnsFiles.empty()),
+          m_earlier(std::make_shared<EarlierAnswers>(m_from.resolver)),
+          m_registry(m_from.registry && m_isAnybodyAsked ? m_earlier->before(m_from.registry)
+                                                         : m_from.registry) {}
+
+    /// The exit status. Throws `OutputFileError`.
+    int run(std::optional<FileList> list) {
+        const std::string listName = list ? list->path() : "";
+        InputParts parts(m_command.files, std::move(list));
+        try {
+            while (const auto part = parts.next()) {
+                const ResultFolder::Place place = m_folder.placeOf(*part);
+                if (place.isDone()) {
+                    tellDone(place);
+                } else if (!isMade(*part, place)) {
+                    if (m_isCutOff) return 1;
+                    continue;
+                }
+                if (!writeOutput(place.result + "\n")) throw OutputFileError("-", errno);
+            }
+        } catch (const std::system_error& error) {  // of the list
+            problem(problemLine(unreadable(error.code().value()), listName, m_command.reader));
+        }
+        return m_status;
+    }
+
+private:
+    static constexpr int mostTries = 3;  // of a part for which a DNS service that rests wasn't asked
+
+    void problem(std::string_view line) {
+        writeProblem(line);
+        m_status = 1;
+    }
+
+    void tellDone(const ResultFolder::Place& place) {
+        if (m_isAnybodyAsked) m_earlier->addRecording(place.recording);
+        for (const std::string& line : place.problemLines()) problem(line);
+    }
+
+    /// False when it is left to do, which is said.
+    bool isMade(const InputPart& part, const ResultFolder::Place& place) {
+        for (int tries = 1;; ++tries) {
+            const Date begun = currentTime();
+            if (m_isAnybodyAsked) prepareToAsk(begun);
+            ResultFile result(place, m_command.reader);
+            CheckInputs inputs(part.files, m_command.pasted);
+            Checker checker(m_command, m_from, place.digest);
+            checkAll([&] { return inputs.next(); }, [&] { return inputs.bytesRead(); }, checker, nullptr,
+                     result, m_from.workers);
+            if (m_earlier->wentWithout()) {
+                m_from.services->tryAgain();
+                if (tries < mostTries) continue;
+                m_isCutOff = m_from.services->doAllRest();
+            }
+            if (m_isCutOff) {
+                problem(
+                    m_command.reader.translate("No DNS service answers, so this ends here. The same command "
+                                               "goes on with what is left."));
+                return false;
+            }
+            result.sayProblems();
+            if (stateOf(part.files) != part.state) {
+                problem(m_command.reader.translate(
+                    "Files changed or went away while they were checked, “%1” or one behind it. The same "
+                    "command checks them again.",
+                    {quillmark::quoted(part.files.front())}));
+                return false;
+            }
+            if (result.hasProblems()) m_status = 1;
+            result.commit(m_isAnybodyAsked ? std::optional(m_from.recorded->json(
+                                                 {.at = m_from.now, .begun = begun, .ended = currentTime()}))
+                                           : std::nullopt);
+            return true;
+        }
+    }
+
+    void prepareToAsk(Date begun) {
+        m_earlier->begin();
+        m_from.recorded =
+            std::make_unique<RecordedRun>(m_earlier, m_registry, RecordedRun::Failures(), m_from.lookupTime,
+                                          m_command.noUndo ? Undoing::off : Undoing::on);
+        if (!m_command.at) m_from.now = begun;
+    }
+
+    const CheckCommand& m_command;
+    const ResultFolder m_folder;
+    CheckSources m_from;
+    const bool m_isAnybodyAsked;
+    const std::shared_ptr<EarlierAnswers> m_earlier;
+    const std::shared_ptr<RegistrationLookup> m_registry;
+    int m_status = 0;
+    bool m_isCutOff = false;
+};
+
 }  // namespace
 
 bool CheckCommand::asksRegistries() const {
@@ -347,7 +476,7 @@ bool CheckCommand::asksRegistries() const {
 }
 
 bool CheckCommand::keepsReports() const {
-    return save.value_or(settings && settings->keepHistory && dnsFiles.empty());
+    return !out && save.value_or(settings && settings->keepHistory && dnsFiles.empty());
 }
 
 int CheckCommand::run() const {
@@ -357,10 +486,16 @@ int CheckCommand::run() const {
         return 2;
     }
     try {
-        const CheckSources from(*this);
         std::optional<FileList> list;
         if (filesFrom)
             list.emplace(*filesFrom, areNamesZeroEnded ? FileList::Ends::zeroBytes : FileList::Ends::lines);
+        if (out) {
+            const BeforeEnd whenStopped([this] {
+                writeProblem(reader.translate("Stopped. The same command goes on with what is left."));
+            });
+            return PartsRun(*this).run(std::move(list));
+        }
+        const CheckSources from(*this);
         CheckInputs inputs(files, pasted, std::move(list));
         CheckOutput output(*this, from, begun, inputs.expectedBytes());
         if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
@@ -379,7 +514,7 @@ int CheckCommand::run() const {
         return 2;
     } catch (const OutputFileError& error) {
         writeProblem(unwritable(error, reader));
-        return 2;
+        return out ? 1 : 2;
     }
 }
 

@@ -33,6 +33,7 @@ struct CheckCommand {
     bool noUndo = false;                       ///< doesn't look for what was changed
     bool noAttached = false;                   ///< passes over messages that are attached to others
     std::optional<std::string> asSigned = {};  ///< a folder to write what was signed into
+    std::optional<std::string> out = {};       ///< a folder for a result file of each part of the input
     int jobs = 0;                              ///< how many messages are checked at once; 0: as suits
     int timeout = 0;                           ///< seconds for the lookups of one message; 0: as usual
     Reader reader = {};                        ///< whom reports and problems are for

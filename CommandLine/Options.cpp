@@ -177,6 +177,18 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         "Write, of changed messages, what was signed into new files, each with a text that tells of it")
         ->excludes(noUndo)
         ->group(seldom);
+    CLI::Option* const out = add(command, "--out", check.out, "FOLDER",
+                                 "Write reports as lines of JSON into files in a folder, one for each large "
+                                 "file and for each 1,000 "
+                                 "small "
+                                 "ones, with what the checks were told beside it; print their names. What is "
+                                 "there already isn't made "
+                                 "again: the same command goes on where it was stopped")
+                                 ->group(seldom);
+    for (const char* const other :
+         {"--json", "--each", "--summary", "--csv", "--record", "--save", "--fail-on", "--as-signed"}) {
+        out->excludes(command.get_option(other));
+    }
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
         ->check(CLI::Range(1, 256))
         ->group(seldom);

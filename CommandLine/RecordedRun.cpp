@@ -21,7 +21,8 @@ RecordedRun::Check& RecordedRun::check(const std::string& sha256,
 }
 
 Verification RecordedRun::verify(const std::string& sha256, const MailMessage& message,
-                                 std::optional<std::string> fileName, Date now, IntakeFacts intake) {
+                                 std::optional<std::string> fileName, Date now, IntakeFacts intake,
+                                 const UUID& id) {
     Check& current = check(sha256, fileName);
     // The same message a second time meets the failures that the first met, or one record would not do for
     // both.
@@ -31,7 +32,7 @@ Verification RecordedRun::verify(const std::string& sha256, const MailMessage& m
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
     Verification verification =
         Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime, m_undoing)
-            .examine(message, std::move(fileName), now, UUID::random(), {}, std::move(intake));
+            .examine(message, std::move(fileName), now, id, {}, std::move(intake));
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;
     return verification;

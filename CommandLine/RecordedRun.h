@@ -35,9 +35,10 @@ public:
           m_lookupTime(lookupTime),
           m_undoing(undoing) {}
 
-    /// Checks the message whose file has this SHA-256.
+    /// Checks the message whose file has this SHA-256. `id`: of the report.
     Verification verify(const std::string& sha256, const MailMessage& message,
-                        std::optional<std::string> fileName, Date now, IntakeFacts intake = {});
+                        std::optional<std::string> fileName, Date now, IntakeFacts intake = {},
+                        const UUID& id = UUID::random());
 
     /// All that was taken down, as an answers file (docs/formats.md), but for messages whose check is not
     /// done.

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "CommandLine/ResultFolder.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "ScriptedHTTP.h"
@@ -11,6 +12,7 @@
 namespace quillmark::test {
 namespace {
 
+namespace fs = std::filesystem;
 using JSON = nlohmann::json;
 
 const Date now = *parsedRFC3339("2026-11-21T10:00:00.125Z");
@@ -73,6 +75,46 @@ std::vector<std::string> checked(RecordedRun& run, const std::vector<std::string
         reports[i] = json.dump();
     });
     return reports;
+}
+
+TEST(RecordedRun, nobodyIsAskedWhatARecordingOfAnEarlierPartKnows) {
+    const auto mails = messages(rsaKey());
+    const auto http = network(keyRecord(rsaKey()));
+    const TemporaryFolder folder;
+    const auto resolver = [&] { return std::make_shared<EarlierAnswers>(std::make_shared<DoHResolver>(http)); };
+    const auto run = [&](const std::shared_ptr<EarlierAnswers>& answers) {
+        answers->begin();
+        RecordedRun checks(answers, answers->before(std::make_shared<RDAPClient>(http)));
+        checked(checks, mails);
+        return checks.json({.at = now, .begun = now, .ended = now});
+    };
+    const std::string first = run(resolver());
+    http->takeURLs();
+    const auto later = resolver();
+    later->addRecording(folder / "missing");
+    later->addRecording(folder.write("damaged", "{"));
+    later->addRecording(folder.write("recording", first));
+    const std::string second = run(later);
+    std::set<std::string> failures;  // are asked for again
+    for (const auto& [digest, message] : JSON::parse(first)["messages"].items()) {
+        for (const auto& [question, why] : message.value("errors", JSON::object()).items())
+            failures.insert(question.substr(0, question.find('|')));
+    }
+    for (const std::string& url : http->takeURLs()) {
+        if (url.find("type=") == std::string::npos) continue;  // of registries some failed, too
+        EXPECT_TRUE(std::ranges::any_of(
+            failures, [&](const auto& name) { return url.find("name=" + name) != std::string::npos; }))
+            << url;
+    }
+    EXPECT_EQ(JSON::parse(second)["sources"], JSON::parse(first)["sources"]);
+    // What is older than a day isn't known any more.
+    fs::last_write_time(folder / "recording", fs::file_time_type::clock::now() - std::chrono::hours(25));
+    const auto stale = resolver();
+    stale->addRecording(folder / "recording");
+    run(stale);
+    const auto urls = http->takeURLs();
+    EXPECT_TRUE(std::ranges::any_of(
+        urls, [](const auto& url) { return url.find("name=key._domainkey") != std::string::npos; }));
 }
 
 TEST(RecordedRun, checksMadeAgainGiveTheSameReports) {
