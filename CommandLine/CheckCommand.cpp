@@ -270,6 +270,11 @@ private:
         if (m_command.keepsReports()) message.kept = compactJSON(report);
         if (m_command.csv) message.row = csvRow(report, path.value_or(""), digest);
         if (m_command.each) message.report = line(report, path);
+        if (m_command.html) {
+            const bool mayBeWhole = m_written.fetch_add(1) < MailboxReport::mostReports;
+            message.entry = mailboxEntry(report, mayBeWhole ? WholeReport::included : WholeReport::leftOut,
+                                         m_command.reader);
+        }
         if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.layout);
         if (!message.report.empty()) message.report += '\n';
         return message;
@@ -280,10 +285,12 @@ private:
     const std::optional<std::string> m_part;
     std::unique_ptr<AsSignedFolder> m_asSigned;
     const bool m_isTextPrinted = !m_command.json && !m_command.out && !m_command.each && !m_command.summary &&
-                                 !goesToOutput(m_command.csv) && !goesToOutput(m_command.record);
-    const bool m_areCautionsAsked = m_command.summary || m_command.only || m_command.failOn;
+                                 !goesToOutput(m_command.csv) && !goesToOutput(m_command.html) &&
+                                 !goesToOutput(m_command.record);
+    const bool m_areCautionsAsked = m_command.summary || m_command.html || m_command.only || m_command.failOn;
     const std::optional<std::set<Tone>> m_only = m_command.only ? tonesNamed(*m_command.only) : std::nullopt;
     std::atomic<bool> m_hasSaidThatAllRest = false;
+    mutable std::atomic<std::size_t> m_written = 0;
 };
 
 /// A fault in the arguments that their parser cannot see, or nothing.
@@ -295,10 +302,11 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
                                         {quillmark::quoted(*command.only)});
     }
     if (command.json + command.each + command.summary + goesToOutput(command.csv) +
-            goesToOutput(command.record) >
+            goesToOutput(command.html) + goesToOutput(command.record) >
         1) {
         return command.reader.translate(
-            "only one of --json, --each, --summary, --csv - and --record - can go to standard output");
+            "only one of --json, --each, --summary, --csv -, --html - and --record - can go to standard "
+            "output");
     }
     if (command.out && std::ranges::count(command.files, standardInput) > 0) {
         return command.reader.translate(

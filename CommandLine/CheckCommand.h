@@ -28,6 +28,7 @@ struct CheckCommand {
     std::optional<std::string> record = {};    ///< a file to write what the checks were told into
     bool summary = false;                      ///< tables at the end in place of reports
     std::optional<std::string> csv = {};       ///< a file to write a table of the reports into
+    std::optional<std::string> html = {};      ///< a file to write a page about all of them into
     std::optional<std::string> only = {};      ///< tones, with commas: no other report is written or kept
     std::optional<std::string> failOn = {};    ///< a tone
     bool noUndo = false;                       ///< doesn't look for what was changed

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/ReportCSV.h"
 #include "Settings/CurrentTime.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
@@ -40,6 +42,10 @@ CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, 
     if (command.record) {
         m_recording.emplace(*command.record);
         if (!m_recording->isStream()) m_recording->write(recordingBegin);
+    }
+    if (command.html) {
+        m_page.emplace(*command.html);
+        m_pageContent.emplace(command.reader);
     }
     const bool isTyped = std::ranges::count(command.files, "-") > 0 && isatty(STDIN_FILENO) == 1;
     if (canShowProgress() && !isTyped) m_progress.emplace(command.reader, expectedBytes);
@@ -71,8 +77,10 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
     if (!message.problem.empty()) {
         ++m_totals.problems;
         m_status = 1;
+        if (m_pageContent) m_pageContent->addProblem(message.problem);
         return;
     }
+    if (message.entry) m_pageContent->add(*message.entry);
     m_totals.add(message.counted);
     if (!message.kept.empty()) m_saver.add(message.kept);
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
@@ -114,6 +122,7 @@ void CheckOutput::finishEarly(Ending ending) {
     const bool isPrinted = m_printed.wait_for(lock, timeToFinish, [this] { return !m_isPrinting; });
     lock.release();
     if (m_isComplete) return;
+    m_isStopped = true;
     if (m_outcomes > 0) {
         complete();
         try {
@@ -126,6 +135,7 @@ void CheckOutput::finishEarly(Ending ending) {
     if (!isPrinted) return;
     m_table.reset();  // a file that has a temporary name is removed
     m_recording.reset();
+    m_page.reset();
 }
 
 void CheckOutput::giveUp(const OutputFileError& error) {
@@ -159,6 +169,7 @@ void CheckOutput::complete() {
     m_isComplete = true;
     if (m_command.keepsReports() && !m_saver.finish()) m_status = 1;
     complete(m_table, [] {});
+    complete(m_page, [this] { writePage(); });
     complete(m_recording,
              [this] { m_recording->write(std::string_view(recording()).substr(recordingBegin.size())); });
 }
@@ -166,15 +177,46 @@ void CheckOutput::complete() {
 void CheckOutput::printRest() {
     if (m_command.summary) m_output.write(summaryText(m_totals, m_command.reader, m_command.layout.width));
     if (m_recording && m_recording->isStream()) m_recording->write(recording());
+    if (m_page && m_page->isStream()) writePage();
 }
 
 std::string CheckOutput::recording() const {
     return m_from.recorded->json({.at = m_from.now, .begun = m_begun, .ended = currentTime()});
 }
 
+void CheckOutput::writePage() {
+    const Reader& reader = m_command.reader;
+    MailboxReportHead head{
+        .inputs = m_command.files, .begun = m_begun, .ended = currentTime(), .isWhole = !m_isStopped};
+    if (m_command.filesFrom)
+        head.inputs.push_back(reader.translate("the files named in %1", {inert(*m_command.filesFrom)}));
+    head.facts.emplace_back(reader.translate("Time of the check"), reader.time(m_from.now));
+    std::string answers;
+    for (const std::string& file : m_command.dnsFiles) answers += (answers.empty() ? "" : ", ") + inert(file);
+    if (!m_command.dnsFiles.empty()) {
+        answers = reader.translate("from %1; nobody was asked", {answers});
+    } else if (m_command.resolver == systemResolver) {
+        answers = reader.translate("from the servers that this computer asks for everything else");
+    } else {
+        for (const DoHEndpoint& endpoint : m_from.services->endpoints())
+            answers += (answers.empty() ? "" : ", ") + endpoint.host;
+    }
+    head.facts.emplace_back(reader.translate("DNS answers"), answers);
+    head.facts.emplace_back(reader.translate("Age of domains"), m_from.registry
+                                                                    ? reader.translate("asked for")
+                                                                    : reader.translate("not asked for"));
+    if (m_command.csv && m_table) {
+        const std::filesystem::path folder = std::filesystem::path(*m_command.html).parent_path();
+        head.table = std::filesystem::path(*m_command.csv)
+                         .lexically_proximate(folder.empty() ? std::filesystem::path(".") : folder)
+                         .string();
+    }
+    m_pageContent->write(head, m_totals, [this](std::string_view piece) { m_page->write(piece); });
+}
+
 bool CheckOutput::isAnythingKept() const {
     return m_command.keepsReports() || (m_table && !m_table->isStream()) ||
-           (m_recording && !m_recording->isStream());
+           (m_recording && !m_recording->isStream()) || (m_page && !m_page->isStream());
 }
 
 std::string CheckOutput::earlyLine() const {

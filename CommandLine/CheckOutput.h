@@ -14,6 +14,7 @@
 #include "CommandLine/OutputFile.h"
 #include "CommandLine/Progress.h"
 #include "CommandLine/UserHistory.h"
+#include "Wording/MailboxReport.h"
 #include "Wording/Totals.h"
 
 namespace quillmark {
@@ -53,6 +54,7 @@ private:
     /// What comes when all else is written.
     void printRest();
     std::string recording() const;
+    void writePage();
     bool isAnythingKept() const;
     std::string earlyLine() const;
 
@@ -61,7 +63,7 @@ private:
     const Date m_begun;
     const std::optional<std::uint64_t> m_expectedBytes;
     OutputFile m_output{"-"};
-    std::optional<OutputFile> m_table = {}, m_recording = {};
+    std::optional<OutputFile> m_table = {}, m_recording = {}, m_page = {};
     std::optional<Progress> m_progress = {};
     bool m_isFirst = true;
     std::atomic<std::int64_t> m_expectedOutcomes = 0;
@@ -71,10 +73,11 @@ private:
     // Under the mutex:
     HistorySaver m_saver;
     Totals m_totals = {};
+    std::optional<MailboxReport> m_pageContent = {};
     std::int64_t m_outcomes = 0, m_messages = 0;
     std::uint64_t m_bytesRead = 0;
     int m_status = 0;
-    bool m_isPrinting = false, m_isComplete = false;
+    bool m_isPrinting = false, m_isComplete = false, m_isStopped = false;
 };
 
 }  // namespace quillmark

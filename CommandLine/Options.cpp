@@ -162,6 +162,9 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",
         "Write a table of the reports into a new file; \"-\" is standard output");
+    add(command, "--html", check.html, "FILE",
+        "Write a report on all of them into a new file, as a page that any browser shows; \"-\" is standard "
+        "output");
     add(command, "--only", check.only, suggesting("TONES", "good,caution,unknown,bad"),
         "Write and keep the reports of these tones alone, such as bad,caution; caution means those with a "
         "caution beside the verdict, too");
@@ -185,8 +188,8 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                                  "there already isn't made "
                                  "again: the same command goes on where it was stopped")
                                  ->group(seldom);
-    for (const char* const other :
-         {"--json", "--each", "--summary", "--csv", "--record", "--save", "--fail-on", "--as-signed"}) {
+    for (const char* const other : {"--json", "--each", "--summary", "--csv", "--html", "--record", "--save",
+                                    "--fail-on", "--as-signed"}) {
         out->excludes(command.get_option(other));
     }
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")

@@ -6,8 +6,10 @@ namespace {
 
 std::size_t sizeOf(const OrderedRun::Outcome& outcome) {
     std::size_t bytes = 0;
-    for (const auto& message : outcome.messages)
+    for (const auto& message : outcome.messages) {
         bytes += message.report.size() + message.problem.size() + message.kept.size() + message.row.size();
+        if (message.entry) bytes += message.entry->size();
+    }
     return bytes;
 }
 

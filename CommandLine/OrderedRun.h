@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Wording/MailboxReport.h"
 #include "Wording/Totals.h"
 
 namespace quillmark {
@@ -31,6 +32,7 @@ public:
         std::string report = {};   ///< as it is printed; empty when it is not to be
         std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
         std::string row = {};      ///< of the CSV file; empty without one
+        std::optional<MailboxEntry> entry = {};  ///< of the page; none without one
     };
     struct Outcome {
         std::vector<Message> messages = {};  ///< a message and those attached inside it

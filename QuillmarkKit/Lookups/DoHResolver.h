@@ -62,7 +62,8 @@ public:
     /// The host of the endpoint that answered.
     std::string source(std::string_view name, DNSRecordType type) override;
 
-    /// How many of the endpoints rest.
+    const std::vector<DoHEndpoint>& endpoints() const { return m_options.endpoints; }
+    /// How many of them rest.
     std::size_t resting() const;
     bool doAllRest() const { return resting() == m_options.endpoints.size(); }
     /// Those that rest are tried with the next question.
