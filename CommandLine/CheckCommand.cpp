@@ -35,6 +35,7 @@
 #include "QuillmarkKit/Verifier.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Banner.h"
+#include "Wording/Expected.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -275,7 +276,10 @@ private:
             message.entry = mailboxEntry(report, mayBeWhole ? WholeReport::included : WholeReport::leftOut,
                                          m_command.reader);
         }
-        if (m_isTextPrinted) message.report = textReport(report, m_command.reader, m_command.layout);
+        if (m_isTextPrinted) {
+            message.report = textReport(report, m_command.reader, m_command.layout,
+                                        m_command.expect.value_or(std::string()));
+        }
         if (!message.report.empty()) message.report += '\n';
         return message;
     }
@@ -300,6 +304,10 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     if (command.only && !tonesNamed(*command.only)) {
         return command.reader.translate("--only takes good, caution, unknown and bad, not “%1”",
                                         {quillmark::quoted(*command.only)});
+    }
+    if (command.expect) {
+        const ExpectedAnswer answer = expectedAnswer({}, *command.expect, command.reader);
+        if (answer.kind == ExpectedAnswer::Kind::unread) return answer.text;
     }
     if (command.json + command.each + command.summary + goesToOutput(command.csv) +
             goesToOutput(command.html) + goesToOutput(command.record) >

@@ -31,6 +31,7 @@ struct CheckCommand {
     std::optional<std::string> html = {};      ///< a file to write a page about all of them into
     std::optional<std::string> only = {};      ///< tones, with commas: no other report is written or kept
     std::optional<std::string> failOn = {};    ///< a tone
+    std::optional<std::string> expect = {};    ///< a domain or address: text reports say whether it is that
     bool noUndo = false;                       ///< doesn't look for what was changed
     bool noAttached = false;                   ///< passes over messages that are attached to others
     std::optional<std::string> asSigned = {};  ///< a folder to write what was signed into

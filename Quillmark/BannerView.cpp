@@ -1,8 +1,12 @@
 #include "Quillmark/BannerView.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QBoxLayout>
+#include <QCompleter>
+#include <QGridLayout>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QPainter>
 #include <QStyleOptionFocusRect>
 #include <QTextBlock>
@@ -10,6 +14,7 @@
 #include <QTextLayout>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quillmark {
 
@@ -18,25 +23,6 @@ namespace {
 constexpr double badgeLines = 2.5;      // the height of the verdict's symbol
 constexpr std::size_t mostLines = 4;    // of the cautions: the others are one line, lest they hide what to do
 constexpr double smallestDomain = 0.6;  // of its size
-
-/// A stripe as wide as the box.
-class Band : public QWidget {
-public:
-    explicit Band(Tone tone) : m_tone(tone) {}
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter painter(this);
-        const QColor ground = bandGround(m_tone, palette());
-        painter.fillRect(rect(), ground);
-        painter.setPen(toneColor(m_tone, ground, palette()));
-        painter.drawLine(0, 0, width(), 0);
-        painter.drawLine(0, height() - 1, width(), height() - 1);
-    }
-
-private:
-    Tone m_tone;
-};
 
 /// Lays a text out in so many pixels. Gives its height.
 double layOut(QTextLayout& layout, double width) {
@@ -60,24 +46,33 @@ PlainText* text(const QString& contents, double scale = 1, QFont::Weight weight 
     return made;
 }
 
-/// How programs show an international domain, with the letters marked that aren't what they seem.
-PlainText* lettersText(const DomainIdentity& identity, const Words& words) {
-    QString letters;
-    for (const DomainIdentity::Letters& each : identity.letters) letters += isolatedRuns(each.text);
-    auto* made = text(words("Some programs show it as %1", letters));
-    auto at = static_cast<int>(made->toPlainText().indexOf(letters));
+QString textOf(const std::vector<DomainIdentity::Letters>& letters) {
+    QString all;
+    for (const DomainIdentity::Letters& each : letters) all += isolatedRuns(each.text);
+    return all;
+}
+
+/// Marks the odd ones of letters that stand in a text, at its end if it has them twice.
+void markOdd(PlainText& text, const std::vector<DomainIdentity::Letters>& letters) {
+    auto at = static_cast<int>(text.toPlainText().lastIndexOf(textOf(letters)));
     QTextCharFormat odd;
     odd.setFontWeight(QFont::Bold);
-    odd.setBackground(bandGround(Tone::caution, made->palette()));
-    odd.setForeground(toneColor(Tone::caution, bandGround(Tone::caution, made->palette()), made->palette()));
+    odd.setBackground(bandGround(Tone::caution, text.palette()));
+    odd.setForeground(toneColor(Tone::caution, bandGround(Tone::caution, text.palette()), text.palette()));
     odd.setUnderlineStyle(QTextCharFormat::SingleUnderline);
-    for (const DomainIdentity::Letters& each : identity.letters) {
-        QTextCursor cursor(made->document());
+    for (const DomainIdentity::Letters& each : letters) {
+        QTextCursor cursor(text.document());
         cursor.setPosition(at);
         at += static_cast<int>(isolatedRuns(each.text).size());
         cursor.setPosition(at, QTextCursor::KeepAnchor);
         if (each.areOdd) cursor.mergeCharFormat(odd);
     }
+}
+
+/// How programs show an international domain, with the letters marked that aren't what they seem.
+PlainText* lettersText(const DomainIdentity& identity, const Words& words) {
+    auto* made = text(words("Some programs show it as %1", textOf(identity.letters)));
+    markOdd(*made, identity.letters);
     return made;
 }
 
@@ -195,6 +190,8 @@ BannerView::BannerView(const ReportContent& content, const Words& words, QWidget
     if (m_content.decider) layout->addWidget(decider());
     if (!m_content.cautions.empty()) layout->addWidget(cautions());
     layout->addWidget(foot());
+    layout->addWidget(buildExpectation());
+    layout->addWidget(quiet());
 }
 
 /// As one reads it: the verdict, what changes it, what to do.
@@ -203,7 +200,11 @@ QString BannerView::spoken() const {
     if (m_content.decider) parts << m_content.decider->text;
     if (!m_content.lead.isEmpty()) parts << m_content.lead;
     for (const ReportLead& each : m_content.cautions) parts << each.text;
-    parts << m_words("What to do: %1", m_content.whatToDo);
+    const auto& expectation = m_content.expectation;
+    const bool isOther = expectation && !expectation->answer.whatToDo.empty();
+    parts << m_words("What to do: %1",
+                     isOther ? isolatedRuns(expectation->answer.whatToDo) : m_content.whatToDo);
+    if (expectation) parts << isolatedRuns(expectation->answer.text);
     return withoutIsolation(parts.join(QStringLiteral(". ")));
 }
 
@@ -229,6 +230,21 @@ QWidget* BannerView::head() {
     for (const ReportLine& each : m_content.remarks) texts->addLayout(noteLine(each, m_words));
     if (!m_content.known.isEmpty()) texts->addWidget(text(m_content.known));
     return head;
+}
+
+void Band::setTone(std::optional<Tone> tone) {
+    m_tone = tone;
+    update();
+}
+
+void Band::paintEvent(QPaintEvent*) {
+    if (!m_tone) return;
+    QPainter painter(this);
+    const QColor ground = bandGround(*m_tone, palette());
+    painter.fillRect(rect(), ground);
+    painter.setPen(toneColor(*m_tone, ground, palette()));
+    painter.drawLine(0, 0, width(), 0);
+    painter.drawLine(0, height() - 1, width(), height() - 1);
 }
 
 void BannerView::addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold) {
@@ -290,19 +306,110 @@ QWidget* BannerView::foot() {
     auto* label = new QLabel(m_words("What to do"));
     label->setFont(scaled(label->font(), 1.05, QFont::Bold));
     what->addWidget(label, 0, Qt::AlignTop);
-    auto* whatToDo = text(m_content.whatToDo, 1.05);
-    whatToDo->setObjectName(QStringLiteral("whatToDo"));
-    what->addWidget(whatToDo, 1);
+    m_whatToDo = text(m_content.whatToDo, 1.05);
+    m_whatToDo->setObjectName(QStringLiteral("whatToDo"));
+    what->addWidget(m_whatToDo, 1);
     lines->addLayout(what);
-    auto* quiet = text(m_content.quiet.join(QStringLiteral(" · ")), 0.9);
-    quiet->setColor(fadedText(palette()));
-    lines->addSpacing(line / 3);
-    lines->addWidget(quiet);
     m_recheck = new QPushButton(m_words("Re-check"));
     connect(m_recheck, &QPushButton::clicked, this, &BannerView::recheckWanted);
     lines->addWidget(m_recheck, 0, Qt::AlignLeft);
     offerRecheck(false);
     return foot;
+}
+
+QWidget* BannerView::buildExpectation() {
+    m_expectation = new Band({});
+    QBoxLayout* lines = indented(m_expectation);
+    auto* row = new QHBoxLayout;
+    auto* label = new QLabel(m_words("I e&xpected"));
+    m_field = new QLineEdit;
+    m_field->setObjectName(QStringLiteral("expected"));
+    m_field->setAccessibleName(m_words("The domain or address that you expected"));
+    m_field->setPlaceholderText(m_words("the domain or address it should be from"));
+    m_field->setMaxLength(longestLabel);
+    m_field->setClearButtonEnabled(true);
+    m_field->installEventFilter(this);
+    label->setBuddy(m_field);
+    if (m_content.expectation) m_field->setText(m_content.expectation->typed);
+    connect(m_field, &QLineEdit::editingFinished, this, &BannerView::submitExpectation);
+    row->setSpacing(fontMetrics().height() / 2);
+    row->addWidget(label);
+    row->addWidget(m_field, 1);
+    lines->addLayout(row);
+    showAnswer();
+    return m_expectation;
+}
+
+void BannerView::submitExpectation() {
+    const QString typed = m_field->text().trimmed();
+    const QString before = m_content.expectation ? m_content.expectation->typed : QString();
+    if (typed != before) emit expectationChanged(typed);
+}
+
+bool BannerView::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::FocusIn && !m_field->completer()) emit suggestionsWanted();
+    return Card::eventFilter(watched, event);
+}
+
+void BannerView::suggest(const QStringList& domains) {
+    auto* completer = new QCompleter(domains, m_field);
+    completer->setCaseSensitivity(Qt::CaseInsensitive);
+    completer->setFilterMode(Qt::MatchContains);
+    m_field->setCompleter(completer);
+    // The field has the text only afterwards.
+    connect(completer, qOverload<const QString&>(&QCompleter::activated), this,
+            &BannerView::submitExpectation, Qt::QueuedConnection);
+}
+
+void BannerView::setExpectation(const std::optional<ReportExpectation>& expectation) {
+    m_content.expectation = expectation;
+    showAnswer();
+    setAccessibleName(spoken());
+    const QString answer = expectation ? withoutIsolation(isolatedRuns(expectation->answer.text)) : QString();
+    m_field->setAccessibleDescription(answer);
+    QAccessibleEvent changed(m_field, QAccessible::DescriptionChanged);
+    QAccessible::updateAccessibility(&changed);
+}
+
+void BannerView::showAnswer() {
+    delete std::exchange(m_answer, nullptr);
+    const auto& expectation = m_content.expectation;
+    const QString other = expectation ? isolatedRuns(expectation->answer.whatToDo) : QString();
+    m_whatToDo->setContents(other.isEmpty() ? m_content.whatToDo : other);
+    m_expectation->setTone(expectation ? std::optional(expectation->answer.tone) : std::nullopt);
+    if (!expectation) return;
+    const ExpectedAnswer& answer = expectation->answer;
+    m_answer = new QWidget;
+    auto* across = new QHBoxLayout(m_answer);
+    across->setContentsMargins(0, fontMetrics().height() / 3, 0, 0);
+    across->addWidget(new ToneBadge(answer.tone, 1.5, m_words), 0, Qt::AlignTop);
+    auto* texts = new QVBoxLayout;
+    across->addLayout(texts, 1);
+    auto* said = text(isolatedRuns(answer.text), 1.1, QFont::DemiBold);
+    said->setObjectName(QStringLiteral("answer"));
+    texts->addWidget(said);
+    if (!answer.found.empty()) {
+        auto* grid = new QGridLayout;
+        const std::pair<QString, const ExpectedAnswer::Letters*> rows[] = {
+            {m_words("expected"), &answer.expected}, {m_words("this one"), &answer.found}};
+        for (int i = 0; const auto& [name, letters] : rows) {
+            auto* domain = text(textOf(*letters), 1.2);
+            domain->setAccessibleName(name);
+            markOdd(*domain, *letters);
+            grid->addWidget(new QLabel(name), i, 0);
+            grid->addWidget(domain, i++, 1);
+        }
+        texts->addLayout(grid);
+    }
+    m_expectation->layout()->addWidget(m_answer);
+}
+
+QWidget* BannerView::quiet() {
+    auto* part = new QWidget;
+    auto* quiet = text(m_content.quiet.join(QStringLiteral(" · ")), 0.9);
+    quiet->setColor(fadedText(palette()));
+    indented(part)->addWidget(quiet);
+    return part;
 }
 
 void BannerView::offerRecheck(bool isPossible) {

@@ -8,6 +8,7 @@
 
 class QBoxLayout;
 class QLayout;
+class QLineEdit;
 
 namespace quillmark {
 
@@ -53,6 +54,19 @@ private:
     double m_points;
 };
 
+/// A stripe as wide as the box; without a tone it has the box's ground.
+class Band : public QWidget {
+public:
+    explicit Band(std::optional<Tone> tone) : m_tone(tone) {}
+    void setTone(std::optional<Tone> tone);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    std::optional<Tone> m_tone;
+};
+
 /// What a reader must see first of a report, as one box: read out as a whole by its accessible name.
 class BannerView : public Card {
     Q_OBJECT
@@ -62,7 +76,18 @@ public:
     /// Whether the report can be made again; then one whose lookups failed says so.
     void offerRecheck(bool isPossible);
 
+    /// What the person typed is answered, or no longer asked.
+    void setExpectation(const std::optional<ReportExpectation>& expectation);
+    /// Domains to choose from; of use once `suggestionsWanted`.
+    void suggest(const QStringList& domains);
+    QLineEdit* expectationField() const { return m_field; }
+    /// Where it is typed and answered.
+    QWidget* expectation() const { return m_expectation; }
+
 signals:
+    /// Something else was typed as the domain or address that is expected; perhaps nothing.
+    void expectationChanged(const QString& typed);
+    void suggestionsWanted();
     void recheckWanted();
     /// What a line speaks of is to be shown.
     void placeWanted(const quillmark::ReportLead& lead);
@@ -72,12 +97,21 @@ private:
     QWidget* decider();
     QWidget* cautions();
     QWidget* foot();
+    QWidget* buildExpectation();
+    QWidget* quiet();
+    void submitExpectation();
+    void showAnswer();
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold = false);
     QString spoken() const;
 
-    const ReportContent m_content;
+    ReportContent m_content;
     Words m_words;
     QPushButton* m_recheck = nullptr;
+    QLineEdit* m_field = nullptr;
+    Band* m_expectation = nullptr;
+    QWidget* m_answer = nullptr;
+    PlainText* m_whatToDo = nullptr;
 };
 
 }  // namespace quillmark

@@ -1,6 +1,8 @@
 #include "Quillmark/KnownSenders.h"
 
 #include <algorithm>
+#include <functional>
+#include <map>
 #include <set>
 
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
@@ -41,6 +43,22 @@ std::string knownInWords(const ProofReport& report,
         "You have checked %n message that is proven to be from %1, since %2; this one isn’t.",
         "You have checked %n messages that are proven to be from %1, since %2; this one isn’t.", count,
         {quotedWord(organization), year});
+}
+
+std::vector<std::string> knownDomains(std::span<const std::shared_ptr<const ProofReport>> history) {
+    constexpr std::size_t mostDomains = 100;
+    std::map<std::string, std::size_t> counts;
+    for (const auto& each : history) {
+        if (each->verdict.kind == VerdictKind::verified)
+            ++counts[PublicSuffixList::shared().organizationalDomain(each->verdict.domain)];
+    }
+    std::vector<std::pair<std::size_t, std::string>> domains;
+    for (const auto& [domain, count] : counts) domains.emplace_back(count, inert(domain));
+    std::ranges::stable_sort(domains, std::greater(), &std::pair<std::size_t, std::string>::first);
+    domains.resize(std::min(domains.size(), mostDomains));
+    std::vector<std::string> names;
+    for (auto& [count, name] : domains) names.push_back(std::move(name));
+    return names;
 }
 
 }  // namespace quillmark

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "Quillmark/Session.h"
 #include "Wording/Reader.h"
@@ -14,5 +15,8 @@ namespace quillmark {
 /// that forged ones can't make a sender look known.
 std::string knownInWords(const ProofReport& report,
                          std::span<const std::shared_ptr<const ProofReport>> history, const Reader& reader);
+
+/// Organizations that messages were proven to be from, those of the most messages first, at most a hundred.
+std::vector<std::string> knownDomains(std::span<const std::shared_ptr<const ProofReport>> history);
 
 }  // namespace quillmark

@@ -204,6 +204,8 @@ void MainView::buildMenus() {
     report->setToolTipsVisible(true);
     add(report, Command::recheck, m_words("Re-check"), QKeySequence(Qt::CTRL | Qt::Key_R));
     add(report, Command::cancelChecks, m_words("Stop Checking"), QKeySequence(Qt::CTRL | Qt::Key_Period));
+    add(report, Command::expected, m_words("Is It from Whom I E&xpected?"),
+        QKeySequence(Qt::CTRL | Qt::Key_I));
     report->addSeparator();
     add(report, Command::whatWasSigned, m_words("&What Was Signed…"), QKeySequence(Qt::CTRL | Qt::Key_D));
     add(report, Command::messageAsText, m_words("Message as &Text…"), QKeySequence(Qt::CTRL | Qt::Key_U));

@@ -37,6 +37,7 @@ enum class Command {
     find,
     settings,
     recheck,
+    expected,
     whatWasSigned,
     messageAsText,
     exportPDF,

@@ -11,12 +11,14 @@
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
+#include <QTextObjectInterface>
 #include <QTextTable>
 #include <algorithm>
 #include <array>
 #include <utility>
 
 #include "Quillmark/Tones.h"
+#include "Quillmark/WayPicture.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Details.h"
@@ -33,9 +35,36 @@ constexpr int dotsPerInch = 300;
 /// What the PDF holds of one text, in bytes, and of one list.
 constexpr ReportCaps paperCaps{1'000, 100};
 constexpr std::size_t longestInTitle = 60;  // bytes of one domain
+constexpr double wayPoints = 8.5;
 constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
 const QColor ink(0x1a, 0x1a, 0x1a), fadedInk(0x55, 0x55, 0x55), rule(0xcc, 0xcc, 0xcc);
+
+/// The drawing of the way, as a letter of the text is.
+class WayObject : public QObject, public QTextObjectInterface {
+    Q_OBJECT
+    Q_INTERFACES(QTextObjectInterface)
+public:
+    static constexpr int type = QTextFormat::UserObject + 1;
+
+    WayObject(const Way& way, const QFont& font, QPaintDevice* device, double width, const Words& words)
+        : m_picture(way, font, device, words), m_width(width) {}
+
+    QSizeF intrinsicSize(QTextDocument*, int, const QTextFormat&) override {
+        return {m_width, m_picture.heightForWidth(m_width)};
+    }
+    void drawObject(QPainter* painter, const QRectF& rect, QTextDocument*, int, const QTextFormat&) override {
+        painter->save();
+        QPalette paper(Qt::white);
+        paper.setColor(QPalette::Text, ink);
+        m_picture.paint(*painter, rect.topLeft(), m_width, paper);
+        painter->restore();
+    }
+
+private:
+    WayPicture m_picture;
+    double m_width;
+};
 
 /// Sets text, one paragraph after the other, in the formats of our own document.
 class Typesetter {
@@ -66,6 +95,13 @@ public:
     void beginPiece() { m_pieces.push_back(m_cursor.document()->blockCount()); }
     /// The numbers of the blocks that they begin with.
     std::vector<int> pieces() && { return std::move(m_pieces); }
+
+    void way() {
+        paragraph({}, 9, QFont::Normal, ink, 6);
+        QTextCharFormat object;
+        object.setObjectType(WayObject::type);
+        m_cursor.insertText(QString(QChar::ObjectReplacementCharacter), object);
+    }
 
     void heading(const QString& text) { paragraph(text, 12, QFont::Bold, ink, 14); }
 
@@ -168,12 +204,19 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
              words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(content.more))});
     }
     for (const ReportLine& each : content.remarks) set.note(each);
-    set.paragraph(words("What to do: %1", content.whatToDo), 10.5, QFont::DemiBold, ink, 8);
+    QString whatToDo = content.whatToDo;
+    if (content.expectation) {
+        const ExpectedAnswer& answer = content.expectation->answer;
+        set.note({answer.tone, isolatedRuns(answer.text)});
+        if (!answer.whatToDo.empty()) whatToDo = isolatedRuns(answer.whatToDo);
+    }
+    set.paragraph(words("What to do: %1", whatToDo), 10.5, QFont::DemiBold, ink, 8);
     set.facts(frame.record);
     for (const ReportSection& section : content.sections) {
         set.beginPiece();
         set.heading(section.heading);
         set.facts(section.facts);
+        if (section.way) set.way();
         bool isFirst = section.facts.empty();  // which stays with the heading
         for (const auto* rows : {&section.rows, &section.chain}) {
             for (const ReportRow& row : *rows) {
@@ -429,6 +472,12 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     document.documentLayout()->setPaintDevice(&writer);
     const double footer = footerMillimetres / 25.4 * dotsPerInch;
     const QSizeF page(writer.width(), writer.height() - footer);
+    const auto ways = std::ranges::find_if(content.sections,
+                                           [](const ReportSection& each) { return each.way.has_value(); });
+    QFont letters = document.defaultFont();
+    letters.setPointSizeF(wayPoints);
+    WayObject way(ways != content.sections.end() ? *ways->way : Way(), letters, &writer, page.width(), words);
+    document.documentLayout()->registerHandler(WayObject::type, &way);
     const std::vector<int> pieces = compose(document, content, frame, words);
     document.setTextWidth(page.width());
     const std::vector<Line> pages = pagesOf(linesOf(document, pieces), page.height());
@@ -452,10 +501,12 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
 }
 
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
-                 const QString& mailbox, const Words& words) {
+                 const QString& mailbox, const std::optional<ReportExpectation>& expectation,
+                 const Words& words) {
     std::optional<std::vector<PathStep>> path;
     if (checked) path = receivedPath(*checked);
     ReportContent content = reportContent(report, path, paperCaps, words);
+    content.expectation = expectation;
     addChanges(content, report, checked, words);
     return pdfOf(content, frameOf(report, checked, mailbox, words), words);
 }
@@ -477,3 +528,5 @@ QString proposedName(const ProofReport& report, const QString& suffix, const Rea
 }
 
 }  // namespace quillmark
+
+#include "PDFExport.moc"

@@ -25,7 +25,8 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
 /// The same of a check, whose frame says what it was made from, where that is at hand. `mailbox`: how far the
 /// one came that the message was found in; empty unless it was stopped.
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
-                 const QString& mailbox, const Words& words);
+                 const QString& mailbox, const std::optional<ReportExpectation>& expectation,
+                 const Words& words);
 
 /// The name that is proposed for an export: the verdict's domain, or "Report", and the day of the check,
 /// "example.org 2026-01-15.pdf". Only letters, digits, ".", "_", "-" and blanks of ASCII, at most 100

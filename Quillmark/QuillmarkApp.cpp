@@ -93,6 +93,17 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
         if (const QMimeData* copied = QApplication::clipboard()->mimeData()) receive(dropContents(*copied));
     });
     connect(QApplication::clipboard(), &QClipboard::dataChanged, this, &QuillmarkApp::offerClipboard);
+    connect(m_window.reportView(), &ReportView::expectationChanged, this, [this](const QString& typed) {
+        if (!m_shown) return;
+        m_expected[m_shown->id] = typed;
+        m_window.reportView()->setExpectation(expectationOf(*m_shown));
+    });
+    connect(m_window.reportView(), &ReportView::expectationsWanted, this, [this] {
+        QStringList domains;
+        for (const std::string& each : knownDomains(m_model.history()))
+            domains << QString::fromStdString(each);
+        m_window.reportView()->suggestExpectations(domains);
+    });
     connectModel();
 }
 
@@ -171,6 +182,7 @@ void QuillmarkApp::refreshSelection() {
         ReportContent content = reportContent(*report, path, {}, m_words);
         if (m_model.settings().keepHistory)
             content.known = isolatedRuns(knownInWords(*report, m_model.history(), m_words.reader));
+        content.expectation = expectationOf(*report);
         m_window.showReport(content);
     } else if (!report && selected()) {
         const AppModel::Row* row = m_model.row(*selected());
@@ -191,7 +203,7 @@ void QuillmarkApp::refreshCommands() {
         ->setEnabled(m_model.historyState() == AppModel::HistoryState::ready);
     const bool hasReport = selectedReport() != nullptr;
     for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
-                               Command::expandAll, Command::foldAll}) {
+                               Command::expected, Command::expandAll, Command::foldAll}) {
         m_window.action(each)->setEnabled(hasReport);
     }
     m_window.action(Command::exportEvidence)->setEnabled(hasReport && m_hasMessage);
@@ -275,6 +287,8 @@ void QuillmarkApp::perform(Command command) {
         case Command::recheck:
             if (id) m_model.recheck(*id);
             return;
+        case Command::expected:
+            return m_window.reportView()->askForExpectation();
         case Command::whatWasSigned:
             return showMessageText(MessageTextView::Page::signedText);
         case Command::messageAsText:
@@ -432,8 +446,9 @@ void QuillmarkApp::exportPDF() {
     const SharedReport report = selectedReport();
     if (!report) return;
     save(QStringLiteral(".pdf"), m_words("PDF documents"),
-         [words = m_words, report, checked = m_model.message(report->id), mailbox = stoppedMailbox(*report)] {
-             return pdfOf(*report, checked, mailbox, words).toStdString();
+         [words = m_words, report, checked = m_model.message(report->id), mailbox = stoppedMailbox(*report),
+          expectation = expectationOf(*report)] {
+             return pdfOf(*report, checked, mailbox, expectation, words).toStdString();
          });
 }
 
@@ -447,7 +462,9 @@ QString QuillmarkApp::stoppedMailbox(const ProofReport& report) const {
 
 std::string QuillmarkApp::reportText(const ProofReport& report) const {
     const QString mailbox = withoutIsolation(stoppedMailbox(report));
-    const std::string text = textReport(report, m_words.reader);
+    const auto expectation = expectationOf(report);
+    const std::string expected = expectation ? expectation->typed.toStdString() : std::string();
+    const std::string text = textReport(report, m_words.reader, {}, expected);
     return mailbox.isEmpty() ? text : text + "\n" + m_words("Mailbox: %1", mailbox).toStdString();
 }
 
@@ -490,6 +507,13 @@ void QuillmarkApp::chooseDamagedHistory() {
     connect(dialog, &QFileDialog::fileSelected, this,
             [this](const QString& file) { m_model.recoverHistory(file.toLocal8Bit().toStdString()); });
     dialog->open();
+}
+
+std::optional<ReportExpectation> QuillmarkApp::expectationOf(const ProofReport& report) const {
+    const auto found = m_expected.find(report.id);
+    if (found == m_expected.end() || found->second.isEmpty()) return std::nullopt;
+    return ReportExpectation{found->second,
+                             expectedAnswer(report, found->second.toStdString(), m_words.reader)};
 }
 
 void QuillmarkApp::showMessageText(MessageTextView::Page page, std::size_t undone) {

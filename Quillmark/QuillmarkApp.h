@@ -5,6 +5,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <functional>
+#include <map>
 #include <optional>
 #include <stop_token>
 
@@ -74,6 +75,8 @@ private:
     QString stoppedMailbox(const ProofReport& report) const;
     /// The text that is saved and copied.
     std::string reportText(const ProofReport& report) const;
+    /// What was typed as expected of a report, answered; nothing without that.
+    std::optional<ReportExpectation> expectationOf(const ProofReport& report) const;
     void showMessageText(MessageTextView::Page page, std::size_t undone = 0);
     void showSettings();
     void chooseDamagedHistory();
@@ -89,6 +92,7 @@ private:
     int m_listRest = 0;                    // milliseconds
     QThreadPool m_exports;                 // where files are made and written
     SharedReport m_shown;
+    std::map<UUID, QString> m_expected = {};  // what was typed for a report of this run
     bool m_hasMessage = false;
     QPointer<QDialog> m_sheet;
     QPointer<SettingsView> m_settings;

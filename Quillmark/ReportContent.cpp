@@ -81,7 +81,6 @@ private:
     ReportRow signature(const DKIMResult& result) const;
     ReportRow hop(const ARCFinding::Hop& hop) const;
     ReportRow step(const PathStep& step, bool isJudged) const;
-    QString elapsed(std::chrono::milliseconds delay) const;
 
     const ProofReport& m_report;
     const ReportCaps& m_caps;
@@ -278,17 +277,6 @@ ReportSection Composer::chain() const {
     return section;
 }
 
-QString Composer::elapsed(std::chrono::milliseconds delay) const {
-    const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(delay).count();
-    if (seconds < 0) return m_words("before the step above, by its clock");
-    if (seconds < 120) return m_words.translateCount("after %n second", "after %n seconds", seconds);
-    if (seconds < std::int64_t{2} * 3600)
-        return m_words.translateCount("after %n minute", "after %n minutes", seconds / 60);
-    if (seconds < std::int64_t{48} * 3600)
-        return m_words.translateCount("after %n hour", "after %n hours", seconds / 3600);
-    return m_words.translateCount("after %n day", "after %n days", seconds / 86'400);
-}
-
 ReportRow Composer::step(const PathStep& step, bool isJudged) const {
     const ReceivedHop& hop = step.hop;
     ReportRow row;
@@ -300,7 +288,11 @@ ReportRow Composer::step(const PathStep& step, bool isJudged) const {
                                   : m_words("From %1", from.join(QStringLiteral(", ")));
     if (step.date) {
         const QString time = m_words.time(*step.date);
-        row.notes.push_back({{}, step.delay ? m_words("%1, %2", time, elapsed(*step.delay)) : time});
+        row.notes.push_back(
+            {{},
+             step.delay
+                 ? m_words("%1, %2", time, QString::fromStdString(delayInWords(*step.delay, m_words.reader)))
+                 : time});
     }
     if (isJudged) row.notes.push_back({{}, m_words("SPF was judged for this address.")});
     return row;
@@ -308,9 +300,13 @@ ReportRow Composer::step(const PathStep& step, bool isJudged) const {
 
 ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) const {
     ReportSection section{m_words("The way it came"), {}, {}, {}, {}, {}};
+    section.way = wayOf(m_report, steps, m_words.reader);
+    for (const std::string& each : section.way->remarks) section.remarks << isolatedRuns(each);
     if (!steps) {
         section.remarks << m_words(
-            "Only known while the message itself is at hand. Check it again to see its way.");
+            "The servers on its way are only known while the message itself is at hand. Check it again to "
+            "see "
+            "them.");
         return section;
     }
     if (steps->empty()) section.remarks << m_words("The message has no Received lines.");

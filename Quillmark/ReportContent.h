@@ -10,7 +10,9 @@
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
 #include "Wording/DomainIdentity.h"
+#include "Wording/Expected.h"
 #include "Wording/NoteSentences.h"
+#include "Wording/Way.h"
 
 /// What a report says, in the words and the order in which the window and the PDF show it. All text is inert
 /// and capped; nothing of it is markup.
@@ -49,6 +51,7 @@ struct ReportSection {
     std::vector<ReportLine> notes;         ///< what must be known besides
     QStringList remarks;                   ///< lines under them, such as "and 12 more"
     std::optional<NoteSection> part = {};  ///< to which lines of the banner may lead
+    std::optional<Way> way = {};           ///< drawn above the steps, which are then one click deeper
 };
 
 /// How much is shown: bytes of one text, and entries of one list.
@@ -64,6 +67,12 @@ struct ReportLead {
     std::optional<std::size_t> note = {}, row = {};  ///< there, as in `BannerLine`
 };
 
+/// Whom the person believes it is from, as typed, and whether it is.
+struct ReportExpectation {
+    QString typed;
+    ExpectedAnswer answer;
+};
+
 struct ReportContent {
     Tone tone = Tone::unknown;
     QString headline, explanation;
@@ -75,6 +84,7 @@ struct ReportContent {
     QString whatToDo = {};
     std::optional<DomainIdentity> identity = {};  ///< of whom something was proven
     QString known = {};                           ///< what the history has of this domain; perhaps empty
+    std::optional<ReportExpectation> expectation = {};
     QStringList quiet = {};  ///< where the message is from, when it was checked and with whose answers
     std::vector<ReportSection> sections = {};
     bool hasFailedLookup = false;  ///< checking again may find out more

@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QGridLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QToolButton>
@@ -13,6 +14,7 @@
 #include "Quillmark/BannerView.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
+#include "Quillmark/WayPicture.h"
 
 namespace quillmark {
 
@@ -109,6 +111,25 @@ void ReportView::offerRecheck(bool isPossible) {
     if (m_banner) m_banner->offerRecheck(isPossible);
 }
 
+void ReportView::setExpectation(const std::optional<ReportExpectation>& expectation) {
+    m_content.expectation = expectation;
+    if (!m_banner) return;
+    m_banner->setExpectation(expectation);
+    // The answer has its height only then.
+    QTimer::singleShot(0, m_banner, [this] { ensureWidgetVisible(m_banner->expectation()); });
+}
+
+void ReportView::suggestExpectations(const QStringList& domains) {
+    if (m_banner) m_banner->suggest(domains);
+}
+
+void ReportView::askForExpectation() {
+    if (!m_banner) return;
+    ensureWidgetVisible(m_banner->expectation());
+    m_banner->expectationField()->setFocus(Qt::ShortcutFocusReason);
+    m_banner->expectationField()->selectAll();
+}
+
 void ReportView::changeEvent(QEvent* event) {
     QScrollArea::changeEvent(event);
     const bool looks = event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange;
@@ -134,6 +155,8 @@ void ReportView::rebuild() {
     m_banner = new BannerView(m_content, m_words);
     connect(m_banner, &BannerView::recheckWanted, this, &ReportView::recheckWanted);
     connect(m_banner, &BannerView::placeWanted, this, &ReportView::goTo);
+    connect(m_banner, &BannerView::expectationChanged, this, &ReportView::expectationChanged);
+    connect(m_banner, &BannerView::suggestionsWanted, this, &ReportView::expectationsWanted);
     offerRecheck(m_offersRecheck);
     layout->addWidget(m_banner);
     for (const ReportSection& each : m_content.sections) plan(each, layout);
@@ -167,15 +190,31 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     box->hide();  // until there is something in it
     auto* layout = new QVBoxLayout(box);
     layout->setContentsMargins(0, 0, 0, 0);
-    auto *rows = new QVBoxLayout, *chain = new QVBoxLayout, *end = new QVBoxLayout;
+    auto* steps = new QWidget;
+    auto *rows = new QVBoxLayout, *chain = new QVBoxLayout(steps), *end = new QVBoxLayout;
     chain->setSpacing(0);
-    for (QVBoxLayout* each : {rows, chain, end}) layout->addLayout(each);
+    chain->setContentsMargins(0, 0, 0, 0);
+    layout->addLayout(rows);
+    layout->addWidget(steps);
+    layout->addLayout(end);
     page->addWidget(box);
     if (section.part) m_places[{*section.part, {}, {}}] = box;
-    m_unbuilt.push_back([=, &section] {
+    m_unbuilt.push_back([=, this, &section] {
         box->show();
         rows->addWidget(heading(section.heading));
         if (!section.facts.empty()) rows->addWidget(factPanel(section));
+        if (!section.way) return;
+        auto* card = new Card;
+        auto* inside = new QVBoxLayout(card);
+        auto* picture = new WayView(*section.way, m_words);
+        inside->addWidget(picture);
+        card->setAccessibleName(picture->accessibleName());
+        rows->addWidget(card);
+        if (section.chain.empty()) return;
+        steps->hide();
+        QToolButton* lines = disclosure(m_words("Step by step"), m_words("The way it came, step by step"));
+        connect(lines, &QToolButton::toggled, steps, &QWidget::setVisible);
+        rows->addWidget(lines, 0, Qt::AlignLeft);
     });
     for (const ReportRow& each : section.rows) {
         m_unbuilt.push_back([=, this, &each, &section] {
@@ -203,6 +242,21 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
         }
         for (const QString& remark : section.remarks) end->addWidget(new PlainText(remark));
     });
+}
+
+QToolButton* ReportView::disclosure(const QString& text, const QString& accessibleName) {
+    auto* made = new QToolButton;
+    made->setText(text);
+    made->setAccessibleName(accessibleName);
+    made->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    made->setArrowType(Qt::RightArrow);
+    made->setAutoRaise(true);
+    made->setCheckable(true);
+    made->setFocusPolicy(Qt::StrongFocus);
+    connect(made, &QToolButton::toggled, made,
+            [made](bool open) { made->setArrowType(open ? Qt::DownArrow : Qt::RightArrow); });
+    m_disclosures.push_back(made);
+    return made;
 }
 
 QLayout* ReportView::step(const ReportRow& content, bool isFirst, bool isLast) {
@@ -270,24 +324,15 @@ QWidget* ReportView::row(const ReportRow& row) {
     for (const ReportLine& each : row.notes) layout->addLayout(note(each));
     if (!top || row.details.empty()) return panel;
 
-    auto* disclosure = new QToolButton;
-    disclosure->setText(m_words("Details"));
-    disclosure->setAccessibleName(m_words("Details: %1", row.label));
-    disclosure->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    disclosure->setArrowType(Qt::RightArrow);
-    disclosure->setAutoRaise(true);
-    disclosure->setCheckable(true);
-    disclosure->setFocusPolicy(Qt::StrongFocus);
-    top->addWidget(disclosure, 0, Qt::AlignTop);
-    m_disclosures.push_back(disclosure);
+    QToolButton* more = disclosure(m_words("Details"), m_words("Details: %1", row.label));
+    top->addWidget(more, 0, Qt::AlignTop);
     // Made when they are first asked for: most never are.
-    connect(disclosure, &QToolButton::toggled, panel,
-            [disclosure, column = layout, details = row.details,
-             grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
-                disclosure->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
-                if (!grid) column->addWidget(grid = factGrid(details));
-                grid->setVisible(open);
-            });
+    connect(
+        more, &QToolButton::toggled, panel,
+        [column = layout, details = row.details, grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
+            if (!grid) column->addWidget(grid = factGrid(details));
+            grid->setVisible(open);
+        });
     return panel;
 }
 

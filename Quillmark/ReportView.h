@@ -38,8 +38,16 @@ public:
     /// Whether the report can be made again; then one whose lookups failed says so.
     void offerRecheck(bool isPossible);
 
+    /// Answers what was typed in the banner, as in `BannerView`.
+    void setExpectation(const std::optional<ReportExpectation>& expectation);
+    void suggestExpectations(const QStringList& domains);
+    /// Puts the keyboard where it is typed.
+    void askForExpectation();
+
 signals:
     void recheckWanted();
+    void expectationChanged(const QString& typed);
+    void expectationsWanted();  ///< to choose from
     /// To see what a signature that holds again was made over, by its place among them.
     void comparisonWanted(std::size_t undone);
     void contentChanged();
@@ -54,6 +62,8 @@ private:
     void goTo(const ReportLead& lead);
     /// What adds a section to a layout, piece by piece.
     void plan(const ReportSection& section, QBoxLayout* page);
+    /// Folds and unfolds what is one click deeper.
+    QToolButton* disclosure(const QString& text, const QString& accessibleName);
     QLayout* step(const ReportRow& row, bool isFirst, bool isLast);
     QWidget* row(const ReportRow& row);
     QLayout* note(const ReportLine& note);

@@ -149,8 +149,9 @@ std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) 
     return reader.translate("What was added to a page (HTML) can hide what %1 signed.", {domain}) + ' ';
 }
 
-/// What must be taken back of what a person reads.
-std::string changesOfUndone(const ReportNote::Undone& note, const Reader& reader) {
+}  // namespace
+
+std::string changesInWords(const ReportNote::Undone& note, const Reader& reader) {
     std::string changes;
     const auto join = [&](const std::string& item) { changes += (changes.empty() ? "" : "; ") + item; };
     for (auto text = note.texts.begin(); text != note.texts.end(); ++text) {
@@ -170,9 +171,11 @@ std::string changesOfUndone(const ReportNote::Undone& note, const Reader& reader
     return changes;
 }
 
+namespace {
+
 /// What must be taken back, and that the rest was signed.
 std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
-    const std::string changes = changesOfUndone(note, reader);
+    const std::string changes = changesInWords(note, reader);
     std::string forms;
     for (const RewrittenForm form : note.forms)
         forms += (forms.empty() ? "" : ", ") + formInWords(form, reader);
@@ -721,7 +724,7 @@ struct ShortSentence {
     }
     std::string operator()(const Note::Undone& note) const {
         return frontOfUndone(note, reader) +
-               reader.translate("Treat as unsigned: %1", {changesOfUndone(note, reader)});
+               reader.translate("Treat as unsigned: %1", {changesInWords(note, reader)});
     }
     std::string operator()(const Note::AddressClaimed&) const {
         return reader.translate("SPF was judged for an address that the server only claimed");

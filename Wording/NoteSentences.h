@@ -53,6 +53,9 @@ std::string signatureSentence(const ProofReport& report, const DKIMResult& signa
 /// What is known of what the verdict's domain signed, though the message is another one by now; else null.
 const ReportNote::Undone* undoneOf(const ProofReport& report);
 
+/// What must be taken back of what a person reads, without a full stop; empty when that is the same.
+std::string changesInWords(const ReportNote::Undone& note, const Reader& reader);
+
 /// What came of the policy of the domain in From. A signature by it that fits a part of the message, or the
 /// message as it was, is proven, and counts for nothing there.
 std::string policySentence(const ProofReport& report, const Reader& reader);

@@ -12,6 +12,7 @@
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Banner.h"
 #include "Wording/Details.h"
+#include "Wording/Expected.h"
 #include "Wording/FailedLookups.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
@@ -213,7 +214,8 @@ void addFinding(Lines& lines, std::string_view heading, const Finding& finding, 
 
 }  // namespace
 
-std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout) {
+std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout,
+                       std::string_view expected) {
     Lines lines(reader, layout);
     lines.add(reader.translate("Quillmark report"));
     lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
@@ -222,6 +224,10 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
     std::string cause = addMeaning(lines, report, reader) ? std::string() : likelyCause(report, reader);
+    if (!expected.empty()) {
+        const ExpectedAnswer answer = expectedAnswer(report, expected, reader);
+        lines.note(Remark{answer.tone, answer.text});
+    }
     addMessage(lines, report, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, cause, reader);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "QuillmarkKit/Report.h"
 #include "Wording/Reader.h"
@@ -23,6 +24,9 @@ struct TextLayout {
 /// nothing in a message can pass for a line of the report. Long lists are cut; the JSON form has them whole.
 /// What the verdict means follows it only where there is something to beware of: a note, a warning sign or a
 /// reservation about the signature.
-std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout = {});
+/// `expected`: the domain or address that the reader believes it is from, to which one line answers; may be
+/// empty.
+std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout = {},
+                       std::string_view expected = {});
 
 }  // namespace quillmark

@@ -315,6 +315,38 @@ TEST(Desktop, recheckAfterTheNetworkIsBack) {
     EXPECT_TRUE(run.waitFor([&] { return run.model->history().size() == 2; })) << "the history keeps both";
 }
 
+TEST(Desktop, whatWasExpectedIsAnsweredForEachReport) {
+    const QTemporaryDir folder;
+    Desk run(folder);
+    run.open();
+    const auto answer = [&] {
+        const auto* text = run.window().reportView()->findChild<PlainText*>("answer");
+        return text ? withoutIsolation(text->toPlainText()) : QString();
+    };
+    const auto expect = [&](const char* typed) {
+        run.window().action(Command::expected)->trigger();
+        QTest::keyClicks(QApplication::focusWidget(), typed);
+        run.key(Qt::Key_Return);
+    };
+    expect("paypal.example");
+    const QString no = answer();
+    EXPECT_TRUE(no.startsWith("No: you expected paypal.example.")) << no.toStdString();
+    const auto first = run.model->selection();
+    run.app->openFiles({QString::fromStdString(samplePath("library-notice.eml"))});
+    EXPECT_TRUE(run.waitFor([&] { return run.model->selection() != first && !run.model->busy(); }));
+    EXPECT_EQ(answer(), "") << "it was asked of the other message";
+    run.model->select(first);
+    EXPECT_TRUE(run.waitFor([&] { return answer() == no; }));
+    run.window().action(Command::copyReport)->trigger();
+    EXPECT_TRUE(QApplication::clipboard()->text().contains(no));
+    expect("football.example.com");
+    EXPECT_TRUE(answer().startsWith("Yes: ")) << answer().toStdString();
+    run.window().action(Command::expected)->trigger();
+    run.key(Qt::Key_Backspace);
+    run.key(Qt::Key_Return);
+    EXPECT_EQ(answer(), "");
+}
+
 TEST(Desktop, removedFromTheListThenFromTheHistoryAndKeptOverARestart) {
     const QTemporaryDir folder;
     {

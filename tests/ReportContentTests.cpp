@@ -187,7 +187,7 @@ TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
           "| The new touches are at", "as signed, 1 line", "https://bellringers.example/touches?week=47"}},
         {std::nullopt, {"added, not signed", "| unless you know the sender.", "before, as it was signed"}}};
     for (const auto& row : rows) {
-        const ReadBack read(pdfOf(sample.report, row.message, {}, english));
+        const ReadBack read(pdfOf(sample.report, row.message, {}, {}, english));
         for (const char* part : row.parts) EXPECT_TRUE(holds(read.text, part)) << part << read.text;
     }
     SignedText::Block block{.kind = SignedText::Block::Kind::added, .lines = {}, .count = 200};

@@ -365,6 +365,7 @@ TEST(KnownSenders, countEachProvenMessageOfTheOrganizationOnce) {
     EXPECT_EQ(told(VerdictKind::verified, "example.net", "<3@x>"),
               "The first message from this domain in your history.");
     EXPECT_EQ(told(VerdictKind::signatureBroken, "example.com", "<9@x>"), "");
+    EXPECT_EQ(knownDomains(history), (std::vector<std::string>{"example.org", "example.net"}));
 }
 
 }  // namespace

@@ -127,7 +127,10 @@ std::string comparableDomain(std::string_view domain) {
     return ascii ? asciiLowered(*ascii) : unicodeLowered(domain);
 }
 
-std::optional<char> asciiLookAlike(char32_t scalar) {
+namespace {
+
+/// The prototypes of a text's characters, or nothing where ICU can't tell.
+std::optional<icu::UnicodeString> skeletonOf(const icu::UnicodeString& text) {
     static const auto checker = [] {
         struct Close {
             void operator()(USpoofChecker* opened) const { uspoof_close(opened); }
@@ -137,14 +140,32 @@ std::optional<char> asciiLookAlike(char32_t scalar) {
         if (U_FAILURE(error)) made.reset();
         return made;
     }();
-    if (!checker || scalar < 0x80) return std::nullopt;
+    if (!checker) return std::nullopt;
     icu::UnicodeString skeleton;
     UErrorCode error = U_ZERO_ERROR;
-    uspoof_getSkeletonUnicodeString(checker.get(), 0, icu::UnicodeString(static_cast<UChar32>(scalar)),
-                                    skeleton, &error);
-    if (U_FAILURE(error) || skeleton.length() != 1 || skeleton[0] >= 0x80) return std::nullopt;
-    const char alike = asciiLowered(static_cast<char>(skeleton[0]));
+    uspoof_getSkeletonUnicodeString(checker.get(), 0, text, skeleton, &error);
+    return U_FAILURE(error) ? std::nullopt : std::optional(skeleton);
+}
+
+}  // namespace
+
+std::optional<char> asciiLookAlike(char32_t scalar) {
+    if (scalar < 0x80) return std::nullopt;
+    const auto skeleton = skeletonOf(icu::UnicodeString(static_cast<UChar32>(scalar)));
+    if (!skeleton || skeleton->length() != 1 || (*skeleton)[0] >= 0x80) return std::nullopt;
+    const char alike = asciiLowered(static_cast<char>((*skeleton)[0]));
     return isASCIILetter(alike) || isDigit(alike) || alike == '-' ? std::optional(alike) : std::nullopt;
+}
+
+bool areConfusable(std::string_view a, std::string_view b) {
+    // Of small letters: in the list "I" is an "l" and "0" an "O".
+    const auto skeleton = [](std::string_view text) {
+        auto made = skeletonOf(wideOf(unicodeLowered(text)));
+        if (made) made->toLower(icu::Locale::getRoot());
+        return made;
+    };
+    const auto first = skeleton(a), second = skeleton(b);
+    return first && second && *first == *second;
 }
 
 namespace {

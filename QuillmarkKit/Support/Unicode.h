@@ -43,6 +43,11 @@ std::string comparableDomain(std::string_view domain);
 /// for ASCII itself.
 std::optional<char> asciiLookAlike(char32_t scalar);
 
+/// Whether one text is easily taken for the other, whatever the case of its letters: their skeletons by the
+/// same list (UTS 39, section 4) are the same, as those of "modern" and "rnodern". So are those of equal
+/// texts.
+bool areConfusable(std::string_view a, std::string_view b);
+
 /// Decodes bytes by the name of their character set. It keeps one open converter for each character set it
 /// met, whatever the spelling, so a text with a million encoded words opens few; not safe from several
 /// threads at once.

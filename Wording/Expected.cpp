@@ -1,0 +1,316 @@
+#include "Wording/Expected.h"
+
+#include <algorithm>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+#include "QuillmarkKit/Mail/PublicSuffixList.h"
+#include "QuillmarkKit/Mail/Punycode.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Banner.h"
+#include "Wording/NoteSentences.h"
+#include "Wording/Quoted.h"
+
+namespace quillmark {
+
+namespace {
+
+using Kind = ExpectedAnswer::Kind;
+using Letters = ExpectedAnswer::Letters;
+
+constexpr std::size_t longestTyped = 1'000;   // bytes
+constexpr std::size_t longestCompared = 253;  // characters, which a domain has at most
+
+/// What a person expects.
+struct Name {
+    std::string domain;   // in lower case, in the form in which it was typed
+    std::string address;  // empty unless one was typed
+
+    /// As it stands in a sentence.
+    std::string shown() const { return address.empty() ? quotedDomain(domain) : quotedWord(address); }
+};
+
+const PublicSuffixList& suffixes() { return PublicSuffixList::shared(); }
+
+bool isDomain(std::string_view name) {
+    const auto ascii = asciiDomain(name);
+    if (!ascii || ascii->find('.') == std::string::npos || ascii->find("..") != std::string::npos)
+        return false;
+    return std::ranges::all_of(
+        *ascii, [](char c) { return isASCIILetter(c) || isDigit(c) || c == '-' || c == '_' || c == '.'; });
+}
+
+/// Takes off what else stands around a domain where people copy it.
+std::optional<Name> nameIn(std::string_view typed) {
+    if (typed.size() > longestTyped) return std::nullopt;
+    typed = trimmed(typed);
+    if (const auto open = typed.rfind('<'), close = typed.rfind('>');
+        open != std::string_view::npos && close != std::string_view::npos && open < close)
+        typed = trimmed(typed.substr(open + 1, close - open - 1));
+    if (const auto scheme = typed.find("://"); scheme != std::string_view::npos)
+        typed.remove_prefix(scheme + 3);
+    if (equalsIgnoringCase(typed.substr(0, 7), "mailto:")) typed.remove_prefix(7);
+    typed = typed.substr(0, typed.find_first_of("/?#"));
+    std::string_view local;
+    if (const auto at = typed.rfind('@'); at != std::string_view::npos) {
+        local = typed.substr(0, at);
+        typed.remove_prefix(at + 1);
+    }
+    typed = typed.substr(0, typed.rfind(':'));
+    typed = trimmed(typed, ".");
+    Name name{unicodeLowered(typed), {}};
+    if (!isDomain(name.domain)) return std::nullopt;
+    if (!local.empty()) name.address = std::string(local) + "@" + name.domain;
+    return name;
+}
+
+/// With one more label in front such a name is the organization itself.
+bool isPublicSuffix(std::string_view domain) {
+    const std::string below = "a." + comparableDomain(domain);
+    return suffixes().organizationalDomain(below) == below;
+}
+
+bool isOnlyFrom(const ProofReport& report, const std::string& address) {
+    const auto localPart = [](std::string_view whole) { return whole.substr(0, whole.rfind('@')); };
+    if (report.summary.from.size() != 1) return false;
+    const std::string& from = report.summary.from.front().address;
+    return equalsIgnoringCase(localPart(from), localPart(address)) &&
+           comparableDomain(MailAddress::domainPart(from)) ==
+               comparableDomain(MailAddress::domainPart(address));
+}
+
+/// A domain, and whose part it is: "bank.example.evil.test (a part of evil.test)".
+std::string withOrganization(std::string_view domain, const Reader& reader) {
+    const std::string organization = suffixes().organizationalDomain(domain);
+    if (comparableDomain(organization) == comparableDomain(domain)) return quotedDomain(domain);
+    return reader.translate("%1 (a part of %2)", {quotedWord(domain), quotedDomain(organization)});
+}
+
+/// Who takes part in an answer, and how each is called in a sentence.
+struct Answering {
+    const ProofReport& report;
+    const Name& name;
+    const Reader& reader;
+    const std::string expected = name.shown();
+    const std::string signer = withOrganization(report.verdict.domain, reader);
+    const std::string claimed = withOrganization(report.verdict.fromDomain, reader);
+
+    bool isExpected(std::string_view domain) const {
+        return suffixes().sameOrganization(domain, name.domain);
+    }
+    ExpectedAnswer answer(Kind kind, Tone tone, std::string text) const {
+        return {.kind = kind, .tone = tone, .text = std::move(text)};
+    }
+    ExpectedAnswer no(std::string text) const {
+        ExpectedAnswer made = answer(Kind::no, Tone::bad, std::move(text));
+        made.whatToDo = reader.translate(
+            "Don’t use its links, open its attachments or answer. If you expected a message from %1, ask "
+            "there in a way that you know from before.",
+            {expected});
+        return made;
+    }
+    ExpectedAnswer yes() const {
+        std::string text;
+        if (!name.address.empty()) {
+            if (!isOnlyFrom(report, name.address)) {
+                std::vector<std::string> senders;
+                for (const MailAddress& each : report.summary.from) senders.push_back(each.address);
+                return no(
+                    reader.translate("No: you expected %1. This message is signed by %2, but From names %3.",
+                                     {expected, signer, quotedList(senders)}));
+            }
+            text = reader.translate(
+                "Yes: this message is signed by %1, which vouches for %2 in From, as you expected.",
+                {signer, expected});
+        } else if (comparableDomain(report.verdict.domain) == comparableDomain(name.domain)) {
+            text = reader.translate("Yes: this message is signed by %1, as you expected.", {expected});
+        } else {
+            text = reader.translate(
+                "Yes: you expected %1, and this message is signed by %2, which is of the same organization.",
+                {expected, quotedDomain(report.verdict.domain)});
+        }
+        if (hasCautions(report)) {
+            text += " " + reader.translate("The warnings count all the same.");
+            return answer(Kind::yes, Tone::caution, text);
+        }
+        ExpectedAnswer made = answer(Kind::yes, Tone::good, text);
+        made.whatToDo = reader.translate(
+            "Read on. If money, passwords or haste are involved, ask the sender in another way all the "
+            "same.");
+        return made;
+    }
+    ExpectedAnswer signedByAnother() const {
+        return no(reader.translate("No: you expected %1. This message is signed by %2.", {expected, signer}));
+    }
+    ExpectedAnswer ofTwoNames() const {
+        const bool hasSender = !report.verdict.fromDomain.empty();
+        if (isExpected(report.verdict.domain)) {
+            return answer(Kind::unproven, Tone::caution,
+                          hasSender ? reader.translate("Only in part: %1, which you expected, signed this "
+                                                       "message, but From names %2.",
+                                                       {signer, claimed})
+                                    : reader.translate("Only in part: %1, which you expected, signed this "
+                                                       "message, but it isn’t the sender that From names.",
+                                                       {signer}));
+        }
+        if (isExpected(report.verdict.fromDomain)) {
+            return answer(Kind::unproven, Tone::caution,
+                          reader.translate("Not proven: the message says that it is from %1, as you "
+                                           "expected, but it is signed by %2.",
+                                           {claimed, signer}));
+        }
+        if (!hasSender) return signedByAnother();
+        return no(
+            reader.translate("No: you expected %1. This message is signed by %2 and says that it is from %3.",
+                             {expected, signer, claimed}));
+    }
+    ExpectedAnswer ofNothingProven() const {
+        const Verdict& verdict = report.verdict;
+        const auto* undone = verdict.kind == VerdictKind::signatureBroken ? undoneOf(report) : nullptr;
+        if (undone && undone->fromIsOfDomain && isExpected(undone->domain)) {
+            return answer(Kind::unproven, Tone::caution,
+                          reader.translate("Not as it stands: %1, as you expected, signed this message, "
+                                           "and it was changed afterwards.",
+                                           {quotedDomain(undone->domain)}));
+        }
+        const auto unproven = [&](std::string text) {
+            return answer(Kind::unproven, verdict.tone, std::move(text));
+        };
+        if (verdict.fromDomain.empty()) {
+            return unproven(
+                reader.translate("Not proven: nothing shows that this message is from %1.", {expected}));
+        }
+        if (isExpected(verdict.fromDomain)) {
+            if (verdict.kind == VerdictKind::couldNotCheck) {
+                return unproven(reader.translate(
+                    "Not known yet: the message says that it is from %1, as you expected, and that couldn’t "
+                    "be checked.",
+                    {claimed}));
+            }
+            return unproven(reader.translate(
+                "Not proven: the message says that it is from %1, as you expected, and nothing proves that.",
+                {claimed}));
+        }
+        return no(reader.translate(
+            "No: you expected %1. This message says that it is from %2, and not even that is proven.",
+            {expected, claimed}));
+    }
+    ExpectedAnswer operator()() const {
+        switch (report.verdict.kind) {
+            case VerdictKind::verified:
+                return isExpected(report.verdict.domain) ? yes() : signedByAnother();
+            case VerdictKind::verifiedHeadersOnly:
+                if (!isExpected(report.verdict.domain)) return signedByAnother();
+                return answer(Kind::unproven, Tone::caution,
+                              reader.translate("Only in part: %1, as you expected, signed the header lines. "
+                                               "The text wasn’t there to check.",
+                                               {signer}));
+            case VerdictKind::signedByOther:
+                return ofTwoNames();
+            default:
+                return ofNothingProven();
+        }
+    }
+};
+
+std::vector<std::string> charactersOf(std::string_view text) {
+    std::vector<std::string> characters;
+    while (!text.empty()) {
+        const std::string_view all = text;
+        takeScalar(text);
+        characters.emplace_back(all.substr(0, all.size() - text.size()));
+    }
+    return characters;
+}
+
+void append(Letters& letters, const std::string& character, bool isOdd) {
+    if (letters.empty() || letters.back().areOdd != isOdd) letters.push_back({{}, isOdd});
+    letters.back().text += inert(character);
+}
+
+/// Two texts with the letters marked in which they differ: as few as can be. Nothing when that is most of
+/// them, or when they are longer than domains.
+std::optional<std::pair<Letters, Letters>> difference(std::string_view first, std::string_view second) {
+    const auto a = charactersOf(first), b = charactersOf(second);
+    if (a.size() > longestCompared || b.size() > longestCompared) return std::nullopt;
+    // steps[i][j]: changes that turn the end of one, from i, into the end of the other, from j.
+    std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = a.size() + 1; i-- > 0;) {
+        for (std::size_t j = b.size() + 1; j-- > 0;) {
+            if (i == a.size() || j == b.size()) {
+                steps[i][j] = a.size() - i + b.size() - j;
+            } else {
+                steps[i][j] = std::min(
+                    {steps[i + 1][j + 1] + (a[i] == b[j] ? 0 : 1), steps[i + 1][j] + 1, steps[i][j + 1] + 1});
+            }
+        }
+    }
+    if (steps[0][0] == 0 || 2 * steps[0][0] > std::max(a.size(), b.size())) return std::nullopt;
+    std::pair<Letters, Letters> marked;
+    for (std::size_t i = 0, j = 0; i < a.size() || j < b.size();) {
+        const bool isInBoth = i < a.size() && j < b.size();
+        const bool isSame = isInBoth && a[i] == b[j] && steps[i][j] == steps[i + 1][j + 1];
+        const bool isOther = isInBoth && steps[i][j] == steps[i + 1][j + 1] + 1;
+        const bool isLeftOut = i < a.size() && steps[i][j] == steps[i + 1][j] + 1;
+        const bool takesFirst = isSame || isOther || isLeftOut, takesSecond = isSame || isOther || !isLeftOut;
+        if (takesFirst) append(marked.first, a[i++], !isSame);
+        if (takesSecond) append(marked.second, b[j++], !isSame);
+    }
+    return marked;
+}
+
+std::string firstOdd(const Letters& letters) {
+    const auto odd = std::ranges::find(letters, true, &DomainIdentity::Letters::areOdd);
+    return odd == letters.end() ? std::string() : odd->text;
+}
+
+/// Sets the two domains beside each other, and says so where nobody could tell them apart.
+void compare(ExpectedAnswer& answer, const Name& name, const std::string& other, const Reader& reader) {
+    const auto letters = [](std::string_view domain) {
+        return Punycode::unicodeDomain(suffixes().organizationalDomain(comparableDomain(domain)));
+    };
+    const std::string expected = letters(name.domain), found = letters(other);
+    const auto marked = difference(expected, found);
+    if (!marked) return;
+    std::tie(answer.expected, answer.found) = *marked;
+    if (!areConfusable(expected, found)) return;
+    const std::string before = firstOdd(answer.expected), after = firstOdd(answer.found);
+    if (before.empty() || after.empty()) return;
+    answer.text += " " + reader.translate(
+                             "The two look alike, but they are not the same: where the one that you expected "
+                             "has “%1”, this one has “%2”.",
+                             {before, after});
+    const auto scripts = Punycode::scripts(after);
+    if (scripts.contains("Cyrillic")) answer.text += " " + reader.translate("That letter is Cyrillic.");
+    if (scripts.contains("Greek")) answer.text += " " + reader.translate("That letter is Greek.");
+}
+
+}  // namespace
+
+ExpectedAnswer expectedAnswer(const ProofReport& report, std::string_view typed, const Reader& reader) {
+    const auto name = nameIn(typed);
+    if (!name) {
+        return {.text = reader.translate(
+                    "“%1” is neither a domain nor an address. Type one such as bank.example or "
+                    "service@bank.example.",
+                    {quoted(typed)})};
+    }
+    if (isPublicSuffix(name->domain)) {
+        return {.text = reader.translate(
+                    "Anybody can register a name that ends with %1. Type all of the domain that you expect.",
+                    {quotedDomain(name->domain)})};
+    }
+    ExpectedAnswer answer = Answering{report, *name, reader}();
+    if (answer.kind == Kind::no) {
+        const Verdict& verdict = report.verdict;
+        const bool isProven = verdict.kind == VerdictKind::verified ||
+                              verdict.kind == VerdictKind::verifiedHeadersOnly ||
+                              verdict.kind == VerdictKind::signedByOther;
+        compare(answer, *name, isProven ? verdict.domain : verdict.fromDomain, reader);
+    }
+    return answer;
+}
+
+}  // namespace quillmark
