@@ -172,8 +172,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         "Exit with 3 when a verdict has this tone or proves less: caution (or one beside it), unknown or bad")
         ->check(CLI::IsMember({"caution", "unknown", "bad"}))
         ->group(seldom);
-    add(command, "--expect", check.expect, "DOMAIN",
-        "Say in each text report whether it is proven to be from this domain or address, which you expected");
+    add(command, "--expect", check.expect, "DOMAIN", "Say whether it is from this domain or address");
     CLI::Option* const noUndo = command
                                     .add_flag("--no-undo", check.noUndo,
                                               "Don't look for what was changed where a signature is broken")

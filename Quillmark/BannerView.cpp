@@ -20,8 +20,10 @@ namespace quillmark {
 
 namespace {
 
-constexpr double badgeLines = 2.5;      // the height of the verdict's symbol
-constexpr std::size_t mostLines = 4;    // of the cautions: the others are one line, lest they hide what to do
+constexpr double badgeLines = 2.5;  // the height of the verdict's symbol
+// Of the cautions: the others are one line, lest they hide what to do.
+constexpr std::size_t mostLines = 4, mostCompactLines = 3;
+constexpr double headlineScale = 1.45, compactHeadlineScale = 1.2;
 constexpr double smallestDomain = 0.6;  // of its size
 
 /// Lays a text out in so many pixels. Gives its height.
@@ -218,18 +220,43 @@ QWidget* BannerView::head() {
     auto* texts = new QVBoxLayout;
     texts->setSpacing(line / 3);
     across->addLayout(texts, 1);
-    auto* headline = text(m_content.headline, 1.45, QFont::Bold);
-    headline->setObjectName(QStringLiteral("headline"));
-    headline->setColor(toneColor(m_content.tone, palette().color(QPalette::Base), palette()));
-    texts->addWidget(headline);
+    m_headTexts = texts;
+    m_headline = text(m_content.headline, headlineScale, QFont::Bold);
+    m_headline->setObjectName(QStringLiteral("headline"));
+    m_headline->setColor(toneColor(m_content.tone, palette().color(QPalette::Base), palette()));
+    texts->addWidget(m_headline);
     if (m_content.identity) {
         texts->addWidget(new DomainText(*m_content.identity, 1.7));
         if (!m_content.identity->letters.empty()) texts->addWidget(lettersText(*m_content.identity, m_words));
     }
+    texts->addWidget(m_meaning = meaning());
+    return head;
+}
+
+QWidget* BannerView::meaning() {
+    auto* meaning = new QWidget;
+    auto* texts = new QVBoxLayout(meaning);
+    texts->setContentsMargins(0, 0, 0, 0);
+    texts->setSpacing(fontMetrics().height() / 3);
     texts->addWidget(text(m_content.explanation));
     for (const ReportLine& each : m_content.remarks) texts->addLayout(noteLine(each, m_words));
     if (!m_content.known.isEmpty()) texts->addWidget(text(m_content.known));
-    return head;
+    return meaning;
+}
+
+void BannerView::setCompact(bool isCompact) {
+    const bool isBelow = m_footLines->indexOf(m_meaning) >= 0;
+    if (isCompact == isBelow) return;
+    (isBelow ? m_footLines : m_headTexts)->removeWidget(m_meaning);
+    m_meaning->setContentsMargins(0, isCompact ? fontMetrics().height() / 2 : 0, 0, 0);
+    if (isCompact) {
+        m_footLines->insertWidget(1, m_meaning);  // below what to do
+    } else {
+        m_headTexts->addWidget(m_meaning);
+    }
+    m_headline->setFont(scaled(font(), isCompact ? compactHeadlineScale : headlineScale, QFont::Bold));
+    for (QWidget* each : m_ample) each->setHidden(isCompact);
+    for (QWidget* each : m_compact) each->setVisible(isCompact);
 }
 
 void Band::setTone(std::optional<Tone> tone) {
@@ -247,16 +274,18 @@ void Band::paintEvent(QPaintEvent*) {
     painter.drawLine(0, height() - 1, width(), height() - 1);
 }
 
-void BannerView::addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold) {
+QWidget* BannerView::addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold) {
     const QFont::Weight weight = isBold ? QFont::Bold : QFont::Normal;
     if (!lead.section) {
-        lines->addWidget(text(lead.text, 1, weight));
-        return;
+        auto* plain = text(lead.text, 1, weight);
+        lines->addWidget(plain);
+        return plain;
     }
     auto* line = new LeadLine(lead.text, m_words("Show"));
     line->setFont(scaled(line->font(), 1, weight));
     connect(line, &QAbstractButton::clicked, this, [this, lead] { emit placeWanted(lead); });
     lines->addWidget(line);
+    return line;
 }
 
 namespace {
@@ -287,19 +316,27 @@ QWidget* BannerView::cautions() {
     lead->setColor(toneColor(Tone::caution, bandGround(Tone::caution, palette()), palette()));
     lines->addWidget(lead);
     const std::size_t all = m_content.cautions.size();
-    const std::size_t shownOnes = all > mostLines ? mostLines - 1 : all;
-    for (std::size_t i = 0; i < shownOnes; ++i) addLead(lines, m_content.cautions[i]);
-    if (all == shownOnes) return band;
-    ReportLead rest = m_content.cautions[shownOnes];  // the first of them is where it leads
-    rest.text = m_words.translateCount("and %n more", "and %n more",
-                                       static_cast<std::int64_t>(all - shownOnes + m_content.more));
-    addLead(lines, rest);
+    const auto shownOf = [all](std::size_t most) { return all > most ? most - 1 : all; };
+    for (std::size_t i = 0; i < shownOf(mostLines); ++i) {
+        QWidget* line = addLead(lines, m_content.cautions[i]);
+        if (i >= shownOf(mostCompactLines)) m_ample.push_back(line);
+    }
+    for (const auto& [most, only] :
+         {std::pair(mostLines, &m_ample), std::pair(mostCompactLines, &m_compact)}) {
+        const std::size_t shownOnes = shownOf(most);
+        if (all == shownOnes) continue;
+        ReportLead rest = m_content.cautions[shownOnes];  // the first of them is where it leads
+        rest.text = m_words.translateCount("and %n more", "and %n more",
+                                           static_cast<std::int64_t>(all - shownOnes + m_content.more));
+        only->push_back(addLead(lines, rest));
+    }
+    for (QWidget* each : m_compact) each->hide();
     return band;
 }
 
 QWidget* BannerView::foot() {
     auto* foot = new QWidget;
-    QBoxLayout* lines = indented(foot);
+    QBoxLayout* lines = m_footLines = indented(foot);
     const int line = fontMetrics().height();
     auto* what = new QHBoxLayout;
     what->setSpacing(line / 2);

@@ -76,6 +76,10 @@ public:
     /// Whether the report can be made again; then one whose lookups failed says so.
     void offerRecheck(bool isPossible);
 
+    /// Where there is little height, fewer cautions are shown at once, and what the headline means stands
+    /// below what to do, which else would be out of sight.
+    void setCompact(bool isCompact);
+
     /// What the person typed is answered, or no longer asked.
     void setExpectation(const std::optional<ReportExpectation>& expectation);
     /// Domains to choose from; of use once `suggestionsWanted`.
@@ -102,12 +106,17 @@ private:
     void submitExpectation();
     void showAnswer();
     bool eventFilter(QObject* watched, QEvent* event) override;
-    void addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold = false);
+    QWidget* meaning();
+    QWidget* addLead(QBoxLayout* lines, const ReportLead& lead, bool isBold = false);
     QString spoken() const;
 
     ReportContent m_content;
     Words m_words;
     QPushButton* m_recheck = nullptr;
+    PlainText* m_headline = nullptr;
+    QWidget* m_meaning = nullptr;
+    QBoxLayout *m_headTexts = nullptr, *m_footLines = nullptr;
+    std::vector<QWidget*> m_ample = {}, m_compact = {};  // what is shown in one of the two ways alone
     QLineEdit* m_field = nullptr;
     Band* m_expectation = nullptr;
     QWidget* m_answer = nullptr;

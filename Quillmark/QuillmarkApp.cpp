@@ -183,6 +183,10 @@ void QuillmarkApp::refreshSelection() {
         if (m_model.settings().keepHistory)
             content.known = isolatedRuns(knownInWords(*report, m_model.history(), m_words.reader));
         content.expectation = expectationOf(*report);
+        if (checked && checked->answers) {
+            if (const QString from = answersFrom(*checked->answers, m_words); !from.isEmpty())
+                content.quiet << from;
+        }
         m_window.showReport(content);
     } else if (!report && selected()) {
         const AppModel::Row* row = m_model.row(*selected());

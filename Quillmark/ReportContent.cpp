@@ -1,6 +1,7 @@
 #include "Quillmark/ReportContent.h"
 
 #include <algorithm>
+#include <set>
 #include <span>
 
 #include "Wording/Banner.h"
@@ -354,6 +355,19 @@ ReportSection Composer::limits() const {
 }
 
 }  // namespace
+
+QString answersFrom(const RecordedAnswers& answers, const Words& words) {
+    const auto entries = answers.dns.entries();
+    std::set<std::string> sources;
+    for (const auto& [question, entry] : entries) sources.insert(entry.source);
+    if (sources.empty()) return {};
+    sources.erase(std::string());
+    if (sources.empty()) return words("answers from a recording");
+    QStringList names;
+    for (const std::string& each : sources)
+        names << (each == "system" ? words("this computer’s own DNS") : isolatedRuns(quotedWord(each)));
+    return words("answers from %1", names.join(QStringLiteral(", ")));
+}
 
 ReportContent reportContent(const ProofReport& report, const std::optional<std::vector<PathStep>>& path,
                             const ReportCaps& caps, const Words& words) {

@@ -7,6 +7,7 @@
 
 #include "Quillmark/TextBlocks.h"
 #include "Quillmark/Words.h"
+#include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/Report.h"
 #include "Wording/DomainIdentity.h"
@@ -90,6 +91,10 @@ struct ReportContent {
     bool hasFailedLookup = false;  ///< checking again may find out more
     bool hasMessage = false;       ///< it is at hand
 };
+
+/// Who answered the lookups of a check: "answers from dns.example", or from a recording, which names
+/// nobody. Empty when nothing was answered.
+QString answersFrom(const RecordedAnswers& answers, const Words& words);
 
 /// `path` is that of the kept message; without one, as for a report of the history, the section says that
 /// there is none.

@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t firstAtOnce = 48, builtAtOnce = 8;  // findings and the like
 constexpr int widestName = 24;                            // characters
+constexpr int leastHeight = 32;                           // lines: in less the banner is compact
 constexpr int widestReport = 120;                         // characters: longer lines are hard to read
 
 QLabel* heading(const QString& text) {
@@ -136,6 +137,11 @@ void ReportView::changeEvent(QEvent* event) {
     if (looks && widget() && !m_isBuilding) rebuild();
 }
 
+void ReportView::resizeEvent(QResizeEvent* event) {
+    QScrollArea::resizeEvent(event);
+    if (m_banner) m_banner->setCompact(viewport()->height() < leastHeight * fontMetrics().height());
+}
+
 void ReportView::rebuild() {
     m_isBuilding = true;
     m_unbuilt.clear();
@@ -158,6 +164,7 @@ void ReportView::rebuild() {
     connect(m_banner, &BannerView::expectationChanged, this, &ReportView::expectationChanged);
     connect(m_banner, &BannerView::suggestionsWanted, this, &ReportView::expectationsWanted);
     offerRecheck(m_offersRecheck);
+    m_banner->setCompact(viewport()->height() < leastHeight * fontMetrics().height());
     layout->addWidget(m_banner);
     for (const ReportSection& each : m_content.sections) plan(each, layout);
     layout->addStretch(1);
