@@ -39,6 +39,8 @@ std::string formInWords(RewrittenForm form, const Reader& reader) {
             return reader.translate("the wrapping in another message");
         case RewrittenForm::folding:
             return reader.translate("the line breaks of header lines");
+        case RewrittenForm::fieldNames:
+            return reader.translate("capital letters in the names of header lines");
         case RewrittenForm::partHeaders:
             break;
     }

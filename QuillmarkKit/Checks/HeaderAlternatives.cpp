@@ -132,8 +132,8 @@ std::vector<std::string> encodings(const std::string& text) {
     if (isASCII(text)) return {text};
     std::vector<std::string> forms = {text};
     const std::string latin1 = latin1Of(text);
-    const auto add = [&](std::string_view charset, const std::string& bytes) {
-        const std::string begin = "=?" + std::string(charset) + "?";
+    const auto add = [&](std::string_view charset, std::string_view bytes, std::string_view lead = {}) {
+        const std::string begin = std::string(lead) + "=?" + std::string(charset) + "?";
         const std::string base64 = encodedBase64(bytes), quoted = qEncoded(bytes);
         forms.push_back(begin + "B?" + base64 + "?=");
         forms.push_back(begin + "Q?" + quoted + "?=");
@@ -143,6 +143,13 @@ std::vector<std::string> encodings(const std::string& text) {
     for (const std::string_view charset : {"UTF-8", "utf-8"}) add(charset, text);
     if (!latin1.empty()) {
         for (const std::string_view charset : {"iso-8859-1", "ISO-8859-1"}) add(charset, latin1);
+    }
+    // From the first word on that needs it.
+    const auto wide = static_cast<std::size_t>(
+        std::ranges::find_if(text, [](char c) { return !isASCII({&c, 1}); }) - text.begin());
+    if (const auto blank = text.rfind(' ', wide); blank != std::string::npos) {
+        const std::string_view whole = text, lead = whole.substr(0, blank + 1);
+        for (const std::string_view charset : {"UTF-8", "utf-8"}) add(charset, whole.substr(blank + 1), lead);
     }
     // Only the words that need it, as many programs do.
     for (const std::string_view charset : {"UTF-8", "utf-8"}) {
@@ -498,6 +505,7 @@ private:
         if (m_signature.canonicalization.header == Canonicalization::simple && given.size() == 1) {
             int cost = 2;
             for (std::string& form : refolded(given.front())) axis.add(cost++ / 2, {std::move(form)});
+            addNames(axis, given.front());
         }
         for (const auto& [kept, raw] : m_evidence) {
             if (kept.ends_with("-" + name)) axis.add(2, {withName(name, valueOf(raw))});
@@ -513,6 +521,20 @@ private:
         field += ':';
         if (value.empty() || !isBlank(value.front())) field += ' ';
         return field += value;
+    }
+
+    /// The name of a field in other capital letters, which count in the simple form: as the signature lists
+    /// it, or "Message-Id" and "Mime-Version" for "Message-ID" and "MIME-Version", and the reverse.
+    void addNames(Axis& axis, const std::string& raw) const {
+        const auto colon = std::min(raw.find(':'), raw.size());
+        const std::string name = asciiLowered(raw.substr(0, colon)), rest = raw.substr(colon);
+        for (const std::string& listed : m_signature.signedHeaders) {
+            // One that lists all in small letters says nothing of how they stood.
+            if (listed != name && asciiLowered(listed) == name) axis.add(1, {listed + rest});
+        }
+        for (const std::string_view known : {"Message-ID", "Message-Id", "MIME-Version", "Mime-Version"}) {
+            if (asciiLowered(known) == name) axis.add(1, {std::string(known) + rest});
+        }
     }
 
     void addSubjects(Axis& axis, const std::string& raw) const {

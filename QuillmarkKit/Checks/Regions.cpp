@@ -139,7 +139,10 @@ std::vector<EditGroup> regionsOfParts(const MailMessage& message, RegionEnds end
         std::string_view rest = part.contentType;
         const std::string type = asciiLowered(withoutWhitespace(withoutComments(takePiece(rest, ';'))));
         const bool isText = part.kind == MIMEPart::Kind::other && (type.empty() || type.starts_with("text/"));
-        if (isText && part.bodyBegin < part.bodyEnd) chosen.emplace_back(&part, type == "text/html");
+        const std::size_t size = part.bodyEnd - part.bodyBegin;
+        // Hardly an edit of a longer one could be written.
+        const bool isTooLong = part.encoding == TransferEncoding::base64 && size > mostEncodedBytes;
+        if (isText && size > 0 && !isTooLong) chosen.emplace_back(&part, type == "text/html");
     }
     const std::size_t perPart = ends == RegionEnds::both ? 2 : 1;
     if (chosen.size() * perPart > mostGroups) chosen.resize(mostGroups / perPart);

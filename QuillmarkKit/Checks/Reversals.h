@@ -30,13 +30,14 @@ enum class RewrittenForm {
     lineEnds,
     wrapped,
     folding,
+    fieldNames,
     partHeaders,
 };
 constexpr auto namesOf(RewrittenForm) {
-    return EnumTable<RewrittenForm, 13>{
+    return EnumTable<RewrittenForm, 14>{
         EnumStyle::word,
         {"transferEncoding", "charset", "fromQuoting", "dots", "blanks", "blankLines", "lineBreaks",
-         "indentation", "typography", "lineEnds", "wrapped", "folding", "partHeaders"}};
+         "indentation", "typography", "lineEnds", "wrapped", "folding", "fieldNames", "partHeaders"}};
 }
 
 /// Whether the lines of a text that a person reads are others in this form.

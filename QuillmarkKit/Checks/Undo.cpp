@@ -493,7 +493,7 @@ std::vector<std::string> valuesOf(const MailMessage& message, std::string_view n
 /// Where the texts are compared as they read, those fields are read with them.
 void tellFields(UndoneSignature& undone, const MailMessage& message, const BrokenSignature& signature,
                 const std::vector<NamedFields>& changes, bool isTextRead) {
-    bool isFolded = false;
+    bool isFolded = false, isNamedAnew = false;
     const auto covered = coveredFields(signature);
     const auto tell = [&](const std::string& name) {
         ChangedField field{name, valuesOf(message, name, &signature.field),
@@ -508,7 +508,10 @@ void tellFields(UndoneSignature& undone, const MailMessage& message, const Broke
             return all;
         };
         if (words(field.shown) == words(field.signedValues)) {
-            isFolded |= std::ranges::find(changes, name, &NamedFields::name) != changes.end();
+            if (std::ranges::find(changes, name, &NamedFields::name) == changes.end()) return;
+            const HeaderField *shown = message.first(name), *original = undone.message.first(name);
+            const bool isSameName = !shown || !original || shown->name == original->name;
+            (isSameName ? isFolded : isNamedAnew) = true;
             return;
         }
         const bool isOfContent = std::ranges::find(namesOfContent, name) != std::end(namesOfContent);
@@ -527,6 +530,7 @@ void tellFields(UndoneSignature& undone, const MailMessage& message, const Broke
             tell(name);
     }
     if (isFolded) undone.forms.push_back(RewrittenForm::folding);
+    if (isNamedAnew) undone.forms.push_back(RewrittenForm::fieldNames);
 }
 
 void tellTexts(UndoneSignature& undone, const MailMessage& message, const BrokenSignature& signature,
