@@ -219,10 +219,18 @@ private:
         Block block{.kind = kind};
         const bool isOpen = m_result.blocks.size() < mostBlocks;
         std::size_t begin = 0;  // of the line
+        // Lines from the first that isn't empty to the last such one, and empty ones behind that.
+        std::int64_t filled = 0, empty = 0;
         for (std::string_view rest = lines; !rest.empty();) {
             const std::string_view line = takePiece(rest, '\n');
             const bool isHead = line.starts_with(mark);
             if (!isHead) ++block.count;
+            if (!isHead && line.empty()) {
+                ++empty;
+            } else if (!isHead) {
+                filled += filled == 0 ? 1 : empty + 1;
+                empty = 0;
+            }
             if (isOpen && hasRoom() && block.count <= most && (!isHead || m_hasHeads)) {
                 SignedText::Line told;
                 isHead ? void(told.part = partOf(line)) : void(told.text = shownLine(line, begin, spot));
@@ -232,6 +240,8 @@ private:
             }
             begin += line.size() + 1;
         }
+        // Counted as where the change is told in a sentence.
+        if (kind != Kind::same && filled > 0 && block.count <= most) block.count = filled;
         if (block.lines.empty()) {
             m_result.moreLines += block.count;
             m_result.hasMoreChanges |= kind != Kind::same && block.count > 0;

@@ -52,7 +52,8 @@ struct SignedText {
         };
         Kind kind = Kind::same;
         std::vector<Line> lines = {};  ///< the first ones, without those that follow
-        std::int64_t count = 0;        ///< of all its lines of text; parts are not counted
+        /// Of all its lines of text; neither parts nor empty lines around a change that is shown whole.
+        std::int64_t count = 0;
         bool operator==(const Block&) const = default;
     };
     std::vector<Field> fields = {};  ///< those that a person reads, and others that differ
