@@ -30,6 +30,7 @@ std::string described(const SignedText& text) {
             out += "\n";
         }
         if (lines < block.count) out += "and " + std::to_string(block.count - lines) + "\n";
+        if (lines > block.count) out += "counted " + std::to_string(block.count) + "\n";
     }
     return out;
 }
@@ -54,6 +55,8 @@ TEST(SignedText, theTextInReadingOrder) {
     } rows[] = {
         {"nothing", "A: b\r\n\r\nx\r\n", "A: b\r\n\r\nx\r\n\r\n", " x\n"},
         {"a footer", "A: b\r\n\r\nx\r\n--\r\nlist\r\n", "A: b\r\n\r\nx\r\n", " x\n+--\n+list\n"},
+        {"an empty line above it", "A: b\r\n\r\nx\r\n\r\n--\r\n\r\nlist\r\n", "A: b\r\n\r\nx\r\n",
+         " x\n+\n+--\n+\n+list\ncounted 3\n"},
         {"missing", "A: b\r\n\r\nx\r\nz\r\n", "A: b\r\n\r\nx\r\ny\r\nz\r\n", " x\n-y\n z\n"},
         {"missing in front", "A: b\r\n\r\nz\r\n", "A: b\r\n\r\ny\r\nz\r\n", "-y\n z\n"},
         {"changed", "A: b\r\n\r\nx\r\nY\r\nz\r\n", "A: b\r\n\r\nx\r\ny\r\nz\r\n", " x\n~Y\n<y\n z\n"},
