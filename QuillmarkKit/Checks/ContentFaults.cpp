@@ -113,18 +113,6 @@ std::optional<ContentFault> partsFault(std::string_view type, std::string_view b
     return std::nullopt;
 }
 
-std::string decoded(std::string_view encoding, std::string_view text) {
-    switch (transferEncoding(encoding)) {
-        case TransferEncoding::base64:
-            return decodedBase64Lines(text);
-        case TransferEncoding::quotedPrintable:
-            return decodedQuotedPrintable(text);
-        case TransferEncoding::none:
-            break;
-    }
-    return std::string(text);
-}
-
 bool beginsAsHTML(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     text = trimmed(text);
@@ -262,7 +250,7 @@ std::optional<ContentFault> faultOf(std::string_view type, std::string_view enco
     const std::string name = contentTypeName(type);
     if (name.starts_with("multipart/")) return partsFault(type, body);
     if (name.starts_with("message/")) return ContentFault::otherType;
-    const std::string text = decoded(encoding, firstLines(body, mostLookedAt));
+    const std::string text = decodedBytes(transferEncoding(encoding), firstLines(body, mostLookedAt));
     const std::string_view content = trimmed(text);
     if (content.empty()) return std::nullopt;
     for (const auto& [kind, begin] : beginnings) {

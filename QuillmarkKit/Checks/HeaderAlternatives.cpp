@@ -10,6 +10,7 @@
 
 #include "QuillmarkKit/Checks/Canonicalization.h"
 #include "QuillmarkKit/Mail/Addresses.h"
+#include "QuillmarkKit/Mail/TransferEncodings.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
@@ -461,17 +462,7 @@ private:
         for (std::string_view rest = text; !rest.empty();) {
             std::string_view copy = takePiece(rest, '|');
             const std::string name = asciiLowered(takePiece(copy, ':'));
-            std::string field = name + ": ";
-            for (std::size_t i = 0; i < copy.size(); ++i) {
-                const bool isEscape = copy[i] == '=' && i + 2 < copy.size() && hexValue(copy[i + 1]) >= 0 &&
-                                      hexValue(copy[i + 2]) >= 0;
-                if (!isEscape) {
-                    field += copy[i];
-                    continue;
-                }
-                field += static_cast<char>(hexValue(copy[i + 1]) * 16 + hexValue(copy[i + 2]));
-                i += 2;
-            }
+            std::string field = name + ": " + decodedEscapes(copy, '=');
             // No line of the header may begin in what a signature says.
             std::erase_if(field, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
             Fields& copies = m_copies[name];

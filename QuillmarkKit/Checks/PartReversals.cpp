@@ -8,6 +8,7 @@
 
 #include "QuillmarkKit/Checks/ProtectedLinks.h"
 #include "QuillmarkKit/Mail/MIMEStructure.h"
+#include "QuillmarkKit/Mail/PartContent.h"
 #include "QuillmarkKit/Mail/TransferEncodings.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
@@ -20,18 +21,6 @@ constexpr std::string_view lineEnd = "\r\n";
 constexpr std::size_t mostParts = 50, mostPartDepth = 3;
 constexpr std::size_t longestHeader = 20'000;          // of a part
 constexpr std::size_t largestEncodedText = 1'000'000;  // that is written in every encoding and character set
-
-/// The value of a Content-Type without its parameters, in lower case.
-std::string mediaType(std::string_view contentType) {
-    const std::string type = asciiLowered(withoutWhitespace(withoutComments(takePiece(contentType, ';'))));
-    return type.empty() ? "text/plain" : type;
-}
-
-std::string decoded(const MIMEPart& part, std::string_view raw) {
-    if (part.encoding == TransferEncoding::base64) return decodedBase64Lines(raw);
-    if (part.encoding == TransferEncoding::quotedPrintable) return decodedQuotedPrintable(raw);
-    return std::string(raw);
-}
 
 /// `text` with CR LF at the end of each line, or with LF.
 std::string withLineEnds(std::string_view text, std::string_view end) {
@@ -174,7 +163,7 @@ std::optional<Reading> eachText(const Reading& reading, const MailMessage& messa
             headerSize > longestHeader || part.bodyBegin == part.end)
             continue;
         const std::string_view raw = body.substr(part.bodyBegin, part.bodyEnd - part.bodyBegin);
-        const std::string content = decoded(part, raw);
+        const std::string content = decodedBytes(part.encoding, raw);
         std::optional<Written> written = change(part, content);
         if (!written) continue;
         made += body.substr(at, part.headerBegin - at);

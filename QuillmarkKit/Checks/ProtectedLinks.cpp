@@ -24,21 +24,6 @@ std::string replaced(std::string_view text, std::string_view from, std::string_v
     return result.append(text);
 }
 
-/// RFC 3986, section 2.1, with `mark` in place of the percent sign; what is no escape stays.
-std::string unescaped(std::string_view text, char mark = '%') {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == mark && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
-            hexValue(text[i + 2]) >= 0) {
-            result += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
-            i += 2;
-        } else {
-            result += text[i];
-        }
-    }
-    return result;
-}
-
 std::string fromURLBase64(std::string text) {
     std::ranges::replace(text, '-', '+');
     std::ranges::replace(text, '_', '/');
@@ -68,7 +53,7 @@ std::optional<std::string> fromUnderscores(std::string_view link) {
         return from.substr(0, from.size() - left.size());
     };
     std::string target;
-    const std::string written = unescaped(link.substr(0, end));
+    const std::string written = decodedEscapes(link.substr(0, end));
     for (std::size_t i = 0; i < written.size(); ++i) {
         if (written[i] != '*') {
             target += written[i];
@@ -92,7 +77,7 @@ std::optional<std::string> fromUnderscores(std::string_view link) {
 std::optional<std::string> fromPath(std::string_view path) {
     const auto slash = path.rfind('/');
     if (slash == path.npos || path.find("%3", slash) == path.npos) return std::nullopt;
-    return unescaped(path.substr(slash + 1));
+    return decodedEscapes(path.substr(slash + 1));
 }
 
 /// ?url=https%3A%2F%2Fexample.org%2Fpath&data=…, ?u=https-3A__example.org_path&d=…,
@@ -103,14 +88,14 @@ std::optional<std::string> fromQuery(std::string_view query) {
         std::string_view value = takePiece(query, '&');
         takePiece(value, '=');
         if (startsWithIgnoringCase(value, "http%3A") || startsWithIgnoringCase(value, "https%3A"))
-            return unescaped(value);
+            return decodedEscapes(value);
         if (value.starts_with("http-3A__") || value.starts_with("https-3A__")) {
             std::string target(value);
             std::ranges::replace(target, '_', '/');
-            return unescaped(target, '-');
+            return decodedEscapes(target, '-');
         }
         if (value.starts_with("aHR0c")) {
-            std::string target = fromURLBase64(unescaped(value));
+            std::string target = fromURLBase64(decodedEscapes(value));
             if (isLink(target)) return target;
         }
     }

@@ -136,8 +136,7 @@ std::vector<EditGroup> regionsOfParts(const MailMessage& message, RegionEnds end
     const auto parts = mimeParts(message, mostPartDepth, mostParts);
     std::vector<std::pair<const MIMEPart*, bool>> chosen;  // and whether it is HTML
     for (const MIMEPart& part : parts) {
-        std::string_view rest = part.contentType;
-        const std::string type = asciiLowered(withoutWhitespace(withoutComments(takePiece(rest, ';'))));
+        const std::string type = contentTypeName(part.contentType);
         const bool isText = part.kind == MIMEPart::Kind::other && (type.empty() || type.starts_with("text/"));
         const std::size_t size = part.bodyEnd - part.bodyBegin;
         // Hardly an edit of a longer one could be written.

@@ -19,9 +19,7 @@ std::optional<std::string> nextContent(MIMEWalker& walker, const MailMessage& me
         if (part->kind != MIMEPart::Kind::message) continue;
         const std::string_view content =
             message.body().value_or("").substr(part->bodyBegin, part->bodyEnd - part->bodyBegin);
-        if (part->encoding == TransferEncoding::base64) return decodedBase64Lines(content);
-        if (part->encoding == TransferEncoding::quotedPrintable) return decodedQuotedPrintable(content);
-        return std::string(content);
+        return decodedBytes(part->encoding, content);
     }
     return std::nullopt;
 }

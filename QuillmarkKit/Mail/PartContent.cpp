@@ -16,17 +16,6 @@ std::string_view rawContent(const MailMessage& message, const MIMEPart& part) {
     return message.body().value_or("").substr(part.bodyBegin, part.bodyEnd - part.bodyBegin);
 }
 
-std::string percentDecoded(std::string_view text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool isEscape =
-            text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0;
-        result += isEscape ? static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])) : text[i];
-        if (isEscape) i += 2;
-    }
-    return result;
-}
-
 /// A parameter's value in plain form, or in that of RFC 2231, section 4, without continuations.
 std::string nameIn(std::string_view value, const std::string& parameter) {
     std::string name = fieldParameter(value.substr(0, longestHeader), parameter);
@@ -36,23 +25,20 @@ std::string nameIn(std::string_view value, const std::string& parameter) {
     const auto text = language == std::string::npos ? language : extended.find('\'', language + 1);
     if (text == std::string::npos) return decodedText(extended);
     CharsetDecoder decoder;
-    const std::string bytes = percentDecoded(std::string_view(extended).substr(text + 1));
+    const std::string bytes = decodedEscapes(std::string_view(extended).substr(text + 1));
     const auto decoded = decoder.decode(extended.substr(0, language), bytes);
     return decoded ? *decoded : decodedText(bytes);
 }
 
 }  // namespace
 
-std::string mediaType(const MIMEPart& part) {
-    std::string type = contentTypeName(part.contentType);
+std::string mediaType(std::string_view contentType) {
+    std::string type = contentTypeName(contentType);
     return type.empty() ? "text/plain" : type;
 }
 
 std::string decodedContent(const MailMessage& message, const MIMEPart& part) {
-    const std::string_view raw = rawContent(message, part);
-    if (part.encoding == TransferEncoding::base64) return decodedBase64Lines(raw);
-    if (part.encoding == TransferEncoding::quotedPrintable) return decodedQuotedPrintable(raw);
-    return std::string(raw);
+    return decodedBytes(part.encoding, rawContent(message, part));
 }
 
 std::string textOf(const MailMessage& message, const MIMEPart& part, CharsetDecoder& decoder) {

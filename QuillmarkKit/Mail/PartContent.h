@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "QuillmarkKit/Mail/MIMEStructure.h"
 #include "QuillmarkKit/Support/Unicode.h"
@@ -10,7 +11,8 @@ namespace quillmark {
 
 /// The type as readers take it, in lower case: "text/plain" where the part names none (RFC 2045,
 /// section 5.2).
-std::string mediaType(const MIMEPart& part);
+std::string mediaType(std::string_view contentType);
+inline std::string mediaType(const MIMEPart& part) { return mediaType(part.contentType); }
 
 /// Its content, the transfer encoding undone.
 std::string decodedContent(const MailMessage& message, const MIMEPart& part);

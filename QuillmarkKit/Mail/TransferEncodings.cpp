@@ -170,6 +170,29 @@ std::string decodedBase64Lines(std::string_view text) {
     return decodedBase64(digits).value_or("");
 }
 
+std::string decodedBytes(TransferEncoding encoding, std::string_view text) {
+    switch (encoding) {
+        case TransferEncoding::base64:
+            return decodedBase64Lines(text);
+        case TransferEncoding::quotedPrintable:
+            return decodedQuotedPrintable(text);
+        case TransferEncoding::none:
+            break;
+    }
+    return std::string(text);
+}
+
+std::string decodedEscapes(std::string_view text, char mark) {
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isEscape = text[i] == mark && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
+                              hexValue(text[i + 2]) >= 0;
+        bytes += isEscape ? static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])) : text[i];
+        if (isEscape) i += 2;
+    }
+    return bytes;
+}
+
 std::string encodedBase64Lines(std::string_view bytes, std::size_t width, std::string_view lineEnd) {
     const std::string digits = encodedBase64(bytes);
     std::string text;

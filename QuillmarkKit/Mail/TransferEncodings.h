@@ -26,6 +26,13 @@ std::string encodedBase64Lines(std::string_view bytes, std::size_t width, std::s
 /// way. Lines end in CR LF.
 std::string decodedQuotedPrintable(std::string_view text);
 
+/// What a content says that is written in this encoding.
+std::string decodedBytes(TransferEncoding encoding, std::string_view text);
+
+/// Each `mark` with two hexadecimal digits behind it as the byte that they name, as "%20" in a link (RFC
+/// 3986, section 2.1); what is no escape stays.
+std::string decodedEscapes(std::string_view text, char mark = '%');
+
 /// What programs that write quoted-printable do differently; all of it reads alike.
 struct QuotedPrintableStyle {
     std::size_t longest = 76;  ///< of a line, the "=" of a broken one included; above 8
