@@ -104,6 +104,9 @@ public:
             throw;
         }
     }
+    bool mayKnow(std::string_view name, DNSRecordType type) override {
+        return m_resolver.mayKnow(name, type);
+    }
 
 private:
     DNSResolver& m_resolver;
@@ -231,7 +234,7 @@ private:
         }
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
         return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
-                        m_command.noUndo ? Undoing::off : Undoing::on)
+                        m_command.rules())
             .examine(message, found.place.name(), m_from.now, id, {}, found.facts);
     }
 
@@ -469,9 +472,8 @@ private:
 
     void prepareToAsk(Date begun) {
         m_earlier->begin();
-        m_from.recorded =
-            std::make_unique<RecordedRun>(m_earlier, m_registry, RecordedRun::Failures(), m_from.lookupTime,
-                                          m_command.noUndo ? Undoing::off : Undoing::on);
+        m_from.recorded = std::make_unique<RecordedRun>(m_earlier, m_registry, RecordedRun::Failures(),
+                                                        m_from.lookupTime, m_command.rules());
         if (!m_command.at) m_from.now = begun;
     }
 

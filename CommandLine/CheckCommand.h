@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "QuillmarkKit/Verifier.h"
 #include "Settings/StoredSettings.h"
 #include "Wording/Reader.h"
 #include "Wording/TextReport.h"
@@ -33,6 +34,7 @@ struct CheckCommand {
     std::optional<std::string> failOn = {};    ///< a tone
     std::optional<std::string> expect = {};    ///< a domain or address: text reports say whether it is that
     bool noUndo = false;                       ///< doesn't look for what was changed
+    std::string dmarc = "7489";                ///< the RFC that judges by a domain's DMARC record, or "9989"
     bool noAttached = false;                   ///< passes over messages that are attached to others
     std::optional<std::string> asSigned = {};  ///< a folder to write what was signed into
     std::optional<std::string> out = {};       ///< a folder for a result file of each part of the input
@@ -42,6 +44,10 @@ struct CheckCommand {
     TextLayout layout = {};                    ///< of text reports
     std::optional<AppSettings> settings = {};  ///< what the person chose in the window, if anything
 
+    CheckRules rules() const {
+        return {noUndo ? Undoing::off : Undoing::on,
+                dmarc == "9989" ? DMARCRules::rfc9989 : DMARCRules::rfc7489};
+    }
     /// Whether registries may be asked: what the options say, else the settings.
     bool asksRegistries() const;
     /// Whether the reports go into the history: what the options say, else the settings. Without either, and

@@ -85,7 +85,7 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     if (command.record || failures) {
         recorded = std::make_unique<RecordedRun>(resolver, registry,
                                                  std::move(failures).value_or(RecordedRun::Failures()),
-                                                 lookupTime, command.noUndo ? Undoing::off : Undoing::on);
+                                                 lookupTime, command.rules());
     }
 }
 

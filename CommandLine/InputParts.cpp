@@ -66,10 +66,9 @@ Found lookedAt(const std::string& name) {
     if (!S_ISREG(status.st_mode)) return {"other"};
     const auto size = static_cast<std::uint64_t>(status.st_size);
     std::string state = "file";
-    for (const std::uint64_t number :
-         {size, static_cast<std::uint64_t>(status.st_mtim.tv_sec),
-          static_cast<std::uint64_t>(status.st_mtim.tv_nsec),
-          static_cast<std::uint64_t>(access(name.c_str(), R_OK) == 0)}) {
+    for (const std::uint64_t number : {size, static_cast<std::uint64_t>(status.st_mtim.tv_sec),
+                                       static_cast<std::uint64_t>(status.st_mtim.tv_nsec),
+                                       static_cast<std::uint64_t>(access(name.c_str(), R_OK) == 0)}) {
         state += ' ' + std::to_string(number);
     }
     return {std::move(state), size};

@@ -177,6 +177,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                                     .add_flag("--no-undo", check.noUndo,
                                               "Don't look for what was changed where a signature is broken")
                                     ->group(seldom);
+    add(command, "--dmarc", check.dmarc, "RFC",
+        "Judge DMARC by RFC 7489, as most receivers do (the default), or by RFC 9989, which replaced it")
+        ->check(CLI::IsMember({"7489", "9989"}))
+        ->group(seldom);
     add(command, "--as-signed", check.asSigned, "FOLDER",
         "Write, of changed messages, what was signed into new files, each with a text that tells of it")
         ->excludes(noUndo)

@@ -25,15 +25,15 @@ public:
     using Failures = std::map<std::string, FixedAnswers::Failures>;  // by message
 
     /// `failures`: what the checks could not find out when they were recorded. `lookupTime`
-    /// and `undoing`: as a verifier takes them.
+    /// and `rules`: as a verifier takes them.
     RecordedRun(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                 Failures failures = {}, std::optional<std::chrono::seconds> lookupTime = {},
-                Undoing undoing = Undoing::on)
+                CheckRules rules = {})
         : m_resolver(std::move(resolver)),
           m_registry(std::move(registry)),
           m_failures(std::move(failures)),
           m_lookupTime(lookupTime),
-          m_undoing(undoing) {}
+          m_rules(rules) {}
 
     /// Checks the message whose file has this SHA-256. `id`: of the report.
     Verification verify(const std::string& sha256, const MailMessage& message,
@@ -57,7 +57,7 @@ private:
     const std::shared_ptr<RegistrationLookup> m_registry;
     const Failures m_failures;
     const std::optional<std::chrono::seconds> m_lookupTime;
-    const Undoing m_undoing;
+    const CheckRules m_rules;
     const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
     mutable std::mutex m_mutex = {};
     std::map<std::string, Check> m_checks = {};  // by SHA-256

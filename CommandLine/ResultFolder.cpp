@@ -65,6 +65,7 @@ std::string digestOfWays(const CheckCommand& command) {
     addFlag("pasted", command.pasted);
     addFlag("attached", !command.noAttached);
     addFlag("undo", !command.noUndo);
+    add("dmarc", command.dmarc);
     addFlag("registries", command.dnsFiles.empty() ? command.asksRegistries() : command.domainAge != false);
     add("resolver", command.resolver.value_or(""));
     add("at", command.at.value_or(""));
@@ -209,6 +210,10 @@ DNSAnswer EarlierAnswers::lookup(std::string_view name, DNSRecordType type, cons
         m_wentWithout = true;
         throw;
     }
+}
+
+bool EarlierAnswers::mayKnow(std::string_view name, DNSRecordType type) {
+    return m_known.answers.contains(StaticResolver::key(name, type)) || m_resolver->mayKnow(name, type);
 }
 
 std::string EarlierAnswers::source(std::string_view name, DNSRecordType type) {

@@ -85,6 +85,7 @@ public:
     bool wentWithout() const { return m_wentWithout; }
 
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
+    bool mayKnow(std::string_view name, DNSRecordType type) override;
     std::string source(std::string_view name, DNSRecordType type) override;
 
     /// The same for registration dates, before `registry`. It must not outlive this.

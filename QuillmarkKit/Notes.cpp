@@ -844,6 +844,8 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addHiddenEnd(notes, message);
     addDamage(notes, message, report);
     addIntake(notes, facts.intake);
+    if (facts.isJudgedByRFC9989) notes.push_back({ReportNote::JudgedByNewerDMARC{}});
+    if (facts.newerDMARC) notes.push_back({*facts.newerDMARC});
     for (const UndoneSignature& undone : facts.undone)
         addUndone(notes, message, facts.broken[undone.signature], undone, suffixes);
     addOtherKeys(notes, facts.broken);

@@ -32,6 +32,9 @@ struct CheckFacts {
     std::map<std::size_t, std::string> versionsInstead = {};
     /// The term by which SPF passes, if almost any server fits it.
     std::optional<std::string> anyServerTerm = {};
+    /// What the newer rules of DMARC come to where the finding, by the older ones, doesn't.
+    std::optional<NewerDMARC> newerDMARC = {};
+    bool isJudgedByRFC9989 = false;  // and the finding is by those
 };
 
 /// What a person must know that the verdict does not say. `report` holds the findings of this message, its

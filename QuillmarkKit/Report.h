@@ -11,6 +11,7 @@
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/DMARCTreeWalk.h"
 #include "QuillmarkKit/Checks/Damage.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Undo.h"
@@ -146,6 +147,8 @@ struct ReportNote {
         bool hasBody = false;  ///< the message's own body is in it, too, and was checked
         bool operator==(const OutlookFile&) const = default;
     };
+    /// The finding is judged by RFC 9989, as the person chose.
+    struct JudgedByNewerDMARC : Unit {};
     /// Programs that read a field by other rules show an address of another organization.
     struct ReadOtherwise {
         std::string field = {};    ///< "From" or "Reply-To"
@@ -277,7 +280,7 @@ struct ReportNote {
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
                  SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
                  ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
-                 DateUnread, FromUnread, OutlookFile, UnknownCase>
+                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -331,7 +334,9 @@ constexpr auto casesOf(const ReportNote*) {
                       "notToYou",
                       "dateUnread",
                       "fromUnread",
-                      "outlookFile"};
+                      "outlookFile",
+                      "newerDMARC",
+                      "judgedByNewerDMARC"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;

@@ -8,6 +8,7 @@
 
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DMARC.h"
+#include "QuillmarkKit/Checks/DMARCTreeWalk.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
@@ -35,6 +36,9 @@ public:
             m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, begin()), &m_asker});
         if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
         return answer;
+    }
+    bool mayKnow(std::string_view name, DNSRecordType type) override {
+        return m_resolver.mayKnow(name, type);
     }
     /// The time begins to count, if it doesn't yet. When it ends.
     Patience::Clock::time_point begin() {
@@ -168,6 +172,26 @@ SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSRes
     return finding;
 }
 
+/// What the rules of RFC 9989 make of the message: beside the finding, or in its place.
+void judgeByNewerRules(ProofReport& report, CheckFacts& facts, DNSResolver& resolver, DMARCRules rules,
+                       const std::stop_token& stop) {
+    if (rules == DMARCRules::rfc7489 && !mayDiffer(report.dmarc, report.spf)) return;
+    auto newer = dmarcByTreeWalk(report.dmarc, report.dkim, report.spf, resolver, stop);
+    if (rules == DMARCRules::rfc7489) {
+        if (newer) facts.newerDMARC = std::move(newer->difference);
+        return;
+    }
+    using Status = DMARCFinding::Status;
+    facts.isJudgedByRFC9989 = true;
+    if (newer) {
+        report.dmarc = std::move(newer->finding);
+    } else if (report.dmarc.status != Status::noFromDomain) {
+        report.dmarc = {.status = Status::lookupFailed,
+                        .fromDomain = report.dmarc.fromDomain,
+                        .organizationalDomain = report.dmarc.organizationalDomain};
+    }
+}
+
 /// Asks for the registration dates of the sender's domain, which the finding tells, and of the Reply-To
 /// domains; each young one is a warning sign.
 void addDomainAge(ProofReport& report, RegistrationLookup& registry, const PublicSuffixList& suffixes,
@@ -195,12 +219,12 @@ void addDomainAge(ProofReport& report, RegistrationLookup& registry, const Publi
 
 Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                    const PublicSuffixList& suffixes, std::optional<std::chrono::seconds> lookupTime,
-                   Undoing undoing)
+                   CheckRules rules)
     : m_resolver(std::move(resolver)),
       m_registry(std::move(registry)),
       m_suffixes(suffixes),
       m_lookupTime(lookupTime),
-      m_undoing(undoing) {}
+      m_rules(rules) {}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              const std::stop_token& stop) const {
@@ -236,6 +260,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     report.spf = spf(message, report.summary, resolver, stop, facts);
     report.arc = ARCValidator{checker}.validate();
     report.dmarc = dmarc(from, report.dkim, report.spf, resolver, m_suffixes, stop);
+    judgeByNewerRules(report, facts, resolver, m_rules.dmarc, stop);
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
     report.domainAge.domain = m_suffixes.organizationalDomain(from);
@@ -248,7 +273,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
     facts.validatedNames = resolver.takeNames();
-    if (m_undoing == Undoing::on) {
+    if (m_rules.undoing == Undoing::on) {
         if (auto newest = newestForwarder(message, report.arc, checker))
             facts.broken.push_back(std::move(*newest));
         std::erase_if(facts.broken,

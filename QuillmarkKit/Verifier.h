@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "QuillmarkKit/Checks/DMARCTreeWalk.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
@@ -19,6 +20,12 @@ namespace quillmark {
 /// Whether a check also looks for what was changed where a signature is broken: most of what a check of such
 /// a message costs.
 enum class Undoing { on, off };
+
+/// What of a check a person may choose.
+struct CheckRules {
+    Undoing undoing = Undoing::on;
+    DMARCRules dmarc = DMARCRules::rfc7489;
+};
 
 /// A report, and the messages as they were signed of which its notes tell that a signature holds again.
 struct Verification {
@@ -37,7 +44,7 @@ public:
     explicit Verifier(std::shared_ptr<DNSResolver> resolver,
                       std::shared_ptr<RegistrationLookup> registry = nullptr,
                       const PublicSuffixList& suffixes = PublicSuffixList::shared(),
-                      std::optional<std::chrono::seconds> lookupTime = {}, Undoing undoing = Undoing::on);
+                      std::optional<std::chrono::seconds> lookupTime = {}, CheckRules rules = {});
 
     /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
@@ -56,7 +63,7 @@ private:
     std::shared_ptr<RegistrationLookup> m_registry;
     const PublicSuffixList& m_suffixes;
     std::optional<std::chrono::seconds> m_lookupTime;
-    Undoing m_undoing;
+    CheckRules m_rules;
 };
 
 }  // namespace quillmark

@@ -298,6 +298,52 @@ std::string damageInWords(const Damage& note, const Reader& reader) {
 
 namespace {
 
+std::string newerOutcome(const NewerDMARC& note, const Reader& reader) {
+    using Status = DMARCFinding::Status;
+    if (note.status == Status::pass)
+        return reader.translate("By DMARC’s rules of 2026 (RFC 9989) this message passes.");
+    if (note.status != Status::fail)
+        return reader.translate("By DMARC’s rules of 2026 (RFC 9989) no policy applies to this message.");
+    if (note.policy == "reject") {
+        return reader.translate(
+            "By DMARC’s rules of 2026 (RFC 9989) this message fails, and receivers are asked to reject it.");
+    }
+    if (note.policy == "quarantine") {
+        return reader.translate(
+            "By DMARC’s rules of 2026 (RFC 9989) this message fails, and receivers are asked to treat it as "
+            "suspicious.");
+    }
+    return reader.translate(
+        "By DMARC’s rules of 2026 (RFC 9989) this message fails, and nothing is asked of receivers.");
+}
+
+std::string newerCause(const NewerDMARC& note, const Reader& reader) {
+    using Cause = NewerDMARC::Cause;
+    const std::string domain = quotedDomain(note.recordDomain.value_or(""));
+    switch (note.cause) {
+        case Cause::severalRecords:
+            return reader.translate("The domain in From publishes several records, so none counts.");
+        case Cause::otherRecord:
+            return reader.translate("What counted as a record isn’t one by those rules.");
+        case Cause::noPolicyTag:
+            return reader.translate("The record names no policy that can be used.");
+        case Cause::treeWalk:
+            return note.recordDomain
+                       ? reader.translate("The record that counts stands at %1.", {domain})
+                       : reader.translate("No record is found on the way up from the domain in From.");
+        case Cause::organization:
+            return reader.translate("They take other domains for one organization.");
+        case Cause::missingDomain:
+            return reader.translate(
+                "The domain in From doesn’t exist, and %1 has a policy of its own for such names.", {domain});
+        case Cause::testing:
+            return reader.translate("The policy is marked as a test, which lowers it by one level.");
+        case Cause::percent:
+            break;
+    }
+    return reader.translate("The share of messages that the policy asks it for no longer counts.");
+}
+
 /// One overload for each note.
 struct NoteSentence {
     const Reader& reader;
@@ -666,6 +712,12 @@ struct NoteSentence {
     std::string operator()(const ReportNote::FromUnread& note) const {
         return reader.translate("From holds no address that Quillmark can read: “%1”", {quoted(note.line)});
     }
+    std::string operator()(const NewerDMARC& note) const {
+        return newerOutcome(note, reader) + ' ' + newerCause(note, reader);
+    }
+    std::string operator()(const ReportNote::JudgedByNewerDMARC&) const {
+        return reader.translate("Judged by DMARC’s rules of 2026 (RFC 9989), as you chose.");
+    }
     std::string operator()(const UnknownCase& note) const {
         return reader.translate("A note of a newer version of Quillmark, which this one doesn’t know: “%1”",
                                 {quoted(note.name)});
@@ -885,6 +937,8 @@ struct PlaceOf {
     Place operator()(const Note::OtherRecordAtKey&) const { return {NoteSection::signatures, false, {}}; }
     Place operator()(const Note::NotToYou&) const { return {NoteSection::signatures}; }
     Place operator()(const Note::DateUnread&) const { return {NoteSection::message, false, {}}; }
+    Place operator()(const NewerDMARC&) const { return {NoteSection::policy, false, {}}; }
+    Place operator()(const Note::JudgedByNewerDMARC&) const { return {NoteSection::policy, false, {}}; }
     Place operator()(const Note::FromUnread&) const { return {NoteSection::sender, false, {}}; }
     /// Where a note of a newer version would stand nobody knows, so nobody may miss it.
     Place operator()(const UnknownCase&) const { return {NoteSection::message, true}; }

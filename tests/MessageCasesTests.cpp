@@ -95,7 +95,7 @@ public:
         if (all.empty()) all = "none";
         SCOPED_TRACE(text);
         // What is found of a broken signature changes nothing but notes, and holds by itself.
-        const Verifier plain(resolver, registry, PublicSuffixList::shared(), {}, Undoing::off);
+        const Verifier plain(resolver, registry, PublicSuffixList::shared(), {}, {Undoing::off});
         ProofReport judged = report, without = plain.verify(message, std::nullopt, m_now, report.id);
         judged.notes.clear();
         without.notes.clear();

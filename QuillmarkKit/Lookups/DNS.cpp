@@ -161,6 +161,12 @@ DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, cons
     return hasOtherType ? DNSAnswer::noData() : DNSAnswer::nxdomain();
 }
 
+bool StaticResolver::mayKnow(std::string_view name, DNSRecordType type) {
+    const std::string question = key(name, type);
+    return m_answers.contains(question) || m_errors.contains(question) ||
+           m_failing.contains(std::string_view(question).substr(0, name.size()));
+}
+
 std::optional<NameFault> nameFault(std::string_view name) {
     const auto ascii = asciiDomain(withoutRoot(name));
     if (!ascii || !fitsDNS(*ascii)) return NameFault::unfit;
@@ -175,6 +181,11 @@ bool mayBeQueried(std::string_view name, Network network) {
 DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType type, const Patience& patience) {
     const auto ascii = asciiDomain(name);
     return ascii ? m_resolver.lookup(*ascii, type, patience) : DNSAnswer::nxdomain();
+}
+
+bool InternationalResolver::mayKnow(std::string_view name, DNSRecordType type) {
+    const auto ascii = asciiDomain(name);
+    return !ascii || m_resolver.mayKnow(*ascii, type);
 }
 
 }  // namespace quillmark

@@ -95,6 +95,10 @@ public:
     /// waited for. Safe from many threads at once.
     virtual DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) = 0;
 
+    /// Whether anything is known of a question, or may be had: fixed answers hold only what they list, and
+    /// that a name isn't among them does not say that it doesn't exist.
+    virtual bool mayKnow(std::string_view, DNSRecordType) { return true; }
+
     /// Who answered a question that was answered before, such as the host name of a service; empty when that
     /// is not known.
     virtual std::string source(std::string_view, DNSRecordType) { return {}; }
@@ -125,6 +129,7 @@ class InternationalResolver : public DNSResolver {
 public:
     explicit InternationalResolver(DNSResolver& resolver) : m_resolver(resolver) {}
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
+    bool mayKnow(std::string_view name, DNSRecordType type) override;
 
 private:
     DNSResolver& m_resolver;
@@ -147,6 +152,7 @@ public:
     /// What the table holds; else no data when it holds another type of that name, else no such domain. With
     /// `missing`, only a name that `mayBeQueried` refuses does not exist though the table doesn't say so.
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
+    bool mayKnow(std::string_view name, DNSRecordType type) override;
 
 private:
     const Answers m_answers;

@@ -68,6 +68,9 @@ public:
         : m_resolver(std::move(resolver)), m_answers(std::move(answers)), m_failures(std::move(failures)) {}
 
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
+    bool mayKnow(std::string_view name, DNSRecordType type) override {
+        return m_resolver->mayKnow(name, type);
+    }
     std::string source(std::string_view name, DNSRecordType type) override {
         return m_resolver->source(name, type);
     }
