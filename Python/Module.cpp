@@ -161,7 +161,7 @@ using Source = std::variant<std::string, std::shared_ptr<const FoundMessage>, Pr
 class Checker {
 public:
     Checker(std::vector<std::string> answers, const py::object& resolver, std::optional<std::string> at,
-            bool domainAge, bool undo)
+            bool domainAge, bool undo, std::string dmarc)
         : m_at(at) {
         CheckCommand command;
         command.dnsFiles = std::move(answers);
@@ -169,12 +169,13 @@ public:
         command.at = std::move(at);
         command.domainAge = domainAge;
         command.noUndo = !undo;
+        if (dmarc != "7489" && dmarc != "9989") throw py::value_error("dmarc is \"7489\" or \"9989\"");
+        command.dmarc = std::move(dmarc);
         if (command.resolver && *command.resolver != systemResolver && !DoHEndpoint::ofURL(*command.resolver))
             throw py::value_error("resolver is \"system\", an https address or an object with lookup()");
         if (command.at && !parsedRFC3339(*command.at))
             throw py::value_error("at is a time such as 2026-11-21T10:00:00Z");
         const bool isFixed = !command.dnsFiles.empty();
-        m_undoing = undo ? Undoing::on : Undoing::off;
         m_sources = std::make_unique<CheckSources>(command);
         if (!resolver.is_none() && !command.resolver) {
             if (isFixed) throw py::value_error("answers and a resolver exclude each other");
@@ -183,7 +184,7 @@ public:
         }
         m_asksNow = !isFixed && !m_at;
         m_verifier.emplace(m_sources->resolver, m_sources->registry, PublicSuffixList::shared(),
-                           m_sources->lookupTime, m_undoing);
+                           m_sources->lookupTime, command.rules());
     }
 
     std::size_t usualJobs() const { return m_sources->workers; }
@@ -265,7 +266,6 @@ public:
 private:
     const std::optional<std::string> m_at;
     std::unique_ptr<CheckSources> m_sources = {};
-    Undoing m_undoing = Undoing::on;
     std::optional<Verifier> m_verifier = {};
     bool m_asksNow = false;
 };
@@ -359,7 +359,8 @@ PYBIND11_MODULE(_kit, module) {
         });
 
     py::class_<Checker>(module, "Checker")
-        .def(py::init<std::vector<std::string>, py::object, std::optional<std::string>, bool, bool>())
+        .def(py::init<std::vector<std::string>, py::object, std::optional<std::string>, bool, bool,
+                      std::string>())
         .def_property_readonly("usual_jobs", &Checker::usualJobs)
         .def("check",
              [](const Checker& self, const py::object& object) {

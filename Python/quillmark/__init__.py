@@ -75,15 +75,16 @@ class Checker:
     `answers`: files with recorded answers (quillmark check --record), or what stands in one; nobody is asked then.
     `resolver`: "system", the https address of a DNS service, or a `Resolver`; the usual services without it.
     `at`: the time of the checks; that of the answers, else now. `domain_age`: asks registries how old the sender's domains
-    are. `undo`: looks for what was changed where a signature is broken. ValueError when the answers can't be used."""
+    are. `undo`: looks for what was changed where a signature is broken. `dmarc`: the RFC whose rules count, "7489" or "9989".
+    ValueError when the answers can't be used."""
 
     def __init__(self, *, answers: Optional[Answers] = None, resolver: Union[str, Resolver, None] = None,
-                 at: Union[str, datetime.datetime, None] = None, domain_age: bool = True, undo: bool = True) -> None:
+                 at: Union[str, datetime.datetime, None] = None, domain_age: bool = True, undo: bool = True, dmarc: str = "7489") -> None:
         if isinstance(answers, Mapping):
             with tempfile.NamedTemporaryFile("w", encoding="utf-8", suffix=".json") as file:
                 json.dump(dict(answers), file)
                 file.flush()
-                self._checker = _kit.Checker([file.name], resolver, _time(at), domain_age, undo)
+                self._checker = _kit.Checker([file.name], resolver, _time(at), domain_age, undo, dmarc)
             return
         if answers is None:
             files: List[str] = []
@@ -91,7 +92,7 @@ class Checker:
             files = [os.fspath(answers)]
         else:
             files = [os.fspath(each) for each in answers]
-        self._checker = _kit.Checker(files, resolver, _time(at), domain_age, undo)
+        self._checker = _kit.Checker(files, resolver, _time(at), domain_age, undo, dmarc)
 
     def check(self, source: Source) -> Report:
         """One message: its bytes, one of `messages`, or a file that holds it. `NoMessage` when there is none."""
@@ -130,16 +131,16 @@ def _batch(rest: Iterator[Source]) -> List[Union[bytes, Message]]:
 
 
 def check(source: Source, *, answers: Optional[Answers] = None, resolver: Union[str, Resolver, None] = None,
-          at: Union[str, datetime.datetime, None] = None, domain_age: bool = True, undo: bool = True) -> Report:
+          at: Union[str, datetime.datetime, None] = None, domain_age: bool = True, undo: bool = True, dmarc: str = "7489") -> Report:
     """Checks one message; see `Checker`, which is faster for several."""
-    return Checker(answers=answers, resolver=resolver, at=at, domain_age=domain_age, undo=undo).check(source)
+    return Checker(answers=answers, resolver=resolver, at=at, domain_age=domain_age, undo=undo, dmarc=dmarc).check(source)
 
 
 def check_many(sources: Iterable[Source], *, jobs: Optional[int] = None, answers: Optional[Answers] = None,
                resolver: Union[str, Resolver, None] = None, at: Union[str, datetime.datetime, None] = None,
-               domain_age: bool = True, undo: bool = True) -> Iterator[Union[Report, Problem]]:
+               domain_age: bool = True, undo: bool = True, dmarc: str = "7489") -> Iterator[Union[Report, Problem]]:
     """Checks many messages; see `Checker.check_many`."""
-    return Checker(answers=answers, resolver=resolver, at=at, domain_age=domain_age, undo=undo).check_many(sources, jobs=jobs)
+    return Checker(answers=answers, resolver=resolver, at=at, domain_age=domain_age, undo=undo, dmarc=dmarc).check_many(sources, jobs=jobs)
 
 
 def messages(path: Path, *, attached: bool = True) -> Iterator[Message]:
