@@ -11,7 +11,7 @@
 
 namespace quillmark {
 
-/// `quillmark check`.
+/// `quillmark check`. What changes a report belongs into the digest of `ResultFolder`, too.
 struct CheckCommand {
     std::vector<std::string> files = {};        ///< messages, mailboxes and folders; "-" is standard input
     std::optional<std::string> filesFrom = {};  ///< a list of more of them; "-" is standard input
