@@ -33,6 +33,7 @@
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Banner.h"
 #include "Wording/Expected.h"
@@ -106,6 +107,9 @@ public:
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
         return m_resolver.mayKnow(name, type);
+    }
+    std::string source(std::string_view name, DNSRecordType type) override {
+        return m_resolver.source(name, type);
     }
 
 private:
@@ -327,9 +331,10 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
                                         {quillmark::quoted(*command.at)});
     }
-    if (command.resolver && *command.resolver != systemResolver && !DoHEndpoint::ofURL(*command.resolver)) {
+    if (command.resolver && !isResolverChoice(*command.resolver)) {
         return command.reader.translate(
-            "--resolver takes system or an address such as https://dns.example.org/dns-query, not “%1”",
+            "--resolver takes usual, system or an address such as https://dns.example.org/dns-query, not "
+            "“%1”",
             {quillmark::quoted(*command.resolver)});
     }
     return std::nullopt;

@@ -24,7 +24,7 @@ struct CheckCommand {
     std::optional<bool> save = {};           ///< puts the reports into the user's history, or does not
     std::vector<std::string> dnsFiles = {};  ///< of which the first that knows an answer gives it
     std::optional<std::string> registrationsFile = {};
-    std::optional<std::string> resolver = {};  ///< the URL of a DNS service, or "system"
+    std::optional<std::string> resolver = {};  ///< as `chosenResolver` takes it
     std::optional<std::string> at = {};        ///< RFC 3339
     std::optional<std::string> record = {};    ///< a file to write what the checks were told into
     bool summary = false;                      ///< tables at the end in place of reports
@@ -42,6 +42,7 @@ struct CheckCommand {
     int timeout = 0;                           ///< seconds for the lookups of one message; 0: as usual
     Reader reader = {};                        ///< whom reports and problems are for
     TextLayout layout = {};                    ///< of text reports
+    AppOptions options = {};                   ///< and, below, what
     std::optional<AppSettings> settings = {};  ///< what the person chose in the window, if anything
 
     CheckRules rules() const {

@@ -11,8 +11,8 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/RecordingCommand.h"
-#include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/Support/HTTP.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
 #include "Wording/HistoryWording.h"
@@ -56,16 +56,11 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
         failures = std::move(fixed.messages);
         resolver = std::make_shared<StaticResolver>(
             std::move(fixed.answers), std::move(fixed.failing), std::move(fixed.errors),
-            failures ? std::optional("not in the recorded answers") : std::nullopt);
+            failures ? std::optional("not in the recorded answers") : std::nullopt, std::move(fixed.sources));
     } else {
         const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
-        if (command.resolver == systemResolver) {
-            resolver = std::make_shared<SystemResolver>();
-        } else {
-            DoHOptions options;
-            if (command.resolver) options.endpoints = {DoHEndpoint::ofURL(*command.resolver).value()};
-            resolver = services = std::make_shared<DoHResolver>(http, std::move(options));
-        }
+        resolver = chosenResolver(command.resolver.value_or(command.options.resolver), http);
+        services = std::dynamic_pointer_cast<DoHResolver>(resolver);
         if (command.asksRegistries()) {
             const auto ignored = [reader = command.reader](const std::filesystem::path& file) {
                 writeProblem(fileIgnored(file, reader));

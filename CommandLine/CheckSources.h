@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <string_view>
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/RecordedRun.h"
@@ -14,9 +13,6 @@
 #include "QuillmarkKit/Support/Date.h"
 
 namespace quillmark {
-
-/// In place of a URL in `--resolver`: the servers that this computer asks for everything else.
-constexpr std::string_view systemResolver = "system";
 
 /// What the options say that checks are made with: the network, or what was read from files.
 struct CheckSources {

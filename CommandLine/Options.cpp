@@ -62,16 +62,18 @@ const std::vector<CommandTable::Section> sections = {
      {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
       "~/.cache/quillmark holds what can be fetched again. ~/.config/quillmark/quillmark.conf holds the "
       "settings of quillmark-desktop.",
-      "Two of them hold for check as well: whether registries are asked how old domains are, and whether the "
-      "reports are kept in the history. --domain-age, --no-domain-age, --save and --no-save go before them; "
+      "Three of them hold for check as well: who is asked for DNS records, whether registries are asked how "
+      "old "
+      "domains are, and whether the reports are kept in the history. --resolver, --domain-age, "
+      "--no-domain-age, --save and --no-save go before them; "
       "the reports of a check with --dns are kept with --save alone. As long as there are no settings, "
-      "registries are asked and nothing is kept."}},
+      "the usual services and registries are asked and nothing is kept."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
       "domains in From and Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF "
       "record may ask for names that contain the envelope sender's address. With --dns nobody is asked, with "
-      "--resolver whom you name."}},
+      "--resolver, or the setting, whom you name; the reports name them."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
       "the history, files with answers and recordings, and more of what is read."}},
@@ -138,10 +140,11 @@ void addCheck(CLI::App& app, CheckCommand& check) {
             "gives it, and where they differ is said")
             ->allow_extra_args(false)
             ->group(seldom);
-    add(command, "--resolver", check.resolver, suggesting("URL", "system"),
-        "Ask this DNS service (DNS over HTTPS, RFC 8484) in place of the usual two; a URL that ends with "
-        "{?dns} is asked by GET, any other by POST. system: the servers that this computer asks for "
-        "everything else. Whoever it is sees the names, and with system so may others on the way")
+    add(command, "--resolver", check.resolver, suggesting("URL", "usual,system"),
+        "Ask this DNS service (DNS over HTTPS, RFC 8484); a URL that ends with {?dns} is asked by GET, any "
+        "other by POST. usual: the usual two. system: the servers that this computer asks for everything "
+        "else. Whoever it is sees the names, and with system so may others on the way; default: as in the "
+        "settings of the window")
         ->excludes(answers)
         ->group(seldom);
     add(command, "--registrations", check.registrationsFile, "FILE",

@@ -67,7 +67,7 @@ std::string digestOfWays(const CheckCommand& command) {
     addFlag("undo", !command.noUndo);
     add("dmarc", command.dmarc);
     addFlag("registries", command.dnsFiles.empty() ? command.asksRegistries() : command.domainAge != false);
-    add("resolver", command.resolver.value_or(""));
+    add("resolver", command.resolver.value_or(command.options.resolver));
     add("at", command.at.value_or(""));
     add("only", command.only.value_or(""));
     add("dmarc", command.dmarc);

@@ -90,6 +90,7 @@ int main(int count, char** values) {
     if (app.got_subcommand("seal")) return seal.run();
     if (const auto file = settingsFile()) {
         check.settings = storedSettings(*file);
+        check.options = storedOptions(*file);
         if (!isFitForSettings(*file)) writeProblem(fileIgnored(*file, reader));
     }
     return check.run();

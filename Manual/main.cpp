@@ -10,6 +10,7 @@
 #include "Manual/ManPage.h"
 #include "Quillmark/DesktopOptions.h"
 #include "QuillmarkKit/Version.h"
+#include "Thunderbird/HostOptions.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ bool write(const std::string& path, const std::string& text) {
 // NOLINTNEXTLINE(bugprone-exception-escape): what a tool of the build throws ends the build
 int main(int count, char** values) {
     if (count != 4 && (count != 5 || values[1] != std::string_view("quillmark-formats"))) {
-        std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop FOLDER DATE\n"
+        std::cerr << "Usage: quillmark-manual quillmark|quillmark-desktop|quillmark-thunderbird FOLDER DATE\n"
                      "       quillmark-manual quillmark-formats FOLDER DATE MARKDOWN\n";
         return 2;
     }
@@ -45,9 +46,13 @@ int main(int count, char** values) {
         const std::string page = formatsPage(chapter.str(), QUILLMARK_VERSION, values[3]);
         return write(folder + "/" + program + ".5", page) ? 0 : 1;
     }
-    const CommandTable table = program == "quillmark" ? commandLineTable() : desktopTable();
-    const bool written = write(folder + "/" + program + ".1", manPage(table, QUILLMARK_VERSION, values[3])) &&
-                         write(folder + "/" + program + ".bash", bashCompletion(table)) &&
+    const bool isTyped = program != "quillmark-thunderbird";  // by a person, who wants completions
+    const CommandTable table = program == "quillmark" ? commandLineTable()
+                               : isTyped              ? desktopTable()
+                                                      : hostTable();
+    if (!write(folder + "/" + program + ".1", manPage(table, QUILLMARK_VERSION, values[3]))) return 1;
+    if (!isTyped) return 0;
+    const bool written = write(folder + "/" + program + ".bash", bashCompletion(table)) &&
                          write(folder + "/_" + program, zshCompletion(table)) &&
                          write(folder + "/" + program + ".fish", fishCompletion(table));
     return written ? 0 : 1;

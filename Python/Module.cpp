@@ -26,6 +26,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Banner.h"
 #include "Wording/TextReport.h"
@@ -171,7 +172,7 @@ public:
         command.noUndo = !undo;
         if (dmarc != "7489" && dmarc != "9989") throw py::value_error("dmarc is \"7489\" or \"9989\"");
         command.dmarc = std::move(dmarc);
-        if (command.resolver && *command.resolver != systemResolver && !DoHEndpoint::ofURL(*command.resolver))
+        if (command.resolver && !isResolverChoice(*command.resolver))
             throw py::value_error("resolver is \"system\", an https address or an object with lookup()");
         if (command.at && !parsedRFC3339(*command.at))
             throw py::value_error("at is a time such as 2026-11-21T10:00:00Z");

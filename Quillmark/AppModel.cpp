@@ -10,6 +10,7 @@
 #include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Settings/ChosenResolver.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Wording.h"
 
@@ -43,9 +44,11 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
       m_store(std::move(surroundings.settings)),
       m_reader(surroundings.reader),
       m_settings(loadSettings(*m_store)),
+      m_options(loadOptions(*m_store)),
       m_mayAskRegistry(std::make_shared<RegistrySwitch>(m_settings.checkDomainAge)),
-      m_checker(std::move(surroundings.resolver), std::move(surroundings.registry), m_mayAskRegistry,
-                surroundings.now),
+      m_usualResolver(std::move(surroundings.resolver)),
+      m_otherResolver(std::move(surroundings.otherResolver)),
+      m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, surroundings.now),
       m_history(std::move(surroundings.historyFile), surroundings.now, m_reader, m_mailbox),
       m_messages(surroundings.keptBytes),
       m_workers(checksAtOnce) {
@@ -472,6 +475,18 @@ void AppModel::setKeepHistory(bool isOn) {
     AppSettings settings = m_settings;
     settings.keepHistory = isOn;
     choose(settings);
+}
+
+void AppModel::setResolver(const std::string& choice) {
+    if (m_options.resolver == choice) return;
+    m_options.resolver = choice;
+    saveOptions(m_options, *m_store);
+    m_checker.setResolver(resolver());
+}
+
+std::shared_ptr<DNSResolver> AppModel::resolver() const {
+    return m_otherResolver && m_options.resolver != usualResolver ? m_otherResolver(m_options.resolver)
+                                                                  : m_usualResolver;
 }
 
 void AppModel::choose(const AppSettings& settings) {

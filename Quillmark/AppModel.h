@@ -51,7 +51,9 @@ public:
 
     /// What the model stands on. `now` is called on any thread.
     struct Surroundings {
-        std::shared_ptr<DNSResolver> resolver = {};
+        std::shared_ptr<DNSResolver> resolver = {};  ///< who is asked for DNS records usually
+        /// And who is by another choice in the settings (`chosenResolver`); none without it.
+        std::function<std::shared_ptr<DNSResolver>(std::string_view choice)> otherResolver = {};
         std::shared_ptr<RegistrationLookup> registry = {};  ///< may be none
         /// Called on any thread; may throw `std::filesystem::filesystem_error`.
         std::function<HistoryFile()> historyFile = {};
@@ -85,6 +87,7 @@ public:
     /// That reports, and perhaps how many, could not be saved yet, and why, in one line; empty when they are.
     std::string unsaved() const { return m_history.unsaved(); }
     const AppSettings& settings() const { return m_settings; }
+    const AppOptions& options() const { return m_options; }
 
     /// The row of this identity; null when there is none. Valid until the next change.
     const Row* row(const UUID& id) const { return m_session.row(id); }
@@ -147,6 +150,8 @@ public:
     /// No registry is asked from then on, not even for checks under way, or again.
     void setCheckDomainAge(bool isOn);
     void setKeepHistory(bool isOn);
+    /// Who is asked by checks that begin from now on (`isResolverChoice`).
+    void setResolver(const std::string& choice);
 
     /// Before quitting: cancels all checks, and returns once the history is saved; that it can't be becomes
     /// `problem`. Nothing is taken in afterwards.
@@ -223,12 +228,16 @@ private:
     void change(const Session::Changes& changes);
     void showIntakeProblem(const IntakeProblem& problem);
     void choose(const AppSettings& settings);
+    std::shared_ptr<DNSResolver> resolver() const;
 
     const std::shared_ptr<SettingsStore> m_store;
     const Reader m_reader;
     AppSettings m_settings;
+    AppOptions m_options;
     const std::shared_ptr<RegistrySwitch> m_mayAskRegistry;
-    const MessageChecker m_checker;
+    const std::shared_ptr<DNSResolver> m_usualResolver;
+    const std::function<std::shared_ptr<DNSResolver>(std::string_view)> m_otherResolver;
+    MessageChecker m_checker;
     Mailbox m_mailbox{};
     HistoryKeeper m_history;
 

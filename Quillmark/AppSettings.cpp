@@ -53,4 +53,13 @@ void saveSettings(const AppSettings& settings, SettingsStore& store) {
     store.setBytes(settingsKey, encoded(settings));
 }
 
+AppOptions loadOptions(const SettingsStore& store) {
+    const auto stored = store.bytes(optionsKey);
+    return stored ? optionsFromJSON(*stored) : AppOptions();
+}
+
+void saveOptions(const AppOptions& options, SettingsStore& store) {
+    store.setBytes(optionsKey, encoded(options));
+}
+
 }  // namespace quillmark

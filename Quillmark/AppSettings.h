@@ -50,5 +50,8 @@ private:
 /// What is stored under "settings".
 AppSettings loadSettings(const SettingsStore& store);
 void saveSettings(const AppSettings& settings, SettingsStore& store);
+/// What is stored under "options".
+AppOptions loadOptions(const SettingsStore& store);
+void saveOptions(const AppOptions& options, SettingsStore& store);
 
 }  // namespace quillmark

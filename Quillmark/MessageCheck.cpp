@@ -89,6 +89,11 @@ MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
       m_mayAskRegistry(std::move(mayAskRegistry)),
       m_now(std::move(now)) {}
 
+void MessageChecker::setResolver(std::shared_ptr<DNSResolver> resolver) {
+    const std::lock_guard turn(m_choosing);
+    m_resolver = std::move(resolver);
+}
+
 std::shared_ptr<OpenMailbox> MessageChecker::check(const MessageSource& source, const UUID& id,
                                                    const std::stop_token& stop,
                                                    const Receiver& receiver) const {
@@ -196,7 +201,10 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
         registry = std::make_shared<SwitchedRegistry>(
             std::make_shared<RecordingRegistry>(m_registry, answers, failures), m_mayAskRegistry);
     }
-    const Verifier verifier(std::make_shared<RecordingResolver>(m_resolver, answers, failures),
+    std::unique_lock turn(m_choosing);
+    const auto resolver = m_resolver;
+    turn.unlock();
+    const Verifier verifier(std::make_shared<RecordingResolver>(resolver, answers, failures),
                             std::move(registry));
     made.begun = m_now();
     ProofReport report =

@@ -89,6 +89,9 @@ public:
     MessageChecker(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                    std::shared_ptr<const RegistrySwitch> mayAskRegistry, std::function<Date()> now);
 
+    /// Who is asked by checks that begin from now on.
+    void setResolver(std::shared_ptr<DNSResolver> resolver);
+
     /// Checks the message there, whose report bears the identity `id`. If there may be several, none is
     /// checked, and they come back. Never throws, nor do the others.
     std::shared_ptr<OpenMailbox> check(const MessageSource& source, const UUID& id,
@@ -116,7 +119,8 @@ private:
     ProofReport verified(const MailMessage& message, CheckedMessage& made, const UUID& id,
                          const std::stop_token& stop) const;
 
-    const std::shared_ptr<DNSResolver> m_resolver;
+    mutable std::mutex m_choosing = {};
+    std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;
     const std::shared_ptr<const RegistrySwitch> m_mayAskRegistry;
     const std::function<Date()> m_now;

@@ -3,13 +3,17 @@
 #include <QBoxLayout>
 #include <QCheckBox>
 #include <QDialogButtonBox>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QStyle>
 #include <algorithm>
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "Settings/ChosenResolver.h"
 
 namespace quillmark {
 
@@ -19,8 +23,8 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     auto* layout = new QVBoxLayout(this);
     layout->setSpacing(fontMetrics().height() / 2);
 
-    QCheckBox* age = addSwitch(
-        words("Look up how old the sender’s domain is"),
+    auto* age = new QCheckBox(words("Look up how old the sender’s domain is"));
+    add(age,
         {words(
             "Asks the domain’s registry (RDAP) when the From and Reply-To domains were registered, to flag "
             "brand-new ones. Only the domain names are sent.")},
@@ -32,9 +36,11 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
               "message text. Nothing is uploaded."),
         words("When this is switched off, what was kept stays until you clear it.")};
     if (!choices.lockedHistory.isEmpty()) aboutHistory << choices.lockedHistory;
-    QCheckBox* history =
-        addSwitch(words("Keep a history of checked messages"), aboutHistory, choices.keepHistory);
+    auto* history = new QCheckBox(words("Keep a history of checked messages"));
+    add(history, aboutHistory, choices.keepHistory);
     connect(history, &QCheckBox::toggled, this, &SettingsView::keepHistoryChanged);
+
+    addResolvers(choices.resolver);
 
     auto* actions = new QHBoxLayout;
     layout->addSpacing(fontMetrics().height() / 2);
@@ -68,22 +74,82 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     resize(width, layout->heightForWidth(width));
 }
 
-QCheckBox* SettingsView::addSwitch(const QString& label, const QStringList& explanations, bool on) {
-    auto* box = new QCheckBox(label);
-    box->setChecked(on);
-    box->setAccessibleDescription(explanations.join(u' '));
+void SettingsView::add(QAbstractButton* button, const QStringList& explanations, bool on) {
+    button->setChecked(on);
+    button->setAccessibleDescription(explanations.join(u' '));
     auto* all = static_cast<QVBoxLayout*>(layout());
-    if (all->count() > 0) all->addSpacing(fontMetrics().height() / 2);
-    all->addWidget(box);
-    const int indent = style()->pixelMetric(QStyle::PM_IndicatorWidth) +
-                       style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing);
-    for (const QString& each : explanations) {
-        auto* line = new QHBoxLayout;
-        line->addSpacing(indent);
-        line->addWidget(new PlainText(each), 1);
-        all->addLayout(line);
+    const bool isFirst = all->count() == 0 || qobject_cast<QRadioButton*>(button);
+    if (!isFirst) all->addSpacing(fontMetrics().height() / 2);
+    all->addWidget(button);
+    for (const QString& each : explanations) addUnderIt(new PlainText(each));
+}
+
+void SettingsView::addUnderIt(QWidget* widget) {
+    auto* line = new QHBoxLayout;
+    line->addSpacing(style()->pixelMetric(QStyle::PM_IndicatorWidth) +
+                     style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing));
+    line->addWidget(widget, 1);
+    static_cast<QVBoxLayout*>(layout())->addLayout(line);
+}
+
+void SettingsView::addResolvers(const std::string& choice) {
+    auto* all = static_cast<QVBoxLayout*>(layout());
+    all->addSpacing(fontMetrics().height() / 2);
+    all->addWidget(new PlainText(
+        m_words("Who is asked for the keys and rules of senders (DNS)? Whoever it is sees the names of the "
+                "domains in your messages, never the messages.")));
+    const bool isUsual = choice == usualResolver, isSystem = choice == systemResolver;
+    auto* usual = new QRadioButton(m_words("Cloudflare and, when that doesn’t answer, Google"));
+    add(usual, {m_words("Nobody on the way sees the names or can change the answers.")}, isUsual);
+    auto* system = new QRadioButton(m_words("The servers that this computer asks for everything else"));
+    add(system,
+        {m_words("Your network or provider sees the names, and so may others on the way. Any of them could "
+                 "make up the answers that reports rest on.")},
+        isSystem);
+    m_ownService = new QRadioButton(m_words("This DNS service (DNS over HTTPS):"));
+    add(m_ownService, {}, !isUsual && !isSystem);
+    m_service = new QLineEdit(isUsual || isSystem ? QString() : QString::fromStdString(choice));
+    m_service->setPlaceholderText(QStringLiteral("https://dns.example.org/dns-query"));
+    m_service->setAccessibleName(m_words("The service’s address"));
+    m_service->setEnabled(m_ownService->isChecked());
+    addUnderIt(m_service);
+    const QString aboutService = m_words(
+        "Whoever runs it sees the names, and could make up the answers that reports rest on. "
+        "Reports say who answered.");
+    m_service->setAccessibleDescription(aboutService);
+    addUnderIt(new PlainText(aboutService));
+    const auto choose = [this](QRadioButton* button, std::string_view resolver) {
+        connect(button, &QRadioButton::toggled, this, [this, resolver](bool on) {
+            if (!on) return;
+            m_outcome->hide();
+            emit resolverChanged(std::string(resolver));
+        });
+    };
+    choose(usual, usualResolver);
+    choose(system, systemResolver);
+    connect(m_ownService, &QRadioButton::toggled, this, [this](bool on) {
+        m_service->setEnabled(on);
+        if (on) m_service->setFocus();
+        if (on && !m_service->text().isEmpty()) chooseService();
+    });
+    connect(m_service, &QLineEdit::editingFinished, this, &SettingsView::chooseService);
+}
+
+bool SettingsView::chooseService() {
+    const std::string url = m_service->text().trimmed().toStdString();
+    if (DoHEndpoint::ofURL(url)) {
+        m_outcome->hide();
+        emit resolverChanged(url);
+        return true;
     }
-    return box;
+    showOutcome(m_words("That is no address of a DNS service. One looks like this: %1")
+                    .arg(m_service->placeholderText()));
+    return false;
+}
+
+void SettingsView::accept() {
+    if (m_ownService->isChecked() && !chooseService()) return m_service->setFocus();
+    QDialog::accept();
 }
 
 void SettingsView::askWhetherToClear(const QString& what, const std::function<void()>& clear) {

@@ -2,10 +2,14 @@
 
 #include <QDialog>
 #include <functional>
+#include <string>
 
 #include "Quillmark/Words.h"
+#include "Settings/StoredSettings.h"
 
-class QCheckBox;
+class QAbstractButton;
+class QLineEdit;
+class QRadioButton;
 
 namespace quillmark {
 
@@ -17,6 +21,7 @@ class SettingsView : public QDialog {
 public:
     struct Choices {
         bool checkDomainAge = true, keepHistory = true;
+        std::string resolver = AppOptions().resolver;  ///< who is asked for DNS records
         QString lockedHistory = {};  ///< why the history cannot be written or cleared now; empty when it can
     };
     SettingsView(const Choices& choices, const Words& words, QWidget* parent = nullptr);
@@ -26,7 +31,12 @@ public:
     /// What became of an action.
     void showOutcome(const QString& text);
 
+    /// Not while a DNS service is chosen and not named.
+    void accept() override;
+
 signals:
+    /// Never with a choice that is none (`isResolverChoice`).
+    void resolverChanged(const std::string& choice);
     void checkDomainAgeChanged(bool on);
     void keepHistoryChanged(bool on);
     void clearHistoryWanted();
@@ -34,9 +44,16 @@ signals:
     void welcomeWanted();
 
 private:
-    QCheckBox* addSwitch(const QString& label, const QStringList& explanations, bool on);
+    void add(QAbstractButton* button, const QStringList& explanations, bool on);
+    /// Below what was added last, as far in as its label.
+    void addUnderIt(QWidget* widget);
+    void addResolvers(const std::string& choice);
+    /// Tells of the service that is named; says what is wrong when none is.
+    bool chooseService();
 
     Words m_words;
+    QRadioButton* m_ownService = nullptr;
+    QLineEdit* m_service = nullptr;
     PlainText* m_outcome = nullptr;
 };
 

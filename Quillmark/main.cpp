@@ -19,10 +19,10 @@
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/SingleInstance.h"
-#include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
 #include "WindowBaseline/QtWords.h"
@@ -124,7 +124,8 @@ int main(int argc, char** argv) {
 
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     AppModel::Surroundings surroundings;
-    surroundings.resolver = std::make_shared<DoHResolver>(http);
+    surroundings.otherResolver = [http](std::string_view choice) { return chosenResolver(choice, http); };
+    surroundings.resolver = chosenResolver(usualResolver, http);
     const auto ignored = [reader = words.reader](const std::filesystem::path& file) {
         std::cerr << "quillmark-desktop: " + fileIgnored(file, reader) + "\n";
     };

@@ -855,6 +855,8 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addResultsWithoutCause(notes, message, report);
     addKeyRecords(notes, report, facts);
     addDate(notes, message, report);
+    for (const std::string& source : facts.otherSources)
+        notes.push_back({ReportNote::AnsweredBy{domainExcerpt(source)}});
     return notes;
 }
 

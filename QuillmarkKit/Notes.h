@@ -19,6 +19,8 @@ namespace quillmark {
 struct CheckFacts {
     /// The names, in lower case, of which DNS said that its answer was validated.
     std::set<std::string, std::less<>> validatedNames = {};
+    /// Who gave answers, but for the usual services: a few of them.
+    std::set<std::string> otherSources = {};
     /// The signatures, by their place in the report, whose header lines hold though the body has changed.
     std::vector<std::size_t> heldSignatures = {};
     /// Those that could be checked and don't fit, and what holds again of them once changes are taken back.

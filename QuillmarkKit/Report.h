@@ -274,13 +274,18 @@ struct ReportNote {
         std::string line = {};  ///< the field's value
         bool operator==(const FromUnread&) const = default;
     };
+    /// DNS answers came from somebody else than the usual services.
+    struct AnsweredBy {
+        std::string resolver = {};  ///< as `DNSResolver::source` calls it: a host, or "system"
+        bool operator==(const AnsweredBy&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
                  AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, ReadOtherwise,
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
                  SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
                  ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
-                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, UnknownCase>
+                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, AnsweredBy, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -336,7 +341,8 @@ constexpr auto casesOf(const ReportNote*) {
                       "fromUnread",
                       "outlookFile",
                       "newerDMARC",
-                      "judgedByNewerDMARC"};
+                      "judgedByNewerDMARC",
+                      "answeredBy"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -397,6 +403,9 @@ constexpr auto fieldsOf(const ReportNote::LinesBeforeDropped*) {
 }
 constexpr auto fieldsOf(const ReportNote::OutlookFile*) {
     return std::tuple{Field{"hasBody", &ReportNote::OutlookFile::hasBody}};
+}
+constexpr auto fieldsOf(const ReportNote::AnsweredBy*) {
+    return std::tuple{Field{"resolver", &ReportNote::AnsweredBy::resolver}};
 }
 constexpr auto fieldsOf(const ReportNote::ReadOtherwise*) {
     using T = ReportNote::ReadOtherwise;

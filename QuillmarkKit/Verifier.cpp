@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DMARC.h"
@@ -13,6 +14,7 @@
 #include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
 #include "QuillmarkKit/Checks/WarningSigns.h"
+#include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Mail/IPAddress.h"
 #include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Notes.h"
@@ -25,8 +27,16 @@ namespace {
 
 constexpr std::chrono::seconds usualLookupTime{60};
 
+/// More who gave answers than a person chooses: only a recording that was made up names them.
+constexpr std::size_t mostSources = 4;
+
+bool isUsual(const std::string& source) {
+    static const std::vector<DoHEndpoint> usual = DoHEndpoint::usual();
+    return std::ranges::count(usual, source, &DoHEndpoint::host) > 0;
+}
+
 /// The questions of one check: they have a time together, counted from the first. Remembers the names of
-/// which DNS said that its answer was validated.
+/// which DNS said that its answer was validated, and who gave answers in place of the usual services.
 class CheckResolver : public DNSResolver {
 public:
     CheckResolver(DNSResolver& resolver, Patience::Clock::duration time)
@@ -35,6 +45,9 @@ public:
         DNSAnswer answer =
             m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, begin()), &m_asker});
         if (answer.isValidated && type == DNSRecordType::txt) m_names.insert(asciiLowered(name));
+        std::string source = m_resolver.source(name, type);
+        if (!source.empty() && !isUsual(source) && m_otherSources.size() < mostSources)
+            m_otherSources.insert(std::move(source));
         return answer;
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
@@ -46,6 +59,7 @@ public:
         return *m_deadline;
     }
     std::set<std::string, std::less<>> takeNames() { return std::move(m_names); }
+    std::set<std::string> takeOtherSources() { return std::move(m_otherSources); }
 
 private:
     DNSResolver& m_resolver;
@@ -53,6 +67,7 @@ private:
     std::optional<Patience::Clock::time_point> m_deadline = {};
     DNSAsker m_asker = {};
     std::set<std::string, std::less<>> m_names = {};
+    std::set<std::string> m_otherSources = {};
 };
 
 /// Further signatures are left out of the report.
@@ -273,6 +288,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     report.limits = limits(report.dkim, report.arc.status, report.spf.status, message.body().has_value());
     report.headersOnly = !message.body().has_value();
     facts.validatedNames = resolver.takeNames();
+    facts.otherSources = resolver.takeOtherSources();
     if (m_rules.undoing == Undoing::on) {
         if (auto newest = newestForwarder(message, report.arc, checker))
             facts.broken.push_back(std::move(*newest));

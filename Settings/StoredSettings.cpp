@@ -35,31 +35,41 @@ char unescaped(char c) {
     }
 }
 
-/// What stands between a pair of quotes, up to the closing one. "\x" and hexadecimal digits, which only other
+/// What stands between a pair of quotes, up to the closing one, or all of a value that needs none. "\x" and hexadecimal digits, which only other
 /// bytes than those of our JSON need, are no value of ours.
 std::optional<std::string> unquoted(std::string_view text) {
-    if (!text.starts_with('"')) return std::nullopt;
-    text.remove_prefix(1);
+    const bool isQuoted = text.starts_with('"');
+    if (isQuoted) text.remove_prefix(1);
     std::string value;
-    while (!text.empty() && text.front() != '"') {
+    while (!text.empty() && !(isQuoted && text.front() == '"')) {
         const bool isEscape = text.front() == '\\';
         if (isEscape) text.remove_prefix(1);
         if (text.empty() || (isEscape && text.front() == 'x')) return std::nullopt;
         value += isEscape ? unescaped(text.front()) : text.front();
         text.remove_prefix(1);
     }
-    return text.empty() ? std::nullopt : std::optional(value);
+    return isQuoted && text.empty() ? std::nullopt : std::optional(value);
 }
 
-}  // namespace
-
-AppSettings settingsFromJSON(std::string_view json) {
+template <typename Choices>
+Choices choicesFromJSON(std::string_view json) {
     try {
-        return decoded<AppSettings>(parsedJSON(json, largestSettings), MissingMembers::keepDefault);
+        return decoded<Choices>(parsedJSON(json, largestSettings), MissingMembers::keepDefault);
     } catch (const DecodingError&) {
         return {};
     }
 }
+
+std::optional<std::string> storedJSON(const std::filesystem::path& file, std::string_view key) {
+    const auto text = fileContents(file, largestSettingsFile);
+    return text ? storedBytes(*text, key) : std::nullopt;
+}
+
+}  // namespace
+
+AppSettings settingsFromJSON(std::string_view json) { return choicesFromJSON<AppSettings>(json); }
+
+AppOptions optionsFromJSON(std::string_view json) { return choicesFromJSON<AppOptions>(json); }
 
 std::optional<std::string> storedBytes(std::string_view file, std::string_view key) {
     constexpr std::string_view begin = "@ByteArray(", end = ")";
@@ -77,9 +87,13 @@ std::optional<std::string> storedBytes(std::string_view file, std::string_view k
 }
 
 std::optional<AppSettings> storedSettings(const std::filesystem::path& file) {
-    const auto text = fileContents(file, largestSettingsFile);
-    const auto json = text ? storedBytes(*text, settingsKey) : std::nullopt;
+    const auto json = storedJSON(file, settingsKey);
     return json ? std::optional(settingsFromJSON(*json)) : std::nullopt;
+}
+
+AppOptions storedOptions(const std::filesystem::path& file) {
+    const auto json = storedJSON(file, optionsKey);
+    return json ? optionsFromJSON(*json) : AppOptions();
 }
 
 bool isFitForSettings(const std::filesystem::path& file) {

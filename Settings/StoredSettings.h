@@ -23,21 +23,31 @@ constexpr auto fieldsOf(const AppSettings*) {
                       Field{"keepHistory", &AppSettings::keepHistory}};
 }
 
-/// The key that they are stored under.
-constexpr std::string_view settingsKey = "settings";
+/// Choices that came later, and have a key of their own.
+struct AppOptions {
+    std::string resolver = "usual";  ///< who is asked for DNS records: see `chosenResolver`
+    bool operator==(const AppOptions&) const = default;
+};
+constexpr auto fieldsOf(const AppOptions*) { return std::tuple{Field{"resolver", &AppOptions::resolver}}; }
+
+/// The keys that they are stored under.
+constexpr std::string_view settingsKey = "settings", optionsKey = "options";
 /// A file of settings that is larger, in bytes, is none of ours.
 constexpr std::size_t largestSettingsFile = 1 << 20;
 
 /// Choices as they are stored: JSON. One that is missing has its default; when there is anything but a JSON
 /// object whose members are what they should be, all have.
 AppSettings settingsFromJSON(std::string_view json);
+AppOptions optionsFromJSON(std::string_view json);
 
-/// The bytes under a key of the first section in the text of a settings file: "key=\"@ByteArray(…)\"" with
-/// the escapes of an INI file. Nothing when there is no such line.
+/// The bytes under a key of the first section in the text of a settings file: "key=\"@ByteArray(…)\"", or
+/// without the quotes, with the escapes of an INI file. Nothing when there is no such line.
 std::optional<std::string> storedBytes(std::string_view file, std::string_view key);
 
 /// The choices in a settings file; nothing when none are stored there, or it is no file that can be read.
 std::optional<AppSettings> storedSettings(const std::filesystem::path& file);
+/// The same of those that came later; the defaults when none are stored there.
+AppOptions storedOptions(const std::filesystem::path& file);
 
 /// Whether a file of settings may be opened: there is none, or it is a file like those we write. Reading a
 /// pipe would not end, and noise of many megabytes takes long.

@@ -3,10 +3,10 @@
 #include <iostream>
 #include <string_view>
 
-#include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/StoredSettings.h"
 #include "Settings/UserFolders.h"
@@ -22,9 +22,10 @@ int main(int count, char** arguments) {
     }
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     HostSurroundings surroundings;
-    surroundings.resolver = std::make_shared<DoHResolver>(http);
     const auto file = settingsFile();
-    const auto settings = file && isFitForSettings(*file) ? storedSettings(*file) : std::nullopt;
+    const bool isFit = file && isFitForSettings(*file);
+    const auto settings = isFit ? storedSettings(*file) : std::nullopt;
+    surroundings.resolver = chosenResolver((isFit ? storedOptions(*file) : AppOptions()).resolver, http);
     if (settings.value_or(AppSettings()).checkDomainAge)
         surroundings.registry =
             std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});

@@ -517,6 +517,16 @@ struct NoteSentence {
                                      "%n lines before the message were left out. The first reads “%1”.",
                                      note.lines, {quoted(note.first)});
     }
+    std::string operator()(const ReportNote::AnsweredBy& note) const {
+        if (note.resolver == "system") {
+            return reader.translate(
+                "DNS was asked at the servers that the computer asks for everything else, in place of the "
+                "usual services. Nothing protects their answers on the way.");
+        }
+        return reader.translate(
+            "DNS was asked at %1, in place of the usual services. The report is as good as its answers.",
+            {quotedDomain(note.resolver)});
+    }
     std::string operator()(const ReportNote::OutlookFile& note) const {
         if (note.hasBody) {
             return reader.translate(
@@ -904,6 +914,7 @@ struct PlaceOf {
     }
     Place operator()(const Note::LinesBeforeDropped&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::OutlookFile&) const { return {NoteSection::message, true}; }
+    Place operator()(const Note::AnsweredBy&) const { return {NoteSection::message, false, {}}; }
     Place operator()(const Note::ReadOtherwise&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::NameShowsAddress&) const { return {NoteSection::message, true}; }
     Place operator()(const Note::HeadlineNamesOther& note) const {

@@ -347,6 +347,36 @@ TEST(AppModel, bytesStayBytes) {
     EXPECT_EQ(names(model), (std::vector<std::string>{"promised\uFFFD/../name", "a.eml"}));
 }
 
+TEST(AppModel, asksWhoeverIsChosen) {
+    Desk desk;
+    std::vector<std::string> choices;
+    desk.surroundings.otherResolver = [&](std::string_view choice) {
+        choices.emplace_back(choice);
+        return std::make_shared<StaticResolver>(
+            StaticResolver::Answers{{"_dmarc.b.example|TXT", DNSAnswer::records({"v=DMARC1; p=none"})}},
+            std::set<std::string, std::less<>>{}, StaticResolver::Texts{}, std::nullopt,
+            StaticResolver::Texts{{"_dmarc.b.example|TXT", "system"}});
+    };
+    const auto resolvers = [&](AppModel& model) {
+        const UUID id = model.paste("From: a@b.example\r\n\r\nx\r\n");
+        desk.idle();
+        std::vector<std::string> names;
+        for (const ReportNote& note : model.report(id)->notes) {
+            if (const auto* by = std::get_if<ReportNote::AnsweredBy>(&note.value))
+                names.push_back(by->resolver);
+        }
+        return names;
+    };
+    AppModel& model = desk.ready();
+    EXPECT_TRUE(resolvers(model).empty());
+    model.setResolver("system");
+    EXPECT_EQ(resolvers(model), std::vector<std::string>{"system"});
+    EXPECT_EQ(resolvers(desk.ready()), std::vector<std::string>{"system"});  // in the next run
+    desk.model->setResolver("usual");
+    EXPECT_TRUE(resolvers(*desk.model).empty());
+    EXPECT_EQ(choices, (std::vector<std::string>{"system", "system"}));
+}
+
 TEST(AppModel, rowsAreThereAtOnceAndCanBeCancelled) {
     Desk desk;
     const auto resolver = std::make_shared<test::GatedResolver>();

@@ -51,6 +51,15 @@ TEST(AppSettings, outlastTheRun) {
     }
     EXPECT_EQ(loadSettings(UserSettingsStore(file)), chosen);
     EXPECT_EQ(storedSettings(file.toStdString()), chosen);  // as the command line reads them
+    EXPECT_EQ(storedOptions(file.toStdString()), AppOptions());
+    const AppOptions options{.resolver = "https://dns.example/q{?dns}"};
+    {
+        UserSettingsStore store(file);
+        saveOptions(options, store);
+        EXPECT_EQ(loadOptions(store), options);
+    }
+    EXPECT_EQ(storedOptions(file.toStdString()), options);
+    EXPECT_EQ(loadSettings(UserSettingsStore(file)), chosen);
     const std::string unusual("{\"a\\b\" : [\n\t;,=)]\0}", 19);
     UserSettingsStore(file).setBytes("other", unusual);
     EXPECT_EQ(storedBytes(test::contents(file.toStdString()), "other"), unusual);

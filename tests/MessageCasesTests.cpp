@@ -10,6 +10,7 @@
 //     replace: Pay => Pay evil                              the first such text becomes another
 //     dns: _dmarc.bank.example TXT v=DMARC1; p=reject       what DNS answers, "!" that it doesn't
 //     validated: _dmarc.bank.example TXT                    that DNS says it validated this answer
+//     answered by: dns.example                              who gives all answers
 //     registered: bank.example 2026-11-20T10:00:00Z         what the registry says; else nobody asks it
 //     at: 2026-11-21T10:00:00Z                              the time of the check, instead of that one
 //     verdict: signatureBroken                              its kind
@@ -79,7 +80,8 @@ public:
 
     void check() const {
         const auto registry = m_registered.empty() ? nullptr : std::make_shared<StaticRegistry>(m_registered);
-        const auto resolver = std::make_shared<StaticResolver>(m_answers, m_failing);
+        const auto resolver = std::make_shared<StaticResolver>(m_answers, m_failing, StaticResolver::Texts{},
+                                                               std::nullopt, sources());
         const MailMessage message = MailMessage::parse(m_message);
         const auto verification =
             Verifier(resolver, registry).examine(message, std::nullopt, m_now, UUID::random());
@@ -160,6 +162,8 @@ private:
         } else if (name == "validated") {
             const std::string asked(takeBefore(rest, " "));
             m_answers[asked + "|" + std::string(rest)].isValidated = true;
+        } else if (name == "answered by") {
+            m_source = value;
         } else if (name == "above") {
             m_message = value + "\r\n" + m_message;
         } else if (name == "replace") {
@@ -193,7 +197,13 @@ private:
         m_answers[key] = DNSAnswer::records(std::move(records));
     }
 
-    std::string m_message = {};
+    StaticResolver::Texts sources() const {
+        StaticResolver::Texts sources;
+        for (const auto& [question, answer] : m_answers) sources[question] = m_source;
+        return sources;
+    }
+
+    std::string m_message = {}, m_source = {};
     StaticResolver::Answers m_answers = {};
     std::set<std::string, std::less<>> m_failing = {};
     StaticRegistry::Entries m_registered = {};

@@ -1,13 +1,19 @@
 // Whole checks over the network's two clients: what leaves the machine, and what comes of every fault.
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include "QuillmarkKit/Lookups/DNSMessage.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
+#include "QuillmarkKit/Lookups/SystemResolver.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Verifier.h"
 #include "ScriptedHTTP.h"
+#include "Settings/ChosenResolver.h"
 #include "Thunderbird/Host.h"
 #include "Thunderbird/NativeMessages.h"
 #include "tests/Test.h"
@@ -17,6 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
 constexpr std::string_view bootstrapURL = "https://data.iana.org/rdap/dns.json";
@@ -29,6 +36,79 @@ HTTPResponse curiousNetwork(const HTTPRequest& request, std::stop_token) {
     return {200, R"({"Status":0,"Answer":[{"type":16,"data":"\"v=spf1 exists:%{l}.%{h}.e.example)"
                  R"( a:%{ir}.a.example mx include:%{d2}.i.example -all\""}]})"};
 }
+
+/// The same, as a message of DNS that answers this question.
+std::string curiousReply(std::string_view question) {
+    const std::string record =
+        "v=spf1 exists:%{l}.%{h}.e.example a:%{ir}.a.example mx include:%{d2}.i.example -all";
+    const std::size_t end = question.find('\0', 12) + 5;  // behind name, type and class
+    const std::string length(1, static_cast<char>(record.size())),
+        more(1, static_cast<char>(record.size() + 1));
+    return std::string(question.substr(0, 2)) + "\x81\x80\0\1\0\1\0\0\0\0"s +
+           std::string(question.substr(12, end - 12)) + "\xC0\x0C\0\x10\0\1\0\0\0\0\0"s + more + length +
+           record;
+}
+
+/// The name that a message of DNS asks for. It must be such a question and nothing else.
+std::string nameAsked(std::string_view packet) {
+    std::string name;
+    for (std::size_t at = 12; at < packet.size() && packet[at] != '\0';) {
+        const auto length = static_cast<std::size_t>(packet[at]);
+        name += (name.empty() ? "" : ".") + std::string(packet.substr(at + 1, length));
+        at += length + 1;
+    }
+    const auto id = static_cast<std::uint16_t>(static_cast<unsigned char>(packet[0]) << 8 |
+                                               static_cast<unsigned char>(packet[1]));
+    using enum DNSRecordType;
+    bool isQuestion = false;
+    for (const DNSRecordType type : {a, aaaa, mx, txt})
+        isQuestion = isQuestion || dnsQuestion(name, type, id) == packet;
+    EXPECT_TRUE(isQuestion) << name;
+    return name;
+}
+
+/// A DNS server on loopback that hears what is asked over UDP.
+class Listener {
+public:
+    Listener() {
+        sockaddr_in address{
+            .sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
+        socklen_t size = sizeof address;
+        auto* any = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(::bind(m_socket, any, size) | ::getsockname(m_socket, any, &size), 0);
+        port = ntohs(address.sin_port);
+        m_thread = std::jthread([this] { listen(); });
+    }
+    ~Listener() {
+        ::shutdown(m_socket, SHUT_RDWR);
+        m_thread.join();
+        ::close(m_socket);
+    }
+    std::vector<std::string> heard() const {
+        const std::lock_guard turn(m_mutex);
+        return m_heard;
+    }
+    int port = 0;
+
+private:
+    void listen() {
+        char bytes[2'000];
+        sockaddr_in from{};
+        socklen_t size = sizeof from;
+        auto* asker = reinterpret_cast<sockaddr*>(&from);
+        for (ssize_t count = 0; (count = ::recvfrom(m_socket, bytes, sizeof bytes, 0, asker, &size)) > 0;) {
+            const std::string packet(bytes, static_cast<std::size_t>(count)), reply = curiousReply(packet);
+            ::sendto(m_socket, reply.data(), reply.size(), 0, asker, size);
+            const std::lock_guard turn(m_mutex);
+            m_heard.push_back(packet);
+        }
+    }
+
+    const int m_socket = ::socket(AF_INET, SOCK_DGRAM, 0);
+    mutable std::mutex m_mutex = {};
+    std::vector<std::string> m_heard = {};
+    std::jthread m_thread = {};
+};
 
 /// Every address that checking a message asks for.
 std::vector<std::string> urlsOf(std::string_view message) {
@@ -59,8 +139,9 @@ std::vector<std::string> urlsOfHost(std::string_view message) {
     return http->takeURLs();
 }
 
-TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
-    // Everything that is nobody's business bears this word; "bounce" is the envelope sender's local part.
+/// Everything in them that is nobody's business bears the word "secret"; "bounce" is the envelope sender's
+/// local part.
+std::vector<std::string> messagesWithSecrets() {
     const std::string rest = "v=1; a=rsa-sha256; h=from; bh=AAAA; b=AAAA\r\n";
     const std::string leaky =
         "Return-Path: <bounce@sender.example>\r\n"
@@ -110,6 +191,11 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
     for (const auto& entry : fs::directory_iterator(QUILLMARK_SAMPLES)) {
         if (entry.path().extension() == ".eml") messages.push_back(contents(entry.path()));
     }
+    return messages;
+}
+
+TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
+    const auto messages = messagesWithSecrets();
     ASSERT_GE(messages.size(), 3u);
     std::set<std::string> asked;
     for (const auto& message : messages) {
@@ -144,6 +230,46 @@ TEST(NetworkedCheck, nothingButNamesLeavesTheMachine) {
                              "bounce.h.e.example", "https://registry.example/domain/author.example",
                              "https://registry.example/domain/reply.example"}) {
         EXPECT_TRUE(asked.contains(name)) << name;
+    }
+}
+
+TEST(NetworkedCheck, nothingButNamesReachesWhomeverAPersonChooses) {
+    const Listener ownServer;
+    const auto system = std::make_shared<SystemResolver>(
+        SystemResolverOptions{.servers = {"127.0.0.1"}, .port = ownServer.port});
+    std::vector<std::string> packets;
+    const auto http = std::make_shared<ScriptedHTTP>([&](const HTTPRequest& request, std::stop_token) {
+        const std::string_view service = "https://dns.example/q", question = "?dns=";
+        EXPECT_TRUE(request.url.starts_with(service));
+        std::string rest = request.url.substr(service.size());
+        EXPECT_EQ(rest.starts_with(question), !request.body);
+        std::ranges::replace(rest, '-', '+');
+        std::ranges::replace(rest, '_', '/');
+        if (!request.body) rest.resize((rest.size() - question.size() + 3) / 4 * 4 + question.size(), '=');
+        packets.push_back(request.body ? *request.body
+                                       : decodedBase64(rest.substr(question.size())).value_or(""));
+        return HTTPResponse{200, curiousReply(packets.back())};
+    });
+    for (const std::string choice : {"https://dns.example/q", "https://dns.example/q{?dns}", "system"}) {
+        SCOPED_TRACE(choice);
+        packets.clear();
+        const bool isSystem = choice == "system";
+        for (const std::string& message : messagesWithSecrets()) {
+            const Verifier verifier(isSystem ? system : chosenResolver(choice, http));
+            verifier.verify(MailMessage::parse(message), "named.eml", now);
+        }
+        std::set<std::string> asked;
+        for (const std::string& packet : isSystem ? ownServer.heard() : packets) {
+            const std::string name = nameAsked(packet);
+            EXPECT_TRUE(mayBeQueried(name, isSystem ? Network::own : Network::everybodys)) << name;
+            EXPECT_TRUE(isSystem || asciiLowered(name).find("secret") == std::string::npos) << name;
+            asked.insert(name);
+        }
+        for (const char* name : {"key._domainkey.signer.example", "_dmarc.author.example", "sender.example",
+                                 "bounce.h.e.example"}) {
+            EXPECT_TRUE(asked.contains(name)) << name;
+        }
+        EXPECT_EQ(asked.contains("secret.corp"), isSystem);
     }
 }
 

@@ -7,7 +7,10 @@
 
 #include "QuillmarkKit/Lookups/DNSMessage.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Lookups/SystemResolver.h"
+#include "QuillmarkKit/Verifier.h"
+#include "Settings/ChosenResolver.h"
 #include "TestServer.h"
 #include "tests/Test.h"
 
@@ -81,15 +84,11 @@ TEST(ResolverChoice, aRealServerInEveryWay) {
     const DNSServer server;
     ASSERT_TRUE(server.isThere()) << "is unbound installed?";
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions{.caFile = Authority::shared().caFile()});
-    const auto service = [&](const std::string& url) {
-        DoHOptions options{.endpoints = {DoHEndpoint::ofURL(url).value()}};
-        return std::make_unique<DoHResolver>(http, options);
-    };
     const std::string url = "https://localhost:" + std::to_string(server.httpsPort) + "/dns-query";
-    const auto byGET = service(url + "{?dns}"), byPOST = service(url);
-    SystemResolver system(
-        {.servers = {"127.0.0.1"}, .port = server.plainPort, .timeOut = std::chrono::seconds(1)});
-    for (int i = 0; i < 500 && outcome(system, "example.org", a).starts_with("system: "); ++i)
+    const auto byGET = chosenResolver(url + "{?dns}", http), byPOST = chosenResolver(url, http);
+    const auto system = std::make_shared<SystemResolver>(SystemResolverOptions{
+        .servers = {"127.0.0.1"}, .port = server.plainPort, .timeOut = std::chrono::seconds(1)});
+    for (int i = 0; i < 500 && outcome(*system, "example.org", a).starts_with("system: "); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
 
     std::string longText;
@@ -111,12 +110,27 @@ TEST(ResolverChoice, aRealServerInEveryWay) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(outcome(system, row.name, row.type), row.outcome) << server.log();
+        EXPECT_EQ(outcome(*system, row.name, row.type), row.outcome) << server.log();
         EXPECT_EQ(outcome(*byGET, row.name, row.type), row.ofService);
         EXPECT_EQ(outcome(*byPOST, row.name, row.type), row.ofService);
     }
-    EXPECT_EQ(system.source("example.org", a), "system");
+    EXPECT_EQ(system->source("example.org", a), "system");
     EXPECT_EQ(byPOST->source("example.org", a), "localhost");
+
+    // Whoever it is, the report names them, and so does what was taken down.
+    const MailMessage message = MailMessage::parse("From: a@example.org\r\n\r\nx\r\n");
+    for (const auto& [resolver, name] :
+         {std::pair<std::shared_ptr<DNSResolver>, const char*>{system, "system"},
+          {byGET, "localhost"},
+          {byPOST, "localhost"}}) {
+        const auto answers = std::make_shared<RecordedAnswers>();
+        const Verifier verifier(
+            std::make_shared<RecordingResolver>(resolver, answers, std::make_shared<RecordedFailures>()));
+        const auto notes = verifier.verify(message, std::nullopt, {}).notes;
+        ASSERT_FALSE(notes.empty()) << name;
+        EXPECT_EQ(notes.back(), ReportNote{ReportNote::AnsweredBy{name}});
+        EXPECT_EQ(answers->dns.entries().at("_dmarc.example.org|TXT").source, name);
+    }
 }
 
 TEST(ResolverChoice, nobodyAnswers) {

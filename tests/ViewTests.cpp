@@ -1,5 +1,8 @@
 #include <future>
 
+#include <QLineEdit>
+#include <QRadioButton>
+
 #include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/MessageWaysView.h"
@@ -319,6 +322,33 @@ TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
     SettingsView locked({.lockedHistory = "Your history was saved by a newer version of Quillmark."},
                         english);
     EXPECT_FALSE(test::button(locked, "Clear History…")->isEnabled());
+}
+
+TEST(SettingsView, whoIsAsked) {
+    SettingsView view({}, english);
+    QSignalSpy chosen(&view, &SettingsView::resolverChanged), accepted(&view, &QDialog::accepted);
+    view.show();
+    const auto buttons = view.findChildren<QRadioButton*>();
+    auto* service = view.findChild<QLineEdit*>();
+    ASSERT_EQ(buttons.size(), 3);
+    EXPECT_TRUE(buttons[0]->isChecked());
+    EXPECT_FALSE(service->isEnabled());
+    buttons[1]->click();
+    buttons[2]->click();
+    for (const char* none : {"", "http://dns.example/", "system"}) {
+        service->setText(none);
+        test::button(view, "Done")->click();
+        EXPECT_EQ(accepted.size(), 0);
+    }
+    EXPECT_TRUE(view.findChild<PlainText*>("outcome")->isVisible());
+    service->setText(" https://dns.example/q ");
+    test::button(view, "Done")->click();
+    EXPECT_EQ(accepted.size(), 1);
+    std::vector<std::string> choices;
+    for (const auto& each : chosen) choices.push_back(each[0].value<std::string>());
+    EXPECT_EQ(choices, (std::vector<std::string>{"system", "https://dns.example/q"}));
+    SettingsView again({.resolver = choices[1], .lockedHistory = {}}, english);
+    EXPECT_EQ(again.findChild<QLineEdit*>()->text(), "https://dns.example/q");
 }
 
 TEST(SingleInstance, theSecondHandsItsFilesOver) {

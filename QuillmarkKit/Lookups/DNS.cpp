@@ -139,13 +139,13 @@ std::string StaticResolver::key(std::string_view name, DNSRecordType type) {
     return asciiLowered(name) + "|" + std::string(mnemonic(type));
 }
 
-StaticResolver::StaticResolver(Answers answers, std::set<std::string, std::less<>> failing,
-                               std::map<std::string, std::string, std::less<>> errors,
-                               std::optional<std::string> missing)
+StaticResolver::StaticResolver(Answers answers, std::set<std::string, std::less<>> failing, Texts errors,
+                               std::optional<std::string> missing, Texts sources)
     : m_answers(std::move(answers)),
       m_failing(std::move(failing)),
       m_errors(std::move(errors)),
-      m_missing(std::move(missing)) {}
+      m_missing(std::move(missing)),
+      m_sources(std::move(sources)) {}
 
 DNSAnswer StaticResolver::lookup(std::string_view name, DNSRecordType type, const Patience&) {
     std::string question = key(name, type);
@@ -167,6 +167,11 @@ bool StaticResolver::mayKnow(std::string_view name, DNSRecordType type) {
            m_failing.contains(std::string_view(question).substr(0, name.size()));
 }
 
+std::string StaticResolver::source(std::string_view name, DNSRecordType type) {
+    const auto found = m_sources.find(key(name, type));
+    return found != m_sources.end() ? found->second : std::string();
+}
+
 std::optional<NameFault> nameFault(std::string_view name) {
     const auto ascii = asciiDomain(withoutRoot(name));
     if (!ascii || !fitsDNS(*ascii)) return NameFault::unfit;
@@ -186,6 +191,11 @@ DNSAnswer InternationalResolver::lookup(std::string_view name, DNSRecordType typ
 bool InternationalResolver::mayKnow(std::string_view name, DNSRecordType type) {
     const auto ascii = asciiDomain(name);
     return !ascii || m_resolver.mayKnow(*ascii, type);
+}
+
+std::string InternationalResolver::source(std::string_view name, DNSRecordType type) {
+    const auto ascii = asciiDomain(name);
+    return ascii ? m_resolver.source(*ascii, type) : std::string();
 }
 
 }  // namespace quillmark

@@ -130,6 +130,7 @@ public:
     explicit InternationalResolver(DNSResolver& resolver) : m_resolver(resolver) {}
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
     bool mayKnow(std::string_view name, DNSRecordType type) override;
+    std::string source(std::string_view name, DNSRecordType type) override;
 
 private:
     DNSResolver& m_resolver;
@@ -140,25 +141,28 @@ class StaticResolver : public DNSResolver {
 public:
     /// Keys are a lower-case name, "|" and a mnemonic: "example.org|TXT".
     using Answers = std::map<std::string, DNSAnswer, std::less<>>;
+    using Texts = std::map<std::string, std::string, std::less<>>;
     static std::string key(std::string_view name, DNSRecordType type);
 
     /// `failing`: lower-case names whose every lookup fails with "no resolver answered". `errors`: keys like
     /// those of `answers` whose lookup fails with the given message. `missing`: the message of every lookup
-    /// that the tables do not hold; without it they count as complete.
+    /// that the tables do not hold; without it they count as complete. `sources`: who gave the answers, as
+    /// far as that is known, by the same keys.
     explicit StaticResolver(Answers answers, std::set<std::string, std::less<>> failing = {},
-                            std::map<std::string, std::string, std::less<>> errors = {},
-                            std::optional<std::string> missing = {});
+                            Texts errors = {}, std::optional<std::string> missing = {}, Texts sources = {});
 
     /// What the table holds; else no data when it holds another type of that name, else no such domain. With
     /// `missing`, only a name that `mayBeQueried` refuses does not exist though the table doesn't say so.
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override;
     bool mayKnow(std::string_view name, DNSRecordType type) override;
+    std::string source(std::string_view name, DNSRecordType type) override;
 
 private:
     const Answers m_answers;
     const std::set<std::string, std::less<>> m_failing;
-    const std::map<std::string, std::string, std::less<>> m_errors;
+    const Texts m_errors;
     const std::optional<std::string> m_missing;
+    const Texts m_sources;
 };
 
 }  // namespace quillmark

@@ -80,6 +80,10 @@ std::variant<DNSAnswer, std::string> readReply(const HTTPOutcome& reply, DoHEndp
 
 }  // namespace
 
+std::vector<DoHEndpoint> DoHEndpoint::usual() {
+    return {{"cloudflare-dns.com", "/dns-query"}, {"dns.google", "/resolve"}};
+}
+
 std::optional<DoHEndpoint> DoHEndpoint::ofURL(std::string_view url) {
     constexpr std::string_view scheme = "https://", byGET = "{?dns}";
     if (!startsWithIgnoringCase(url, scheme)) return std::nullopt;

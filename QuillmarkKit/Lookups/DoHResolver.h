@@ -33,11 +33,14 @@ struct DoHEndpoint {
     /// template "{?dns}" at the end is asked by GET, any other by POST (RFC 8484, section 4.1: each service
     /// knows both). Nothing when it is no such URL.
     static std::optional<DoHEndpoint> ofURL(std::string_view url);
+
+    /// Those that are asked when nobody chooses another.
+    static std::vector<DoHEndpoint> usual();
 };
 
 struct DoHOptions {
     /// Asked in this order, the next when one gave no answer.
-    std::vector<DoHEndpoint> endpoints = {{"cloudflare-dns.com", "/dns-query"}, {"dns.google", "/resolve"}};
+    std::vector<DoHEndpoint> endpoints = DoHEndpoint::usual();
     std::chrono::milliseconds timeOut{8000};    ///< of one endpoint
     std::chrono::milliseconds headStart{2000};  ///< without an answer for so long, the next is asked, too
     std::function<std::chrono::steady_clock::time_point()> clock = std::chrono::steady_clock::now;
