@@ -186,11 +186,11 @@ private:
             Verification verification =
                 verified(message, found, identity(number, checkedSoFar++), wentWithout);
             if (m_asSigned) unwritten = writeAsSigned(found.place, message, verification);
-            if (m_command.sha256) digest = sha256(found.bytes.view());
+            if (m_command.sha256 || m_command.onePage) digest = sha256(found.bytes.view());
             return std::move(verification.report);
         };
         CheckWalk walk(std::move(input.found), verify,
-                       {.keepsBytes = m_from.recorded != nullptr || m_command.sha256,
+                       {.keepsBytes = m_from.recorded != nullptr || m_command.sha256 || m_command.onePage,
                         .goesInside = !m_command.noAttached});
         std::vector<OrderedRun::Message> all;
         while (const auto outcome = walk.next()) {
@@ -274,9 +274,10 @@ private:
                               (message.counted.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
         // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
-        if (m_command.json || m_command.out) message.report = compactJSON(report, path, digest);
+        const auto named = m_command.sha256 ? digest : std::nullopt;
+        if (m_command.json || m_command.out) message.report = compactJSON(report, path, named);
         if (m_command.keepsReports()) message.kept = compactJSON(report);
-        if (m_command.csv) message.row = csvRow(report, path.value_or(""), digest);
+        if (m_command.csv) message.row = csvRow(report, path.value_or(""), named);
         if (m_command.each) message.report = line(report, path);
         if (m_command.html) {
             const bool mayBeWhole = m_written.fetch_add(1) < MailboxReport::mostReports;
@@ -284,8 +285,10 @@ private:
                                          m_command.reader);
         }
         if (m_isTextPrinted) {
-            message.report = textReport(report, m_command.reader, m_command.layout,
-                                        m_command.expect.value_or(std::string()));
+            const std::string expected = m_command.expect.value_or(std::string());
+            message.report = m_command.onePage
+                                 ? textPage(report, m_command.reader, m_command.layout, expected, digest)
+                                 : textReport(report, m_command.reader, m_command.layout, expected);
         }
         if (!message.report.empty()) message.report += '\n';
         return message;
@@ -316,12 +319,12 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
         const ExpectedAnswer answer = expectedAnswer({}, *command.expect, command.reader);
         if (answer.kind == ExpectedAnswer::Kind::unread) return answer.text;
     }
-    if (command.json + command.each + command.summary + goesToOutput(command.csv) +
+    if (command.json + command.each + command.onePage + command.summary + goesToOutput(command.csv) +
             goesToOutput(command.html) + goesToOutput(command.record) >
         1) {
         return command.reader.translate(
-            "only one of --json, --each, --summary, --csv -, --html - and --record - can go to standard "
-            "output");
+            "only one of --json, --each, --one-page, --summary, --csv -, --html - and --record - can go to "
+            "standard output");
     }
     if (command.out && std::ranges::count(command.files, standardInput) > 0) {
         return command.reader.translate(

@@ -17,8 +17,9 @@ struct CheckCommand {
     std::optional<std::string> filesFrom = {};  ///< a list of more of them; "-" is standard input
     bool areNamesZeroEnded = false;             ///< in that list; else each is a line
     bool json = false;
-    bool each = false;    ///< a line in place of each report
-    bool sha256 = false;  ///< of each message, in JSON and CSV
+    bool each = false;     ///< a line in place of each report
+    bool onePage = false;  ///< for somebody else to read, in place of each report
+    bool sha256 = false;   ///< of each message, in JSON and CSV
     bool pasted = false;
     std::optional<bool> domainAge = {};      ///< asks how old domains are, or does not
     std::optional<bool> save = {};           ///< puts the reports into the user's history, or does not

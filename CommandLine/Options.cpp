@@ -161,6 +161,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     addSwitch(command, "save", check.save,
               forHelp("Add the reports to your history; default: as in the settings of the window"),
               forHelp("Don't add them"));
+    command
+        .add_flag("--one-page", check.onePage,
+                  "Write one page for whoever you turn to, such as your bank, in place of each report")
+        ->group(seldom);
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",
@@ -196,8 +200,8 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                                  "there already isn't made "
                                  "again: the same command goes on where it was stopped")
                                  ->group(seldom);
-    for (const char* const other : {"--json", "--each", "--summary", "--csv", "--html", "--record", "--save",
-                                    "--fail-on", "--as-signed"}) {
+    for (const char* const other : {"--json", "--each", "--one-page", "--summary", "--csv", "--html",
+                                    "--record", "--save", "--fail-on", "--as-signed"}) {
         out->excludes(command.get_option(other));
     }
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")
@@ -211,6 +215,17 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     command.add_flag("--no-attached", check.noAttached, "Don't check messages that are attached to others")
         ->group(seldom);
     command.footer(checkFooter);
+}
+
+constexpr const char* explainFooter = forHelp(
+    "Without a word it lists those that it knows. Exit status: 0 there it is; 1 there is no such word; 2 "
+    "wrong "
+    "arguments.");
+
+void addExplain(CLI::App& app, ExplainCommand& explain) {
+    CLI::App& command = *app.add_subcommand("explain", "Explain a technical word of the reports");
+    command.add_option("WORD", explain.words, "The word, such as DKIM, selector or signing domain");
+    command.footer(explainFooter);
 }
 
 constexpr const char* extractFooter = forHelp(
@@ -456,6 +471,7 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");
     app.require_subcommand(1);
     addCheck(app, commands.check);
+    addExplain(app, commands.explain);
     addExtract(app, commands.extract);
     addHistory(app, commands.history);
     addKeygen(app, commands.keygen);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommandLine/CheckCommand.h"
+#include "CommandLine/ExplainCommand.h"
 #include "CommandLine/ExtractCommand.h"
 #include "CommandLine/HistoryCommand.h"
 #include "CommandLine/RecordingCommand.h"
@@ -16,6 +17,7 @@ namespace quillmark {
 /// What the arguments are read into.
 struct Commands {
     CheckCommand check = {};
+    ExplainCommand explain = {};
     ExtractCommand extract = {};
     HistoryCommand history = {};
     KeygenCommand keygen = {};

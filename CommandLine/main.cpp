@@ -75,12 +75,14 @@ int main(int count, char** values) {
         return 2;
     }
     endOnSignals();
-    auto& [check, extract, history, keygen, record, recording, sign, seal] = commands;
-    check.reader = extract.reader = history.reader = keygen.reader = record.reader = recording.reader =
-        sign.reader = seal.reader = reader;
+    auto& [check, explain, extract, history, keygen, record, recording, sign, seal] = commands;
+    check.reader = explain.reader = extract.reader = history.reader = keygen.reader = record.reader =
+        recording.reader = sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;
+    explain.width = check.layout.width;
+    if (app.got_subcommand("explain")) return explain.run();
     if (app.got_subcommand("extract")) return extract.run();
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();

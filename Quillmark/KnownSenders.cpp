@@ -49,7 +49,7 @@ std::vector<std::string> knownDomains(std::span<const std::shared_ptr<const Proo
     constexpr std::size_t mostDomains = 100;
     std::map<std::string, std::size_t> counts;
     for (const auto& each : history) {
-        if (each->verdict.kind == VerdictKind::verified)
+        if (each->verdict.kind == VerdictKind::verified && each->flags.empty())
             ++counts[PublicSuffixList::shared().organizationalDomain(each->verdict.domain)];
     }
     std::vector<std::pair<std::size_t, std::string>> domains;

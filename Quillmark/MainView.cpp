@@ -216,6 +216,7 @@ void MainView::buildMenus() {
     add(report, Command::exportEvidence, m_words("Export Evidence…"));
     add(report, Command::copyReport, m_words("Copy Report as Text"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C));
+    add(report, Command::copyPage, m_words("Copy One &Page for Others"));
     report->addSeparator();
     add(report, Command::removeFromList, m_words("Remove from List"), QKeySequence::Delete);
     add(report, Command::removeFromHistory, m_words("Remove from History"));
@@ -272,8 +273,8 @@ QWidget* MainView::buildTopRow() {
 
     auto* exports = new Button(m_words("Export"));
     auto* menu = new QMenu(exports);
-    for (const Command each :
-         {Command::exportPDF, Command::exportText, Command::exportEvidence, Command::copyReport}) {
+    for (const Command each : {Command::exportPDF, Command::exportText, Command::exportEvidence,
+                               Command::copyReport, Command::copyPage}) {
         menu->addAction(action(each));
     }
     exports->setMenu(menu);

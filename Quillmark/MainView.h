@@ -44,6 +44,7 @@ enum class Command {
     exportText,
     exportEvidence,
     copyReport,
+    copyPage,
     removeFromList,
     removeFromHistory,
     cancelChecks,
@@ -60,7 +61,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 30;
+constexpr std::size_t commandCount = 31;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.

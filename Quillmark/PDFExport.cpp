@@ -24,6 +24,7 @@
 #include "Wording/Details.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
+#include "Wording/TextReport.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -35,6 +36,7 @@ constexpr int dotsPerInch = 300;
 /// What the PDF holds of one text, in bytes, and of one list.
 constexpr ReportCaps paperCaps{1'000, 100};
 constexpr std::size_t longestInTitle = 60;  // bytes of one domain
+constexpr std::size_t mostCautions = 10;    // on the first page; all stand with the evidence
 constexpr double wayPoints = 8.5;
 constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
@@ -66,6 +68,11 @@ private:
     double m_width;
 };
 
+/// Blocks that pieces, and those that pages begin with, by their numbers, rising.
+struct Beginnings {
+    std::vector<int> pieces, pages;
+};
+
 /// Sets text, one paragraph after the other, in the formats of our own document.
 class Typesetter {
 public:
@@ -93,8 +100,13 @@ public:
 
     /// What is set until the next one begins is kept on one page.
     void beginPiece() { m_pieces.push_back(m_cursor.document()->blockCount()); }
+    /// A piece at the top of a page.
+    void beginPage() {
+        beginPiece();
+        m_pages.push_back(m_pieces.back());
+    }
     /// The numbers of the blocks that they begin with.
-    std::vector<int> pieces() && { return std::move(m_pieces); }
+    Beginnings beginnings() && { return {std::move(m_pieces), std::move(m_pages)}; }
 
     void way() {
         paragraph({}, 9, QFont::Normal, ink, 6);
@@ -180,13 +192,20 @@ private:
 
     QTextCursor m_cursor;
     const Words& m_words;
-    std::vector<int> m_pieces = {};
+    std::vector<int> m_pieces = {}, m_pages = {};
     bool m_isEmpty = true;
 };
 
-/// Gives where its pieces begin: blocks by their numbers.
-std::vector<int> compose(QTextDocument& document, const ReportContent& content, const PDFFrame& frame,
-                         const Words& words) {
+/// What is said of the message itself, which stands on the first page.
+const ReportSection* messageOf(const ReportContent& content) {
+    const auto found = std::ranges::find_if(
+        content.sections, [](const ReportSection& each) { return each.part == NoteSection::message; });
+    return found == content.sections.end() ? nullptr : &*found;
+}
+
+/// One page that can be read alone, and the evidence behind it.
+Beginnings compose(QTextDocument& document, const ReportContent& content, const PDFFrame& frame,
+                   const Words& words) {
     Typesetter set(document, words);
     set.paragraph(words("Quillmark report"), 10, QFont::Normal, fadedInk);
     const QColor color = toneColor(content.tone, Qt::white, QPalette(Qt::white));
@@ -197,11 +216,10 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
         const QColor amber = toneColor(Tone::caution, Qt::white, QPalette(Qt::white));
         set.paragraph(toneSymbol(Tone::caution) + u' ' + content.lead, 12, QFont::Bold, amber, 8);
     }
-    for (const ReportLead& each : content.cautions) set.note({{}, each.text});
-    if (content.more > 0) {
-        set.note(
-            {{},
-             words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(content.more))});
+    const std::size_t told = std::min(content.cautions.size(), mostCautions);
+    for (std::size_t i = 0; i < told; ++i) set.note({{}, content.cautions[i].text});
+    if (const std::size_t left = content.cautions.size() - told + content.more) {
+        set.note({{}, words.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(left))});
     }
     for (const ReportLine& each : content.remarks) set.note(each);
     QString whatToDo = content.whatToDo;
@@ -211,13 +229,26 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
         if (!answer.whatToDo.empty()) whatToDo = isolatedRuns(answer.whatToDo);
     }
     set.paragraph(words("What to do: %1", whatToDo), 10.5, QFont::DemiBold, ink, 8);
-    set.facts(frame.record);
-    for (const ReportSection& section : content.sections) {
+    const ReportSection* message = messageOf(content);
+    if (message) {
         set.beginPiece();
+        set.heading(message->heading);
+        set.facts(message->facts);
+        set.beginPiece();
+        set.heading(words("The check"));
+    }
+    set.facts(frame.record);
+    set.beginPiece();
+    set.heading(words("For whoever is given this page"));
+    for (const std::string& each : forWhoeverIsGivenIt(words.reader)) set.paragraph(isolatedRuns(each), 10);
+    bool isFirstSection = true;
+    for (const ReportSection& section : content.sections) {
+        if (&section == message && section.notes.empty()) continue;
+        std::exchange(isFirstSection, false) ? set.beginPage() : set.beginPiece();
         set.heading(section.heading);
-        set.facts(section.facts);
+        if (&section != message) set.facts(section.facts);
         if (section.way) set.way();
-        bool isFirst = section.facts.empty();  // which stays with the heading
+        bool isFirst = section.facts.empty() || &section == message;  // which stays with the heading
         for (const auto* rows : {&section.rows, &section.chain}) {
             for (const ReportRow& row : *rows) {
                 if (!std::exchange(isFirst, false)) set.beginPiece();
@@ -232,24 +263,26 @@ std::vector<int> compose(QTextDocument& document, const ReportContent& content, 
         set.heading(words("What was looked up"));
         set.facts(frame.lookups, 8.5);
     }
-    return std::move(set).pieces();
+    return std::move(set).beginnings();
 }
 
 /// A line of a document, or several that stand beside each other; where it reaches from and to.
 struct Line {
     double top = 0, bottom = 0;
-    bool beginsPiece = false;
+    bool beginsPiece = false, beginsPage = false;
 };
 
-/// All lines from top to bottom. `pieces`: the numbers of the blocks that pieces begin with, rising.
-std::vector<Line> linesOf(const QTextDocument& document, const std::vector<int>& pieces) {
+/// All lines from top to bottom.
+std::vector<Line> linesOf(const QTextDocument& document, const Beginnings& beginnings) {
     std::vector<Line> lines;
     for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
         const double top = document.documentLayout()->blockBoundingRect(block).top();
-        const bool beginsPiece = std::ranges::binary_search(pieces, block.blockNumber());
+        const bool beginsPiece = std::ranges::binary_search(beginnings.pieces, block.blockNumber());
+        const bool beginsPage = std::ranges::binary_search(beginnings.pages, block.blockNumber());
         for (int i = 0; i < block.layout()->lineCount(); ++i) {
             const QRectF line = block.layout()->lineAt(i).rect();
-            lines.push_back({top + line.top(), top + line.bottom(), beginsPiece && i == 0});
+            lines.push_back(
+                {top + line.top(), top + line.bottom(), beginsPiece && i == 0, beginsPage && i == 0});
         }
     }
     std::ranges::stable_sort(lines, {}, &Line::top);
@@ -258,6 +291,7 @@ std::vector<Line> linesOf(const QTextDocument& document, const std::vector<int>&
         if (!merged.empty() && each.top < merged.back().bottom) {
             merged.back().bottom = std::max(merged.back().bottom, each.bottom);
             merged.back().beginsPiece |= each.beginsPiece;
+            merged.back().beginsPage |= each.beginsPage;
         } else {
             merged.push_back(each);
         }
@@ -273,6 +307,7 @@ std::vector<Line> pagesOf(const std::vector<Line>& lines, double height) {
     for (std::size_t first = 0, next = 0; first < lines.size(); first = next) {
         for (next = first; next < lines.size(); ++next) {
             if (next > first && lines[next].bottom > lines[first].top + height) break;
+            if (next > first && lines[next].beginsPage) break;
             if (lines[next].beginsPiece) piece = next;
         }
         if (next < lines.size() && !lines[next].beginsPiece && piece > first) {
@@ -478,9 +513,9 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     letters.setPointSizeF(wayPoints);
     WayObject way(ways != content.sections.end() ? *ways->way : Way(), letters, &writer, page.width(), words);
     document.documentLayout()->registerHandler(WayObject::type, &way);
-    const std::vector<int> pieces = compose(document, content, frame, words);
+    const Beginnings beginnings = compose(document, content, frame, words);
     document.setTextWidth(page.width());
-    const std::vector<Line> pages = pagesOf(linesOf(document, pieces), page.height());
+    const std::vector<Line> pages = pagesOf(linesOf(document, beginnings), page.height());
     divideParagraphs(document, pages);
 
     QPainter painter(&writer);

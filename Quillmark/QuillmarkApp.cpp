@@ -207,7 +207,7 @@ void QuillmarkApp::refreshCommands() {
         ->setEnabled(m_model.historyState() == AppModel::HistoryState::ready);
     const bool hasReport = selectedReport() != nullptr;
     for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
-                               Command::expected, Command::expandAll, Command::foldAll}) {
+                               Command::copyPage, Command::expected, Command::expandAll, Command::foldAll}) {
         m_window.action(each)->setEnabled(hasReport);
     }
     m_window.action(Command::exportEvidence)->setEnabled(hasReport && m_hasMessage);
@@ -307,6 +307,8 @@ void QuillmarkApp::perform(Command command) {
             return exportEvidence();
         case Command::copyReport:
             return copyReport();
+        case Command::copyPage:
+            return copyPage();
         case Command::removeFromList:
             return remove(&AppModel::removeFromList);
         case Command::removeFromHistory:
@@ -499,6 +501,20 @@ void QuillmarkApp::copyReport() {
     if (const SharedReport report = selectedReport()) {
         QApplication::clipboard()->setText(QString::fromStdString(reportText(*report)));
     }
+}
+
+void QuillmarkApp::copyPage() {
+    const SharedReport report = selectedReport();
+    if (!report) return;
+    const auto expectation = expectationOf(*report);
+    const std::string expected = expectation ? expectation->typed.toStdString() : std::string();
+    // The digest of a large message takes its time.
+    m_exports.start([this, report, expected, checked = m_model.message(report->id)] {
+        const auto digest = checked ? std::optional(sha256(checked->source.bytes->view())) : std::nullopt;
+        const std::string page = textPage(*report, m_words.reader, {}, expected, digest);
+        QMetaObject::invokeMethod(
+            this, [page] { QApplication::clipboard()->setText(QString::fromStdString(page)); });
+    });
 }
 
 void QuillmarkApp::chooseDamagedHistory() {

@@ -71,6 +71,8 @@ private:
     /// thread.
     void save(const QString& suffix, const QString& kind, std::function<std::string()> bytes);
     void copyReport();
+    /// A page for whoever the person turns to.
+    void copyPage();
     /// How far the mailbox came that a report was found in; empty unless it was stopped.
     QString stoppedMailbox(const ProofReport& report) const;
     /// The text that is saved and copied.

@@ -56,7 +56,7 @@ private:
     QString addresses(const std::vector<MailAddress>& list) const;
     QString names(const std::vector<std::string>& list) const;
     void add(Facts& facts, std::string_view name, const QString& value) const {
-        if (!value.isEmpty()) facts.push_back({m_words(name), value});
+        if (!value.isEmpty()) facts.push_back({m_words(name), value, glossaryEntry(name)});
     }
     void addText(Facts& facts, std::string_view name, const std::optional<std::string>& value) const {
         if (value && !value->empty()) facts.push_back({m_words(name), text(*value)});
@@ -202,6 +202,7 @@ ReportRow Composer::signature(const DKIMResult& result) const {
 
 ReportSection Composer::signatures() const {
     ReportSection section{m_words("Signatures (DKIM)"), {}, {}, {}, {}, {}};
+    section.entry = glossaryEntry("DKIM");
     for (const DKIMResult& each : capped(m_report.dkim)) section.rows.push_back(signature(each));
     if (m_report.dkim.empty()) section.remarks << m_words("No DKIM signature.");
     addMore(section.remarks, m_report.dkim.size());
@@ -220,6 +221,7 @@ ReportSection Composer::server() const {
     addText(finding.details, toTranslate("Term that decided"), spf.matched);
     addReason(finding.details, spf.detail);
     ReportSection section{m_words("Sending server (SPF)"), {}, {finding}, {}, {}, {}};
+    section.entry = glossaryEntry("SPF");
     addNotes(section, NoteSection::sendingServer);
     return section;
 }
@@ -244,6 +246,7 @@ ReportSection Composer::policy() const {
     addText(facts, toTranslate("Record"), dmarc.record);
     if (dmarc.recordDomain) add(facts, toTranslate("Published at"), domain(*dmarc.recordDomain));
     ReportSection section{m_words("Domain policy (DMARC)"), {}, {finding}, {}, {}, {}};
+    section.entry = glossaryEntry("DMARC");
     addNotes(section, NoteSection::policy);
     return section;
 }
@@ -267,6 +270,7 @@ ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
 ReportSection Composer::chain() const {
     const ARCFinding& arc = m_report.arc;
     ReportSection section{m_words("Forwarding chain (ARC)"), {}, {}, {}, {}, {}};
+    section.entry = glossaryEntry("ARC");
     section.rows.push_back({tone(arc),
                             isolatedRuns(label(arc, m_words.reader)),
                             isolatedRuns(sentence(arc, m_words.reader)),
@@ -301,6 +305,7 @@ ReportRow Composer::step(const PathStep& step, bool isJudged) const {
 
 ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) const {
     ReportSection section{m_words("The way it came"), {}, {}, {}, {}, {}};
+    section.entry = glossaryEntry("Received");
     section.way = wayOf(m_report, steps, m_words.reader);
     for (const std::string& each : section.way->remarks) section.remarks << isolatedRuns(each);
     if (!steps) {
@@ -336,6 +341,7 @@ ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) 
 
 ReportSection Composer::serverSaid() const {
     ReportSection section{m_words("Your mail server said"), {}, {}, {}, {}, {}};
+    section.entry = glossaryEntry("Authentication-Results");
     ReportRow row;
     for (const Remark& each : receiverRemarks(m_report, m_words.reader)) row.notes.push_back(remark(each));
     section.rows.push_back(row);
@@ -397,6 +403,10 @@ ReportContent reportContent(const ProofReport& report, const std::optional<std::
     content.sections.push_back(composer.serverSaid());
     content.sections.push_back(composer.path(path));
     content.sections.push_back(composer.limits());
+    for (ReportSection& each : content.sections) {
+        if (!each.entry) continue;
+        for (const std::string& line : rawValues(*each.entry, report)) each.raw << isolatedRuns(line);
+    }
     return content;
 }
 

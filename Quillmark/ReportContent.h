@@ -12,6 +12,7 @@
 #include "QuillmarkKit/Report.h"
 #include "Wording/DomainIdentity.h"
 #include "Wording/Expected.h"
+#include "Wording/Glossary.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Way.h"
 
@@ -22,6 +23,7 @@ namespace quillmark {
 /// A name and its value: "Selector", "s2026".
 struct ReportFact {
     QString name, value;
+    const GlossaryEntry* entry = nullptr;  ///< that explains the name, where it needs that
 };
 
 /// A sentence that stands alone.
@@ -52,6 +54,8 @@ struct ReportSection {
     std::vector<ReportLine> notes;         ///< what must be known besides
     QStringList remarks;                   ///< lines under them, such as "and 12 more"
     std::optional<NoteSection> part = {};  ///< to which lines of the banner may lead
+    const GlossaryEntry* entry = nullptr;  ///< that explains the heading
+    QStringList raw = {};                  ///< what the message and DNS hold of it, as it stands there
     std::optional<Way> way = {};           ///< drawn above the steps, which are then one click deeper
 };
 

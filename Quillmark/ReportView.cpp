@@ -12,6 +12,7 @@
 #include <algorithm>
 
 #include "Quillmark/BannerView.h"
+#include "Quillmark/Explanation.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/WayPicture.h"
@@ -30,12 +31,21 @@ QLabel* heading(const QString& text) {
     label->setTextFormat(Qt::PlainText);
     label->setFont(scaled(label->font(), 1.1, QFont::DemiBold));
     label->setContentsMargins(0, label->fontMetrics().height() / 2, 0, 0);
-    label->setWordWrap(true);
     return label;
 }
 
-/// Names in one column, values in the other.
-QWidget* factGrid(const std::vector<ReportFact>& facts) {
+/// Has a button show its explanation where `place` puts it; made when it is first asked for.
+void explainBelow(ExplainButton* button, QWidget* owner, std::function<void(QWidget*)> place) {
+    QObject::connect(
+        button, &QToolButton::toggled, owner,
+        [button, place = std::move(place), explanation = static_cast<QWidget*>(nullptr)](bool open) mutable {
+            if (!explanation) place(explanation = button->explanation());
+            explanation->setVisible(open);
+        });
+}
+
+/// Names in one column, values in the other; what explains a name opens below it.
+QWidget* factGrid(const std::vector<ReportFact>& facts, const Words& words) {
     auto* grid = new QWidget;
     auto* layout = new QGridLayout(grid);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -48,19 +58,31 @@ QWidget* factGrid(const std::vector<ReportFact>& facts) {
         name->setMaximumWidth(widestName * name->fontMetrics().averageCharWidth());
         auto* value = new PlainText(fact.value);
         value->setAccessibleName(fact.name);
-        layout->addWidget(name, row, 0);
-        layout->addWidget(value, row++, 1);
+        layout->addWidget(value, row, 1);
+        if (fact.entry) {
+            auto* named = new QHBoxLayout;
+            auto* explain = new ExplainButton(fact.name, *fact.entry, {}, words);
+            named->addWidget(name, 1);
+            named->addWidget(explain, 0, Qt::AlignTop);
+            layout->addLayout(named, row, 0);
+            explainBelow(explain, grid, [layout, row](QWidget* explanation) {
+                layout->addWidget(explanation, row + 1, 0, 1, 2);
+            });
+        } else {
+            layout->addWidget(name, row, 0);
+        }
+        row += 2;
     }
     return grid;
 }
 
-QWidget* factPanel(const ReportSection& section) {
+QWidget* factPanel(const ReportSection& section, const Words& words) {
     auto* panel = new Card;
     QStringList all;
     for (const ReportFact& fact : section.facts) all << fact.name + QStringLiteral(": ") + fact.value;
     panel->setAccessibleName(section.heading + QStringLiteral(". ") + all.join(QStringLiteral(". ")));
     auto* inside = new QVBoxLayout(panel);
-    inside->addWidget(factGrid(section.facts));
+    inside->addWidget(factGrid(section.facts, words));
     return panel;
 }
 
@@ -208,8 +230,8 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     if (section.part) m_places[{*section.part, {}, {}}] = box;
     m_unbuilt.push_back([=, this, &section] {
         box->show();
-        rows->addWidget(heading(section.heading));
-        if (!section.facts.empty()) rows->addWidget(factPanel(section));
+        addHeading(section, rows, box);
+        if (!section.facts.empty()) rows->addWidget(factPanel(section, m_words));
         if (!section.way) return;
         auto* card = new Card;
         auto* inside = new QVBoxLayout(card);
@@ -251,17 +273,20 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
     });
 }
 
+void ReportView::addHeading(const ReportSection& section, QBoxLayout* rows, QWidget* box) {
+    QLabel* label = heading(section.heading);
+    if (!section.entry) return rows->addWidget(label);
+    auto* line = new QHBoxLayout;
+    auto* explain = new ExplainButton(section.heading, *section.entry, section.raw, m_words);
+    line->addWidget(label);
+    line->addWidget(explain, 0, Qt::AlignBottom);
+    line->addStretch(1);
+    rows->addLayout(line);
+    explainBelow(explain, box, [rows](QWidget* explanation) { rows->insertWidget(1, explanation); });
+}
+
 QToolButton* ReportView::disclosure(const QString& text, const QString& accessibleName) {
-    auto* made = new QToolButton;
-    made->setText(text);
-    made->setAccessibleName(accessibleName);
-    made->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    made->setArrowType(Qt::RightArrow);
-    made->setAutoRaise(true);
-    made->setCheckable(true);
-    made->setFocusPolicy(Qt::StrongFocus);
-    connect(made, &QToolButton::toggled, made,
-            [made](bool open) { made->setArrowType(open ? Qt::DownArrow : Qt::RightArrow); });
+    QToolButton* made = disclosureButton(text, accessibleName);
     m_disclosures.push_back(made);
     return made;
 }
@@ -334,12 +359,12 @@ QWidget* ReportView::row(const ReportRow& row) {
     QToolButton* more = disclosure(m_words("Details"), m_words("Details: %1", row.label));
     top->addWidget(more, 0, Qt::AlignTop);
     // Made when they are first asked for: most never are.
-    connect(
-        more, &QToolButton::toggled, panel,
-        [column = layout, details = row.details, grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
-            if (!grid) column->addWidget(grid = factGrid(details));
-            grid->setVisible(open);
-        });
+    connect(more, &QToolButton::toggled, panel,
+            [column = layout, details = row.details, words = m_words,
+             grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
+                if (!grid) column->addWidget(grid = factGrid(details, words));
+                grid->setVisible(open);
+            });
     return panel;
 }
 

@@ -63,6 +63,7 @@ private:
     void goTo(const ReportLead& lead);
     /// What adds a section to a layout, piece by piece.
     void plan(const ReportSection& section, QBoxLayout* page);
+    void addHeading(const ReportSection& section, QBoxLayout* rows, QWidget* box);
     /// Folds and unfolds what is one click deeper.
     QToolButton* disclosure(const QString& text, const QString& accessibleName);
     QLayout* step(const ReportRow& row, bool isFirst, bool isLast);

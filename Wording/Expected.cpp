@@ -21,7 +21,7 @@ using Kind = ExpectedAnswer::Kind;
 using Letters = ExpectedAnswer::Letters;
 
 constexpr std::size_t longestTyped = 1'000;   // bytes
-constexpr std::size_t longestCompared = 253;  // characters, which a domain has at most
+constexpr std::size_t longestCompared = 500;  // bytes, which are more than a domain has letters
 
 /// What a person expects.
 struct Name {
@@ -193,6 +193,11 @@ struct Answering {
                 "Not proven: the message says that it is from %1, as you expected, and nothing proves that.",
                 {claimed}));
         }
+        if (undone && undone->fromIsOfDomain) {
+            return no(reader.translate(
+                "No: you expected %1. This message was signed by %2, and it was changed afterwards.",
+                {expected, quotedDomain(undone->domain)}));
+        }
         return no(reader.translate(
             "No: you expected %1. This message says that it is from %2, and not even that is proven.",
             {expected, claimed}));
@@ -230,30 +235,52 @@ void append(Letters& letters, const std::string& character, bool isOdd) {
     letters.back().text += inert(character);
 }
 
-/// Two texts with the letters marked in which they differ: as few as can be. Nothing when that is most of
-/// them, or when they are longer than domains.
-std::optional<std::pair<Letters, Letters>> difference(std::string_view first, std::string_view second) {
-    const auto a = charactersOf(first), b = charactersOf(second);
-    if (a.size() > longestCompared || b.size() > longestCompared) return std::nullopt;
-    // steps[i][j]: changes that turn the end of one, from i, into the end of the other, from j.
-    std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-    for (std::size_t i = a.size() + 1; i-- > 0;) {
-        for (std::size_t j = b.size() + 1; j-- > 0;) {
-            if (i == a.size() || j == b.size()) {
-                steps[i][j] = a.size() - i + b.size() - j;
-            } else {
-                steps[i][j] = std::min(
-                    {steps[i + 1][j + 1] + (a[i] == b[j] ? 0 : 1), steps[i + 1][j] + 1, steps[i][j + 1] + 1});
-            }
+/// How many changes turn the end of one text, from i, into the end of the other, from j.
+class Changes {
+public:
+    Changes(std::vector<std::string> first, std::vector<std::string> second)
+        : a(std::move(first)),
+          b(std::move(second)),
+          m_steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1)) {
+        for (std::size_t i = a.size() + 1; i-- > 0;) {
+            for (std::size_t j = b.size() + 1; j-- > 0;) m_steps[i][j] = stepsFrom(i, j);
         }
     }
-    if (steps[0][0] == 0 || 2 * steps[0][0] > std::max(a.size(), b.size())) return std::nullopt;
+    std::size_t operator()(std::size_t i, std::size_t j) const { return m_steps[i][j]; }
+
+    const std::vector<std::string> a, b;  // their characters
+
+private:
+    std::size_t stepsFrom(std::size_t i, std::size_t j) const {
+        if (i == a.size() || j == b.size()) return a.size() - i + b.size() - j;
+        return std::min(
+            {m_steps[i + 1][j + 1] + (a[i] == b[j] ? 0 : 1), m_steps[i + 1][j] + 1, m_steps[i][j + 1] + 1});
+    }
+    std::vector<std::vector<std::size_t>> m_steps;
+};
+
+/// Whether somebody may take the one name for the other, or for a part of it.
+bool areNear(std::string_view first, std::string_view second) {
+    if (first.find(second) != std::string_view::npos || second.find(first) != std::string_view::npos)
+        return true;
+    const Changes changes(charactersOf(first), charactersOf(second));
+    return 2 * changes(0, 0) <= std::max(changes.a.size(), changes.b.size());
+}
+
+/// Two domains with the letters marked in which they differ: as few as can be. Nothing when their names have
+/// little in common, or when they are longer than domains.
+std::optional<std::pair<Letters, Letters>> difference(std::string_view first, std::string_view second) {
+    if (first == second || first.size() > longestCompared || second.size() > longestCompared ||
+        !areNear(first.substr(0, first.find('.')), second.substr(0, second.find('.'))))
+        return std::nullopt;
+    const Changes changes(charactersOf(first), charactersOf(second));
+    const auto &a = changes.a, &b = changes.b;
     std::pair<Letters, Letters> marked;
     for (std::size_t i = 0, j = 0; i < a.size() || j < b.size();) {
         const bool isInBoth = i < a.size() && j < b.size();
-        const bool isSame = isInBoth && a[i] == b[j] && steps[i][j] == steps[i + 1][j + 1];
-        const bool isOther = isInBoth && steps[i][j] == steps[i + 1][j + 1] + 1;
-        const bool isLeftOut = i < a.size() && steps[i][j] == steps[i + 1][j] + 1;
+        const bool isSame = isInBoth && a[i] == b[j];
+        const bool isOther = isInBoth && changes(i, j) == changes(i + 1, j + 1) + 1;
+        const bool isLeftOut = i < a.size() && changes(i, j) == changes(i + 1, j) + 1;
         const bool takesFirst = isSame || isOther || isLeftOut, takesSecond = isSame || isOther || !isLeftOut;
         if (takesFirst) append(marked.first, a[i++], !isSame);
         if (takesSecond) append(marked.second, b[j++], !isSame);

@@ -29,6 +29,8 @@ namespace {
 
 /// Entries of a list that are shown.
 constexpr std::size_t longestList = 100;
+/// The same of one page.
+constexpr std::size_t mostOnPage = 8;
 
 /// The report while it is put together.
 class Lines {
@@ -110,17 +112,24 @@ void addNotes(Lines& lines, const ProofReport& report, NoteSection section, cons
     }
 }
 
+void addBanner(Lines& lines, const Banner& banner, std::size_t most, const Reader& reader) {
+    lines.note(Remark{{}, banner.explanation});
+    if (banner.decider) lines.note(Remark{banner.decider->tone, banner.decider->text});
+    if (!banner.lead.empty()) lines.note(Remark{{}, banner.lead + ":"});
+    const std::size_t told = std::min(banner.cautions.size(), most);
+    for (const BannerLine& line : std::span(banner.cautions).first(told))
+        lines.note(Remark{line.tone, line.text});
+    if (const std::size_t left = banner.cautions.size() - told + banner.more)
+        lines.note(Remark{{}, more(left, reader)});
+    for (const Remark& remark : banner.remarks) lines.note(remark);
+    lines.note(Remark{{}, reader.translate("What to do: %1", {banner.whatToDo})});
+}
+
 /// What must be seen first, where there is something to beware of. Whether there is.
 bool addMeaning(Lines& lines, const ProofReport& report, const Reader& reader) {
     if (report.notes.empty() && !hasCautions(report)) return false;
     const Banner banner = bannerOf(report, reader);
-    lines.note(Remark{{}, banner.explanation});
-    if (banner.decider) lines.note(Remark{banner.decider->tone, banner.decider->text});
-    if (!banner.lead.empty()) lines.note(Remark{{}, banner.lead + ":"});
-    for (const BannerLine& line : banner.cautions) lines.note(Remark{line.tone, line.text});
-    if (banner.more > 0) lines.note(Remark{{}, more(banner.more, reader)});
-    for (const Remark& remark : banner.remarks) lines.note(remark);
-    lines.note(Remark{{}, reader.translate("What to do: %1", {banner.whatToDo})});
+    addBanner(lines, banner, banner.cautions.size(), reader);
     return true;
 }
 
@@ -150,7 +159,6 @@ void addMessage(Lines& lines, const ProofReport& report, const Reader& reader) {
             "Sender’s domain: %1, %2",
             {quotedDomain(report.domainAge.domain), ageInWords(report.domainAge, report.checkedAt, reader)}));
     }
-    addNotes(lines, report, NoteSection::message, reader);
 }
 
 void addWarningSigns(Lines& lines, std::span<const LookAlikeFlag> flags, const Reader& reader) {
@@ -212,6 +220,34 @@ void addFinding(Lines& lines, std::string_view heading, const Finding& finding, 
     for (const Remark& remark : remarks(finding, reader)) lines.note(remark);
 }
 
+void addExpected(Lines& lines, const ProofReport& report, std::string_view expected, const Reader& reader) {
+    if (expected.empty()) return;
+    const ExpectedAnswer answer = expectedAnswer(report, expected, reader);
+    lines.note(Remark{answer.tone, answer.text});
+}
+
+/// A line for each finding.
+void addFindings(Lines& lines, const ProofReport& report, const Reader& reader) {
+    lines.section(toTranslate("What was found"));
+    if (report.dkim.empty()) lines.add(reader.translate("No DKIM signature."));
+    const std::size_t told = std::min(report.dkim.size(), mostOnPage);
+    for (const DKIMResult& each : std::span(report.dkim).first(told)) {
+        const std::string domain = each.domain.empty() ? "?" : quotedDomain(each.domain);
+        lines.add(Remark{tone(each), reader.translate("Signature (DKIM) by %1: %2",
+                                                      {domain, label(each.status, reader)})});
+    }
+    if (told < report.dkim.size()) lines.note(Remark{{}, more(report.dkim.size() - told, reader)});
+    lines.add(Remark{tone(report.spf),
+                     report.spf.ip
+                         ? reader.translate("Sending server (SPF), %1: %2",
+                                            {quotedWord(report.spf.ip->ip), label(report.spf, reader)})
+                         : reader.translate("Sending server (SPF): %1", {label(report.spf, reader)})});
+    lines.add(Remark{tone(report.dmarc),
+                     reader.translate("Domain policy (DMARC): %1", {label(report.dmarc, reader)})});
+    lines.add(Remark{tone(report.arc),
+                     reader.translate("Forwarding chain (ARC): %1", {label(report.arc, reader)})});
+}
+
 }  // namespace
 
 std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout,
@@ -224,11 +260,9 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
     lines.add("");
     lines.add(Remark{report.verdict.tone, headline(report.verdict, reader)});
     std::string cause = addMeaning(lines, report, reader) ? std::string() : likelyCause(report, reader);
-    if (!expected.empty()) {
-        const ExpectedAnswer answer = expectedAnswer(report, expected, reader);
-        lines.note(Remark{answer.tone, answer.text});
-    }
+    addExpected(lines, report, expected, reader);
     addMessage(lines, report, reader);
+    addNotes(lines, report, NoteSection::message, reader);
     addWarningSigns(lines, report.flags, reader);
     addSignatures(lines, report, cause, reader);
     addFinding(lines, toTranslate("Sending server (SPF)"), report.spf, sentence(report.spf, reader), cause,
@@ -254,6 +288,36 @@ std::string textReport(const ProofReport& report, const Reader& reader, const Te
     lines.add(
         reader.translate("Checked on this Mac by Quillmark. Only DNS and registry (RDAP) lookups of the "
                          "domains named in the message left the Mac."));
+    return std::move(lines).text();
+}
+
+std::vector<std::string> forWhoeverIsGivenIt(const Reader& reader) {
+    return {
+        reader.translate("This page says what a message’s signatures and the DNS of its domains prove about "
+                         "its sender. It doesn’t say whether what is written in the message is true."),
+        reader.translate("To look into it, ask for the message itself as a file (.eml). A message that is "
+                         "forwarded is a new one, of which this can’t be checked."),
+        reader.translate("Any program that checks DKIM, SPF, DMARC and ARC can repeat this check. Senders "
+                         "withdraw their keys after some time, so do it soon.")};
+}
+
+std::string textPage(const ProofReport& report, const Reader& reader, const TextLayout& layout,
+                     std::string_view expected, const std::optional<std::string>& digest) {
+    Lines lines(reader, layout);
+    lines.add(reader.translate("Who can be proven to have sent this email?"));
+    lines.add(reader.translate("Checked: %1", {reader.time(report.checkedAt)}));
+    if (report.fileName)
+        lines.add(reader.translate("File: %1", {inert(placeName(*report.fileName, reader))}));
+    if (digest) lines.add(reader.translate("SHA-256 of the message: %1", {*digest}));
+    lines.add("");
+    const Banner banner = bannerOf(report, reader);
+    lines.add(Remark{banner.tone, banner.headline});
+    addBanner(lines, banner, mostOnPage, reader);
+    addExpected(lines, report, expected, reader);
+    addMessage(lines, report, reader);
+    addFindings(lines, report, reader);
+    lines.section(toTranslate("For whoever is given this page"));
+    for (const std::string& each : forWhoeverIsGivenIt(reader)) lines.add(each);
     return std::move(lines).text();
 }
 

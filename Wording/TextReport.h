@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "QuillmarkKit/Report.h"
 #include "Wording/Reader.h"
@@ -28,5 +30,14 @@ struct TextLayout {
 /// empty.
 std::string textReport(const ProofReport& report, const Reader& reader, const TextLayout& layout = {},
                        std::string_view expected = {});
+
+/// One page of it for somebody to whom the message's reader turns, such as a bank: the verdict and what must
+/// be seen first, what the message says, a line for each finding, and what to do with it. `digest`: the
+/// message's SHA-256, where that is known.
+std::string textPage(const ProofReport& report, const Reader& reader, const TextLayout& layout,
+                     std::string_view expected, const std::optional<std::string>& digest);
+
+/// What somebody has to know who is given that page: sentences.
+std::vector<std::string> forWhoeverIsGivenIt(const Reader& reader);
 
 }  // namespace quillmark

@@ -112,6 +112,7 @@ TEST(Expected, differencesAreMarkedAndLookAlikesNamed) {
     } rows[] = {
         {"bank-example.test", "bank.example", "bank[.]example", "bank[-]example[.test]", nullptr},
         {"shop.test", "bank.example", "", "", nullptr},
+        {"okafor.example", "sparbank.example", "", "", nullptr},
         {"paypa1.test", "paypal.test", "paypa[l].test", "paypa[1].test", "has “l”, this one has “1”."},
         {"rnail.test", "mail.test", "[m]ail.test", "[rn]ail.test", "has “m”, this one has “rn”."},
         {"g0ogle.test", "google.test", "g[o]ogle.test", "g[0]ogle.test", "has “o”, this one has “0”."},

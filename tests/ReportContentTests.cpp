@@ -157,6 +157,10 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
               "From, To, Subject, Date, Message-ID", "okafor.example", "SPF was judged"}) {
             EXPECT_TRUE(holds(read.text, part)) << part << read.text;
         }
+        const std::string first = read.text.substr(0, read.text.find('\f'));
+        EXPECT_TRUE(holds(first, "Ben Okafor") && holds(first, "ask for the message itself")) << first;
+        EXPECT_FALSE(holds(first, "Signatures (DKIM)")) << "evidence on the page that is read alone";
+        EXPECT_TRUE(holds(read.text, "by its own word")) << "the way is drawn";
         EXPECT_TRUE(holds(read.info, "Quillmark report: a title"));
         EXPECT_TRUE(holds(read.info, isLetter ? "(letter)" : "(A4)")) << read.info;
         EXPECT_TRUE(holds(read.fonts, " yes no  yes ") && !holds(read.fonts, " no  no  "))

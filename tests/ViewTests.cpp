@@ -214,6 +214,27 @@ TEST(ReportView, detailsAreOneClickDeeper) {
     }
 }
 
+TEST(ReportView, aWordIsExplainedAndMoreExactlyOneStepDeeper) {
+    ProofReport report;
+    report.dmarc.record = "v=DMARC1; p=reject";
+    ReportView view(english);
+    view.setContent(reportContent(report, std::nullopt, {}, english));
+    view.show();
+    const auto isShown = [&](const char* begin) {
+        return std::ranges::any_of(view.findChildren<PlainText*>(), [&](const PlainText* each) {
+            return each->isVisible() && withoutIsolation(each->toPlainText()).startsWith(begin);
+        });
+    };
+    QAbstractButton* explain = test::button(view, "Explain: Domain policy (DMARC)");
+    QTest::keyClick(explain, Qt::Key_Space);
+    EXPECT_TRUE(isShown("Here the owner of the domain in From"));
+    EXPECT_FALSE(isShown("Defined in RFC 7489"));
+    QTest::keyClick(test::button(view, "More exactly: DMARC"), Qt::Key_Space);
+    EXPECT_TRUE(isShown("Defined in RFC 7489") && isShown("v=DMARC1; p=reject"));
+    QTest::keyClick(explain, Qt::Key_Space);
+    EXPECT_FALSE(isShown("Here the owner of the domain in From"));
+}
+
 TEST(ReportView, markupIsTextAndCopiesAreClean) {
     ReportView view(english);
     view.setContent(sampleContent());
@@ -380,7 +401,7 @@ TEST(KnownSenders, countEachProvenMessageOfTheOrganizationOnce) {
         made->summary.messageID = messageID;
         return made;
     };
-    const std::vector<std::shared_ptr<const ProofReport>> history{
+    std::vector<std::shared_ptr<const ProofReport>> history{
         report(VerdictKind::verified, "mail.example.org", "<1@x>"),
         report(VerdictKind::verified, "mail.example.org", "<1@x>"),
         report(VerdictKind::keyGone, "example.org", "<2@x>"),
@@ -396,6 +417,9 @@ TEST(KnownSenders, countEachProvenMessageOfTheOrganizationOnce) {
     EXPECT_EQ(told(VerdictKind::verified, "example.net", "<3@x>"),
               "The first message from this domain in your history.");
     EXPECT_EQ(told(VerdictKind::signatureBroken, "example.com", "<9@x>"), "");
+    const auto odd = report(VerdictKind::verified, "evil.test", "<4@x>");
+    odd->flags = {{LookAlikeFlag::MultipleFrom{}}};
+    history.push_back(odd);
     EXPECT_EQ(knownDomains(history), (std::vector<std::string>{"example.org", "example.net"}));
 }
 
