@@ -364,6 +364,9 @@ QWidget* BannerView::buildExpectation() {
     m_field->setAccessibleName(m_words("The domain or address that you expected"));
     m_field->setPlaceholderText(m_words("the domain or address it should be from"));
     m_field->setMaxLength(longestLabel);
+    QPalette colors = m_field->palette();  // of a field that stands out from the box in every palette
+    colors.setColor(QPalette::Base, colors.color(QPalette::Window));
+    m_field->setPalette(colors);
     m_field->setClearButtonEnabled(true);
     m_field->installEventFilter(this);
     label->setBuddy(m_field);

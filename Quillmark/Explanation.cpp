@@ -26,7 +26,6 @@ ExplainButton::ExplainButton(const QString& name, const GlossaryEntry& entry, QS
     : QToolButton(parent), m_entry(entry), m_raw(std::move(raw)), m_words(words) {
     setObjectName(QStringLiteral("explain"));
     setText(QStringLiteral("?"));
-    setAutoRaise(true);
     setCheckable(true);
     setFocusPolicy(Qt::StrongFocus);
     setAccessibleName(m_words("Explain: %1", name));

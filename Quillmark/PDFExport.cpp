@@ -37,6 +37,9 @@ constexpr int dotsPerInch = 300;
 constexpr ReportCaps paperCaps{1'000, 100};
 constexpr std::size_t longestInTitle = 60;  // bytes of one domain
 constexpr std::size_t mostCautions = 10;    // on the first page; all stand with the evidence
+/// Dots between letters, too few to be seen: letters with a space between them are not joined into one sign,
+/// which nobody finds who searches for a domain with an "fi" in it.
+constexpr double unligated = 0.02;
 constexpr double wayPoints = 8.5;
 constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
@@ -187,6 +190,8 @@ private:
         format.setFontPointSize(points);
         format.setFontWeight(weight);
         format.setForeground(color);
+        format.setFontLetterSpacingType(QFont::AbsoluteSpacing);
+        format.setFontLetterSpacing(unligated);
         return format;
     }
 
@@ -354,6 +359,7 @@ void drawFooter(QPainter& painter, const QRectF& area, const QString& left, cons
     painter.setPen(fadedInk);
     QFont font = painter.font();
     font.setPointSizeF(8);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, unligated);
     painter.setFont(font);
     const QFontMetricsF metrics(font, painter.device());
     const double room = area.width() - metrics.horizontalAdvance(right + QStringLiteral("    "));
@@ -511,6 +517,7 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
                                            [](const ReportSection& each) { return each.way.has_value(); });
     QFont letters = document.defaultFont();
     letters.setPointSizeF(wayPoints);
+    letters.setLetterSpacing(QFont::AbsoluteSpacing, unligated);
     WayObject way(ways != content.sections.end() ? *ways->way : Way(), letters, &writer, page.width(), words);
     document.documentLayout()->registerHandler(WayObject::type, &way);
     const Beginnings beginnings = compose(document, content, frame, words);

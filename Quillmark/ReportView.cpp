@@ -34,12 +34,27 @@ QLabel* heading(const QString& text) {
     return label;
 }
 
+/// With the keyboard, what was made later comes where it stands: behind the button that shows it.
+void orderAfter(QWidget* button, QWidget* shown) {
+    QWidget* before = button;
+    QList<QWidget*> all = shown->findChildren<QWidget*>();
+    all.prepend(shown);
+    for (QWidget* each : all) {
+        if ((each->focusPolicy() & Qt::TabFocus) == 0) continue;
+        QWidget::setTabOrder(before, each);
+        before = each;
+    }
+}
+
 /// Has a button show its explanation where `place` puts it; made when it is first asked for.
 void explainBelow(ExplainButton* button, QWidget* owner, std::function<void(QWidget*)> place) {
     QObject::connect(
         button, &QToolButton::toggled, owner,
         [button, place = std::move(place), explanation = static_cast<QWidget*>(nullptr)](bool open) mutable {
-            if (!explanation) place(explanation = button->explanation());
+            if (!explanation) {
+                place(explanation = button->explanation());
+                orderAfter(button, explanation);
+            }
             explanation->setVisible(open);
         });
 }
@@ -360,9 +375,12 @@ QWidget* ReportView::row(const ReportRow& row) {
     top->addWidget(more, 0, Qt::AlignTop);
     // Made when they are first asked for: most never are.
     connect(more, &QToolButton::toggled, panel,
-            [column = layout, details = row.details, words = m_words,
+            [more, column = layout, details = row.details, words = m_words,
              grid = static_cast<QWidget*>(nullptr)](bool open) mutable {
-                if (!grid) column->addWidget(grid = factGrid(details, words));
+                if (!grid) {
+                    column->addWidget(grid = factGrid(details, words));
+                    orderAfter(more, grid);
+                }
                 grid->setVisible(open);
             });
     return panel;

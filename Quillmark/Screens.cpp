@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QPalette>
 #include <QScrollBar>
+#include <QToolButton>
 #include <algorithm>
 #include <cstdio>
 #include <functional>
@@ -147,11 +148,20 @@ private:
         }
         list.setEntries(entries);
         for (const auto& [name, each] : m_reports) {
-            const ReportContent content = reportContent(each.report, each.path, {}, words);
+            ReportContent content = reportContent(each.report, each.path, {}, words);
+            content.quiet << words("answers from a recording");
             window.showReport(content);
             window.select(each.report.id);
             save(window, look, "report-" + name);
+            if (name == "look-alike" || name == "rfc8463") {
+                const QString typed = name == "rfc8463" ? "football.example.com" : "sparbank.example";
+                window.reportView()->setExpectation(
+                    ReportExpectation{typed, expectedAnswer(each.report, typed.toStdString(), words.reader)});
+                for (int i = 0; i < 3; ++i) QApplication::processEvents();
+                save(window, look, "expected-" + name);
+            }
             if (name != "everything") continue;
+            for (auto* explain : window.reportView()->findChildren<QToolButton*>("explain")) explain->click();
             window.reportView()->expandAll(true);
             do QApplication::processEvents();
             while (!window.reportView()->isComplete());

@@ -161,6 +161,7 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
         EXPECT_TRUE(holds(first, "Ben Okafor") && holds(first, "ask for the message itself")) << first;
         EXPECT_FALSE(holds(first, "Signatures (DKIM)")) << "evidence on the page that is read alone";
         EXPECT_TRUE(holds(read.text, "by its own word")) << "the way is drawn";
+        EXPECT_FALSE(holds(read.text, "\uFB01") || holds(read.text, "\uFB02")) << "letters are letters";
         EXPECT_TRUE(holds(read.info, "Quillmark report: a title"));
         EXPECT_TRUE(holds(read.info, isLetter ? "(letter)" : "(A4)")) << read.info;
         EXPECT_TRUE(holds(read.fonts, " yes no  yes ") && !holds(read.fonts, " no  no  "))
