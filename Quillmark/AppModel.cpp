@@ -25,6 +25,7 @@ constexpr std::chrono::milliseconds turnOfReading{100};
 constexpr std::uint64_t mostReadToCount = 1'000'000'000;
 /// Files of one drop that are read at the drop, all together, in bytes: so little takes no time.
 constexpr std::uintmax_t mostReadAtDrop = 16'000'000;
+constexpr std::size_t mostRemovals = 100;  // that can be undone
 
 /// Whether a file is a mailbox of more than one message.
 bool holdsSeveral(std::string_view file) {
@@ -80,7 +81,7 @@ SharedReport AppModel::report(const UUID& id) const {
 }
 
 std::optional<CheckedMessage> AppModel::message(const UUID& id) const {
-    const auto* kept = m_messages.find(id);
+    const auto* kept = row(id) ? m_messages.find(id) : nullptr;
     return kept && kept->source.bytes ? std::optional(*kept) : std::nullopt;
 }
 
@@ -314,7 +315,7 @@ void AppModel::takeReport(const Running& running, Piece& piece, Burst& burst) {
 void AppModel::endCheck(const UUID& check, Burst& burst) {
     const Running done = m_running.extract(check).mapped();
     m_runningByRow.erase(done.row);
-    m_reading.erase(check);
+    const bool wasMailbox = m_reading.erase(check) > 0;
     ++m_progress.done;
     Row own = *row(done.row);
     if (done.found == 0) {
@@ -325,13 +326,16 @@ void AppModel::endCheck(const UUID& check, Burst& burst) {
     } else {
         own.id = check;  // which has a report now
     }
+    const auto found = burst.found.find(done.row);  // which its row does not count yet
+    if (found != burst.found.end()) own.found += found->second.size();
+    own.isDone = wasMailbox && own.found > 1;
     burst.changes.emplace(done.row, withoutCheck(std::move(own)));
 }
 
 // Rows
 
 std::optional<AppModel::Row> AppModel::withoutCheck(Row row) {
-    if (!row.report) return std::nullopt;
+    if (!row.report && !row.isDone) return std::nullopt;
     row.isRunning = false;
     return row;
 }
@@ -403,21 +407,50 @@ Workers::Job AppModel::count(const UUID& row, std::shared_ptr<OpenMailbox> mailb
     };
 }
 
-void AppModel::removeFromList(UUID id) {
-    if (!row(id)) return;
-    cancel(id);
-    m_messages.drop(id);
-    if (!row(id)) return;
-    change([&](Session& session) { session.remove(id); });
+void AppModel::removeFromList(const std::set<UUID>& ids) {
+    for (const UUID& id : ids) cancel(id);
+    Removal removal;
+    change([&](Session& session) { removal.rows = session.remove(ids); });
+    keepForUndo(std::move(removal));
 }
 
-void AppModel::removeFromHistory(UUID id) {
-    if (m_history.report(id)) m_history.remove(id);
+void AppModel::removeFromHistory(const std::set<UUID>& ids) {
+    keepForUndo({.reports = m_history.remove(ids)});
+}
+
+// The messages of rows that went are kept like any others: until there are too many.
+void AppModel::keepForUndo(Removal removal) {
+    if (removal.size() == 0) return;
+    const std::size_t count = removal.size();
+    m_removals.push_back(std::move(removal));
+    if (m_removals.size() > mostRemovals) m_removals.pop_front();
+    emit removalsChanged(count);
+}
+
+void AppModel::undoRemoval() {
+    if (m_removals.empty() || m_isFinished) return;
+    const Removal removal = std::move(m_removals.back());
+    m_removals.pop_back();
+    HistoryChange again;
+    std::vector<SharedReport> reports;
+    for (const SharedReport& report : removal.reports) {
+        if (again.add(*report)) reports.push_back(report);
+    }
+    m_history.add(reports, again);
+    change([&](Session& session) { session.restore(removal.rows); });
+    if (!removal.rows.rows.empty()) select(removal.rows.rows.front().first.id);
+    if (!reports.empty()) select(reports.front()->id);
+    emit removalsChanged(0);
 }
 
 void AppModel::readHistoryContents() { m_history.readContents(); }
 
-void AppModel::clearHistory(const HistoryContents& contents) { m_history.clear(contents); }
+void AppModel::clearHistory(const HistoryContents& contents) {
+    for (Removal& each : m_removals) each.reports.clear();  // they go for good, too
+    std::erase_if(m_removals, [](const Removal& each) { return each.size() == 0; });
+    emit removalsChanged(0);
+    m_history.clear(contents);
+}
 
 void AppModel::recoverHistory(const std::filesystem::path& damaged) { m_history.recover(damaged); }
 

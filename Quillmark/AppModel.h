@@ -3,6 +3,7 @@
 #include <QObject>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -101,8 +102,8 @@ public:
     bool canRecheck(const UUID& id) const;
 
     /// Each file or folder becomes a row at once, and is read when its turn comes; the first of them is
-    /// selected. The messages of a mailbox or a folder become rows below its own, which goes at the end, and
-    /// so do, wherever a message comes from, those attached inside it; its own stays.
+    /// selected. The messages of a mailbox or a folder become rows below its own, which stays where there are
+    /// several, and so do, wherever a message comes from, those attached inside it.
     /// Paths are bytes for the system.
     void openFiles(std::vector<std::string> paths);
     /// The same for what was dropped, as far as there isn't much of it read at once: many a mail program
@@ -124,9 +125,12 @@ public:
     /// and says how far it came.
     void cancel(UUID id);
     void cancelAll();
-    /// Takes a row away, and cancels its check; the history keeps its report.
-    void removeFromList(UUID id);
-    void removeFromHistory(UUID id);
+    /// Takes rows away, and cancels their checks; the history keeps their reports.
+    void removeFromList(const std::set<UUID>& ids);
+    void removeFromHistory(const std::set<UUID>& ids);
+    bool canUndoRemoval() const { return !m_removals.empty(); }
+    /// Puts back what the latest removal took, but for checks that it cancelled.
+    void undoRemoval();
     /// Looks what there is to clear, also when no history is kept; `historyContentsRead` follows, or
     /// `historyCleared` says why it can't be seen.
     void readHistoryContents();
@@ -167,6 +171,7 @@ signals:
     void historyContentsRead(const quillmark::HistoryContents& contents);
     void historyCleared(const std::string& outcome);  ///< a few lines, also when it couldn't be done
     void settingsChanged();
+    void removalsChanged(std::size_t removed);  ///< just now; 0 when what was removed came back, or is gone
 
 private:
     /// A check under way.
@@ -205,6 +210,13 @@ private:
             if (number >= problem.number) problem = {number, line};
         }
     };
+    /// What a removal took: rows, or reports of the history.
+    struct Removal {
+        RemovedRows rows = {};
+        std::vector<SharedReport> reports = {};
+        std::size_t size() const { return rows.rows.size() + reports.size(); }
+    };
+    void keepForUndo(Removal removal);
     UUID takeIn(std::vector<MessageSource> sources);
     /// A new check of a row, which counts from now on.
     std::stop_token begin(const UUID& id, const UUID& row);
@@ -243,6 +255,7 @@ private:
 
     Session m_session{[this](const UUID& id) { return isInHistory(id); }};
     KeptMessages m_messages;
+    std::deque<Removal> m_removals = {};  // the latest last
     std::optional<Sheet> m_sheet = {};
     std::optional<std::string> m_problem = {};
     std::uint64_t m_problemNumber = 0;  // of the check it comes from

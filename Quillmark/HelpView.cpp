@@ -15,6 +15,7 @@
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/Tones.h"
+#include "WindowBaseline/Mnemonics.h"
 #include "Wording/Signs.h"
 
 namespace quillmark {
@@ -146,6 +147,7 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     layout->addWidget(buttons);
     resize(QSize(120 * fontMetrics().averageCharWidth(), 32 * fontMetrics().height())
                .boundedTo(screen()->availableSize() * 0.9));
+    window_baseline::giveMnemonics(*this);
     showPage(HelpPage::checks);
 }
 

@@ -99,14 +99,22 @@ void HistoryKeeper::add(const std::vector<SharedReport>& reports, const HistoryC
     emit changed();
 }
 
-void HistoryKeeper::remove(const UUID& id) {
-    if (refuses()) return;
+std::vector<SharedReport> HistoryKeeper::remove(const std::set<UUID>& ids) {
+    std::vector<SharedReport> removed;
+    if (refuses()) return removed;
     HistoryChange change;
-    change.remove(id);
+    for (const UUID& id : ids) {
+        const SharedReport own = report(id);
+        if (!own) continue;
+        removed.push_back(own);
+        change.remove(id);
+    }
+    if (removed.empty()) return removed;
     m_reports->apply(change);
     m_pending.append(change);
     saveSoon();
     emit changed();
+    return removed;
 }
 
 void HistoryKeeper::readContents() {

@@ -55,7 +55,8 @@ public:
     void setKept(bool isKept);
     /// `change` is what adds the reports. Nothing is added while no history is kept.
     void add(const std::vector<SharedReport>& reports, const HistoryChange& change);
-    void remove(const UUID& id);
+    /// Gives the reports that go; none when nothing can be changed.
+    std::vector<SharedReport> remove(const std::set<UUID>& ids);
     /// What there is to clear, also while none is kept; `contentsRead` or `cleared` follows.
     void readContents();
     /// Removes that and nothing that came since, at once or not at all; `cleared` follows.

@@ -13,6 +13,8 @@
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QTreeView>
+#include <algorithm>
+#include <set>
 
 #include "Quillmark/ReportRows.h"
 #include "Quillmark/Tones.h"
@@ -208,23 +210,89 @@ void ListPanel::buildViews() {
 }
 
 void ListPanel::connectView(QAbstractItemView* view) {
+    view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    view->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(view, &QWidget::customContextMenuRequested, this, [this, view](const QPoint& where) {
+        // By the keyboard it comes where the pointer happens to be, perhaps over another row.
+        const QModelIndex current = view->currentIndex();
+        const bool isOverRow = view->indexAt(where).isValid();
+        if (!current.isValid() && !isOverRow) return;
+        emit menuWanted(
+            view->viewport()->mapToGlobal(isOverRow ? where : view->visualRect(current).center()));
+    });
     connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this, view](const QModelIndex& current) {
                 if (m_isSelecting || !view->isVisible() || !current.isValid()) return;
+                if (m_selected == m_list.entry(current).id) return;  // `takeChoice` was first
                 m_selected = m_list.entry(current).id;
                 emit chosen(m_selected);
             });
+    connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this, view] {
+        if (!m_isSelecting && view->isVisible()) takeChoice(*view);
+    });
     connect(view, &QAbstractItemView::activated, this, [this] {
         // Where one click is enough, it must not take the keyboard away from the list.
         if (!style()->styleHint(QStyle::SH_ItemView_ActivateItemOnSingleClick)) emit opened();
     });
 }
 
+void ListPanel::takeChoice(const QAbstractItemView& view) {
+    std::vector<int> rows;
+    for (const QItemSelectionRange& range : view.selectionModel()->selection()) {
+        for (int row = range.top(); row <= range.bottom(); ++row) rows.push_back(row);
+    }
+    std::ranges::sort(rows);
+    m_chosen.clear();
+    for (const int row : rows) {
+        const ListEntry& entry = m_list.entry(m_list.index(row, 0));
+        if (!entry.isHeading()) m_chosen.push_back(entry.id);
+    }
+    // What is left of several is what is shown, whichever row the keyboard stands on.
+    if (m_chosen.size() == 1 && m_selected != m_chosen.front()) {
+        m_selected = m_chosen.front();
+        emit chosen(m_selected);
+    }
+    emit choiceChanged();
+}
+
+/// The rows of what is chosen, as they are listed now; those that stand one below the other as one range.
+QItemSelection ListPanel::chosenRows() const {
+    const std::set<UUID> wanted(m_chosen.begin(), m_chosen.end());
+    QItemSelection rows;
+    int first = -1;
+    for (int row = 0; row <= m_list.rowCount(); ++row) {
+        const bool isWanted =
+            row < m_list.rowCount() && wanted.contains(m_list.entry(m_list.index(row, 0)).id);
+        if (isWanted && first < 0) first = row;
+        if (isWanted || first < 0) continue;
+        rows.select(m_list.index(first, 0), m_list.index(row - 1, listColumns - 1));
+        first = -1;
+    }
+    return rows;
+}
+
+// What the filter hides is no longer chosen: a command would do to it what nobody sees.
+void ListPanel::keepListed(const QItemSelection& rows) {
+    std::vector<UUID> listed;
+    for (const QItemSelectionRange& range : rows) {
+        for (int row = range.top(); row <= range.bottom(); ++row)
+            listed.push_back(m_list.entry(m_list.index(row, 0)).id);
+    }
+    if (listed.size() == m_chosen.size()) return;
+    m_chosen = std::move(listed);
+    emit choiceChanged();
+}
+
 void ListPanel::setLeastWidth() { setMinimumWidth(leastCharacters * fontMetrics().averageCharWidth()); }
 
+// A person's own widths grow with the letters.
 void ListPanel::sizeColumns() {
-    for (const auto& [column, width] : tableColumns)
-        m_tableView->setColumnWidth(column, width * fontMetrics().averageCharWidth());
+    const int letter = fontMetrics().averageCharWidth();
+    for (const auto& [column, width] : tableColumns) {
+        m_tableView->setColumnWidth(
+            column, m_letter > 0 ? m_tableView->columnWidth(column) * letter / m_letter : width * letter);
+    }
+    m_letter = letter;
 }
 
 void ListPanel::setTable(bool isTable) {
@@ -238,6 +306,14 @@ void ListPanel::setTable(bool isTable) {
     shown->show();
     if (hadKeyboard) shown->setFocus();
     showSelected(true);
+}
+
+void ListPanel::restoreColumns(const QByteArray& state) {
+    QHeaderView* header = m_tableView->header();
+    const QSignalBlocker quiet(header);  // the order of the rows is another matter
+    if (!header->restoreState(state)) return;
+    header->setSortIndicator(m_list.choice().column, m_list.sortOrder());
+    m_letter = fontMetrics().averageCharWidth();
 }
 
 void ListPanel::refreshTones() {
@@ -280,6 +356,8 @@ void ListPanel::select(const std::optional<UUID>& id) {
     if (m_selected == id && m_list.indexOf(id.value_or(UUID{})).row() == m_listView->currentIndex().row())
         return;
     m_selected = id;
+    m_chosen.clear();
+    if (id) m_chosen.push_back(*id);
     showSelected(true);
 }
 
@@ -290,9 +368,15 @@ void ListPanel::showSelected(bool isToBeSeen) {
     m_isAwaited = (isToBeSeen || m_isAwaited) && m_selected && !index.isValid();
     const std::pair<QAbstractItemView*, ListColumn> views[] = {{m_listView, subjectColumn},
                                                                {m_tableView, tableColumns[0].first}};
+    const QItemSelection several = m_chosen.size() > 1 ? chosenRows() : QItemSelection();
+    if (m_chosen.size() > 1) keepListed(several);
     for (const auto& [view, column] : views) {
         view->setAutoScroll(false);
-        if (index.isValid()) {
+        if (m_chosen.size() > 1) {
+            view->selectionModel()->select(several, QItemSelectionModel::ClearAndSelect);
+            view->selectionModel()->setCurrentIndex(index.siblingAtColumn(column),
+                                                    QItemSelectionModel::NoUpdate);
+        } else if (index.isValid()) {
             view->selectionModel()->setCurrentIndex(
                 index.siblingAtColumn(column),
                 QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);

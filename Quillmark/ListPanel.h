@@ -1,9 +1,11 @@
 #pragma once
 
+#include <QItemSelection>
 #include <QTimer>
 #include <QWidget>
 #include <array>
 #include <optional>
+#include <vector>
 
 #include "Quillmark/ReportList.h"
 
@@ -35,14 +37,23 @@ public:
     QMenu* sortMenu() const { return m_sortMenu; }
 
     void setTable(bool isTable);
-    /// Selects an entry, or none. Does not say so.
+    /// As the header saved them; what isn't that changes nothing.
+    void restoreColumns(const QByteArray& state);
+    /// What the person has chosen, in the order of the list: more than one entry, or what is selected.
+    const std::vector<UUID>& chosenOnes() const { return m_chosen; }
+    /// Selects an entry, or none, alone. Does not say so.
     void select(const std::optional<UUID>& id);
     void focusFilter();
+    /// Presses the buttons of these tones, and no other.
+    void showOnly(const std::set<Tone>& tones) { m_list.setTones(tones); }
     /// Turns the marks of running checks, or leaves them.
     void setRunning(bool isRunning);
 
 signals:
     void chosen(const std::optional<UUID>& id);
+    void choiceChanged();  ///< of several
+    /// The context menu is wanted for what is chosen, there on the screen.
+    void menuWanted(const QPoint& where);
     /// By a double click or the Enter key: its report is wanted.
     void opened();
 
@@ -56,6 +67,9 @@ private:
     void buildSortMenu();
     void buildViews();
     void connectView(QAbstractItemView* view);
+    void takeChoice(const QAbstractItemView& view);
+    QItemSelection chosenRows() const;
+    void keepListed(const QItemSelection& rows);
     void sizeColumns();
     void setLeastWidth();
     void placeTones();
@@ -79,6 +93,8 @@ private:
     ReportListDelegate* m_delegate = nullptr;
     QTimer m_spin;
     std::optional<UUID> m_selected = {};
+    std::vector<UUID> m_chosen = {};
+    int m_letter = 0;  // the width of one, by which the columns are as wide as they are
     int m_placeInList = 0, m_placeInTable = 0;
     bool m_isAwaited = false;  // what is selected, which the list does not have yet
     bool m_isSelecting = false;

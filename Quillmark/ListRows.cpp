@@ -96,17 +96,26 @@ std::vector<ListEntry> listEntries(const Session& session,
         const std::string name = row.name.value_or("");
         if (row.stopped) {
             entries.push_back({Kind::stopped, row.id, name, row.stopped->checked, {}, row.stopped->all});
+        } else if (row.isDone) {
+            entries.push_back({Kind::mailbox, row.id, name, row.found, {}});
         } else if (row.isRunning || !row.report) {
             entries.push_back({Kind::running, row.id, name, row.found, {}});
         } else {
             entries.push_back({Kind::session, row.id, {}, 0, row.report});
         }
     }
+    const auto first = static_cast<std::ptrdiff_t>(entries.size());
     for (auto each = history.rbegin(); each != history.rend(); ++each) {
         const SessionRow* row = session.row((*each)->id);
         if (session.isRemoved((*each)->id) || (row && row->report)) continue;
         entries.push_back({Kind::history, (*each)->id, {}, 0, *each});
     }
+    // One that was put back stands at the end of the history, whenever it was checked.
+    const auto isLater = [](const ListEntry& a, const ListEntry& b) {
+        return a.report->checkedAt > b.report->checkedAt;
+    };
+    if (!std::is_sorted(entries.begin() + first, entries.end(), isLater))
+        std::stable_sort(entries.begin() + first, entries.end(), isLater);
     return entries;
 }
 
@@ -158,14 +167,16 @@ std::optional<std::size_t> rowOf(std::span<const ListEntry> rows, const UUID& id
     return static_cast<std::size_t>(found - rows.begin());
 }
 
-std::optional<UUID> beside(std::span<const ListEntry> rows, const UUID& id) {
-    const auto own = rowOf(rows, id);
-    if (!own) return std::nullopt;
-    const auto isEntry = [](const ListEntry& each) { return !each.isHeading(); };
-    const auto below = std::ranges::find_if(rows.subspan(*own + 1), isEntry);
+std::optional<UUID> beside(std::span<const ListEntry> rows, const std::set<UUID>& ids) {
+    const auto isOne = [&](const ListEntry& each) { return !each.isHeading() && ids.contains(each.id); };
+    const auto isOther = [&](const ListEntry& each) { return !each.isHeading() && !ids.contains(each.id); };
+    std::size_t end = rows.size();
+    while (end > 0 && !isOne(rows[end - 1])) --end;
+    if (end == 0) return std::nullopt;
+    const auto below = std::ranges::find_if(rows.subspan(end), isOther);
     if (below != rows.end()) return below->id;
-    for (std::size_t row = *own; row > 0; --row) {
-        if (isEntry(rows[row - 1])) return rows[row - 1].id;
+    for (std::size_t row = end; row > 0; --row) {
+        if (isOther(rows[row - 1])) return rows[row - 1].id;
     }
     return std::nullopt;
 }

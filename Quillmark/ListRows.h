@@ -20,11 +20,11 @@ namespace quillmark {
 
 /// One line of the list.
 struct ListEntry {
-    enum class Kind { sessionHeading, historyHeading, running, stopped, session, history };
+    enum class Kind { sessionHeading, historyHeading, running, stopped, mailbox, session, history };
     Kind kind = Kind::session;
     UUID id = {};
     std::string name = {};  ///< of a check without a report: the file's, or empty for a paste
-    std::size_t found = 0;  ///< of a mailbox: messages found in it so far, or until it was stopped
+    std::size_t found = 0;  ///< of a mailbox: messages found in it, so far or until it was stopped
     std::shared_ptr<const ProofReport> report = {};  ///< never null in a report's line
     std::optional<std::size_t> all = {};             ///< messages of a mailbox that was stopped, once known
     bool isReport() const { return kind == Kind::session || kind == Kind::history; }
@@ -74,7 +74,8 @@ std::string listText(const ProofReport& report, ListColumn column, const Reader&
 
 /// Where the entry of this identity is; nothing when it isn't there.
 std::optional<std::size_t> rowOf(std::span<const ListEntry> rows, const UUID& id);
-/// The entry below, or above the last one; none when there is no other, or `id` itself is not there.
-std::optional<UUID> beside(std::span<const ListEntry> rows, const UUID& id);
+/// The entry below the last one of these, or above it where there is none below; none when there is no other,
+/// or none of these is there.
+std::optional<UUID> beside(std::span<const ListEntry> rows, const std::set<UUID>& ids);
 
 }  // namespace quillmark

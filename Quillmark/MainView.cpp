@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QDragEnterEvent>
 #include <QGridLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -19,13 +20,16 @@
 #include <QTextDocument>
 #include <QTextOption>
 #include <QToolButton>
+#include <QTreeView>
 
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MailboxView.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/ReportView.h"
 #include "WindowBaseline/EditActions.h"
 #include "WindowBaseline/HelpMenu.h"
+#include "WindowBaseline/Mnemonics.h"
 
 namespace quillmark {
 
@@ -75,8 +79,10 @@ protected:
     }
 };
 
+constexpr const char* sizesKeys[] = {"list", "table"};
 constexpr int progressSteps = 1000;
-constexpr int busyColumn = 2;  // of the top row
+constexpr int busyColumn = 2;        // of the top row
+constexpr int undoOffered = 20'000;  // milliseconds
 
 constexpr const char* scaleProperty = "textScale";
 
@@ -132,7 +138,9 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     m_splitter->addWidget(buildListSide());
     m_splitter->addWidget(buildReportSide());
     m_splitter->setStretchFactor(1, 1);
+    connect(m_splitter, &QSplitter::splitterMoved, this, [this] { m_areSizesTheirs = true; });
     layout->addWidget(m_splitter, 1);
+    layout->addWidget(buildUndoLine());
     layout->addWidget(buildUnsavedLine());
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
@@ -141,8 +149,13 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     refreshListSide();
     setProblem({});
     setUnsaved({});
+    offerUndo({}, false);
     setRunning({});
     showDropArea();
+    for (QAction* each : menuBar()->actions()) window_baseline::giveMnemonics(*each->menu());
+    window_baseline::giveMnemonics(*this);
+    connect(m_reportView, &ReportView::contentChanged, this,
+            [this] { window_baseline::giveMnemonics(*this); });
 }
 
 QAction* MainView::add(QMenu* menu, Command command, const QString& title, const QKeySequence& key) {
@@ -173,6 +186,7 @@ void MainView::buildMenus() {
         if (const QMimeData* copied = QApplication::clipboard()->mimeData())
             emit received(dropContents(*copied));
     });
+    connect(m_edit, &window_baseline::EditActions::undoneElsewhere, this, &MainView::undoWanted);
     connect(m_edit, &window_baseline::EditActions::copiedElsewhere, this,
             [this] { action(Command::copyReport)->trigger(); });
     edit->addSeparator();
@@ -214,6 +228,8 @@ void MainView::buildMenus() {
     add(report, Command::exportText, m_words("Export as Text…"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
     add(report, Command::exportEvidence, m_words("Export Evidence…"));
+    add(report, Command::exportTable, m_words("Export as Table…"));
+    add(report, Command::exportJSON, m_words("Export as JSON…"));
     add(report, Command::copyReport, m_words("Copy Report as Text"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C));
     add(report, Command::copyPage, m_words("Copy One &Page for Others"));
@@ -274,7 +290,8 @@ QWidget* MainView::buildTopRow() {
     auto* exports = new Button(m_words("Export"));
     auto* menu = new QMenu(exports);
     for (const Command each : {Command::exportPDF, Command::exportText, Command::exportEvidence,
-                               Command::copyReport, Command::copyPage}) {
+                               Command::exportTable, Command::exportJSON, Command::copyReport,
+                               Command::copyPage}) {
         menu->addAction(action(each));
     }
     exports->setMenu(menu);
@@ -330,10 +347,52 @@ QWidget* MainView::buildUnsavedLine() {
     return m_unsavedLine;
 }
 
+QWidget* MainView::buildUndoLine() {
+    m_undoLine = new QWidget;
+    m_undoLine->setObjectName(QStringLiteral("undoLine"));
+    auto* layout = new QHBoxLayout(m_undoLine);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_undoText = new PlainText({});
+    layout->addWidget(m_undoText, 1, Qt::AlignVCenter);
+    auto* undo = new Button(m_words("Undo"));
+    connect(undo, &QPushButton::clicked, this, &MainView::undoWanted);
+    layout->addWidget(undo);
+    m_undoTimer.setSingleShot(true);
+    m_undoTimer.setInterval(undoOffered);
+    connect(&m_undoTimer, &QTimer::timeout, m_undoLine, &QWidget::hide);
+    return m_undoLine;
+}
+
+// The command stays in the menu when the line has gone.
+void MainView::offerUndo(const QString& line, bool canUndo) {
+    m_edit->setCanUndoElsewhere(canUndo);
+    m_undoText->setContents(line);
+    m_undoLine->setAccessibleName(line);
+    m_undoLine->setVisible(!line.isEmpty());
+    m_undoTimer.start();
+}
+
+void MainView::showMenu(const QPoint& where) {
+    auto* menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->setToolTipsVisible(true);
+    for (const auto& group : {std::vector{Command::recheck, Command::messageAsText, Command::whatWasSigned},
+                              {Command::copyReport, Command::exportPDF, Command::exportText,
+                               Command::exportTable, Command::exportJSON},
+                              {Command::removeFromList, Command::removeFromHistory}}) {
+        if (!menu->isEmpty()) menu->addSeparator();
+        for (const Command each : group) {
+            if (action(each)->isEnabled()) menu->addAction(action(each));
+        }
+    }
+    menu->popup(where);
+}
+
 QWidget* MainView::buildListSide() {
     m_listSide = new ListPanel(m_list, m_words);
     connect(m_listSide, &ListPanel::chosen, this, &MainView::chosen);
-    connect(m_listSide, &ListPanel::opened, this, [this] { m_reportView->setFocus(); });
+    connect(m_listSide, &ListPanel::opened, this, [this] { m_pages->currentWidget()->setFocus(); });
+    connect(m_listSide, &ListPanel::menuWanted, this, &MainView::showMenu);
     m_sortMenu->addActions(m_listSide->sortMenu()->actions());
     return m_listSide;
 }
@@ -350,6 +409,7 @@ QWidget* MainView::buildReportSide() {
     m_pages->addWidget(buildDropArea());
     m_pages->addWidget(running);
     m_pages->addWidget(m_reportView);
+    m_pages->addWidget(m_mailboxView = new MailboxView(m_words));
     return m_pages;
 }
 
@@ -420,12 +480,41 @@ QListView* MainView::listView() const { return m_listSide->listView(); }
 
 // The list stands beside the report, a table above it.
 void MainView::setTable(bool isTable) {
+    keepSizes();
     m_listSide->setTable(isTable);
     m_splitter->setOrientation(isTable ? Qt::Vertical : Qt::Horizontal);
+    const QList<int>& kept = m_sizes[isTable ? 1 : 0];
+    if (!kept.isEmpty()) return m_splitter->setSizes(kept);
     const int letter = fontMetrics().averageCharWidth();
     const int list = std::min(38 * letter, width() / 3);  // the report has large letters, too
     m_splitter->setSizes(isTable ? QList<int>{2 * height() / 5, 3 * height() / 5}
                                  : QList<int>{list, width() - list});
+}
+
+// Only a person's own: the usual ones depend on the window.
+void MainView::keepSizes() {
+    if (m_areSizesTheirs) m_sizes[m_splitter->orientation() == Qt::Vertical ? 1 : 0] = m_splitter->sizes();
+    m_areSizesTheirs = false;
+}
+
+QVariantMap MainView::sizes() {
+    keepSizes();
+    QVariantMap all{{QStringLiteral("columns"), m_listSide->tableView()->header()->saveState()}};
+    for (std::size_t i = 0; i < m_sizes.size(); ++i) {
+        QVariantList parts;
+        for (const int each : m_sizes[i]) parts << each;
+        all.insert(QString::fromLatin1(sizesKeys[i]), parts);
+    }
+    return all;
+}
+
+void MainView::setSizes(const QVariantMap& sizes) {
+    for (std::size_t i = 0; i < m_sizes.size(); ++i) {
+        const QVariantList parts = sizes.value(QString::fromLatin1(sizesKeys[i])).toList();
+        if (parts.size() == 2) m_sizes[i] = {parts[0].toInt(), parts[1].toInt()};
+    }
+    m_listSide->restoreColumns(sizes.value(QStringLiteral("columns")).toByteArray());
+    setTable(m_splitter->orientation() == Qt::Vertical);
 }
 
 void MainView::setProblem(const QString& line, bool isRecoverable) {
@@ -466,6 +555,11 @@ void MainView::select(const std::optional<UUID>& id) { m_listSide->select(id); }
 void MainView::showReport(const ReportContent& content) {
     m_reportView->setContent(content);
     m_pages->setCurrentWidget(m_reportView);
+}
+
+void MainView::showMailbox(MailboxContent content) {
+    m_mailboxView->setContent(std::move(content));
+    m_pages->setCurrentWidget(m_mailboxView);
 }
 
 void MainView::showDropArea() { showRefusal({}); }

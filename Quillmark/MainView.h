@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QTimer>
+#include <QVariantMap>
 #include <array>
 #include <optional>
 
@@ -23,6 +25,8 @@ class EditActions;
 namespace quillmark {
 
 class ListPanel;
+class MailboxView;
+struct MailboxContent;
 class PlainText;
 class ReportView;
 
@@ -43,6 +47,8 @@ enum class Command {
     exportPDF,
     exportText,
     exportEvidence,
+    exportTable,
+    exportJSON,
     copyReport,
     copyPage,
     removeFromList,
@@ -61,7 +67,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 31;
+constexpr std::size_t commandCount = 33;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -76,6 +82,7 @@ public:
     ListPanel* listPanel() const { return m_listSide; }
     QListView* listView() const;
     ReportView* reportView() const { return m_reportView; }
+    MailboxView* mailboxView() const { return m_mailboxView; }
 
     /// The line above the list; empty takes it away. It may tell of reports that can be recovered.
     void setProblem(const QString& line, bool isRecoverable = false);
@@ -94,6 +101,7 @@ public:
     /// Shows a report, the drop area, why something was not taken in, or what is to be said of a row that has
     /// no report.
     void showReport(const ReportContent& content);
+    void showMailbox(MailboxContent content);
     void showDropArea();
     void showRefusal(const QString& line);
     /// Whether the drop area is what is shown.
@@ -101,6 +109,12 @@ public:
     /// Says in it that the clipboard holds a message.
     void offerClipboard(bool holdsMessage);
     void showWithoutReport(const QString& name, const QString& text);
+    /// Says what was removed, with a button that undoes it; empty takes the line away.
+    /// `canUndo`: also what was removed before.
+    void offerUndo(const QString& line, bool canUndo);
+    /// How wide its parts are, in the list and in the table: to be kept until the next run.
+    QVariantMap sizes();
+    void setSizes(const QVariantMap& sizes);
     /// Puts the keyboard into the filter, showing the list if need be.
     void focusFilter();
     /// Every command and its key, menu by menu.
@@ -112,6 +126,7 @@ signals:
     void received(const DropContents& contents);
     void chosen(const std::optional<UUID>& id);
     void clipboardWanted();  ///< to check what it holds
+    void undoWanted();       ///< of what was removed
     void problemDismissed();
     void recoveryWanted();  ///< of what the problem tells of
 
@@ -129,6 +144,8 @@ private:
     void placeBusyRow();
     QWidget* buildProblemLine();
     QWidget* buildUnsavedLine();
+    QWidget* buildUndoLine();
+    void showMenu(const QPoint& where);
     QWidget* buildListSide();
     QWidget* buildReportSide();
     QWidget* buildDropArea();
@@ -136,16 +153,20 @@ private:
     void light(bool on);
     void refreshListSide();
     void setTable(bool isTable);
+    void keepSizes();
 
     ReportList& m_list;
     Words m_words;
     std::array<QAction*, commandCount> m_actions = {};
     window_baseline::EditActions* m_edit = nullptr;
     QSplitter* m_splitter = nullptr;
+    std::array<QList<int>, 2> m_sizes = {};  // of its parts, of the list and of the table; empty: as usual
+    bool m_areSizesTheirs = false;           // a person has moved what lies between
     ListPanel* m_listSide = nullptr;
     QMenu* m_sortMenu = nullptr;
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
+    MailboxView* m_mailboxView = nullptr;
     QLabel* m_dropTitle = nullptr;
     QWidget* m_refusalBadge = nullptr;
     PlainText* m_refusal = nullptr;
@@ -157,6 +178,9 @@ private:
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
     QPushButton* m_recover = nullptr;
+    QWidget* m_undoLine = nullptr;
+    PlainText* m_undoText = nullptr;
+    QTimer m_undoTimer;
     QWidget* m_unsavedLine = nullptr;
     PlainText* m_unsavedText = nullptr;
     QWidget* m_busyRow = nullptr;

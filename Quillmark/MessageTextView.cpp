@@ -8,6 +8,7 @@
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/TextPanel.h"
+#include "WindowBaseline/Mnemonics.h"
 
 namespace quillmark {
 
@@ -57,6 +58,7 @@ MessageTextView::MessageTextView(const QString& subject, const std::vector<Signa
     connect(close, &QPushButton::clicked, this, &QDialog::reject);
     connect(m_tabs, &QTabWidget::currentChanged, this, &MessageTextView::refreshButtons);
     const QSize wanted(100 * fontMetrics().averageCharWidth(), 36 * fontMetrics().height());
+    window_baseline::giveMnemonics(*this);
     resize(parent ? wanted.boundedTo(parent->window()->size() * 0.95) : wanted);
     showSigned(which);
     m_tabs->setCurrentIndex(page == Page::message ? m_tabs->count() - 1 : 0);

@@ -23,9 +23,9 @@ constexpr int placeRole = Qt::UserRole;  // of an item: which of the ways it is
 
 /// From the mail program by way of a file or the clipboard into the window, in three drawings with arrows
 /// between them. It shows what the steps beside it say.
-class WayPicture : public QWidget {
+class StepsPicture : public QWidget {
 public:
-    explicit WayPicture(WayOut out) : m_out(out) {
+    explicit StepsPicture(WayOut out) : m_out(out) {
         setMaximumWidth(units * fontMetrics().height());
         setFixedHeight(6 * fontMetrics().height());
     }
@@ -139,7 +139,7 @@ QWidget* pageOf(const MessageWay& way, const Words& words) {
     auto* title = text(way.program);
     title->setFont(scaled(title->font(), 1.3, QFont::Bold));
     layout->addWidget(title);
-    layout->addWidget(new WayPicture(way.out));
+    layout->addWidget(new StepsPicture(way.out));
     auto* grid = new QGridLayout;
     grid->setHorizontalSpacing(line / 2);
     grid->setVerticalSpacing(line / 2);

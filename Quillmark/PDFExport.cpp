@@ -554,18 +554,23 @@ QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>&
 }
 
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader) {
+    return proposedName(QString::fromStdString(report.verdict.domain), report.checkedAt, suffix, reader);
+}
+
+QString proposedName(const QString& whose, Date date, const QString& suffix, const Reader& reader) {
     constexpr std::size_t longestStem = 80;
     QString stem;
-    std::string_view domain = report.verdict.domain;  // of a long one the end, which says whose it is
-    domain.remove_prefix(domain.size() - std::min(domain.size(), longestStem));
-    for (const char c : domain) {
+    const std::string all = withoutIsolation(whose).toStdString();
+    std::string_view name = all;  // of a long domain the end, which says whose it is
+    name.remove_prefix(name.size() - std::min(name.size(), longestStem));
+    for (const char c : name) {
         const bool plain = isASCIILetter(c) || isDigit(c) || c == '.' || c == '_' || c == '-';
         stem += plain ? QLatin1Char(c) : QLatin1Char('_');
     }
     while (stem.startsWith(u'.')) stem.remove(0, 1);
     if (stem.isEmpty()) stem = QStringLiteral("Report");
     if (isReservedName(stem)) stem.prepend(QStringLiteral("Report "));
-    const std::string day = iso8601(report.checkedAt + reader.zone(report.checkedAt).ahead).substr(0, 10);
+    const std::string day = iso8601(date + reader.zone(date).ahead).substr(0, 10);
     return stem + u' ' + QString::fromStdString(day) + suffix;
 }
 

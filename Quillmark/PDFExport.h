@@ -32,5 +32,7 @@ QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>&
 /// "example.org 2026-01-15.pdf". Only letters, digits, ".", "_", "-" and blanks of ASCII, at most 100
 /// characters, no name that means something to an operating system. `suffix` with its dot.
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader);
+/// The same for what is called so.
+QString proposedName(const QString& whose, Date date, const QString& suffix, const Reader& reader);
 
 }  // namespace quillmark

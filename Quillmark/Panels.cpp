@@ -33,6 +33,15 @@ QIcon programIcon() {
     return QIcon(QStringLiteral(":/quillmark.svg"));
 }
 
+QLabel* sectionHeading(const QString& text) {
+    auto* label = new QLabel(text);
+    label->setTextFormat(Qt::PlainText);
+    label->setFont(scaled(label->font(), 1.1, QFont::DemiBold));
+    label->setContentsMargins(0, label->fontMetrics().height() / 2, 0, 0);
+    label->setWordWrap(true);
+    return label;
+}
+
 QSize Button::sizeHint() const {
     const int words = fontMetrics().size(Qt::TextShowMnemonic, text()).width();
     const int arrow = menu() ? fontMetrics().height() : 0;

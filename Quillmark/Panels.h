@@ -18,6 +18,9 @@ QFont scaled(QFont font, double factor, QFont::Weight weight);
 /// The program's own picture.
 QIcon programIcon();
 
+/// What stands above a part of a page.
+QLabel* sectionHeading(const QString& text);
+
 /// A push button whose text keeps clear of its edges, in every language and at every size of the letters.
 class Button : public QPushButton {
 public:

@@ -9,6 +9,7 @@
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
+#include "WindowBaseline/Mnemonics.h"
 
 namespace quillmark {
 
@@ -95,6 +96,7 @@ PasteView::PasteView(const Words& words, QWidget* parent)
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(buttons, &QDialogButtonBox::accepted, this, [this] { emit submitted(m_edit->source()); });
     m_edit->setFocus();
+    window_baseline::giveMnemonics(*this);
     resize(70 * fontMetrics().averageCharWidth(), 26 * fontMetrics().height());
 }
 

@@ -13,6 +13,7 @@
 
 #include "Quillmark/HelpView.h"
 #include "Quillmark/KnownSenders.h"
+#include "Quillmark/ListPanel.h"
 #include "Quillmark/MessageTextView.h"
 #include "Quillmark/PDFExport.h"
 #include "Quillmark/Panels.h"
@@ -21,6 +22,8 @@
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/WelcomeView.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
+#include "QuillmarkKit/ReportCSV.h"
+#include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Settings/HandedMessage.h"
@@ -40,7 +43,7 @@ namespace {
 /// After the list was made anew it is left alone for so many times as long, at most for so many milliseconds.
 constexpr qint64 restAfterList = 8, longestRest = 200;
 constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
-constexpr const char *zoomKey = "zoom", *tableKey = "table";
+constexpr const char *zoomKey = "zoom", *tableKey = "table", *sizesKey = "sizes";
 
 QString fromPath(const std::string& path) { return QString::fromLocal8Bit(path.c_str()); }
 
@@ -79,9 +82,16 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     zoom(m_surroundings.settings->value(QLatin1String(zoomKey), 1.0).toDouble());
     m_window.action(Command::showTable)
         ->setChecked(m_surroundings.settings->value(QLatin1String(tableKey), false).toBool());
+    m_window.setSizes(m_surroundings.settings->value(QLatin1String(sizesKey)).toMap());
     connect(&m_window, &MainView::commanded, this, &QuillmarkApp::perform);
     connect(&m_window, &MainView::received, this, &QuillmarkApp::receive);
     connect(&m_window, &MainView::chosen, &m_model, &AppModel::select);
+    connect(m_window.listPanel(), &ListPanel::choiceChanged, this, [this] { m_selectionTimer.start(); });
+    connect(&m_window, &MainView::undoWanted, &m_model, &AppModel::undoRemoval);
+    connect(&m_model, &AppModel::removalsChanged, this, &QuillmarkApp::refreshUndo);
+    connect(m_window.mailboxView(), &MailboxView::reportWanted, &m_model, &AppModel::select);
+    connect(m_window.mailboxView(), &MailboxView::toneWanted, this,
+            [this](Tone tone) { m_window.listPanel()->showOnly({tone}); });
     connect(&m_window, &MainView::problemDismissed, &m_model, &AppModel::dismissProblem);
     connect(&m_window, &MainView::recoveryWanted, this, [this] {
         if (const auto damaged = m_model.damagedHistory()) m_model.recoverHistory(*damaged);
@@ -174,7 +184,18 @@ SharedReport QuillmarkApp::selectedReport() const {
 
 void QuillmarkApp::refreshSelection() {
     m_window.select(selected());
+    if (auto together = several()) {
+        m_together = together->reports;
+        m_togetherName = together->title;
+        m_window.showMailbox(std::move(*together));
+        m_shown = nullptr;
+        m_hasMessage = false;
+        return refreshCommands();
+    }
     const SharedReport report = selectedReport();
+    m_together.clear();
+    if (report) m_together.push_back(report);
+    m_togetherName.clear();
     const auto checked = selected() ? m_model.message(*selected()) : std::nullopt;
     if (report && (report != m_shown || checked.has_value() != m_hasMessage)) {
         std::optional<std::vector<PathStep>> path;
@@ -202,16 +223,79 @@ void QuillmarkApp::refreshSelection() {
     refreshCommands();
 }
 
+std::set<UUID> QuillmarkApp::chosenOnes() const {
+    const auto& listed = m_window.listPanel()->chosenOnes();
+    std::set<UUID> chosen(listed.begin(), listed.end());
+    if (chosen.size() < 2) chosen.clear();
+    if (chosen.empty() && selected()) chosen.insert(*selected());
+    std::set<UUID> mailboxes;
+    for (const UUID& id : chosen) {
+        const AppModel::Row* row = m_model.row(id);
+        if (row && !row->report) mailboxes.insert(id);
+    }
+    if (mailboxes.empty()) return chosen;
+    for (const AppModel::Row& row : m_model.session()) {
+        if (row.mailbox && mailboxes.contains(*row.mailbox)) chosen.insert(row.id);
+    }
+    return chosen;
+}
+
+std::vector<SharedReport> QuillmarkApp::messagesOf(const UUID& mailbox) const {
+    std::vector<SharedReport> reports;
+    for (const AppModel::Row& row : m_model.session()) {
+        if (row.mailbox == mailbox && row.report) reports.push_back(row.report);
+    }
+    return reports;
+}
+
+std::optional<MailboxContent> QuillmarkApp::several() const {
+    if (m_window.listPanel()->chosenOnes().size() > 1) {
+        MailboxContent content;
+        std::set<UUID> taken;
+        const auto take = [&](const SharedReport& report) {
+            if (report && taken.insert(report->id).second) content.reports.push_back(report);
+        };
+        for (const UUID& id : m_window.listPanel()->chosenOnes()) {
+            take(m_model.report(id));
+            const AppModel::Row* row = m_model.row(id);
+            if (row && !row->report) std::ranges::for_each(messagesOf(id), take);
+        }
+        content.title = m_words.translateCount("%n message chosen", "%n messages chosen",
+                                               static_cast<std::int64_t>(content.reports.size()));
+        return content;
+    }
+    const AppModel::Row* row = selected() ? m_model.row(*selected()) : nullptr;
+    if (!row || row->report || row->found == 0) return std::nullopt;
+    MailboxContent content{shown(row->name.value_or("")), {}, messagesOf(row->id)};
+    const auto count = static_cast<std::int64_t>(row->found);
+    content.state = row->stopped  ? stopRemark(*row->stopped, m_words)
+                    : row->isDone ? m_words.translateCount("%n message, checked to the end.",
+                                                           "%n messages, checked to the end.", count)
+                                  : m_words.translateCount("%n message checked so far…",
+                                                           "%n messages checked so far…", count);
+    return content;
+}
+
+void QuillmarkApp::refreshUndo(std::size_t removed) {
+    m_window.offerUndo(removed == 0
+                           ? QString()
+                           : m_words.translateCount("%n entry was removed.", "%n entries were removed.",
+                                                    static_cast<std::int64_t>(removed)),
+                       m_model.canUndoRemoval());
+}
+
 void QuillmarkApp::refreshCommands() {
     m_window.action(Command::recoverHistory)
         ->setEnabled(m_model.historyState() == AppModel::HistoryState::ready);
-    const bool hasReport = selectedReport() != nullptr;
+    const bool hasReport = m_shown != nullptr;
+    for (const Command each : {Command::exportTable, Command::exportJSON})
+        m_window.action(each)->setEnabled(!m_together.empty());
     for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
                                Command::copyPage, Command::expected, Command::expandAll, Command::foldAll}) {
         m_window.action(each)->setEnabled(hasReport);
     }
     m_window.action(Command::exportEvidence)->setEnabled(hasReport && m_hasMessage);
-    const SharedReport report = selectedReport();
+    const SharedReport report = m_shown;
     const bool hasUndone = report && !undoneNotes(*report).empty();
     QAction* whatWasSigned = m_window.action(Command::whatWasSigned);
     whatWasSigned->setEnabled(hasUndone && m_hasMessage);
@@ -221,18 +305,20 @@ void QuillmarkApp::refreshCommands() {
     QAction* asText = m_window.action(Command::messageAsText);
     asText->setEnabled(report && m_hasMessage);
     asText->setToolTip(asText->isEnabled() ? QString() : m_words("Open the file again to see this."));
-    const bool canRecheck = selected() && m_model.canRecheck(*selected());
+    const bool canRecheck = hasReport && selected() && m_model.canRecheck(*selected());
     QAction* recheck = m_window.action(Command::recheck);
     recheck->setEnabled(canRecheck);
     recheck->setToolTip(canRecheck
                             ? QString()
                             : m_words("The message itself isn’t at hand. Open it again to check it again."));
     m_window.reportView()->offerRecheck(canRecheck);
-    const bool isSaved = selected() && m_model.isInHistory(*selected());
-    const bool isOnlySaved = isSaved && !m_model.row(*selected());
+    const std::set<UUID> chosen = chosenOnes();
+    const bool isSaved = std::ranges::any_of(chosen, [&](const UUID& id) { return m_model.isInHistory(id); });
+    const bool isOnlySaved =
+        isSaved && std::ranges::none_of(chosen, [&](const UUID& id) { return m_model.row(id) != nullptr; });
     QAction* fromList = m_window.action(Command::removeFromList);
     QAction* fromHistory = m_window.action(Command::removeFromHistory);
-    fromList->setEnabled(selected() && !isOnlySaved);
+    fromList->setEnabled(!chosen.empty() && !isOnlySaved);
     fromHistory->setEnabled(isSaved && m_model.historyState() == AppModel::HistoryState::ready);
     // One key for both: it takes away what is selected, from where it stands.
     fromList->setShortcut(isOnlySaved ? QKeySequence() : QKeySequence::Delete);
@@ -266,6 +352,8 @@ bool QuillmarkApp::eventFilter(QObject* watched, QEvent* event) {
     // By now the window is where it stays, and a sheet can stand above its middle.
     if (event->type() == QEvent::WindowActivate && !m_sheet) refreshSheet();
     if (event->type() == QEvent::WindowActivate) offerClipboard();
+    if (event->type() == QEvent::Hide)
+        m_surroundings.settings->setValue(QLatin1String(sizesKey), m_window.sizes());
     return QObject::eventFilter(watched, event);
 }
 
@@ -305,6 +393,10 @@ void QuillmarkApp::perform(Command command) {
             return exportText();
         case Command::exportEvidence:
             return exportEvidence();
+        case Command::exportTable:
+            return exportTable();
+        case Command::exportJSON:
+            return exportJSON();
         case Command::copyReport:
             return copyReport();
         case Command::copyPage:
@@ -344,12 +436,12 @@ void QuillmarkApp::perform(Command command) {
 
 // What stands beside it in the list, as it is sorted and filtered, is shown then: whoever holds it for the
 // next to go must see it.
-void QuillmarkApp::remove(void (AppModel::*fromWhere)(UUID)) {
-    const auto id = selected();
-    if (!id) return;
-    const auto beside = m_list.beside(*id);
-    (m_model.*fromWhere)(*id);
-    if (!m_model.row(*id)) m_model.select(beside);
+void QuillmarkApp::remove(void (AppModel::*fromWhere)(const std::set<UUID>&)) {
+    const std::set<UUID> ids = chosenOnes();
+    const auto beside = m_list.beside(ids);
+    (m_model.*fromWhere)(ids);
+    if (selected() && !m_model.row(*selected())) m_model.select(beside);
+    if (!selected()) m_model.select(beside);
 }
 
 void QuillmarkApp::openFiles(const QStringList& paths) {
@@ -425,18 +517,47 @@ void QuillmarkApp::chooseFolder() {
 
 void QuillmarkApp::save(const QString& suffix, const QString& kind, std::function<std::string()> bytes) {
     const SharedReport report = selectedReport();
-    if (!report) return;
+    if (report) saveAs(proposedName(*report, suffix, m_words.reader), suffix, kind, std::move(bytes));
+}
+
+void QuillmarkApp::exportTable() {
+    if (m_together.empty()) return;
+    saveAs(nameOfTogether(QStringLiteral(".csv")), QStringLiteral(".csv"), m_words("Tables"),
+           [reports = m_together] {
+               std::string table = csvHeader();
+               for (const SharedReport& each : reports) table += csvRow(*each, {});
+               return table;
+           });
+}
+
+void QuillmarkApp::exportJSON() {
+    if (m_together.empty()) return;
+    saveAs(nameOfTogether(QStringLiteral(".jsonl")), QStringLiteral(".jsonl"),
+           m_words("Reports as lines of JSON"), [reports = m_together] {
+               std::string lines;
+               for (const SharedReport& each : reports) lines += compactJSON(*each) + '\n';
+               return lines;
+           });
+}
+
+QString QuillmarkApp::nameOfTogether(const QString& suffix) const {
+    if (m_shown) return proposedName(*m_shown, suffix, m_words.reader);
+    return proposedName(m_togetherName, m_surroundings.now(), suffix, m_words.reader);
+}
+
+void QuillmarkApp::saveAs(const QString& name, const QString& suffix, const QString& kind,
+                          std::function<std::string()> bytes) {
     auto* dialog = new QFileDialog(&m_window, m_words("Export"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setAcceptMode(QFileDialog::AcceptSave);  // which asks before a file is replaced
     dialog->setFileMode(QFileDialog::AnyFile);
     dialog->setNameFilter(kind + QStringLiteral(" (*") + suffix + u')');
     dialog->setDefaultSuffix(suffix.mid(1));
-    dialog->selectFile(proposedName(*report, suffix, m_words.reader));
+    dialog->selectFile(name);
     connect(dialog, &QFileDialog::fileSelected, this, [this, bytes = std::move(bytes)](const QString& path) {
-        m_exports.start([this, bytes, name = path.toLocal8Bit().toStdString()] {
+        m_exports.start([this, bytes, file = path.toLocal8Bit().toStdString()] {
             try {
-                replaceFile(name, bytes());
+                replaceFile(file, bytes());
             } catch (const std::exception& error) {
                 const QString why = QString::fromStdString(reasonOf(error, m_words.reader));
                 QMetaObject::invokeMethod(this, [this, why] {

@@ -10,6 +10,7 @@
 #include <stop_token>
 
 #include "Quillmark/AppModel.h"
+#include "Quillmark/MailboxView.h"
 #include "Quillmark/MainView.h"
 #include "Quillmark/MessageTextView.h"
 #include "Quillmark/ReportList.h"
@@ -54,7 +55,13 @@ private:
     void refreshCommands();
     void refreshSheet();
     void perform(Command command);
-    void remove(void (AppModel::*fromWhere)(UUID));
+    void remove(void (AppModel::*fromWhere)(const std::set<UUID>&));
+    void refreshUndo(std::size_t removed);
+    /// What is chosen: rows and reports, of a mailbox that was chosen its messages, too.
+    std::set<UUID> chosenOnes() const;
+    /// Several reports that are to be shown together; nothing while one alone is.
+    std::optional<MailboxContent> several() const;
+    std::vector<SharedReport> messagesOf(const UUID& mailbox) const;
     void receive(const DropContents& contents);
     /// Says in the drop area when the clipboard holds a message, as often as it is looked at.
     void offerClipboard();
@@ -69,6 +76,12 @@ private:
     void exportEvidence();
     /// Asks for a name, and before it replaces a file, and writes what `bytes` gives: it is called on another
     /// thread.
+    void saveAs(const QString& name, const QString& suffix, const QString& kind,
+                std::function<std::string()> bytes);
+    /// The reports that are shown, together.
+    void exportTable();
+    void exportJSON();
+    QString nameOfTogether(const QString& suffix) const;
     void save(const QString& suffix, const QString& kind, std::function<std::string()> bytes);
     void copyReport();
     /// A page for whoever the person turns to.
@@ -95,6 +108,8 @@ private:
     QThreadPool m_exports;                 // where files are made and written
     SharedReport m_shown;
     std::map<UUID, QString> m_expected = {};  // what was typed for a report of this run
+    std::vector<SharedReport> m_together;  // what is shown: one report, or several
+    QString m_togetherName;
     bool m_hasMessage = false;
     QPointer<QDialog> m_sheet;
     QPointer<SettingsView> m_settings;

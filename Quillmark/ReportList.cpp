@@ -141,6 +141,8 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
             return time(each);
         case isStoppedRole:
             return each.kind == ListEntry::Kind::stopped;
+        case isMailboxRole:
+            return each.kind == ListEntry::Kind::mailbox;
         default:
             return {};
     }
@@ -211,6 +213,7 @@ QString ReportList::firstLine(const ListEntry& entry) const {
             return m_words("History");
         case ListEntry::Kind::running:
         case ListEntry::Kind::stopped:
+        case ListEntry::Kind::mailbox:
             return entry.name.empty() ? m_words("Pasted source") : shown(entry.name);
         default:
             break;
@@ -226,6 +229,8 @@ QString ReportList::secondLine(const ListEntry& entry) const {
                                 : m_words.translateCount("%n message so far", "%n messages so far",
                                                          static_cast<std::int64_t>(entry.found));
     }
+    if (entry.kind == ListEntry::Kind::mailbox)
+        return m_words.translateCount("%n message", "%n messages", static_cast<std::int64_t>(entry.found));
     if (entry.kind == ListEntry::Kind::stopped) return stoppedAfter(entry.found, entry.all, m_words);
     const ProofReport& report = *entry.report;
     const std::string& domain =

@@ -20,7 +20,14 @@ QString stoppedAfter(std::size_t checked, std::optional<std::size_t> all, const 
 class ReportList : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Role { toneRole = Qt::UserRole, secondLineRole, timeRole, hasMoreRole, isStoppedRole };
+    enum Role {
+        toneRole = Qt::UserRole,
+        secondLineRole,
+        timeRole,
+        hasMoreRole,
+        isStoppedRole,
+        isMailboxRole
+    };
     /// `now` gives the time, by which a check of today shows its hour and an older one its day.
     ReportList(std::function<Date()> now, const Words& words, QObject* parent = nullptr);
 
@@ -40,7 +47,9 @@ public:
     /// In the first column.
     QModelIndex indexOf(const UUID& id) const;
     /// As `quillmark::beside`, of what is listed.
-    std::optional<UUID> beside(const UUID& id) const { return quillmark::beside(m_listed.rows, id); }
+    std::optional<UUID> beside(const std::set<UUID>& ids) const {
+        return quillmark::beside(m_listed.rows, ids);
+    }
     /// How many entries there are, whatever the filter.
     std::size_t allCount() const { return m_all.size(); }
 

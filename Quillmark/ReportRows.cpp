@@ -44,6 +44,7 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     const QRect inside = option.rect.adjusted(gap, gap, -gap, -gap);
     const QVariant tone = index.data(ReportList::toneRole);
     const bool isStopped = index.data(ReportList::isStoppedRole).toBool();
+    const bool isMailbox = index.data(ReportList::isMailboxRole).toBool();
     const QString second = index.data(ReportList::secondLineRole).toString();
     painter->setPen(text);
     QFont bold = option.font;
@@ -69,6 +70,13 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
             drawSymbol(Tone::caution, mark.translated(0, line + gap / 2));
     } else if (isStopped) {
         painter->fillRect(mark.adjusted(gap, gap, -gap, -gap), text);
+    } else if (isMailbox) {  // an envelope
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(QPen(text, line / 12.0));
+        const QRectF envelope(mark.left() + line / 8.0, mark.top() + line / 4.0, line * 0.75, line * 0.5);
+        painter->drawRect(envelope);
+        painter->drawPolyline(QPolygonF(
+            {envelope.topLeft(), envelope.center() + QPointF(0, line / 12.0), envelope.topRight()}));
     } else {  // a ring with a gap that goes around
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(QPen(text, line / 8.0));

@@ -26,14 +26,6 @@ constexpr int widestName = 24;                            // characters
 constexpr int leastHeight = 32;                           // lines: in less the banner is compact
 constexpr int widestReport = 120;                         // characters: longer lines are hard to read
 
-QLabel* heading(const QString& text) {
-    auto* label = new QLabel(text);
-    label->setTextFormat(Qt::PlainText);
-    label->setFont(scaled(label->font(), 1.1, QFont::DemiBold));
-    label->setContentsMargins(0, label->fontMetrics().height() / 2, 0, 0);
-    return label;
-}
-
 /// With the keyboard, what was made later comes where it stands: behind the button that shows it.
 void orderAfter(QWidget* button, QWidget* shown) {
     QWidget* before = button;
@@ -289,7 +281,7 @@ void ReportView::plan(const ReportSection& section, QBoxLayout* page) {
 }
 
 void ReportView::addHeading(const ReportSection& section, QBoxLayout* rows, QWidget* box) {
-    QLabel* label = heading(section.heading);
+    QLabel* label = sectionHeading(section.heading);
     if (!section.entry) return rows->addWidget(label);
     auto* line = new QHBoxLayout;
     auto* explain = new ExplainButton(section.heading, *section.entry, section.raw, m_words);

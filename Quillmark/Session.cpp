@@ -74,9 +74,42 @@ void Session::apply(const Changes& changes, const Refusals& refusals) {
     if (refused != refusals.end() && !m_selection) m_refusal = refused->second;
 }
 
-void Session::remove(const UUID& id) {
-    m_removed.insert(id);
-    apply({{id, std::nullopt}});
+RemovedRows Session::remove(const std::set<UUID>& ids) {
+    RemovedRows removed;
+    Changes changes;
+    std::optional<UUID> below;
+    for (auto row = m_rows.rbegin(); row != m_rows.rend(); ++row) {
+        if (!ids.contains(row->id)) {
+            below = row->id;
+            continue;
+        }
+        removed.rows.emplace_back(*row, below);
+        changes.emplace(row->id, std::nullopt);
+        m_removed.insert(row->id);
+    }
+    std::ranges::reverse(removed.rows);
+    apply(changes);
+    return removed;
+}
+
+void Session::restore(const RemovedRows& removed) {
+    std::map<UUID, std::vector<SessionRow>> above;
+    std::vector<SessionRow> atEnd;
+    for (const auto& [row, below] : removed.rows) {
+        if (this->row(row.id)) continue;
+        m_removed.erase(row.id);
+        (below && this->row(*below) ? above[*below] : atEnd).push_back(row);
+    }
+    std::vector<SessionRow> rows;
+    rows.reserve(m_rows.size() + removed.rows.size());
+    for (SessionRow& row : m_rows) {
+        if (const auto found = above.find(row.id); found != above.end())
+            std::ranges::move(found->second, std::back_inserter(rows));
+        rows.push_back(std::move(row));
+    }
+    std::ranges::move(atEnd, std::back_inserter(rows));
+    m_rows = std::move(rows);
+    m_positions.clear();
 }
 
 void Session::select(const std::optional<UUID>& id) {

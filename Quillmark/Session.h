@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "QuillmarkKit/Report.h"
@@ -37,7 +38,14 @@ struct SessionRow {
     /// `MessagePlace`.
     std::vector<std::size_t> position = {};
     std::optional<StoppedMailbox> stopped = {};  ///< of a mailbox or folder: its row stays then
+    bool isDone = false;  ///< a mailbox or folder of several messages, checked to its end: its row stays, too
+    bool isMailbox() const { return isDone || stopped.has_value(); }
     bool operator==(const SessionRow&) const = default;
+};
+
+/// Rows that were taken away, each with the one that stood below all that went there; nothing at the end.
+struct RemovedRows {
+    std::vector<std::pair<SessionRow, std::optional<UUID>>> rows = {};
 };
 
 /// The messages of this run in their order, and what is selected: a value, of one thread.
@@ -68,7 +76,10 @@ public:
     void insert(const UUID& mailbox, std::vector<SessionRow> rows);
     void setReport(const UUID& id, std::shared_ptr<const ProofReport> report);
     void apply(const Changes& changes, const Refusals& refusals = {});
-    void remove(const UUID& id);
+    /// Rows that aren't there are passed over.
+    RemovedRows remove(const std::set<UUID>& ids);
+    /// Puts rows back to where they were, as far as their neighbours are still there.
+    void restore(const RemovedRows& removed);
     /// Nothing, or the identity of a row or a saved report; another one is none.
     void select(const std::optional<UUID>& id);
     /// Selects nothing, for the sake of something that couldn't even be tried.

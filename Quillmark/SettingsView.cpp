@@ -14,6 +14,7 @@
 #include "Quillmark/PlainText.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
 #include "Settings/ChosenResolver.h"
+#include "WindowBaseline/Mnemonics.h"
 
 namespace quillmark {
 
@@ -71,6 +72,7 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     layout->addWidget(buttons);
     const int width = 80 * fontMetrics().averageCharWidth();
+    window_baseline::giveMnemonics(*this);
     resize(width, layout->heightForWidth(width));
 }
 
@@ -165,6 +167,7 @@ void SettingsView::askWhetherToClear(const QString& what, const std::function<vo
     QPushButton* yes = question->addButton(m_words("Clear History"), QMessageBox::DestructiveRole);
     question->setDefaultButton(question->addButton(m_words("Cancel"), QMessageBox::RejectRole));
     connect(yes, &QPushButton::clicked, this, clear);
+    window_baseline::giveMnemonics(*question);
     question->open();
 }
 

@@ -7,6 +7,7 @@
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
+#include "WindowBaseline/Mnemonics.h"
 
 namespace quillmark {
 
@@ -49,6 +50,7 @@ WelcomeView::WelcomeView(const Words& words, QWidget* parent) : QDialog(parent) 
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     layout->addWidget(buttons);
     const int width = 64 * fontMetrics().averageCharWidth();
+    window_baseline::giveMnemonics(*this);
     resize(width, layout->heightForWidth(width));
 }
 

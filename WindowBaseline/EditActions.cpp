@@ -1,5 +1,6 @@
 #include "WindowBaseline/EditActions.h"
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -21,11 +22,14 @@ struct Focus {
     QPlainTextEdit* plain = nullptr;
     QTextEdit* text = nullptr;
     QLabel* label = nullptr;
+    QAbstractItemView* list = nullptr;
 
     static Focus read() {
         QWidget* widget = QApplication::focusWidget();
+        auto* list = qobject_cast<QAbstractItemView*>(widget);
+        if (list && list->selectionMode() != QAbstractItemView::ExtendedSelection) list = nullptr;
         return {qobject_cast<QLineEdit*>(widget), qobject_cast<QPlainTextEdit*>(widget),
-                qobject_cast<QTextEdit*>(widget), qobject_cast<QLabel*>(widget)};
+                qobject_cast<QTextEdit*>(widget), qobject_cast<QLabel*>(widget), list};
     }
     bool isEditor() const {
         if (line) return !line->isReadOnly();
@@ -90,16 +94,18 @@ EditActions::EditActions(const std::array<QString, commandCount>& texts, QMenu* 
 
 void EditActions::readFocus() {
     const Focus focus = Focus::read();
-    m_actions[undo]->setEnabled(focus.canUndo());
+    m_actions[undo]->setEnabled(focus.canUndo() || (!focus.isEditor() && m_canUndoElsewhere));
     m_actions[redo]->setEnabled(focus.canRedo());
     m_actions[cut]->setEnabled(focus.isEditor() && focus.hasSelection());
-    m_actions[selectAll]->setEnabled(focus.line || focus.document() || focus.label);
+    m_actions[selectAll]->setEnabled(focus.line || focus.document() || focus.label || focus.list);
 }
 
 void EditActions::perform(Command command) {
     const Focus focus = Focus::read();
     if (command == paste && !focus.isEditor()) return emit pastedElsewhere();
     if (command == copy && !focus.hasSelection()) return emit copiedElsewhere();
+    if (command == undo && !focus.isEditor()) return emit undoneElsewhere();
+    if (command == selectAll && focus.list) return focus.list->selectAll();
     if (focus.line) return performIn(focus.line, command);
     if (focus.plain) return performIn(focus.plain, command);
     if (focus.text) return performIn(focus.text, command);

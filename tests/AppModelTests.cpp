@@ -178,13 +178,16 @@ TEST(AppModel, mailboxesAndFoldersGiveAllTheirMessages) {
     model.openFiles({desk.write("Inbox", mbox), desk.file("Maildir"), desk.write("one.eml", mail)});
     EXPECT_EQ(model.session().size(), 3u);
     desk.idle();
-    ASSERT_EQ(model.session().size(), count - 1 + 2 + 1u);
-    EXPECT_EQ(names(model).at(0), "Inbox, message 1");
-    EXPECT_EQ(names(model).at(2), "Inbox, message 4") << "in their order, whoever was done first";
-    EXPECT_EQ(names(model).at(count - 2), "Inbox, message 500");
-    EXPECT_EQ(names(model).at(count - 1), "Maildir/cur/1:2,S");
+    ASSERT_EQ(model.session().size(), 1 + count - 1 + 1 + 2 + 1u);
+    EXPECT_EQ(names(model).at(0), "Inbox");
+    EXPECT_TRUE(model.session()[0].isDone && !model.session()[0].isRunning);
+    EXPECT_EQ(model.session()[0].found, count - 1u);
+    EXPECT_EQ(names(model).at(1), "Inbox, message 1");
+    EXPECT_EQ(names(model).at(3), "Inbox, message 4") << "in their order, whoever was done first";
+    EXPECT_EQ(names(model).at(count - 1), "Inbox, message 500");
+    EXPECT_EQ(names(model).at(count + 1), "Maildir/cur/1:2,S");
     EXPECT_EQ(names(model).back(), "one.eml");
-    EXPECT_EQ(model.session()[497].report->summary.subject, "499");
+    EXPECT_EQ(model.session()[498].report->summary.subject, "499");
     EXPECT_EQ(model.selection(), model.session()[0].id);
     EXPECT_TRUE(model.canRecheck(model.session()[7].id));
     EXPECT_EQ(model.problem(),
@@ -223,13 +226,14 @@ TEST(AppModel, attachedMessagesAreReportsOfTheirOwn) {
     const std::string path = desk.write("x.eml", attached), inbox = desk.write("Inbox", mbox);
     const auto expected = [&](std::vector<std::string> names, const std::function<void()>& open) {
         SCOPED_TRACE(names[0]);
-        while (!model.session().empty()) model.removeFromList(model.session()[0].id);
+        while (!model.session().empty()) model.removeFromList({model.session()[0].id});
         open();
         desk.idle();
         EXPECT_EQ(quillmark::names(model), names);
         std::set<std::string> subjects;
         for (const auto& row : model.session()) {
             EXPECT_FALSE(row.isRunning);
+            if (row.isDone) continue;
             subjects.insert(row.report->summary.subject);
             EXPECT_EQ(row.report->fileName.value_or("(pasted)"), row.name.value_or("(pasted)"));
         }
@@ -240,24 +244,25 @@ TEST(AppModel, attachedMessagesAreReportsOfTheirOwn) {
     expected(below(""), [&] { model.paste(attached); });
     expected(below("data"), [&] { model.checkData(ByteBuffer(attached), "data"); });
     auto all = below("Inbox, message 1");
+    all.insert(all.begin(), "Inbox");
     all.push_back("Inbox, message 2");
     expected(all, [&] { model.openFiles({inbox}); });
     expected(below("x.eml"), [&] { model.openFiles({path}); });
 
     model.openFiles({inbox});
     desk.idle();
-    for (const std::size_t row : {2u, 4u, 7u}) {  // in a mailbox, there alone, in a file
+    for (const std::size_t row : {3u, 5u, 8u}) {  // in a mailbox, there alone, in a file
         SCOPED_TRACE(row);
         const auto before = model.session();
         ASSERT_TRUE(model.canRecheck(before[row].id));
         model.recheck(before[row].id);
         desk.idle();
         EXPECT_EQ(names(model),
-                  (std::vector<std::string>{"Inbox, message 1", "Inbox, message 1, attached message 1",
-                                            "Inbox, message 1, attached message 1.1",
-                                            "Inbox, message 1, attached message 2", "Inbox, message 2",
-                                            "x.eml", "x.eml, attached message 1",
-                                            "x.eml, attached message 1.1", "x.eml, attached message 2"}));
+                  (std::vector<std::string>{
+                      "Inbox", "Inbox, message 1", "Inbox, message 1, attached message 1",
+                      "Inbox, message 1, attached message 1.1", "Inbox, message 1, attached message 2",
+                      "Inbox, message 2", "x.eml", "x.eml, attached message 1", "x.eml, attached message 1.1",
+                      "x.eml, attached message 2"}));
         EXPECT_NE(model.session()[row].id, before[row].id);
         EXPECT_EQ(model.session()[row].report->summary, before[row].report->summary);
     }
@@ -265,12 +270,41 @@ TEST(AppModel, attachedMessagesAreReportsOfTheirOwn) {
 
     desk.write("Inbox", "From a@b.example Sat Nov 21 10:00:00 2026\nFrom: f@b.example\n\nnew\n\n" + mbox);
     const auto before = model.session();
-    model.recheck(before[4].id);
+    model.recheck(before[5].id);
     desk.idle();
     EXPECT_EQ(model.problem(),
               "“Inbox, message 2” isn’t where it was: its file has changed since. Open the file again to "
               "check what it holds now.");
     EXPECT_EQ(model.session(), before);
+}
+
+TEST(AppModel, whatWasRemovedComesBack) {
+    Desk desk;
+    AppModel& model = desk.ready();
+    const auto ids = [&] {
+        std::vector<UUID> all;
+        for (const auto& row : model.session()) all.push_back(row.id);
+        return all;
+    };
+    for (int i = 0; i < 3; ++i) model.paste(mail);
+    desk.idle();
+    const std::vector<UUID> all = ids();
+    model.removeFromList({all[0], all[2]});
+    EXPECT_EQ(ids(), std::vector{all[1]});
+    EXPECT_TRUE(model.isInHistory(all[0]));
+    model.removeFromHistory({all[1], all[2]});
+    EXPECT_FALSE(model.isInHistory(all[1]));
+    model.undoRemoval();
+    EXPECT_TRUE(model.isInHistory(all[1]) && model.isInHistory(all[2]));
+    model.undoRemoval();
+    EXPECT_EQ(ids(), all);
+    EXPECT_TRUE(model.canRecheck(all[0]));
+    EXPECT_FALSE(model.canUndoRemoval());
+    model.removeFromHistory({all[1]});
+    model.clearHistory({});
+    EXPECT_FALSE(model.canUndoRemoval()) << "what is cleared can't be brought back";
+    model.finish();
+    EXPECT_EQ(desk.history().load(now).reports.size(), 2u);
 }
 
 TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
@@ -294,7 +328,7 @@ TEST(AppModel, aMailboxIsStoppedInTheMiddle) {
     model.openFiles({desk.write("one.eml", mail)});
     desk.idle();
     EXPECT_EQ(model.session().size(), left.size() + 1) << "nothing came afterwards";
-    model.removeFromList(left[0].id);
+    model.removeFromList({left[0].id});
     EXPECT_EQ(model.session().size(), left.size());
 }
 
@@ -394,7 +428,7 @@ TEST(AppModel, rowsAreThereAtOnceAndCanBeCancelled) {
     EXPECT_EQ(model.selection(), model.session()[0].id);  // of the refused file's intake the next
 
     model.cancel(model.session()[0].id);
-    model.removeFromList(pasted);
+    model.removeFromList({pasted});
     EXPECT_EQ(names(model), (std::vector<std::string>{"b", "c"}));
     EXPECT_EQ(model.selection(), model.session()[0].id);
     resolver->gate.open();
@@ -473,7 +507,7 @@ TEST(AppModel, theHistoryFromRunToRun) {
     desk.model->openFiles({desk.write("huge.eml", "From: a@b.example\r\nSubject: " + huge + "\r\n\r\n")});
     desk.idle();
     EXPECT_EQ(desk.model->problem(), "The report on “huge.eml” is too large to be kept in the history.");
-    desk.model->removeFromHistory(ids[7]);
+    desk.model->removeFromHistory({ids[7]});
     desk.waitFor([&] { return desk.history().load(now).reports.size() == 59; });
     EXPECT_LE(desk.historyUses, 5);  // one save a burst, not one a report
 
@@ -484,7 +518,7 @@ TEST(AppModel, theHistoryFromRunToRun) {
     const UUID newest = model.history()[58]->id;
     EXPECT_FALSE(model.canRecheck(newest));
     model.select(newest);
-    model.removeFromHistory(newest);
+    model.removeFromHistory({newest});
     EXPECT_EQ(model.selection(), std::nullopt);
     model.select(model.history()[57]->id);
     model.setKeepHistory(false);
@@ -658,8 +692,8 @@ TEST(AppModel, othersMayChangeTheHistoryMeanwhile) {
         fs::rename(desk.file("elsewhere/history.json"), desk.historyURL);
     }
     desk.waitFor([&] { return model.history().size() == 4 && model.report(another.id); });
-    model.removeFromHistory(another.id);
-    model.removeFromHistory(model.session().front().id);
+    model.removeFromHistory({another.id});
+    model.removeFromHistory({model.session().front().id});
     desk.waitFor([&] { return desk.history().load(now).reports.size() == 2; });
 
     HistoryChange removal;

@@ -1,5 +1,6 @@
 #include "Gate.h"
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MailboxView.h"
 #include "Quillmark/MessageTextView.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/QuillmarkApp.h"
@@ -177,21 +178,26 @@ TEST(Desktop, aMailboxInTheTable) {
     {
         Desk run(folder);
         run.app->openFiles({inbox.fileName()});
-        EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 13 && !run.model->busy(); }));
+        EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 14 && !run.model->busy(); }));
         run.window().listView()->setFocus();
         run.window().action(Command::showTable)->trigger();
         QTreeView* table = run.window().listPanel()->tableView();
         EXPECT_TRUE(table->isVisible() && table->hasFocus() && !run.window().listView()->isVisible());
         table->sortByColumn(subjectColumn, Qt::DescendingOrder);
-        EXPECT_EQ(run.rows().mid(0, 3), (QStringList{"Is dinner ready?", "11", "10"}));
+        EXPECT_EQ(run.rows().mid(0, 3), (QStringList{"Inbox", "Is dinner ready?", "11"}));
         run.key(Qt::Key_Home);
+        run.key(Qt::Key_Down);
         run.waitForHeadline(headlineOf("rfc8463"));
         run.key(Qt::Key_Return);
         EXPECT_EQ(QApplication::focusWidget(), run.window().reportView());
         test::button(run.window(), "Show only “Good”: 1")->click();
-        EXPECT_EQ(run.rows(), QStringList{"Is dinner ready?"});
+        EXPECT_EQ(run.rows(), (QStringList{"Inbox", "Is dinner ready?"}));
         run.list().setTones({});
         run.list().setFilter("message 1");
+        table->setColumnWidth(fromColumn, 123);
+        auto* splitter = run.window().findChild<QSplitter*>();
+        splitter->setSizes({150, 400});
+        emit splitter->splitterMoved(150, 1);
         table->setFocus();
         run.key(Qt::Key_Home);
         for (const QStringList& left : {QStringList{"10", "9", "0"}, {"9", "0"}, {"0"}, {}}) {
@@ -202,6 +208,9 @@ TEST(Desktop, aMailboxInTheTable) {
     Desk run(folder);
     EXPECT_TRUE(run.waitFor([&] { return run.list().rowCount() == 12; }));
     EXPECT_TRUE(run.window().listPanel()->tableView()->isVisible()) << "as it was left";
+    EXPECT_EQ(run.window().listPanel()->tableView()->columnWidth(fromColumn), 123);
+    const auto* splitter = run.window().findChild<QSplitter*>();
+    EXPECT_NEAR(splitter->sizes()[0], 150, 2);
     run.window().resize(700, 500);
     const auto letter = [&] { return run.window().fontMetrics().averageCharWidth(); };
     const int small = letter();
@@ -211,6 +220,62 @@ TEST(Desktop, aMailboxInTheTable) {
     const QWidget* list = run.window().listPanel();
     EXPECT_TRUE(run.waitFor([&] { return list->isVisible() && list->height() > 200; }));
     EXPECT_LE(list->width(), std::max(list->minimumWidth(), 700 / 3)) << "the report needs room, too";
+}
+
+TEST(Desktop, aMailboxHasAPageAndSeveralAreTakenTogether) {
+    const QTemporaryDir folder;
+    QFile inbox(folder.filePath("Inbox"));
+    ASSERT_TRUE(inbox.open(QIODevice::WriteOnly));
+    for (int i = 0; i < 4; ++i) {
+        inbox.write("From a@b.example Sat Nov 21 10:00:00 2026\nFrom: a@b.example\nSubject: " +
+                    QByteArray::number(i) + (i == 2 ? "\nReply-To: a@c.example" : "") +
+                    "\nDate: Sat, 21 Nov 2020 10:00:00 +0000\n\nhello\n\n");
+    }
+    inbox.close();
+    Desk run(folder);
+    run.app->openFiles({inbox.fileName()});
+    const auto page = [&] {
+        const auto* head = run.window().mailboxView()->findChild<QFrame*>("mailbox");
+        return head && head->isVisible() ? head->accessibleName() : QString();
+    };
+    const auto isTold = [&](const QString& text) {
+        EXPECT_TRUE(run.waitFor([&] { return page() == text; })) << page().toStdString();
+    };
+    isTold("Inbox. 4 messages, checked to the end. Bad: 4. Of these, with a caution beside the verdict: 1");
+    const auto* years = run.window().mailboxView()->findChild<QFrame*>("By year");
+    EXPECT_EQ(years->accessibleName(), "By year. 2020: 4, of which 4 Bad");
+    run.window().action(Command::exportTable)->trigger();
+    auto* dialog = run.window().findChild<QFileDialog*>();
+    ASSERT_TRUE(dialog);
+    emit dialog->fileSelected(folder.filePath("all.csv"));
+    dialog->close();
+    run.app->finish();
+    EXPECT_EQ(contents(folder.filePath("all.csv").toStdString()).count("\r\n"), 1 + 4);
+    // What needs a look most comes first, and leads to its report.
+    const auto leads = run.window().mailboxView()->findChildren<QAbstractButton*>();
+    QTest::keyClick(leads.at(1), Qt::Key_Return);
+    EXPECT_TRUE(run.waitFor([&] { return run.model->report(*run.model->selection()) != nullptr; }));
+    EXPECT_EQ(run.model->report(*run.model->selection())->summary.subject, "2");
+
+    run.window().activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&run.window()));
+    run.window().listView()->setFocus();
+    EXPECT_TRUE(run.waitFor([&] { return run.window().listView()->currentIndex().row() == 4; }));
+    run.key(Qt::Key_Down, Qt::ShiftModifier);
+    isTold("2 messages chosen. Bad: 2. Of these, with a caution beside the verdict: 1");
+    EXPECT_FALSE(run.window().action(Command::exportPDF)->isEnabled());
+    run.key(Qt::Key_Delete);
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 2 + 2; }));
+    run.key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().size() == 2 + 4; }));
+    run.key(Qt::Key_A, Qt::ControlModifier);
+    isTold("4 messages chosen. Bad: 4. Of these, with a caution beside the verdict: 1");
+    // The mailbox takes its messages with it.
+    run.window().listView()->setFocus();
+    run.key(Qt::Key_Home);
+    isTold("Inbox. 4 messages, checked to the end. Bad: 4. Of these, with a caution beside the verdict: 1");
+    run.key(Qt::Key_Delete);
+    EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); }));
 }
 
 TEST(Desktop, pasteInTheSheetAndStraight) {
@@ -518,7 +583,7 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
     }
     // A report of the history lacks the message.
     const UUID id = run.model->history().front()->id;
-    run.model->removeFromList(id);
+    run.model->removeFromList({id});
     run.model->select(id);
     EXPECT_TRUE(run.waitFor([&] { return !command->isEnabled(); }));
     EXPECT_EQ(command->toolTip().toStdString(), "Open the file again to see this.");

@@ -76,11 +76,11 @@ TEST(ListRows, filterTonesOrderAndHeadings) {
 TEST(ListRows, whatIsBeside) {
     const std::vector<ListEntry> rows = listRows(entries(), {}, english).rows;  // SrabHcd
     for (const auto& [own, other] : {std::pair('r', 'a'), {'a', 'b'}, {'b', 'c'}, {'d', 'c'}})
-        EXPECT_EQ(beside(rows, {{static_cast<std::uint8_t>(own)}}),
+        EXPECT_EQ(beside(rows, {UUID{{static_cast<std::uint8_t>(own)}}}),
                   (UUID{{static_cast<std::uint8_t>(other)}}))
             << own;
-    EXPECT_EQ(beside(rows, {{'x'}}), std::nullopt);
-    EXPECT_EQ(beside(listRows(entries(), {.filter = "file"}, english).rows, {{'r'}}), std::nullopt);
+    EXPECT_EQ(beside(rows, {UUID{{'x'}}}), std::nullopt);
+    EXPECT_EQ(beside(listRows(entries(), {.filter = "file"}, english).rows, {UUID{{'r'}}}), std::nullopt);
 }
 
 TEST(ListRows, theEntriesOfThisRunAndOfTheHistory) {
@@ -94,7 +94,7 @@ TEST(ListRows, theEntriesOfThisRunAndOfTheHistory) {
                     {.id = {{'b'}}, .report = report('b'), .isRunning = true},  // others are attached to it
                     {.id = {{'m'}}, .name = "Inbox", .found = 9, .stopped = StoppedMailbox{7, 8}},
                     {.id = {{'x'}}, .report = report('x')}});
-    session.remove({{'x'}});
+    session.remove({UUID{{'x'}}});
     const std::vector history = {report('o'), report('n'), report('a'), report('b'), report('x')};
     const auto entries = listEntries(session, history);
     EXPECT_EQ(letters(entries), "abmno");

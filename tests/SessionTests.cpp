@@ -21,7 +21,7 @@ void perform(Session& session, const std::string& step) {
         const std::string letters = part.substr(1);
         if (part[0] == '!')
             return session.select(letters.empty() ? std::nullopt : std::optional(idOf(letters[0])));
-        if (part[0] == 'x') return session.remove(idOf(letters[0]));
+        if (part[0] == 'x') return void(session.remove({idOf(letters[0])}));
         if (part[0] == '+') {
             std::vector<SessionRow> rows;
             for (const char each : letters) rows.push_back({.id = idOf(each)});
@@ -80,6 +80,28 @@ TEST(Session, whatIsListedAndWhatIsSelected) {
         EXPECT_EQ(selected + session.refusal().value_or(""), row.shown);
         EXPECT_EQ(session.isRemoved(idOf('a')), std::string(row.steps).ends_with("xa"));
     }
+}
+
+TEST(Session, removedRowsComeBackToTheirPlaces) {
+    Session session([](const UUID&) { return false; });
+    const auto listed = [&] {
+        std::string letters;
+        for (const SessionRow& each : session.rows()) letters += letterOf(each.id);
+        return letters;
+    };
+    perform(session, "+abcde");
+    const RemovedRows middle = session.remove({idOf('b'), idOf('c')}),
+                      ends = session.remove({idOf('e'), idOf('a'), idOf('z')});
+    perform(session, "+f");
+    EXPECT_EQ(listed(), "fd");
+    session.restore(ends);
+    session.restore(middle);
+    EXPECT_EQ(listed(), "fabcde");
+    EXPECT_FALSE(session.isRemoved(idOf('b')));
+    const RemovedRows first = session.remove({idOf('a')});
+    perform(session, "-b");
+    session.restore(first);
+    EXPECT_EQ(listed(), "fcdea") << "whose neighbour has gone";
 }
 
 TEST(Session, theMessagesOfAMailboxStandBelowItInTheirOrder) {

@@ -3,8 +3,10 @@
 #include <QLineEdit>
 #include <QRadioButton>
 
+#include "Quillmark/HelpView.h"
 #include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MainView.h"
 #include "Quillmark/MessageWaysView.h"
 #include "Quillmark/PasteView.h"
 #include "Quillmark/PlainText.h"
@@ -14,6 +16,7 @@
 #include "Quillmark/SettingsView.h"
 #include "Quillmark/SingleInstance.h"
 #include "Quillmark/Tones.h"
+#include "Quillmark/WelcomeView.h"
 #include "tests/WindowTest.h"
 
 namespace quillmark {
@@ -372,6 +375,59 @@ TEST(SettingsView, whoIsAsked) {
     EXPECT_EQ(choices, (std::vector<std::string>{"system", "https://dns.example/q"}));
     SettingsView again({.resolver = choices[1], .lockedHistory = {}}, english);
     EXPECT_EQ(again.findChild<QLineEdit*>()->text(), "https://dns.example/q");
+}
+
+QString mnemonicOf(const QString& text) {
+    const qsizetype mark = text.indexOf(u'&');
+    return mark < 0 ? QString() : text.mid(mark + 1, 1).toLower();
+}
+
+/// Each has a letter of its own; of several buttons that read the same, one.
+void expectMnemonics(const QStringList& texts) {
+    std::map<QString, QString> letters, byText;
+    for (const QString& text : texts) {
+        const QString letter = mnemonicOf(text), plain = QString(text).remove(u'&');
+        if (letter.isEmpty()) {
+            byText.emplace(plain, QString());
+            continue;
+        }
+        byText[plain] = letter;
+        EXPECT_TRUE(letters.emplace(letter, text).second)
+            << text.toStdString() << " has the letter of " << letters[letter].toStdString();
+    }
+    for (const auto& [text, letter] : byText) EXPECT_FALSE(letter.isEmpty()) << text.toStdString();
+}
+
+TEST(Mnemonics, everyCommandAndButtonHasItsOwn) {
+    for (const Language language : {Language::english, Language::german}) {
+        const Words words{{.language = language, .platform = Platform::other}};
+        ReportList list([] { return Date(); }, words);
+        MainView window(list, words);
+        ReportContent content = sampleContent();
+        content.hasFailedLookup = true;
+        window.showReport(content);
+        QStringList bar;
+        for (const QAction* menu : window.menuBar()->actions()) {
+            bar << menu->text();
+            QStringList entries;
+            for (const QAction* each : menu->menu()->actions()) {
+                if (!each->isSeparator()) entries << each->text();
+            }
+            expectMnemonics(entries);
+        }
+        const auto buttons = [](const QWidget& in) {
+            QStringList texts;
+            for (const QAbstractButton* each : in.findChildren<QAbstractButton*>()) {
+                if (!qobject_cast<const QToolButton*>(each) && !each->text().isEmpty()) texts << each->text();
+            }
+            return texts;
+        };
+        expectMnemonics(bar + buttons(window));
+        expectMnemonics(buttons(PasteView(words)));
+        expectMnemonics(buttons(SettingsView({}, words)));
+        expectMnemonics(buttons(WelcomeView(words)));
+        expectMnemonics(buttons(HelpView({}, words)));
+    }
 }
 
 TEST(SingleInstance, theSecondHandsItsFilesOver) {

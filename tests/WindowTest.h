@@ -16,7 +16,7 @@ namespace quillmark::test {
 inline QAbstractButton* button(const QWidget& in, const QString& name) {
     QAbstractButton* found = nullptr;
     for (QAbstractButton* each : in.findChildren<QAbstractButton*>()) {
-        const bool isNamed = each->text() == name || each->accessibleName() == name;
+        const bool isNamed = each->text().remove(u'&') == name || each->accessibleName() == name;
         if (isNamed && (!found || !found->isVisible())) found = each;
     }
     EXPECT_TRUE(found) << "no button " << name.toStdString();
