@@ -9,6 +9,7 @@ namespace quillmark {
 
 QToolButton* disclosureButton(const QString& text, const QString& accessibleName) {
     auto* made = new QToolButton;
+    makeDisclosure(*made);  // before anybody asks what it is
     made->setText(text);
     made->setAccessibleName(accessibleName);
     made->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);

@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QGridLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QListView>
 #include <QMenu>
@@ -14,6 +15,7 @@
 #include <QToolButton>
 #include <QTreeView>
 #include <algorithm>
+#include <functional>
 #include <set>
 
 #include "Quillmark/ReportRows.h"
@@ -51,6 +53,14 @@ public:
 protected:
     void focusInEvent(QFocusEvent*) override { View::viewport()->update(); }
 
+    // The first row may be a heading, where nothing can stand.
+    QModelIndex moveCursor(QAbstractItemView::CursorAction action, Qt::KeyboardModifiers modifiers) override {
+        QModelIndex to = View::moveCursor(action, modifiers);
+        while (action == QAbstractItemView::MoveHome && to.isValid() && !(to.flags() & Qt::ItemIsEnabled))
+            to = to.siblingAtRow(to.row() + 1);
+        return to;
+    }
+
     void paintEvent(QPaintEvent* event) override {
         View::paintEvent(event);
         if (View::model()->rowCount() > 0) return;
@@ -62,6 +72,22 @@ protected:
 
 private:
     const QString m_nothingMatches;
+};
+
+/// Escape takes back what was typed, and the arrow down goes on into the list.
+class FilterLine : public QLineEdit {
+public:
+    explicit FilterLine(std::function<void()> goDown) : m_goDown(std::move(goDown)) {}
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Down) return m_goDown();
+        if (event->key() == Qt::Key_Escape && !text().isEmpty()) return clear();
+        QLineEdit::keyPressEvent(event);
+    }
+
+private:
+    const std::function<void()> m_goDown;
 };
 
 Qt::SortOrder opposite(Qt::SortOrder order) {
@@ -98,7 +124,15 @@ ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
 }
 
 void ListPanel::buildFilter(const Words& words) {
-    m_filter = new QLineEdit;
+    m_filter = new FilterLine([this] {
+        QAbstractItemView* view = m_tableView;
+        if (m_tableView->isHidden()) view = m_listView;
+        view->setFocus(Qt::TabFocusReason);
+        // Nothing is chosen yet: as with the arrow in the list, it is the first report.
+        for (int row = 0; !view->currentIndex().isValid() && row < m_list.rowCount(); ++row) {
+            if (!m_list.entry(m_list.index(row, 0)).isHeading()) view->setCurrentIndex(m_list.index(row, 0));
+        }
+    });
     m_filter->setObjectName(QStringLiteral("filter"));
     m_filter->setPlaceholderText(words("Filter"));
     m_filter->setAccessibleName(words("Filter the list"));

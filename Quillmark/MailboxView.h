@@ -17,6 +17,7 @@ struct MailboxContent {
     QString title;
     QString state;  ///< whether these are all of it
     std::vector<std::shared_ptr<const ProofReport>> reports;
+    bool isWhole = true;  ///< else there are more in it, which weren't checked
 };
 
 /// Many reports on one page: how many have which tone, those that need a look first, and pictures by year and

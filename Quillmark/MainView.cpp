@@ -127,6 +127,7 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     : QMainWindow(parent), m_list(list), m_words(words) {
     setWindowTitle(m_words("Quillmark"));
     setAcceptDrops(true);
+    describePartsToReaders();
     buildMenus();
 
     auto* page = new QWidget;
@@ -228,6 +229,7 @@ void MainView::buildMenus() {
     add(report, Command::exportText, m_words("Export as Text…"),
         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
     add(report, Command::exportEvidence, m_words("Export Evidence…"));
+    add(report, Command::exportPage, m_words("Export as Web Page…"));
     add(report, Command::exportTable, m_words("Export as Table…"));
     add(report, Command::exportJSON, m_words("Export as JSON…"));
     add(report, Command::copyReport, m_words("Copy Report as Text"),
@@ -289,9 +291,9 @@ QWidget* MainView::buildTopRow() {
 
     auto* exports = new Button(m_words("Export"));
     auto* menu = new QMenu(exports);
-    for (const Command each : {Command::exportPDF, Command::exportText, Command::exportEvidence,
-                               Command::exportTable, Command::exportJSON, Command::copyReport,
-                               Command::copyPage}) {
+    for (const Command each :
+         {Command::exportPDF, Command::exportText, Command::exportEvidence, Command::exportPage,
+          Command::exportTable, Command::exportJSON, Command::copyReport, Command::copyPage}) {
         menu->addAction(action(each));
     }
     exports->setMenu(menu);
@@ -378,7 +380,7 @@ void MainView::showMenu(const QPoint& where) {
     menu->setToolTipsVisible(true);
     for (const auto& group : {std::vector{Command::recheck, Command::messageAsText, Command::whatWasSigned},
                               {Command::copyReport, Command::exportPDF, Command::exportText,
-                               Command::exportTable, Command::exportJSON},
+                               Command::exportPage, Command::exportTable, Command::exportJSON},
                               {Command::removeFromList, Command::removeFromHistory}}) {
         if (!menu->isEmpty()) menu->addSeparator();
         for (const Command each : group) {
@@ -553,8 +555,22 @@ void MainView::setRunning(const Running& running) {
 void MainView::select(const std::optional<UUID>& id) { m_listSide->select(id); }
 
 void MainView::showReport(const ReportContent& content) {
+    const bool takesKeyboard = isWaitingForReport();
     m_reportView->setContent(content);
     m_pages->setCurrentWidget(m_reportView);
+    announce(m_reportView->spokenVerdict());
+    if (takesKeyboard) m_reportView->focusVerdict();
+}
+
+// Qt sends screen readers no alerts, but the names of what is there when they change.
+void MainView::announce(const QString& text) { m_pages->setAccessibleName(text); }
+
+// Whoever opened a message and went nowhere else waits for its verdict: what they did it with is not needed
+// now.
+bool MainView::isWaitingForReport() const {
+    if (m_pages->currentWidget() == m_reportView) return false;
+    const QWidget* focus = focusWidget();
+    return !focus || m_pages->isAncestorOf(focus) || m_topRow->isAncestorOf(focus);
 }
 
 void MainView::showMailbox(MailboxContent content) {

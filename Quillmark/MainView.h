@@ -47,6 +47,7 @@ enum class Command {
     exportPDF,
     exportText,
     exportEvidence,
+    exportPage,
     exportTable,
     exportJSON,
     copyReport,
@@ -67,7 +68,7 @@ enum class Command {
     helpShortcuts,
     about,
 };
-constexpr std::size_t commandCount = 33;
+constexpr std::size_t commandCount = 34;
 
 /// The main window: the list of checks and the report of one of them. It shows what it is told and says what
 /// the person wants; it decides nothing.
@@ -150,6 +151,9 @@ private:
     QWidget* buildReportSide();
     QWidget* buildDropArea();
     QWidget* buildClipboardLine();
+    /// Tells whoever listens what is shown now.
+    void announce(const QString& text);
+    bool isWaitingForReport() const;
     void light(bool on);
     void refreshListSide();
     void setTable(bool isTable);

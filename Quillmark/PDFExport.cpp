@@ -353,13 +353,18 @@ void divideParagraphs(QTextDocument& document, const std::vector<Line>& pages) {
     }
 }
 
+QFont withSingleLetters(QFont font) {
+    font.setLetterSpacing(QFont::AbsoluteSpacing, unligated);
+    return font;
+}
+
 void drawFooter(QPainter& painter, const QRectF& area, const QString& left, const QString& right) {
     painter.setPen(rule);
     painter.drawLine(area.topLeft(), area.topRight());
     painter.setPen(fadedInk);
     QFont font = painter.font();
     font.setPointSizeF(8);
-    font.setLetterSpacing(QFont::AbsoluteSpacing, unligated);
+    font = withSingleLetters(font);
     painter.setFont(font);
     const QFontMetricsF metrics(font, painter.device());
     const double room = area.width() - metrics.horizontalAdvance(right + QStringLiteral("    "));
@@ -488,6 +493,36 @@ PDFFrame frameOf(const ProofReport& report, const std::optional<CheckedMessage>&
     return frame;
 }
 
+/// The writer can't say which language a document is in, nor that its title is to be shown in place of the
+/// file's name: its catalog is written once more, as an update at the end (PDF 1.4, 3.4.5). What isn't as the
+/// writer makes it stays as it is.
+QByteArray withLanguage(const QByteArray& pdf, const QByteArray& language) {
+    const auto number = [&](const QByteArray& name, qsizetype from) {
+        const qsizetype at = from < 0 ? -1 : pdf.indexOf(name, from);
+        return at < 0 ? -1 : pdf.mid(at + name.size(), 20).trimmed().split('\n')[0].split(' ')[0].toInt();
+    };
+    const qsizetype trailer = pdf.lastIndexOf("trailer\n");
+    const int root = number("/Root ", trailer), size = number("/Size ", trailer),
+              table = number("startxref\n", trailer);
+    constexpr int entrySize = 20;
+    const QByteArray first = "xref\n0 " + QByteArray::number(size) + "\n";
+    if (root <= 0 || table <= 0 || !pdf.mid(table).startsWith(first)) return pdf;
+    const int begin = pdf.mid(table + first.size() + root * entrySize, 10).toInt();
+    const QByteArray opening = QByteArray::number(root) + " 0 obj\n<<\n";
+    const qsizetype end = pdf.indexOf(">>\nendobj", begin);
+    const qsizetype trailerEnd = pdf.indexOf("\n>>", trailer);
+    if (!pdf.mid(begin).startsWith(opening) || end < 0 || trailerEnd < 0) return pdf;
+    QByteArray updated = pdf;
+    const QByteArray place = QByteArray::number(pdf.size()).rightJustified(10, '0');
+    updated += pdf.mid(begin, end - begin) + "/Lang (" + language +
+               ")\n/ViewerPreferences << /DisplayDocTitle true >>\n>>\nendobj\n";
+    const QByteArray tablePlace = QByteArray::number(updated.size());
+    updated += "xref\n" + QByteArray::number(root) + " 1\n" + place + " 00000 n \n" +
+               pdf.mid(trailer, trailerEnd - trailer) + "\n/Prev " + QByteArray::number(table) +
+               "\n>>\nstartxref\n" + tablePlace + "\n%%EOF\n";
+    return updated;
+}
+
 }  // namespace
 
 QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words) {
@@ -507,6 +542,7 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     QTextDocument document;
     document.setUndoRedoEnabled(false);
     document.setDocumentMargin(0);
+    document.setDefaultFont(withSingleLetters(document.defaultFont()));
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     document.setDefaultTextOption(option);
@@ -517,7 +553,6 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
                                            [](const ReportSection& each) { return each.way.has_value(); });
     QFont letters = document.defaultFont();
     letters.setPointSizeF(wayPoints);
-    letters.setLetterSpacing(QFont::AbsoluteSpacing, unligated);
     WayObject way(ways != content.sections.end() ? *ways->way : Way(), letters, &writer, page.width(), words);
     document.documentLayout()->registerHandler(WayObject::type, &way);
     const Beginnings beginnings = compose(document, content, frame, words);
@@ -539,7 +574,7 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
                    words("Page %1 of %2", QString::number(i + 1), QString::number(pages.size())));
     }
     painter.end();
-    return bytes;
+    return withLanguage(bytes, words.reader.language == Language::german ? "de" : "en");
 }
 
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,

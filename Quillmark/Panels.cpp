@@ -1,6 +1,9 @@
 #include "Quillmark/Panels.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QPainter>
+#include <QToolButton>
 #include <algorithm>
 #include <cmath>
 
@@ -10,6 +13,44 @@ static void callForResources() { Q_INIT_RESOURCE(quillmark); }
 namespace quillmark {
 
 namespace {
+
+constexpr const char *headingProperty = "isHeading", *disclosureProperty = "isDisclosure";
+
+class AccessibleHeading : public QAccessibleWidget {
+public:
+    explicit AccessibleHeading(QLabel* label) : QAccessibleWidget(label, QAccessible::Heading) {}
+    QString text(QAccessible::Text kind) const override {
+        return kind == QAccessible::Name ? static_cast<QLabel*>(widget())->text()
+                                         : QAccessibleWidget::text(kind);
+    }
+};
+
+/// A button that is open or not; as one that is checked it would be taken for a choice.
+class AccessibleDisclosure : public QAccessibleWidget {
+public:
+    explicit AccessibleDisclosure(QToolButton* button) : QAccessibleWidget(button, QAccessible::Button) {}
+    QString text(QAccessible::Text kind) const override {
+        const QString own = QAccessibleWidget::text(kind);
+        return kind == QAccessible::Name && own.isEmpty() ? button()->text() : own;
+    }
+    QAccessible::State state() const override {
+        QAccessible::State state = QAccessibleWidget::state();
+        state.expandable = true;
+        state.expanded = button()->isChecked();
+        state.collapsed = !button()->isChecked();
+        return state;
+    }
+    QStringList actionNames() const override {
+        return QStringList(pressAction()) + QAccessibleWidget::actionNames();
+    }
+    void doAction(const QString& name) override {
+        name == pressAction() ? button()->click() : QAccessibleWidget::doAction(name);
+    }
+    QStringList keyBindingsForAction(const QString&) const override { return {}; }
+
+private:
+    QToolButton* button() const { return static_cast<QToolButton*>(widget()); }
+};
 
 constexpr double cornerRadius = 0.4;  // lines of text
 
@@ -34,12 +75,30 @@ QIcon programIcon() {
 }
 
 QLabel* sectionHeading(const QString& text) {
-    auto* label = new QLabel(text);
+    auto* label = new QLabel;
+    label->setProperty(headingProperty, true);  // before anybody asks what it is, as with its text
     label->setTextFormat(Qt::PlainText);
+    label->setText(text);
     label->setFont(scaled(label->font(), 1.1, QFont::DemiBold));
     label->setContentsMargins(0, label->fontMetrics().height() / 2, 0, 0);
     label->setWordWrap(true);
     return label;
+}
+
+void makeDisclosure(QToolButton& button) { button.setProperty(disclosureProperty, true); }
+
+void describePartsToReaders() {
+    static const bool isDone = [] {
+        QAccessible::installFactory([](const QString& name, QObject* object) -> QAccessibleInterface* {
+            if (name == QLatin1String("QLabel") && object->property(headingProperty).toBool())
+                return new AccessibleHeading(static_cast<QLabel*>(object));
+            if (name == QLatin1String("QToolButton") && object->property(disclosureProperty).toBool())
+                return new AccessibleDisclosure(static_cast<QToolButton*>(object));
+            return nullptr;
+        });
+        return true;
+    }();
+    static_cast<void>(isDone);
 }
 
 QSize Button::sizeHint() const {

@@ -6,6 +6,8 @@
 #include <QPushButton>
 #include <optional>
 
+class QToolButton;
+
 #include "Quillmark/Tones.h"
 
 /// The small painted pieces that a report is put together from. Their colours follow the palette, their sizes
@@ -20,6 +22,12 @@ QIcon programIcon();
 
 /// What stands above a part of a page.
 QLabel* sectionHeading(const QString& text);
+
+/// Tells screen readers what parts are that Qt takes for something else: section headings, and buttons that
+/// unfold details. To be called once there is an application; again, it does nothing.
+void describePartsToReaders();
+/// Makes such a button of one that is checkable.
+void makeDisclosure(QToolButton& button);
 
 /// A push button whose text keeps clear of its edges, in every language and at every size of the letters.
 class Button : public QPushButton {

@@ -31,6 +31,7 @@
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
 #include "Wording/HistoryWording.h"
+#include "Wording/MailboxReport.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
@@ -187,6 +188,7 @@ void QuillmarkApp::refreshSelection() {
     if (auto together = several()) {
         m_together = together->reports;
         m_togetherName = together->title;
+        m_isTogetherWhole = together->isWhole;
         m_window.showMailbox(std::move(*together));
         m_shown = nullptr;
         m_hasMessage = false;
@@ -196,6 +198,7 @@ void QuillmarkApp::refreshSelection() {
     m_together.clear();
     if (report) m_together.push_back(report);
     m_togetherName.clear();
+    m_isTogetherWhole = true;
     const auto checked = selected() ? m_model.message(*selected()) : std::nullopt;
     if (report && (report != m_shown || checked.has_value() != m_hasMessage)) {
         std::optional<std::vector<PathStep>> path;
@@ -266,7 +269,7 @@ std::optional<MailboxContent> QuillmarkApp::several() const {
     }
     const AppModel::Row* row = selected() ? m_model.row(*selected()) : nullptr;
     if (!row || row->report || row->found == 0) return std::nullopt;
-    MailboxContent content{shown(row->name.value_or("")), {}, messagesOf(row->id)};
+    MailboxContent content{shown(row->name.value_or("")), {}, messagesOf(row->id), row->isDone};
     const auto count = static_cast<std::int64_t>(row->found);
     content.state = row->stopped  ? stopRemark(*row->stopped, m_words)
                     : row->isDone ? m_words.translateCount("%n message, checked to the end.",
@@ -288,7 +291,7 @@ void QuillmarkApp::refreshCommands() {
     m_window.action(Command::recoverHistory)
         ->setEnabled(m_model.historyState() == AppModel::HistoryState::ready);
     const bool hasReport = m_shown != nullptr;
-    for (const Command each : {Command::exportTable, Command::exportJSON})
+    for (const Command each : {Command::exportPage, Command::exportTable, Command::exportJSON})
         m_window.action(each)->setEnabled(!m_together.empty());
     for (const Command each : {Command::exportPDF, Command::exportText, Command::copyReport,
                                Command::copyPage, Command::expected, Command::expandAll, Command::foldAll}) {
@@ -393,6 +396,8 @@ void QuillmarkApp::perform(Command command) {
             return exportText();
         case Command::exportEvidence:
             return exportEvidence();
+        case Command::exportPage:
+            return exportPage();
         case Command::exportTable:
             return exportTable();
         case Command::exportJSON:
@@ -518,6 +523,29 @@ void QuillmarkApp::chooseFolder() {
 void QuillmarkApp::save(const QString& suffix, const QString& kind, std::function<std::string()> bytes) {
     const SharedReport report = selectedReport();
     if (report) saveAs(proposedName(*report, suffix, m_words.reader), suffix, kind, std::move(bytes));
+}
+
+void QuillmarkApp::exportPage() {
+    if (m_together.empty()) return;
+    MailboxReportHead head{.isWhole = m_isTogetherWhole};
+    if (!m_shown) head.inputs.push_back(withoutIsolation(m_togetherName).toStdString());
+    saveAs(nameOfTogether(QStringLiteral(".html")), QStringLiteral(".html"), m_words("Web pages"),
+           [reports = m_together, head, reader = m_words.reader]() mutable {
+               MailboxReport page(reader);
+               Totals totals;
+               head.begun = head.ended = reports.front()->checkedAt;
+               const bool areWhole = reports.size() <= MailboxReport::mostReports;
+               for (const SharedReport& each : reports) {
+                   head.begun = std::min(head.begun, each->checkedAt);
+                   head.ended = std::max(head.ended, each->checkedAt);
+                   totals.add(countedOf(*each));
+                   page.add(
+                       mailboxEntry(*each, areWhole ? WholeReport::included : WholeReport::leftOut, reader));
+               }
+               std::string html;
+               page.write(head, totals, [&](std::string_view piece) { html += piece; });
+               return html;
+           });
 }
 
 void QuillmarkApp::exportTable() {

@@ -79,6 +79,7 @@ private:
     void saveAs(const QString& name, const QString& suffix, const QString& kind,
                 std::function<std::string()> bytes);
     /// The reports that are shown, together.
+    void exportPage();
     void exportTable();
     void exportJSON();
     QString nameOfTogether(const QString& suffix) const;
@@ -108,8 +109,9 @@ private:
     QThreadPool m_exports;                 // where files are made and written
     SharedReport m_shown;
     std::map<UUID, QString> m_expected = {};  // what was typed for a report of this run
-    std::vector<SharedReport> m_together;  // what is shown: one report, or several
+    std::vector<SharedReport> m_together;     // what is shown: one report, or several
     QString m_togetherName;
+    bool m_isTogetherWhole = true;  // else the mailbox was stopped
     bool m_hasMessage = false;
     QPointer<QDialog> m_sheet;
     QPointer<SettingsView> m_settings;

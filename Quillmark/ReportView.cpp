@@ -120,6 +120,12 @@ void ReportView::setContent(const ReportContent& content) {
     verticalScrollBar()->setValue(0);
 }
 
+QString ReportView::spokenVerdict() const { return m_banner ? m_banner->accessibleName() : QString(); }
+
+void ReportView::focusVerdict() {
+    if (m_banner) m_banner->setFocus(Qt::OtherFocusReason);
+}
+
 void ReportView::expandAll(bool expanded) {
     m_unfolded = 0;
     m_unfolding = expanded;

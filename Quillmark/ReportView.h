@@ -30,6 +30,10 @@ public:
     /// Replaces what is shown and scrolls to the top; details are folded. Of a report with very many findings
     /// the first are there at once, the others in later turns of the event loop.
     void setContent(const ReportContent& content);
+    /// The verdict with its cautions, as it is read out.
+    QString spokenVerdict() const;
+    /// Puts the keyboard onto the verdict, which is read out then.
+    void focusVerdict();
     /// Unfolds every finding's details, or folds them all, in later turns.
     void expandAll(bool expanded);
     /// Whether nothing is left for later turns.

@@ -15,6 +15,7 @@
 
 #include "CommandLine/FixedAnswers.h"
 #include "Quillmark/HelpView.h"
+#include "Quillmark/MailboxView.h"
 #include "Quillmark/MainView.h"
 #include "Quillmark/MessageTextView.h"
 #include "Quillmark/Panels.h"
@@ -89,7 +90,25 @@ Checked everything(const QString& samples) {
     return all;
 }
 
-void useDarkPalette(bool dark) {
+enum class Colors { light, dark, contrast };
+
+/// White and yellow on black, as a theme of high contrast has it.
+QPalette contrastPalette() {
+    QPalette palette(Qt::black);
+    for (const auto role :
+         {QPalette::Window, QPalette::Base, QPalette::AlternateBase, QPalette::Button, QPalette::ToolTipBase})
+        palette.setColor(role, Qt::black);
+    for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText, QPalette::BrightText,
+                            QPalette::ToolTipText, QPalette::PlaceholderText})
+        palette.setColor(role, Qt::white);
+    palette.setColor(QPalette::Highlight, Qt::yellow);
+    palette.setColor(QPalette::HighlightedText, Qt::black);
+    return palette;
+}
+
+void usePalette(Colors colors) {
+    if (colors == Colors::contrast) return QApplication::setPalette(contrastPalette());
+    const bool dark = colors == Colors::dark;
     QPalette palette(dark ? QColor(0x2b, 0x2b, 0x2e) : QColor(0xef, 0xef, 0xef));
     if (dark) {
         palette.setColor(QPalette::Base, QColor(0x1f, 0x1f, 0x22));
@@ -109,9 +128,10 @@ void useDarkPalette(bool dark) {
 struct Look {
     QString name;
     QSize size;
-    bool dark = false;
+    Colors colors = Colors::light;
     double fontScale = 1;
     Language language = Language::english;
+    Qt::LayoutDirection direction = Qt::LeftToRight;
 };
 
 class Renderer {
@@ -125,7 +145,8 @@ public:
     }
 
     void render(const Look& look) {
-        useDarkPalette(look.dark);
+        usePalette(look.colors);
+        QApplication::setLayoutDirection(look.direction);
         QFont font = m_font;
         font.setPointSizeF(font.pointSizeF() * look.fontScale);
         QApplication::setFont(font);
@@ -223,6 +244,12 @@ private:
         window.select(UUID{});
         window.showWithoutReport("Inbox", stoppedAfter(400, 4'200, words));
         save(window, look, "mailbox-stopped");
+        MailboxContent together{QStringLiteral("Inbox"), stoppedAfter(400, 4'200, words), {}};
+        for (const ListEntry& each : found) together.reports.push_back(each.report);
+        window.showMailbox(std::move(together));
+        while (!window.mailboxView()->isComplete()) QApplication::processEvents();
+        save(window, look, "mailbox-page");
+        write(window.mailboxView()->widget()->grab(), look, "mailbox-page-whole");
         window.showReport(reportContent(shownOne.report, shownOne.path, {}, words));
         list.setEntries(found);
         list.setTones({Tone::bad});
@@ -262,6 +289,7 @@ private:
         HelpView help({{words("Open…"), "Ctrl+O"}, {words("Re-check"), "Ctrl+R"}}, words);
         for (const auto& [page, name] :
              {std::pair(HelpPage::checks, "help-checks"), std::pair(HelpPage::limits, "help-limits"),
+              std::pair(HelpPage::message, "help-message"),
               std::pair(HelpPage::shortcuts, "help-shortcuts")}) {
             help.showPage(page);
             save(help, look, name);
@@ -306,10 +334,13 @@ int main(int argc, char** argv) {
     const QSize large(1000, 700), small(700, 500);
     Renderer renderer(argv[1], argv[2]);
     for (const Look& look :
-         {Look{"light-1000", large}, Look{"dark-1000", large, true}, Look{"light-700", small},
-          Look{"dark-700", small, true}, Look{"light-150percent", large, false, 1.5},
-          Look{"german", large, false, 1, Language::german},
-          Look{"german-700", small, false, 1, Language::german}}) {
+         {Look{"light-1000", large}, Look{"dark-1000", large, Colors::dark}, Look{"light-700", small},
+          Look{"dark-700", small, Colors::dark}, Look{"light-150percent", large, Colors::light, 1.5},
+          Look{"light-200percent", QSize(1600, 1000), Colors::light, 2},
+          Look{"contrast-1000", large, Colors::contrast},
+          Look{"leftwards-1000", large, Colors::light, 1, Language::english, Qt::RightToLeft},
+          Look{"german", large, Colors::light, 1, Language::german},
+          Look{"german-700", small, Colors::light, 1, Language::german}}) {
         renderer.render(look);
     }
     return 0;

@@ -8,11 +8,15 @@
 #include <QMenuBar>
 #include <QTabBar>
 #include <QToolButton>
+#include <map>
 #include <set>
+#include <vector>
 
 namespace window_baseline {
 
 namespace {
+
+constexpr const char* givenProperty = "hasGivenMnemonic";
 
 /// The letter that is marked, in lower case; null when none is.
 QChar marked(const QString& text) {
@@ -30,32 +34,52 @@ QString without(const QString& text) {
     return mark < 0 ? plain : plain.remove(mark, 1);
 }
 
-/// Where a free letter is; -1 when there is none.
-qsizetype freeLetter(const QString& text, const std::set<QChar>& taken, bool atBeginning) {
+/// The places of letters that may be marked: the beginnings of words first.
+std::vector<qsizetype> candidates(const QString& text) {
+    std::vector<qsizetype> beginnings, others;
     for (qsizetype i = 0; i < text.size(); ++i) {
+        if (!text[i].isLetter()) continue;
         const bool isBeginning = i == 0 || !text[i - 1].isLetterOrNumber();
-        if (text[i].isLetter() && (isBeginning || !atBeginning) && !taken.contains(text[i].toLower()))
-            return i;
+        (isBeginning ? beginnings : others).push_back(i);
     }
-    return -1;
+    beginnings.insert(beginnings.end(), others.begin(), others.end());
+    return beginnings;
 }
+
+/// Gives letters to as many texts as can have one: who has one gives way where there is another for it.
+struct Matching {
+    const QStringList& texts;
+    std::map<QChar, qsizetype> owners = {};      // texts by their letters; -1: of no text
+    std::map<qsizetype, qsizetype> places = {};  // in the texts
+
+    bool give(qsizetype text, std::set<QChar>& tried) {
+        for (const qsizetype place : candidates(texts[text])) {
+            const QChar letter = texts[text][place].toLower();
+            if (!tried.insert(letter).second) continue;
+            const auto owner = owners.find(letter);
+            if (owner != owners.end() && (owner->second < 0 || !give(owner->second, tried))) continue;
+            owners[letter] = text;
+            places[text] = place;
+            return true;
+        }
+        return false;
+    }
+};
 
 }  // namespace
 
 QStringList withMnemonics(const QStringList& texts, const QString& taken) {
-    std::set<QChar> used;
-    for (const QChar letter : taken) used.insert(letter.toLower());
-    for (const QString& text : texts) used.insert(marked(text));
-    QStringList result = texts;
-    for (const bool atBeginning : {true, false}) {
-        for (QString& text : result) {
-            if (!marked(text).isNull()) continue;
-            const qsizetype place = freeLetter(text, used, atBeginning);
-            if (place < 0) continue;
-            used.insert(text[place].toLower());
-            text.insert(place, u'&');
-        }
+    Matching matching{texts};
+    for (const QChar letter : taken) matching.owners[letter.toLower()] = -1;
+    for (const QString& text : texts) {
+        if (!marked(text).isNull()) matching.owners[marked(text)] = -1;
     }
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        std::set<QChar> tried;
+        if (marked(texts[i]).isNull()) matching.give(i, tried);
+    }
+    QStringList result = texts;
+    for (const auto& [text, place] : matching.places) result[text].insert(place, u'&');
     return result;
 }
 
@@ -88,6 +112,8 @@ void giveMnemonics(QWidget& window) {
     for (QAbstractButton* each : window.findChildren<QAbstractButton*>()) {
         const auto* tool = qobject_cast<QToolButton*>(each);
         if (each->window() != &window || tool || each->text().isEmpty()) continue;
+        // One of ours gives way to one that came since with a letter of its own.
+        if (each->property(givenProperty).toBool()) each->setText(without(each->text()));
         if (plain.contains(without(each->text()))) continue;
         plain << without(each->text());
         buttons << each;
@@ -95,7 +121,9 @@ void giveMnemonics(QWidget& window) {
     }
     const QStringList given = withMnemonics(texts, taken);
     for (qsizetype i = 0; i < buttons.size(); ++i) {
-        if (buttons[i]->text() != given[i]) buttons[i]->setText(given[i]);
+        if (buttons[i]->text() == given[i]) continue;
+        buttons[i]->setText(given[i]);
+        buttons[i]->setProperty(givenProperty, true);
     }
 }
 

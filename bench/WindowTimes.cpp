@@ -24,6 +24,7 @@
 #include <string>
 
 #include "Quillmark/ListPanel.h"
+#include "Quillmark/MailboxView.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/ReportView.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
@@ -267,7 +268,18 @@ void many(TimedApplication& application, const QString& folder) {
     desk.waitUntilIdle();
     std::printf("%-52s %7.1f s\n", "a mailbox of 10,000 messages beside them",
                 static_cast<double>(taken.elapsed()) / 1'000);
-    application.tell("meanwhile");
+    application.tell("meanwhile");  // its page is shown and grows
+    application.act("paint", [&] { desk.window().mailboxView()->repaint(); });
+    application.tell("its page is painted");
+    application.act("choose", [&] { desk.window().listView()->selectAll(); });
+    waitFor([] { return true; });
+    application.tell("all 20,000 are chosen");
+    application.act("remove", [&] { desk.window().action(Command::removeFromList)->trigger(); });
+    waitFor([] { return true; });
+    application.tell("they are removed");
+    application.act("undo", [&] { desk.model->undoRemoval(); });
+    waitFor([] { return true; });
+    application.tell("they come back");
 }
 
 void hostile(TimedApplication& application, const QString& folder) {

@@ -210,7 +210,7 @@ TEST(Desktop, aMailboxInTheTable) {
     EXPECT_TRUE(run.window().listPanel()->tableView()->isVisible()) << "as it was left";
     EXPECT_EQ(run.window().listPanel()->tableView()->columnWidth(fromColumn), 123);
     const auto* splitter = run.window().findChild<QSplitter*>();
-    EXPECT_NEAR(splitter->sizes()[0], 150, 2);
+    EXPECT_TRUE(run.waitFor([&] { return std::abs(splitter->sizes()[0] - 150) <= 2; }));
     run.window().resize(700, 500);
     const auto letter = [&] { return run.window().fontMetrics().averageCharWidth(); };
     const int small = letter();
@@ -244,13 +244,21 @@ TEST(Desktop, aMailboxHasAPageAndSeveralAreTakenTogether) {
     isTold("Inbox. 4 messages, checked to the end. Bad: 4. Of these, with a caution beside the verdict: 1");
     const auto* years = run.window().mailboxView()->findChild<QFrame*>("By year");
     EXPECT_EQ(years->accessibleName(), "By year. 2020: 4, of which 4 Bad");
-    run.window().action(Command::exportTable)->trigger();
-    auto* dialog = run.window().findChild<QFileDialog*>();
-    ASSERT_TRUE(dialog);
-    emit dialog->fileSelected(folder.filePath("all.csv"));
-    dialog->close();
+    const auto exported = [&](Command command) {
+        return folder.filePath("all" + QString::number(static_cast<int>(command)));
+    };
+    for (const Command command : {Command::exportPage, Command::exportTable, Command::exportJSON}) {
+        run.window().action(command)->trigger();
+        auto* dialog = run.window().findChild<QFileDialog*>();
+        ASSERT_TRUE(dialog);
+        emit dialog->fileSelected(exported(command));
+        dialog->close();
+        QApplication::sendPostedEvents(dialog, QEvent::DeferredDelete);
+    }
     run.app->finish();
-    EXPECT_EQ(contents(folder.filePath("all.csv").toStdString()).count("\r\n"), 1 + 4);
+    EXPECT_TRUE(contents(exported(Command::exportPage).toStdString()).contains("</html>"));
+    EXPECT_EQ(contents(exported(Command::exportTable).toStdString()).count("\r\n"), 1 + 4);
+    EXPECT_EQ(contents(exported(Command::exportJSON).toStdString()).count("\n"), 4);
     // What needs a look most comes first, and leads to its report.
     const auto leads = run.window().mailboxView()->findChildren<QAbstractButton*>();
     QTest::keyClick(leads.at(1), Qt::Key_Return);
@@ -543,7 +551,7 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
           "https://lists.parish.example/ringers"}},
         {"gateway",
          {"as shown, not signed: Subject: [EXTERNAL] Practice moves to Thursday",
-          "added, not signed, 3 lines: CAUTION: This message came from outside. Do not click links\n"
+          "added, not signed, 2 lines: CAUTION: This message came from outside. Do not click links\n"
           "unless you know the sender.\n",
           "changed, not signed, 1 line: The new touches are at "
           "https://eu1.links.gateway.example/?url=https"}},
@@ -594,7 +602,7 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
 /// Whether a control can be told from others without seeing it.
 QString spokenName(QWidget* widget) {
     if (!widget->accessibleName().isEmpty()) return widget->accessibleName();
-    if (auto* button = qobject_cast<QAbstractButton*>(widget)) return button->text();
+    if (auto* button = qobject_cast<QAbstractButton*>(widget)) return button->text().remove(u'&');
     return {};
 }
 
@@ -605,6 +613,13 @@ TEST(Desktop, theKeyboardReachesEverythingAndEverythingHasAName) {
     EXPECT_TRUE(run.waitFor([&] { return !run.headline().isEmpty() && !run.model->busy(); }));
     run.key(Qt::Key_F, Qt::ControlModifier);
     EXPECT_EQ(spokenName(QApplication::focusWidget()), "Filter the list");
+    run.key(Qt::Key_X);
+    EXPECT_EQ(run.list().choice().filter, "x");
+    run.key(Qt::Key_Escape);
+    EXPECT_EQ(run.list().choice().filter, "");
+    run.key(Qt::Key_Down);
+    EXPECT_EQ(QApplication::focusWidget(), run.window().listView());
+    run.key(Qt::Key_F, Qt::ControlModifier);
     std::set<QWidget*> reached;
     QStringList names;
     while (QWidget* focus = QApplication::focusWidget()) {

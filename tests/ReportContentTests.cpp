@@ -130,13 +130,15 @@ struct ReadBack {
         EXPECT_TRUE(file.open());
         file.write(pdf);
         file.flush();
+        bytes = pdf.toStdString();
         text = program("pdftotext", {"-layout", file.fileName(), "-"});
+        raw = program("pdftotext", {"-raw", file.fileName(), "-"});
         info = program("pdfinfo", {file.fileName()});
         fonts = program("pdffonts", {file.fileName()});
         images = program("pdfimages", {"-list", file.fileName()});
     }
     QTemporaryFile file;
-    std::string text, info, fonts, images;
+    std::string bytes, text, raw, info, fonts, images;
 };
 
 bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -161,7 +163,9 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
         EXPECT_TRUE(holds(first, "Ben Okafor") && holds(first, "ask for the message itself")) << first;
         EXPECT_FALSE(holds(first, "Signatures (DKIM)")) << "evidence on the page that is read alone";
         EXPECT_TRUE(holds(read.text, "by its own word")) << "the way is drawn";
-        EXPECT_FALSE(holds(read.text, "\uFB01") || holds(read.text, "\uFB02")) << "letters are letters";
+        EXPECT_TRUE(holds(read.text, "first") && !holds(read.text, "\uFB01")) << "joined letters";
+        EXPECT_TRUE(holds(read.raw, "From Ben Okafor <ben@okafor.example>\nTo choir@")) << read.raw;
+        EXPECT_TRUE(holds(read.bytes, "/Lang (en)") && holds(read.bytes, "/DisplayDocTitle true"));
         EXPECT_TRUE(holds(read.info, "Quillmark report: a title"));
         EXPECT_TRUE(holds(read.info, isLetter ? "(letter)" : "(A4)")) << read.info;
         EXPECT_TRUE(holds(read.fonts, " yes no  yes ") && !holds(read.fonts, " no  no  "))
@@ -188,7 +192,7 @@ TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
         std::vector<const char*> parts;
     } rows[] = {
         {checked,
-         {"added, not signed, 3 lines", "| unless you know the sender.", "changed, not signed, 1 line",
+         {"added, not signed, 2 lines", "| unless you know the sender.", "changed, not signed, 1 line",
           "| The new touches are at", "as signed, 1 line", "https://bellringers.example/touches?week=47"}},
         {std::nullopt, {"added, not signed", "| unless you know the sender.", "before, as it was signed"}}};
     for (const auto& row : rows) {
