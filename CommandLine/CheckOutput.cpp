@@ -195,7 +195,7 @@ void CheckOutput::writePage() {
     for (const std::string& file : m_command.dnsFiles) answers += (answers.empty() ? "" : ", ") + inert(file);
     if (!m_command.dnsFiles.empty()) {
         answers = reader.translate("from %1; nobody was asked", {answers});
-    } else if (m_command.resolver == systemResolver) {
+    } else if (!m_from.services) {
         answers = reader.translate("from the servers that this computer asks for everything else");
     } else {
         for (const DoHEndpoint& endpoint : m_from.services->endpoints())
