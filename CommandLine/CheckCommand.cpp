@@ -238,7 +238,7 @@ private:
         }
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
         return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
-                        m_command.rules())
+                        m_command.rules(), m_from.keys)
             .examine(message, found.place.name(), m_from.now, id, {}, found.facts);
     }
 
@@ -505,6 +505,12 @@ bool CheckCommand::keepsReports() const {
     return !out && save.value_or(settings && settings->keepHistory && dnsFiles.empty());
 }
 
+bool CheckCommand::usesKeyBook() const { return keyBook.value_or(dnsFiles.empty()); }
+
+bool CheckCommand::remembersKeys() const {
+    return keyBook.value_or(settings && options.rememberKeys) && dnsFiles.empty();
+}
+
 int CheckCommand::run() const {
     const Date begun = currentTime();
     if (const auto fault = usageFault(*this)) {
@@ -529,7 +535,10 @@ int CheckCommand::run() const {
                 "Paste the message’s source, then press Enter and Ctrl-D. A terminal cuts off very long "
                 "lines; a saved file is safer."));
         }
-        const BeforeEnd whenStopped([&output] { output.finishEarly(); });
+        const BeforeEnd whenStopped([&] {
+            if (from.keys) from.keys->save();
+            output.finishEarly();
+        });
         Checker checker(*this, from);
         checkAll(inputs, from, checker, output);
         const int status = output.finish(inputs.passedOver());

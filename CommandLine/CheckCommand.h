@@ -23,6 +23,7 @@ struct CheckCommand {
     bool pasted = false;
     std::optional<bool> domainAge = {};      ///< asks how old domains are, or does not
     std::optional<bool> save = {};           ///< puts the reports into the user's history, or does not
+    std::optional<bool> keyBook = {};        ///< looks into the user's key book and adds to it, or does not
     std::vector<std::string> dnsFiles = {};  ///< of which the first that knows an answer gives it
     std::optional<std::string> registrationsFile = {};
     std::optional<std::string> resolver = {};  ///< as `chosenResolver` takes it
@@ -55,6 +56,12 @@ struct CheckCommand {
     /// Whether the reports go into the history: what the options say, else the settings. Without either, and
     /// for a check that is repeated from a file, they do not.
     bool keepsReports() const;
+
+    /// Whether keys that are gone are looked for in the key book: by itself where DNS is asked.
+    bool usesKeyBook() const;
+    /// Whether keys that DNS gives are added to it: what the options say, else the settings; never answers of
+    /// a file.
+    bool remembersKeys() const;
 
     /// Checks every file and writes the reports in input order as soon as they are ready. Returns the exit
     /// status: 0 when every message was checked, 1 when some input could not be or the recording, the history

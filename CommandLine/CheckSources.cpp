@@ -11,6 +11,7 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/RecordingCommand.h"
+#include "CommandLine/UserKeyBook.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
@@ -77,10 +78,11 @@ CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), wo
     if (command.jobs > 0) workers = static_cast<std::size_t>(command.jobs);
     if (command.timeout > 0) lookupTime = std::chrono::seconds(command.timeout);
     if (command.at) now = *parsedRFC3339(*command.at);
+    if (command.usesKeyBook()) keys = userKeptKeys(command.remembersKeys(), command.reader);
     if (command.record || failures) {
         recorded = std::make_unique<RecordedRun>(resolver, registry,
                                                  std::move(failures).value_or(RecordedRun::Failures()),
-                                                 lookupTime, command.rules());
+                                                 lookupTime, command.rules(), keys);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "CommandLine/RecordedRun.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/DoHResolver.h"
+#include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
 
@@ -21,6 +22,7 @@ struct CheckSources {
 
     std::shared_ptr<DNSResolver> resolver = {};
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
+    std::shared_ptr<KeptKeys> keys = {};                ///< none when the key book is left alone
     std::unique_ptr<RecordedRun> recorded = {};         ///< when the checks are recorded, or were
     Date now;
     std::size_t workers;                                  ///< how many messages are checked at once

@@ -165,6 +165,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         .add_flag("--one-page", check.onePage,
                   "Write one page for whoever you turn to, such as your bank, in place of each report")
         ->group(seldom);
+    addSwitch(command, "key-book", check.keyBook,
+              forHelp("Add the keys that DNS gives to your key book, and look into it where one is gone; "
+                      "default: add as in the settings of the window, look unless --dns is given"),
+              forHelp("Leave the key book alone"));
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",

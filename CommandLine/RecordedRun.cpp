@@ -31,7 +31,7 @@ Verification RecordedRun::verify(const std::string& sha256, const MailMessage& m
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
     Verification verification =
-        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime, m_rules)
+        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime, m_rules, m_keys)
             .examine(message, std::move(fileName), now, id, {}, std::move(intake));
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;

@@ -12,6 +12,7 @@
 #include "CommandLine/FixedAnswers.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
+#include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Verifier.h"
@@ -25,15 +26,16 @@ public:
     using Failures = std::map<std::string, FixedAnswers::Failures>;  // by message
 
     /// `failures`: what the checks could not find out when they were recorded. `lookupTime`
-    /// and `rules`: as a verifier takes them.
+    /// `rules` and `keys`: as a verifier takes them.
     RecordedRun(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                 Failures failures = {}, std::optional<std::chrono::seconds> lookupTime = {},
-                CheckRules rules = {})
+                CheckRules rules = {}, std::shared_ptr<KeyMemory> keys = nullptr)
         : m_resolver(std::move(resolver)),
           m_registry(std::move(registry)),
           m_failures(std::move(failures)),
           m_lookupTime(lookupTime),
-          m_rules(rules) {}
+          m_rules(rules),
+          m_keys(std::move(keys)) {}
 
     /// Checks the message whose file has this SHA-256. `id`: of the report.
     Verification verify(const std::string& sha256, const MailMessage& message,
@@ -58,6 +60,7 @@ private:
     const Failures m_failures;
     const std::optional<std::chrono::seconds> m_lookupTime;
     const CheckRules m_rules;
+    const std::shared_ptr<KeyMemory> m_keys;
     const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
     mutable std::mutex m_mutex = {};
     std::map<std::string, Check> m_checks = {};  // by SHA-256

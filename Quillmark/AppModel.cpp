@@ -12,6 +12,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "Settings/ChosenResolver.h"
 #include "Wording/HistoryWording.h"
+#include "Wording/KeyWording.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -49,7 +50,8 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
       m_mayAskRegistry(std::make_shared<RegistrySwitch>(m_settings.checkDomainAge)),
       m_usualResolver(std::move(surroundings.resolver)),
       m_otherResolver(std::move(surroundings.otherResolver)),
-      m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, surroundings.now),
+      m_keys(std::move(surroundings.keys)),
+      m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, m_keys, surroundings.now),
       m_history(std::move(surroundings.historyFile), surroundings.now, m_reader, m_mailbox),
       m_messages(surroundings.keptBytes),
       m_workers(checksAtOnce) {
@@ -71,6 +73,11 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
     connect(&m_history, &HistoryKeeper::contentsRead, this, &AppModel::historyContentsRead);
     connect(&m_history, &HistoryKeeper::cleared, this, &AppModel::historyCleared);
     m_history.setKept(m_settings.keepHistory);
+    if (!m_keys) return;
+    m_keys->setRemembers(m_options.rememberKeys);
+    m_keys->setProblem([this, book = surroundings.keyBook](const std::exception& error) {
+        m_mailbox.post([this, line = keyBookProblem(error, book, m_reader)] { showProblem(line); });
+    });
 }
 
 AppModel::~AppModel() { finish(); }
@@ -522,6 +529,13 @@ std::shared_ptr<DNSResolver> AppModel::resolver() const {
                                                                   : m_usualResolver;
 }
 
+void AppModel::setRememberKeys(bool isOn) {
+    if (m_options.rememberKeys == isOn) return;
+    m_options.rememberKeys = isOn;
+    saveOptions(m_options, *m_store);
+    if (m_keys) m_keys->setRemembers(isOn);
+}
+
 void AppModel::choose(const AppSettings& settings) {
     if (m_settings == settings) return;
     m_settings = settings;
@@ -537,6 +551,10 @@ void AppModel::finish() {
     for (auto& [check, running] : m_running) running.stop.request_stop();
     m_counting.request_stop();
     m_workers.stop();
+    if (m_keys) {
+        m_keys->save();
+        m_keys->setProblem([](const std::exception&) {});
+    }
     m_mailbox.empty();  // what was done in time is saved
     cancelAll();
     m_history.finish();

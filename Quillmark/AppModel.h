@@ -23,6 +23,7 @@
 #include "Quillmark/MessageCheck.h"
 #include "Quillmark/Session.h"
 #include "QuillmarkKit/HistoryFile.h"
+#include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Support/Workers.h"
 #include "Wording/Reader.h"
 
@@ -59,6 +60,8 @@ public:
         /// Called on any thread; may throw `std::filesystem::filesystem_error`.
         std::function<HistoryFile()> historyFile = {};
         std::shared_ptr<SettingsStore> settings = {};
+        std::shared_ptr<KeptKeys> keys = {};  ///< that were seen in DNS; may be none
+        std::filesystem::path keyBook = {};   ///< the file that they are in
         std::function<Date()> now = {};
         Reader reader = {};
         std::size_t keptBytes = KeptMessages::usualLimit;  ///< of messages, for checks that are made again
@@ -156,6 +159,7 @@ public:
     void setKeepHistory(bool isOn);
     /// Who is asked by checks that begin from now on (`isResolverChoice`).
     void setResolver(const std::string& choice);
+    void setRememberKeys(bool isOn);
 
     /// Before quitting: cancels all checks, and returns once the history is saved; that it can't be becomes
     /// `problem`. Nothing is taken in afterwards.
@@ -249,6 +253,7 @@ private:
     const std::shared_ptr<RegistrySwitch> m_mayAskRegistry;
     const std::shared_ptr<DNSResolver> m_usualResolver;
     const std::function<std::shared_ptr<DNSResolver>(std::string_view)> m_otherResolver;
+    const std::shared_ptr<KeptKeys> m_keys;
     MessageChecker m_checker;
     Mailbox m_mailbox{};
     HistoryKeeper m_history;

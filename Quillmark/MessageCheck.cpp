@@ -83,10 +83,11 @@ std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofRe
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
                                std::shared_ptr<RegistrationLookup> registry,
                                std::shared_ptr<const RegistrySwitch> mayAskRegistry,
-                               std::function<Date()> now)
+                               std::shared_ptr<KeyMemory> keys, std::function<Date()> now)
     : m_resolver(std::move(resolver)),
       m_registry(std::move(registry)),
       m_mayAskRegistry(std::move(mayAskRegistry)),
+      m_keys(std::move(keys)),
       m_now(std::move(now)) {}
 
 void MessageChecker::setResolver(std::shared_ptr<DNSResolver> resolver) {
@@ -205,7 +206,7 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
     const auto resolver = m_resolver;
     turn.unlock();
     const Verifier verifier(std::make_shared<RecordingResolver>(resolver, answers, failures),
-                            std::move(registry));
+                            std::move(registry), PublicSuffixList::shared(), {}, {}, m_keys);
     made.begun = m_now();
     ProofReport report =
         verifier.verify(message, made.source.place.name(), made.begun, id, stop, made.source.facts);

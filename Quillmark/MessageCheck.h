@@ -15,6 +15,7 @@
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/Recording.h"
 #include "QuillmarkKit/Mail/Received.h"
 #include "QuillmarkKit/MessageText.h"
@@ -87,7 +88,8 @@ public:
     using Receiver = std::function<void(CheckOutcome)>;
 
     MessageChecker(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
-                   std::shared_ptr<const RegistrySwitch> mayAskRegistry, std::function<Date()> now);
+                   std::shared_ptr<const RegistrySwitch> mayAskRegistry, std::shared_ptr<KeyMemory> keys,
+                   std::function<Date()> now);
 
     /// Who is asked by checks that begin from now on.
     void setResolver(std::shared_ptr<DNSResolver> resolver);
@@ -123,6 +125,7 @@ private:
     std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;
     const std::shared_ptr<const RegistrySwitch> m_mayAskRegistry;
+    const std::shared_ptr<KeyMemory> m_keys;
     const std::function<Date()> m_now;
     mutable std::mutex m_reading = {};
 };

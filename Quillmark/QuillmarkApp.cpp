@@ -722,13 +722,14 @@ void QuillmarkApp::showMessageText(MessageTextView::Page page, std::size_t undon
 void QuillmarkApp::showSettings() {
     const AppSettings& now = m_model.settings();
     SettingsView* view = m_settings =
-        new SettingsView({now.checkDomainAge, now.keepHistory, m_model.options().resolver,
+        new SettingsView({now.checkDomainAge, now.keepHistory, m_model.options().rememberKeys, m_model.options().resolver,
                           QString::fromStdString(m_model.historyLock())},
                          m_words, &m_window);
     view->setAttribute(Qt::WA_DeleteOnClose);
     connect(view, &SettingsView::checkDomainAgeChanged, &m_model, &AppModel::setCheckDomainAge);
     connect(view, &SettingsView::keepHistoryChanged, &m_model, &AppModel::setKeepHistory);
     connect(view, &SettingsView::resolverChanged, &m_model, &AppModel::setResolver);
+    connect(view, &SettingsView::rememberKeysChanged, &m_model, &AppModel::setRememberKeys);
     connect(view, &SettingsView::clearHistoryWanted, &m_model, &AppModel::readHistoryContents);
     connect(&m_model, &AppModel::historyContentsRead, view, [this, view](const HistoryContents& contents) {
         if (contents.isEmpty()) return m_model.clearHistory(contents);

@@ -41,6 +41,13 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     add(history, aboutHistory, choices.keepHistory);
     connect(history, &QCheckBox::toggled, this, &SettingsView::keepHistoryChanged);
 
+    auto* keys = new QCheckBox(words("Remember the keys of senders"));
+    add(keys,
+        {words("Keeps the public keys that DNS gives during checks, so that a message can still be compared "
+               "with its sender’s key when DNS no longer has it. They stay on this computer.")},
+        choices.rememberKeys);
+    connect(keys, &QCheckBox::toggled, this, &SettingsView::rememberKeysChanged);
+
     addResolvers(choices.resolver);
 
     auto* actions = new QHBoxLayout;

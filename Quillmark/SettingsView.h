@@ -20,7 +20,7 @@ class SettingsView : public QDialog {
     Q_OBJECT
 public:
     struct Choices {
-        bool checkDomainAge = true, keepHistory = true;
+        bool checkDomainAge = true, keepHistory = true, rememberKeys = true;
         std::string resolver = AppOptions().resolver;  ///< who is asked for DNS records
         QString lockedHistory = {};  ///< why the history cannot be written or cleared now; empty when it can
     };
@@ -39,6 +39,7 @@ signals:
     void resolverChanged(const std::string& choice);
     void checkDomainAgeChanged(bool on);
     void keepHistoryChanged(bool on);
+    void rememberKeysChanged(bool on);
     void clearHistoryWanted();
     void dataFolderWanted();
     void welcomeWanted();

@@ -19,6 +19,7 @@
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/SingleInstance.h"
+#include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
@@ -132,6 +133,13 @@ int main(int argc, char** argv) {
     surroundings.registry =
         std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
     surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(dataFolderName)}; };
+    try {
+        surroundings.keyBook = KeyBook::besideHistory(surroundings.historyFile().url);
+        surroundings.keys =
+            std::make_shared<KeptKeys>(KeyBook{surroundings.keyBook}, KeptKeys::Options{.now = currentTime});
+    } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+        // Without a folder for it there is no book; of the history that is told.
+    }
     surroundings.settings = std::make_shared<UserSettingsStore>();
     surroundings.now = currentTime;
     surroundings.reader = words.reader;

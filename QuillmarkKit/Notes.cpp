@@ -420,6 +420,30 @@ void addWorthlessKey(Notes& notes, const ProofReport& report, const PublicSuffix
     notes.push_back({std::move(note)});
 }
 
+/// By keys that DNS doesn't have any more.
+void addGoneKeys(Notes& notes, const ProofReport& report, const std::vector<GoneKey>& keys,
+                 const PublicSuffixList& suffixes) {
+    for (const GoneKey& gone : keys) {
+        const KnownKey& key = gone.key;
+        ReportNote::KeyKnown note{
+            .signature = static_cast<std::int64_t>(gone.signature),
+            .name = domainExcerpt(key.name),
+            .speaksForFrom = suffixes.sameOrganization(gone.result.domain, report.verdict.fromDomain),
+            .fit = gone.fit,
+            .firstSeen = key.firstSeen,
+            .lastSeen = key.lastSeen,
+            .service = excerpt(key.service),
+            .validated = key.isValidated,
+            .bodyChecked = gone.result.bodyChecked,
+            .unsignedBytes = gone.result.unsignedBodyBytes};
+        if (key.file) {
+            note.file = excerpt(key.file->name);
+            note.addedAt = key.file->addedAt;
+        }
+        notes.push_back({std::move(note)});
+    }
+}
+
 // Where the lines of servers stand
 
 /// The Received fields of the reader's own provider, as far as the message tells: from the topmost down to
@@ -854,6 +878,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     if (signature || !facts.undone.empty()) addContentFields(notes, message, report, facts, suffixes);
     addResultsWithoutCause(notes, message, report);
     addKeyRecords(notes, report, facts);
+    addGoneKeys(notes, report, facts.goneKeys, suffixes);
     addDate(notes, message, report);
     for (const std::string& source : facts.otherSources)
         notes.push_back({ReportNote::AnsweredBy{domainExcerpt(source)}});

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "QuillmarkKit/Checks/GoneKeys.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
@@ -37,6 +38,8 @@ struct CheckFacts {
     /// What the newer rules of DMARC come to where the finding, by the older ones, doesn't.
     std::optional<NewerDMARC> newerDMARC = {};
     bool isJudgedByRFC9989 = false;  // and the finding is by those
+    /// Of signatures whose keys are gone.
+    std::vector<GoneKey> goneKeys = {};
 };
 
 /// What a person must know that the verdict does not say. `report` holds the findings of this message, its

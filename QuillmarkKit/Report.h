@@ -13,6 +13,7 @@
 #include "QuillmarkKit/Checks/DMARC.h"
 #include "QuillmarkKit/Checks/DMARCTreeWalk.h"
 #include "QuillmarkKit/Checks/Damage.h"
+#include "QuillmarkKit/Checks/GoneKeys.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
@@ -279,13 +280,30 @@ struct ReportNote {
         std::string resolver = {};  ///< as `DNSResolver::source` calls it: a host, or "system"
         bool operator==(const AnsweredBy&) const = default;
     };
+    /// What a signature whose key is gone comes to with a key that its name is known to have had.
+    struct KeyKnown {
+        using Fit = GoneKey::Fit;
+        std::int64_t signature = 0;  ///< its place in the report's `dkim`, from 0
+        std::string name = {};       ///< of the key in DNS
+        bool speaksForFrom = false;  ///< the domain is of From’s organization
+        Fit fit = Fit::holds;
+        Date firstSeen = {}, lastSeen = {};              ///< when the key stood there
+        std::string service = {};                        ///< that answered, by its host; may be empty
+        bool validated = false;                          ///< the service said so of its answer
+        std::optional<std::string> file = {};            ///< that says so; nothing: this computer saw it
+        std::optional<Date> addedAt = {};                ///< when that was added to the key book
+        bool bodyChecked = false;                        ///< not only the header lines
+        std::optional<std::int64_t> unsignedBytes = {};  ///< of the text, beyond `l=`
+        bool operator==(const KeyKnown&) const = default;
+    };
     std::variant<HeaderEndsEarly, FromHoldsMore, FromEmpty, ShownNotSigned, LineOfSender, SigningDomainNoHost,
                  SigningDomainPublicSuffix, SignedAfterCheck, SignedLongBefore, QuotedFromLines,
                  AnswerValidated, NewerSignatures, SignedLinesHold, Damage, LinesBeforeDropped, ReadOtherwise,
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
                  SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
                  ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
-                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, AnsweredBy, UnknownCase>
+                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, AnsweredBy,
+                 KeyKnown, UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };
@@ -342,7 +360,8 @@ constexpr auto casesOf(const ReportNote*) {
                       "outlookFile",
                       "newerDMARC",
                       "judgedByNewerDMARC",
-                      "answeredBy"};
+                      "answeredBy",
+                      "keyKnown"};
 }
 constexpr auto fieldsOf(const ReportNote::HeaderEndsEarly*) {
     using T = ReportNote::HeaderEndsEarly;
@@ -497,6 +516,21 @@ constexpr auto fieldsOf(const ReportNote::DateUnread*) {
 constexpr auto fieldsOf(const ReportNote::FromUnread*) {
     using T = ReportNote::FromUnread;
     return std::tuple{Field{"line", &T::line}};
+}
+constexpr auto fieldsOf(const ReportNote::KeyKnown*) {
+    using T = ReportNote::KeyKnown;
+    return std::tuple{Field{"signature", &T::signature},
+                      Field{"name", &T::name},
+                      Field{"speaksForFrom", &T::speaksForFrom},
+                      Field{"fit", &T::fit},
+                      Field{"firstSeen", &T::firstSeen},
+                      Field{"lastSeen", &T::lastSeen},
+                      Field{"service", &T::service},
+                      Field{"validated", &T::validated},
+                      Field{"file", &T::file},
+                      Field{"addedAt", &T::addedAt},
+                      Field{"bodyChecked", &T::bodyChecked},
+                      Field{"unsignedBytes", &T::unsignedBytes}};
 }
 
 /// The complete, self-contained result of checking one message.

@@ -10,6 +10,7 @@
 #include "QuillmarkKit/Checks/ARC.h"
 #include "QuillmarkKit/Checks/DMARC.h"
 #include "QuillmarkKit/Checks/DMARCTreeWalk.h"
+#include "QuillmarkKit/Checks/GoneKeys.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Undo.h"
 #include "QuillmarkKit/Checks/Verdict.h"
@@ -36,11 +37,12 @@ bool isUsual(const std::string& source) {
 }
 
 /// The questions of one check: they have a time together, counted from the first. Remembers the names of
-/// which DNS said that its answer was validated, and who gave answers in place of the usual services.
+/// which DNS said that its answer was validated, and who gave answers in place of the usual services. Tells of
+/// the keys that were given.
 class CheckResolver : public DNSResolver {
 public:
-    CheckResolver(DNSResolver& resolver, Patience::Clock::duration time)
-        : m_resolver(resolver), m_time(time) {}
+    CheckResolver(DNSResolver& resolver, Patience::Clock::duration time, KeyMemory* keys)
+        : m_resolver(resolver), m_time(time), m_keys(keys) {}
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience = {}) override {
         DNSAnswer answer =
             m_resolver.lookup(name, type, {patience.stop, std::min(patience.deadline, begin()), &m_asker});
@@ -48,6 +50,7 @@ public:
         std::string source = m_resolver.source(name, type);
         if (!source.empty() && !isUsual(source) && m_otherSources.size() < mostSources)
             m_otherSources.insert(std::move(source));
+        if (m_keys && type == DNSRecordType::txt) tell(name, answer);
         return answer;
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
@@ -62,8 +65,20 @@ public:
     std::set<std::string> takeOtherSources() { return std::move(m_otherSources); }
 
 private:
+    void tell(std::string_view name, const DNSAnswer& answer) const {
+        if (asciiLowered(name).find("._domainkey.") == std::string::npos) return;
+        std::vector<std::string> records;
+        for (const std::string& text : answer.data().first(std::min(answer.data().size(), mostKeysTold))) {
+            if (std::holds_alternative<DKIMKeyRecord>(DKIMKeyRecord::parse(text))) records.push_back(text);
+        }
+        if (!records.empty())
+            m_keys->saw(name, records, m_resolver.source(name, DNSRecordType::txt), answer.isValidated);
+    }
+
+    static constexpr std::size_t mostKeysTold = 8;  // of one name
     DNSResolver& m_resolver;
     const Patience::Clock::duration m_time;
+    KeyMemory* const m_keys;
     std::optional<Patience::Clock::time_point> m_deadline = {};
     DNSAsker m_asker = {};
     std::set<std::string, std::less<>> m_names = {};
@@ -234,12 +249,13 @@ void addDomainAge(ProofReport& report, RegistrationLookup& registry, const Publi
 
 Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                    const PublicSuffixList& suffixes, std::optional<std::chrono::seconds> lookupTime,
-                   CheckRules rules)
+                   CheckRules rules, std::shared_ptr<KeyMemory> keys)
     : m_resolver(std::move(resolver)),
       m_registry(std::move(registry)),
       m_suffixes(suffixes),
       m_lookupTime(lookupTime),
-      m_rules(rules) {}
+      m_rules(rules),
+      m_keys(std::move(keys)) {}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              const std::stop_token& stop) const {
@@ -265,7 +281,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
 
     // The names change behind the check's own resolver, so that it knows them as the findings do.
     InternationalResolver asking(*m_resolver);
-    CheckResolver resolver(asking, m_lookupTime.value_or(usualLookupTime));
+    CheckResolver resolver(asking, m_lookupTime.value_or(usualLookupTime), m_keys.get());
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
     const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
@@ -300,6 +316,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     } else {
         facts.broken.clear();
     }
+    if (m_keys && report.verdict.tone != Tone::good) facts.goneKeys = goneKeys(checker, report.dkim, *m_keys);
     report.notes = notes(message, report, m_suffixes, facts);
     for (UndoneSignature& undone : facts.undone) verification.asSigned.push_back(std::move(undone.message));
     return verification;

@@ -10,6 +10,7 @@
 #include "QuillmarkKit/Checks/DMARCTreeWalk.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
@@ -40,11 +41,12 @@ class Verifier {
 public:
     /// Without a registry the domain's age is not asked for. `suffixes` must outlive the verifier.
     /// `lookupTime`: how long the questions of one check may take, to registries as well; without it those to
-    /// DNS have a minute.
+    /// DNS have a minute. `keys` is told of each key that DNS gives, and asked where one is gone.
     explicit Verifier(std::shared_ptr<DNSResolver> resolver,
                       std::shared_ptr<RegistrationLookup> registry = nullptr,
                       const PublicSuffixList& suffixes = PublicSuffixList::shared(),
-                      std::optional<std::chrono::seconds> lookupTime = {}, CheckRules rules = {});
+                      std::optional<std::chrono::seconds> lookupTime = {}, CheckRules rules = {},
+                      std::shared_ptr<KeyMemory> keys = nullptr);
 
     /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
@@ -64,6 +66,7 @@ private:
     const PublicSuffixList& m_suffixes;
     std::optional<std::chrono::seconds> m_lookupTime;
     CheckRules m_rules;
+    std::shared_ptr<KeyMemory> m_keys;
 };
 
 }  // namespace quillmark

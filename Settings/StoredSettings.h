@@ -26,9 +26,13 @@ constexpr auto fieldsOf(const AppSettings*) {
 /// Choices that came later, and have a key of their own.
 struct AppOptions {
     std::string resolver = "usual";  ///< who is asked for DNS records: see `chosenResolver`
+    bool rememberKeys = true;        ///< keys that DNS gives are kept in the key book
     bool operator==(const AppOptions&) const = default;
 };
-constexpr auto fieldsOf(const AppOptions*) { return std::tuple{Field{"resolver", &AppOptions::resolver}}; }
+constexpr auto fieldsOf(const AppOptions*) { 
+    return std::tuple{Field{"resolver", &AppOptions::resolver},
+                      Field{"rememberKeys", &AppOptions::rememberKeys}};
+}
 
 /// The keys that they are stored under.
 constexpr std::string_view settingsKey = "settings", optionsKey = "options";

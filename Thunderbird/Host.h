@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "Wording/Reader.h"
@@ -16,6 +17,7 @@ namespace quillmark {
 struct HostSurroundings {
     std::shared_ptr<DNSResolver> resolver = {};
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
+    std::shared_ptr<KeyMemory> keys = {};               ///< that were seen in DNS; may be none
     std::function<Date()> now = {};
     std::filesystem::path window = {};                        ///< the program quillmark-desktop
     std::optional<std::filesystem::path> sessionFolder = {};  ///< where messages are handed to it

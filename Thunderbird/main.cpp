@@ -3,6 +3,8 @@
 #include <iostream>
 #include <string_view>
 
+#include "QuillmarkKit/HistoryFile.h"
+#include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
@@ -25,11 +27,19 @@ int main(int count, char** arguments) {
     const auto file = settingsFile();
     const bool isFit = file && isFitForSettings(*file);
     const auto settings = isFit ? storedSettings(*file) : std::nullopt;
-    surroundings.resolver = chosenResolver((isFit ? storedOptions(*file) : AppOptions()).resolver, http);
+    const AppOptions options = isFit ? storedOptions(*file) : AppOptions();
+    surroundings.resolver = chosenResolver(options.resolver, http);
     if (settings.value_or(AppSettings()).checkDomainAge)
         surroundings.registry =
             std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
     surroundings.now = currentTime;
+    try {
+        surroundings.keys = std::make_shared<KeptKeys>(
+            KeyBook{KeyBook::besideHistory(HistoryFile::defaultLocation(dataFolderName))},
+            KeptKeys::Options{.remembers = settings && options.rememberKeys, .now = currentTime});
+    } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+        // Without a folder for it there is no book.
+    }
     surroundings.window = QUILLMARK_WINDOW;
     surroundings.sessionFolder = sessionFolder();
     surroundings.reader = Reader::ofEnvironment();

@@ -67,6 +67,7 @@ struct RankOfNote {
     Rank operator()(const Note::SignedLinesHold&) const { return {Subject::content, 0}; }
     Rank operator()(const Note::ShownNotSigned&) const { return {Subject::content, 1}; }
     Rank operator()(const Note::ContentNotSigned&) const { return {Subject::content, 1}; }
+    Rank operator()(const Note::KeyKnown&) const { return {Subject::content, 3}; }
     Rank operator()(const Note::AddressClaimed&) const { return {Subject::server, 0}; }
     Rank operator()(const Note::AnyServerAllowed&) const { return {Subject::server, 0}; }
     template <typename Other>
@@ -443,6 +444,10 @@ std::string whatToDo(const ProofReport& report, const std::vector<Caution>& caut
             return afterBreaking(report, reader);
         case VerdictKind::keyGone:
             if (isSenderOdd) return ask;
+            if (formerKeyHolds(report)) {
+                return reader.translate(
+                    "Ask the sender in another way if it matters: nobody can check this with DNS any more.");
+            }
             return reader.translate(
                 "Ask the sender in another way if it matters: nothing here proves who sent it.");
         case VerdictKind::couldNotCheck:

@@ -175,6 +175,45 @@ std::string changesInWords(const ReportNote::Undone& note, const Reader& reader)
 
 namespace {
 
+/// Whether a signature that holds with a former key holds for all of the text.
+bool coversText(const ReportNote::KeyKnown& note) {
+    return note.bodyChecked && note.unsignedBytes.value_or(0) == 0;
+}
+
+/// Never that the key is the domain's: only who says so.
+std::string keyKnownSentence(const ReportNote::KeyKnown& note, const Reader& reader) {
+    const std::string name = quotedWord(note.name);
+    const std::string first = reader.date(note.firstSeen), last = reader.date(note.lastSeen);
+    if (note.fit == ReportNote::KeyKnown::Fit::changed) {
+        return reader.translate(
+            "The key that %1 had on %2, as this computer saw it, made the signature, but over another "
+            "message: this one was changed since, on the way or by somebody.",
+            {name, last});
+    }
+    std::string text;
+    if (note.file) {
+        text = reader.translate(
+            "The file “%1”, added on %2, says that %3 had a key with which the signature holds. A file can "
+            "say anything: this proves only that whoever signed had that key, not whose it was.",
+            {quoted(*note.file), reader.date(note.addedAt.value_or(note.lastSeen)), name});
+    } else if (first == last) {
+        text = reader.translate(
+            "With the key that %1 had on %2, as this computer saw it, the signature holds.", {name, last});
+    } else {
+        text = reader.translate(
+            "With the key that %1 had on %2 and on %3, as this computer saw it, the signature holds.",
+            {name, first, last});
+    }
+    if (!note.bodyChecked) {
+        text += " " + reader.translate("The body wasn’t there to check.");
+    } else if (!coversText(note)) {
+        text += " " + reader.translateCount("%n byte of the text isn’t signed.",
+                                            "%n bytes of the text aren’t signed.", *note.unsignedBytes);
+    }
+    return text + " " +
+           reader.translate("When it was signed nothing says: whoever has the key can sign to this day.");
+}
+
 /// What must be taken back, and that the rest was signed.
 std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     const std::string changes = changesInWords(note, reader);
@@ -707,6 +746,7 @@ struct NoteSentence {
     std::string operator()(const ReportNote::OtherRecordAtKey& note) const {
         return otherRecordSentence(note.domain, note.version, reader);
     }
+    std::string operator()(const ReportNote::KeyKnown& note) const { return keyKnownSentence(note, reader); }
     std::string operator()(const ReportNote::NotToYou& note) const {
         return reader.translate("It was written to “%1”; here it was delivered to %2.",
                                 {quoted(note.to), quotedWord(note.deliveredTo)});
@@ -799,6 +839,12 @@ struct ShortSentence {
     }
     std::string operator()(const Note::ContentNotSigned&) const {
         return reader.translate("Programs may show another text than the one that was sent");
+    }
+    std::string operator()(const Note::KeyKnown& note) const {
+        if (note.file)
+            return reader.translate("Only the file “%1” says whose key the signature fits",
+                                    {quoted(*note.file)});
+        return reader.translate("With its former key the signature holds, but not for all of the text");
     }
     template <typename Other>
     std::string operator()(const Other& note) const {
@@ -946,6 +992,12 @@ struct PlaceOf {
         return {NoteSection::signatures, note.fits, {}};
     }
     Place operator()(const Note::OtherRecordAtKey&) const { return {NoteSection::signatures, false, {}}; }
+    /// What this computer saw itself informs, unless there is more to a message than it says.
+    Place operator()(const Note::KeyKnown& note) const {
+        const bool isCaution = note.file || (note.fit == Note::KeyKnown::Fit::holds && !coversText(note));
+        return {NoteSection::signatures, note.speaksForFrom && verdict != Tone::good,
+                isCaution ? std::optional(Tone::caution) : std::nullopt};
+    }
     Place operator()(const Note::NotToYou&) const { return {NoteSection::signatures}; }
     Place operator()(const Note::DateUnread&) const { return {NoteSection::message, false, {}}; }
     Place operator()(const NewerDMARC&) const { return {NoteSection::policy, false, {}}; }
@@ -1012,6 +1064,13 @@ std::string policySentence(const ProofReport& report, const Reader& reader) {
         "whole "
         "message fits it.",
         {quotedDomain(finding.fromDomain)});
+}
+
+bool formerKeyHolds(const ProofReport& report) {
+    return std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+        const auto* known = std::get_if<ReportNote::KeyKnown>(&note.value);
+        return known && known->speaksForFrom && !tone(note) && known->fit == ReportNote::KeyKnown::Fit::holds;
+    });
 }
 
 bool otherKeyFits(const ProofReport& report, std::string_view domain) {

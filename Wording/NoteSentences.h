@@ -60,6 +60,9 @@ std::string changesInWords(const ReportNote::Undone& note, const Reader& reader)
 /// message as it was, is proven, and counts for nothing there.
 std::string policySentence(const ProofReport& report, const Reader& reader);
 
+/// Whether a signature of From's organization holds whole with a key that this computer saw in DNS once.
+bool formerKeyHolds(const ProofReport& report);
+
 /// Whether a signature by this domain fits another key than the one that counts.
 bool otherKeyFits(const ProofReport& report, std::string_view domain);
 

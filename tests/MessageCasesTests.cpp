@@ -12,6 +12,7 @@
 //     validated: _dmarc.bank.example TXT                    that DNS says it validated this answer
 //     answered by: dns.example                              who gives all answers
 //     registered: bank.example 2026-11-20T10:00:00Z         what the registry says; else nobody asks it
+//     known: rsa NAME TIME..TIME [FILE]                     a key that a name had, as seen here or by a file
 //     at: 2026-11-21T10:00:00Z                              the time of the check, instead of that one
 //     verdict: signatureBroken                              its kind
 //     notes: shownNotSigned, actsUnsigned / notes: none     the kinds of all notes, in their order
@@ -62,6 +63,14 @@ std::string_view takeBefore(std::string_view& text, std::string_view mark) {
     return before;
 }
 
+/// Keys of names, by their lower-case names.
+class KnownKeys : public KeyMemory {
+public:
+    std::map<std::string, std::vector<KnownKey>> keys = {};
+    std::vector<KnownKey> keysOf(std::string_view name) override { return keys[asciiLowered(name)]; }
+    void saw(std::string_view, std::span<const std::string>, const std::string&, bool) override {}
+};
+
 class Case {
 public:
     explicit Case(std::string_view text) {
@@ -84,7 +93,8 @@ public:
                                                                std::nullopt, sources());
         const MailMessage message = MailMessage::parse(m_message);
         const auto verification =
-            Verifier(resolver, registry).examine(message, std::nullopt, m_now, UUID::random());
+            Verifier(resolver, registry, PublicSuffixList::shared(), {}, Undoing::on, m_known)
+                .examine(message, std::nullopt, m_now, UUID::random());
         const ProofReport& report = verification.report;
         const std::string text = textReport(report, reader);
         const Banner banner = bannerOf(report, reader);
@@ -179,6 +189,14 @@ private:
             }
             const std::string key = asked + "|" + std::string(takeBefore(rest, " "));
             publish(key, std::string(rest));
+        } else if (name == "known") {
+            const PrivateKey& key = takeBefore(rest, " ") == "rsa" ? rsaKey() : ed25519Key();
+            const std::string of(takeBefore(rest, " "));
+            const Date first = parsedRFC3339(takeBefore(rest, "..")).value();
+            const Date last = parsedRFC3339(takeBefore(rest, " ")).value();
+            KnownKey known{of, keyRecord(key), first, last, "dns.example", false};
+            if (!rest.empty()) known.file = KnownKey::File{std::string(rest), m_now};
+            m_known->keys[of].push_back(std::move(known));
         } else if (name == "at") {
             m_now = parsedRFC3339(value).value();
         } else {
@@ -205,6 +223,7 @@ private:
 
     std::string m_message = {}, m_source = {};
     StaticResolver::Answers m_answers = {};
+    std::shared_ptr<KnownKeys> m_known = std::make_shared<KnownKeys>();
     std::set<std::string, std::less<>> m_failing = {};
     StaticRegistry::Entries m_registered = {};
     Date m_now = *parsedRFC3339("2026-11-21T10:00:00Z");
