@@ -25,6 +25,7 @@ struct CheckCommand {
     std::optional<bool> save = {};           ///< puts the reports into the user's history, or does not
     std::optional<bool> keyBook = {};        ///< looks into the user's key book and adds to it, or does not
     std::vector<std::string> dnsFiles = {};  ///< of which the first that knows an answer gives it
+    std::optional<std::string> tsaCA = {};   ///< a file of certificates, for time stamps of those
     std::optional<std::string> registrationsFile = {};
     std::optional<std::string> resolver = {};  ///< as `chosenResolver` takes it
     std::optional<std::string> at = {};        ///< RFC 3339

@@ -11,6 +11,7 @@
 #include "CommandLine/FixedAnswers.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/RecordingCommand.h"
+#include "CommandLine/StampCommand.h"
 #include "CommandLine/UserKeyBook.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "Settings/ChosenResolver.h"
@@ -50,6 +51,9 @@ FixedAnswers allAnswers(const CheckCommand& command) {
 CheckSources::CheckSources(const CheckCommand& command) : now(currentTime()), workers(cores()) {
     std::optional<RecordedRun::Failures> failures;
     if (!command.dnsFiles.empty()) {
+        for (const std::string& file : command.dnsFiles) {
+            if (const auto line = stampLine(file, command.tsaCA, command.reader)) writeProblem(*line);
+        }
         FixedAnswers fixed = allAnswers(command);
         if (fixed.at) now = *fixed.at;
         if (fixed.registrations && command.domainAge.value_or(true))  // nobody is asked

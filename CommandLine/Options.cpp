@@ -140,6 +140,11 @@ void addCheck(CLI::App& app, CheckCommand& check) {
             "gives it, and where they differ is said")
             ->allow_extra_args(false)
             ->group(seldom);
+    add(command, "--tsa-ca", check.tsaCA, "FILE",
+        "Certificates of time-stamping authorities (PEM) that are trusted beside the system's, for a "
+        "recording "
+        "that was stamped")
+        ->group(seldom);
     add(command, "--resolver", check.resolver, suggesting("URL", "usual,system"),
         "Ask this DNS service (DNS over HTTPS, RFC 8484); a URL that ends with {?dns} is asked by GET, any "
         "other by POST. usual: the usual two. system: the servers that this computer asks for everything "
@@ -168,7 +173,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
     addSwitch(command, "key-book", check.keyBook,
               forHelp("Add the keys that DNS gives to your key book, and look into it where one is gone; "
                       "default: add as in the settings of the window, look unless --dns is given"),
-              forHelp("Leave the key book alone"));
+              forHelp("Leave the key book alone"), seldom);
     command.add_flag("--summary", check.summary,
                      "Write how often each verdict and signing domain came, in place of the reports");
     add(command, "--csv", check.csv, "FILE",
@@ -350,6 +355,79 @@ void addSeal(CLI::App& app, SealCommand& seal) {
     addSigning(command, seal);
 }
 
+constexpr const char* keysFooter = forHelp(
+    "The key book lies beside the history, in the folder Quillmark in $XDG_DATA_HOME (or ~/.local/share). A "
+    "list is JSON, a recording, or TXT records as they stand in a zone file. What a file says is told as "
+    "what "
+    "it is, and proves nothing by itself. Exit status: 0 done; 1 there is nothing of the kind, or something "
+    "could not be read or written; 2 wrong arguments, or a file is no list.");
+
+void addKeys(CLI::App& app, KeysCommand& keys) {
+    CLI::App* command = app.add_subcommand(
+        "keys", "Keys that DNS no longer has: show and change your key book, find keys in signatures");
+    command->require_subcommand(1);
+    command->footer(keysFooter);
+    using Action = KeysCommand::Action;
+    const auto one = [&](CLI::App* made, Action action) {
+        made->callback([&keys, action] { keys.action = action; });
+        return made;
+    };
+    CLI::App* list =
+        one(command->add_subcommand("list", "One line for each key of your key book"), Action::list);
+    list->add_option("PART", keys.name, "Only keys whose names contain this");
+    CLI::App* show =
+        one(command->add_subcommand("show", "Show keys whole, with their fingerprints"), Action::show);
+    show->add_option("PART", keys.name, "A key's name, or a part of it")->required();
+    show->add_flag("--json", keys.json, "Write them as an export has them");
+    CLI::App* out =
+        one(command->add_subcommand("export", "Write keys into a new file, for others"), Action::exportKeys);
+    out->add_option("OUT", keys.out, "The new file; \"-\" is standard output")->required();
+    out->add_option("PART", keys.name, "Only keys whose names contain this");
+    CLI::App* in =
+        one(command->add_subcommand("import", "Add the keys of files to your key book"), Action::import);
+    in->add_option("FILE", keys.files, "Exports, lists, recordings or zone files")->required();
+    CLI::App* forget =
+        one(command->add_subcommand("forget", "Remove keys from your key book"), Action::forget);
+    forget->add_option("NAME", keys.name, "Those of this name");
+    add(*forget, "--file", keys.file, "NAME", "Those that this file says, by its name without folders");
+    forget->add_flag("--all", keys.all, "All of them");
+    CLI::App* derive =
+        one(command->add_subcommand("derive",
+                                    "Find the RSA keys that several signatures of messages have in common"),
+            Action::derive);
+    derive->add_option("FILE", keys.files, "Messages, mailboxes and folders; \"-\" is standard input")
+        ->required();
+    derive->add_flag("--json", keys.json, "Write the keys as a list");
+    add(*derive, "--pairs", keys.pairs, "N",
+        "How many pairs of signatures are tried; with 2,048 bits each may take half a minute; default: 100")
+        ->check(CLI::Range(1, 1'000'000));
+    CLI::App* compare =
+        one(command->add_subcommand("compare", "Say which keys two lists have in common"), Action::compare);
+    compare->add_option("LIST", keys.files, "Two lists")->required()->expected(2);
+    CLI::App* ask =
+        one(command->add_subcommand(
+                "ask", "Ask an archive for the keys of a domain, which it learns by that, and add them"),
+            Action::ask);
+    add(*ask, "--archive", keys.archive, "URL",
+        "The archive; {domain} in it stands for the domain, else ?domain= is put behind")
+        ->required();
+    ask->add_option("DOMAIN", keys.domain, "The domain")->required();
+}
+
+constexpr const char* stampFooter = forHelp(
+    "Nothing but the SHA-256 of the file is sent. The reply is kept beside it, as FILE.tsr; check --dns "
+    "looks at "
+    "it, without asking anybody. Exit status: 0 it is there; 1 it isn't; 2 wrong arguments.");
+
+void addStamp(CLI::App& app, StampCommand& stamp) {
+    CLI::App& command = *app.add_subcommand("stamp", "Have an authority sign that a recording exists now");
+    add(command, "--tsa", stamp.authority, "URL", "The time-stamping authority (RFC 3161)")->required();
+    add(command, "--tsa-ca", stamp.trusted, "FILE",
+        "Certificates of authorities (PEM) that are trusted beside the system's");
+    command.add_option("FILE", stamp.file, "The recording, or any other file")->required();
+    command.footer(stampFooter);
+}
+
 constexpr const char* historyFooter = forHelp(
     "The beginning of an ID will do when it means one report. The history lies in the folder Quillmark in "
     "$XDG_DATA_HOME (or ~/.local/share). Exit status: 0 done; 1 there is no such report, the history could "
@@ -479,10 +557,12 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     addExtract(app, commands.extract);
     addHistory(app, commands.history);
     addKeygen(app, commands.keygen);
+    addKeys(app, commands.keys);
     addRecord(app, commands.record);
     addRecording(app, commands.recording);
     addSign(app, commands.sign);
     addSeal(app, commands.seal);
+    addStamp(app, commands.stamp);
 }
 
 }  // namespace quillmark

@@ -4,8 +4,10 @@
 #include "CommandLine/ExplainCommand.h"
 #include "CommandLine/ExtractCommand.h"
 #include "CommandLine/HistoryCommand.h"
+#include "CommandLine/KeysCommand.h"
 #include "CommandLine/RecordingCommand.h"
 #include "CommandLine/SignCommands.h"
+#include "CommandLine/StampCommand.h"
 #include "Manual/CommandTable.h"
 
 namespace CLI {
@@ -21,10 +23,12 @@ struct Commands {
     ExtractCommand extract = {};
     HistoryCommand history = {};
     KeygenCommand keygen = {};
+    KeysCommand keys = {};
     RecordCommand record = {};
     RecordingCommand recording = {};
     SignCommand sign = {};
     SealCommand seal = {};
+    StampCommand stamp = {};
 };
 
 /// Defines every command and option, each with its help, which is in the reader's language. `commands` must

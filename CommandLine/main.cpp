@@ -75,8 +75,9 @@ int main(int count, char** values) {
         return 2;
     }
     endOnSignals();
-    auto& [check, explain, extract, history, keygen, record, recording, sign, seal] = commands;
-    check.reader = explain.reader = extract.reader = history.reader = keygen.reader = record.reader =
+    auto& [check, explain, extract, history, keygen, keys, record, recording, sign, seal, stamp] = commands;
+    check.reader = explain.reader = extract.reader = history.reader = keygen.reader = keys.reader =
+        record.reader = stamp.reader =
         recording.reader = sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
@@ -86,10 +87,12 @@ int main(int count, char** values) {
     if (app.got_subcommand("extract")) return extract.run();
     if (app.got_subcommand("history")) return history.run();
     if (app.got_subcommand("keygen")) return keygen.run();
+    if (app.got_subcommand("keys")) return keys.run();
     if (app.got_subcommand("record")) return record.run();
     if (app.got_subcommand("recording")) return recording.run();
     if (app.got_subcommand("sign")) return sign.run();
     if (app.got_subcommand("seal")) return seal.run();
+    if (app.got_subcommand("stamp")) return stamp.run();
     if (const auto file = settingsFile()) {
         check.settings = storedSettings(*file);
         check.options = storedOptions(*file);

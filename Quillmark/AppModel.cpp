@@ -50,6 +50,7 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
       m_mayAskRegistry(std::make_shared<RegistrySwitch>(m_settings.checkDomainAge)),
       m_usualResolver(std::move(surroundings.resolver)),
       m_otherResolver(std::move(surroundings.otherResolver)),
+      m_keyBook{surroundings.keyBook},
       m_keys(std::move(surroundings.keys)),
       m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, m_keys, surroundings.now),
       m_history(std::move(surroundings.historyFile), surroundings.now, m_reader, m_mailbox),
@@ -75,8 +76,8 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
     m_history.setKept(m_settings.keepHistory);
     if (!m_keys) return;
     m_keys->setRemembers(m_options.rememberKeys);
-    m_keys->setProblem([this, book = surroundings.keyBook](const std::exception& error) {
-        m_mailbox.post([this, line = keyBookProblem(error, book, m_reader)] { showProblem(line); });
+    m_keys->setProblem([this](const std::exception& error) {
+        m_mailbox.post([this, line = keyBookProblem(error, m_keyBook.url, m_reader)] { showProblem(line); });
     });
 }
 

@@ -92,6 +92,7 @@ public:
     std::string unsaved() const { return m_history.unsaved(); }
     const AppSettings& settings() const { return m_settings; }
     const AppOptions& options() const { return m_options; }
+    const KeyBook& keyBook() const { return m_keyBook; }
 
     /// The row of this identity; null when there is none. Valid until the next change.
     const Row* row(const UUID& id) const { return m_session.row(id); }
@@ -253,6 +254,7 @@ private:
     const std::shared_ptr<RegistrySwitch> m_mayAskRegistry;
     const std::shared_ptr<DNSResolver> m_usualResolver;
     const std::function<std::shared_ptr<DNSResolver>(std::string_view)> m_otherResolver;
+    const KeyBook m_keyBook;
     const std::shared_ptr<KeptKeys> m_keys;
     MessageChecker m_checker;
     Mailbox m_mailbox{};

@@ -12,6 +12,7 @@
 #include <algorithm>
 
 #include "Quillmark/HelpView.h"
+#include "Quillmark/KeyBookView.h"
 #include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/MessageTextView.h"
@@ -730,6 +731,8 @@ void QuillmarkApp::showSettings() {
     connect(view, &SettingsView::keepHistoryChanged, &m_model, &AppModel::setKeepHistory);
     connect(view, &SettingsView::resolverChanged, &m_model, &AppModel::setResolver);
     connect(view, &SettingsView::rememberKeysChanged, &m_model, &AppModel::setRememberKeys);
+    connect(view, &SettingsView::keyBookWanted, this,
+            [this] { (new KeyBookView(m_model.keyBook(), m_words, m_settings))->open(); });
     connect(view, &SettingsView::clearHistoryWanted, &m_model, &AppModel::readHistoryContents);
     connect(&m_model, &AppModel::historyContentsRead, view, [this, view](const HistoryContents& contents) {
         if (contents.isEmpty()) return m_model.clearHistory(contents);

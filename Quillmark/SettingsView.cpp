@@ -61,6 +61,7 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     };
     connect(button(words("Show Data Folder in Finder")), &QPushButton::clicked, this,
             &SettingsView::dataFolderWanted);
+    connect(button(words("Keys…")), &QPushButton::clicked, this, &SettingsView::keyBookWanted);
     QPushButton* clear = button(words("Clear History…"));
     clear->setEnabled(choices.lockedHistory.isEmpty());
     connect(clear, &QPushButton::clicked, this, &SettingsView::clearHistoryWanted);

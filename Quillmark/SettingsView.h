@@ -40,6 +40,7 @@ signals:
     void checkDomainAgeChanged(bool on);
     void keepHistoryChanged(bool on);
     void rememberKeysChanged(bool on);
+    void keyBookWanted();
     void clearHistoryWanted();
     void dataFolderWanted();
     void welcomeWanted();

@@ -64,6 +64,9 @@ TEST_F(KeyBookTest, keepsWhatWasSeenAndWhoSaysSo) {
     EXPECT_EQ(book.remove({.name = "s._domainkey.a.example", .file = "list.json"}), 2u);
     EXPECT_EQ(all(book), std::vector{widened});
     EXPECT_EQ(contents(book.url).find("list.json"), std::string::npos);
+    book.add(std::vector{told});
+    book.remove(widened);
+    EXPECT_EQ(all(book), std::vector{told});
 }
 
 /// Thousands under one name, as somebody's list may have them.

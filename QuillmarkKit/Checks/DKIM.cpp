@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "QuillmarkKit/Checks/DKIMKeys.h"
+#include "QuillmarkKit/Checks/UncheckedSignature.h"
 #include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -81,6 +82,16 @@ public:
         return std::move(m_result);
     }
 
+    std::optional<UncheckedSignature> withoutKey() {
+        readTags();
+        if (!tagsAreSound() || !valuesAreSound() || !bodyFits() || !m_result.bodyChecked) return std::nullopt;
+        if (!digestIsFound()) return std::nullopt;
+        std::optional<HashAlgorithm> rsaHash;
+        if (m_algorithm != SignatureAlgorithm::ed25519SHA256) rsaHash = hashAlgorithm(m_algorithm);
+        return UncheckedSignature{m_result.domain,  m_result.selector, rsaHash,
+                                  m_signatureBytes, *m_headerDigest,   m_result.signedAt};
+    }
+
     SignatureCheck runAndExamine() {
         SignatureCheck check{run()};
         const bool isBodyBroken = check.result.status == Status::bodyChanged;
@@ -113,6 +124,7 @@ private:
     bool keyIsFound();
     bool keyAllowsIdentity();
     bool bodyFits();
+    bool digestIsFound();
     void verify();
     std::optional<BrokenSignature> broken(bool bodyHolds, bool headerHolds) const;
     std::optional<bool> otherRecordFits(const DKIMResult& result);
@@ -236,16 +248,19 @@ bool Check::bodyFits() {
     return true;
 }
 
-void Check::verify() {
-    if (!m_headerDigest) {
-        HashingSink data(hashAlgorithm(m_algorithm));
-        if (!addSignedHeaderData(m_checker.message, m_result.signedHeaders, m_signature,
-                                 m_canonicalization.header, data, mostSignedHeaderBytes)) {
-            end(Status::malformed, "more than 16 MB of header fields are signed");
-            return;
-        }
-        m_headerDigest = data.digest();
+bool Check::digestIsFound() {
+    if (m_headerDigest) return true;
+    HashingSink data(hashAlgorithm(m_algorithm));
+    if (!addSignedHeaderData(m_checker.message, m_result.signedHeaders, m_signature,
+                             m_canonicalization.header, data, mostSignedHeaderBytes)) {
+        return end(Status::malformed, "more than 16 MB of header fields are signed");
     }
+    m_headerDigest = data.digest();
+    return true;
+}
+
+void Check::verify() {
+    if (!digestIsFound()) return;
     const auto outcome = verifySignature(m_signatureBytes, *m_headerDigest, m_algorithm, m_key);
     if (const auto* error = std::get_if<KeyError>(&outcome)) {
         const bool didNotVerify = error->kind == KeyError::Kind::didNotVerify;
@@ -311,6 +326,10 @@ std::optional<std::string> Check::versionInstead() const {
 
 DKIMResult SignatureChecker::check(const HeaderField& signature, Kind kind) const {
     return Check(*this, signature, kind).run();
+}
+
+std::optional<UncheckedSignature> withoutKey(const SignatureChecker& checker, const HeaderField& signature) {
+    return Check(checker, signature, SignatureKind::dkim).withoutKey();
 }
 
 SignatureCheck SignatureChecker::examine(const HeaderField& signature, Kind kind) const {

@@ -102,12 +102,12 @@ private:
 
 class Database {
 public:
-    enum class For { reading, writing };
-    Database(const fs::path& file, For use) {
+    explicit Database(const fs::path& file) {
         const Library& sqlite = library();
         sqlite3* opened = nullptr;
-        const int flags = (use == For::reading ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) |
-                          SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+        // Also to read: what a program that was killed left half done is taken back first. A file that is
+        // read-only is opened as such.
+        constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
         const int status = sqlite.open(file.c_str(), &opened, flags, nullptr);
         m_opened.reset(opened);
         require(status);
@@ -238,7 +238,7 @@ std::optional<fs::path> fileOf(const KeyBook& book) {
 std::optional<Database> forReading(const KeyBook& book) {
     const auto file = fileOf(book);
     if (!file) return std::nullopt;
-    std::optional<Database> database(std::in_place, *file, Database::For::reading);
+    std::optional<Database> database(std::in_place, *file);
     if (!database->isBook()) return std::nullopt;
     return database;
 }
@@ -255,7 +255,7 @@ Database forWriting(const KeyBook& book) {
     }
     const fs::path file = *fileOf(book);
     requireWritable(file);
-    return {file, Database::For::writing};
+    return Database(file);
 }
 
 constexpr std::string_view columns =
@@ -274,6 +274,26 @@ KnownKey keyOf(const Statement& row) {
 
 std::string selectWhere(std::string_view rest) {
     return "SELECT " + std::string(columns) + " FROM keys WHERE " + std::string(rest);
+}
+
+std::string digestOf(const std::string& record) { return hash(HashAlgorithm::sha256, record).substr(0, 16); }
+
+/// How many rows were removed for good.
+std::size_t removed(const KeyBook& book, std::string_view which,
+                    const std::function<void(Statement&)>& bindTo) {
+    if (!forReading(book)) return 0;
+    const Database database = forWriting(book);
+    // What is removed is to be gone from the disk, too.
+    database.run("PRAGMA secure_delete = ON");
+    Transaction transaction(database);
+    if (!database.isBook()) return 0;
+    const std::string sql = "DELETE FROM keys WHERE " + std::string(which);
+    Statement rows(database, sql.c_str());
+    bindTo(rows);
+    rows.step();
+    const std::size_t count = database.changes();
+    transaction.commit();
+    return count;
 }
 
 }  // namespace
@@ -298,13 +318,14 @@ std::vector<KnownKey> KeyBook::keysOf(std::string_view name) const {
     return keys;
 }
 
-void KeyBook::forEach(std::string_view part, const std::function<void(const KnownKey&)>& each) const {
+void KeyBook::forEach(std::string_view part, const std::function<void(const KnownKey&)>& each,
+                      std::size_t most) const {
     const auto database = forReading(*this);
     if (!database) return;
-    const std::string sql = selectWhere("instr(name, ?) > 0 ORDER BY name, imported, lastSeen DESC");
+    const std::string sql = selectWhere("instr(name, ?) > 0 ORDER BY name, imported, lastSeen DESC LIMIT ?");
     const std::string lowered = asciiLowered(part);
     Statement rows(*database, sql.c_str());
-    rows.bind(lowered);
+    rows.bind(lowered).bind(static_cast<std::int64_t>(most));
     while (rows.step()) each(keyOf(rows));
 }
 
@@ -331,7 +352,7 @@ std::size_t KeyBook::add(std::span<const KnownKey> keys) const {
     for (const KnownKey& key : keys) {
         const auto name = keyName(key.name);
         if (!name || key.record.size() > longestRecord) continue;
-        const std::string digest = hash(HashAlgorithm::sha256, key.record).substr(0, 16);
+        const std::string digest = digestOf(key.record);
         const std::string file = key.file ? key.file->name : std::string();
         const std::int64_t isValidated = key.isValidated ? 1 : 0, isImported = key.file ? 1 : 0;
         known.bind(number(key.lastSeen)).bind(key.service).bind(number(key.firstSeen)).bind(isValidated);
@@ -351,19 +372,15 @@ std::size_t KeyBook::add(std::span<const KnownKey> keys) const {
 }
 
 std::size_t KeyBook::remove(const Selection& selection) const {
-    if (!forReading(*this)) return 0;
-    const Database database = forWriting(*this);
-    // What is removed is to be gone from the disk, too.
-    database.run("PRAGMA secure_delete = ON");
-    Transaction transaction(database);
-    if (!database.isBook()) return 0;
-    Statement removed(database, "DELETE FROM keys WHERE (?1 = '' OR name = ?1) AND (?2 = '' OR file = ?2)");
     const std::string name = selection.name.value_or(""), file = selection.file.value_or("");
-    removed.bind(name).bind(file);
-    removed.step();
-    const std::size_t count = database.changes();
-    transaction.commit();
-    return count;
+    return removed(*this, "(?1 = '' OR name = ?1) AND (?2 = '' OR file = ?2)",
+                   [&](Statement& rows) { rows.bind(name).bind(file); });
+}
+
+void KeyBook::remove(const KnownKey& key) const {
+    const std::string digest = digestOf(key.record), file = key.file ? key.file->name : std::string();
+    removed(*this, "name = ? AND digest = ? AND file = ?",
+            [&](Statement& rows) { rows.bind(key.name).bindBytes(digest).bind(file); });
 }
 
 KeptKeys::~KeptKeys() {

@@ -44,8 +44,11 @@ struct KeyBook {
 
     /// As `KeyMemory::keysOf`; nothing when there is no file.
     std::vector<KnownKey> keysOf(std::string_view name) const;
-    /// Calls back for each key of the names that contain `part` (all, if that is empty), by name.
-    void forEach(std::string_view part, const std::function<void(const KnownKey&)>& each) const;
+    /// Calls back for each key of the names that contain `part` (all, if that is empty), by name; for `most`
+    /// at most.
+    void forEach(std::string_view part, const std::function<void(const KnownKey&)>& each,
+                 std::size_t most = all) const;
+    static constexpr std::size_t all = 1'000'000'000;
     /// Adds what isn't there, and widens the times of what is, all or nothing. How many are new.
     std::size_t add(std::span<const KnownKey> keys) const;
     /// Which keys are meant: those of a name, of a file, or all.
@@ -54,6 +57,8 @@ struct KeyBook {
     };
     /// Removes them for good. How many there were.
     std::size_t remove(const Selection& selection) const;
+    /// This one, as whoever says so says it.
+    void remove(const KnownKey& key) const;
 
     /// A name as books have it; nothing for one that DNS can't hold.
     static std::optional<std::string> keyName(std::string_view name);

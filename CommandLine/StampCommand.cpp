@@ -1,0 +1,89 @@
+#include "CommandLine/StampCommand.h"
+
+#include <filesystem>
+
+#include "CommandLine/KeysCommand.h"
+#include "CommandLine/Output.h"
+#include "QuillmarkKit/Support/Crypto.h"
+#include "QuillmarkKit/Support/Files.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/TimeStamp.h"
+#include "Wording/Details.h"
+#include "Wording/HistoryWording.h"
+#include "Wording/Quoted.h"
+
+namespace quillmark {
+
+namespace {
+
+constexpr std::size_t largestFile = 1'000'000'000, largestStamp = 1'000'000;  // bytes
+
+}  // namespace
+
+std::string stampOf(HTTP& http, const std::string& url, std::string_view digest) {
+    const HTTPRequest request{
+        .url = url,
+        .headers = {"Content-Type: application/timestamp-query", "Accept: application/timestamp-reply"},
+        .body = timeStampRequest(digest),
+        .timeOut = std::chrono::seconds(60),
+        .bodyLimit = largestStamp};
+    HTTPResponse response = http.get(request, {});
+    if (response.status != 200) throw StampError("HTTP " + std::to_string(response.status));
+    if (!timeStamp(response.body, digest)) throw StampError("no time stamp of this file");
+    return std::move(response.body);
+}
+
+std::string stampFileOf(const std::string& file) { return file + ".tsr"; }
+
+std::optional<std::string> stampLine(const std::string& file, const std::optional<std::string>& trusted,
+                                     const Reader& reader) {
+    const std::string beside = stampFileOf(file);
+    std::error_code error;
+    if (!std::filesystem::exists(beside, error)) return std::nullopt;
+    const std::string name = quillmark::quoted(file), stampName = quillmark::quoted(beside);
+    const auto reply = fileContents(beside, largestStamp), bytes = fileContents(file, largestFile);
+    const auto authorities = trusted ? fileContents(*trusted, largestStamp) : std::nullopt;
+    const auto stamp =
+        reply && bytes ? timeStamp(*reply, hash(HashAlgorithm::sha256, *bytes), authorities) : std::nullopt;
+    if (!stamp) {
+        return reader.translate("“%1” is no time stamp of “%2”: it proves nothing.", {stampName, name});
+    }
+    if (!stamp->isTrusted) {
+        return reader.translate(
+            "“%1” bears the time stamp of an unknown authority, “%2”, which proves nothing. --tsa-ca names "
+            "authorities that you trust.",
+            {name, quillmark::quoted(stamp->authority)});
+    }
+    return reader.translate("“%1” was time-stamped by “%2” on %3: it existed by then.",
+                            {name, quillmark::quoted(stamp->authority), reader.time(stamp->at)});
+}
+
+int StampCommand::run() const {
+    const auto fail = [](const std::string& line, int status) {
+        writeProblem(line);
+        return status;
+    };
+    if (!authority.starts_with("https://")) {
+        return fail(reader.translate("--tsa takes an address that begins with https://, not “%1”",
+                                     {quillmark::quoted(authority)}),
+                    2);
+    }
+    const auto bytes = fileContents(file, largestFile);
+    if (!bytes) return fail(reader.translate("“%1” can’t be read.", {quillmark::quoted(file)}), 1);
+    const std::string host = quillmark::quotedWord(hostOf(authority));
+    try {
+        HTTPEngine http(HTTPOptions::ofEnvironment());
+        createFile(stampFileOf(file), stampOf(http, authority, hash(HashAlgorithm::sha256, *bytes)));
+    } catch (const std::filesystem::filesystem_error& error) {
+        return fail(reader.translate("The time stamp can’t be written: %1",
+                                     {quillmark::quoted(reasonOf(error, reader))}),
+                    1);
+    } catch (const std::runtime_error& error) {  // of HTTP, or StampError
+        return fail(reader.translate("%1 gave no time stamp: %2", {host, detailText(error.what(), reader)}),
+                    1);
+    }
+    writeOutput(forDisplay(stampLine(file, trusted, reader).value_or("")) + "\n");
+    return 0;
+}
+
+}  // namespace quillmark
