@@ -142,7 +142,7 @@ TEST_F(KeyBookTest, aKeyThatVanishesIsRemembered) {
         const MailMessage message = MailMessage::parse(text);
         const auto report = [&](const StaticResolver::Answers& answers, std::shared_ptr<KeyMemory> memory) {
             return Verifier(std::make_shared<StaticResolver>(answers), nullptr, PublicSuffixList::shared(),
-                            {}, Undoing::on, std::move(memory))
+                            {}, {}, std::move(memory))
                 .verify(message, std::nullopt, may);
         };
         const auto memory = [&](bool remembers) {
@@ -177,7 +177,7 @@ TEST_F(KeyBookTest, isNotAskedWhereNoKeyIsGone) {
         signedMessage("From: a@example.org\r\nSubject: Hello\r\n\r\nHi\r\n", {}, ed25519Key());
     for (const std::string& each : {text, replaced(text, "Hello", "Bye"), replaced(text, "a=ed", "a=x")}) {
         Verifier(std::make_shared<StaticResolver>(published(ed25519Key())), nullptr,
-                 PublicSuffixList::shared(), {}, Undoing::on, std::make_shared<Refusing>())
+                 PublicSuffixList::shared(), {}, {}, std::make_shared<Refusing>())
             .verify(MailMessage::parse(each), std::nullopt, may);
     }
 }

@@ -93,7 +93,7 @@ public:
                                                                std::nullopt, sources());
         const MailMessage message = MailMessage::parse(m_message);
         const auto verification =
-            Verifier(resolver, registry, PublicSuffixList::shared(), {}, Undoing::on, m_known)
+            Verifier(resolver, registry, PublicSuffixList::shared(), {}, {}, m_known)
                 .examine(message, std::nullopt, m_now, UUID::random());
         const ProofReport& report = verification.report;
         const std::string text = textReport(report, reader);
