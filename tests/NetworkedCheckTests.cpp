@@ -98,9 +98,11 @@ private:
         auto* asker = reinterpret_cast<sockaddr*>(&from);
         for (ssize_t count = 0; (count = ::recvfrom(m_socket, bytes, sizeof bytes, 0, asker, &size)) > 0;) {
             const std::string packet(bytes, static_cast<std::size_t>(count)), reply = curiousReply(packet);
+            {
+                const std::lock_guard turn(m_mutex);
+                m_heard.push_back(packet);
+            }
             ::sendto(m_socket, reply.data(), reply.size(), 0, asker, size);
-            const std::lock_guard turn(m_mutex);
-            m_heard.push_back(packet);
         }
     }
 
