@@ -12,6 +12,7 @@
 #include "CommandLine/CheckSummary.h"
 #include "CommandLine/Output.h"
 #include "QuillmarkKit/ReportCSV.h"
+#include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Quoted.h"
 
