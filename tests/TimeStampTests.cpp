@@ -63,7 +63,9 @@ TEST(TimeStamp, isVerifiedOffline) {
         std::string damaged = reply;
         damaged[i] = static_cast<char>(damaged[i] ^ 0x20);
         const auto read = timeStamp(damaged, digest, authority.root());
-        if (read && read->isTrusted) EXPECT_EQ(read->at, stamp->at) << i;
+        if (read && read->isTrusted) {
+            EXPECT_EQ(read->at, stamp->at) << i;
+        }
     }
     EXPECT_FALSE(timeStamp(reply.substr(0, reply.size() / 2), digest));
     EXPECT_FALSE(timeStamp(reply, digest, StampAuthority().root())->isTrusted);
