@@ -363,8 +363,8 @@ constexpr const char* keysFooter = forHelp(
     "could not be read or written; 2 wrong arguments, or a file is no list.");
 
 void addKeys(CLI::App& app, KeysCommand& keys) {
-    CLI::App* command = app.add_subcommand(
-        "keys", "Keys that DNS no longer has: show and change your key book, find keys in signatures");
+    CLI::App* command =
+        app.add_subcommand("keys", "Work with keys that DNS no longer has, and your key book");
     command->require_subcommand(1);
     command->footer(keysFooter);
     using Action = KeysCommand::Action;
