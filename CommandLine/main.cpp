@@ -77,8 +77,7 @@ int main(int count, char** values) {
     endOnSignals();
     auto& [check, explain, extract, history, keygen, keys, record, recording, sign, seal, stamp] = commands;
     check.reader = explain.reader = extract.reader = history.reader = keygen.reader = keys.reader =
-        record.reader = stamp.reader =
-        recording.reader = sign.reader = seal.reader = reader;
+        record.reader = stamp.reader = recording.reader = sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
     check.layout.width = outputWidth();
     history.layout = check.layout;

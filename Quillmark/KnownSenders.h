@@ -16,8 +16,8 @@ namespace quillmark {
 std::string knownInWords(const ProofReport& report,
                          std::span<const std::shared_ptr<const ProofReport>> history, const Reader& reader);
 
-/// Organizations that messages without warning signs were proven to be from, those of the most messages first,
-/// at most a hundred.
+/// Organizations that messages without warning signs were proven to be from, those of the most messages
+/// first, at most a hundred.
 std::vector<std::string> knownDomains(std::span<const std::shared_ptr<const ProofReport>> history);
 
 }  // namespace quillmark

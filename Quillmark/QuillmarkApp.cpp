@@ -723,8 +723,8 @@ void QuillmarkApp::showMessageText(MessageTextView::Page page, std::size_t undon
 void QuillmarkApp::showSettings() {
     const AppSettings& now = m_model.settings();
     SettingsView* view = m_settings =
-        new SettingsView({now.checkDomainAge, now.keepHistory, m_model.options().rememberKeys, m_model.options().resolver,
-                          QString::fromStdString(m_model.historyLock())},
+        new SettingsView({now.checkDomainAge, now.keepHistory, m_model.options().rememberKeys,
+                          m_model.options().resolver, QString::fromStdString(m_model.historyLock())},
                          m_words, &m_window);
     view->setAttribute(Qt::WA_DeleteOnClose);
     connect(view, &SettingsView::checkDomainAgeChanged, &m_model, &AppModel::setCheckDomainAge);

@@ -302,8 +302,8 @@ struct ReportNote {
                  NameShowsAddress, HeadlineNamesOther, KeyProvesNothing, ActsUnsigned, SignaturesLeftOut,
                  SignedAfterArrival, HiddenHeaderEnd, Undone, OtherKey, AddressClaimed, AnyServerAllowed,
                  ContentNotSigned, ResultsWithoutCause, OtherKeyRecord, OtherRecordAtKey, NotToYou,
-                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, AnsweredBy,
-                 KeyKnown, UnknownCase>
+                 DateUnread, FromUnread, OutlookFile, NewerDMARC, JudgedByNewerDMARC, AnsweredBy, KeyKnown,
+                 UnknownCase>
         value = HeaderEndsEarly{};
     bool operator==(const ReportNote&) const = default;
 };

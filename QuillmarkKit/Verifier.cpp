@@ -37,8 +37,8 @@ bool isUsual(const std::string& source) {
 }
 
 /// The questions of one check: they have a time together, counted from the first. Remembers the names of
-/// which DNS said that its answer was validated, and who gave answers in place of the usual services. Tells of
-/// the keys that were given.
+/// which DNS said that its answer was validated, and who gave answers in place of the usual services. Tells
+/// of the keys that were given.
 class CheckResolver : public DNSResolver {
 public:
     CheckResolver(DNSResolver& resolver, Patience::Clock::duration time, KeyMemory* keys)

@@ -35,8 +35,8 @@ char unescaped(char c) {
     }
 }
 
-/// What stands between a pair of quotes, up to the closing one, or all of a value that needs none. "\x" and hexadecimal digits, which only other
-/// bytes than those of our JSON need, are no value of ours.
+/// What stands between a pair of quotes, up to the closing one, or all of a value that needs none. "\x" and
+/// hexadecimal digits, which only other bytes than those of our JSON need, are no value of ours.
 std::optional<std::string> unquoted(std::string_view text) {
     const bool isQuoted = text.starts_with('"');
     if (isQuoted) text.remove_prefix(1);

@@ -29,7 +29,7 @@ struct AppOptions {
     bool rememberKeys = true;        ///< keys that DNS gives are kept in the key book
     bool operator==(const AppOptions&) const = default;
 };
-constexpr auto fieldsOf(const AppOptions*) { 
+constexpr auto fieldsOf(const AppOptions*) {
     return std::tuple{Field{"resolver", &AppOptions::resolver},
                       Field{"rememberKeys", &AppOptions::rememberKeys}};
 }

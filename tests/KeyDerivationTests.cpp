@@ -78,8 +78,7 @@ TEST(KeyDerivation, findsTheKeysThatSignaturesHaveInCommon) {
     for (int i = 0; i < 4; ++i) all.push_back(signatureBy(one, "one" + std::to_string(i)));
     for (int i = 0; i < 3; ++i) all.push_back(signatureBy(other, "other" + std::to_string(i)));
     all.push_back(all.front());
-    all.push_back(
-        {"a.example", "s", HashAlgorithm::sha256, std::string(128, 'x'), all[0].digest, {}});
+    all.push_back({"a.example", "s", HashAlgorithm::sha256, std::string(128, 'x'), all[0].digest, {}});
     for (int i = 0; i < 3; ++i) all.push_back(signatureBy(one, "t" + std::to_string(i), "T"));
     const Derived found = derived(all);
     ASSERT_EQ(found.keys.size(), 3u);
@@ -106,8 +105,7 @@ TEST(KeyDerivation, wantsOneMoreThanThePair) {
 TEST(KeyDerivation, givesUp) {
     const auto junk = [](int i) {
         const std::string digest = hash(HashAlgorithm::sha256, std::to_string(i));
-        return UncheckedSignature{"a.example",     "s",    HashAlgorithm::sha256,
-                                  digest + digest, digest, {}};
+        return UncheckedSignature{"a.example", "s", HashAlgorithm::sha256, digest + digest, digest, {}};
     };
     std::vector<UncheckedSignature> all;
     for (int i = 0; i < 6; ++i) all.push_back(junk(i));

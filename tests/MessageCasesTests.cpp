@@ -92,9 +92,8 @@ public:
         const auto resolver = std::make_shared<StaticResolver>(m_answers, m_failing, StaticResolver::Texts{},
                                                                std::nullopt, sources());
         const MailMessage message = MailMessage::parse(m_message);
-        const auto verification =
-            Verifier(resolver, registry, PublicSuffixList::shared(), {}, {}, m_known)
-                .examine(message, std::nullopt, m_now, UUID::random());
+        const auto verification = Verifier(resolver, registry, PublicSuffixList::shared(), {}, {}, m_known)
+                                      .examine(message, std::nullopt, m_now, UUID::random());
         const ProofReport& report = verification.report;
         const std::string text = textReport(report, reader);
         const Banner banner = bannerOf(report, reader);
