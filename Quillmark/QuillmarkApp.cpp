@@ -121,6 +121,8 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
 
 QuillmarkApp::~QuillmarkApp() {
     finish();
+    if (m_window.isVisible()) rememberSizes();
+    m_window.removeEventFilter(this);  // it hides while it is destroyed, when nobody may ask it anything
     delete m_sheet;
     delete m_text;
 }
@@ -356,9 +358,12 @@ bool QuillmarkApp::eventFilter(QObject* watched, QEvent* event) {
     // By now the window is where it stays, and a sheet can stand above its middle.
     if (event->type() == QEvent::WindowActivate && !m_sheet) refreshSheet();
     if (event->type() == QEvent::WindowActivate) offerClipboard();
-    if (event->type() == QEvent::Hide)
-        m_surroundings.settings->setValue(QLatin1String(sizesKey), m_window.sizes());
+    if (event->type() == QEvent::Hide) rememberSizes();
     return QObject::eventFilter(watched, event);
+}
+
+void QuillmarkApp::rememberSizes() {
+    m_surroundings.settings->setValue(QLatin1String(sizesKey), m_window.sizes());
 }
 
 void QuillmarkApp::perform(Command command) {
