@@ -142,9 +142,7 @@ QWidget* MailboxView::head() {
         const QString text = m_words("%1: %2", toneWord(tone, m_words), number(count));
         spoken << text;
         auto* row = new QHBoxLayout;
-        // A tick alone would speak against looking at it.
-        const bool isNoTick = tone == Tone::good && m_seen[i].hasCautions;
-        row->addWidget(new ToneBadge(isNoTick ? Tone::caution : tone, 1.3, m_words), 0, Qt::AlignTop);
+        row->addWidget(new ToneBadge(tone, 1.3, m_words), 0, Qt::AlignTop);
         auto* lead = new LeadLine(text, m_words("Show"));
         lead->setObjectName(QStringLiteral("tone") + toneSymbol(tone));
         lead->setAccessibleName(m_words("Show only “%1”: %2", toneWord(tone, m_words), number(count)));
