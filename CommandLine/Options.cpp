@@ -210,7 +210,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
                                  "again: the same command goes on where it was stopped")
                                  ->group(seldom);
     for (const char* const other : {"--json", "--each", "--one-page", "--summary", "--csv", "--html",
-                                    "--record", "--save", "--fail-on", "--as-signed"}) {
+                                    "--record", "--save", "--key-book", "--fail-on", "--as-signed"}) {
         out->excludes(command.get_option(other));
     }
     add(command, "--jobs", check.jobs, "N", "How many messages are checked at once; default: as suits")

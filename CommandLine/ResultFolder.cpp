@@ -70,7 +70,6 @@ std::string digestOfWays(const CheckCommand& command) {
     add("resolver", command.resolver.value_or(command.options.resolver));
     add("at", command.at.value_or(""));
     add("only", command.only.value_or(""));
-    add("dmarc", command.dmarc);
     add("timeout", std::to_string(command.timeout));
     for (const std::string& file : command.dnsFiles) add("dns", digestOfFile(file, command.reader));
     if (command.registrationsFile)
