@@ -178,7 +178,12 @@ public:
             throw py::value_error("at is a time such as 2026-11-21T10:00:00Z");
         const bool isFixed = !command.dnsFiles.empty();
         m_sources = std::make_unique<CheckSources>(command);
-        if (!resolver.is_none() && !command.resolver) {
+        const bool isObject = !resolver.is_none() && !command.resolver;
+        const bool canAsk = py::hasattr(resolver, "lookup") && !PyType_Check(resolver.ptr()) &&
+                            PyCallable_Check(resolver.attr("lookup").ptr()) != 0;
+        if (isObject && !canAsk)
+            throw py::value_error("resolver is \"system\", an https address or an object with lookup()");
+        if (isObject) {
             if (isFixed) throw py::value_error("answers and a resolver exclude each other");
             m_sources->resolver = std::make_shared<PythonResolver>(resolver);
             m_sources->registry = nullptr;
@@ -289,6 +294,14 @@ Source sourceOf(const py::handle& object) {
 
 }  // namespace
 
+/// Objects of this class are made here alone: one that `__new__` makes holds nothing that could be read.
+void refuseNew(py::handle made) {
+    const auto refuse = py::cpp_function([](const py::args&, const py::kwargs&) -> py::object {
+        throw py::type_error("it can't be made by hand");
+    });
+    made.attr("__new__") = py::module_::import("builtins").attr("staticmethod")(refuse);
+}
+
 }  // namespace quillmark
 
 PYBIND11_MODULE(_kit, module) {
@@ -303,7 +316,8 @@ PYBIND11_MODULE(_kit, module) {
         }
     });
 
-    py::class_<CheckedReport, std::shared_ptr<CheckedReport>>(module, "Report")
+    py::class_<CheckedReport, std::shared_ptr<CheckedReport>> report(module, "Report");
+    report
         .def_property_readonly("json",
                                [](const CheckedReport& self) { return compactJSON(self.report, self.path); })
         .def_property_readonly("id", [](const CheckedReport& self) { return self.report.id.text(); })
@@ -334,11 +348,11 @@ PYBIND11_MODULE(_kit, module) {
             },
             py::arg("language") = "en");
 
-    py::class_<Problem>(module, "Problem")
-        .def_readonly("text", &Problem::text)
-        .def_readonly("path", &Problem::path);
+    py::class_<Problem> problem(module, "Problem");
+    problem.def_readonly("text", &Problem::text).def_readonly("path", &Problem::path);
 
-    py::class_<FoundOne>(module, "Message")
+    py::class_<FoundOne> message(module, "Message");
+    message
         .def_property_readonly(
             "data",
             [](const FoundOne& self) { return py::bytes(self.message ? self.message->bytes.view() : ""); })
@@ -346,9 +360,8 @@ PYBIND11_MODULE(_kit, module) {
         .def_property_readonly("path", [](const FoundOne& self) { return textOf(self.place.pathName()); })
         .def_readonly("problem", &FoundOne::problem);
 
-    py::class_<Messages>(module, "Messages")
-        .def(py::init<std::string, bool>())
-        .def("__iter__", [](Messages& self) -> Messages& { return self; })
+    py::class_<Messages> messages(module, "Messages");
+    messages.def("__iter__", [](Messages& self) -> Messages& { return self; })
         .def("__next__", [](Messages& self) {
             std::optional<FoundOne> found;
             {
@@ -359,10 +372,8 @@ PYBIND11_MODULE(_kit, module) {
             return *std::move(found);
         });
 
-    py::class_<Checker>(module, "Checker")
-        .def(py::init<std::vector<std::string>, py::object, std::optional<std::string>, bool, bool,
-                      std::string>())
-        .def_property_readonly("usual_jobs", &Checker::usualJobs)
+    py::class_<Checker> checker(module, "Checker");
+    checker.def_property_readonly("usual_jobs", &Checker::usualJobs)
         .def("check",
              [](const Checker& self, const py::object& object) {
                  const Source source = sourceOf(object);
@@ -380,4 +391,16 @@ PYBIND11_MODULE(_kit, module) {
             for (const py::handle& each : list) sources.push_back(sourceOf(each));
             return self.checkAll(sources, jobs);
         });
+
+    module.def("messages", [](std::string path, bool attached) {
+        return std::make_unique<Messages>(std::move(path), attached);
+    });
+    module.def("checker", [](std::vector<std::string> answers, const py::object& resolver,
+                             std::optional<std::string> at, bool domainAge, bool undo, std::string dmarc) {
+        return std::make_unique<Checker>(std::move(answers), resolver, std::move(at), domainAge, undo,
+                                         std::move(dmarc));
+    });
+    for (py::handle made : {py::handle(report), py::handle(problem), py::handle(message),
+                            py::handle(messages), py::handle(checker)})
+        refuseNew(made);
 }

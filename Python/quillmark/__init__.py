@@ -84,7 +84,7 @@ class Checker:
             with tempfile.NamedTemporaryFile("w", encoding="utf-8", suffix=".json") as file:
                 json.dump(dict(answers), file)
                 file.flush()
-                self._checker = _kit.Checker([file.name], resolver, _time(at), domain_age, undo, dmarc)
+                self._checker = _kit.checker([file.name], resolver, _time(at), domain_age, undo, dmarc)
             return
         if answers is None:
             files: List[str] = []
@@ -92,7 +92,7 @@ class Checker:
             files = [os.fspath(answers)]
         else:
             files = [os.fspath(each) for each in answers]
-        self._checker = _kit.Checker(files, resolver, _time(at), domain_age, undo, dmarc)
+        self._checker = _kit.checker(files, resolver, _time(at), domain_age, undo, dmarc)
 
     def check(self, source: Source) -> Report:
         """One message: its bytes, one of `messages`, or a file that holds it. `NoMessage` when there is none."""
@@ -146,7 +146,7 @@ def check_many(sources: Iterable[Source], *, jobs: Optional[int] = None, answers
 def messages(path: Path, *, attached: bool = True) -> Iterator[Message]:
     """The messages of a file of any form, a folder or an archive, one after the other; with `attached` those that are attached
     inside a message follow it. What can't be taken is a message with a `problem`."""
-    return iter(_kit.Messages(os.fspath(path), attached))
+    return iter(_kit.messages(os.fspath(path), attached))
 
 
 def rows(reports: Iterable[Union[Report, Problem]]) -> List[Dict[str, Any]]:

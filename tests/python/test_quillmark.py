@@ -56,7 +56,7 @@ def test_ways_to_say_what_is_meant():
                quillmark.check(bytearray((samples / "signed.eml").read_bytes()), answers=[samples / "signed.dns.json"], at=moment)]
     assert {(each.verdict, each.domain, each.to_dict()["checkedAt"]) for each in reports} == {
         ("verified", "harbourbooks.example", reports[0].to_dict()["checkedAt"])}
-    for wrong in ({"at": "yesterday"}, {"at": datetime.datetime.now()}, {"resolver": "http://x"}, {"answers": "missing"},
+    for wrong in ({"at": "yesterday"}, {"at": datetime.datetime.now()}, {"resolver": "http://x"}, {"answers": "missing"}, {"resolver": 5}, {"resolver": Table},
                   {"answers": {"answers": 1}}):
         with pytest.raises(ValueError):
             quillmark.check(plain, **wrong)
@@ -65,6 +65,14 @@ def test_ways_to_say_what_is_meant():
             quillmark.check(nothing, answers=document)
     with pytest.raises(TypeError):
         quillmark.check(3, answers=document)
+
+
+def test_nothing_is_made_that_holds_nothing():
+    for name in ("Report", "Problem", "Message", "Messages", "Checker"):
+        made = getattr(quillmark._kit, name)
+        for make in (made, lambda: made.__new__(made), lambda: object.__new__(made)):
+            with pytest.raises(TypeError):
+                make()
 
 
 class Table:
