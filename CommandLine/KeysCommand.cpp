@@ -257,7 +257,9 @@ int derive(const KeysCommand& command) {
                                           static_cast<std::int64_t>(command.pairs)));
     }
     if (keys.empty())
-        writeProblem(command.reader.translate("No three signatures were found that are of one key."));
+        writeProblem(command.reader.translate(
+            "No key was found that made three of the signatures. Of each name and month three pairs are "
+            "tried."));
     return keys.empty() ? 1 : 0;
 }
 

@@ -102,6 +102,12 @@ TEST(KeyDerivation, wantsOneMoreThanThePair) {
 }
 
 /// Of signatures that have nothing in common a few pairs are tried, however many there are.
+TEST(KeyDerivation, findsKeysWhoseSignaturesAlternate) {
+    std::vector<UncheckedSignature> all;
+    for (int i = 0; i < 6; ++i) all.push_back(signatureBy(quickKey(i % 2), std::to_string(i)));
+    EXPECT_EQ(derived(all).keys.size(), 2u);
+}
+
 TEST(KeyDerivation, givesUp) {
     const auto junk = [](int i) {
         const std::string digest = hash(HashAlgorithm::sha256, std::to_string(i));

@@ -193,24 +193,23 @@ bool KeyDerivation::run(std::size_t mostPairsInAll, const Progress& progress,
         };
         for (const std::string& key : keys) take(key);
         std::map<std::int64_t, std::size_t> tried;  // pairs, by month
+        // Of three in a row that two keys made two are of one, wherever the other key's stand.
         for (std::size_t i = 0; left.size() > 2 && i + 1 < left.size();) {
-            const Entry &one = *left[i], &other = *left[i + 1];
-            if (tried[one.month] >= mostPairs) {
-                ++i;
-                continue;
+            bool isFound = false;
+            for (std::size_t lag = 1; lag <= 2 && i + lag < left.size() && !isFound; ++lag) {
+                const Entry &one = *left[i], &other = *left[i + lag];
+                if (tried[one.month] >= mostPairs) break;
+                if (mostPairsInAll-- == 0) return false;
+                ++tried[one.month];
+                progress(name.first, name.second, left.size());
+                std::optional<std::string> key;
+                for (const unsigned long exponent : m_exponents) {
+                    if (!key) key = commonKey(one.signature, other.signature, exponent);
+                }
+                isFound = key && take(*key);
+                if (isFound) keys.push_back(std::move(*key));
             }
-            if (mostPairsInAll-- == 0) return false;
-            ++tried[one.month];
-            progress(name.first, name.second, left.size());
-            std::optional<std::string> key;
-            for (const unsigned long exponent : m_exponents) {
-                if (!key) key = commonKey(one.signature, other.signature, exponent);
-            }
-            if (key && take(*key)) {
-                keys.push_back(std::move(*key));
-            } else {
-                ++i;
-            }
+            if (!isFound) ++i;
         }
     }
     return true;
