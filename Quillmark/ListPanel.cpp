@@ -11,6 +11,7 @@
 #include <QMenu>
 #include <QPainter>
 #include <QScrollBar>
+#include <QShortcut>
 #include <QSignalBlocker>
 #include <QToolButton>
 #include <QTreeView>
@@ -253,6 +254,12 @@ void ListPanel::connectView(QAbstractItemView* view) {
         if (!current.isValid() && !isOverRow) return;
         emit menuWanted(
             view->viewport()->mapToGlobal(isOverRow ? where : view->visualRect(current).center()));
+    });
+    // For keyboards without a key for menus.
+    auto* menuKey = new QShortcut(Qt::SHIFT | Qt::Key_F10, view);
+    menuKey->setContext(Qt::WidgetShortcut);
+    connect(menuKey, &QShortcut::activated, view, [view] {
+        emit view->customContextMenuRequested(view->visualRect(view->currentIndex()).center());
     });
     connect(view->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this, view](const QModelIndex& current) {

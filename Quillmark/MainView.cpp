@@ -15,6 +15,7 @@
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QTextDocument>
@@ -145,7 +146,7 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     layout->addWidget(buildUnsavedLine());
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
-    resize(1000, 700);
+    resize(QSize(1000, 700).boundedTo(screen()->availableSize() * 0.9));
     setTable(false);
     refreshListSide();
     setProblem({});

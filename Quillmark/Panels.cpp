@@ -54,6 +54,16 @@ private:
 
 constexpr double cornerRadius = 0.4;  // lines of text
 
+/// In one line where there is room for it: a label that wraps asks for less, beside whatever would stretch.
+class HeadingLabel : public QLabel {
+public:
+    QSize sizeHint() const override {
+        const QMargins around = contentsMargins();
+        const int whole = fontMetrics().horizontalAdvance(text()) + 1 + around.left() + around.right();
+        return QLabel::sizeHint().expandedTo({whole, 0});
+    }
+};
+
 /// The palette's text faded into its ground: for lines that only divide.
 QColor borderColor(const QPalette& palette) {
     QColor color = palette.color(QPalette::Text);
@@ -75,7 +85,7 @@ QIcon programIcon() {
 }
 
 QLabel* sectionHeading(const QString& text) {
-    auto* label = new QLabel;
+    auto* label = new HeadingLabel;
     label->setProperty(headingProperty, true);  // before anybody asks what it is, as with its text
     label->setTextFormat(Qt::PlainText);
     label->setText(text);

@@ -5,6 +5,7 @@
 #include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMenu>
 #include <QMimeData>
 #include <QSettings>
@@ -506,9 +507,16 @@ void QuillmarkApp::offerClipboard() {
     m_window.offerClipboard(copied && copied->hasText() && holdsMessage(dropContents(*copied)));
 }
 
-void QuillmarkApp::chooseFiles() {
-    auto* dialog = new QFileDialog(&m_window, m_words("Choose one or more saved emails (.eml)."));
+QFileDialog* QuillmarkApp::fileDialog(const QString& title) {
+    auto* dialog = new QFileDialog(&m_window, title, m_lastFolder);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QFileDialog::filesSelected, this,
+            [this](const QStringList& chosen) { m_lastFolder = QFileInfo(chosen.value(0)).absolutePath(); });
+    return dialog;
+}
+
+void QuillmarkApp::chooseFiles() {
+    auto* dialog = fileDialog(m_words("Choose one or more saved emails (.eml)."));
     dialog->setFileMode(QFileDialog::ExistingFiles);
     // Mailboxes are files of any name, and often without an ending.
     dialog->setNameFilters({m_words("All files (*)"), m_words("Saved emails (*.eml)")});
@@ -518,8 +526,7 @@ void QuillmarkApp::chooseFiles() {
 }
 
 void QuillmarkApp::chooseFolder() {
-    auto* dialog = new QFileDialog(&m_window, m_words("Choose a folder of saved emails."));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    auto* dialog = fileDialog(m_words("Choose a folder of saved emails."));
     dialog->setFileMode(QFileDialog::Directory);
     connect(dialog, &QFileDialog::filesSelected, this,
             [this](const QStringList& folders) { openFiles(folders); });
@@ -581,8 +588,7 @@ QString QuillmarkApp::nameOfTogether(const QString& suffix) const {
 
 void QuillmarkApp::saveAs(const QString& name, const QString& suffix, const QString& kind,
                           std::function<std::string()> bytes) {
-    auto* dialog = new QFileDialog(&m_window, m_words("Export"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    auto* dialog = fileDialog(m_words("Export"));
     dialog->setAcceptMode(QFileDialog::AcceptSave);  // which asks before a file is replaced
     dialog->setFileMode(QFileDialog::AnyFile);
     dialog->setNameFilter(kind + QStringLiteral(" (*") + suffix + u')');

@@ -17,6 +17,7 @@
 #include "Quillmark/Words.h"
 
 class QDialog;
+class QFileDialog;
 class QSettings;
 
 namespace quillmark {
@@ -70,6 +71,8 @@ private:
 
     std::optional<UUID> selected() const { return m_model.selection(); }
     SharedReport selectedReport() const;
+    /// That begins where the last file or folder was chosen, and is gone once it is closed.
+    QFileDialog* fileDialog(const QString& title);
     void chooseFiles();
     void chooseFolder();
     void exportPDF();
@@ -120,6 +123,7 @@ private:
     QPointer<MessageTextView> m_text;
     std::stop_source m_reading = {};  // of what it shows
     QFont m_font;
+    QString m_lastFolder = {};  // empty until something was chosen
 };
 
 }  // namespace quillmark

@@ -151,8 +151,11 @@ void ReportView::setExpectation(const std::optional<ReportExpectation>& expectat
     m_content.expectation = expectation;
     if (!m_banner) return;
     m_banner->setExpectation(expectation);
-    // The answer has its height only then.
-    QTimer::singleShot(0, m_banner, [this] { ensureWidgetVisible(m_banner->expectation()); });
+    // The answer has its height only once each layout above it has asked the next.
+    QTimer::singleShot(0, m_banner, [this] {
+        QApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+        ensureWidgetVisible(m_banner->expectation());
+    });
 }
 
 void ReportView::suggestExpectations(const QStringList& domains) {

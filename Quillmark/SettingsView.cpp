@@ -7,6 +7,8 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScreen>
+#include <QScrollArea>
 #include <QStyle>
 #include <algorithm>
 
@@ -23,6 +25,16 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     setWindowTitle(words("Settings"));
     auto* layout = new QVBoxLayout(this);
     layout->setSpacing(fontMetrics().height() / 2);
+    auto* page = new QWidget;
+    m_rows = new QVBoxLayout(page);
+    m_rows->setContentsMargins(0, 0, 0, 0);
+    m_rows->setSpacing(layout->spacing());
+    m_scroller = new QScrollArea;
+    m_scroller->setFrameShape(QFrame::NoFrame);
+    m_scroller->setWidgetResizable(true);
+    m_scroller->setFocusPolicy(Qt::NoFocus);
+    m_scroller->setWidget(page);
+    layout->addWidget(m_scroller, 1);
 
     auto* age = new QCheckBox(words("Look up how old the sender’s domain is"));
     add(age,
@@ -51,8 +63,9 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     addResolvers(choices.resolver);
 
     auto* actions = new QHBoxLayout;
-    layout->addSpacing(fontMetrics().height() / 2);
-    layout->addLayout(actions);
+    m_rows->addSpacing(fontMetrics().height() / 2);
+    m_rows->addLayout(actions);
+    m_rows->addStretch(1);
     const auto button = [&](const QString& text) {
         auto* each = new Button(text);
         each->setAutoDefault(false);
@@ -73,24 +86,34 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     layout->addWidget(m_outcome = new PlainText({}));
     m_outcome->setObjectName("outcome");
     m_outcome->hide();
-    layout->addStretch(1);
 
-    auto* buttons = new QDialogButtonBox;
-    buttons->addButton(new Button(words("Done")), QDialogButtonBox::AcceptRole);
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    layout->addWidget(buttons);
-    const int width = 80 * fontMetrics().averageCharWidth();
+    m_buttons = new QDialogButtonBox;
+    m_buttons->addButton(new Button(words("Done")), QDialogButtonBox::AcceptRole);
+    connect(m_buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    layout->addWidget(m_buttons);
     window_baseline::giveMnemonics(*this);
-    resize(width, layout->heightForWidth(width));
+    // Nothing scrolls sideways, also beside the bar of a screen that is too low for all of it.
+    m_scroller->setMinimumWidth(m_rows->minimumSize().width() +
+                                style()->pixelMetric(QStyle::PM_ScrollBarExtent));
+    fit({80 * fontMetrics().averageCharWidth(), 0});
+}
+
+void SettingsView::fit(QSize least) {
+    const QMargins around = layout()->contentsMargins();
+    const int sides = around.left() + around.right();
+    const int inner = std::max(least.width() - sides, m_scroller->minimumWidth());
+    int height = around.top() + m_rows->heightForWidth(inner) + layout()->spacing() +
+                 m_buttons->sizeHint().height() + around.bottom();
+    if (!m_outcome->isHidden()) height += layout()->spacing() + m_outcome->heightForWidth(inner);
+    resize(QSize(inner + sides, std::max(least.height(), height)).boundedTo(screen()->availableSize() * 0.9));
 }
 
 void SettingsView::add(QAbstractButton* button, const QStringList& explanations, bool on) {
     button->setChecked(on);
     button->setAccessibleDescription(explanations.join(u' '));
-    auto* all = static_cast<QVBoxLayout*>(layout());
-    const bool isFirst = all->count() == 0 || qobject_cast<QRadioButton*>(button);
-    if (!isFirst) all->addSpacing(fontMetrics().height() / 2);
-    all->addWidget(button);
+    const bool isFirst = m_rows->count() == 0 || qobject_cast<QRadioButton*>(button);
+    if (!isFirst) m_rows->addSpacing(fontMetrics().height() / 2);
+    m_rows->addWidget(button);
     for (const QString& each : explanations) addUnderIt(new PlainText(each));
 }
 
@@ -99,13 +122,12 @@ void SettingsView::addUnderIt(QWidget* widget) {
     line->addSpacing(style()->pixelMetric(QStyle::PM_IndicatorWidth) +
                      style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing));
     line->addWidget(widget, 1);
-    static_cast<QVBoxLayout*>(layout())->addLayout(line);
+    m_rows->addLayout(line);
 }
 
 void SettingsView::addResolvers(const std::string& choice) {
-    auto* all = static_cast<QVBoxLayout*>(layout());
-    all->addSpacing(fontMetrics().height() / 2);
-    all->addWidget(new PlainText(
+    m_rows->addSpacing(fontMetrics().height() / 2);
+    m_rows->addWidget(new PlainText(
         m_words("Who is asked for the keys and rules of senders (DNS)? Whoever it is sees the names of the "
                 "domains in your messages, never the messages.")));
     const bool isUsual = choice == usualResolver, isSystem = choice == systemResolver;
@@ -182,8 +204,7 @@ void SettingsView::askWhetherToClear(const QString& what, const std::function<vo
 void SettingsView::showOutcome(const QString& text) {
     m_outcome->setContents(text);
     m_outcome->show();
-    layout()->activate();
-    resize(width(), std::max(height(), layout()->heightForWidth(width())));
+    fit(size());
 }
 
 }  // namespace quillmark

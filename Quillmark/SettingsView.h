@@ -8,8 +8,11 @@
 #include "Settings/StoredSettings.h"
 
 class QAbstractButton;
+class QDialogButtonBox;
 class QLineEdit;
 class QRadioButton;
+class QScrollArea;
+class QVBoxLayout;
 
 namespace quillmark {
 
@@ -53,7 +56,13 @@ private:
     /// Tells of the service that is named; says what is wrong when none is.
     bool chooseService();
 
+    /// Makes it as large as what it shows, and no smaller than this; but the screen has to have room for it.
+    void fit(QSize least);
+
     Words m_words;
+    QScrollArea* m_scroller = nullptr;
+    QVBoxLayout* m_rows = nullptr;
+    QDialogButtonBox* m_buttons = nullptr;
     QRadioButton* m_ownService = nullptr;
     QLineEdit* m_service = nullptr;
     PlainText* m_outcome = nullptr;

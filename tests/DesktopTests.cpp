@@ -501,6 +501,10 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
         EXPECT_TRUE(dialog->selectedFiles().value(0).contains(" 2026-11-21."));
         const QString path = folder.filePath(row.name);
         QFile::copy(QString::fromStdString(samplePath("rfc6376.eml")), path);
+        if (&row != rows) {
+            EXPECT_EQ(dialog->directory().path(), folder.path()) << "where the last one went";
+        }
+        emit dialog->filesSelected({path});
         emit dialog->fileSelected(path);
         dialog->close();
         QApplication::sendPostedEvents(dialog, QEvent::DeferredDelete);
