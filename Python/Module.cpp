@@ -316,8 +316,8 @@ PYBIND11_MODULE(_kit, module) {
         }
     });
 
-    py::class_<CheckedReport, std::shared_ptr<CheckedReport>> report(module, "Report");
-    report
+    py::class_<CheckedReport, std::shared_ptr<CheckedReport>> reportClass(module, "Report");
+    reportClass
         .def_property_readonly("json",
                                [](const CheckedReport& self) { return compactJSON(self.report, self.path); })
         .def_property_readonly("id", [](const CheckedReport& self) { return self.report.id.text(); })
@@ -348,11 +348,11 @@ PYBIND11_MODULE(_kit, module) {
             },
             py::arg("language") = "en");
 
-    py::class_<Problem> problem(module, "Problem");
-    problem.def_readonly("text", &Problem::text).def_readonly("path", &Problem::path);
+    py::class_<Problem> problemClass(module, "Problem");
+    problemClass.def_readonly("text", &Problem::text).def_readonly("path", &Problem::path);
 
-    py::class_<FoundOne> message(module, "Message");
-    message
+    py::class_<FoundOne> messageClass(module, "Message");
+    messageClass
         .def_property_readonly(
             "data",
             [](const FoundOne& self) { return py::bytes(self.message ? self.message->bytes.view() : ""); })
@@ -360,8 +360,8 @@ PYBIND11_MODULE(_kit, module) {
         .def_property_readonly("path", [](const FoundOne& self) { return textOf(self.place.pathName()); })
         .def_readonly("problem", &FoundOne::problem);
 
-    py::class_<Messages> messages(module, "Messages");
-    messages.def("__iter__", [](Messages& self) -> Messages& { return self; })
+    py::class_<Messages> messagesClass(module, "Messages");
+    messagesClass.def("__iter__", [](Messages& self) -> Messages& { return self; })
         .def("__next__", [](Messages& self) {
             std::optional<FoundOne> found;
             {
@@ -372,8 +372,8 @@ PYBIND11_MODULE(_kit, module) {
             return *std::move(found);
         });
 
-    py::class_<Checker> checker(module, "Checker");
-    checker.def_property_readonly("usual_jobs", &Checker::usualJobs)
+    py::class_<Checker> checkerClass(module, "Checker");
+    checkerClass.def_property_readonly("usual_jobs", &Checker::usualJobs)
         .def("check",
              [](const Checker& self, const py::object& object) {
                  const Source source = sourceOf(object);
@@ -400,7 +400,7 @@ PYBIND11_MODULE(_kit, module) {
         return std::make_unique<Checker>(std::move(answers), resolver, std::move(at), domainAge, undo,
                                          std::move(dmarc));
     });
-    for (py::handle made : {py::handle(report), py::handle(problem), py::handle(message),
-                            py::handle(messages), py::handle(checker)})
+    for (py::handle made : {py::handle(reportClass), py::handle(problemClass), py::handle(messageClass),
+                            py::handle(messagesClass), py::handle(checkerClass)})
         refuseNew(made);
 }

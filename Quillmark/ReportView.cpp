@@ -294,7 +294,6 @@ void ReportView::addHeading(const ReportSection& section, QBoxLayout* rows, QWid
     if (!section.entry) return rows->addWidget(label);
     auto* line = new QHBoxLayout;
     auto* explain = new ExplainButton(section.heading, *section.entry, section.raw, m_words);
-    label->setWordWrap(false);  // a label that wraps would take half the width
     line->addWidget(label);
     line->addWidget(explain, 0, Qt::AlignBottom);
     line->addStretch(1);

@@ -111,16 +111,21 @@ struct Answering {
             {expected});
         return made;
     }
+    /// Whether an address was expected that isn't the one in From, whatever their domains are.
+    bool namesAnother() const { return !name.address.empty() && !isOnlyFrom(report, name.address); }
+    std::string senders() const {
+        std::vector<std::string> addresses;
+        for (const MailAddress& each : report.summary.from) addresses.push_back(each.address);
+        return quotedList(addresses);
+    }
+    ExpectedAnswer signedForAnother() const {
+        return no(reader.translate("No: you expected %1. This message is signed by %2, but From names %3.",
+                                   {expected, signer, senders()}));
+    }
     ExpectedAnswer yes() const {
         std::string text;
         if (!name.address.empty()) {
-            if (!isOnlyFrom(report, name.address)) {
-                std::vector<std::string> senders;
-                for (const MailAddress& each : report.summary.from) senders.push_back(each.address);
-                return no(
-                    reader.translate("No: you expected %1. This message is signed by %2, but From names %3.",
-                                     {expected, signer, quotedList(senders)}));
-            }
+            if (namesAnother()) return signedForAnother();
             text = reader.translate(
                 "Yes: this message is signed by %1, which vouches for %2 in From, as you expected.",
                 {signer, expected});
@@ -156,6 +161,7 @@ struct Answering {
                                                        {signer}));
         }
         if (isExpected(report.verdict.fromDomain)) {
+            if (namesAnother()) return signedForAnother();
             return answer(Kind::unproven, Tone::caution,
                           reader.translate("Not proven: the message says that it is from %1, as you "
                                            "expected, but it is signed by %2.",
@@ -181,6 +187,11 @@ struct Answering {
         if (verdict.fromDomain.empty()) {
             return unproven(
                 reader.translate("Not proven: nothing shows that this message is from %1.", {expected}));
+        }
+        if (isExpected(verdict.fromDomain) && namesAnother()) {
+            return no(reader.translate(
+                "No: you expected %1. This message says that it is from %2, and not even that is proven.",
+                {expected, senders()}));
         }
         if (isExpected(verdict.fromDomain)) {
             if (verdict.kind == VerdictKind::couldNotCheck) {
@@ -208,6 +219,7 @@ struct Answering {
                 return isExpected(report.verdict.domain) ? yes() : signedByAnother();
             case VerdictKind::verifiedHeadersOnly:
                 if (!isExpected(report.verdict.domain)) return signedByAnother();
+                if (namesAnother()) return signedForAnother();
                 return answer(Kind::unproven, Tone::caution,
                               reader.translate("Only in part: %1, as you expected, signed the header lines. "
                                                "The text wasn’t there to check.",

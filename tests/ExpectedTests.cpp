@@ -51,6 +51,15 @@ TEST(Expected, isReadAsPeopleTypeIt) {
     };
     for (const auto& row : rows)
         EXPECT_EQ(expectedAnswer(report, row.typed, english).kind, row.kind) << row.typed.substr(0, 100);
+    ProofReport other = report;
+    for (const auto kind : {VerdictKind::verifiedHeadersOnly, VerdictKind::signedByOther,
+                            VerdictKind::couldNotCheck, VerdictKind::cannotProve}) {
+        other.verdict.kind = kind;
+        other.verdict.domain = kind == VerdictKind::signedByOther ? "list.test" : "mail.bank.example";
+        EXPECT_EQ(expectedAnswer(other, "boss@bank.example", english).kind, Kind::no)
+            << static_cast<int>(kind);
+        EXPECT_EQ(expectedAnswer(other, "service@mail.bank.example", english).kind, Kind::unproven);
+    }
 }
 
 TEST(Expected, yesOnlyWhereItIsProven) {
