@@ -16,19 +16,6 @@
 
 namespace quillmark {
 
-namespace {
-
-template <typename Action>
-void onFile(const std::string& path, const Action& action) {
-    try {
-        action();
-    } catch (const std::filesystem::filesystem_error& error) {
-        throw OutputFileError(path, error.code().value());
-    }
-}
-
-}  // namespace
-
 OutputFileError::OutputFileError(const std::string& file, int systemError)
     : std::runtime_error(std::generic_category().message(systemError)), path(file), error(systemError) {}
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -18,6 +19,15 @@ struct OutputFileError : std::runtime_error {
 };
 /// The line for the user: "“path” can’t be written: …".
 std::string unwritable(const OutputFileError& error, const Reader& reader);
+/// Runs what throws errors of files: they are then errors of `path`.
+template <typename Action>
+void onFile(const std::string& path, const Action& action) {
+    try {
+        action();
+    } catch (const std::filesystem::filesystem_error& error) {
+        throw OutputFileError(path, error.code().value());
+    }
+}
 
 /// A file that an option names: a new one for the user alone (0600), there once it is complete; or what takes
 /// the bytes as they come: standard output ("-", /dev/stdout), a pipe, a device. Throws `OutputFileError`.

@@ -27,16 +27,6 @@ constexpr std::size_t digitsShown = 32;
 constexpr std::chrono::hours freshFor{24};
 constexpr std::uintmax_t mostRead = 256'000'000;  // bytes of earlier recordings
 
-/// Runs what throws errors of files.
-template <typename Action>
-void onFile(const std::string& path, const Action& action) {
-    try {
-        action();
-    } catch (const std::filesystem::filesystem_error& error) {
-        throw OutputFileError(path, error.code().value());
-    }
-}
-
 std::string digestOfFile(const std::string& path, const Reader& reader) {
     std::ifstream file(path, std::ios::binary);
     Hasher hasher(HashAlgorithm::sha256);
@@ -174,7 +164,9 @@ void ResultFile::commit(const std::optional<std::string>& recording) {
     onFile(m_place.problems, [&] {
         std::string lines;
         for (const std::string& line : m_problems) lines += forDisplay(line) + '\n';
-        if (!lines.empty()) replaceFile(m_place.problems, lines);
+        // Of a run that ended before its result was in place there may be others.
+        lines.empty() ? void(std::filesystem::remove(m_place.problems))
+                      : replaceFile(m_place.problems, lines);
     });
     try {
         m_file->commit();
