@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <iterator>
 #include <map>
+#include <mutex>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -213,8 +214,13 @@ KnownKey listed(const DerivedKey& key, const Signatures& all) {
 
 int derive(const KeysCommand& command) {
     Signatures all = signaturesIn(command);
+    std::mutex access;  // to the keys
     std::vector<KnownKey> keys;
     std::size_t pairs = 0;
+    const BeforeEnd whenStopped([&] {
+        const std::lock_guard lock(access);
+        if (command.json) writeOutput(keyListJSON(keys));
+    });
     const auto progress = [&](const std::string& domain, const std::string& selector, std::size_t left) {
         ++pairs;
         if (canShowProgress()) {
@@ -225,7 +231,10 @@ int derive(const KeysCommand& command) {
         }
     };
     const auto found = [&](const DerivedKey& key) {
-        keys.push_back(listed(key, all));
+        {
+            const std::lock_guard lock(access);
+            keys.push_back(listed(key, all));
+        }
         if (command.json) return;
         clearProgress();
         for (const std::string& line :

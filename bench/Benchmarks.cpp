@@ -2,6 +2,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -11,6 +14,7 @@
 #include "QuillmarkKit/Checks/DKIMKeys.h"
 #include "QuillmarkKit/Checks/SPF.h"
 #include "QuillmarkKit/Checks/Signer.h"
+#include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Mail/IPAddress.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
@@ -222,6 +226,25 @@ void organizationalDomain(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(list.organizationalDomain("mail.news.example.co.uk"));
 }
 BENCHMARK(organizationalDomain);
+
+/// One look into a book of so many keys, opened anew each time as a check does.
+void keyBookLookUp(benchmark::State& state) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::temp_directory_path() / ("keybook" + std::to_string(::getpid()));
+    const KeyBook book{folder / "keys.db"};
+    const auto name = [](std::int64_t i) { return "s._domainkey.d" + std::to_string(i) + ".example"; };
+    const std::string record = "v=DKIM1; k=rsa; p=" + std::string(392, 'A');
+    std::vector<KnownKey> keys;
+    for (std::int64_t i = 0; i < state.range(0); ++i)
+        keys.push_back({name(i), record, Date(), Date(), "dns.example", false, {}});
+    book.add(keys);
+    std::int64_t i = 0;
+    for (auto _ : state) {
+        if (book.keysOf(name(i = (i + 7919) % state.range(0))).size() != 1) state.SkipWithError("not found");
+    }
+    fs::remove_all(folder);
+}
+BENCHMARK(keyBookLookUp)->Arg(1'000)->Arg(1'000'000)->Unit(benchmark::kMicrosecond);
 
 void reportAsJSON(benchmark::State& state) {
     ProofReport report;

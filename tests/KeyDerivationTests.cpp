@@ -1,12 +1,15 @@
 #include "QuillmarkKit/Checks/KeyDerivation.h"
 
+#include "CommandLine/KeysCommand.h"
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/KeyLists.h"
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/DecodingError.h"
+#include "QuillmarkKit/Support/HTTP.h"
 #include "tests/Test.h"
+#include "tests/TestServer.h"
 #include "tests/TestSigner.h"
 
 namespace quillmark::test {
@@ -150,6 +153,7 @@ TEST(KeyLists, readsWhatPeopleHandOn) {
     const std::string record = keyRecord(ed25519Key()), value = record.substr(record.find("p="));
     const Date now = *parsedRFC3339("2026-11-21T10:00:00Z"), old = *parsedRFC3339("2019-02-03T10:00:00Z");
     const std::string half = record.substr(0, 20), rest = record.substr(20);
+    ASSERT_EQ(half.front(), 'v');
     const struct {
         const char* what;
         std::string bytes;
@@ -157,16 +161,17 @@ TEST(KeyLists, readsWhatPeopleHandOn) {
         Date seen;
     } cases[] = {
         {"archive",
-         R"([{"domain":"A.example","selector":"s","value":")" + record +
-             R"(","firstSeenAt":"2019-02-03T10:00:00Z"},{"domain":"a.example"},7])",
+         "\xEF\xBB\xBF"
+         R"([{"domain":"A.example","selector":"s","value":")" +
+             record + R"(","firstSeenAt":"2019-02-03T10:00:00Z"},{"domain":"a.example"},7])",
          2, old},
         {"recording",
          R"({"at":"2019-02-03T10:00:00Z","answers":{"s._domainkey.a.example|TXT":[")" + record +
              R"("],"a.example|TXT":["v=spf1"],"t._domainkey.a.example|TXT":"nxdomain"}})",
          0, old},
         {"zone",
-         "$ORIGIN a.example.\n@ IN SOA x y ( 1 2\n 3 ) ; no\ns._domainkey 300 IN TXT ( \"" + half +
-             "\"\n \"" + rest + "\" )\nt._domainkey TXT \"v=spf1\"\n",
+         "$ORIGIN a.example.\n@ IN SOA x y ( 1 2\n 3 ) ; no\ns._domainkey 300 IN TXT ( \"\\118" +
+             half.substr(1) + "\"\n \"" + rest + "\" )\nt._domainkey TXT \"v=spf1\"\n",
          1, now},
         {"ours",
          keyListJSON(
@@ -185,6 +190,34 @@ TEST(KeyLists, readsWhatPeopleHandOn) {
     }
     for (const char* bytes : {"", "Dear diary", "{}", "{\"keys\":7}", "[", "$ORIGIN"})
         EXPECT_THROW(readKeyList(bytes, "list", now), DecodingError) << bytes;
+}
+
+/// Over a connection: what is asked, and that only keys of what was asked for are taken.
+TEST(KeyLists, anArchiveIsAskedForOneDomain) {
+    const Date now = *parsedRFC3339("2026-11-21T10:00:00Z");
+    const auto entry = [](const std::string& domain) {
+        return R"({"domain":")" + domain + R"(","selector":"s","value":")" + keyRecord(ed25519Key()) +
+               R"("})";
+    };
+    TestServer server([&](const std::string& target) {
+        if (target.starts_with("/none")) return Reply{.status = 404};
+        return Reply{.body = "[" + entry("a.example") + "," + entry("nota.example") + "]"};
+    });
+    HTTPEngine http({.caFile = Authority::shared().caFile()});
+    const auto ask = [&](const char* path) { return askArchive(http, server.url(path), "a.example", now); };
+    for (const char* path : {"/keys", "/keys?v=1", "/of/{domain}.json"}) {
+        const KeyList list = ask(path);
+        ASSERT_EQ(list.keys.size(), 1u) << path;
+        EXPECT_EQ(list.keys[0].name, "s._domainkey.a.example");
+        EXPECT_EQ(list.keys[0].file, (KnownKey::File{"localhost", now}));
+        EXPECT_EQ(list.passedOver, 1u);
+    }
+    EXPECT_THROW(ask("/none"), DecodingError);
+    std::string asked;
+    for (const std::string& head : server.requests()) asked += head.substr(0, head.find(" HTTP")) + "\n";
+    EXPECT_EQ(asked,
+              "GET /keys?domain=a.example\nGET /keys?v=1&domain=a.example\nGET /of/a.example.json\n"
+              "GET /none?domain=a.example\n");
 }
 
 /// As "openssl pkey -pubin -outform DER | sha256sum" prints it.

@@ -4,6 +4,7 @@
 #include <QRadioButton>
 
 #include "Quillmark/HelpView.h"
+#include "Quillmark/KeyBookView.h"
 #include "Quillmark/KnownSenders.h"
 #include "Quillmark/ListPanel.h"
 #include "Quillmark/MainView.h"
@@ -429,6 +430,31 @@ TEST(Mnemonics, everyCommandAndButtonHasItsOwn) {
         expectMnemonics(buttons(WelcomeView(words)));
         expectMnemonics(buttons(HelpView({}, words)));
     }
+}
+
+TEST(KeyBookView, whatIsChosenIsForgotten) {
+    const QTemporaryDir folder;
+    const KeyBook book{std::filesystem::path(folder.path().toStdString()) / "keys.db"};
+    std::vector<KnownKey> keys;
+    for (const char* domain : {"a.example", "b.example", "c.example"})
+        keys.push_back(
+            {std::string("s._domainkey.") + domain, "v=DKIM1; p=AAAA", {}, {}, "dns.example", false, {}});
+    book.add(keys);
+    KeyBookView view(book, english);
+    auto* list = view.findChild<QListWidget*>();
+    const QAbstractButton* forget = test::button(view, "Forget");
+    EXPECT_EQ(list->count(), 3);
+    EXPECT_FALSE(forget->isEnabled());
+    view.findChild<QLineEdit*>()->setText("b.example");
+    ASSERT_EQ(list->count(), 1);
+    list->setCurrentRow(0);
+    EXPECT_TRUE(view.findChild<PlainText*>()->toPlainText().contains("b.example"));
+    test::button(view, "Forget")->click();
+    EXPECT_EQ(list->count(), 0);
+    EXPECT_FALSE(forget->isEnabled());
+    view.findChild<QLineEdit*>()->clear();
+    EXPECT_EQ(list->count(), 2);
+    EXPECT_TRUE(book.keysOf("s._domainkey.b.example").empty());
 }
 
 TEST(SingleInstance, theSecondHandsItsFilesOver) {

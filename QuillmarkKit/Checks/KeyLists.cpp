@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Checks/KeyLists.h"
 
 #include <algorithm>
+#include <charconv>
 #include <variant>
 
 #include "QuillmarkKit/Lookups/Evidence.h"
@@ -82,34 +83,31 @@ public:
         std::string origin, last;
         while (!m_rest.empty()) {
             const bool hasName = m_rest.front() != ' ' && m_rest.front() != '\t';
-            const std::vector<Token> tokens = entry();
+            const std::vector<std::string> tokens = entry();
             if (tokens.empty()) continue;
-            if (tokens[0].text == "$ORIGIN" && tokens.size() > 1) {
-                origin = whole(tokens[1].text, "");
+            if (tokens[0] == "$ORIGIN" && tokens.size() > 1) {
+                origin = whole(tokens[1], "");
                 continue;
             }
-            if (hasName) last = whole(tokens[0].text, origin);
+            if (hasName) last = whole(tokens[0], origin);
             std::size_t type = hasName ? 1 : 0;
-            while (type < tokens.size() && !equalsIgnoringCase(tokens[type].text, "TXT")) ++type;
+            while (type < tokens.size() && !equalsIgnoringCase(tokens[type], "TXT")) ++type;
             if (type >= tokens.size() || asciiLowered(last).find("._domainkey.") == std::string::npos)
                 continue;
             std::string record;
-            for (std::size_t i = type + 1; i < tokens.size(); ++i) record += tokens[i].text;
+            for (std::size_t i = type + 1; i < tokens.size(); ++i) record += tokens[i];
             reading.add(last, record, {}, {});
         }
     }
 
 private:
-    struct Token {
-        std::string text = {};
-    };
     static std::string whole(const std::string& name, const std::string& origin) {
         if (name.ends_with('.') || origin.empty()) return name;
         return name == "@" ? origin : name + "." + origin;
     }
     /// The words of one entry, which goes over several lines in parentheses.
-    std::vector<Token> entry() {
-        std::vector<Token> tokens;
+    std::vector<std::string> entry() {
+        std::vector<std::string> tokens;
         bool isInside = false;
         while (!m_rest.empty()) {
             const char c = m_rest.front();
@@ -120,10 +118,10 @@ private:
             } else if (c == ';') {
                 m_rest.remove_prefix(std::min(m_rest.find('\n'), m_rest.size()));
             } else if (c == '"') {
-                tokens.push_back({quoted()});
+                tokens.push_back(quoted());
             } else if (c != ' ' && c != '\t' && c != '\r' && c != '\n') {
                 const auto end = std::min(m_rest.find_first_of(" \t\r\n();\""), m_rest.size());
-                tokens.push_back({c + std::string(m_rest.substr(0, end))});
+                tokens.push_back(c + std::string(m_rest.substr(0, end)));
                 m_rest.remove_prefix(end);
             }
         }
@@ -132,12 +130,23 @@ private:
     std::string quoted() {
         std::string text;
         while (!m_rest.empty() && m_rest.front() != '"') {
-            if (m_rest.front() == '\\' && m_rest.size() > 1) m_rest.remove_prefix(1);
-            text += m_rest.front();
-            m_rest.remove_prefix(1);
+            text += character();
         }
         m_rest.remove_prefix(std::min<std::size_t>(1, m_rest.size()));
         return text;
+    }
+    /// One character of a quoted text: itself, one behind a backslash, or a backslash and the three decimal
+    /// digits of its byte (RFC 1035, section 5.1).
+    char character() {
+        const bool isEscaped = m_rest.front() == '\\' && m_rest.size() > 1;
+        if (isEscaped) m_rest.remove_prefix(1);
+        const std::string_view digits = m_rest.substr(0, 3);
+        int byte = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), byte);
+        const bool isNumber = isEscaped && digits.size() == 3 && end == digits.data() + 3 && byte <= 255;
+        const char c = isNumber && error == std::errc() ? static_cast<char>(byte) : m_rest.front();
+        m_rest.remove_prefix(isNumber ? 3 : 1);
+        return c;
     }
 
     std::string_view m_rest;
@@ -147,6 +156,7 @@ private:
 
 KeyList readKeyList(std::string_view bytes, const std::string& file, Date now) {
     Reading reading(file, now);
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);  // the byte order mark of some editors
     const std::string_view begin = trimmed(bytes.substr(0, 1000));
     if (begin.starts_with('{') || begin.starts_with('[')) {
         const JSON document = parsedJSON(bytes, largestList);

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -21,7 +22,8 @@ namespace {
 
 using Kind = KeyBookError::Kind;
 
-constexpr int patience = 10'000;  // milliseconds for other programs that write into the book
+// Milliseconds for other programs that write into the book. A look into it doesn't hold up a check for long.
+constexpr int writersPatience = 10'000, readersPatience = 1'000;
 constexpr int applicationID = 0x514D4B42;
 constexpr int bookVersion = 1;
 constexpr int longestValue = 100'000;  // bytes; nothing in a book is longer
@@ -102,7 +104,7 @@ private:
 
 class Database {
 public:
-    explicit Database(const fs::path& file) {
+    Database(const fs::path& file, int patience) {
         const Library& sqlite = library();
         sqlite3* opened = nullptr;
         // Also to read: what a program that was killed left half done is taken back first. A file that is
@@ -238,7 +240,7 @@ std::optional<fs::path> fileOf(const KeyBook& book) {
 std::optional<Database> forReading(const KeyBook& book) {
     const auto file = fileOf(book);
     if (!file) return std::nullopt;
-    std::optional<Database> database(std::in_place, *file);
+    std::optional<Database> database(std::in_place, *file, readersPatience);
     if (!database->isBook()) return std::nullopt;
     return database;
 }
@@ -255,7 +257,7 @@ Database forWriting(const KeyBook& book) {
     }
     const fs::path file = *fileOf(book);
     requireWritable(file);
-    return Database(file);
+    return {file, writersPatience};
 }
 
 constexpr std::string_view columns =
@@ -348,19 +350,25 @@ std::size_t KeyBook::add(std::span<const KnownKey> keys) const {
         database,
         "INSERT INTO keys(name, digest, file, imported, added, firstSeen, lastSeen, service, validated, "
         "record) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    std::size_t count = 0;
+    // In the order of the indices: a large list would else go over the file to and fro.
+    std::vector<std::pair<std::string, const KnownKey*>> ordered;
     for (const KnownKey& key : keys) {
-        const auto name = keyName(key.name);
-        if (!name || key.record.size() > longestRecord) continue;
+        auto name = keyName(key.name);
+        if (name && key.record.size() <= longestRecord) ordered.emplace_back(std::move(*name), &key);
+    }
+    std::ranges::stable_sort(ordered, {}, [](const auto& each) -> const std::string& { return each.first; });
+    std::size_t count = 0;
+    for (const auto& [name, pointer] : ordered) {
+        const KnownKey& key = *pointer;
         const std::string digest = digestOf(key.record);
         const std::string file = key.file ? key.file->name : std::string();
         const std::int64_t isValidated = key.isValidated ? 1 : 0, isImported = key.file ? 1 : 0;
         known.bind(number(key.lastSeen)).bind(key.service).bind(number(key.firstSeen)).bind(isValidated);
-        known.bind(*name).bindBytes(digest).bind(file);
+        known.bind(name).bindBytes(digest).bind(file);
         known.step();
         known.reset();
         if (database.changes() > 0) continue;
-        added.bind(*name).bindBytes(digest).bind(file).bind(isImported);
+        added.bind(name).bindBytes(digest).bind(file).bind(isImported);
         added.bind(key.file ? number(key.file->addedAt) : std::int64_t{0}).bind(number(key.firstSeen));
         added.bind(number(key.lastSeen)).bind(key.service).bind(isValidated).bind(key.record);
         added.step();
