@@ -17,6 +17,7 @@
 #include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
@@ -101,8 +102,14 @@ bool isConfirmed(const HistoryContents& contents, const Reader& reader) {
     std::cerr << question << ' ' << reader.translate("[y/N]") << ' ' << std::flush;
     std::string answer;
     std::getline(std::cin, answer);
-    return std::ranges::any_of(std::array{"y", "yes", "j", "ja"},
-                               [&](const char* yes) { return equalsIgnoringCase(answer, yes); });
+    // For translators: the letter of "[y/N]" that says yes.
+    const std::string letter = reader.translate("y");
+    // For translators: the word that says yes to "[y/N]".
+    const std::string word = reader.translate("yes");
+    const auto isAnswer = [answer = unicodeLowered(answer)](std::string_view yes) {
+        return answer == unicodeLowered(yes);
+    };
+    return std::ranges::any_of(std::array<std::string_view, 4>{"y", "yes", letter, word}, isAnswer);
 }
 
 void list(const HistoryCommand& command) {

@@ -120,7 +120,7 @@ std::string passphraseOf(const KeyFile& key, const Reader& reader) {
         if (line.ends_with('\r')) line.remove_suffix(1);
         return std::string(line);
     }
-    if (auto line = typed(reader.translate("Passphrase of “%1”: ", {name}))) return std::move(*line);
+    if (auto line = typed(reader.translate("Passphrase of “%1”:", {name}) + " ")) return std::move(*line);
     throw Fault(
         argumentsAtFault,
         reader.translate("“%1” is encrypted. --passphrase-file names a file with its passphrase.", {name}));
