@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -308,6 +309,14 @@ private:
 };
 
 /// A fault in the arguments that their parser cannot see, or nothing.
+/// Whether results would lie in what is checked, which takes them for messages the next time.
+bool liesIn(const std::string& file, const std::string& folder) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path inner = fs::weakly_canonical(file, error), outer = fs::weakly_canonical(folder, error);
+    return !error && std::ranges::mismatch(outer, inner).in1 == outer.end();
+}
+
 std::optional<std::string> usageFault(const CheckCommand& command) {
     if (std::ranges::count(command.files, standardInput) + (command.filesFrom == standardInput ? 1 : 0) > 1)
         return command.reader.translate("standard input (-) can be read only once");
@@ -329,6 +338,13 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     if (command.out && std::ranges::count(command.files, standardInput) > 0) {
         return command.reader.translate(
             "with --out messages come from files, not from standard input (-), which can’t be read again");
+    }
+    for (const std::string& file : command.files) {
+        if (command.out && liesIn(*command.out, file)) {
+            return command.reader.translate(
+                "“%1” is to be checked, and --out “%2” lies in it: name a folder beside it",
+                {quillmark::quoted(file), quillmark::quoted(*command.out)});
+        }
     }
     if (command.at && !parsedRFC3339(*command.at)) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
