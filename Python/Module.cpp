@@ -131,7 +131,8 @@ private:
 };
 
 /// Asks an object of Python's: its `lookup(name, type)` gives a list of texts, None for a name without such
-/// records, False for one that doesn't exist, or raises whatever it likes.
+/// records, False for one that doesn't exist, or raises whatever it likes. An exception is a failed lookup;
+/// what is to end the program (KeyboardInterrupt, SystemExit) is kept until it is taken.
 class PythonResolver : public DNSResolver {
 public:
     explicit PythonResolver(py::object object) : m_object(std::move(object)) {}
@@ -148,13 +149,19 @@ public:
             auto data = answer.cast<std::vector<std::string>>();
             for (std::string& record : data) record = repairedUTF8(record);
             return data.empty() ? DNSAnswer::noData() : DNSAnswer::records(std::move(data));
-        } catch (const std::exception& error) {  // of Python's, and of what is no list of texts
+        } catch (py::error_already_set& error) {
+            if (!error.matches(PyExc_Exception)) m_ending = std::current_exception();
+            throw DNSLookupError(repairedUTF8(error.what()));
+        } catch (const std::exception& error) {  // of what is no list of texts
             throw DNSLookupError(repairedUTF8(error.what()));
         }
     }
+    /// With the interpreter's lock, as it guards this, too.
+    std::exception_ptr takeEnding() { return std::exchange(m_ending, nullptr); }
 
 private:
     py::object m_object;
+    std::exception_ptr m_ending = {};
 };
 
 using Source = std::variant<std::string, std::shared_ptr<const FoundMessage>, Problem>;
@@ -185,7 +192,8 @@ public:
             throw py::value_error("resolver is \"system\", an https address or an object with lookup()");
         if (isObject) {
             if (isFixed) throw py::value_error("answers and a resolver exclude each other");
-            m_sources->resolver = std::make_shared<PythonResolver>(resolver);
+            m_asked = std::make_shared<PythonResolver>(resolver);
+            m_sources->resolver = m_asked;
             m_sources->registry = nullptr;
         }
         m_asksNow = !isFixed && !m_at;
@@ -224,7 +232,10 @@ public:
         return check(copyOf(*std::get<std::shared_ptr<const FoundMessage>>(source)), stop);
     }
 
-    /// In their order. Ends early when a signal's handler in Python raises.
+    /// What a resolver in Python raised to end the program, once. With the interpreter's lock.
+    std::exception_ptr takeEnding() const { return m_asked ? m_asked->takeEnding() : nullptr; }
+
+    /// In their order. Ends early when a signal's handler in Python raises, or a resolver to end the program.
     py::list checkAll(const std::vector<Source>& sources, std::size_t jobs) const {
         std::vector<std::variant<std::shared_ptr<CheckedReport>, Problem>> results(sources.size());
         std::atomic<std::size_t> next = 0;
@@ -253,14 +264,15 @@ public:
                 lock.unlock();
                 {
                     const py::gil_scoped_acquire locked;
-                    if (!raised && PyErr_CheckSignals() != 0) {
+                    if (!raised && PyErr_CheckSignals() != 0)
                         raised = std::make_exception_ptr(py::error_already_set());
-                        stop.request_stop();
-                    }
+                    if (!raised) raised = takeEnding();
+                    if (raised) stop.request_stop();
                 }
                 lock.lock();
             }
         }
+        if (!raised) raised = takeEnding();
         if (raised) std::rethrow_exception(raised);
         py::list list(results.size());
         for (std::size_t i = 0; i < results.size(); ++i) {
@@ -272,6 +284,7 @@ public:
 private:
     const std::optional<std::string> m_at;
     std::unique_ptr<CheckSources> m_sources = {};
+    std::shared_ptr<PythonResolver> m_asked = {};  // unless another is asked
     std::optional<Verifier> m_verifier = {};
     bool m_asksNow = false;
 };
@@ -382,6 +395,7 @@ PYBIND11_MODULE(_kit, module) {
                      const py::gil_scoped_release unlocked;
                      result = self.check(source);
                  }
+                 if (const auto ending = self.takeEnding()) std::rethrow_exception(ending);
                  if (const auto* problem = std::get_if<Problem>(&result)) throw NoMessage(problem->text);
                  return std::get<std::shared_ptr<CheckedReport>>(result);
              })

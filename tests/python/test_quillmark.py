@@ -100,6 +100,13 @@ def test_a_resolver_in_python_is_asked_from_any_thread():
             return 3
     assert quillmark.check(message, resolver=Wrong()).verdict == "couldNotCheck"
 
+    class Ending:
+        def lookup(self, name, type):
+            raise KeyboardInterrupt
+    for check in (quillmark.check, lambda each, resolver: list(quillmark.check_many([each] * 40, resolver=resolver))):
+        with pytest.raises(KeyboardInterrupt):
+            check(message, resolver=Ending())
+
 
 def test_rows_are_those_of_the_table(tmp_path):
     import csv
