@@ -175,7 +175,7 @@ struct Answering {
     ExpectedAnswer ofNothingProven() const {
         const Verdict& verdict = report.verdict;
         const auto* undone = verdict.kind == VerdictKind::signatureBroken ? undoneOf(report) : nullptr;
-        if (undone && undone->fromIsOfDomain && isExpected(undone->domain)) {
+        if (undone && undone->fromIsOfDomain && isExpected(undone->domain) && !namesAnother()) {
             return answer(Kind::unproven, Tone::caution,
                           reader.translate("Not as it stands: %1, as you expected, signed this message, "
                                            "and it was changed afterwards.",

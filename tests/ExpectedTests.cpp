@@ -113,6 +113,7 @@ TEST(Expected, yesOnlyWhereItIsProven) {
     ProofReport undone = reportOf(VerdictKind::signatureBroken, Tone::bad, "bank.example", "bank.example");
     undone.notes = {{ReportNote::Undone{.domain = "bank.example", .fromIsOfDomain = true}}};
     EXPECT_TRUE(expectedAnswer(undone, "bank.example", english).text.starts_with("Not as it stands: bank"));
+    EXPECT_EQ(expectedAnswer(undone, "boss@bank.example", english).kind, Kind::no);
 }
 
 TEST(Expected, differencesAreMarkedAndLookAlikesNamed) {
