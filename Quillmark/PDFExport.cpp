@@ -493,6 +493,19 @@ PDFFrame frameOf(const ProofReport& report, const std::optional<CheckedMessage>&
     return frame;
 }
 
+/// Whom DNS was asked at weighs on all that was found: it stands with the check, on the page that is read
+/// alone.
+void moveAnswerer(ReportContent& content, PDFFrame& frame, const ProofReport& report, const Words& words) {
+    for (ReportSection& section : content.sections) {
+        std::erase_if(section.notes, [&](const ReportLine& line) {
+            if (!line.note || !std::holds_alternative<ReportNote::AnsweredBy>(report.notes[*line.note].value))
+                return false;
+            frame.record.push_back({words("DNS"), line.text});
+            return true;
+        });
+    }
+}
+
 /// The writer can't say which language a document is in, nor that its title is to be shown in place of the
 /// file's name: its catalog is written once more, as an update at the end (PDF 1.4, 3.4.5). What isn't as the
 /// writer makes it stays as it is.
@@ -585,7 +598,9 @@ QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>&
     ReportContent content = reportContent(report, path, paperCaps, words);
     content.expectation = expectation;
     addChanges(content, report, checked, words);
-    return pdfOf(content, frameOf(report, checked, mailbox, words), words);
+    PDFFrame frame = frameOf(report, checked, mailbox, words);
+    moveAnswerer(content, frame, report, words);
+    return pdfOf(content, frame, words);
 }
 
 QString proposedName(const ProofReport& report, const QString& suffix, const Reader& reader) {

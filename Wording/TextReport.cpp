@@ -314,6 +314,10 @@ std::string textPage(const ProofReport& report, const Reader& reader, const Text
     lines.add(Remark{banner.tone, banner.headline});
     addBanner(lines, banner, mostOnPage, reader);
     addExpected(lines, report, expected, reader);
+    for (const ReportNote& note : report.notes) {  // which weighs on all that was found
+        if (std::holds_alternative<ReportNote::AnsweredBy>(note.value))
+            lines.note(Remark{tone(note), sentence(note, reader)});
+    }
     addMessage(lines, report, reader);
     addFindings(lines, report, reader);
     lines.section(toTranslate("For whoever is given this page"));

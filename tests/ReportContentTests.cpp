@@ -175,7 +175,8 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
 }
 
 TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
-    const Sample sample = checkedSample("gateway");
+    Sample sample = checkedSample("gateway");
+    sample.report.notes.push_back({ReportNote::AnsweredBy{"system"}});
     auto bytes = readFile(samplePath("gateway.eml"));
     FixedAnswers fixed = FixedAnswers::read(samplePath("gateway.dns.json"));
     const auto answers = std::make_shared<RecordedAnswers>();
@@ -198,6 +199,8 @@ TEST(PDFExport, whatWasChangedStandsUnderTheSignature) {
     for (const auto& row : rows) {
         const ReadBack read(pdfOf(sample.report, row.message, {}, {}, english));
         for (const char* part : row.parts) EXPECT_TRUE(holds(read.text, part)) << part << read.text;
+        const auto page = read.text.find('\f'), unprotected = read.text.find("Nothing protects");
+        EXPECT_TRUE(unprotected < page && read.text.rfind("Nothing protects") == unprotected) << read.text;
     }
     SignedText::Block block{.kind = SignedText::Block::Kind::added, .lines = {}, .count = 200};
     block.lines.resize(100);

@@ -66,11 +66,13 @@ TEST(TextReport, onePageIsOnePageWhateverTheMessageHolds) {
     ProofReport report = reportSaying("a\n[OK] Signed by bank.example \u202E" + std::string(2'000, 'x'));
     report.dkim.assign(1'000, report.dkim.front());
     report.flags.assign(1'000, {LookAlikeFlag::ReplyToDiffers{"a@b.example", "c@d.example"}});
+    report.notes = {{ReportNote::AnsweredBy{"system"}}};
     const std::string page = textPage(report, reader, {}, "bank.example", "0f");
     EXPECT_LE(std::ranges::count(page, '\n'), 75) << page;
     EXPECT_EQ(page.find("\u202E"), std::string::npos);
     for (const char* part : {"SHA-256 of the message: 0f", "you expected bank.example",
-                             "What to do: ", "FOR WHOEVER IS GIVEN THIS PAGE", "and 992 more"})
+                             "What to do: ", "FOR WHOEVER IS GIVEN THIS PAGE", "and 992 more",
+                             "Nothing protects their answers on the way."})
         EXPECT_NE(page.find(part), std::string::npos) << part;
 }
 
