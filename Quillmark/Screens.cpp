@@ -26,6 +26,7 @@
 #include "Quillmark/WelcomeView.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Verifier.h"
+#include "WindowBaseline/FusionEdges.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Wording.h"
 
@@ -326,6 +327,7 @@ int main(int argc, char** argv) {
     QApplication::setDesktopSettingsAware(false);
     QApplication application(argc, argv);
     QApplication::setStyle("Fusion");
+    window_baseline::showFusionsEdges();
     QApplication::setWindowIcon(programIcon());
     if (argc != 3 || !QDir().mkpath(argv[2])) {
         std::fputs("quillmark-screens SAMPLES FOLDER\n", stderr);

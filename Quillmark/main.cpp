@@ -26,6 +26,7 @@
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
+#include "WindowBaseline/FusionEdges.h"
 #include "WindowBaseline/QtWords.h"
 #include "Wording/HistoryWording.h"
 
@@ -116,6 +117,7 @@ int main(int argc, char** argv) {
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
     QApplication::setDesktopFileName(QStringLiteral("org.quillmark.Quillmark"));
     QApplication::setWindowIcon(programIcon());
+    window_baseline::showFusionsEdges();
     const Words words{readerOfApplication()};
 
     const QStringList files = filesOf(application, words);

@@ -11,10 +11,12 @@
 #include "CommandLine/FixedAnswers.h"
 #include "Quillmark/AppModel.h"
 #include "Quillmark/QuillmarkApp.h"
+#include "WindowBaseline/FusionEdges.h"
 
 int main(int argc, char** argv) {
     using namespace quillmark;
     QApplication application(argc, argv);
+    window_baseline::showFusionsEdges();
     if (argc != 3) return 2;
     const FixedAnswers fixed = FixedAnswers::read(argv[1]);
     const std::string folder = argv[2];
