@@ -26,22 +26,6 @@ constexpr std::size_t mostLines = 4, mostCompactLines = 3;
 constexpr double headlineScale = 1.45, compactHeadlineScale = 1.2;
 constexpr double smallestDomain = 0.6;  // of its size
 
-/// Lays a text out in so many pixels. Gives its height.
-double layOut(QTextLayout& layout, double width) {
-    QTextOption option;
-    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    layout.setTextOption(option);
-    double height = 0;
-    layout.beginLayout();
-    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
-        line.setLineWidth(width);
-        line.setPosition({0, height});
-        height += line.height();
-    }
-    layout.endLayout();
-    return height;
-}
-
 PlainText* text(const QString& contents, double scale = 1, QFont::Weight weight = QFont::Normal) {
     auto* made = new PlainText(contents);
     made->setFont(scaled(made->font(), scale, weight));
@@ -364,9 +348,6 @@ QWidget* BannerView::buildExpectation() {
     m_field->setAccessibleName(m_words("The domain or address that you expected"));
     m_field->setPlaceholderText(m_words("the domain or address it should be from"));
     m_field->setMaxLength(longestLabel);
-    QPalette colors = m_field->palette();  // of a field that stands out from the box in every palette
-    colors.setColor(QPalette::Base, colors.color(QPalette::Window));
-    m_field->setPalette(colors);
     m_field->setClearButtonEnabled(true);
     m_field->installEventFilter(this);
     label->setBuddy(m_field);

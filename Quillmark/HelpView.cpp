@@ -8,7 +8,6 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QScreen>
-#include <QScrollArea>
 #include <QStackedWidget>
 
 #include "Quillmark/MessageWaysView.h"
@@ -99,7 +98,7 @@ QWidget* textPage(const std::vector<Paragraph>& paragraphs) {
         layout->addWidget(headingOf(each.heading));
         auto* text = new PlainText(each.text);
         text->setAccessibleName(each.heading);
-        text->setFocusPolicy(Qt::StrongFocus);
+        text->makeStop();
         layout->addWidget(text);
         layout->addSpacing(page->fontMetrics().height() / 2);
     }
@@ -158,9 +157,7 @@ void HelpView::showPage(HelpPage page) {
 
 void HelpView::addPage(const QString& title, QWidget* contents) {
     m_topics->addItem(title);
-    auto* scroller = new QScrollArea;
-    scroller->setWidgetResizable(true);
-    scroller->setFrameStyle(QFrame::NoFrame);
+    auto* scroller = new Scroller;
     scroller->setAccessibleName(title);
     scroller->setWidget(contents);
     m_pages->addWidget(scroller);
@@ -179,6 +176,7 @@ void showAbout(const Words& words, QWidget* parent) {
               "under the "
               "MIT license. The list of public suffixes in it is under the MPL 2.0. Made with Qt."));
     about->addButton(words("Close"), QMessageBox::RejectRole);
+    window_baseline::giveMnemonics(*about);
     about->open();
 }
 

@@ -11,6 +11,7 @@
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
+#include "WindowBaseline/Mnemonics.h"
 #include "Wording/KeyWording.h"
 
 namespace quillmark {
@@ -43,6 +44,7 @@ KeyBookView::KeyBookView(KeyBook book, const Words& words, QWidget* parent)
     connect(m_list, &QListWidget::currentRowChanged, this, &KeyBookView::showSelected);
     connect(m_forget, &QPushButton::clicked, this, &KeyBookView::forgetSelected);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    window_baseline::giveMnemonics(*this);
     resize(90 * fontMetrics().averageCharWidth(), 28 * fontMetrics().height());
     load();
 }

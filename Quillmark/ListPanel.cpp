@@ -19,6 +19,8 @@
 #include <functional>
 #include <set>
 
+#include "Quillmark/Panels.h"
+#include "Quillmark/PlainText.h"
 #include "Quillmark/ReportRows.h"
 #include "Quillmark/Tones.h"
 
@@ -45,13 +47,20 @@ Qt::SortOrder usualOrder(int column) {
 
 /// A view that has no current row takes its first one with the keyboard, which may well come back to it from
 /// a dialog that closes. This one leaves that to the arrow keys: what is shown is only ever chosen by a
-/// person. A list is shown empty only where the filter passes over all there is, which it says.
+/// person. A list is shown empty only where the filter passes over all there is, which it says. Escape goes
+/// back to the filter.
 template <typename View>
 class ReportsView : public View {
 public:
-    explicit ReportsView(QString nothingMatches) : m_nothingMatches(std::move(nothingMatches)) {}
+    ReportsView(QString nothingMatches, std::function<void()> goBack)
+        : m_nothingMatches(std::move(nothingMatches)), m_goBack(std::move(goBack)) {}
 
 protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Escape) return m_goBack();
+        View::keyPressEvent(event);
+    }
+
     void focusInEvent(QFocusEvent*) override { View::viewport()->update(); }
 
     // The first row may be a heading, where nothing can stand.
@@ -64,15 +73,29 @@ protected:
 
     void paintEvent(QPaintEvent* event) override {
         View::paintEvent(event);
+        QPainter painter(View::viewport());
+        const QRect area = View::viewport()->rect();
+        if (View::hasFocus() && !View::currentIndex().isValid()) drawFocus(painter, area, View::palette());
         if (View::model()->rowCount() > 0) return;
         const int margin = View::fontMetrics().height();
-        QPainter(View::viewport())
-            .drawText(View::viewport()->rect().adjusted(margin, margin, -margin, -margin),
-                      Qt::AlignTop | Qt::AlignHCenter | Qt::TextWordWrap, m_nothingMatches);
+        painter.setPen(View::palette().color(QPalette::Text));
+        painter.drawText(area.adjusted(margin, margin, -margin, -margin),
+                         Qt::AlignTop | Qt::AlignHCenter | Qt::TextWordWrap, m_nothingMatches);
+    }
+
+    void scrollContentsBy(int x, int y) override {
+        View::scrollContentsBy(x, y);
+        if (!View::currentIndex().isValid()) View::viewport()->update();  // what it has around it stays
+    }
+
+    void focusOutEvent(QFocusEvent* event) override {
+        View::focusOutEvent(event);
+        View::viewport()->update();
     }
 
 private:
     const QString m_nothingMatches;
+    const std::function<void()> m_goBack;
 };
 
 /// Escape takes back what was typed, and the arrow down goes on into the list.
@@ -106,6 +129,7 @@ ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
     buildSortMenu();
     buildFilter(words);
     buildTones();
+    layout->addWidget(buildHidden());
     buildViews();
     layout->addWidget(m_listView, 1);
     layout->addWidget(m_tableView, 1);
@@ -116,6 +140,7 @@ ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
         m_listView->viewport()->update();
     });
     connect(&m_list, &ReportList::filtered, this, &ListPanel::refreshTones);
+    connect(&m_list, &ReportList::filtered, this, &ListPanel::refreshHidden);
     connect(&m_list, &ReportList::sorted, this, &ListPanel::refreshSort);
     connect(&m_list, &ReportList::modelAboutToBeReset, this, &ListPanel::keepPlace);
     connect(&m_list, &ReportList::modelReset, this, [this] { showSelected(m_isAwaited); });
@@ -126,8 +151,8 @@ ListPanel::ListPanel(ReportList& list, const Words& words, QWidget* parent)
 
 void ListPanel::buildFilter(const Words& words) {
     m_filter = new FilterLine([this] {
-        QAbstractItemView* view = m_tableView;
-        if (m_tableView->isHidden()) view = m_listView;
+        if (m_list.rowCount() == 0) return;
+        QAbstractItemView* view = shownView();
         view->setFocus(Qt::TabFocusReason);
         // Nothing is chosen yet: as with the arrow in the list, it is the first report.
         for (int row = 0; !view->currentIndex().isValid() && row < m_list.rowCount(); ++row) {
@@ -152,6 +177,39 @@ void ListPanel::buildFilter(const Words& words) {
     row->addWidget(m_filter, 1);
     row->addWidget(sort);
     m_top->addLayout(row, 1);
+}
+
+QAbstractItemView* ListPanel::shownView() const {
+    return m_tableView->isHidden() ? static_cast<QAbstractItemView*>(m_listView) : m_tableView;
+}
+
+void ListPanel::focusList() { shownView()->setFocus(Qt::OtherFocusReason); }
+
+// What is being read stays when something else is looked for, but is not to be taken for what was found.
+QWidget* ListPanel::buildHidden() {
+    m_hidden = new QWidget;
+    auto* row = new QHBoxLayout(m_hidden);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->addWidget(new PlainText(m_words("The filter hides the message that is shown.")), 1,
+                   Qt::AlignVCenter);
+    auto* all = new Button(m_words("List All"));
+    connect(all, &QPushButton::clicked, this, [this] {
+        m_filter->clear();
+        m_list.setTones({});
+        showSelected(true);
+        focusList();
+    });
+    row->addWidget(all);
+    m_hidden->hide();
+    return m_hidden;
+}
+
+void ListPanel::refreshHidden() {
+    const bool isHidden = m_selected && m_list.isPassedOver(*m_selected);
+    if (isHidden == !m_hidden->isHidden()) return;
+    m_hidden->setVisible(isHidden);
+    m_hidden->setAccessibleName(isHidden ? m_words("The filter hides the message that is shown.")
+                                         : QString());
 }
 
 void ListPanel::buildTones() {
@@ -217,11 +275,12 @@ void ListPanel::buildSortMenu() {
 }
 
 void ListPanel::buildViews() {
-    m_listView = new ReportsView<QListView>(m_words("No report matches the filter."));
+    const auto goBack = [this] { focusFilter(); };
+    m_listView = new ReportsView<QListView>(m_words("No report matches the filter."), goBack);
     m_listView->setItemDelegate(m_delegate = new ReportListDelegate(m_listView));
     m_listView->setUniformItemSizes(true);
     m_listView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    m_tableView = new ReportsView<QTreeView>(m_words("No report matches the filter."));
+    m_tableView = new ReportsView<QTreeView>(m_words("No report matches the filter."), goBack);
     m_tableView->setItemDelegate(new ReportTableDelegate(m_tableView));
     m_tableView->setUniformRowHeights(true);
     m_tableView->setRootIsDecorated(false);
@@ -395,7 +454,7 @@ void ListPanel::keepPlace() {
 
 void ListPanel::select(const std::optional<UUID>& id) {
     if (m_selected == id && m_list.indexOf(id.value_or(UUID{})).row() == m_listView->currentIndex().row())
-        return;
+        return refreshHidden();  // a person may have chosen it
     m_selected = id;
     m_chosen.clear();
     if (id) m_chosen.push_back(*id);
@@ -432,6 +491,7 @@ void ListPanel::showSelected(bool isToBeSeen) {
         m_tableView->verticalScrollBar()->setValue(m_placeInTable);
     }
     m_isSelecting = false;
+    refreshHidden();
 }
 
 void ListPanel::focusFilter() {

@@ -44,6 +44,7 @@ public:
     /// Selects an entry, or none, alone. Does not say so.
     void select(const std::optional<UUID>& id);
     void focusFilter();
+    void focusList();
     /// Presses the buttons of these tones, and no other.
     void showOnly(const std::set<Tone>& tones) { m_list.setTones(tones); }
     /// Turns the marks of running checks, or leaves them.
@@ -63,6 +64,9 @@ protected:
 
 private:
     void buildFilter(const Words& words);
+    QWidget* buildHidden();
+    void refreshHidden();
+    QAbstractItemView* shownView() const;
     void buildTones();
     void buildSortMenu();
     void buildViews();
@@ -85,6 +89,7 @@ private:
     QMenu* m_sortMenu = nullptr;
     QActionGroup* m_sortColumns = nullptr;
     QAction* m_sortBackwards = nullptr;
+    QWidget* m_hidden = nullptr;  // what says that the filter hides what is shown
     QWidget* m_toneRow = nullptr;
     QGridLayout* m_toneGrid = nullptr;
     std::array<QToolButton*, 4> m_tones = {};

@@ -19,16 +19,13 @@ namespace {
 constexpr qint64 countedAtOnce = 8;     // milliseconds
 constexpr std::size_t worstShown = 10;  // messages
 constexpr std::size_t domainsShown = 12, yearsShown = 15;
-constexpr int widestPage = 120;              // characters, as of a report
 constexpr std::size_t longestSubject = 200;  // bytes
 
 }  // namespace
 
-MailboxView::MailboxView(const Words& words, QWidget* parent) : QScrollArea(parent), m_words(words) {
-    setWidgetResizable(true);
-    setFrameStyle(QFrame::NoFrame);
+MailboxView::MailboxView(const Words& words, QWidget* parent) : Scroller(parent), m_words(words) {
     setAccessibleName(m_words("Several messages"));
-    setFocusPolicy(Qt::StrongFocus);
+    setFocusPolicy(Qt::ClickFocus);  // its parts are stops
     m_next.setSingleShot(true);
     connect(&m_next, &QTimer::timeout, this, &MailboxView::goOn);
 }
@@ -58,11 +55,16 @@ void MailboxView::goOn() {
     }
     if (m_counted < m_content.reports.size()) return m_next.start(0);
     rebuild();
+    if (!m_content.isGrowing) emit counted(m_head->accessibleName());
     if (auto waiting = std::exchange(m_waiting, {})) setContent(std::move(*waiting));
 }
 
+void MailboxView::focusHead() {
+    m_head ? m_head->setFocus(Qt::OtherFocusReason) : setFocus(Qt::OtherFocusReason);
+}
+
 void MailboxView::changeEvent(QEvent* event) {
-    QScrollArea::changeEvent(event);
+    Scroller::changeEvent(event);
     const bool looks = event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange;
     if (looks && widget() && !m_isBuilding && isComplete()) rebuild();
 }
@@ -80,20 +82,12 @@ bool MailboxView::isWorse(const Seen& a, const Seen& b) const {
 void MailboxView::rebuild() {
     m_isBuilding = true;
     const int place = verticalScrollBar()->value();
-    const QString focused = widget() && widget()->focusWidget() && widget()->focusWidget()->hasFocus()
-                                ? widget()->focusWidget()->objectName()
-                                : QString();
+    const QWidget* focus = window()->focusWidget();  // also of a window that isn't the active one
+    const bool hasKeyboard = focus == this || (widget() && widget()->isAncestorOf(focus));
+    const QString focused = hasKeyboard ? focus->objectName() : QString();
     auto* page = new QWidget;
-    auto* across = new QHBoxLayout(page);
-    auto* column = new QWidget;
-    column->setMaximumWidth(widestPage * fontMetrics().averageCharWidth());
-    across->addStretch(0);
-    across->addWidget(column, 1);
-    across->addStretch(0);
-    auto* layout = new QVBoxLayout(column);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(fontMetrics().height() / 2);
-    layout->addWidget(head());
+    QBoxLayout* layout = columnOf(*page);
+    layout->addWidget(m_head = head());
     if (!m_seen.empty()) {
         layout->addWidget(sectionHeading(m_words("Look at these first")));
         layout->addWidget(worst());
@@ -110,9 +104,9 @@ void MailboxView::rebuild() {
     layout->addStretch(1);
     setWidget(page);
     verticalScrollBar()->setValue(place);
-    if (!focused.isEmpty()) {
-        QWidget* same = page->findChild<QWidget*>(focused);
-        (same ? same : this)->setFocus();
+    if (hasKeyboard) {
+        QWidget* same = focused.isEmpty() ? nullptr : page->findChild<QWidget*>(focused);
+        (same ? same : m_head)->setFocus();
     }
     m_isBuilding = false;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <QScrollArea>
 #include <QString>
 #include <QTimer>
 #include <optional>
 #include <vector>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/Session.h"
 #include "Quillmark/Words.h"
 #include "Wording/Totals.h"
@@ -17,13 +17,14 @@ struct MailboxContent {
     QString title;
     QString state;  ///< whether these are all of it
     std::vector<std::shared_ptr<const ProofReport>> reports;
-    bool isWhole = true;  ///< else there are more in it, which weren't checked
+    bool isWhole = true;     ///< else there are more in it, which weren't checked
+    bool isGrowing = false;  ///< its check goes on
 };
 
 /// Many reports on one page: how many have which tone, those that need a look first, and pictures by year and
 /// by signing domain. What they come to is counted in turns of the event loop, so that the window never
 /// waits.
-class MailboxView : public QScrollArea {
+class MailboxView : public Scroller {
     Q_OBJECT
 public:
     explicit MailboxView(const Words& words, QWidget* parent = nullptr);
@@ -32,10 +33,13 @@ public:
     void setContent(MailboxContent content);
     /// Whether everything is counted and shown.
     bool isComplete() const { return !m_next.isActive(); }
+    void focusHead();
 
 signals:
     void reportWanted(const quillmark::UUID& id);
     void toneWanted(quillmark::Tone tone);  ///< to see these alone in the list
+    /// Something else is shown that stays so: its totals, for those who hear them.
+    void counted(const QString& spoken);
 
 protected:
     void changeEvent(QEvent* event) override;
@@ -53,6 +57,7 @@ private:
     bool isWorse(const Seen& a, const Seen& b) const;
 
     const Words m_words;
+    QWidget* m_head = nullptr;
     MailboxContent m_content;
     std::optional<MailboxContent> m_waiting = {};
     std::size_t m_counted = 0;

@@ -82,8 +82,8 @@ protected:
 
 constexpr const char* sizesKeys[] = {"list", "table"};
 constexpr int progressSteps = 1000;
-constexpr int busyColumn = 2;        // of the top row
-constexpr int undoOffered = 20'000;  // milliseconds
+constexpr int busyColumn = 2;      // of the top row
+constexpr int doneShown = 20'000;  // milliseconds
 
 constexpr const char* scaleProperty = "textScale";
 
@@ -137,12 +137,14 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     layout->addWidget(buildProblemLine());
     m_splitter = new QSplitter;
     m_splitter->setChildrenCollapsible(false);
+    // From right to left Qt puts the parts one pixel too far.
+    if (isRightToLeft()) m_splitter->setContentsMargins(0, 0, 1, 0);
     m_splitter->addWidget(buildListSide());
     m_splitter->addWidget(buildReportSide());
     m_splitter->setStretchFactor(1, 1);
     connect(m_splitter, &QSplitter::splitterMoved, this, [this] { m_areSizesTheirs = true; });
     layout->addWidget(m_splitter, 1);
-    layout->addWidget(buildUndoLine());
+    layout->addWidget(buildDoneLine());
     layout->addWidget(buildUnsavedLine());
     setCentralWidget(page);
     m_dropLight = new DropLight(m_words("Drop to check"), this);
@@ -350,39 +352,51 @@ QWidget* MainView::buildUnsavedLine() {
     return m_unsavedLine;
 }
 
-QWidget* MainView::buildUndoLine() {
-    m_undoLine = new QWidget;
-    m_undoLine->setObjectName(QStringLiteral("undoLine"));
-    auto* layout = new QHBoxLayout(m_undoLine);
+QWidget* MainView::buildDoneLine() {
+    m_doneLine = new QWidget;
+    m_doneLine->setObjectName(QStringLiteral("doneLine"));
+    auto* layout = new QHBoxLayout(m_doneLine);
     layout->setContentsMargins(0, 0, 0, 0);
-    m_undoText = new PlainText({});
-    layout->addWidget(m_undoText, 1, Qt::AlignVCenter);
-    auto* undo = new Button(m_words("Undo"));
-    connect(undo, &QPushButton::clicked, this, &MainView::undoWanted);
-    layout->addWidget(undo);
-    m_undoTimer.setSingleShot(true);
-    m_undoTimer.setInterval(undoOffered);
-    connect(&m_undoTimer, &QTimer::timeout, m_undoLine, &QWidget::hide);
-    return m_undoLine;
+    m_doneText = new PlainText({});
+    layout->addWidget(m_doneText, 1, Qt::AlignVCenter);
+    m_undo = new Button(m_words("Undo"));
+    connect(m_undo, &QPushButton::clicked, this, [this] {
+        m_listSide->focusList();  // the button goes
+        emit undoWanted();
+    });
+    layout->addWidget(m_undo);
+    m_doneTimer.setSingleShot(true);
+    m_doneTimer.setInterval(doneShown);
+    connect(&m_doneTimer, &QTimer::timeout, this, [this] { showDone({}, false); });
+    return m_doneLine;
+}
+
+void MainView::showDone(const QString& line, bool isUndone) {
+    if (line.isEmpty() && m_doneLine->isAncestorOf(focusWidget())) m_listSide->focusList();
+    m_doneText->setContents(line);
+    m_undo->setVisible(isUndone);
+    m_doneLine->setVisible(!line.isEmpty());
+    m_doneLine->setAccessibleName(withoutIsolation(line));
+    m_doneTimer.start();
 }
 
 // The command stays in the menu when the line has gone.
 void MainView::offerUndo(const QString& line, bool canUndo) {
     m_edit->setCanUndoElsewhere(canUndo);
-    m_undoText->setContents(line);
-    m_undoLine->setAccessibleName(line);
-    m_undoLine->setVisible(!line.isEmpty());
-    m_undoTimer.start();
+    showDone(line, true);
 }
+
+void MainView::tell(const QString& line) { showDone(line, false); }
 
 void MainView::showMenu(const QPoint& where) {
     auto* menu = new QMenu(this);
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->setToolTipsVisible(true);
-    for (const auto& group : {std::vector{Command::recheck, Command::messageAsText, Command::whatWasSigned},
-                              {Command::copyReport, Command::exportPDF, Command::exportText,
-                               Command::exportPage, Command::exportTable, Command::exportJSON},
-                              {Command::removeFromList, Command::removeFromHistory}}) {
+    for (const auto& group :
+         {std::vector{Command::recheck, Command::messageAsText, Command::whatWasSigned},
+          {Command::copyReport, Command::copyPage, Command::exportPDF, Command::exportText,
+           Command::exportPage, Command::exportTable, Command::exportJSON},
+          {Command::removeFromList, Command::removeFromHistory}}) {
         if (!menu->isEmpty()) menu->addSeparator();
         for (const Command each : group) {
             if (action(each)->isEnabled()) menu->addAction(action(each));
@@ -394,7 +408,7 @@ void MainView::showMenu(const QPoint& where) {
 QWidget* MainView::buildListSide() {
     m_listSide = new ListPanel(m_list, m_words);
     connect(m_listSide, &ListPanel::chosen, this, &MainView::chosen);
-    connect(m_listSide, &ListPanel::opened, this, [this] { m_pages->currentWidget()->setFocus(); });
+    connect(m_listSide, &ListPanel::opened, this, &MainView::openShown);
     connect(m_listSide, &ListPanel::menuWanted, this, &MainView::showMenu);
     m_sortMenu->addActions(m_listSide->sortMenu()->actions());
     return m_listSide;
@@ -413,6 +427,9 @@ QWidget* MainView::buildReportSide() {
     m_pages->addWidget(running);
     m_pages->addWidget(m_reportView);
     m_pages->addWidget(m_mailboxView = new MailboxView(m_words));
+    connect(m_mailboxView, &MailboxView::counted, this, [this](const QString& spoken) {
+        if (m_pages->currentWidget() == m_mailboxView) announce(spoken);
+    });
     return m_pages;
 }
 
@@ -556,7 +573,7 @@ void MainView::setRunning(const Running& running) {
 void MainView::select(const std::optional<UUID>& id) { m_listSide->select(id); }
 
 void MainView::showReport(const ReportContent& content) {
-    const bool takesKeyboard = isWaitingForReport();
+    const bool takesKeyboard = isWaitingFor(m_reportView);
     m_reportView->setContent(content);
     m_pages->setCurrentWidget(m_reportView);
     announce(m_reportView->spokenVerdict());
@@ -564,19 +581,30 @@ void MainView::showReport(const ReportContent& content) {
 }
 
 // Qt sends screen readers no alerts, but the names of what is there when they change.
-void MainView::announce(const QString& text) { m_pages->setAccessibleName(text); }
+void MainView::announce(const QString& text) {
+    const QString spoken = withoutIsolation(text);
+    if (m_pages->accessibleName() != spoken) m_pages->setAccessibleName(spoken);
+}
 
 // Whoever opened a message and went nowhere else waits for its verdict: what they did it with is not needed
 // now.
-bool MainView::isWaitingForReport() const {
-    if (m_pages->currentWidget() == m_reportView) return false;
+bool MainView::isWaitingFor(const QWidget* page) const {
+    if (m_pages->currentWidget() == page) return false;
     const QWidget* focus = focusWidget();
     return !focus || m_pages->isAncestorOf(focus) || m_topRow->isAncestorOf(focus);
 }
 
 void MainView::showMailbox(MailboxContent content) {
+    const bool takesKeyboard = isWaitingFor(m_mailboxView);
     m_mailboxView->setContent(std::move(content));
     m_pages->setCurrentWidget(m_mailboxView);
+    if (takesKeyboard) m_mailboxView->focusHead();
+}
+
+// Where there is nothing to be read yet the keyboard stays in the list.
+void MainView::openShown() {
+    if (m_pages->currentWidget() == m_reportView) m_reportView->focusVerdict();
+    if (m_pages->currentWidget() == m_mailboxView) m_mailboxView->focusHead();
 }
 
 void MainView::showDropArea() { showRefusal({}); }
@@ -586,12 +614,14 @@ void MainView::showRefusal(const QString& line) {
     m_refusal->setContents(line);
     for (QWidget* each : {m_refusalBadge, static_cast<QWidget*>(m_refusal)}) each->setHidden(line.isEmpty());
     m_pages->setCurrentIndex(0);
+    announce(line.isEmpty() ? m_dropTitle->text() : m_dropTitle->text() + QStringLiteral(". ") + line);
 }
 
 void MainView::showWithoutReport(const QString& name, const QString& text) {
     m_waitingName->setContents(name);
     m_waitingText->setText(text);
     m_pages->setCurrentIndex(1);
+    announce(name + QStringLiteral(". ") + text);
 }
 
 void MainView::focusFilter() {
@@ -640,6 +670,13 @@ void MainView::changeEvent(QEvent* event) {
         const QVariant factor = each->property(scaleProperty);
         if (factor.isValid()) scale(*each, factor.toDouble());
     }
+}
+
+// From what is shown back to the list, as Enter comes from there.
+void MainView::keyPressEvent(QKeyEvent* event) {
+    const bool isInside = m_pages->isAncestorOf(focusWidget());
+    if (event->key() == Qt::Key_Escape && isInside && m_listSide->isVisible()) return m_listSide->focusList();
+    QMainWindow::keyPressEvent(event);
 }
 
 void MainView::resizeEvent(QResizeEvent* event) {

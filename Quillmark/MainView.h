@@ -113,6 +113,8 @@ public:
     /// Says what was removed, with a button that undoes it; empty takes the line away.
     /// `canUndo`: also what was removed before.
     void offerUndo(const QString& line, bool canUndo);
+    /// Says for a while what a command came to that shows nothing else.
+    void tell(const QString& line);
     /// How wide its parts are, in the list and in the table: to be kept until the next run.
     QVariantMap sizes();
     void setSizes(const QVariantMap& sizes);
@@ -137,6 +139,7 @@ protected:
     void dropEvent(QDropEvent* event) override;
     void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     void buildMenus();
@@ -145,7 +148,8 @@ private:
     void placeBusyRow();
     QWidget* buildProblemLine();
     QWidget* buildUnsavedLine();
-    QWidget* buildUndoLine();
+    QWidget* buildDoneLine();
+    void showDone(const QString& line, bool isUndone);
     void showMenu(const QPoint& where);
     QWidget* buildListSide();
     QWidget* buildReportSide();
@@ -153,7 +157,8 @@ private:
     QWidget* buildClipboardLine();
     /// Tells whoever listens what is shown now.
     void announce(const QString& text);
-    bool isWaitingForReport() const;
+    bool isWaitingFor(const QWidget* page) const;
+    void openShown();
     void light(bool on);
     void refreshListSide();
     void setTable(bool isTable);
@@ -182,9 +187,10 @@ private:
     QWidget* m_problemLine = nullptr;
     PlainText* m_problemText = nullptr;
     QPushButton* m_recover = nullptr;
-    QWidget* m_undoLine = nullptr;
-    PlainText* m_undoText = nullptr;
-    QTimer m_undoTimer;
+    QWidget* m_doneLine = nullptr;
+    PlainText* m_doneText = nullptr;
+    QPushButton* m_undo = nullptr;
+    QTimer m_doneTimer;
     QWidget* m_unsavedLine = nullptr;
     PlainText* m_unsavedText = nullptr;
     QWidget* m_busyRow = nullptr;

@@ -6,7 +6,6 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPainter>
-#include <QScrollArea>
 #include <QSignalBlocker>
 #include <algorithm>
 #include <optional>
@@ -20,6 +19,8 @@ namespace quillmark {
 namespace {
 
 constexpr int placeRole = Qt::UserRole;  // of an item: which of the ways it is
+constexpr int narrowestSteps = 36;       // letters: with less beside the programs they stand below them
+constexpr int programsAbove = 6;         // are seen at once then
 
 /// From the mail program by way of a file or the clipboard into the window, in three drawings with arrows
 /// between them. It shows what the steps beside it say.
@@ -27,8 +28,13 @@ class StepsPicture : public QWidget {
 public:
     explicit StepsPicture(WayOut out) : m_out(out) {
         setMaximumWidth(units * fontMetrics().height());
-        setFixedHeight(6 * fontMetrics().height());
+        QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        policy.setHeightForWidth(true);
+        setSizePolicy(policy);
     }
+    QSize sizeHint() const override { return {maximumWidth(), heightForWidth(maximumWidth())}; }
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override { return width / 4; }
 
 protected:
     void paintEvent(QPaintEvent*) override {
@@ -133,7 +139,7 @@ QWidget* pageOf(const MessageWay& way, const Words& words) {
     const int line = page->fontMetrics().height();
     const auto text = [](const std::string& contents) {
         auto* made = new PlainText(QString::fromStdString(contents));
-        made->setFocusPolicy(Qt::StrongFocus);
+        made->makeStop();
         return made;
     };
     auto* title = text(way.program);
@@ -147,6 +153,7 @@ QWidget* pageOf(const MessageWay& way, const Words& words) {
     for (std::size_t i = 0; i < way.steps.size(); ++i) {
         auto* number = new QLabel(QString::number(i + 1) + u'.');
         number->setFont(scaled(number->font(), 1, QFont::Bold));
+        number->setContentsMargins(0, line / 4, 0, 0);  // in line with its step
         grid->addWidget(number, static_cast<int>(i), 0, Qt::AlignTop);
         auto* step = text(way.steps[i]);
         step->setAccessibleName(words("Step %1", QString::number(i + 1)));
@@ -174,23 +181,31 @@ MessageWaysView::MessageWaysView(const Words& words, QWidget* parent)
     m_search->setAccessibleName(words("Search for a mail program or provider"));
     m_search->setClearButtonEnabled(true);
     layout->addWidget(m_search);
-    auto* across = new QHBoxLayout;
-    layout->addLayout(across, 1);
+    m_across = new QHBoxLayout;
+    layout->addLayout(m_across, 1);
     m_programs = new QListWidget;
     m_programs->setObjectName(QStringLiteral("ways"));
     m_programs->setAccessibleName(words("Mail programs"));
-    across->addWidget(m_programs);
-    m_page = new QScrollArea;
-    m_page->setWidgetResizable(true);
-    m_page->setFrameStyle(QFrame::NoFrame);
+    m_programs->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_across->addWidget(m_programs);
+    m_page = new Scroller;
     m_page->setAccessibleName(words("Steps"));
-    across->addWidget(m_page, 1);
+    m_across->addWidget(m_page, 1);
     connect(m_search, &QLineEdit::textChanged, this, &MessageWaysView::listWays);
     connect(m_search, &QLineEdit::returnPressed, m_programs, qOverload<>(&QWidget::setFocus));
     connect(m_programs, &QListWidget::currentRowChanged, this, &MessageWaysView::showWay);
     listWays({});
-    m_programs->setFixedWidth(m_programs->sizeHintForColumn(0) + 5 * fontMetrics().averageCharWidth());
+    m_widest = m_programs->sizeHintForColumn(0) + 5 * fontMetrics().averageCharWidth();
     setFocusProxy(m_search);
+}
+
+void MessageWaysView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    const bool isBeside = width() >= m_widest + narrowestSteps * fontMetrics().averageCharWidth();
+    m_across->setDirection(isBeside ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    m_programs->setMinimumWidth(isBeside ? m_widest : 0);
+    m_programs->setMaximumWidth(isBeside ? m_widest : QWIDGETSIZE_MAX);
+    m_programs->setMaximumHeight(isBeside ? QWIDGETSIZE_MAX : programsAbove * 3 * fontMetrics().height() / 2);
 }
 
 // Where nothing is found the last one, which does for any program, is left.
@@ -231,7 +246,9 @@ void MessageWaysView::listWays(const QString& typed) {
 
 void MessageWaysView::showWay(int row) {
     const QVariant way = row < 0 ? QVariant() : m_programs->item(row)->data(placeRole);
-    if (way.isValid()) m_page->setWidget(pageOf(m_ways[way.toUInt()], m_words));
+    if (!way.isValid()) return;
+    m_page->setWidget(pageOf(m_ways[way.toUInt()], m_words));
+    orderAfter(m_page, m_page->widget());
 }
 
 }  // namespace quillmark

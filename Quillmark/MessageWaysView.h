@@ -6,6 +6,7 @@
 #include "Quillmark/Words.h"
 #include "Wording/MessageWays.h"
 
+class QBoxLayout;
 class QLineEdit;
 class QListWidget;
 class QScrollArea;
@@ -19,15 +20,20 @@ class MessageWaysView : public QWidget {
 public:
     explicit MessageWaysView(const Words& words, QWidget* parent = nullptr);
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
     void listWays(const QString& typed);
     void showWay(int row);
 
     const Words m_words;
     const std::vector<MessageWay> m_ways;
+    QBoxLayout* m_across = nullptr;
     QLineEdit* m_search = nullptr;
     QListWidget* m_programs = nullptr;
     QScrollArea* m_page = nullptr;
+    int m_widest = 0;  // the programs' names
 };
 
 }  // namespace quillmark

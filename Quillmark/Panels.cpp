@@ -2,7 +2,9 @@
 
 #include <QAccessible>
 #include <QAccessibleWidget>
+#include <QBoxLayout>
 #include <QPainter>
+#include <QTextLayout>
 #include <QToolButton>
 #include <algorithm>
 #include <cmath>
@@ -53,6 +55,8 @@ private:
 };
 
 constexpr double cornerRadius = 0.4;  // lines of text
+constexpr int widestColumn = 120;     // characters: longer lines are hard to read
+constexpr int focusWidth = 2;
 
 /// In one line where there is room for it: a label that wraps asks for less, beside whatever would stretch.
 class HeadingLabel : public QLabel {
@@ -77,6 +81,50 @@ QFont scaled(QFont font, double factor, QFont::Weight weight) {
     if (font.pointSizeF() > 0) font.setPointSizeF(font.pointSizeF() * factor);
     font.setWeight(weight);
     return font;
+}
+
+double layOut(QTextLayout& layout, double width, Qt::Alignment alignment) {
+    QTextOption option(alignment);
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    double height = 0;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        line.setPosition({0, height});
+        height += line.height();
+    }
+    layout.endLayout();
+    return height;
+}
+
+QVBoxLayout* columnOf(QWidget& page) {
+    auto* across = new QHBoxLayout(&page);
+    auto* column = new QWidget;
+    column->setMaximumWidth(widestColumn * page.fontMetrics().averageCharWidth());
+    across->addStretch(0);
+    across->addWidget(column, 1);
+    across->addStretch(0);
+    auto* layout = new QVBoxLayout(column);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(page.fontMetrics().height() / 2);
+    return layout;
+}
+
+void orderAfter(QWidget* before, QWidget* shown) {
+    QList<QWidget*> all = shown->findChildren<QWidget*>();
+    all.prepend(shown);
+    for (QWidget* each : all) {
+        if ((each->focusPolicy() & Qt::TabFocus) == 0) continue;
+        QWidget::setTabOrder(before, each);
+        before = each;
+    }
+}
+
+void drawFocus(QPainter& painter, const QRect& around, const QPalette& palette) {
+    painter.setPen(QPen(palette.color(QPalette::Highlight), focusWidth));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRect(around.adjusted(1, 1, -1, -1));
 }
 
 QIcon programIcon() {
@@ -129,7 +177,7 @@ void Card::paintEvent(QPaintEvent*) {
     QColor border =
         m_tone ? toneColor(*m_tone, palette().color(QPalette::Base), palette()) : borderColor(palette());
     if (focused) border = palette().color(QPalette::Highlight);
-    painter.setPen(QPen(border, focused ? 2 : 1));
+    painter.setPen(QPen(border, focused ? focusWidth : 1));
     painter.setBrush(m_tone ? toneGround(*m_tone, palette()) : palette().color(QPalette::Base));
     const double radius = cornerRadius * fontMetrics().height();
     painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), radius, radius);
@@ -143,6 +191,22 @@ void Card::focusInEvent(QFocusEvent* event) {
 void Card::focusOutEvent(QFocusEvent* event) {
     QFrame::focusOutEvent(event);
     update();
+}
+
+Scroller::Scroller(QWidget* parent) : QScrollArea(parent) {
+    setWidgetResizable(true);
+    setFrameStyle(QFrame::NoFrame);
+    setViewportMargins(focusWidth, focusWidth, focusWidth, focusWidth);
+}
+
+bool Scroller::event(QEvent* event) {
+    const bool isDone = QScrollArea::event(event);
+    if (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut) update();
+    if (event->type() == QEvent::Paint && hasFocus()) {
+        QPainter painter(this);
+        drawFocus(painter, rect(), palette());
+    }
+    return isDone;
 }
 
 ToneBadge::ToneBadge(Tone tone, double scale, const Words& words, QWidget* parent)

@@ -4,9 +4,12 @@
 #include <QIcon>
 #include <QLabel>
 #include <QPushButton>
+#include <QScrollArea>
 #include <optional>
 
+class QTextLayout;
 class QToolButton;
+class QVBoxLayout;
 
 #include "Quillmark/Tones.h"
 
@@ -16,6 +19,19 @@ namespace quillmark {
 
 /// The font so many times as large.
 QFont scaled(QFont font, double factor, QFont::Weight weight);
+
+/// Lays a text out in lines of so many units, in whole words where that can be. Gives its height.
+double layOut(QTextLayout& layout, double width, Qt::Alignment alignment = Qt::AlignLeft);
+
+/// What a page that scrolls holds, one below the other: in the middle, and not wider than lines can be read.
+QVBoxLayout* columnOf(QWidget& page);
+
+/// With the keyboard, what was made later comes where it stands: behind the one before it. Both are in a
+/// window.
+void orderAfter(QWidget* before, QWidget* shown);
+
+/// Shows that this has the keyboard.
+void drawFocus(QPainter& painter, const QRect& around, const QPalette& palette);
 
 /// The program's own picture.
 QIcon programIcon();
@@ -49,6 +65,15 @@ protected:
 
 private:
     std::optional<Tone> m_tone;
+};
+
+/// A page that scrolls, which shows when it is what the keyboard scrolls.
+class Scroller : public QScrollArea {
+public:
+    explicit Scroller(QWidget* parent = nullptr);
+
+protected:
+    bool event(QEvent* event) override;
 };
 
 /// A tone's symbol in a disc.

@@ -2,6 +2,7 @@
 
 #include <QFocusEvent>
 #include <QMimeData>
+#include <QPainter>
 #include <QTextBlock>
 #include <QTextDocument>
 #include <QWheelEvent>
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <memory>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/Words.h"
 
 namespace quillmark {
@@ -61,6 +63,12 @@ void PlainText::setColor(const QColor& color) {
     setPalette(changed);
 }
 
+void PlainText::makeStop() {
+    setFocusPolicy(Qt::StrongFocus);
+    document()->setDocumentMargin(fontMetrics().height() / 4.0);
+    m_measuredWidth = -1;
+}
+
 int PlainText::heightForWidth(int width) const {
     if (width != m_measuredWidth) {
         const std::unique_ptr<QTextDocument> copy(document()->clone());
@@ -97,8 +105,21 @@ void PlainText::resizeEvent(QResizeEvent* event) {
 // The report scrolls as a whole.
 void PlainText::wheelEvent(QWheelEvent* event) { event->ignore(); }
 
+void PlainText::paintEvent(QPaintEvent* event) {
+    QTextEdit::paintEvent(event);
+    if (!hasFocus() || !(focusPolicy() & Qt::TabFocus)) return;
+    QPainter painter(viewport());
+    drawFocus(painter, viewport()->rect(), palette());
+}
+
+void PlainText::focusInEvent(QFocusEvent* event) {
+    QTextEdit::focusInEvent(event);
+    viewport()->update();
+}
+
 void PlainText::focusOutEvent(QFocusEvent* event) {
     QTextEdit::focusOutEvent(event);
+    viewport()->update();
     if (event->reason() == Qt::PopupFocusReason || event->reason() == Qt::MenuBarFocusReason) return;
     if (event->reason() == Qt::ActiveWindowFocusReason) return;
     QTextCursor cursor = textCursor();

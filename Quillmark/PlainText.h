@@ -15,6 +15,8 @@ public:
     /// Replaces the text; `accessibleName` stays as it is.
     void setContents(const QString& text);
     void setColor(const QColor& color);
+    /// Where there is little else on a page, one goes from text to text with the keyboard, which each shows.
+    void makeStop();
 
     bool hasHeightForWidth() const override { return true; }
     int heightForWidth(int width) const override;
@@ -26,6 +28,8 @@ protected:
     void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
 
 private:

@@ -274,6 +274,7 @@ std::optional<MailboxContent> QuillmarkApp::several() const {
     const AppModel::Row* row = selected() ? m_model.row(*selected()) : nullptr;
     if (!row || row->report || row->found == 0) return std::nullopt;
     MailboxContent content{shown(row->name.value_or("")), {}, messagesOf(row->id), row->isDone};
+    content.isGrowing = !row->isDone && !row->stopped;
     const auto count = static_cast<std::int64_t>(row->found);
     content.state = row->stopped  ? stopRemark(*row->stopped, m_words)
                     : row->isDone ? m_words.translateCount("%n message, checked to the end.",
@@ -595,9 +596,11 @@ void QuillmarkApp::saveAs(const QString& name, const QString& suffix, const QStr
     dialog->setDefaultSuffix(suffix.mid(1));
     dialog->selectFile(name);
     connect(dialog, &QFileDialog::fileSelected, this, [this, bytes = std::move(bytes)](const QString& path) {
-        m_exports.start([this, bytes, file = path.toLocal8Bit().toStdString()] {
+        m_exports.start([this, bytes, path, file = path.toLocal8Bit().toStdString()] {
             try {
                 replaceFile(file, bytes());
+                QMetaObject::invokeMethod(
+                    this, [this, path] { m_window.tell(m_words("Saved as %1", shown(path))); });
             } catch (const std::exception& error) {
                 const QString why = QString::fromStdString(reasonOf(error, m_words.reader));
                 QMetaObject::invokeMethod(this, [this, why] {
@@ -660,7 +663,7 @@ void QuillmarkApp::exportEvidence() {
 
 void QuillmarkApp::copyReport() {
     if (const SharedReport report = selectedReport()) {
-        QApplication::clipboard()->setText(QString::fromStdString(reportText(*report)));
+        copyText(reportText(*report));
     }
 }
 
@@ -673,9 +676,13 @@ void QuillmarkApp::copyPage() {
     m_exports.start([this, report, expected, checked = m_model.message(report->id)] {
         const auto digest = checked ? std::optional(sha256(checked->source.bytes->view())) : std::nullopt;
         const std::string page = textPage(*report, m_words.reader, {}, expected, digest);
-        QMetaObject::invokeMethod(
-            this, [page] { QApplication::clipboard()->setText(QString::fromStdString(page)); });
+        QMetaObject::invokeMethod(this, [this, page] { copyText(page); });
     });
+}
+
+void QuillmarkApp::copyText(const std::string& text) {
+    QApplication::clipboard()->setText(QString::fromStdString(text));
+    m_window.tell(m_words("Copied. Now you can paste it, for instance into an email."));
 }
 
 void QuillmarkApp::chooseDamagedHistory() {

@@ -91,6 +91,7 @@ private:
     void copyReport();
     /// A page for whoever the person turns to.
     void copyPage();
+    void copyText(const std::string& text);
     /// How far the mailbox came that a report was found in; empty unless it was stopped.
     QString stoppedMailbox(const ProofReport& report) const;
     /// The text that is saved and copied.

@@ -50,6 +50,8 @@ public:
     std::optional<UUID> beside(const std::set<UUID>& ids) const {
         return quillmark::beside(m_listed.rows, ids);
     }
+    /// Whether the filter, or the tones, leave this entry out.
+    bool isPassedOver(const UUID& id) const { return rowOf(m_all, id) && !rowOf(m_listed.rows, id); }
     /// How many entries there are, whatever the filter.
     std::size_t allCount() const { return m_all.size(); }
 

@@ -42,6 +42,10 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     const QColor text = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
     const int line = lineHeight(option), gap = line / 3;
     const QRect inside = option.rect.adjusted(gap, gap, -gap, -gap);
+    // As it stands where one reads from left to right.
+    const auto placed = [&](const QRect& where) {
+        return QStyle::visualRect(option.direction, option.rect, where);
+    };
     const QVariant tone = index.data(ReportList::toneRole);
     const bool isStopped = index.data(ReportList::isStoppedRole).toBool();
     const bool isMailbox = index.data(ReportList::isMailboxRole).toBool();
@@ -51,13 +55,13 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     bold.setBold(true);
     if (second.isEmpty()) {  // a heading
         painter->setFont(bold);
-        painter->drawText(inside, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
+        painter->drawText(inside, Qt::AlignLeading | Qt::AlignVCenter | Qt::TextSingleLine,
                           index.data(Qt::DisplayRole).toString());
         painter->restore();
         return;
     }
     painter->setFont(bold);
-    const QRect mark(inside.left(), inside.top(), line, line);
+    const QRect mark = placed({inside.left(), inside.top(), line, line});
     const auto drawSymbol = [&](Tone value, const QRect& where) {
         if (!selected)
             painter->setPen(toneColor(value, option.palette.color(QPalette::Base), option.palette));
@@ -85,29 +89,33 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
                          circle * 3 / 4);
     }
     painter->setPen(text);
-    const QRect words = inside.adjusted(line + gap, 0, 0, 0);
     // On a baseline: within a box, a character from another font would push the line down.
     const int ascent = line - QFontMetrics(bold).descent();
-    painter->drawText(
-        words.left(), words.top() + ascent,
-        QFontMetrics(bold).elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight, words.width()));
-    painter->setFont(option.font);
+    const auto draw = [&](const QString& words, const QRect& where) {
+        const int left = option.direction == Qt::RightToLeft
+                             ? where.right() + 1 - painter->fontMetrics().horizontalAdvance(words)
+                             : where.left();
+        painter->drawText(left, where.top() + ascent, words);
+    };
     const QFontMetrics& metrics = option.fontMetrics;
-    const int baseline = words.top() + line + gap / 2 + ascent;
+    const QRect words = inside.adjusted(line + gap, 0, 0, 0);
+    // The second line is the domain's alone, which is worth more than the rest.
     const QString time = index.data(ReportList::timeRole).toString();
-    const int timeWidth = metrics.horizontalAdvance(time), beside = words.width() - timeWidth - gap;
-    // A domain is worth more than the time.
-    const bool hasTime = !tone.isValid() || metrics.horizontalAdvance(second) <= beside;
-    const int room = hasTime ? beside : words.width();
+    const int timeWidth = metrics.horizontalAdvance(time), beside = time.isEmpty() ? 0 : timeWidth + gap;
+    draw(QFontMetrics(bold).elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight,
+                                       words.width() - beside),
+         placed(words.adjusted(0, 0, -beside, 0)));
+    painter->setFont(option.font);
+    draw(time, placed(words.adjusted(words.width() - timeWidth, 0, 0, 0)));
     // Of "Stopped after 514 of 4,200" the numbers are the last to go.
     const auto mode = isStopped ? Qt::ElideLeft : Qt::ElideRight;
-    painter->drawText(
-        words.left(), baseline,
-        tone.isValid() ? elidedBeforeDomain(second, metrics, room) : metrics.elidedText(second, mode, room));
-    if (hasTime) painter->drawText(words.right() + 1 - timeWidth, baseline, time);
+    draw(tone.isValid() ? elidedBeforeDomain(second, metrics, words.width())
+                        : metrics.elidedText(second, mode, words.width()),
+         placed(words.translated(0, line + gap / 2)));
     if (option.state & QStyle::State_HasFocus) {
         QStyleOptionFocusRect focus;
         focus.QStyleOption::operator=(option);
+        focus.backgroundColor = option.palette.color(group, selected ? QPalette::Highlight : QPalette::Base);
         QApplication::style()->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, painter, option.widget);
     }
     painter->restore();

@@ -24,19 +24,6 @@ namespace {
 constexpr std::size_t firstAtOnce = 48, builtAtOnce = 8;  // findings and the like
 constexpr int widestName = 24;                            // characters
 constexpr int leastHeight = 32;                           // lines: in less the banner is compact
-constexpr int widestReport = 120;                         // characters: longer lines are hard to read
-
-/// With the keyboard, what was made later comes where it stands: behind the button that shows it.
-void orderAfter(QWidget* button, QWidget* shown) {
-    QWidget* before = button;
-    QList<QWidget*> all = shown->findChildren<QWidget*>();
-    all.prepend(shown);
-    for (QWidget* each : all) {
-        if ((each->focusPolicy() & Qt::TabFocus) == 0) continue;
-        QWidget::setTabOrder(before, each);
-        before = each;
-    }
-}
 
 /// Has a button show its explanation where `place` puts it; made when it is first asked for.
 void explainBelow(ExplainButton* button, QWidget* owner, std::function<void(QWidget*)> place) {
@@ -105,11 +92,9 @@ QString spoken(const ReportRow& row, const Words& words) {
 
 }  // namespace
 
-ReportView::ReportView(const Words& words, QWidget* parent) : QScrollArea(parent), m_words(words) {
-    setWidgetResizable(true);
-    setFrameStyle(QFrame::NoFrame);
+ReportView::ReportView(const Words& words, QWidget* parent) : Scroller(parent), m_words(words) {
     setAccessibleName(m_words("Report"));
-    setFocusPolicy(Qt::StrongFocus);
+    setFocusPolicy(Qt::ClickFocus);  // its parts are stops
     m_next.setSingleShot(true);
     connect(&m_next, &QTimer::timeout, this, &ReportView::goOn);
 }
@@ -170,32 +155,27 @@ void ReportView::askForExpectation() {
 }
 
 void ReportView::changeEvent(QEvent* event) {
-    QScrollArea::changeEvent(event);
+    Scroller::changeEvent(event);
     const bool looks = event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange;
     if (looks && widget() && !m_isBuilding) rebuild();
 }
 
 void ReportView::resizeEvent(QResizeEvent* event) {
-    QScrollArea::resizeEvent(event);
+    Scroller::resizeEvent(event);
     if (m_banner) m_banner->setCompact(viewport()->height() < leastHeight * fontMetrics().height());
 }
 
 void ReportView::rebuild() {
     m_isBuilding = true;
+    const QWidget* focus = window()->focusWidget();  // also of a window that isn't the active one
+    const bool hasKeyboard = focus == this || (widget() && widget()->isAncestorOf(focus));
+    const QString focused = hasKeyboard ? focus->accessibleName() : QString();
     m_unbuilt.clear();
     m_disclosures.clear();
     m_places.clear();
     m_unfolding = std::nullopt;
     auto* page = new QWidget;
-    auto* across = new QHBoxLayout(page);
-    auto* column = new QWidget;
-    column->setMaximumWidth(widestReport * fontMetrics().averageCharWidth());
-    across->addStretch(0);
-    across->addWidget(column, 1);
-    across->addStretch(0);
-    auto* layout = new QVBoxLayout(column);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(fontMetrics().height() / 2);
+    QBoxLayout* layout = columnOf(*page);
     m_banner = new BannerView(m_content, m_words);
     connect(m_banner, &BannerView::recheckWanted, this, &ReportView::recheckWanted);
     connect(m_banner, &BannerView::placeWanted, this, &ReportView::goTo);
@@ -208,8 +188,25 @@ void ReportView::rebuild() {
     layout->addStretch(1);
     for (std::size_t i = 0; i < firstAtOnce / builtAtOnce; ++i) goOn();
     setWidget(page);
+    if (hasKeyboard) focusAgain(focused);
     m_isBuilding = false;
     emit contentChanged();
+}
+
+// What had the keyboard is made anew, or is no longer there.
+void ReportView::focusAgain(const QString& name) {
+    while (!m_unbuilt.empty()) goOn();
+    const auto parts = widget()->findChildren<QWidget*>();
+    const auto same = std::ranges::find_if(parts, [&](const QWidget* each) {
+        return (each->focusPolicy() & Qt::TabFocus) && !each->isHidden() && each->accessibleName() == name;
+    });
+    giveKeyboard(same == parts.end() ? m_banner : *same);
+}
+
+void ReportView::giveKeyboard(QWidget* place) {
+    place->setFocus(Qt::OtherFocusReason);
+    // What was only just built has no place yet.
+    QTimer::singleShot(0, place, [this, place] { ensureWidgetVisible(place, 0, fontMetrics().height()); });
 }
 
 void ReportView::goTo(const ReportLead& lead) {
@@ -225,9 +222,7 @@ void ReportView::goTo(const ReportLead& lead) {
             std::ranges::find_if(inside, [](QWidget* each) { return dynamic_cast<Card*>(each); });
         if (first != inside.end()) place = *first;
     }
-    place->setFocus(Qt::OtherFocusReason);
-    // What was only just built has no place yet.
-    QTimer::singleShot(0, place, [this, place] { ensureWidgetVisible(place, 0, fontMetrics().height()); });
+    giveKeyboard(place);
 }
 
 void ReportView::plan(const ReportSection& section, QBoxLayout* page) {

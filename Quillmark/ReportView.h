@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QScrollArea>
 #include <QString>
 #include <QTimer>
 #include <deque>
@@ -10,6 +9,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/ReportContent.h"
 
 class QBoxLayout;
@@ -22,7 +22,7 @@ class BannerView;
 
 /// One report on the screen: the verdict's banner, then a section for each kind of evidence, the details of
 /// each finding one click deeper. Shows nothing until it is given a report.
-class ReportView : public QScrollArea {
+class ReportView : public Scroller {
     Q_OBJECT
 public:
     explicit ReportView(const Words& words, QWidget* parent = nullptr);
@@ -62,6 +62,8 @@ protected:
 
 private:
     void rebuild();
+    void focusAgain(const QString& name);
+    void giveKeyboard(QWidget* place);
     void goOn();
     /// Shows what a line of the banner speaks of, and puts the keyboard there.
     void goTo(const ReportLead& lead);

@@ -7,6 +7,7 @@
 #include <QScrollBar>
 #include <algorithm>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
 #include "Quillmark/Tones.h"
 
@@ -64,9 +65,7 @@ protected:
         painter.setPen(color);
         const int right = m_lines->contentsMargins().left() - line / 2;
         painter.drawText(QRect(0, line / 3, right, line * 3 / 2), Qt::AlignRight | Qt::AlignTop, m_margin);
-        if (!hasFocus()) return;
-        painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
-        painter.drawRect(rect().adjusted(1, 1, -1, -1));
+        if (hasFocus()) drawFocus(painter, rect(), palette());
     }
     void focusInEvent(QFocusEvent* event) override {
         QFrame::focusInEvent(event);
@@ -83,8 +82,7 @@ private:
     QVBoxLayout* m_lines;
 };
 
-TextPanel::TextPanel(const Words& words, QWidget* parent) : QScrollArea(parent), m_words(words) {
-    setWidgetResizable(true);
+TextPanel::TextPanel(const Words& words, QWidget* parent) : Scroller(parent), m_words(words) {
     setFocusPolicy(Qt::StrongFocus);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setBackgroundRole(QPalette::Base);
@@ -119,6 +117,7 @@ void TextPanel::rebuild() {
     layout->addStretch(1);
     for (int i = 0; i < piecesAtFirst && m_lines < linesAtFirst; ++i) goOn();
     setWidget(page);
+    orderAfter(this, page);
     m_isBuilding = false;
 }
 
@@ -134,6 +133,9 @@ void TextPanel::goOn() {
         m_frames.push_back(new TextBlockFrame(block, margin + fontMetrics().height()));
         m_column->addWidget(m_frames.back());
         m_frames.back()->show();  // else it takes the keyboard only a turn later
+        QWidget* before = this;
+        if (m_frames.size() > 1) before = m_frames.rbegin()[1];
+        if (!m_isBuilding) orderAfter(before, m_frames.back());
     }
     qsizetype end = m_line, letters = 0;
     while (end < block.lines.size() && end < m_line + linesAtOnce && letters < lettersAtOnce)
@@ -150,7 +152,7 @@ void TextPanel::goOn() {
 
 // What is built while nobody sees it would all be laid out at once.
 void TextPanel::showEvent(QShowEvent* event) {
-    QScrollArea::showEvent(event);
+    Scroller::showEvent(event);
     if (!isComplete()) m_next.start(0);
 }
 
@@ -185,11 +187,11 @@ void TextPanel::keyPressEvent(QKeyEvent* event) {
     const bool isPlain = event->modifiers() == Qt::NoModifier;
     if (isPlain && event->key() == Qt::Key_Down && goToMarked(true)) return;
     if (isPlain && event->key() == Qt::Key_Up && goToMarked(false)) return;
-    QScrollArea::keyPressEvent(event);
+    Scroller::keyPressEvent(event);
 }
 
 void TextPanel::changeEvent(QEvent* event) {
-    QScrollArea::changeEvent(event);
+    Scroller::changeEvent(event);
     const bool looks = event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange;
     if (looks && widget() && !m_isBuilding) rebuild();
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QScrollArea>
 #include <QTimer>
 #include <cstddef>
 #include <vector>
 
+#include "Quillmark/Panels.h"
 #include "Quillmark/TextBlocks.h"
 
 class QVBoxLayout;
@@ -15,7 +15,7 @@ class TextBlockFrame;
 
 /// A message's text to read, in blocks. Tab goes from block to block; the arrow keys go up and down to the
 /// next one that is marked, and scroll where there is none. Each block is one item for screen readers.
-class TextPanel : public QScrollArea {
+class TextPanel : public Scroller {
     Q_OBJECT
 public:
     explicit TextPanel(const Words& words, QWidget* parent = nullptr);

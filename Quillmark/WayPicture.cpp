@@ -19,23 +19,6 @@ constexpr double disc = 1.9, aboveDisc = 0.3, belowDisc = 0.4, belowText = 0.15,
 constexpr double narrowestStation = 17, widestStation = 30;  // letters
 constexpr std::size_t mostInRow = 6;
 
-/// Lays a text out in the middle of so many units. Gives its height.
-double layOut(QTextLayout& layout, double width) {
-    QTextOption option;
-    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    option.setAlignment(Qt::AlignHCenter);
-    layout.setTextOption(option);
-    double height = 0;
-    layout.beginLayout();
-    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
-        line.setLineWidth(width);
-        line.setPosition({0, height});
-        height += line.height();
-    }
-    layout.endLayout();
-    return height;
-}
-
 QString symbolOf(const Way::Station& station, const Words& words) {
     using Kind = Way::Station::Kind;
     if (station.kind == Kind::reader) return words("you");
@@ -87,7 +70,7 @@ std::size_t WayPicture::stationsInRow(double width) const {
 
 double WayPicture::textHeight(const Text& text, double width) const {
     QTextLayout layout(text.text, text.font, m_device);
-    return layOut(layout, width);
+    return layOut(layout, width, Qt::AlignHCenter);
 }
 
 double WayPicture::rowHeight(std::size_t first, std::size_t end, double column) const {
@@ -130,7 +113,7 @@ void WayPicture::paintStation(QPainter& painter, const Station& station, const Q
     double top = circle.bottom() + belowDisc * m_line;
     for (const Text& each : station.texts) {
         QTextLayout layout(each.text, each.font, m_device);
-        const double height = layOut(layout, area.width() - m_letter);
+        const double height = layOut(layout, area.width() - m_letter, Qt::AlignHCenter);
         painter.setPen(each.isLoud    ? toneColor(Tone::caution, base, palette)
                        : each.isQuiet ? fadedText(palette)
                                       : palette.color(QPalette::Text));

@@ -69,6 +69,8 @@ struct Desk {
         const auto* text = window().findChild<PlainText*>("headline");
         return text && text->isVisible() ? withoutIsolation(text->toPlainText()) : QString();
     }
+    /// What who hears it was told of what is shown.
+    QString announced() { return window().reportView()->parentWidget()->accessibleName(); }
     bool waitFor(const std::function<bool()>& condition) { return QTest::qWaitFor(condition, 20'000); }
     bool waitForHeadline(const QString& text) {
         const bool came = waitFor([&] { return headline() == text && !model->busy(); });
@@ -159,6 +161,7 @@ TEST(Desktop, whatHoldsNoMessageIsToldInOneLine) {
     EXPECT_FALSE(run.window().problem().contains('\n'));
     EXPECT_LT(run.window().minimumSizeHint().width(), 700) << "the name breaks";
     EXPECT_TRUE(run.waitFor([&] { return run.rows().isEmpty(); }));
+    EXPECT_EQ(run.announced(), "Not checked. " + run.window().problem());
     test::button(run.window(), "Dismiss")->click();
     EXPECT_EQ(run.window().problem(), "");
 }
@@ -189,7 +192,7 @@ TEST(Desktop, aMailboxInTheTable) {
         run.key(Qt::Key_Down);
         run.waitForHeadline(headlineOf("rfc8463"));
         run.key(Qt::Key_Return);
-        EXPECT_EQ(QApplication::focusWidget(), run.window().reportView());
+        EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner");
         test::button(run.window(), "Show only “Good”: 1")->click();
         EXPECT_EQ(run.rows(), (QStringList{"Inbox", "Is dinner ready?"}));
         run.list().setTones({});
@@ -242,6 +245,7 @@ TEST(Desktop, aMailboxHasAPageAndSeveralAreTakenTogether) {
         EXPECT_TRUE(run.waitFor([&] { return page() == text; })) << page().toStdString();
     };
     isTold("Inbox. 4 messages, checked to the end. Bad: 4. Of these, with a caution beside the verdict: 1");
+    EXPECT_EQ(run.announced(), page());
     const auto* years = run.window().mailboxView()->findChild<QFrame*>("By year");
     EXPECT_EQ(years->accessibleName(), "By year. 2020: 4, of which 4 Bad");
     const auto exported = [&](Command command) {
@@ -492,6 +496,7 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
         {Command::exportEvidence, "a.json", "{"},
         {Command::exportText, "a.txt/\nx", nullptr},
     };
+    const auto* done = run.window().findChild<QWidget*>("doneLine");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         run.window().action(row.command)->trigger();
@@ -509,7 +514,9 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
         dialog->close();
         QApplication::sendPostedEvents(dialog, QEvent::DeferredDelete);
         if (row.begins) {
-            EXPECT_TRUE(run.waitFor([&] { return contents(path.toStdString()).startsWith(row.begins); }));
+            EXPECT_TRUE(run.waitFor([&] { return done->accessibleName() == "Saved as " + path; }))
+                << done->accessibleName().toStdString();
+            EXPECT_TRUE(contents(path.toStdString()).startsWith(row.begins));
         } else {
             const QString line = "The report couldn’t be saved: " + folder.path();
             EXPECT_TRUE(run.waitFor([&] { return run.model->problem().has_value(); }));
@@ -519,6 +526,7 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
     EXPECT_FALSE(contents(folder.filePath("a.txt").toStdString()).endsWith('\n'));
     run.window().action(Command::copyReport)->trigger();
     EXPECT_TRUE(QApplication::clipboard()->text().startsWith("Quillmark report\n"));
+    EXPECT_TRUE(done->isVisible() && done->accessibleName().startsWith("Copied."));
 }
 
 TEST(Desktop, welcomeOnTheFirstStart) {
@@ -623,7 +631,14 @@ TEST(Desktop, theKeyboardReachesEverythingAndEverythingHasAName) {
     EXPECT_EQ(run.list().choice().filter, "");
     run.key(Qt::Key_Down);
     EXPECT_EQ(QApplication::focusWidget(), run.window().listView());
-    run.key(Qt::Key_F, Qt::ControlModifier);
+    run.key(Qt::Key_Return);
+    EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner");
+    run.window().action(Command::zoomIn)->trigger();
+    EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner") << "which was made anew";
+    run.key(Qt::Key_Escape);
+    EXPECT_EQ(QApplication::focusWidget(), run.window().listView());
+    run.key(Qt::Key_Escape);
+    EXPECT_EQ(spokenName(QApplication::focusWidget()), "Filter the list");
     std::set<QWidget*> reached;
     QStringList names;
     while (QWidget* focus = QApplication::focusWidget()) {

@@ -181,6 +181,22 @@ TEST_F(ReportLists, onlyAPersonChooses) {
     }
 }
 
+TEST_F(ReportLists, whatTheFilterHidesIsNotTakenForWhatItFound) {
+    ListPanel panel(list, english);
+    panel.show();
+    panel.select(m_reports[3]->id);
+    auto* all = test::button(panel, "List All");
+    EXPECT_FALSE(all->isVisible());
+    panel.findChild<QLineEdit*>("filter")->setText("Subject 4");
+    EXPECT_TRUE(all->isVisible());
+    panel.select(m_reports[4]->id);
+    EXPECT_FALSE(all->isVisible());
+    panel.select(m_reports[3]->id);
+    all->click();
+    EXPECT_FALSE(all->isVisible());
+    EXPECT_TRUE(panel.listView()->selectionModel()->isSelected(list.indexOf(m_reports[3]->id)));
+}
+
 ReportContent sampleContent() {
     ReportContent content{Tone::bad, "Can’t prove who sent this", "Anybody could have written this."};
     content.remarks.push_back({Tone::caution, "Beside it"});
@@ -429,6 +445,7 @@ TEST(Mnemonics, everyCommandAndButtonHasItsOwn) {
         expectMnemonics(buttons(SettingsView({}, words)));
         expectMnemonics(buttons(WelcomeView(words)));
         expectMnemonics(buttons(HelpView({}, words)));
+        expectMnemonics(buttons(KeyBookView({}, words)));
     }
 }
 
