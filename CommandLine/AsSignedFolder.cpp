@@ -49,13 +49,12 @@ void writeNew(const std::string& path, std::string_view bytes) {
 
 }  // namespace
 
-AsSignedFolder::AsSignedFolder(std::string folder, const Reader& reader)
-    : m_folder(std::move(folder)), m_reader(reader) {
+void AsSignedFolder::make(const std::string& folder) {
     std::error_code error;
-    std::filesystem::create_directory(m_folder, error);
-    if (!error && !std::filesystem::is_directory(m_folder, error))
+    std::filesystem::create_directory(folder, error);
+    if (!error && !std::filesystem::is_directory(folder, error))
         error = std::make_error_code(std::errc::not_a_directory);
-    if (error) throw OutputFileError(m_folder, error.value());
+    if (error) throw OutputFileError(folder, error.value());
 }
 
 void AsSignedFolder::write(const std::optional<std::string>& name, const MailMessage& shown,

@@ -16,8 +16,10 @@ namespace quillmark {
 /// changed. Nothing is ever overwritten. Safe from many threads at once.
 class AsSignedFolder {
 public:
-    /// Makes the folder if it isn't there. Throws `OutputFileError`.
-    AsSignedFolder(std::string folder, const Reader& reader);
+    AsSignedFolder(std::string folder, const Reader& reader)
+        : m_folder(std::move(folder)), m_reader(reader) {}
+    /// Makes the folder where it is missing. Throws `OutputFileError`.
+    static void make(const std::string& folder);
 
     /// Writes what holds again of a message, of which `name` tells. Throws `OutputFileError`, also where one
     /// of the files is there already.

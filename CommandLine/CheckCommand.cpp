@@ -27,7 +27,9 @@
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
+#include "CommandLine/Restriction.h"
 #include "CommandLine/ResultFolder.h"
+#include "CommandLine/StampCommand.h"
 #include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/ReportCSV.h"
 #include "QuillmarkKit/ReportJSON.h"
@@ -36,6 +38,7 @@
 #include "QuillmarkKit/Verifier.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
+#include "Settings/UserFolders.h"
 #include "Wording/Banner.h"
 #include "Wording/Expected.h"
 #include "Wording/Quoted.h"
@@ -359,6 +362,40 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
     return std::nullopt;
 }
 
+/// Makes folders that it needs: none can be made later.
+Sandbox sandboxOf(const CheckCommand& command) {
+    Sandbox sandbox{.read = readable(command.files), .isNetworked = command.dnsFiles.empty()};
+    // Its files are known only as they come: a list may be that of a program that looks for them for hours.
+    if (command.filesFrom) sandbox.read.emplace_back("/");
+    for (const std::string& file : command.dnsFiles) {
+        sandbox.read.emplace_back(file);
+        sandbox.read.emplace_back(stampFileOf(file));
+    }
+    for (const auto& file : {command.tsaCA, command.registrationsFile}) {
+        if (file) sandbox.read.emplace_back(*file);
+    }
+    if (command.asSigned) {
+        AsSignedFolder::make(*command.asSigned);
+        sandbox.write.emplace_back(*command.asSigned);
+    }
+    if (command.out) {
+        ResultFolder::make(*command.out);
+        sandbox.write.emplace_back(*command.out);
+    }
+    const bool isKept = command.keepsReports() || command.remembersKeys();
+    if (isKept || command.usesKeyBook()) allowUserData(sandbox, isKept ? UserData::made : UserData::asItIs);
+    const auto cache = cacheFolder();
+    if (sandbox.isNetworked && command.asksRegistries() && cache) {
+        try {
+            makeFolders(*cache);
+        } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+            // Without it a check goes on, too.
+        }
+        sandbox.write.push_back(*cache);
+    }
+    return sandbox;
+}
+
 /// One thread takes the next input and goes on to check it, while the next takes: as many as can. What comes
 /// of them goes to `output`.
 template <typename Output>
@@ -534,6 +571,10 @@ int CheckCommand::run() const {
         return 2;
     }
     try {
+        CheckFiles named(*this);
+        Sandbox sandbox = sandboxOf(*this);
+        named.allowIn(sandbox);
+        restricted(sandbox);
         std::optional<FileList> list;
         if (filesFrom)
             list.emplace(*filesFrom, areNamesZeroEnded ? FileList::Ends::zeroBytes : FileList::Ends::lines);
@@ -545,7 +586,7 @@ int CheckCommand::run() const {
         }
         const CheckSources from(*this);
         CheckInputs inputs(files, pasted, std::move(list));
-        CheckOutput output(*this, from, begun, inputs.expectedBytes());
+        CheckOutput output(*this, from, named, begun, inputs.expectedBytes());
         if (std::ranges::count(files, standardInput) > 0 && isatty(STDIN_FILENO) == 1) {
             writeProblem(reader.translate(
                 "Paste the message’s source, then press Enter and Ctrl-D. A terminal cuts off very long "

@@ -29,25 +29,31 @@ constexpr std::string_view recordingBegin = "{";
 
 }  // namespace
 
-CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, Date begun,
+CheckFiles::CheckFiles(const CheckCommand& command) {
+    if (command.csv) table.emplace(*command.csv);
+    if (command.record) recording.emplace(*command.record);
+    if (command.html) page.emplace(*command.html);
+}
+
+void CheckFiles::allowIn(Sandbox& sandbox) const {
+    for (const auto* each : {&table, &recording, &page}) {
+        if (*each) (*each)->allowIn(sandbox);
+    }
+}
+
+CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, CheckFiles& files, Date begun,
                          std::optional<std::uint64_t> expectedBytes)
     : m_command(command),
       m_from(from),
       m_begun(begun),
       m_expectedBytes(expectedBytes),
+      m_table(files.table),
+      m_recording(files.recording),
+      m_page(files.page),
       m_saver(command.reader) {
-    if (command.csv) {
-        m_table.emplace(*command.csv);
-        m_table->write(csvHeader(command.sha256 ? Digests::asked : Digests::leftOut));
-    }
-    if (command.record) {
-        m_recording.emplace(*command.record);
-        if (!m_recording->isStream()) m_recording->write(recordingBegin);
-    }
-    if (command.html) {
-        m_page.emplace(*command.html);
-        m_pageContent.emplace(command.reader);
-    }
+    if (m_table) m_table->write(csvHeader(command.sha256 ? Digests::asked : Digests::leftOut));
+    if (m_recording && !m_recording->isStream()) m_recording->write(recordingBegin);
+    if (m_page) m_pageContent.emplace(command.reader);
     const bool isTyped = std::ranges::count(command.files, "-") > 0 && isatty(STDIN_FILENO) == 1;
     if (canShowProgress() && !isTyped) m_progress.emplace(command.reader, expectedBytes);
 }

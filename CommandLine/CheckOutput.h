@@ -19,13 +19,22 @@
 
 namespace quillmark {
 
+/// The files that options of a check name, opened before anything is read: standard output is none.
+struct CheckFiles {
+    /// Throws `OutputFileError` when one can't be written.
+    explicit CheckFiles(const CheckCommand& command);
+    void allowIn(Sandbox& sandbox) const;
+
+    std::optional<OutputFile> table = {}, recording = {}, page = {};
+};
+
 /// Writes what comes of the messages that are checked, in their order: reports, tables, the history, and what
 /// the checks were told.
 class CheckOutput {
 public:
     /// `begun`: the run. `expectedBytes`: of all input, when that is known. Throws `OutputFileError` when a
-    /// file can't be written. `command` and `from` must outlive this.
-    CheckOutput(const CheckCommand& command, const CheckSources& from, Date begun,
+    /// file can't be written. `command`, `from` and `files` must outlive this.
+    CheckOutput(const CheckCommand& command, const CheckSources& from, CheckFiles& files, Date begun,
                 std::optional<std::uint64_t> expectedBytes);
 
     /// Ends the process when nothing more can be written; what was checked until then is kept.
@@ -63,7 +72,7 @@ private:
     const Date m_begun;
     const std::optional<std::uint64_t> m_expectedBytes;
     OutputFile m_output{"-"};
-    std::optional<OutputFile> m_table = {}, m_recording = {}, m_page = {};
+    std::optional<OutputFile>&m_table, &m_recording, &m_page;
     std::optional<Progress> m_progress = {};
     bool m_isFirst = true;
     std::atomic<std::int64_t> m_expectedOutcomes = 0;

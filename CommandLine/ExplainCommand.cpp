@@ -8,6 +8,7 @@
 namespace quillmark {
 
 int ExplainCommand::run() const {
+    endOnSignals();  // it reads nothing of anybody's
     std::string text;
     if (words.empty()) {
         for (const GlossaryEntry& each : glossary()) text += each.wordIn(reader) + '\n';

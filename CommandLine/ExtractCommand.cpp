@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "CommandLine/Output.h"
+#include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Quoted.h"
@@ -120,6 +121,7 @@ FoundMessage extracted(const ExtractCommand& command) {
 }  // namespace
 
 int ExtractCommand::run() const {
+    restricted({.read = {file}});
     try {
         if (writeOutput(extracted(*this).bytes.view())) return 0;
         writeProblem(

@@ -14,6 +14,7 @@
 #include <variant>
 
 #include "CommandLine/Output.h"
+#include "CommandLine/Restriction.h"
 #include "CommandLine/UserHistory.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -155,6 +156,9 @@ int recover(const HistoryCommand& command) {
 }  // namespace
 
 int HistoryCommand::run() const {
+    Sandbox sandbox{.read = {damagedFile}};
+    allowUserData(sandbox, action == Action::recover ? UserData::made : UserData::asItIs);
+    restricted(sandbox);
     try {
         switch (action) {
             case Action::list:

@@ -13,6 +13,7 @@
 #include "CommandLine/CheckInputs.h"
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
+#include "CommandLine/Restriction.h"
 #include "CommandLine/UserKeyBook.h"
 #include "QuillmarkKit/Checks/DKIM.h"
 #include "QuillmarkKit/Checks/KeyDerivation.h"
@@ -97,10 +98,8 @@ void show(const KeysCommand& command) {
     }
 }
 
-void exportKeys(const KeysCommand& command) {
-    const std::string text = keyListJSON(keysNamed(command));
-    OutputFile output(command.out);
-    output.write(text);
+void exportKeys(const KeysCommand& command, OutputFile& output) {
+    output.write(keyListJSON(keysNamed(command)));
     output.commit();
 }
 
@@ -335,8 +334,28 @@ void ask(const KeysCommand& command) {
     }
 }
 
+Sandbox sandboxOf(const KeysCommand& command) {
+    using Action = KeysCommand::Action;
+    Sandbox sandbox{
+        .read = command.action == Action::derive
+                    ? readable(command.files)
+                    : std::vector<std::filesystem::path>(command.files.begin(), command.files.end()),
+        .isNetworked = command.action == Action::ask};
+    const bool isAdded = command.action == Action::import || command.action == Action::ask;
+    if (command.action != Action::derive && command.action != Action::compare)
+        allowUserData(sandbox, isAdded ? UserData::made : UserData::asItIs);
+    return sandbox;
+}
+
 int done(const KeysCommand& command) {
     using Action = KeysCommand::Action;
+    Sandbox sandbox = sandboxOf(command);
+    std::optional<OutputFile> output;
+    if (command.action == Action::exportKeys) {
+        output.emplace(command.out);
+        output->allowIn(sandbox);
+    }
+    restricted(sandbox);
     switch (command.action) {
         case Action::list:
             list(command);
@@ -345,7 +364,7 @@ int done(const KeysCommand& command) {
             show(command);
             break;
         case Action::exportKeys:
-            exportKeys(command);
+            exportKeys(command, *output);
             break;
         case Action::import:
             for (const std::string& file : command.files)

@@ -551,6 +551,12 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     });
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");
+    app.add_flag("--verbose", commands.verbose, "With --version: print, too, what confines this program");
+    // Also behind a command.
+    app.fallthrough();
+    app.add_flag(
+        "--no-sandbox", commands.noSandbox,
+        "Keep all rights while messages are read, for where a file is refused that you may read or write");
     app.require_subcommand(1);
     addCheck(app, commands.check);
     addExplain(app, commands.explain);

@@ -29,6 +29,7 @@ struct Commands {
     SignCommand sign = {};
     SealCommand seal = {};
     StampCommand stamp = {};
+    bool verbose = false, noSandbox = false;
 };
 
 /// Defines every command and option, each with its help, which is in the reader's language. `commands` must

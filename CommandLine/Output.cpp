@@ -121,10 +121,13 @@ void occupyStandardDescriptors() {
     }
 }
 
-void endOnSignals() {
+void ignoreSignalsOfWriting() {
     signal(SIGPIPE,
            SIG_IGN);  // NOLINT(bugprone-*): a closed pipe or connection is an error where it is written
     signal(SIGXFSZ, SIG_IGN);  // NOLINT(bugprone-*): so is a file that may not grow
+}
+
+void endOnSignals() {
     sigset_t ours;
     sigemptyset(&ours);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {

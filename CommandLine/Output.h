@@ -45,6 +45,10 @@ void writeProblem(std::string_view message);
 /// program started: it would be read, or written into, in its place. Before any file is opened.
 void occupyStandardDescriptors();
 
+/// From now on writing where nobody reads any more, or into a file that may not grow, is an error and no
+/// signal.
+void ignoreSignalsOfWriting();
+
 /// How long a signal leaves what is being written the time to become whole.
 constexpr std::chrono::milliseconds timeToFinish{100};
 

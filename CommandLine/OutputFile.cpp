@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "CommandLine/Output.h"
+#include "CommandLine/Restriction.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -64,6 +65,10 @@ void OutputFile::write(std::string_view bytes) {
 
 void OutputFile::commit() {
     if (m_file) onFile(m_path, [this] { m_file->commitAsNew(); });
+}
+
+void OutputFile::allowIn(Sandbox& sandbox) const {
+    if (m_file) (m_file->isNamed() ? sandbox.write : sandbox.name).push_back(folderOf(m_path));
 }
 
 }  // namespace quillmark

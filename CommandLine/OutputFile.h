@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "QuillmarkKit/Support/Files.h"
+#include "Sandbox/Sandbox.h"
 #include "Wording/Reader.h"
 
 namespace quillmark {
@@ -45,6 +46,8 @@ public:
     void write(std::string_view bytes);
     /// The file is there from now on. Of a stream nothing is left to do.
     void commit();
+    /// Adds what that takes.
+    void allowIn(Sandbox& sandbox) const;
 
     static bool isStandardOutput(std::string_view path);
 

@@ -8,6 +8,7 @@
 
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
+#include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Version.h"
@@ -98,6 +99,9 @@ std::vector<std::string> contradictionLines(const std::vector<FixedAnswers::Cont
 int RecordingCommand::run() const {
     try {
         OutputFile output(out);
+        Sandbox sandbox{.read = {files.begin(), files.end()}};
+        output.allowIn(sandbox);
+        restricted(sandbox);
         output.write(recordingOf(merged(files, reader)));
         output.commit();
         return 0;

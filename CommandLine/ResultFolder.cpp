@@ -106,8 +106,10 @@ private:
 }  // namespace
 
 ResultFolder::ResultFolder(const CheckCommand& command)
-    : m_folder(*command.out), m_ways(digestOfWays(command)) {
-    onFile(*command.out, [this] { makeFolders(m_folder); });
+    : m_folder(*command.out), m_ways(digestOfWays(command)) {}
+
+void ResultFolder::make(const std::string& folder) {
+    onFile(folder, [&] { makeFolders(folder); });
 }
 
 ResultFolder::Place ResultFolder::placeOf(const InputPart& part) const {

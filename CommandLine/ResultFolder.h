@@ -25,9 +25,10 @@ namespace quillmark {
 /// would be made again.
 class ResultFolder {
 public:
-    /// Makes it when it isn't there. Throws `OutputFileError`, and `AnswersFileError` when a file with
-    /// answers can't be read. `command` must outlive this.
+    /// Throws `AnswersFileError` when a file with answers can't be read. `command` must outlive this.
     explicit ResultFolder(const CheckCommand& command);
+    /// Makes the folder where it is missing. Throws `OutputFileError`.
+    static void make(const std::string& folder);
 
     /// Where what comes of a part is, or will be.
     struct Place {

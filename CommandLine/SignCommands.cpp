@@ -16,6 +16,7 @@
 
 #include "CommandLine/Output.h"
 #include "CommandLine/OutputFile.h"
+#include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Support/Date.h"
@@ -27,6 +28,8 @@
 namespace quillmark {
 
 namespace {
+
+constexpr const char* terminalFile = "/dev/tty";
 
 constexpr std::string_view lineEnd = "\r\n";
 
@@ -81,7 +84,7 @@ void printRecord(const SigningKey& key, const Reader& reader, const std::string&
 
 /// What is typed at the terminal, unseen; nothing when there is none.
 std::optional<std::string> typed(const std::string& question) {
-    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+    const int terminal = open(terminalFile, O_RDWR | O_CLOEXEC | O_NOCTTY);
     if (terminal < 0) return std::nullopt;
     termios shown = {};
     tcgetattr(terminal, &shown);
@@ -159,6 +162,15 @@ SigningKey readKey(const KeyFile& file, const Reader& reader) {
     }
     warnOfReaders(file.path, reader);
     return *key;
+}
+
+/// For reading a key and a message, and asking for a passphrase at the terminal.
+void restrictToReading(const KeyFile& key, const std::optional<std::string>& message) {
+    Sandbox sandbox{.read = {key.path}, .write = {terminalFile}};
+    for (const auto& file : {key.passphraseFile, message}) {
+        if (file) sandbox.read.emplace_back(*file);
+    }
+    restricted(sandbox);
 }
 
 /// Of the key, its passphrase and the message only one can come from standard input.
@@ -250,6 +262,7 @@ void requireBodyOf(std::int64_t length, const MailMessage& message, Canonicaliza
 }  // namespace
 
 int KeygenCommand::run() const {
+    endOnSignals();  // it reads nothing of anybody's
     return exitStatus(reader, [&] {
         if (type != "rsa" && bits)
             throw Fault(argumentsAtFault, reader.translate("--bits is for RSA keys only"));
@@ -275,6 +288,7 @@ int KeygenCommand::run() const {
 }
 
 int RecordCommand::run() const {
+    restrictToReading(key, {});
     return exitStatus(reader, [&] {
         requireOneInput(key, std::nullopt, reader);
         printRecord(readKey(key, reader), reader);
@@ -282,6 +296,7 @@ int RecordCommand::run() const {
 }
 
 int SignCommand::run() const {
+    restrictToReading(key, file);
     return exitStatus(reader, [&] {
         const auto pair = CanonicalizationPair::parse(canonicalization);
         if (!pair) {
@@ -304,6 +319,7 @@ int SignCommand::run() const {
 }
 
 int SealCommand::run() const {
+    restrictToReading(key, file);
     return exitStatus(reader, [&] {
         Signer::ARCOptions options = {.domain = domain, .selector = selector, .results = results};
         options.time = signingTime(time, reader);

@@ -4,6 +4,7 @@
 
 #include "CommandLine/KeysCommand.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
@@ -35,13 +36,13 @@ std::string stampOf(HTTP& http, const std::string& url, std::string_view digest)
 
 std::string stampFileOf(const std::string& file) { return file + ".tsr"; }
 
-std::optional<std::string> stampLine(const std::string& file, const std::optional<std::string>& trusted,
-                                     const Reader& reader) {
-    const std::string beside = stampFileOf(file);
-    std::error_code error;
-    if (!std::filesystem::exists(beside, error)) return std::nullopt;
-    const std::string name = quillmark::quoted(file), stampName = quillmark::quoted(beside);
-    const auto reply = fileContents(beside, largestStamp), bytes = fileContents(file, largestFile);
+namespace {
+
+/// `stampLine` for what the file beside it holds.
+std::string lineOf(const std::optional<std::string>& reply, const std::string& file,
+                   const std::optional<std::string>& trusted, const Reader& reader) {
+    const std::string name = quillmark::quoted(file), stampName = quillmark::quoted(stampFileOf(file));
+    const auto bytes = fileContents(file, largestFile);
     const auto authorities = trusted ? fileContents(*trusted, largestStamp) : std::nullopt;
     const auto stamp =
         reply && bytes ? timeStamp(*reply, hash(HashAlgorithm::sha256, *bytes), authorities) : std::nullopt;
@@ -58,6 +59,16 @@ std::optional<std::string> stampLine(const std::string& file, const std::optiona
                             {name, quillmark::quoted(stamp->authority), reader.time(stamp->at)});
 }
 
+}  // namespace
+
+std::optional<std::string> stampLine(const std::string& file, const std::optional<std::string>& trusted,
+                                     const Reader& reader) {
+    const std::string beside = stampFileOf(file);
+    std::error_code error;
+    if (!std::filesystem::exists(beside, error)) return std::nullopt;
+    return lineOf(fileContents(beside, largestStamp), file, trusted, reader);
+}
+
 int StampCommand::run() const {
     const auto fail = [](const std::string& line, int status) {
         writeProblem(line);
@@ -68,21 +79,37 @@ int StampCommand::run() const {
                                      {quillmark::quoted(authority)}),
                     2);
     }
-    const auto bytes = fileContents(file, largestFile);
-    if (!bytes) return fail(reader.translate("“%1” can’t be read.", {quillmark::quoted(file)}), 1);
-    const std::string host = quillmark::quotedWord(hostOf(authority));
-    try {
-        HTTPEngine http(HTTPOptions::ofEnvironment());
-        createFile(stampFileOf(file), stampOf(http, authority, hash(HashAlgorithm::sha256, *bytes)));
-    } catch (const std::filesystem::filesystem_error& error) {
+    std::optional<FileReplacement> stampFile;
+    const auto unwritten = [&](const std::filesystem::filesystem_error& error) {
         return fail(reader.translate("The time stamp can’t be written: %1",
                                      {quillmark::quoted(reasonOf(error, reader))}),
                     1);
+    };
+    Sandbox sandbox{.read = {file}, .isNetworked = true};
+    if (trusted) sandbox.read.emplace_back(*trusted);
+    try {
+        stampFile.emplace(stampFileOf(file));
+        (stampFile->isNamed() ? sandbox.write : sandbox.name).push_back(folderOf(file));
+    } catch (const std::filesystem::filesystem_error& error) {
+        return unwritten(error);
+    }
+    restricted(sandbox);
+    const auto bytes = fileContents(file, largestFile);
+    if (!bytes) return fail(reader.translate("“%1” can’t be read.", {quillmark::quoted(file)}), 1);
+    const std::string host = quillmark::quotedWord(hostOf(authority));
+    std::string reply;
+    try {
+        HTTPEngine http(HTTPOptions::ofEnvironment());
+        reply = stampOf(http, authority, hash(HashAlgorithm::sha256, *bytes));
+        stampFile->write(reply);
+        stampFile->commitAsNew();
+    } catch (const std::filesystem::filesystem_error& error) {
+        return unwritten(error);
     } catch (const std::runtime_error& error) {  // of HTTP, or StampError
         return fail(reader.translate("%1 gave no time stamp: %2", {host, detailText(error.what(), reader)}),
                     1);
     }
-    writeOutput(forDisplay(stampLine(file, trusted, reader).value_or("")) + "\n");
+    writeOutput(forDisplay(lineOf(reply, file, trusted, reader)) + "\n");
     return 0;
 }
 

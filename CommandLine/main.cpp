@@ -8,6 +8,7 @@
 
 #include "CommandLine/Options.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/Restriction.h"
 #include "CommandLine/UsageProblem.h"
 #include "Wording/HistoryWording.h"
 
@@ -70,12 +71,21 @@ int main(int count, char** values) {
     try {
         app.parse(forParser(arguments, table));
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);  // help or version
+        if (error.get_exit_code() == 0) {  // help or version
+            const int status = app.exit(error);
+            if (!dynamic_cast<const CLI::CallForVersion*>(&error) || app.count("--verbose") == 0)
+                return status;
+            if (app.count("--no-sandbox") > 0) leaveOutSandbox(reader);
+            for (const std::string& line : sandboxLines(reader)) std::cout << line << '\n';
+            return status;
+        }
         writeProblem(usageProblem(table, arguments, app.remaining(true), error.what(), reader));
         return 2;
     }
-    endOnSignals();
-    auto& [check, explain, extract, history, keygen, keys, record, recording, sign, seal, stamp] = commands;
+    ignoreSignalsOfWriting();
+    if (commands.noSandbox) leaveOutSandbox(reader);
+    auto& [check, explain, extract, history, keygen, keys, record, recording, sign, seal, stamp, verbose,
+           noSandbox] = commands;
     check.reader = explain.reader = extract.reader = history.reader = keygen.reader = keys.reader =
         record.reader = stamp.reader = recording.reader = sign.reader = seal.reader = reader;
     if (outputHasColours()) check.layout.markers = Markers::coloured;
