@@ -250,6 +250,7 @@ class CallFilter {
 public:
     explicit CallFilter(const Sandbox& sandbox) {
         if (!m_filter) return;
+        seccomp_attr_set(m_filter.get(), SCMP_FLTATR_API_SYSRAWRC, 1);  // errors as they are
         add(always);
         add(ofNames);
         const bool mayWrite = !sandbox.write.empty();
