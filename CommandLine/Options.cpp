@@ -31,8 +31,6 @@ const std::vector<CommandTable::Example> examples = {
     {"quillmark check --json message.eml", forHelp("for another program to read")},
     {"quillmark check --record now.json message.eml", forHelp("--dns now.json repeats it")},
     {"quillmark extract Inbox.mbox 3 > m.eml", forHelp("one message of it")},
-    {"quillmark history list", forHelp("the reports that were kept")},
-    {"quillmark keygen --out key.pem", forHelp("a key for sign and seal")},
     {"quillmark sign --domain a.org --selector k --key key.pem m.eml", forHelp("sign")},
 };
 
@@ -551,12 +549,14 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     });
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "quillmark " QUILLMARK_VERSION, "Print the version");
-    app.add_flag("--verbose", commands.verbose, "With --version: print, too, what confines this program");
+    app.add_flag("--verbose", commands.verbose, "With --version: print, too, what confines this program")
+        ->group(seldom);
     // Also behind a command.
     app.fallthrough();
     app.add_flag(
-        "--no-sandbox", commands.noSandbox,
-        "Keep all rights while messages are read, for where a file is refused that you may read or write");
+           "--no-sandbox", commands.noSandbox,
+           "Keep all rights while messages are read, for where a file is refused that you may read or write")
+        ->group(seldom);
     app.require_subcommand(1);
     addCheck(app, commands.check);
     addExplain(app, commands.explain);
@@ -569,6 +569,9 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     addSign(app, commands.sign);
     addSeal(app, commands.seal);
     addStamp(app, commands.stamp);
+    app.set_help_all_flag("--help-all",
+                          forHelp("Print help on every option"))
+        ->group(seldom);  // each command has its own, or none
 }
 
 }  // namespace quillmark

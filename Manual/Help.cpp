@@ -67,12 +67,13 @@ std::string options(const CommandTable& command, HelpExtent extent) {
 }
 
 /// The commands, and what else there is: a `--help` they all have.
-std::string commands(const CommandTable& command) {
+std::string commands(const CommandTable& command, HelpExtent extent) {
     std::vector<Row> rows;
     rows.reserve(command.commands.size());
     for (const CommandTable& each : command.commands) rows.push_back({each.name, each.purpose});
     for (const OptionEntry& each : command.options) {
-        if (each.names.back() != "--help") rows.push_back({optionNames(each), each.purpose});
+        if (each.names.back() != "--help" && (extent == HelpExtent::all || !each.isSeldom))
+            rows.push_back({optionNames(each), each.purpose});
     }
     return columns(rows, 22);
 }
@@ -127,7 +128,7 @@ std::string helpText(const CommandTable& command, const std::string& path, const
                        paragraph(usage(command, path, words), screenWidth - indent.size(), indent.c_str()) +
                        '\n' + paragraph(command.purpose);
     text += command.commands.empty() ? "\n" + words.options + ":\n" + options(command, extent)
-                                     : "\n" + words.commands + ":\n" + commands(command);
+                                     : "\n" + words.commands + ":\n" + commands(command, extent);
     if (!command.examples.empty()) text += "\n" + words.examples + ":\n" + examples(command);
     if (extent == HelpExtent::usual && std::ranges::any_of(command.options, &OptionEntry::isSeldom))
         return text + "\n" + words.more + ": " + path + " --help-all\n";
