@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Wording.h"
 #include "Wording/Wrapped.h"
 
@@ -20,14 +20,11 @@ std::size_t rank(Tone tone) {
 /// A count, in a column of its own.
 std::string cell(std::int64_t count, const Reader& reader) {
     const std::string number = reader.number(count);
-    return std::string(countWidth - std::min(countWidth, number.size()), ' ') + number;
+    return std::string(countWidth - std::min(countWidth, columnsOf(number)), ' ') + number;
 }
 
 std::string heading(const std::string& text) {
-    const std::string line = text + "\n";
-    std::size_t width = 0;
-    for (std::string_view rest = text; !rest.empty(); ++width) takeScalar(rest);
-    return line + std::string(width, '-') + "\n";
+    return text + "\n" + std::string(columnsOf(text), '-') + "\n";
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
@@ -77,7 +78,8 @@ std::vector<ProofReport> meant(const HistoryCommand& command) {
 std::string line(const ProofReport& report, const Reader& reader) {
     const auto& from = report.summary.from;
     return report.id.text() + "  " + iso8601(report.checkedAt) + "  " +
-           std::string(marker(report.verdict.tone)) + " " + headline(report.verdict, reader) + "  <" +
+           std::string(marker(report.verdict.tone)) + " " +
+           isolated(headline(report.verdict, reader), reader.language) + "  <" +
            (from.empty() ? "" : forDisplay(cutInside(from.front().address, 100))) + ">  “" +
            forDisplay(report.summary.subject, 100) + "”";
 }
@@ -89,7 +91,7 @@ void write(const std::string& text, const Reader& reader) {
 }
 
 void write(const std::vector<std::string>& lines, const Reader& reader) {
-    for (const std::string& line : lines) write(forDisplay(line) + "\n", reader);
+    for (const std::string& line : lines) write(inertLine(line, reader.language) + "\n", reader);
 }
 
 /// Whether the user, who is asked, says yes.
@@ -99,7 +101,7 @@ bool isConfirmed(const HistoryContents& contents, const Reader& reader) {
     }
     std::string question;
     for (const std::string& line : historyClearQuestion(contents, reader))
-        question += (question.empty() ? "" : "\n") + forDisplay(line);
+        question += (question.empty() ? "" : "\n") + inertLine(line, reader.language);
     std::cerr << question << ' ' << reader.translate("[y/N]") << ' ' << std::flush;
     std::string answer;
     std::getline(std::cin, answer);

@@ -26,6 +26,7 @@
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Details.h"
+#include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/KeyWording.h"
 #include "Wording/Quoted.h"
@@ -82,7 +83,7 @@ std::vector<KnownKey> keysNamed(const KeysCommand& command) {
 
 void list(const KeysCommand& command) {
     for (const KnownKey& key : keysNamed(command))
-        write(forDisplay(keyLine(key, command.reader)) + "\n", command.reader);
+        write(inertLine(keyLine(key, command.reader), command.reader.language) + "\n", command.reader);
 }
 
 void show(const KeysCommand& command) {
@@ -94,7 +95,7 @@ void show(const KeysCommand& command) {
     if (command.json) return write(keyListJSON(keys), command.reader);
     for (const KnownKey& key : keys) {
         for (const std::string& line : keyLines(key, command.reader))
-            write(forDisplay(line) + "\n", command.reader);
+            write(inertLine(line, command.reader.language) + "\n", command.reader);
     }
 }
 
@@ -117,9 +118,10 @@ KeyList listIn(const std::string& file, const Reader& reader) {
 
 void import(const KeyList& added, const std::string& file, const Reader& reader) {
     const std::size_t count = withBook(reader, [&](const KeyBook& book) { return book.add(added.keys); });
-    write(forDisplay(reader.translateCount("%n key of “%1” was added to your key book.",
-                                           "%n keys of “%1” were added to your key book.",
-                                           static_cast<std::int64_t>(count), {quillmark::quoted(file)})) +
+    write(inertLine(reader.translateCount("%n key of “%1” was added to your key book.",
+                                          "%n keys of “%1” were added to your key book.",
+                                          static_cast<std::int64_t>(count), {quillmark::quoted(file)}),
+                    reader.language) +
               "\n",
           reader);
     if (added.passedOver > 0) {
@@ -238,7 +240,7 @@ int derive(const KeysCommand& command) {
         clearProgress();
         for (const std::string& line :
              derivedKeyLines(keys.back(), key.signatures.size(), key.bits, command.reader))
-            write(forDisplay(line) + "\n", command.reader);
+            write(inertLine(line, command.reader.language) + "\n", command.reader);
     };
     bool isComplete = false;
     try {
@@ -290,10 +292,11 @@ int compare(const KeysCommand& command) {
         const auto same = other.find(print);
         if (same == other.end()) continue;
         isAny = true;
-        write(forDisplay(command.reader.translate(
-                  "Both have the key with the fingerprint %1: “%2” as %3, “%4” as %5.",
-                  {print, quillmark::quoted(command.files[0]), quotedWord(name),
-                   quillmark::quoted(command.files[1]), quotedWord(same->second)})) +
+        write(inertLine(command.reader.translate(
+                            "Both have the key with the fingerprint %1: “%2” as %3, “%4” as %5.",
+                            {print, quillmark::quoted(command.files[0]), quotedWord(name),
+                             quillmark::quoted(command.files[1]), quotedWord(same->second)}),
+                        command.reader.language) +
                   "\n",
               command.reader);
     }

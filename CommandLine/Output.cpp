@@ -14,6 +14,9 @@
 #include <utility>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Direction.h"
+#include "Wording/Reader.h"
 #include "Wording/Wrapped.h"
 
 namespace quillmark {
@@ -57,16 +60,24 @@ std::size_t widthOf(int descriptor) {
     return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-/// As much of the text as stands in one line of the terminal. Wide characters are left out of account, as
-/// there are none in our own words.
-std::string_view fitting(std::string_view text, int descriptor) {
+/// As much of the text as stands in one line of the terminal.
+std::string fitting(std::string text, int descriptor) {
     const std::size_t width = widthOf(descriptor);
     if (width == 0) return text;
     std::string_view rest = text;
     // The last column stays empty: some terminals go on to the next line there.
-    for (std::size_t column = 1; column < width && !rest.empty(); ++column) takeScalar(rest);
-    return text.substr(0, text.size() - rest.size());
+    for (std::size_t column = 1; !rest.empty();) {
+        std::string_view behind = rest;
+        column += static_cast<std::size_t>(columnsOf(takeScalar(behind)));
+        if (column > width) break;
+        rest = behind;
+    }
+    text.resize(text.size() - rest.size());
+    return text;
 }
+
+/// What is said on standard error has the language of the environment, as everything that this program says.
+std::string ownLine(std::string_view line) { return inertLine(line, Reader::ofEnvironment().language); }
 
 }  // namespace
 
@@ -98,7 +109,7 @@ void showProgress(std::string_view line) {
     const std::lock_guard lock(outputMutex);
     takeProgressAway();
     isProgressShown = true;
-    writeAll(STDERR_FILENO, fitting(forDisplay(line), STDERR_FILENO));
+    writeAll(STDERR_FILENO, fitting(ownLine(line), STDERR_FILENO));
 }
 
 void clearProgress() {
@@ -109,7 +120,7 @@ void clearProgress() {
 void writeProblem(std::string_view message) {
     const auto lock = outputForAWhile();
     takeProgressAway();
-    const std::string line = "quillmark: " + forDisplay(message);
+    const std::string line = "quillmark: " + ownLine(message);
     // There is nobody left to tell if it fails.
     writeAll(STDERR_FILENO, wrapped(line, 0, widthOf(STDERR_FILENO)) + "\n");
 }

@@ -16,7 +16,9 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Version.h"
 #include "Settings/CurrentTime.h"
+#include "Wording/Direction.h"
 #include "Wording/Quoted.h"
+#include "Wording/Reader.h"
 
 namespace quillmark {
 
@@ -165,7 +167,8 @@ void ResultFile::commit(const std::optional<std::string>& recording) {
     });
     onFile(m_place.problems, [&] {
         std::string lines;
-        for (const std::string& line : m_problems) lines += forDisplay(line) + '\n';
+        for (const std::string& line : m_problems)
+            lines += inertLine(line, Reader::ofEnvironment().language) + '\n';
         // Of a run that ended before its result was in place there may be others.
         lines.empty() ? void(std::filesystem::remove(m_place.problems))
                       : replaceFile(m_place.problems, lines);

@@ -10,6 +10,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/TimeStamp.h"
 #include "Wording/Details.h"
+#include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 
@@ -109,7 +110,7 @@ int StampCommand::run() const {
         return fail(reader.translate("%1 gave no time stamp: %2", {host, detailText(error.what(), reader)}),
                     1);
     }
-    writeOutput(forDisplay(lineOf(reply, file, trusted, reader)) + "\n");
+    writeOutput(inertLine(lineOf(reply, file, trusted, reader), reader.language) + "\n");
     return 0;
 }
 

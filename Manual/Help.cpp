@@ -2,17 +2,13 @@
 
 #include <algorithm>
 
+#include "QuillmarkKit/Support/Unicode.h"
+
 namespace quillmark {
 
 namespace {
 
 constexpr std::size_t screenWidth = 80;
-
-/// Characters of UTF-8.
-std::size_t widthOf(std::string_view text) {
-    return static_cast<std::size_t>(std::ranges::count_if(
-        text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-}
 
 struct Row {
     std::string left, right;
@@ -22,14 +18,14 @@ struct Row {
 std::string columns(const std::vector<Row>& rows, std::size_t widest) {
     std::size_t width = 0;
     for (const Row& row : rows) {
-        if (widthOf(row.left) <= widest) width = std::max(width, widthOf(row.left));
+        if (columnsOf(row.left) <= widest) width = std::max(width, columnsOf(row.left));
     }
     const std::size_t indent = width + 4;
     std::string text;
     for (const Row& row : rows) {
         text += "  " + row.left;
-        const std::size_t end = widthOf(row.left) + 2;
-        if (end + 2 > indent && end + 2 + widthOf(row.right) <= screenWidth) {
+        const std::size_t end = columnsOf(row.left) + 2;
+        if (end + 2 > indent && end + 2 + columnsOf(row.right) <= screenWidth) {
             text += "  " + row.right + '\n';
             continue;
         }
@@ -92,13 +88,17 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width) {
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));
-        std::string& line = lines.back();
-        if (line.empty()) {
-            line = word;
-        } else if (widthOf(line) + 1 + widthOf(word) <= width) {
-            line.append(1, ' ').append(word);
-        } else {
-            lines.emplace_back(word);
+        std::size_t blank = 1;
+        for (const std::string_view piece : piecesOf(word)) {
+            std::string& line = lines.back();
+            if (line.empty()) {
+                line = piece;
+            } else if (columnsOf(line) + blank + columnsOf(piece) <= width) {
+                line.append(blank, ' ').append(piece);
+            } else {
+                lines.emplace_back(piece);
+            }
+            blank = 0;
         }
     }
     return lines;
@@ -123,7 +123,7 @@ std::string usage(const CommandTable& command, const std::string& path, const He
 
 std::string helpText(const CommandTable& command, const std::string& path, const HelpWords& words,
                      HelpExtent extent) {
-    const std::string begin = words.usage + ": ", indent(widthOf(begin), ' ');
+    const std::string begin = words.usage + ": ", indent(columnsOf(begin), ' ');
     std::string text = begin +
                        paragraph(usage(command, path, words), screenWidth - indent.size(), indent.c_str()) +
                        '\n' + paragraph(command.purpose);

@@ -47,10 +47,12 @@ struct NoMessage : std::runtime_error {
 
 Reader readerOf(std::string_view language) {
     Reader reader;
-    if (language == "de") {
-        reader.language = Language::german;
-    } else if (language != "en") {
-        throw py::value_error("language is \"en\" or \"de\"");
+    reader.language = languageOf(language);
+    if (language != factsOf(reader.language).code) {
+        std::string known;
+        for (const Language each : allLanguages())
+            known += (known.empty() ? "\"" : ", \"") + std::string(factsOf(each).code) + '"';
+        throw py::value_error("language is one of " + known);
     }
     return reader;
 }

@@ -11,6 +11,7 @@
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Settings/ChosenResolver.h"
+#include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/KeyWording.h"
 #include "Wording/Wording.h"
@@ -64,7 +65,7 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
     });
     connect(&m_history, &HistoryKeeper::failed, this, &AppModel::showProblem);
     connect(&m_history, &HistoryKeeper::madeUpFor, this, [this](const std::string& line) {
-        if (m_problem == forDisplay(line)) dismissProblem();
+        if (m_problem == inertLine(line, m_reader.language)) dismissProblem();
     });
     connect(&m_history, &HistoryKeeper::recovered, this, &AppModel::showProblem);
     connect(&m_history, &HistoryKeeper::setAside, this, [this](const std::filesystem::path& damaged) {
@@ -164,7 +165,8 @@ UUID AppModel::paste(std::string_view text) {
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
     const auto taken = messageIn(ByteBuffer(pastedText(text).source), ParseMode::lenient);
     const auto* refusal = std::get_if<Refusal>(&taken);
-    return refusal ? std::optional(forDisplay(problemLine(*refusal, {}, m_reader))) : std::nullopt;
+    return refusal ? std::optional(inertLine(problemLine(*refusal, {}, m_reader), m_reader.language))
+                   : std::nullopt;
 }
 
 void AppModel::refuse(std::string_view line) {
@@ -330,7 +332,7 @@ void AppModel::endCheck(const UUID& check, Burst& burst) {
         const bool isTold = done.refused == 1;  // the one that was refused has its own line already
         const std::string line = isTold ? done.refusal : noMessageLine(own.name.value_or(""), m_reader);
         if (!isTold) burst.tell(done.number, line);
-        burst.refusals.emplace(done.row, forDisplay(line));
+        burst.refusals.emplace(done.row, inertLine(line, m_reader.language));
     } else {
         own.id = check;  // which has a report now
     }
@@ -487,7 +489,7 @@ void AppModel::dismissSheet() {
 }
 
 void AppModel::showProblem(std::string_view line) {
-    m_problem = forDisplay(line);
+    m_problem = inertLine(line, m_reader.language);
     m_damagedHistory = std::nullopt;
     m_problemNumber = 0;
     emit problemChanged();

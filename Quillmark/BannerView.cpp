@@ -133,6 +133,12 @@ DomainText::DomainText(const DomainIdentity& identity, double scale, QWidget* pa
     : PlainText({}, parent), m_points(font().pointSizeF() * scale) {
     const QString before = isolatedRuns(identity.before), registrable = isolatedRuns(identity.registrable);
     m_before = before.size();
+    if (QGuiApplication::isRightToLeft()) {
+        QTextOption option = document()->defaultTextOption();
+        option.setTextDirection(Qt::LeftToRight);
+        option.setAlignment(Qt::AlignRight | Qt::AlignAbsolute);
+        document()->setDefaultTextOption(option);
+    }
     setFont(scaled(font(), scale, QFont::Bold));
     setContents(before + registrable);
     setAccessibleName(withoutIsolation(toPlainText()));
@@ -189,8 +195,8 @@ QString BannerView::spoken() const {
     const auto& expectation = m_content.expectation;
     const bool isOther = expectation && !expectation->answer.whatToDo.empty();
     parts << m_words("What to do: %1",
-                     isOther ? isolatedRuns(expectation->answer.whatToDo) : m_content.whatToDo);
-    if (expectation) parts << isolatedRuns(expectation->answer.text);
+                     isOther ? m_words.sentence(expectation->answer.whatToDo) : m_content.whatToDo);
+    if (expectation) parts << m_words.sentence(expectation->answer.text);
     return withoutIsolation(parts.join(QStringLiteral(". ")));
 }
 
@@ -386,7 +392,8 @@ void BannerView::setExpectation(const std::optional<ReportExpectation>& expectat
     m_content.expectation = expectation;
     showAnswer();
     setAccessibleName(spoken());
-    const QString answer = expectation ? withoutIsolation(isolatedRuns(expectation->answer.text)) : QString();
+    const QString answer =
+        expectation ? withoutIsolation(m_words.sentence(expectation->answer.text)) : QString();
     m_field->setAccessibleDescription(answer);
     QAccessibleEvent changed(m_field, QAccessible::DescriptionChanged);
     QAccessible::updateAccessibility(&changed);
@@ -395,7 +402,7 @@ void BannerView::setExpectation(const std::optional<ReportExpectation>& expectat
 void BannerView::showAnswer() {
     delete std::exchange(m_answer, nullptr);
     const auto& expectation = m_content.expectation;
-    const QString other = expectation ? isolatedRuns(expectation->answer.whatToDo) : QString();
+    const QString other = expectation ? m_words.sentence(expectation->answer.whatToDo) : QString();
     m_whatToDo->setContents(other.isEmpty() ? m_content.whatToDo : other);
     m_expectation->setTone(expectation ? std::optional(expectation->answer.tone) : std::nullopt);
     if (!expectation) return;
@@ -406,7 +413,7 @@ void BannerView::showAnswer() {
     across->addWidget(new ToneBadge(answer.tone, 1.5, m_words), 0, Qt::AlignTop);
     auto* texts = new QVBoxLayout;
     across->addLayout(texts, 1);
-    auto* said = text(isolatedRuns(answer.text), 1.1, QFont::DemiBold);
+    auto* said = text(m_words.sentence(answer.text), 1.1, QFont::DemiBold);
     said->setObjectName(QStringLiteral("answer"));
     texts->addWidget(said);
     if (!answer.found.empty()) {

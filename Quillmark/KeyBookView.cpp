@@ -54,7 +54,7 @@ void KeyBookView::withBook(Use use) {
     try {
         use();
     } catch (const std::exception& error) {
-        m_details->setContents(isolatedRuns(keyBookProblem(error, m_book.url, m_words.reader)));
+        m_details->setContents(m_words.sentence(keyBookProblem(error, m_book.url, m_words.reader)));
     }
 }
 

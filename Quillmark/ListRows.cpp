@@ -75,7 +75,7 @@ void sortRows(std::vector<ListEntry>& rows, const ListChoice& choice, const Read
         return sortBy(reports, choice.order,
                       [&](const ListEntry& each) { return sortNumber(*each.report, choice.column); });
     }
-    QCollator collator(reader.language == Language::german ? QLocale::German : QLocale::English);
+    QCollator collator{QLocale(QString::fromLatin1(factsOf(reader.language).tag))};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     collator.setNumericMode(true);  // "message 2" before "message 12"
     sortBy(reports, choice.order, [&](const ListEntry& each) {

@@ -45,6 +45,8 @@ constexpr std::size_t mostLookups = 500;
 constexpr std::size_t mostRecords = 20;  // of one lookup
 const QColor ink(0x1a, 0x1a, 0x1a), fadedInk(0x55, 0x55, 0x55), rule(0xcc, 0xcc, 0xcc);
 
+bool isRightToLeft(const Words& words) { return factsOf(words.reader.language).isRightToLeft; }
+
 /// The drawing of the way, as a letter of the text is.
 class WayObject : public QObject, public QTextObjectInterface {
     Q_OBJECT
@@ -53,7 +55,7 @@ public:
     static constexpr int type = QTextFormat::UserObject + 1;
 
     WayObject(const Way& way, const QFont& font, QPaintDevice* device, double width, const Words& words)
-        : m_picture(way, font, device, words), m_width(width) {}
+        : m_picture(way, font, device, words), m_width(width), m_isRightToLeft(isRightToLeft(words)) {}
 
     QSizeF intrinsicSize(QTextDocument*, int, const QTextFormat&) override {
         return {m_width, m_picture.heightForWidth(m_width)};
@@ -62,13 +64,14 @@ public:
         painter->save();
         QPalette paper(Qt::white);
         paper.setColor(QPalette::Text, ink);
-        m_picture.paint(*painter, rect.topLeft(), m_width, paper);
+        m_picture.paint(*painter, rect.topLeft(), m_width, paper, m_isRightToLeft);
         painter->restore();
     }
 
 private:
     WayPicture m_picture;
     double m_width;
+    bool m_isRightToLeft;
 };
 
 /// Blocks that pieces, and those that pages begin with, by their numbers, rising.
@@ -127,6 +130,7 @@ public:
         table.setCellPadding(1.5);
         table.setCellSpacing(0);
         table.setTopMargin(3);
+        if (isRightToLeft(m_words)) table.setLayoutDirection(Qt::RightToLeft);
         table.setWidth(QTextLength(QTextLength::PercentageLength, 100));
         table.setColumnWidthConstraints(
             {QTextLength(QTextLength::PercentageLength, 26), QTextLength(QTextLength::PercentageLength, 74)});
@@ -182,7 +186,7 @@ public:
 private:
     void indented(double by) {
         QTextBlockFormat format = m_cursor.blockFormat();
-        format.setLeftMargin(by);
+        isRightToLeft(m_words) ? format.setRightMargin(by) : format.setLeftMargin(by);
         m_cursor.setBlockFormat(format);
     }
     static QTextCharFormat format(double points, QFont::Weight weight, const QColor& color) {
@@ -230,8 +234,8 @@ Beginnings compose(QTextDocument& document, const ReportContent& content, const 
     QString whatToDo = content.whatToDo;
     if (content.expectation) {
         const ExpectedAnswer& answer = content.expectation->answer;
-        set.note({answer.tone, isolatedRuns(answer.text)});
-        if (!answer.whatToDo.empty()) whatToDo = isolatedRuns(answer.whatToDo);
+        set.note({answer.tone, words.sentence(answer.text)});
+        if (!answer.whatToDo.empty()) whatToDo = words.sentence(answer.whatToDo);
     }
     set.paragraph(words("What to do: %1", whatToDo), 10.5, QFont::DemiBold, ink, 8);
     const ReportSection* message = messageOf(content);
@@ -245,7 +249,7 @@ Beginnings compose(QTextDocument& document, const ReportContent& content, const 
     set.facts(frame.record);
     set.beginPiece();
     set.heading(words("For whoever is given this page"));
-    for (const std::string& each : forWhoeverIsGivenIt(words.reader)) set.paragraph(isolatedRuns(each), 10);
+    for (const std::string& each : forWhoeverIsGivenIt(words.reader)) set.paragraph(words.sentence(each), 10);
     bool isFirstSection = true;
     for (const ReportSection& section : content.sections) {
         if (&section == message && section.notes.empty()) continue;
@@ -358,7 +362,9 @@ QFont withSingleLetters(QFont font) {
     return font;
 }
 
-void drawFooter(QPainter& painter, const QRectF& area, const QString& left, const QString& right) {
+/// One text at the begin of the line and one at its end.
+void drawFooter(QPainter& painter, const QRectF& area, const QString& begin, const QString& end,
+                bool isMirrored) {
     painter.setPen(rule);
     painter.drawLine(area.topLeft(), area.topRight());
     painter.setPen(fadedInk);
@@ -367,11 +373,14 @@ void drawFooter(QPainter& painter, const QRectF& area, const QString& left, cons
     font = withSingleLetters(font);
     painter.setFont(font);
     const QFontMetricsF metrics(font, painter.device());
-    const double room = area.width() - metrics.horizontalAdvance(right + QStringLiteral("    "));
+    const double other = metrics.horizontalAdvance(end + QStringLiteral("    "));
+    const int direction = isMirrored ? Qt::TextForceRightToLeft : Qt::TextForceLeftToRight;
+    const Qt::Alignment atBegin = Qt::AlignBottom | (isMirrored ? Qt::AlignRight : Qt::AlignLeft);
+    const Qt::Alignment atEnd = Qt::AlignBottom | (isMirrored ? Qt::AlignLeft : Qt::AlignRight);
     // In two lines where it needs them: what it ends with is a domain.
-    painter.drawText(QRectF(area.left(), area.top(), room, area.height()),
-                     Qt::AlignLeft | Qt::AlignBottom | Qt::TextWrapAnywhere, left);
-    painter.drawText(area, Qt::AlignRight | Qt::AlignBottom | Qt::TextSingleLine, right);
+    painter.drawText(area.adjusted(isMirrored ? other : 0, 0, isMirrored ? 0 : -other, 0),
+                     static_cast<int>(atBegin) | Qt::TextWrapAnywhere | direction, begin);
+    painter.drawText(area, static_cast<int>(atEnd) | Qt::TextSingleLine | direction, end);
 }
 
 /// Names that Windows keeps for devices, whatever follows the first dot.
@@ -420,7 +429,7 @@ std::vector<ReportFact> lookupsOf(const CheckedMessage& checked, const Words& wo
         for (const auto* record : {&checked.failures->dns, &checked.failures->registrations}) {
             for (const auto& [question, entry] : record->entries()) {
                 add(question,
-                    words("couldn’t be asked for: %1", isolatedRuns(detailText(entry.value, words.reader))),
+                    words("couldn’t be asked for: %1", words.sentence(detailText(entry.value, words.reader))),
                     {});
             }
         }
@@ -442,7 +451,7 @@ std::vector<TextBlock> changesOf(const ReportNote& note, const SignedText* text,
     for (const std::string& each : details(note, words.reader)) {
         constexpr std::string_view bar = "  | ";
         if (!each.starts_with(bar)) {
-            changes.push_back({TextBlock::Look::quiet, {}, isolatedRuns(trimmedBlanks(each)), {}});
+            changes.push_back({TextBlock::Look::quiet, {}, words.sentence(trimmedBlanks(each)), {}});
             continue;
         }
         changes.back().look = TextBlock::Look::marked;
@@ -475,7 +484,7 @@ PDFFrame frameOf(const ProofReport& report, const std::optional<CheckedMessage>&
     Verdict named = report.verdict;  // with domains that a line has room for
     for (std::string* each : {&named.domain, &named.fromDomain}) *each = cutInside(*each, longestInTitle);
     frame.title =
-        withoutIsolation(words("Quillmark report: %1", isolatedRuns(headline(named, words.reader))));
+        withoutIsolation(words("Quillmark report: %1", words.sentence(headline(named, words.reader))));
     frame.isLetter = QLocale().measurementSystem() == QLocale::ImperialUSSystem;
     frame.record = {{words("Checked"), words.time(report.checkedAt)},
                     {words("Checked with"), words("Quillmark %1", QCoreApplication::applicationVersion())}};
@@ -558,6 +567,7 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
     document.setDefaultFont(withSingleLetters(document.defaultFont()));
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    if (isRightToLeft(words)) option.setTextDirection(Qt::RightToLeft);
     document.setDefaultTextOption(option);
     document.documentLayout()->setPaintDevice(&writer);
     const double footer = footerMillimetres / 25.4 * dotsPerInch;
@@ -584,10 +594,11 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
                                                pages[i].bottom - pages[i].top - 2 * least));
         painter.restore();
         drawFooter(painter, QRectF(0, page.height() + footer / 3, page.width(), footer * 2 / 3), frame.title,
-                   words("Page %1 of %2", QString::number(i + 1), QString::number(pages.size())));
+                   words("Page %1 of %2", QString::number(i + 1), QString::number(pages.size())),
+                   isRightToLeft(words));
     }
     painter.end();
-    return withLanguage(bytes, words.reader.language == Language::german ? "de" : "en");
+    return withLanguage(bytes, factsOf(words.reader.language).tag);
 }
 
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,

@@ -86,6 +86,7 @@ QFont scaled(QFont font, double factor, QFont::Weight weight) {
 double layOut(QTextLayout& layout, double width, Qt::Alignment alignment) {
     QTextOption option(alignment);
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    if (QGuiApplication::isRightToLeft()) option.setTextDirection(Qt::RightToLeft);
     layout.setTextOption(option);
     double height = 0;
     layout.beginLayout();

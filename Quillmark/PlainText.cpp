@@ -1,6 +1,7 @@
 #include "Quillmark/PlainText.h"
 
 #include <QFocusEvent>
+#include <QGuiApplication>
 #include <QMimeData>
 #include <QPainter>
 #include <QTextBlock>
@@ -23,6 +24,12 @@ PlainText::PlainText(const QString& text, QWidget* parent) : QTextEdit(parent) {
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    // A sentence of such a language may begin with a domain or an abbreviation, which Qt would go by.
+    if (QGuiApplication::isRightToLeft()) {
+        QTextOption option = document()->defaultTextOption();
+        option.setTextDirection(Qt::RightToLeft);
+        document()->setDefaultTextOption(option);
+    }
     setTabChangesFocus(true);
     setAcceptDrops(false);
     // A report holds dozens of these: with the keyboard one walks from command to command, and a click or the

@@ -32,6 +32,7 @@
 #include "Settings/UserFolders.h"
 #include "WindowBaseline/CloseGuard.h"
 #include "WindowBaseline/WindowReader.h"
+#include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/MailboxReport.h"
 #include "Wording/NoteSentences.h"
@@ -150,16 +151,16 @@ void QuillmarkApp::connectModel() {
     connect(&m_model, &AppModel::selectionChanged, this, [this] { m_selectionTimer.start(); });
     connect(&m_model, &AppModel::sheetChanged, this, &QuillmarkApp::refreshSheet);
     const auto showProblem = [this] {
-        m_window.setProblem(isolatedRuns(m_model.problem().value_or("")),
+        m_window.setProblem(m_words.sentence(m_model.problem().value_or("")),
                             m_model.damagedHistory().has_value());
     };
     connect(&m_model, &AppModel::problemChanged, this, showProblem);
     connect(&m_model, &AppModel::historyCleared, this, [this](const std::string& outcome) {
         if (!m_settings || !m_settings->isVisible()) return m_model.showProblem(outcome);
         m_model.dismissProblem();  // which may speak of what has gone now
-        m_settings->showOutcome(isolatedRuns(outcome));
+        m_settings->showOutcome(m_words.sentence(outcome));
     });
-    const auto showUnsaved = [this] { m_window.setUnsaved(isolatedRuns(m_model.unsaved())); };
+    const auto showUnsaved = [this] { m_window.setUnsaved(m_words.sentence(m_model.unsaved())); };
     connect(&m_model, &AppModel::historyChanged, this, showUnsaved);
     showUnsaved();
     connect(&m_model, &AppModel::progressChanged, this, [this] {
@@ -209,7 +210,7 @@ void QuillmarkApp::refreshSelection() {
         if (checked) path = receivedPath(*checked);
         ReportContent content = reportContent(*report, path, {}, m_words);
         if (m_model.settings().keepHistory)
-            content.known = isolatedRuns(knownInWords(*report, m_model.history(), m_words.reader));
+            content.known = m_words.sentence(knownInWords(*report, m_model.history(), m_words.reader));
         content.expectation = expectationOf(*report);
         if (checked && checked->answers) {
             if (const QString from = answersFrom(*checked->answers, m_words); !from.isEmpty())
@@ -222,7 +223,7 @@ void QuillmarkApp::refreshSelection() {
             row && row->name ? shown(*row->name) : m_words("Pasted source"),
             row && row->stopped ? stopRemark(*row->stopped, m_words) : m_words("Checking…"));
     } else if (!report) {
-        m_window.showRefusal(isolatedRuns(m_model.refusal().value_or("")));
+        m_window.showRefusal(m_words.sentence(m_model.refusal().value_or("")));
         offerClipboard();
     }
     m_shown = report;
@@ -346,7 +347,7 @@ void QuillmarkApp::refreshSheet() {
         connect(sheet, &PasteView::submitted, this, [this, sheet](const std::string& text) {
             const auto refusal = m_model.whyNotPasted(text);
             m_model.paste(text);
-            refusal ? sheet->refuse(isolatedRuns(*refusal)) : sheet->accept();
+            refusal ? sheet->refuse(m_words.sentence(*refusal)) : sheet->accept();
         });
         m_sheet = sheet;
     } else {
@@ -712,8 +713,8 @@ void QuillmarkApp::showMessageText(MessageTextView::Page page, std::size_t undon
     std::vector<MessageTextView::Signature> signatures;
     for (const ReportNote* note : undoneNotes(*report)) {
         const auto& value = std::get<ReportNote::Undone>(note->value);
-        signatures.push_back(
-            {isolatedRuns(quotedDomain(value.domain)), isolatedRuns(sentence(*note, m_words.reader))});
+        signatures.push_back({m_words.sentence(isolated(quotedDomain(value.domain), m_words.reader.language)),
+                              m_words.sentence(sentence(*note, m_words.reader))});
     }
     m_reading.request_stop();
     m_reading = {};
@@ -755,7 +756,8 @@ void QuillmarkApp::showSettings() {
     connect(&m_model, &AppModel::historyContentsRead, view, [this, view](const HistoryContents& contents) {
         if (contents.isEmpty()) return m_model.clearHistory(contents);
         QStringList what;
-        for (const std::string& line : historyToClear(contents, m_words.reader)) what << isolatedRuns(line);
+        for (const std::string& line : historyToClear(contents, m_words.reader))
+            what << m_words.sentence(line);
         view->askWhetherToClear(what.join(u'\n'), [this, contents] { m_model.clearHistory(contents); });
     });
     connect(view, &SettingsView::welcomeWanted, this,

@@ -6,6 +6,7 @@
 
 #include "Wording/Banner.h"
 #include "Wording/Details.h"
+#include "Wording/Direction.h"
 #include "Wording/Findings.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -19,7 +20,9 @@ namespace {
 
 constexpr std::size_t longestAside = 60;  // bytes
 
-ReportLine remark(const Remark& remark) { return {remark.tone, isolatedRuns(remark.text)}; }
+ReportLine remark(const Remark& remark, const Words& words) {
+    return {remark.tone, words.sentence(remark.text)};
+}
 
 /// Whether a check could do better when it is made again with the network at hand.
 bool hasFailedLookup(const ProofReport& report) {
@@ -52,7 +55,9 @@ private:
     using Facts = std::vector<ReportFact>;
 
     QString text(std::string_view text) const { return shown(text, m_caps.text); }
-    QString domain(std::string_view domain) const { return isolatedRuns(quotedDomain(domain)); }
+    QString domain(std::string_view domain) const {
+        return m_words.sentence(isolated(quotedDomain(domain), m_words.reader.language));
+    }
     QString addresses(const std::vector<MailAddress>& list) const;
     QString names(const std::vector<std::string>& list) const;
     void add(Facts& facts, std::string_view name, const QString& value) const {
@@ -63,7 +68,7 @@ private:
     }
     void addReason(Facts& facts, const std::optional<std::string>& detail) const {
         if (!detail || detail->empty()) return;
-        add(facts, toTranslate("Reason"), isolatedRuns(detailText(*detail, m_words.reader)));
+        add(facts, toTranslate("Reason"), m_words.sentence(detailText(*detail, m_words.reader)));
     }
     void addMore(QStringList& remarks, std::size_t count) const {
         if (count > m_caps.rows) remarks << more(count);
@@ -110,7 +115,7 @@ void Composer::addNotes(ReportSection& section, NoteSection which) const {
         const std::size_t place = isUndone ? undone++ : 0;
         if (sectionOf(note) != which) continue;
         section.notes.push_back({tone(note),
-                                 isolatedRuns(sentence(note, m_words.reader)),
+                                 m_words.sentence(sentence(note, m_words.reader)),
                                  isUndone ? std::optional(place) : std::nullopt,
                                  {},
                                  static_cast<std::size_t>(&note - m_report.notes.data())});
@@ -122,7 +127,7 @@ ReportSection Composer::message() const {
     ReportSection section{m_words("The message says"), {}, {}, {}, {}, {}};
     Facts& facts = section.facts;
     const auto other = insteadOfSender(m_report, m_words.reader);
-    add(facts, toTranslate("From"), other ? isolatedRuns(*other) : addresses(summary.from));
+    add(facts, toTranslate("From"), other ? m_words.sentence(*other) : addresses(summary.from));
     add(facts, toTranslate("Reply-To"), addresses(summary.replyTo));
     add(facts, toTranslate("To"), addresses(summary.to));
     add(facts, toTranslate("Subject"),
@@ -133,7 +138,7 @@ ReportSection Composer::message() const {
     if (!m_report.domainAge.domain.empty()) {
         add(facts, toTranslate("Sender’s domain"),
             domain(m_report.domainAge.domain) + QStringLiteral(", ") +
-                isolatedRuns(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader)));
+                m_words.sentence(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader)));
     }
     addNotes(section, NoteSection::message);
     return section;
@@ -143,8 +148,8 @@ ReportSection Composer::warningSigns() const {
     ReportSection section{m_words("Warning signs"), {}, {}, {}, {}, {}, NoteSection::warningSigns};
     for (const LookAlikeFlag& flag : capped(m_report.flags)) {
         section.rows.push_back({Tone::caution,
-                                isolatedRuns(title(flag, m_words.reader)),
-                                isolatedRuns(sentence(flag, m_words.reader)),
+                                m_words.sentence(title(flag, m_words.reader)),
+                                m_words.sentence(sentence(flag, m_words.reader)),
                                 {},
                                 {}});
     }
@@ -155,22 +160,22 @@ ReportSection Composer::warningSigns() const {
 template <typename Finding>
 ReportRow Composer::row(const Finding& finding) const {
     ReportRow row{tone(finding),
-                  isolatedRuns(label(finding, m_words.reader)),
-                  isolatedRuns(sentence(finding, m_words.reader)),
+                  m_words.sentence(label(finding, m_words.reader)),
+                  m_words.sentence(sentence(finding, m_words.reader)),
                   {},
                   {}};
-    for (const Remark& each : remarks(finding, m_words.reader)) row.notes.push_back(remark(each));
+    for (const Remark& each : remarks(finding, m_words.reader)) row.notes.push_back(remark(each, m_words));
     return row;
 }
 
 ReportRow Composer::signature(const DKIMResult& result) const {
     ReportRow row{tone(result),
-                  isolatedRuns(label(result.status, m_words.reader)),
-                  isolatedRuns(signatureSentence(m_report, result, m_words.reader)),
+                  m_words.sentence(label(result.status, m_words.reader)),
+                  m_words.sentence(signatureSentence(m_report, result, m_words.reader)),
                   {},
                   {}};
     for (const Remark& each : remarks(result, m_report.checkedAt, m_words.reader))
-        row.notes.push_back(remark(each));
+        row.notes.push_back(remark(each, m_words));
     QStringList aside;
     for (const std::string& each : {result.selector, result.algorithm}) {
         if (!each.empty()) aside << shown(each, longestAside);
@@ -229,7 +234,7 @@ ReportSection Composer::server() const {
 ReportSection Composer::policy() const {
     const DMARCFinding& dmarc = m_report.dmarc;
     ReportRow finding = row(dmarc);
-    finding.sentence = isolatedRuns(policySentence(m_report, m_words.reader));
+    finding.sentence = m_words.sentence(policySentence(m_report, m_words.reader));
     Facts& facts = finding.details;
     const auto mode = [this](AlignmentMode counted) {
         return counted == AlignmentMode::strict ? m_words("the same domain")
@@ -259,7 +264,7 @@ ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
     ReportRow row{of, m_words("%1. %2", QString::number(hop.instance), domain(hop.sealer)), {}, {}, {}};
     ARCFinding alone;
     alone.hops = {hop};
-    for (const Remark& each : remarks(alone, m_words.reader)) row.notes.push_back(remark(each));
+    for (const Remark& each : remarks(alone, m_words.reader)) row.notes.push_back(remark(each, m_words));
     add(row.details, toTranslate("Seal"), hop.sealValid ? m_words("valid") : m_words("not valid"));
     addText(row.details, toTranslate("Selector"), hop.messageSignature.selector);
     add(row.details, toTranslate("Signed fields"), names(hop.messageSignature.signedHeaders));
@@ -272,8 +277,8 @@ ReportSection Composer::chain() const {
     ReportSection section{m_words("Forwarding chain (ARC)"), {}, {}, {}, {}, {}};
     section.entry = glossaryEntry("ARC");
     section.rows.push_back({tone(arc),
-                            isolatedRuns(label(arc, m_words.reader)),
-                            isolatedRuns(sentence(arc, m_words.reader)),
+                            m_words.sentence(label(arc, m_words.reader)),
+                            m_words.sentence(sentence(arc, m_words.reader)),
                             {},
                             {}});
     for (const ARCFinding::Hop& each : capped(arc.hops)) section.chain.push_back(hop(each));
@@ -307,7 +312,7 @@ ReportSection Composer::path(const std::optional<std::vector<PathStep>>& steps) 
     ReportSection section{m_words("The way it came"), {}, {}, {}, {}, {}};
     section.entry = glossaryEntry("Received");
     section.way = wayOf(m_report, steps, m_words.reader);
-    for (const std::string& each : section.way->remarks) section.remarks << isolatedRuns(each);
+    for (const std::string& each : section.way->remarks) section.remarks << m_words.sentence(each);
     if (!steps) {
         section.remarks << m_words(
             "The servers on its way are only known while the message itself is at hand. Check it again to "
@@ -343,7 +348,8 @@ ReportSection Composer::serverSaid() const {
     ReportSection section{m_words("Your mail server said"), {}, {}, {}, {}, {}};
     section.entry = glossaryEntry("Authentication-Results");
     ReportRow row;
-    for (const Remark& each : receiverRemarks(m_report, m_words.reader)) row.notes.push_back(remark(each));
+    for (const Remark& each : receiverRemarks(m_report, m_words.reader))
+        row.notes.push_back(remark(each, m_words));
     section.rows.push_back(row);
     addNotes(section, NoteSection::receiverResults);
     return section;
@@ -353,8 +359,8 @@ ReportSection Composer::limits() const {
     ReportSection section{m_words("What this can’t prove"), {}, {}, {}, {}, {}};
     for (const Limit limit : m_report.limits) {
         ReportRow row;
-        row.label = isolatedRuns(title(limit, m_words.reader));
-        row.sentence = isolatedRuns(sentence(limit, m_words.reader));
+        row.label = m_words.sentence(title(limit, m_words.reader));
+        row.sentence = m_words.sentence(sentence(limit, m_words.reader));
         section.rows.push_back(row);
     }
     return section;
@@ -379,16 +385,16 @@ ReportContent reportContent(const ProofReport& report, const std::optional<std::
                             const ReportCaps& caps, const Words& words) {
     const Composer composer(report, caps, words);
     const Banner banner = bannerOf(report, words.reader);
-    ReportContent content{banner.tone, isolatedRuns(banner.headline), isolatedRuns(banner.explanation)};
-    const auto lead = [](const BannerLine& line) {
-        return ReportLead{line.tone, isolatedRuns(line.text), line.section, line.note, line.row};
+    ReportContent content{banner.tone, words.sentence(banner.headline), words.sentence(banner.explanation)};
+    const auto lead = [&words](const BannerLine& line) {
+        return ReportLead{line.tone, words.sentence(line.text), line.section, line.note, line.row};
     };
     if (banner.decider) content.decider = lead(*banner.decider);
-    content.lead = isolatedRuns(banner.lead);
+    content.lead = words.sentence(banner.lead);
     for (const BannerLine& each : banner.cautions) content.cautions.push_back(lead(each));
     content.more = banner.more;
-    for (const Remark& each : banner.remarks) content.remarks.push_back(remark(each));
-    content.whatToDo = isolatedRuns(banner.whatToDo);
+    for (const Remark& each : banner.remarks) content.remarks.push_back(remark(each, words));
+    content.whatToDo = words.sentence(banner.whatToDo);
     content.identity = banner.identity;
     if (report.fileName) content.quiet << shown(placeName(*report.fileName, words.reader), caps.text);
     content.quiet << words("checked %1", words.time(report.checkedAt));

@@ -184,7 +184,7 @@ QString ReportList::toolTip(const ListEntry& entry, ListColumn column) const {
     QString text = cell(entry, column);
     if (column == subjectColumn) text = shown(report.summary.subject, longestToolTip);
     if (column == verdictColumn) {
-        text = isolatedRuns(headline(report.verdict, m_words.reader));
+        text = m_words.sentence(headline(report.verdict, m_words.reader));
         if (!caution(report).isEmpty()) text += QStringLiteral(", ") + caution(report);
     }
     return escaped(text);

@@ -132,7 +132,6 @@ struct Look {
     Colors colors = Colors::light;
     double fontScale = 1;
     Language language = Language::english;
-    Qt::LayoutDirection direction = Qt::LeftToRight;
 };
 
 class Renderer {
@@ -147,7 +146,8 @@ public:
 
     void render(const Look& look) {
         usePalette(look.colors);
-        QApplication::setLayoutDirection(look.direction);
+        QApplication::setLayoutDirection(factsOf(look.language).isRightToLeft ? Qt::RightToLeft
+                                                                              : Qt::LeftToRight);
         QFont font = m_font;
         font.setPointSizeF(font.pointSizeF() * look.fontScale);
         QApplication::setFont(font);
@@ -281,8 +281,8 @@ private:
         const Checked& changed = m_reports.at("gateway");
         MessageTextView text(
             shown(changed.report.summary.subject),
-            {{"bellringers.example", isolatedRuns(sentence(changed.report.notes.front(), words.reader))}}, 0,
-            MessageTextView::Page::signedText, words);
+            {{"bellringers.example", words.sentence(sentence(changed.report.notes.front(), words.reader))}},
+            0, MessageTextView::Page::signedText, words);
         text.resize(look.size * 0.95);
         text.setSignedTexts(changed.signedTexts);
         while (!text.panel()->isComplete()) QApplication::processEvents();
@@ -329,21 +329,30 @@ int main(int argc, char** argv) {
     QApplication::setStyle("Fusion");
     window_baseline::showFusionsEdges();
     QApplication::setWindowIcon(programIcon());
-    if (argc != 3 || !QDir().mkpath(argv[2])) {
-        std::fputs("quillmark-screens SAMPLES FOLDER\n", stderr);
+    if (argc < 3 || !QDir().mkpath(argv[2])) {
+        std::fputs("quillmark-screens SAMPLES FOLDER [LOOK…]\n", stderr);
         return 2;
     }
     const QSize large(1000, 700), small(700, 500);
     Renderer renderer(argv[1], argv[2]);
-    for (const Look& look :
-         {Look{"light-1000", large}, Look{"dark-1000", large, Colors::dark}, Look{"light-700", small},
-          Look{"dark-700", small, Colors::dark}, Look{"light-150percent", large, Colors::light, 1.5},
-          Look{"light-200percent", QSize(1600, 1000), Colors::light, 2},
-          Look{"contrast-1000", large, Colors::contrast},
-          Look{"leftwards-1000", large, Colors::light, 1, Language::english, Qt::RightToLeft},
-          Look{"german", large, Colors::light, 1, Language::german},
-          Look{"german-700", small, Colors::light, 1, Language::german}}) {
-        renderer.render(look);
+    std::vector<Look> looks = {{"light-1000", large},
+                               {"dark-1000", large, Colors::dark},
+                               {"light-700", small},
+                               {"dark-700", small, Colors::dark},
+                               {"light-150percent", large, Colors::light, 1.5},
+                               {"light-200percent", QSize(1600, 1000), Colors::light, 2},
+                               {"contrast-1000", large, Colors::contrast}};
+    for (const Language language : allLanguages()) {
+        if (language == Language::english) continue;
+        const auto& facts = factsOf(language);
+        const QString code = QString::fromLatin1(facts.code.data(), static_cast<int>(facts.code.size()));
+        looks.push_back({code + "-700", small, Colors::light, 1, language});
+        if (language == Language::german || facts.isRightToLeft)
+            looks.push_back({code + "-1000", large, Colors::light, 1, language});
+    }
+    const QStringList wanted = QApplication::arguments().mid(3);
+    for (const Look& look : looks) {
+        if (wanted.isEmpty() || wanted.contains(look.name)) renderer.render(look);
     }
     return 0;
 }

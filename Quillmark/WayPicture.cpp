@@ -9,6 +9,7 @@
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/Tones.h"
+#include "Wording/Direction.h"
 
 namespace quillmark {
 
@@ -43,18 +44,20 @@ WayPicture::WayPicture(const Way& way, const QFont& font, QPaintDevice* device, 
                         each.tone,
                         each.vouch == Way::Station::Vouch::signature,
                         each.vouch == Way::Station::Vouch::nobody && each.kind != Kind::reader,
-                        isolatedRuns(each.delay),
+                        words.sentence(each.delay),
                         {}};
         if (each.kind != Kind::reader)
-            station.texts.push_back({isolatedRuns(each.name), scaled(font, 1, QFont::DemiBold)});
+            station.texts.push_back({words.sentence(isolated(each.name, words.reader.language)),
+                                     scaled(font, 1, QFont::DemiBold)});
         for (const std::string& line : each.lines)
-            station.texts.push_back({isolatedRuns(line), small, false, true});
+            station.texts.push_back({words.sentence(line), small, false, true});
         if (!each.change.empty())
-            station.texts.push_back({isolatedRuns(each.change), scaled(font, 0.9, QFont::DemiBold), true});
+            station.texts.push_back({words.sentence(each.change), scaled(font, 0.9, QFont::DemiBold), true});
         // A name is broken only where it is very long.
         const QFontMetricsF bold = device ? QFontMetricsF(scaled(font, 1, QFont::DemiBold), device)
                                           : QFontMetricsF(scaled(font, 1, QFont::DemiBold));
-        const double name = bold.horizontalAdvance(isolatedRuns(each.name)) + 2 * m_letter;
+        const double name =
+            bold.horizontalAdvance(words.sentence(isolated(each.name, words.reader.language))) + 2 * m_letter;
         m_narrowest = std::clamp(name, m_narrowest, std::max(widestStation * m_letter, m_narrowest));
         m_stations.push_back(std::move(station));
     }
@@ -161,7 +164,7 @@ void WayPicture::paint(QPainter& painter, const QPointF& corner, double width, c
 
 WayView::WayView(const Way& way, const Words& words, QWidget* parent)
     : QWidget(parent), m_way(way), m_words(words), m_picture(way, font(), nullptr, words) {
-    setAccessibleName(withoutIsolation(isolatedRuns(wayInWords(way, words.reader))));
+    setAccessibleName(withoutIsolation(words.sentence(wayInWords(way, words.reader))));
     QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Minimum);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);

@@ -34,6 +34,11 @@ QString withWholeDomains(const QString& text) {
     return words.join(u' ');
 }
 
+QString withWholeLines(std::string_view text) {
+    return withWholeDomains(
+        withSingleBlanks(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()))));
+}
+
 bool runsLeftwards(char32_t scalar) {
     const QChar::Direction direction = QChar::direction(scalar);
     return direction == QChar::DirR || direction == QChar::DirAL || direction == QChar::DirAN;
@@ -45,9 +50,7 @@ QString isolatedRuns(std::string_view sentence) {
     QString result;
     QString blanks;  // behind a run that perhaps goes on
     bool inRun = false;
-    const QString text = withWholeDomains(
-        withSingleBlanks(QString::fromUtf8(sentence.data(), static_cast<qsizetype>(sentence.size()))));
-    for (const char32_t scalar : text.toUcs4()) {
+    for (const char32_t scalar : withWholeLines(sentence).toUcs4()) {
         const QString character = QString::fromUcs4(&scalar, 1);
         if (inRun && scalar == U' ') {
             blanks += character;
@@ -77,7 +80,12 @@ QString shown(const QString& text, std::size_t limit) {
 QString shownDomain(std::string_view domain) { return shown(cutInside(domain)); }
 
 QString withoutIsolation(QString text) {
-    return text.remove(firstStrongIsolate).remove(popDirectionalIsolate).remove(wordJoiner);
+    text.removeIf([](QChar c) { return (c >= u'\u2066' && c <= popDirectionalIsolate) || c == wordJoiner; });
+    return text;
+}
+
+QString Words::sentence(std::string_view text) const {
+    return factsOf(reader.language).isRightToLeft ? withWholeLines(text) : isolatedRuns(text);
 }
 
 QString Words::translateCount(std::string_view one, std::string_view many, std::int64_t count) const {

@@ -39,6 +39,9 @@ struct Words {
     QString operator()(std::string_view text, const Arguments&... arguments) const {
         return QString::fromStdString(reader.translate(text, {std::string_view(arguments.toStdString())...}));
     }
+    /// One of our sentences for the window: `isolatedRuns`, but in a language written from right to left,
+    /// where the words of others were set apart when they were put in (`isolated`) and the rest is our own.
+    QString sentence(std::string_view text) const;
     /// The form that goes with `count`, which stands for "%n".
     QString translateCount(std::string_view one, std::string_view many, std::int64_t count) const;
     QString time(Date date) const { return QString::fromStdString(reader.time(date)); }

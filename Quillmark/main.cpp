@@ -82,7 +82,8 @@ QStringList filesOf(const QCoreApplication& application, const Words& words) {
 /// The reader of this environment, whose language Qt speaks from now on, too.
 Reader readerOfApplication() {
     const Reader reader = Reader::ofEnvironment();
-    if (reader.language == Language::german) window_baseline::translateQt(QStringLiteral("de"));
+    if (reader.language != Language::english)
+        window_baseline::translateQt(QString::fromLatin1(factsOf(reader.language).tag));
     return reader;
 }
 
@@ -119,6 +120,8 @@ int main(int argc, char** argv) {
     QApplication::setWindowIcon(programIcon());
     window_baseline::showFusionsEdges();
     const Words words{readerOfApplication()};
+    QApplication::setLayoutDirection(factsOf(words.reader.language).isRightToLeft ? Qt::RightToLeft
+                                                                                  : Qt::LeftToRight);
 
     const QStringList files = filesOf(application, words);
 

@@ -111,9 +111,7 @@ private:
 
 Reader Host::readerOf(const AddonRequest& request) const {
     Reader reader = m_surroundings.reader;
-    const std::string language = asciiLowered(request.language);
-    const bool isGerman = language == "de" || language.starts_with("de-");
-    reader.language = isGerman ? Language::german : Language::english;
+    reader.language = languageOf(request.language);
     return reader;
 }
 

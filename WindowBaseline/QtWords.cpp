@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QLibraryInfo>
+#include <QLocale>
 #include <QTranslator>
 #include <memory>
 
@@ -9,7 +10,7 @@ namespace window_baseline {
 
 bool translateQt(const QString& language) {
     auto words = std::make_unique<QTranslator>();
-    if (!words->load(QStringLiteral("qtbase_") + language,
+    if (!words->load(QLocale(language), QStringLiteral("qtbase"), QStringLiteral("_"),
                      QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
         return false;
     words->setParent(QCoreApplication::instance());

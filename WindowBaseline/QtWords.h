@@ -4,8 +4,9 @@ class QString;
 
 namespace window_baseline {
 
-/// From now on Qt's own words, such as those on the buttons of its dialogs, are in a language ("de"), for as
-/// long as the application lives. They stay English where Qt's translations are not installed: false then.
+/// From now on Qt's own words, such as those on the buttons of its dialogs, are in a language ("de",
+/// "zh-Hans"), for as long as the application lives. They stay English where Qt's translations are not
+/// installed: false then.
 bool translateQt(const QString& language);
 
 }  // namespace window_baseline

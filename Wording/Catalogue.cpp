@@ -1,11 +1,78 @@
 #include "Wording/Catalogue.h"
 
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <memory>
+#include <mutex>
+
 #include "QuillmarkKit/Support/Embedded.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
-QUILLMARK_EMBED(quillmarkGerman, QUILLMARK_GERMAN);  // as msgfmt wrote it
+// The catalogues in po/, as msgfmt wrote them. Catalogues.inc names each: QUILLMARK_CATALOGUE(de)
+#define QUILLMARK_CATALOGUE(code) \
+    QUILLMARK_EMBED(quillmarkCatalogue_##code, QUILLMARK_CATALOGUES "/" #code ".mo");
+#include "Catalogues.inc"
+#undef QUILLMARK_CATALOGUE
 
 namespace quillmark {
+
+namespace {
+
+constexpr LanguageFacts table[] = {
+    {"en", "en", "one other"},
+    {"de", "de", "one other"},
+    {"ar", "ar", "zero one two few many other", true},
+    {"cs", "cs", "one few other"},
+    {"el", "el", "one other"},
+    {"es", "es", "one other"},
+    {"fr", "fr", "one other"},
+    {"he", "he", "one two other", true},
+    {"it", "it", "one other"},
+    {"ja", "ja", "other"},
+    {"nl", "nl", "one other"},
+    {"pl", "pl", "one few many"},
+    {"pt", "pt-BR", "one other"},
+    {"sv", "sv", "one other"},
+    {"tr", "tr", "one other"},
+    {"uk", "uk", "one few many"},
+    {"zh", "zh-Hans", "other"},
+};
+
+struct BuiltIn {
+    std::string_view code;
+    const char *begin, *end;
+};
+#define QUILLMARK_CATALOGUE(code) {#code, quillmarkCatalogue_##code##Begin, quillmarkCatalogue_##code##End},
+constexpr BuiltIn builtIn[] = {
+#include "Catalogues.inc"
+};
+#undef QUILLMARK_CATALOGUE
+
+static_assert(std::ranges::all_of(builtIn,
+                                  [](const BuiltIn& each) {
+                                      return std::ranges::find(table, each.code, &LanguageFacts::code) !=
+                                             std::end(table);
+                                  }),
+              "a catalogue in po/ lacks its row in the table");
+
+/// What ICU knows of a language, made when it is needed first.
+const NumberRules& rulesOf(Language language) {
+    struct Made {
+        std::once_flag once = {};
+        std::unique_ptr<const NumberRules> rules = {};
+    };
+    static std::array<Made, std::size(table)> all;
+    Made& made = all[static_cast<std::size_t>(language)];
+    std::call_once(made.once,
+                   [&] { made.rules = std::make_unique<const NumberRules>(factsOf(language).tag); });
+    return *made.rules;
+}
+
+bool isWithoutICU(Language language) { return language == Language::english || language == Language::german; }
+
+}  // namespace
 
 Catalogue::Catalogue(std::string_view bytes) : m_bytes(bytes) {
     constexpr std::uint32_t magic = 0x950412DE;  // in little-endian order, which msgfmt writes everywhere
@@ -49,17 +116,59 @@ std::optional<std::string_view> Catalogue::find(std::string_view text, std::size
     return std::nullopt;
 }
 
+const LanguageFacts& factsOf(Language language) { return table[static_cast<std::size_t>(language)]; }
+
+const std::vector<Language>& allLanguages() {
+    static const std::vector<Language> all = [] {
+        std::vector<Language> found;
+        for (std::size_t i = 0; i < std::size(table); ++i) {
+            if (i == 0 || std::ranges::find(builtIn, table[i].code, &BuiltIn::code) != std::end(builtIn))
+                found.push_back(static_cast<Language>(i));
+        }
+        return found;
+    }();
+    return all;
+}
+
 Language languageOf(std::string_view localeName) {
-    const std::string_view language = localeName.substr(0, localeName.find_first_of("_.@-"));
-    return equalsIgnoringCase(language, "de") ? Language::german : Language::english;
+    const std::string name = asciiLowered(localeName.substr(0, localeName.find_first_of(".@")));
+    std::string_view code = std::string_view(name).substr(0, name.find_first_of("_-"));
+    if (code == "iw") code = "he";  // what Java and old systems call it
+    if (code == "zh" && name.find("hans") == std::string::npos) {
+        for (const std::string_view traditional : {"hant", "tw", "hk", "mo"}) {
+            if (name.find(traditional) != std::string::npos) return Language::english;
+        }
+    }
+    for (const Language each : allLanguages()) {
+        if (factsOf(each).code == code) return each;
+    }
+    return Language::english;
 }
 
-const Catalogue& catalogueOf(Language language) {
-    static const Catalogue english({});
-    static const Catalogue german(embedded(quillmarkGermanBegin, quillmarkGermanEnd));
-    return language == Language::german ? german : english;
+Catalogue catalogueOf(Language language) {
+    const auto* const found = std::ranges::find(builtIn, factsOf(language).code, &BuiltIn::code);
+    return Catalogue(found == std::end(builtIn) ? std::string_view() : embedded(found->begin, found->end));
 }
 
-std::size_t pluralForm(Language, std::int64_t count) { return count == 1 ? 0 : 1; }
+std::size_t pluralForm(Language language, std::int64_t count) {
+    if (isWithoutICU(language)) return count == 1 ? 0 : 1;
+    const std::string category = rulesOf(language).category(count);
+    std::size_t form = 0;
+    // Some languages have one more category, for fractions or millions, which goes with their last form.
+    for (std::string_view rest = factsOf(language).plurals;; ++form) {
+        if (takePiece(rest, ' ') == category || rest.empty()) return form;
+    }
+}
+
+std::string numberIn(Language language, std::int64_t number) {
+    if (!isWithoutICU(language)) return rulesOf(language).written(number);
+    std::string digits = std::to_string(number);
+    const std::size_t first = number < 0 ? 1 : 0;
+    for (std::size_t i = digits.size(); i > first + 3;) {
+        i -= 3;
+        digits.insert(i, 1, language == Language::german ? '.' : ',');
+    }
+    return digits;
+}
 
 }  // namespace quillmark

@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace quillmark {
 
@@ -35,16 +37,34 @@ private:
     std::size_t m_size = 0, m_originals = 0, m_translations = 0;
 };
 
-/// The languages there are words in. English is what the texts in the code are.
-enum class Language { english, german };
+/// A language there are words in, by its place in the table of `Catalogue.cpp`. English is what the texts in
+/// the code are. The others have no name in the code but for German: `languageOf` gives them.
+enum class Language : std::uint8_t { english, german };
 
-/// The language of a locale's name, such as "de_AT.UTF-8"; English for those we have no words in.
+struct LanguageFacts {
+    std::string_view code = {};  ///< what its catalogue is called: "pt"
+    const char* tag = "";        ///< as pages, Qt and ICU call it (BCP 47): "pt-BR"
+    std::string_view plurals =
+        {};                      ///< CLDR's categories in the order of its catalogue's forms: "one few many"
+    bool isRightToLeft = false;  ///< how it is written
+};
+const LanguageFacts& factsOf(Language language);
+
+/// Those with a catalogue, English first. From any thread, as everything here.
+const std::vector<Language>& allLanguages();
+
+/// The language of a locale's name, such as "de_AT.UTF-8" or "zh-Hans-CN"; English for those we have no words
+/// in.
 Language languageOf(std::string_view localeName);
 
-/// The built-in catalogue of a language; English has an empty one. From any thread.
-const Catalogue& catalogueOf(Language language);
+/// The built-in catalogue of a language, of which nothing is read before it is used; English has an empty
+/// one.
+Catalogue catalogueOf(Language language);
 
-/// Which form of a text goes with a number: 0 is the singular's.
+/// Which form of a text goes with a number: 0 is the first.
 std::size_t pluralForm(Language language, std::int64_t count);
+
+/// "12,345": with the separators of the language, and the digits 0 to 9 in every language.
+std::string numberIn(Language language, std::int64_t number);
 
 }  // namespace quillmark

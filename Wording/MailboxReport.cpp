@@ -8,6 +8,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Version.h"
 #include "Wording/Banner.h"
+#include "Wording/Direction.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -34,14 +35,15 @@ constexpr std::string_view style = R"(
 body{font:15px/1.45 system-ui,sans-serif;color:var(--text);background:var(--page);max-width:72rem;margin:2rem auto;padding:0 1rem}
 h1{font-size:1.5rem}h2{font-size:1.15rem;margin-top:2.2rem}
 table{border-collapse:collapse;width:100%}
-th,td{text-align:left;vertical-align:top;padding:.2rem .6rem .2rem 0;border-bottom:1px solid var(--line);unicode-bidi:isolate;overflow-wrap:anywhere}
+th,td{text-align:start;vertical-align:top;padding-block:.2rem;padding-inline:0 .6rem;border-bottom:1px solid var(--line);unicode-bidi:isolate;overflow-wrap:anywhere}
 th{color:var(--soft);font-weight:600}
-.n{text-align:right;white-space:nowrap;font-variant-numeric:tabular-nums}
+.n{text-align:end;white-space:nowrap;font-variant-numeric:tabular-nums}
 .g{color:var(--good)}.c{color:var(--caution)}.b{color:var(--bad)}.u{color:var(--unknown)}
 .g,.c,.b,.u{font-weight:600;white-space:nowrap}
 svg{width:18rem;height:.9rem;max-width:30vw;vertical-align:middle}
 rect.g{fill:var(--goodbar)}rect.c{fill:var(--cautionbar)}rect.b{fill:var(--badbar)}rect.u{fill:var(--unknownbar)}
-dt{color:var(--soft);float:left;clear:left;width:11rem}dd{margin:0 0 .2rem 11.5rem;unicode-bidi:isolate;overflow-wrap:anywhere}
+dt{color:var(--soft);float:left;clear:left;width:11rem}dd{margin-block:0 .2rem;margin-inline:11.5rem 0;unicode-bidi:isolate;overflow-wrap:anywhere}
+[dir=rtl] dt{float:right;clear:right}[dir=rtl] svg{transform:scaleX(-1)}
 li{margin:.3rem 0;unicode-bidi:isolate}li ul{color:var(--soft)}
 pre{white-space:pre-wrap;overflow-wrap:anywhere;unicode-bidi:plaintext;font:13px/1.45 ui-monospace,monospace}
 a{color:inherit}p.note{color:var(--soft)}
@@ -94,12 +96,17 @@ std::string markerCell(Tone tone) {
     return std::string("<td class=") + letterOf(tone) + ">" + html(marker(tone));
 }
 
+/// Somebody else's words beside others, whose direction moves nothing around them.
+std::string island(std::string_view text) {
+    return text.empty() ? std::string() : "<bdi>" + html(text) + "</bdi>";
+}
+
 /// A short cell of somebody else's text.
-std::string shownShort(std::string_view text) { return html(forDisplay(text, longestCell)); }
+std::string shownShort(std::string_view text) { return island(forDisplay(text, longestCell)); }
 
 std::string senderOf(const ProofReport& report) {
     if (report.summary.from.empty()) return {};
-    return html(forDisplay(cutInside(report.summary.from.front().address, longestCell)));
+    return island(forDisplay(cutInside(report.summary.from.front().address, longestCell)));
 }
 
 std::string heading(std::string_view text) { return "<h2>" + html(text) + "</h2>\n"; }
@@ -144,7 +151,7 @@ std::string toneTable(const std::string& title, const std::vector<TotalsRow>& ro
         std::vector<Piece> pieces;
         for (const Tone tone : tonesByProof)
             pieces.push_back({letterOf(tone), row.counts.of(tone), toneWord(tone, reader)});
-        table += "<tr><td>" + html(row.label) + bar(pieces, most, reader);
+        table += "<tr><td>" + island(row.label) + bar(pieces, most, reader);
         for (const Tone tone : tonesByProof) table += numberCell(row.counts.of(tone), reader);
         table += numberCell(row.counts.all(), reader) + "\n";
     }
@@ -247,7 +254,8 @@ void MailboxReport::add(MailboxEntry entry) {
 }
 
 void MailboxReport::addProblem(std::string_view line) {
-    if (m_problems.size() < problemsShown) m_problems.push_back(forDisplay(line, longestLine));
+    if (m_problems.size() < problemsShown)
+        m_problems.push_back(inertLine(line, m_reader.language, longestLine));
 }
 
 void MailboxReport::write(const MailboxReportHead& head, const Totals& totals, const Sink& sink) const {
@@ -264,7 +272,9 @@ void MailboxReport::writeHead(const MailboxReportHead& head, const Sink& sink) c
     const std::string first = head.inputs.empty() ? "" : inert(head.inputs.front());
     const std::string title = head.inputs.size() == 1 ? reader.translate("Quillmark report on %1", {first})
                                                       : reader.translate("Quillmark report on many messages");
-    sink("<!DOCTYPE html>\n<html lang=" + std::string(reader.language == Language::german ? "de" : "en") +
+    const LanguageFacts& language = factsOf(reader.language);
+    sink("<!DOCTYPE html>\n<html lang=" + std::string(language.tag) +
+         (language.isRightToLeft ? " dir=rtl" : "") +
          ">\n<meta charset=utf-8>\n<meta http-equiv=Content-Security-Policy content=\"default-src 'none'; "
          "style-src 'sha256-" +
          digest +
@@ -284,7 +294,7 @@ void MailboxReport::writeHead(const MailboxReportHead& head, const Sink& sink) c
     }
     fact(reader.translate("Begun"), reader.time(head.begun));
     fact(reader.translate("Ended"), reader.time(head.ended));
-    for (const auto& [label, value] : head.facts) fact(label, forDisplay(value, longestLine));
+    for (const auto& [label, value] : head.facts) fact(label, inertLine(value, reader.language, longestLine));
     fact(reader.translate("Made by"), "Quillmark " QUILLMARK_VERSION);
     sink("</dl>\n");
     if (!head.isWhole) {
@@ -358,7 +368,7 @@ void MailboxReport::writeKeys(const Sink& sink) const {
         "<th class=n>" + html(reader.translate("Didn’t hold")) + "\n");
     for (std::size_t i = 0; i < std::min(keys.size(), keysShown); ++i) {
         const auto& [name, key] = *keys[i];
-        sink("<tr><td>" + html(name.first.empty() ? "?" : quotedDomain(name.first)) + "<td>" +
+        sink("<tr><td>" + island(name.first.empty() ? "?" : quotedDomain(name.first)) + "<td>" +
              shownShort(name.second) + "<td>" + html(reader.date(*key.first)) + "<td>" +
              html(reader.date(*key.last)) + numberCell(count(keys[i], End::holds), reader) +
              numberCell(count(keys[i], End::keyGone), reader) +

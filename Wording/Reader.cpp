@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "Wording/Direction.h"
+
 namespace quillmark {
 
 namespace {
@@ -28,7 +30,7 @@ constexpr std::pair<std::string_view, std::string_view> elsewhere[] = {
 
 /// `pattern` with its arguments put in.
 std::string filled(std::string_view pattern, std::initializer_list<std::string_view> arguments,
-                   std::string_view count = {}) {
+                   Language language, std::string_view count = {}) {
     std::string text;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char next = pattern[i] == '%' && i + 1 < pattern.size() ? pattern[i + 1] : '\0';
@@ -37,7 +39,7 @@ std::string filled(std::string_view pattern, std::initializer_list<std::string_v
             text += count;
             ++i;
         } else if (next >= '1' && next <= '9' && number < arguments.size()) {
-            text += arguments.begin()[number];
+            text += isolated(arguments.begin()[number], language);
             ++i;
         } else {
             text += pattern[i];
@@ -108,14 +110,14 @@ Reader Reader::ofEnvironment() {
 std::string Reader::translate(std::string_view text,
                               std::initializer_list<std::string_view> arguments) const {
     const std::string_view here = onPlatform(platform, text);
-    return filled(catalogueOf(language).find(here).value_or(here), arguments);
+    return filled(catalogueOf(language).find(here).value_or(here), arguments, language);
 }
 
 std::string Reader::translateCount(std::string_view one, std::string_view many, std::int64_t count,
                                    std::initializer_list<std::string_view> arguments) const {
     const auto translation = catalogueOf(language).find(one, pluralForm(language, count));
     const std::string_view english = pluralForm(Language::english, count) == 0 ? one : many;
-    return filled(translation.value_or(english), arguments, number(count));
+    return filled(translation.value_or(english), arguments, language, number(count));
 }
 
 std::string Reader::time(Date date) const {
@@ -134,14 +136,6 @@ std::string Reader::date(Date date) const {
     return dayText(*this, std::chrono::floor<std::chrono::days>(date + zone(date).ahead));
 }
 
-std::string Reader::number(std::int64_t number) const {
-    std::string digits = std::to_string(number);
-    const std::size_t first = number < 0 ? 1 : 0;
-    for (std::size_t i = digits.size(); i > first + 3;) {
-        i -= 3;
-        digits.insert(i, 1, language == Language::german ? '.' : ',');
-    }
-    return digits;
-}
+std::string Reader::number(std::int64_t number) const { return numberIn(language, number); }
 
 }  // namespace quillmark

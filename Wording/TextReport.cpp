@@ -12,6 +12,7 @@
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Wording/Banner.h"
 #include "Wording/Details.h"
+#include "Wording/Direction.h"
 #include "Wording/Expected.h"
 #include "Wording/FailedLookups.h"
 #include "Wording/Findings.h"
@@ -44,12 +45,10 @@ public:
     /// What a note tells of, as it is written.
     void detail(std::string_view line) { put(line, 8); }
     void section(std::string_view heading) {
-        const std::string title = unicodeUppered(m_reader.translate(heading));
-        std::size_t characters = 0;
-        for (std::string_view rest = title; !rest.empty(); ++characters) takeScalar(rest);
+        const std::string title = unicodeUppered(m_reader.translate(heading), factsOf(m_reader.language).tag);
         add("");
         add(title);
-        add(std::string(characters, '-'));
+        add(std::string(columnsOf(title), '-'));
     }
     std::string text() && { return std::move(m_text); }
 
@@ -66,8 +65,10 @@ private:
             return;
         }
         const std::string_view plain = marker(*remark.tone);
-        const std::size_t at = m_text.size() + (m_isBegun ? 1 : 0) + indent;
-        put(std::string(plain) + " " + remark.text, indent);
+        // An island, so that the line has the direction of its sentence.
+        const std::string shown = isolated(plain, m_reader.language);
+        const std::size_t at = m_text.size() + (m_isBegun ? 1 : 0) + indent + shown.find(plain);
+        put(shown + " " + remark.text, indent);
         if (m_layout.markers == Markers::coloured)
             m_text.replace(at, plain.size(), coloured(plain, *remark.tone));
     }
@@ -115,7 +116,7 @@ void addNotes(Lines& lines, const ProofReport& report, NoteSection section, cons
 void addBanner(Lines& lines, const Banner& banner, std::size_t most, const Reader& reader) {
     lines.note(Remark{{}, banner.explanation});
     if (banner.decider) lines.note(Remark{banner.decider->tone, banner.decider->text});
-    if (!banner.lead.empty()) lines.note(Remark{{}, banner.lead + ":"});
+    if (!banner.lead.empty()) lines.note(Remark{{}, reader.translate("%1:", {banner.lead})});
     const std::size_t told = std::min(banner.cautions.size(), most);
     for (const BannerLine& line : std::span(banner.cautions).first(told))
         lines.note(Remark{line.tone, line.text});

@@ -1,10 +1,13 @@
 #include "Wording/Wrapped.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Direction.h"
 
 namespace quillmark {
 
@@ -25,45 +28,60 @@ public:
           m_column(indent) {}
 
     void add(std::string_view word) {
-        std::size_t width = columns(word), owner = beginOfOwner(word);
-        if (!m_isAtBegin && m_column + 1 + width <= m_columns) {
-            m_text += ' ';
-            ++m_column;
+        std::size_t blank = 1;
+        for (const std::string_view piece : piecesOf(word)) addPiece(piece, std::exchange(blank, 0));
+    }
+    std::string text() && { return std::move(m_text); }
+
+private:
+    /// With a blank before it, or none.
+    void addPiece(std::string_view word, std::size_t blank) {
+        std::size_t width = columnsOf(word), owner = beginOfOwner(word);
+        if (!m_isAtBegin && m_column + blank + width <= m_columns) {
+            m_text.append(blank, ' ');
+            m_column += blank;
         } else if (!m_isAtBegin) {
             beginLine(word);
         }
         while (m_column + width > m_columns) {
             const std::size_t length = fitting(word, owner);
-            m_text += word.substr(0, length);
-            width -= columns(word.substr(0, length));
+            append(word.substr(0, length));
+            width -= columnsOf(word.substr(0, length));
             word.remove_prefix(length);
             owner -= std::min(owner, length);
             beginLine(word);
         }
-        m_text += word;
+        append(word);
         m_column += width;
         m_isAtBegin = false;
     }
-    std::string text() && { return std::move(m_text); }
 
-private:
-    static std::size_t columns(std::string_view text) {
-        std::size_t sum = 0;
-        while (!text.empty()) sum += static_cast<std::size_t>(columnsOf(takeScalar(text)));
-        return sum;
+    void append(std::string_view text) {
+        m_text += text;
+        while (!text.empty()) {
+            const std::string_view before = text;
+            const char32_t c = takeScalar(text);
+            if (isBeginOfIsland(c)) m_islands.push_back(before.substr(0, before.size() - text.size()));
+            if (c == endOfIsland && !m_islands.empty()) m_islands.pop_back();
+        }
     }
 
+    /// An island ends with its line, as a terminal has it, and goes on in the next.
     void beginLine(std::string_view next) {
+        for (std::size_t i = 0; i < m_islands.size(); ++i) appendUTF8(m_text, endOfIsland);
         m_column = m_indent + furtherIn;
         m_text += '\n' + std::string(m_column, ' ');
+        for (const std::string_view begin : m_islands) m_text += begin;
+        for (std::string_view rest = next; !rest.empty() && isBeginOfIsland(takeScalar(rest));) next = rest;
         if (!next.starts_with('[')) return;
         m_text += goingOn;
-        m_column += columns(goingOn);
+        m_column += columnsOf(goingOn);
     }
 
     /// Where the name begins that was registered, of a word that ends with a host's; 0 when that is at its
     /// begin.
     static std::size_t beginOfOwner(std::string_view word) {
+        while (word.ends_with("\u2069")) word.remove_suffix(std::string_view("\u2069").size());
         const std::size_t length = PublicSuffixList::shared().organizationalDomain(word).size();
         return length + 1 < word.size() && word[word.size() - length - 1] == '.' ? word.size() - length - 1
                                                                                  : 0;
@@ -91,6 +109,7 @@ private:
     const std::size_t m_indent, m_columns;
     std::string m_text;
     std::size_t m_column;
+    std::vector<std::string_view> m_islands = {};  // in which the text is, by the signs that they begin with
     bool m_isAtBegin = true;
 };
 

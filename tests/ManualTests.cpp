@@ -5,6 +5,7 @@
 #include "CommandLine/Options.h"
 #include "Manual/Help.h"
 #include "Manual/ManPage.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "tests/Test.h"
 
 namespace quillmark {
@@ -31,17 +32,14 @@ std::vector<std::pair<std::string, CommandTable>> commands() {
 }
 
 TEST(Help, isNarrowAndShort) {
-    const auto characters = [](const std::string& line) {
-        return std::ranges::count_if(line, [](char c) { return (c & 0xC0) != 0x80; });
-    };
-    for (const Language language : {Language::english, Language::german}) {
+    for (const Language language : allLanguages()) {
         Reader reader;
         reader.language = language;
         for (const auto& [path, command] : commands()) {
-            SCOPED_TRACE(path);
+            SCOPED_TRACE(std::string(factsOf(language).code) + ": " + path);
             const CommandTable table = translated(command, reader);
             std::istringstream all(helpText(table, path, {}, HelpExtent::all));
-            for (std::string line; std::getline(all, line);) EXPECT_LE(characters(line), 80) << line;
+            for (std::string line; std::getline(all, line);) EXPECT_LE(columnsOf(line), 80u) << line;
             const std::string usual = helpText(table, path);
             EXPECT_LE(std::ranges::count(usual, '\n'), language == Language::english ? 30 : 37) << usual;
         }

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "QuillmarkKit/Support/Text.h"
+#include "Wording/Direction.h"
 #include "WordingSupport.h"
 #include "tests/Test.h"
 
@@ -59,6 +61,8 @@ TEST(Reader, language) {
         {"", "", "de_AT.UTF-8", Language::german},  {"", "de", "en_US", Language::german},
         {"C", "de", "de", Language::english},       {"", "", "", Language::english},
         {"den_XX", "", "de_DE", Language::english},  // another language
+        {"zh_TW.UTF-8", "", "", Language::english},  // of traditional letters there are none
+        {"zh-Hant-CN", "", "", Language::english},
     };
     for (const auto& row : rows) {
         setenv("LC_ALL", row.all, 1);
@@ -67,6 +71,34 @@ TEST(Reader, language) {
         EXPECT_EQ(Reader::ofEnvironment().language, row.language) << row.lang;
     }
     for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+    const std::pair<const char*, const char*> codes[] = {{"zh_CN.UTF-8", "zh"}, {"zh-Hans-TW", "zh"},
+                                                         {"zh", "zh"},          {"pt_PT", "pt"},
+                                                         {"iw_IL", "he"},       {"FR", "fr"}};
+    for (const auto& [name, code] : codes) EXPECT_EQ(factsOf(languageOf(name)).code, code) << name;
+}
+
+TEST(Reader, countsInEachLanguage) {
+    const struct {
+        const char* language;
+        std::vector<std::int64_t> firstOfEachForm;
+        const char* number;  // 1234567
+    } rows[] = {
+        {"fr", {0, 2}, "1\u202F234\u202F567"},
+        {"es", {1, 1'000'000}, "1.234.567"},
+        {"pl", {1, 22, 112}, "1\u00A0234\u00A0567"},
+        {"cs", {1, 4, 5}, "1\u00A0234\u00A0567"},
+        {"uk", {21, 23, 11}, "1\u00A0234\u00A0567"},
+        {"ja", {7}, "1,234,567"},
+        {"he", {1, 2, 20}, "1,234,567"},
+        {"ar", {0, 1, 2, 103, 99, 100}, "1,234,567"},  // with the digits of domains and dates
+    };
+    for (const auto& [code, counts, number] : rows) {
+        const Language language = languageOf(code);
+        ASSERT_EQ(factsOf(language).code, code);
+        for (std::size_t form = 0; form < counts.size(); ++form)
+            EXPECT_EQ(pluralForm(language, counts[form]), form) << code << ' ' << counts[form];
+        EXPECT_EQ(Reader{.language = language}.number(1'234'567), number) << code;
+    }
 }
 
 /// The "%1", "%n" and the like of a text.
@@ -85,12 +117,11 @@ std::set<std::string> names(std::string_view text) {
 }
 
 TEST(Reader, catalogueFitsTheCode) {  // that it is complete is what scripts/update-translations --check tells
-    const Catalogue& catalogue = catalogueOf(Language::german);
+    const Catalogue catalogue = catalogueOf(Language::german);
     ASSERT_GT(catalogue.size(), 30u);
     for (std::size_t i = 1; i < catalogue.size(); ++i) {
         const auto [original, translation] = catalogue.entry(i);
         SCOPED_TRACE(original);
-        EXPECT_EQ(names(original), names(translation));
         const std::string text(original.substr(0, original.find('\0')));
         const std::string shown = Reader{.platform = Platform::other}.translate(text);
         // Each text that names a platform has its twin; what a program is called is none.
@@ -100,8 +131,53 @@ TEST(Reader, catalogueFitsTheCode) {  // that it is complete is what scripts/upd
     }
 }
 
+TEST(Reader, everyFormKeepsWhatIsPutIn) {
+    for (const Language language : allLanguages()) {
+        const Catalogue catalogue = catalogueOf(language);
+        const auto forms = 1 + std::ranges::count(factsOf(language).plurals, ' ');
+        for (std::size_t i = 1; i < catalogue.size(); ++i) {
+            const auto [original, translation] = catalogue.entry(i);
+            SCOPED_TRACE(std::string(factsOf(language).code) + ": " + std::string(original));
+            const bool isCounted = original.find('\0') != std::string_view::npos;
+            EXPECT_EQ(1 + std::ranges::count(translation, '\0'), isCounted ? forms : 1);
+            for (std::string_view rest = translation; !rest.empty();) {
+                auto found = names(takePiece(rest, '\0')), wanted = names(original);
+                for (auto* each : {&found, &wanted}) {
+                    if (isCounted) each->erase("%n");  // a form for one number need not tell it
+                }
+                EXPECT_EQ(found, wanted);
+            }
+        }
+    }
+}
+
+TEST(Direction, whatIsPutInIsAnIsland) {
+    const Language arabic = languageOf("ar");
+    ASSERT_TRUE(factsOf(arabic).isRightToLeft);
+    const std::pair<const char*, const char*> rows[] = {
+        {"a.example", "\u2066a.example\u2069"},
+        {"12,345", "12,345"},
+        {"[!]", "\u2066[!]\u2069"},
+        {"ינואר", "ינואר"},
+        {"שלום עולם", "\u2067שלום עולם\u2069"},
+        {"אבג.דהו.evil.example", "\u2066\u2067אבג\u2069.\u2067דהו\u2069.evil.example\u2069"},
+        {"בנק <x@אבג.example>", "\u2067בנק \u2066<x@\u2067אבג\u2069.example>\u2069\u2069"},
+        {"מ-\u2066a.example\u2069", "\u2067מ-\u2066a.example\u2069\u2069"},
+        {"\u2066a.example\u2069", "\u2066a.example\u2069"},
+        {"a\u2069b", "\u2066a‹U+2069›b\u2069"},
+    };
+    for (const auto& [text, island] : rows) EXPECT_EQ(isolated(text, arabic), island) << text;
+    EXPECT_EQ(isolated("אבג.example", Language::german), "אבג.example");
+    const std::string said =
+        Reader{.language = arabic}.translate("Signed by %1, unchanged since sent", {"a.example"});
+    EXPECT_NE(said.find("\u2066a.example\u2069"), std::string::npos) << said;
+    const std::string line = "מ-\u2066a.example\u2069\u202E";
+    EXPECT_EQ(inertLine(line, arabic), "מ-\u2066a.example\u2069‹U+202E›");
+    EXPECT_EQ(inertLine(line, Language::english), forDisplay(line));
+}
+
 TEST(Reader, damagedCatalogues) {
-    const Catalogue& whole = catalogueOf(Language::german);
+    const Catalogue whole = catalogueOf(Language::german);
     EXPECT_EQ(Catalogue("").size(), 0u);
     EXPECT_EQ(Catalogue("no catalogue at all, but long enough").find("Valid"), std::nullopt);
     EXPECT_EQ(whole.find("Valid", 7), std::nullopt);

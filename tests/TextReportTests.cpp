@@ -108,6 +108,17 @@ TEST(TextReport, wrappedWordsAndCutNames) {
     EXPECT_EQ(wrapped("login.bank-of-x.example.evil-1.example", 0, 21),
               "login.bank-of-x\n  .example\n  .evil-1.example");
     EXPECT_EQ(wrapped(std::string(19, '-') + "[x", 0, 20), std::string(19, '-') + "\n  … [x");
+    // Chinese and Japanese have no blanks; where a domain may be meant, nothing is broken.
+    EXPECT_EQ(
+        wrapped("\u8FD9\u5C01\u90AE\u4EF6\u7531example.com\u7B7E\u540D\u3002\u6CA1\u6709\u66F4\u6539", 0, 23),
+        "\u8FD9\u5C01\u90AE\u4EF6\n  \u7531example.com\u7B7E\u540D\u3002\n  \u6CA1\u6709\u66F4\u6539");
+    EXPECT_EQ(
+        wrapped("\u516C\u53F8\u516C\u53F8\u516C\u53F8 \u516C\u53F8\u516C\u53F8\u516C\u53F8.example", 0, 21),
+        "\u516C\u53F8\u516C\u53F8\u516C\u53F8\n  \u516C\u53F8\u516C\u53F8\u516C\u53F8\n  .example");
+    EXPECT_EQ(wrapped("e\u0301\u0301\u0301\u0301 \u2066aaaaaaaaaaaa aaaa\u2069 b", 0, 20),
+              "e\u0301\u0301\u0301\u0301 \u2066aaaaaaaaaaaa aaaa\u2069\n  b");
+    EXPECT_EQ(wrapped("\u2066aaaaaaaaaaaaaaaa bbb\u2069", 0, 20),
+              "\u2066aaaaaaaaaaaaaaaa\u2069\n  \u2066bbb\u2069");
     EXPECT_EQ(cutInside("service@bank.example." + std::string(99, 'a') + ".evil.example", 40),
               "service@ba…aaaaaaaaaaaaaaaaa.evil.example");
     EXPECT_EQ(cutInside("\u00E9\u00E9\u00E9\u00E9", 5), "…\u00E9\u00E9");

@@ -417,7 +417,8 @@ void expectMnemonics(const QStringList& texts) {
 }
 
 TEST(Mnemonics, everyCommandAndButtonHasItsOwn) {
-    for (const Language language : {Language::english, Language::german}) {
+    for (const Language language : allLanguages()) {
+        SCOPED_TRACE(factsOf(language).code);
         const Words words{{.language = language, .platform = Platform::other}};
         ReportList list([] { return Date(); }, words);
         MainView window(list, words);

@@ -3,6 +3,8 @@
 #include <unicode/idna.h>
 #include <unicode/locid.h>
 #include <unicode/normalizer2.h>
+#include <unicode/numberformatter.h>
+#include <unicode/plurrule.h>
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
@@ -31,9 +33,9 @@ std::string unicodeLowered(std::string_view text) {
     return lowered;
 }
 
-std::string unicodeUppered(std::string_view text) {
+std::string unicodeUppered(std::string_view text, const char* language) {
     std::string uppered;
-    wideOf(text).toUpper(icu::Locale::getRoot()).toUTF8String(uppered);
+    wideOf(text).toUpper(icu::Locale(language)).toUTF8String(uppered);
     return uppered;
 }
 
@@ -51,9 +53,139 @@ bool isAlphabetic(char32_t scalar) { return u_isUAlphabetic(static_cast<UChar32>
 
 bool isWhiteSpace(char32_t scalar) { return u_isUWhiteSpace(static_cast<UChar32>(scalar)) != 0; }
 
+Direction directionOf(char32_t scalar) {
+    switch (u_charDirection(static_cast<UChar32>(scalar))) {
+        case U_LEFT_TO_RIGHT:
+            return Direction::rightwards;
+        case U_RIGHT_TO_LEFT:
+        case U_RIGHT_TO_LEFT_ARABIC:
+        case U_ARABIC_NUMBER:
+            return Direction::leftwards;
+        case U_DIR_NON_SPACING_MARK:
+            return Direction::mark;
+        default:
+            return Direction::none;
+    }
+}
+
 int columnsOf(char32_t scalar) {
+    if (scalar < 0x80) return 1;
+    if ((U_GET_GC_MASK(static_cast<UChar32>(scalar)) & (U_GC_MN_MASK | U_GC_ME_MASK | U_GC_CF_MASK)) != 0)
+        return 0;
     const auto width = u_getIntPropertyValue(static_cast<UChar32>(scalar), UCHAR_EAST_ASIAN_WIDTH);
     return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
+std::size_t columnsOf(std::string_view text) {
+    std::size_t sum = 0;
+    while (!text.empty()) sum += static_cast<std::size_t>(columnsOf(takeScalar(text)));
+    return sum;
+}
+
+namespace {
+
+std::int32_t lineBreakClass(char32_t scalar) {
+    return u_getIntPropertyValue(static_cast<UChar32>(scalar), UCHAR_LINE_BREAK);
+}
+
+bool mayEndLine(char32_t scalar) {
+    switch (lineBreakClass(scalar)) {
+        case U_LB_OPEN_PUNCTUATION:
+        case U_LB_PREFIX_NUMERIC:
+        case U_LB_GLUE:
+        case U_LB_WORD_JOINER:
+            return false;
+        default:
+            return true;
+    }
+}
+
+bool mayBeginLine(char32_t scalar) {
+    switch (lineBreakClass(scalar)) {
+        case U_LB_CLOSE_PUNCTUATION:
+        case U_LB_CLOSE_PARENTHESIS:
+        case U_LB_EXCLAMATION:
+        case U_LB_NONSTARTER:
+        case U_LB_CONDITIONAL_JAPANESE_STARTER:
+        case U_LB_POSTFIX_NUMERIC:
+        case U_LB_INSEPARABLE:
+        case U_LB_GLUE:
+        case U_LB_WORD_JOINER:
+            return false;
+        default:
+            return true;
+    }
+}
+
+}  // namespace
+
+std::vector<std::string_view> piecesOf(std::string_view word) {
+    std::vector<std::string_view> pieces;
+    const auto isOfName = [](char c) { return c == '.' || c == '@' || c == '-'; };
+    std::size_t begin = 0;  // of the piece
+    for (std::size_t at = 0; at < word.size();) {
+        // A run of wide letters, and the places in it.
+        const std::size_t runBegin = at;
+        std::vector<std::size_t> places;
+        char32_t last = 0;
+        while (at < word.size()) {
+            std::string_view rest = word.substr(at);
+            const char32_t scalar = takeScalar(rest);
+            if (columnsOf(scalar) != 2) break;
+            if (at > runBegin && mayEndLine(last) && mayBeginLine(scalar)) places.push_back(at);
+            last = scalar;
+            at = word.size() - rest.size();
+        }
+        const bool isName =
+            (runBegin > 0 && isOfName(word[runBegin - 1])) || (at < word.size() && isOfName(word[at]));
+        if (at > runBegin && at < word.size() && lineBreakClass(last) == U_LB_CLOSE_PUNCTUATION && !isName)
+            places.push_back(at);
+        if (isName) places.clear();
+        for (const std::size_t place : places) {
+            pieces.push_back(word.substr(begin, place - begin));
+            begin = place;
+        }
+        if (at < word.size()) {  // what ended the run
+            std::string_view rest = word.substr(at);
+            takeScalar(rest);
+            at = word.size() - rest.size();
+        }
+    }
+    pieces.push_back(word.substr(begin));
+    return pieces;
+}
+
+struct NumberRules::Rules {
+    icu::number::LocalizedNumberFormatter formatter = {};
+    std::unique_ptr<const icu::PluralRules> plurals = {};
+};
+
+NumberRules::NumberRules(const char* language) {
+    UErrorCode error = U_ZERO_ERROR;
+    auto made = std::make_unique<Rules>();
+    // Dates, sizes and counts stand beside domains, digests and other evidence, which have these digits only.
+    const icu::Locale locale = icu::Locale::forLanguageTag(std::string(language) + "-u-nu-latn", error);
+    made->formatter = icu::number::NumberFormatter::withLocale(locale);
+    made->plurals.reset(icu::PluralRules::forLocale(locale, error));
+    if (U_SUCCESS(error)) m_rules = std::move(made);
+}
+
+NumberRules::~NumberRules() = default;
+
+std::string NumberRules::written(std::int64_t number) const {
+    UErrorCode error = U_ZERO_ERROR;
+    if (!m_rules) return std::to_string(number);
+    std::string text;
+    m_rules->formatter.formatInt(number, error).toString(error).toUTF8String(text);
+    return U_SUCCESS(error) ? text : std::to_string(number);
+}
+
+std::string NumberRules::category(std::int64_t count) const {
+    std::string name = "other";
+    if (!m_rules) return name;
+    name.clear();
+    m_rules->plurals->select(static_cast<double>(count)).toUTF8String(name);
+    return name;
 }
 
 namespace {

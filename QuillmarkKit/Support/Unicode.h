@@ -1,10 +1,12 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// What only a Unicode database knows. The one file that includes ICU is `Unicode.cpp`.
 namespace quillmark {
@@ -15,8 +17,9 @@ inline bool isASCII(std::string_view text) {
 
 /// `text` in lower case by the rules of Unicode, of no particular language.
 std::string unicodeLowered(std::string_view text);
-/// The same in upper case; "ß" becomes "SS".
-std::string unicodeUppered(std::string_view text);
+/// The same in upper case, by the rules of a language (BCP 47): "ß" becomes "SS", and in Turkish "i" has its
+/// dot.
+std::string unicodeUppered(std::string_view text, const char* language = "");
 
 /// `text` in Normalization Form KC: wide, bold and circled letters become those that they look like.
 std::string compatibleForm(std::string_view text);
@@ -25,8 +28,40 @@ std::string compatibleForm(std::string_view text);
 bool isAlphabetic(char32_t scalar);
 /// The Unicode property White_Space.
 bool isWhiteSpace(char32_t scalar);
-/// How many columns a character takes on a terminal, at most: two when it is wide, else one.
+/// Where the letters of a character's script run to; a mark goes with what it stands on. Digits, signs and
+/// blanks run nowhere by themselves (UAX 9).
+enum class Direction { none, rightwards, leftwards, mark };
+Direction directionOf(char32_t scalar);
+
+/// How many columns a character takes on a terminal: two when it is wide, none when it stands on another or
+/// is not seen, else one.
 int columnsOf(char32_t scalar);
+/// The same of UTF-8 text.
+std::size_t columnsOf(std::string_view text);
+
+/// A word, as blanks divide them, in the pieces that a line may be broken between: most are one piece, but
+/// Chinese and Japanese have no blanks and are broken between their letters (by the classes of UAX 14). Never
+/// beside other letters, nor where a domain or an address could be meant, which would begin elsewhere then.
+std::vector<std::string_view> piecesOf(std::string_view word);
+
+/// How a language (BCP 47) writes and counts numbers, by CLDR. Takes milliseconds to make; safe from several
+/// threads afterwards.
+class NumberRules {
+public:
+    explicit NumberRules(const char* language);
+    ~NumberRules();
+    NumberRules(const NumberRules&) = delete;
+    NumberRules& operator=(const NumberRules&) = delete;
+
+    /// With the language's separators, and the digits 0 to 9 in every language.
+    std::string written(std::int64_t number) const;
+    /// The plural category of a count: "one", "few", … "other".
+    std::string category(std::int64_t count) const;
+
+private:
+    struct Rules;
+    std::unique_ptr<const Rules> m_rules;
+};
 
 /// A domain as DNS and registries are asked for it: each label that is not ASCII in its A-label form (UTS 46,
 /// non-transitional), the others as they stand. Nothing when there is none for a label, when it would take
