@@ -77,13 +77,17 @@ async function messageBytes(id) {
 const leftwards = "\\u0590-\\u08FF\\uFB1D-\\uFDFF\\uFE70-\\uFEFF\\u{10800}-\\u{10FFF}\\u{1E800}-\\u{1EFFF}";
 const leftwardsRuns = new RegExp(`[${leftwards}](?: *[${leftwards}\\p{M}])*`, "gu");
 
+const isRightToLeft = browser.i18n.getMessage("direction") === "rtl";
+
 /**
  * Puts a text into an element. Letters written from right to left are isolated, so that they can't pull what stands
- * beside them along, and no line ends at a hyphen of a domain.
+ * beside them along, and no line ends at a hyphen of a domain. In a language that is itself written so, the host has
+ * set apart what others wrote.
  */
 function fill(element, text) {
     element.textContent = "";
-    for (const word of text.replace(leftwardsRuns, "\u2068$&\u2069").split(/( )/)) {
+    const isolated = isRightToLeft ? text : text.replace(leftwardsRuns, "\u2068$&\u2069");
+    for (const word of isolated.split(/( )/)) {
         const isWhole = /[.@]/.test(word) && word.includes("-");
         const piece = isWhole ? document.createElement("span") : document.createTextNode("");
         if (isWhole) piece.className = "whole";
@@ -195,6 +199,7 @@ async function* messages() {
 
 async function main() {
     document.documentElement.lang = browser.i18n.getUILanguage();
+    document.documentElement.dir = isRightToLeft ? "rtl" : "ltr";
     document.body.classList.toggle("popup", !location.search);
     const connection = new Host();
     const all = messages();
