@@ -113,7 +113,8 @@ void LeadLine::paintEvent(QPaintEvent*) {
     go.setUnderline(underMouse() || hasFocus());
     painter.setFont(go);
     const Qt::Alignment end = isRightToLeft ? Qt::AlignLeft : Qt::AlignRight;
-    painter.drawText(rect().adjusted(edge, edge, -edge, -edge), static_cast<int>(Qt::AlignTop | end), m_go);
+    painter.drawText(rect().adjusted(edge, edge, -edge, -edge),
+                     static_cast<int>(Qt::AlignTop | Qt::AlignAbsolute | end), m_go);
     if (!hasFocus()) return;
     painter.setPen(QPen(palette().color(QPalette::Text), 1, Qt::DashLine));
     painter.drawRect(rect().adjusted(-edge, 0, edge, 0).intersected(rect()).adjusted(0, 0, -1, -1));

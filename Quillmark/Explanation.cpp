@@ -51,7 +51,11 @@ QWidget* ExplainButton::explanation() const {
         below->addWidget(new PlainText(m_words("Defined in %1.", QString::fromStdString(source))));
     if (!m_raw.isEmpty()) {
         below->addWidget(new PlainText(m_words("As it stands in the message and in DNS:")));
-        for (const QString& line : m_raw) below->addWidget(new PlainText(line));
+        for (const QString& line : m_raw) {
+            auto* raw = new PlainText(line);
+            raw->followDirectionOfLines();
+            below->addWidget(raw);
+        }
     }
     deeper->hide();
     lines->addWidget(deeper);

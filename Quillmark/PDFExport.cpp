@@ -375,8 +375,10 @@ void drawFooter(QPainter& painter, const QRectF& area, const QString& begin, con
     const QFontMetricsF metrics(font, painter.device());
     const double other = metrics.horizontalAdvance(end + QStringLiteral("    "));
     const int direction = isMirrored ? Qt::TextForceRightToLeft : Qt::TextForceLeftToRight;
-    const Qt::Alignment atBegin = Qt::AlignBottom | (isMirrored ? Qt::AlignRight : Qt::AlignLeft);
-    const Qt::Alignment atEnd = Qt::AlignBottom | (isMirrored ? Qt::AlignLeft : Qt::AlignRight);
+    const Qt::Alignment atBegin =
+        Qt::AlignBottom | Qt::AlignAbsolute | (isMirrored ? Qt::AlignRight : Qt::AlignLeft);
+    const Qt::Alignment atEnd =
+        Qt::AlignBottom | Qt::AlignAbsolute | (isMirrored ? Qt::AlignLeft : Qt::AlignRight);
     // In two lines where it needs them: what it ends with is a domain.
     painter.drawText(area.adjusted(isMirrored ? other : 0, 0, isMirrored ? 0 : -other, 0),
                      static_cast<int>(atBegin) | Qt::TextWrapAnywhere | direction, begin);

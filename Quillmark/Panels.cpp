@@ -86,7 +86,10 @@ QFont scaled(QFont font, double factor, QFont::Weight weight) {
 double layOut(QTextLayout& layout, double width, Qt::Alignment alignment) {
     QTextOption option(alignment);
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    if (QGuiApplication::isRightToLeft()) option.setTextDirection(Qt::RightToLeft);
+    if (QGuiApplication::isRightToLeft()) {
+        option.setTextDirection(Qt::RightToLeft);
+        if (alignment == Qt::AlignLeft) option.setAlignment(Qt::AlignRight);
+    }
     layout.setTextOption(option);
     double height = 0;
     layout.beginLayout();

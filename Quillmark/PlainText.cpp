@@ -25,11 +25,7 @@ PlainText::PlainText(const QString& text, QWidget* parent) : QTextEdit(parent) {
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     // A sentence of such a language may begin with a domain or an abbreviation, which Qt would go by.
-    if (QGuiApplication::isRightToLeft()) {
-        QTextOption option = document()->defaultTextOption();
-        option.setTextDirection(Qt::RightToLeft);
-        document()->setDefaultTextOption(option);
-    }
+    if (QGuiApplication::isRightToLeft()) setTextDirection(Qt::RightToLeft);
     setTabChangesFocus(true);
     setAcceptDrops(false);
     // A report holds dozens of these: with the keyboard one walks from command to command, and a click or the
@@ -43,6 +39,14 @@ PlainText::PlainText(const QString& text, QWidget* parent) : QTextEdit(parent) {
     setSizePolicy(policy);
     setContents(text);
 }
+
+void PlainText::setTextDirection(Qt::LayoutDirection direction) {
+    QTextOption option = document()->defaultTextOption();
+    option.setTextDirection(direction);
+    document()->setDefaultTextOption(option);
+}
+
+void PlainText::followDirectionOfLines() { setTextDirection(Qt::LayoutDirectionAuto); }
 
 void PlainText::setContents(const QString& text) {
     setPlainText(text);

@@ -17,6 +17,8 @@ public:
     void setColor(const QColor& color);
     /// Where there is little else on a page, one goes from text to text with the keyboard, which each shows.
     void makeStop();
+    /// For lines that others wrote: each has the direction of its own first letter, not that of the window.
+    void followDirectionOfLines();
 
     bool hasHeightForWidth() const override { return true; }
     int heightForWidth(int width) const override;
@@ -33,6 +35,7 @@ protected:
     void focusOutEvent(QFocusEvent* event) override;
 
 private:
+    void setTextDirection(Qt::LayoutDirection direction);
     void setLineHeight();
 
     mutable int m_measuredWidth = -1, m_measuredHeight = 0;

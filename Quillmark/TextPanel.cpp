@@ -45,6 +45,7 @@ public:
     bool isMarked() const { return m_look == TextBlock::Look::marked; }
     void add(const QString& lines) {
         auto* text = new PlainText(lines);
+        text->followDirectionOfLines();
         text->setFont(m_look == TextBlock::Look::quiet ? font() : fixedFont(font()));
         if (m_look == TextBlock::Look::quiet) text->setColor(fadedText(palette()));
         m_lines->addWidget(text);
@@ -64,7 +65,8 @@ protected:
         painter.setFont(word);
         painter.setPen(color);
         const int right = m_lines->contentsMargins().left() - line / 2;
-        painter.drawText(QRect(0, line / 3, right, line * 3 / 2), Qt::AlignRight | Qt::AlignTop, m_margin);
+        painter.drawText(QRect(0, line / 3, right, line * 3 / 2), Qt::AlignRight | Qt::AlignAbsolute | Qt::AlignTop,
+                         m_margin);
         if (hasFocus()) drawFocus(painter, rect(), palette());
     }
     void focusInEvent(QFocusEvent* event) override {
