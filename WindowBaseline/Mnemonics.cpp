@@ -8,6 +8,7 @@
 #include <QMenuBar>
 #include <QTabBar>
 #include <QToolButton>
+#include <algorithm>
 #include <map>
 #include <set>
 #include <vector>
@@ -28,17 +29,33 @@ QChar marked(const QString& text) {
     return {};
 }
 
+/// Chinese and Japanese letters: no key has them.
+bool hasNoKey(QChar letter) {
+    const QChar::Script script = letter.script();
+    return script == QChar::Script_Han || script == QChar::Script_Hiragana ||
+           script == QChar::Script_Katakana || letter == u'ー';
+}
+
 QString without(const QString& text) {
     QString plain = text;
     const qsizetype mark = plain.indexOf(u'&');
-    return mark < 0 ? plain : plain.remove(mark, 1);
+    if (mark < 0) return plain;
+    const bool isBehind = mark > 0 && plain[mark - 1] == u'(' && plain.mid(mark + 2, 1) == u")";
+    return isBehind ? plain.remove(mark - 1, 4) : plain.remove(mark, 1);
+}
+
+/// A text whose letters have no keys, with another letter behind it, as is usual there: "表示(&V)…".
+QString withLetterBehind(QString text, QChar letter) {
+    qsizetype end = text.size();
+    while (end > 0 && !text[end - 1].isLetterOrNumber()) --end;
+    return text.insert(end, QStringLiteral("(&") + letter.toUpper() + u')');
 }
 
 /// The places of letters that may be marked: the beginnings of words first.
 std::vector<qsizetype> candidates(const QString& text) {
     std::vector<qsizetype> beginnings, others;
     for (qsizetype i = 0; i < text.size(); ++i) {
-        if (!text[i].isLetter()) continue;
+        if (!text[i].isLetter() || hasNoKey(text[i])) continue;
         const bool isBeginning = i == 0 || !text[i - 1].isLetterOrNumber();
         (isBeginning ? beginnings : others).push_back(i);
     }
@@ -80,6 +97,15 @@ QStringList withMnemonics(const QStringList& texts, const QString& taken) {
     }
     QStringList result = texts;
     for (const auto& [text, place] : matching.places) result[text].insert(place, u'&');
+    QChar free = u'a';
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        if (matching.places.contains(i) || !marked(texts[i]).isNull()) continue;
+        if (!std::ranges::any_of(texts[i], hasNoKey)) continue;
+        while (matching.owners.contains(free)) free = QChar(free.unicode() + 1);
+        if (free > u'z') break;
+        matching.owners[free] = i;
+        result[i] = withLetterBehind(texts[i], free);
+    }
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QLineEdit>
 #include <QRadioButton>
+#include <QRegularExpression>
 
 #include "Quillmark/HelpView.h"
 #include "Quillmark/KeyBookView.h"
@@ -404,12 +405,14 @@ QString mnemonicOf(const QString& text) {
 void expectMnemonics(const QStringList& texts) {
     std::map<QString, QString> letters, byText;
     for (const QString& text : texts) {
-        const QString letter = mnemonicOf(text), plain = QString(text).remove(u'&');
+        static const QRegularExpression mark(QStringLiteral("\\(&.\\)|&"));
+        const QString letter = mnemonicOf(text), plain = QString(text).remove(mark);
         if (letter.isEmpty()) {
             byText.emplace(plain, QString());
             continue;
         }
         byText[plain] = letter;
+        EXPECT_NE(letter[0].script(), QChar::Script_Han) << "no key has it: " << text.toStdString();
         EXPECT_TRUE(letters.emplace(letter, text).second)
             << text.toStdString() << " has the letter of " << letters[letter].toStdString();
     }
