@@ -130,16 +130,20 @@ public:
         table.setCellPadding(1.5);
         table.setCellSpacing(0);
         table.setTopMargin(3);
-        if (isRightToLeft(m_words)) table.setLayoutDirection(Qt::RightToLeft);
         table.setWidth(QTextLength(QTextLength::PercentageLength, 100));
-        table.setColumnWidthConstraints(
-            {QTextLength(QTextLength::PercentageLength, 26), QTextLength(QTextLength::PercentageLength, 74)});
+        // Qt mirrors no tables.
+        const int names = isRightToLeft(m_words) ? 1 : 0, values = 1 - names;
+        QList<QTextLength> widths(2, QTextLength(QTextLength::PercentageLength, 74));
+        widths[names] = QTextLength(QTextLength::PercentageLength, 26);
+        table.setColumnWidthConstraints(widths);
         QTextTable* grid = m_cursor.insertTable(static_cast<int>(facts.size()), 2, table);
         for (int row = 0; const ReportFact& fact : facts) {
-            grid->cellAt(row, 0).firstCursorPosition().insertText(fact.name,
-                                                                  format(points, QFont::Normal, fadedInk));
-            grid->cellAt(row, 1).firstCursorPosition().insertText(fact.value,
-                                                                  format(points, QFont::Normal, ink));
+            grid->cellAt(row, names)
+                .firstCursorPosition()
+                .insertText(fact.name, format(points, QFont::Normal, fadedInk));
+            grid->cellAt(row, values)
+                .firstCursorPosition()
+                .insertText(fact.value, format(points, QFont::Normal, ink));
             ++row;
         }
         m_cursor.movePosition(QTextCursor::End);
