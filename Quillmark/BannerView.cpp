@@ -281,6 +281,14 @@ QWidget* BannerView::addLead(QBoxLayout* lines, const ReportLead& lead, bool isB
 
 namespace {
 
+/// Whether a broken signature does, once changes are taken back.
+bool holdsAgain(const ReportContent& content) {
+    return std::ranges::any_of(content.sections, [](const ReportSection& section) {
+        return std::ranges::any_of(section.notes,
+                                   [](const ReportLine& note) { return note.undone.has_value(); });
+    });
+}
+
 /// In line with the texts beside the verdict's symbol.
 QBoxLayout* indented(QWidget* part) {
     auto* lines = new QVBoxLayout(part);
@@ -342,6 +350,11 @@ QWidget* BannerView::foot() {
     connect(m_recheck, &QPushButton::clicked, this, &BannerView::recheckWanted);
     lines->addWidget(m_recheck, 0, Qt::AlignLeft);
     offerRecheck(false);
+    if (!m_content.hasMessage || !holdsAgain(m_content)) return foot;
+    auto* compare = new Button(m_words("Compare…"));
+    compare->setAccessibleName(m_words("Compare what is shown with what was signed"));
+    connect(compare, &QPushButton::clicked, this, &BannerView::comparisonWanted);
+    lines->addWidget(compare, 0, Qt::AlignLeft);
     return foot;
 }
 

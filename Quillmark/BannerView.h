@@ -93,6 +93,7 @@ signals:
     void expectationChanged(const QString& typed);
     void suggestionsWanted();
     void recheckWanted();
+    void comparisonWanted();  ///< of what is shown with what was signed
     /// What a line speaks of is to be shown.
     void placeWanted(const quillmark::ReportLead& lead);
 

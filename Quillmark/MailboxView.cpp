@@ -140,7 +140,7 @@ QWidget* MailboxView::head() {
         auto* lead = new LeadLine(text, m_words("Show"));
         lead->setObjectName(QStringLiteral("tone") + toneSymbol(tone));
         lead->setAccessibleName(m_words("Show only “%1”: %2", toneWord(tone, m_words), number(count)));
-        connect(lead, &QAbstractButton::clicked, this, [this, tone] { emit toneWanted(tone); });
+        connect(lead, &QAbstractButton::clicked, this, [this, tone] { emit tonesWanted({tone}); });
         row->addWidget(lead, 1);
         layout->addLayout(row);
     }
@@ -188,8 +188,13 @@ QWidget* MailboxView::worst() {
         layout->addLayout(row);
     }
     if (m_seen.size() > count) {
-        layout->addWidget(new PlainText(m_words.translateCount(
-            "and %n more", "and %n more", static_cast<std::int64_t>(m_seen.size() - count))));
+        auto* rest = new LeadLine(m_words.translateCount("and %n more", "and %n more",
+                                                         static_cast<std::int64_t>(m_seen.size() - count)),
+                                  m_words("Show"));
+        rest->setObjectName(QStringLiteral("rest"));
+        connect(rest, &QAbstractButton::clicked, this,
+                [this] { emit tonesWanted({Tone::caution, Tone::bad, Tone::unknown}); });
+        layout->addWidget(rest);
     }
     return card;
 }

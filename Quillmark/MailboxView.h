@@ -3,6 +3,7 @@
 #include <QString>
 #include <QTimer>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "Quillmark/Panels.h"
@@ -37,7 +38,7 @@ public:
 
 signals:
     void reportWanted(const quillmark::UUID& id);
-    void toneWanted(quillmark::Tone tone);  ///< to see these alone in the list
+    void tonesWanted(const std::set<quillmark::Tone>& tones);  ///< to see these alone in the list
     /// Something else is shown that stays so: its totals, for those who hear them.
     void counted(const QString& spoken);
 

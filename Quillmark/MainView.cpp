@@ -155,7 +155,9 @@ MainView::MainView(ReportList& list, const Words& words, QWidget* parent)
     setUnsaved({});
     offerUndo({}, false);
     setRunning({});
+    offerMailbox({});
     showDropArea();
+    findChild<QPushButton*>(QStringLiteral("openHere"))->setFocus();  // where one begins
     for (QAction* each : menuBar()->actions()) window_baseline::giveMnemonics(*each->menu());
     window_baseline::giveMnemonics(*this);
     connect(m_reportView, &ReportView::contentChanged, this,
@@ -430,7 +432,20 @@ QWidget* MainView::buildReportSide() {
     connect(m_mailboxView, &MailboxView::counted, this, [this](const QString& spoken) {
         if (m_pages->currentWidget() == m_mailboxView) announce(spoken);
     });
-    return m_pages;
+    m_back = new QToolButton;
+    m_back->setObjectName(QStringLiteral("back"));
+    m_back->setArrowType(isRightToLeft() ? Qt::RightArrow : Qt::LeftArrow);
+    m_back->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_back->setAutoRaise(true);
+    m_back->setFocusPolicy(Qt::StrongFocus);
+    connect(m_back, &QToolButton::clicked, this, &MainView::mailboxWanted);
+    auto* side = new QWidget;
+    auto* rows = new QVBoxLayout(side);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(0);
+    rows->addWidget(m_back, 0, Qt::AlignLeft);
+    rows->addWidget(m_pages, 1);
+    return side;
 }
 
 QWidget* MainView::buildDropArea() {
@@ -451,6 +466,7 @@ QWidget* MainView::buildDropArea() {
         auto* each = new Button(text);
         connect(each, &QPushButton::clicked, action(command), &QAction::trigger);
         buttons->addWidget(each);
+        if (command == Command::open) each->setObjectName(QStringLiteral("openHere"));
     }
     buttons->addStretch(1);
     layout->addLayout(buttons);
@@ -591,7 +607,7 @@ void MainView::announce(const QString& text) {
 bool MainView::isWaitingFor(const QWidget* page) const {
     if (m_pages->currentWidget() == page) return false;
     const QWidget* focus = focusWidget();
-    return !focus || m_pages->isAncestorOf(focus) || m_topRow->isAncestorOf(focus);
+    return !focus || focus == m_back || m_pages->isAncestorOf(focus) || m_topRow->isAncestorOf(focus);
 }
 
 void MainView::showMailbox(MailboxContent content) {
@@ -599,6 +615,15 @@ void MainView::showMailbox(MailboxContent content) {
     m_mailboxView->setContent(std::move(content));
     m_pages->setCurrentWidget(m_mailboxView);
     if (takesKeyboard) m_mailboxView->focusHead();
+}
+
+void MainView::offerMailbox(const QString& name) {
+    const QString text = m_words("Back to %1", name);
+    m_back->setAccessibleName(withoutIsolation(text));
+    m_back->setText(QString(text).replace(u'&', QStringLiteral("&&")));
+    m_back->setShortcut(QKeySequence::Back);  // which a text takes away
+    m_back->setToolTip(m_back->shortcut().toString(QKeySequence::NativeText));
+    m_back->setVisible(!name.isEmpty());
 }
 
 // Where there is nothing to be read yet the keyboard stays in the list.

@@ -18,6 +18,7 @@ class QProgressBar;
 class QPushButton;
 class QSplitter;
 class QStackedWidget;
+class QToolButton;
 namespace window_baseline {
 class EditActions;
 }
@@ -103,6 +104,8 @@ public:
     /// no report.
     void showReport(const ReportContent& content);
     void showMailbox(MailboxContent content);
+    /// Says of which mailbox the report is, with a way back to its page; empty: of none.
+    void offerMailbox(const QString& name);
     void showDropArea();
     void showRefusal(const QString& line);
     /// Whether the drop area is what is shown.
@@ -129,6 +132,7 @@ signals:
     void received(const DropContents& contents);
     void chosen(const std::optional<UUID>& id);
     void clipboardWanted();  ///< to check what it holds
+    void mailboxWanted();    ///< that of the report
     void undoWanted();       ///< of what was removed
     void problemDismissed();
     void recoveryWanted();  ///< of what the problem tells of
@@ -173,6 +177,7 @@ private:
     bool m_areSizesTheirs = false;           // a person has moved what lies between
     ListPanel* m_listSide = nullptr;
     QMenu* m_sortMenu = nullptr;
+    QToolButton* m_back = nullptr;
     QStackedWidget* m_pages = nullptr;
     ReportView* m_reportView = nullptr;
     MailboxView* m_mailboxView = nullptr;

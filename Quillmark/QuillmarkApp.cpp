@@ -46,6 +46,7 @@ namespace {
 
 /// After the list was made anew it is left alone for so many times as long, at most for so many milliseconds.
 constexpr qint64 restAfterList = 8, longestRest = 200;
+constexpr std::size_t longestInBack = 60;  // bytes
 constexpr double leastZoom = 0.7, mostZoom = 2.5, zoomStep = 1.1;
 constexpr const char *zoomKey = "zoom", *tableKey = "table", *sizesKey = "sizes";
 
@@ -93,9 +94,14 @@ QuillmarkApp::QuillmarkApp(AppModel& model, Surroundings surroundings, const Wor
     connect(m_window.listPanel(), &ListPanel::choiceChanged, this, [this] { m_selectionTimer.start(); });
     connect(&m_window, &MainView::undoWanted, &m_model, &AppModel::undoRemoval);
     connect(&m_model, &AppModel::removalsChanged, this, &QuillmarkApp::refreshUndo);
+    connect(&m_window, &MainView::mailboxWanted, this, [this] {
+        if (const auto mailbox = mailboxOfSelected()) m_model.select(mailbox);
+    });
     connect(m_window.mailboxView(), &MailboxView::reportWanted, &m_model, &AppModel::select);
-    connect(m_window.mailboxView(), &MailboxView::toneWanted, this,
-            [this](Tone tone) { m_window.listPanel()->showOnly({tone}); });
+    connect(m_window.mailboxView(), &MailboxView::tonesWanted, this, [this](const std::set<Tone>& tones) {
+        m_window.listPanel()->showOnly(tones);
+        m_window.listPanel()->focusList();
+    });
     connect(&m_window, &MainView::problemDismissed, &m_model, &AppModel::dismissProblem);
     connect(&m_window, &MainView::recoveryWanted, this, [this] {
         if (const auto damaged = m_model.damagedHistory()) m_model.recoverHistory(*damaged);
@@ -195,6 +201,7 @@ void QuillmarkApp::refreshSelection() {
         m_togetherName = together->title;
         m_isTogetherWhole = together->isWhole;
         m_window.showMailbox(std::move(*together));
+        m_window.offerMailbox({});
         m_shown = nullptr;
         m_hasMessage = false;
         return refreshCommands();
@@ -226,9 +233,17 @@ void QuillmarkApp::refreshSelection() {
         m_window.showRefusal(m_words.sentence(m_model.refusal().value_or("")));
         offerClipboard();
     }
+    const auto mailbox = mailboxOfSelected();
+    m_window.offerMailbox(mailbox ? shown(m_model.row(*mailbox)->name.value_or(""), longestInBack)
+                                  : QString());
     m_shown = report;
     m_hasMessage = checked.has_value();
     refreshCommands();
+}
+
+std::optional<UUID> QuillmarkApp::mailboxOfSelected() const {
+    const AppModel::Row* row = selected() ? m_model.row(*selected()) : nullptr;
+    return row && row->mailbox && m_model.row(*row->mailbox) ? row->mailbox : std::nullopt;
 }
 
 std::set<UUID> QuillmarkApp::chosenOnes() const {

@@ -61,6 +61,8 @@ private:
     void refreshUndo(std::size_t removed);
     /// What is chosen: rows and reports, of a mailbox that was chosen its messages, too.
     std::set<UUID> chosenOnes() const;
+    /// The one in whose file its message was found, as long as that has a row.
+    std::optional<UUID> mailboxOfSelected() const;
     /// Several reports that are to be shown together; nothing while one alone is.
     std::optional<MailboxContent> several() const;
     std::vector<SharedReport> messagesOf(const UUID& mailbox) const;

@@ -178,6 +178,7 @@ void ReportView::rebuild() {
     QBoxLayout* layout = columnOf(*page);
     m_banner = new BannerView(m_content, m_words);
     connect(m_banner, &BannerView::recheckWanted, this, &ReportView::recheckWanted);
+    connect(m_banner, &BannerView::comparisonWanted, this, [this] { emit comparisonWanted(0); });
     connect(m_banner, &BannerView::placeWanted, this, &ReportView::goTo);
     connect(m_banner, &BannerView::expectationChanged, this, &ReportView::expectationChanged);
     connect(m_banner, &BannerView::suggestionsWanted, this, &ReportView::expectationsWanted);

@@ -17,12 +17,18 @@ class EdgeStyle : public QProxyStyle {
 public:
     EdgeStyle() : QProxyStyle(QStringLiteral("fusion")) {}
 
-    /// Also what took the keyboard before anybody pressed Tab shows that it has it.
+    using QProxyStyle::polish;
     void polish(QWidget* widget) override {
         QProxyStyle::polish(widget);
-        if (widget->isWindow()) widget->setAttribute(Qt::WA_KeyboardFocusChange);
+        if (widget->isWindow()) widget->installEventFilter(this);
     }
-    using QProxyStyle::polish;
+
+    /// Also what took the keyboard before anybody pressed Tab shows that it has it.
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::Show && watched->isWidgetType())
+            static_cast<QWidget*>(watched)->setAttribute(Qt::WA_KeyboardFocusChange);
+        return QProxyStyle::eventFilter(watched, event);
+    }
 
     void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
                        const QWidget* widget) const override {

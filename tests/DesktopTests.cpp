@@ -266,6 +266,11 @@ TEST(Desktop, aMailboxHasAPageAndSeveralAreTakenTogether) {
     // What needs a look most comes first, and leads to its report.
     const auto leads = run.window().mailboxView()->findChildren<QAbstractButton*>();
     QTest::keyClick(leads.at(1), Qt::Key_Return);
+    EXPECT_TRUE(run.waitFor([&] { return run.window().findChild<QWidget*>("back")->isVisible(); }));
+    const auto second = run.model->selection();
+    test::button(run.window(), "Back to Inbox")->click();
+    isTold("Inbox. 4 messages, checked to the end. Bad: 4. Of these, with a caution beside the verdict: 1");
+    run.model->select(second);
     EXPECT_TRUE(run.waitFor([&] { return run.model->report(*run.model->selection()) != nullptr; }));
     EXPECT_EQ(run.model->report(*run.model->selection())->summary.subject, "2");
 
@@ -594,6 +599,9 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
         EXPECT_TRUE(blocksOf(*view).contains("as signed: Subject: Practice moves to Thursday"));
         QTest::keyClick(view->focusWidget(), Qt::Key_Escape);
         EXPECT_FALSE(run.sheet());
+        test::button(*run.window().findChild<QFrame*>("banner"), "Compare…")->click();
+        ASSERT_TRUE(run.sheet()) << "where it is said what to do";
+        run.sheet()->reject();
         run.window().action(Command::messageAsText)->trigger();
         view = qobject_cast<MessageTextView*>(run.sheet());
         ASSERT_TRUE(view);
