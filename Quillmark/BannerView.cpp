@@ -163,8 +163,14 @@ void DomainText::format(double points) {
 void DomainText::fit() {
     QFont full = font();
     full.setPointSizeF(m_points);
-    const double needed = QFontMetricsF(full).horizontalAdvance(toPlainText()) + 2;
-    format(m_points * std::clamp(width() / std::max(needed, 1.0), smallestDomain, 1.0));
+    // Letters of a smaller size are not smaller by as much.
+    constexpr double step = 0.97;
+    double part = 1;
+    while (part > smallestDomain && QFontMetricsF(full).horizontalAdvance(toPlainText()) + 2 > width()) {
+        part *= step;
+        full.setPointSizeF(m_points * part);
+    }
+    format(m_points * part);
 }
 
 void DomainText::resizeEvent(QResizeEvent* event) {
@@ -294,7 +300,8 @@ QBoxLayout* indented(QWidget* part) {
     auto* lines = new QVBoxLayout(part);
     const int line = part->fontMetrics().height();
     const int indent = 2 * line + static_cast<int>(std::lround(badgeLines * line));
-    lines->setContentsMargins(indent, 2 * line / 3, line, 2 * line / 3);
+    const QMargins margins(indent, 2 * line / 3, line, 2 * line / 3);
+    lines->setContentsMargins(inDirection(margins, *part));
     lines->setSpacing(line / 6);
     return lines;
 }

@@ -131,6 +131,7 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     across->addWidget(m_topics);
     across->addWidget(m_pages, 1);
     m_topics->setSpacing(fontMetrics().height() / 6);
+    m_topics->setItemDelegate(new ClearDelegate(m_topics));
     m_topics->setAccessibleName(words("Help topics"));
     // In the order of HelpPage.
     addPage(words("How Checks Work"), textPage(aboutChecks(words)));

@@ -32,6 +32,7 @@ KeyBookView::KeyBookView(KeyBook book, const Words& words, QWidget* parent)
     m_search->setAccessibleName(words("Search for a domain"));
     m_search->setClearButtonEnabled(true);
     layout->addWidget(m_list = new QListWidget, 1);
+    m_list->setItemDelegate(new ClearDelegate(m_list));
     m_list->setAccessibleName(words("Keys"));
     m_list->setUniformItemSizes(true);
     layout->addWidget(m_details = new PlainText({}));

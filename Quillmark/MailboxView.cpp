@@ -192,8 +192,9 @@ QWidget* MailboxView::worst() {
                                                          static_cast<std::int64_t>(m_seen.size() - count)),
                                   m_words("Show"));
         rest->setObjectName(QStringLiteral("rest"));
-        connect(rest, &QAbstractButton::clicked, this,
-                [this] { emit tonesWanted({Tone::caution, Tone::bad, Tone::unknown}); });
+        std::set<Tone> tones{Tone::caution, Tone::bad};
+        if (m_totals.all.of(Tone::unknown) > 0) tones.insert(Tone::unknown);
+        connect(rest, &QAbstractButton::clicked, this, [this, tones] { emit tonesWanted(tones); });
         layout->addWidget(rest);
     }
     return card;

@@ -185,6 +185,7 @@ MessageWaysView::MessageWaysView(const Words& words, QWidget* parent)
     layout->addLayout(m_across, 1);
     m_programs = new QListWidget;
     m_programs->setObjectName(QStringLiteral("ways"));
+    m_programs->setItemDelegate(new ClearDelegate(m_programs));
     m_programs->setAccessibleName(words("Mail programs"));
     m_programs->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_across->addWidget(m_programs);

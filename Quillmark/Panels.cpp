@@ -115,6 +115,11 @@ QVBoxLayout* columnOf(QWidget& page) {
     return layout;
 }
 
+QMargins inDirection(const QMargins& margins, const QWidget& of) {
+    if (!of.isRightToLeft()) return margins;
+    return {margins.right(), margins.top(), margins.left(), margins.bottom()};
+}
+
 void orderAfter(QWidget* before, QWidget* shown) {
     QList<QWidget*> all = shown->findChildren<QWidget*>();
     all.prepend(shown);
@@ -195,6 +200,12 @@ void Card::focusInEvent(QFocusEvent* event) {
 void Card::focusOutEvent(QFocusEvent* event) {
     QFrame::focusOutEvent(event);
     update();
+}
+
+void ClearDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
+    QStyledItemDelegate::initStyleOption(option, index);
+    option->palette.setColor(QPalette::Inactive, QPalette::Text,
+                             option->palette.color(QPalette::Active, QPalette::Text));
 }
 
 Scroller::Scroller(QWidget* parent) : QScrollArea(parent) {

@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QStyledItemDelegate>
 #include <optional>
 
 class QTextLayout;
@@ -25,6 +26,9 @@ double layOut(QTextLayout& layout, double width, Qt::Alignment alignment = Qt::A
 
 /// What a page that scrolls holds, one below the other: in the middle, and not wider than lines can be read.
 QVBoxLayout* columnOf(QWidget& page);
+
+/// Margins as they are where one reads from left to right, turned round where one doesn't.
+QMargins inDirection(const QMargins& margins, const QWidget& of);
 
 /// With the keyboard, what was made later comes where it stands: behind the one before it. Both are in a
 /// window.
@@ -65,6 +69,15 @@ protected:
 
 private:
     std::optional<Tone> m_tone;
+};
+
+/// Rows of a list that can be read just as well while something else has the keyboard: some styles fade them.
+class ClearDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
 };
 
 /// A page that scrolls, which shows when it is what the keyboard scrolls.

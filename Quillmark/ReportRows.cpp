@@ -39,7 +39,9 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     const bool selected = option.state & QStyle::State_Selected;
     const QPalette::ColorGroup group =
         option.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive;
-    const QColor text = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
+    // Some styles fade the text of whatever hasn't the keyboard.
+    const QColor text = selected ? option.palette.color(group, QPalette::HighlightedText)
+                                 : option.palette.color(QPalette::Active, QPalette::Text);
     const int line = lineHeight(option), gap = line / 3;
     const QRect inside = option.rect.adjusted(gap, gap, -gap, -gap);
     // As it stands where one reads from left to right.
@@ -127,12 +129,12 @@ QSize ReportListDelegate::sizeHint(const QStyleOptionViewItem& option, const QMo
 }
 
 QSize ReportTableDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
-    const QSize hint = QStyledItemDelegate::sizeHint(option, index);
+    const QSize hint = ClearDelegate::sizeHint(option, index);
     return {hint.width(), hint.height() + option.fontMetrics.height() / 2};
 }
 
 void ReportTableDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
-    QStyledItemDelegate::initStyleOption(option, index);
+    ClearDelegate::initStyleOption(option, index);
     const bool isDomain = index.column() == signedByColumn || index.column() == fromColumn;
     if (isDomain && option->widget && !option->rect.isEmpty()) {
         const int margin = option->widget->style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 1;

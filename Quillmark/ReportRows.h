@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QStyledItemDelegate>
+#include "Quillmark/Panels.h"
 
 /// How a `ReportList` is painted.
 namespace quillmark {
@@ -9,8 +9,8 @@ namespace quillmark {
 /// stands before the domain gives way first, and of the domain its beginning.
 QString elidedBeforeDomain(const QString& text, const QFontMetrics& metrics, int width);
 
-/// In the list: the tone's symbol, the subject, and under it the domain and, where there is room for both,
-/// the time; a caution mark where there is more to be read than the verdict.
+/// In the list: the tone's symbol, the subject with the time beside it, and under them the domain; a caution
+/// mark where there is more to be read than the verdict.
 class ReportListDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
@@ -26,9 +26,9 @@ private:
 };
 
 /// In the table, whose verdicts have the colours of their tones.
-class ReportTableDelegate : public QStyledItemDelegate {
+class ReportTableDelegate : public ClearDelegate {
 public:
-    using QStyledItemDelegate::QStyledItemDelegate;
+    using ClearDelegate::ClearDelegate;
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
 
 protected:

@@ -5,6 +5,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QScrollBar>
+#include <QStyle>
 #include <algorithm>
 
 #include "Quillmark/Panels.h"
@@ -33,12 +34,15 @@ QFont fixedFont(const QFont& like) {
 class TextBlockFrame : public QFrame {
 public:
     TextBlockFrame(const TextBlock& block, int marginWidth)
-        : m_look(block.look), m_margin(block.margin), m_lines(new QVBoxLayout(this)) {
+        : m_look(block.look),
+          m_margin(block.margin),
+          m_marginWidth(marginWidth),
+          m_lines(new QVBoxLayout(this)) {
         setFocusPolicy(Qt::StrongFocus);
         setAccessibleName(block.name);
         setAccessibleDescription(block.lines.join(u'\n').left(longestDescription));
         const int line = fontMetrics().height();
-        m_lines->setContentsMargins(marginWidth + line, line / 6, line / 2, line / 6);
+        m_lines->setContentsMargins(inDirection({marginWidth + line, line / 6, line / 2, line / 6}, *this));
         m_lines->setSpacing(0);
     }
 
@@ -59,14 +63,16 @@ protected:
             isMarked() ? toneGround(Tone::caution, palette()) : palette().color(QPalette::Base);
         const QColor color = isMarked() ? toneColor(Tone::caution, ground, palette()) : fadedText(palette());
         painter.fillRect(rect(), ground);
-        if (isMarked()) painter.fillRect(QRect(0, 0, std::max(3, line / 4), height()), color);
+        const auto placed = [this](const QRect& where) {
+            return QStyle::visualRect(layoutDirection(), rect(), where);
+        };
+        if (isMarked()) painter.fillRect(placed({0, 0, std::max(3, line / 4), height()}), color);
         QFont word = font();
         word.setBold(isMarked());
         painter.setFont(word);
         painter.setPen(color);
-        const int right = m_lines->contentsMargins().left() - line / 2;
-        painter.drawText(QRect(0, line / 3, right, line * 3 / 2), Qt::AlignRight | Qt::AlignAbsolute | Qt::AlignTop,
-                         m_margin);
+        painter.drawText(placed({0, line / 3, m_marginWidth + line / 2, line * 3 / 2}),
+                         Qt::AlignTrailing | Qt::AlignTop, m_margin);
         if (hasFocus()) drawFocus(painter, rect(), palette());
     }
     void focusInEvent(QFocusEvent* event) override {
@@ -81,6 +87,7 @@ protected:
 private:
     TextBlock::Look m_look;
     QString m_margin;
+    int m_marginWidth;
     QVBoxLayout* m_lines;
 };
 
