@@ -167,6 +167,17 @@ TEST(PDFExport, holdsWhatALawyerFiles) {
         EXPECT_TRUE(holds(read.raw, "From Ben Okafor <ben@okafor.example>\nTo choir@")) << read.raw;
         EXPECT_TRUE(holds(read.bytes, "/Lang (en)") && holds(read.bytes, "/DisplayDocTitle true"));
         EXPECT_TRUE(holds(read.info, "Quillmark report: a title"));
+        for (const char* none : {"/EmbeddedFile", "/Filespec", "/Encrypt", "/SMask ", "/Group", "/BM "}) {
+            const std::string allowed = none + std::string("/None");
+            for (auto at = read.bytes.find(none); at != std::string::npos; at = read.bytes.find(none, at + 1))
+                EXPECT_EQ(read.bytes.substr(at, allowed.size()), allowed) << "not fit to be filed";
+        }
+        for (const char* opacity : {"/CA ", "/ca "}) {
+            for (auto at = read.bytes.find(opacity); at != std::string::npos;
+                 at = read.bytes.find(opacity, at + 1))
+                EXPECT_EQ(read.bytes.substr(at + 4, 3), "1.0") << "transparent";
+        }
+        EXPECT_TRUE(holds(read.bytes, "pdfaid:part=\"1\" pdfaid:conformance=\"B\""));
         EXPECT_TRUE(holds(read.info, isLetter ? "(letter)" : "(A4)")) << read.info;
         EXPECT_TRUE(holds(read.fonts, " yes no  yes ") && !holds(read.fonts, " no  no  "))
             << "a font that is not embedded\n"
