@@ -36,9 +36,9 @@
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Verifier.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
-#include "Settings/UserFolders.h"
 #include "Wording/Banner.h"
 #include "Wording/Expected.h"
 #include "Wording/Quoted.h"
@@ -384,15 +384,7 @@ Sandbox sandboxOf(const CheckCommand& command) {
     }
     const bool isKept = command.keepsReports() || command.remembersKeys();
     if (isKept || command.usesKeyBook()) allowUserData(sandbox, isKept ? UserData::made : UserData::asItIs);
-    const auto cache = cacheFolder();
-    if (sandbox.isNetworked && command.asksRegistries() && cache) {
-        try {
-            makeFolders(*cache);
-        } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
-            // Without it a check goes on, too.
-        }
-        sandbox.write.push_back(*cache);
-    }
+    if (sandbox.isNetworked && command.asksRegistries()) allowCache(sandbox);
     return sandbox;
 }
 

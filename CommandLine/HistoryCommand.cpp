@@ -19,6 +19,7 @@
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"

@@ -24,6 +24,7 @@
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Details.h"
 #include "Wording/Direction.h"

@@ -13,6 +13,7 @@
 
 #include "CommandLine/Output.h"
 #include "CommandLine/Restriction.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {

@@ -7,10 +7,7 @@
 #include <utility>
 
 #include "CommandLine/Output.h"
-#include "QuillmarkKit/HistoryFile.h"
-#include "QuillmarkKit/Lookups/KeyBook.h"
-#include "QuillmarkKit/Support/Files.h"
-#include "Settings/UserFolders.h"
+#include "Sandbox/ProgramSandbox.h"
 
 namespace quillmark {
 
@@ -43,8 +40,6 @@ void addLinked(const fs::path& root, std::vector<fs::path>& paths) {
     }
 }
 
-std::string errorText(int error) { return std::generic_category().message(error); }
-
 }  // namespace
 
 void leaveOutSandbox(const Reader& reader) {
@@ -69,33 +64,9 @@ std::vector<fs::path> readable(const std::vector<std::string>& files) {
     return paths;
 }
 
-fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.parent_path() : "."; }
-
-void allowUserData(Sandbox& sandbox, UserData data) {
-    try {
-        const fs::path history = HistoryFile::defaultLocation(dataFolderName);
-        for (const fs::path& file : {history, KeyBook::besideHistory(history)}) {
-            const fs::path folder = folderOf(followed(file));
-            sandbox.write.push_back(folder);
-            if (data == UserData::made) makeFolders(folder);
-        }
-    } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
-        // Whoever opens it will say so.
-    }
-    sandbox.read.emplace_back("/proc");  // who holds their lock
-}
-
 std::vector<std::string> sandboxLines(const Reader& reader) {
-    if (isLeftOut) return {reader.translate("Sandbox: none, as --no-sandbox asks")};
-    if (isSandboxLeftOut()) return {reader.translate("Sandbox: none in a build with a sanitizer")};
-    const SandboxState state = restrictProcess({});
-    return {
-        state.landlock > 0
-            ? reader.translate("Sandbox for files: Landlock, version %1", {std::to_string(state.landlock)})
-            : reader.translate("Sandbox for files: none (Landlock: %1)", {errorText(state.landlockError)}),
-        state.seccompError == 0
-            ? reader.translate("Sandbox for the rest: seccomp")
-            : reader.translate("Sandbox for the rest: none (seccomp: %1)", {errorText(state.seccompError)})};
+    return isLeftOut ? std::vector{reader.translate("Sandbox: none, as --no-sandbox asks")}
+                     : linesOfSandbox(reader);
 }
 
 }  // namespace quillmark

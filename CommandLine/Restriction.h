@@ -21,16 +21,6 @@ void restricted(const Sandbox& sandbox);
 /// none.
 std::vector<std::filesystem::path> readable(const std::vector<std::string>& files);
 
-/// The folder that a file lies in, for a sandbox.
-std::filesystem::path folderOf(const std::filesystem::path& file);
-
-/// Adds the folders of the user's history and key book, and of what links lead to from there.
-enum class UserData {
-    asItIs,  ///< only where they are
-    made     ///< makes them if they can be
-};
-void allowUserData(Sandbox& sandbox, UserData data);
-
 /// What holds on this system, line by line. Restricts the process to find out, unless it goes without.
 std::vector<std::string> sandboxLines(const Reader& reader);
 

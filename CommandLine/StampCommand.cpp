@@ -9,6 +9,7 @@
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/TimeStamp.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Wording/Details.h"
 #include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"

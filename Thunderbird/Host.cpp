@@ -1,13 +1,8 @@
 #include "Thunderbird/Host.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
+#include <cassert>
 #include <cstdint>
 #include <exception>
 #include <iostream>
@@ -18,7 +13,6 @@
 #include <stop_token>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <utility>
 #include <variant>
 
@@ -28,7 +22,6 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Workers.h"
 #include "QuillmarkKit/Verifier.h"
-#include "Settings/HandedMessage.h"
 #include "Thunderbird/Answers.h"
 #include "Thunderbird/NativeMessages.h"
 #include "Wording/Wording.h"
@@ -39,49 +32,6 @@ namespace {
 
 /// Requests that are worked on at once; the next is read when one of them is done.
 constexpr int mostAtOnce = 8;
-/// How long the window may take to take a message, and how often is looked.
-constexpr std::chrono::seconds patienceWithWindow{30};
-constexpr std::chrono::milliseconds betweenLooks{20};
-
-/// Starts the program with one argument, apart from this process: in a session of its own, with none
-/// of its files. Its number, or the error.
-std::variant<pid_t, std::error_code> started(const std::filesystem::path& program, std::string argument) {
-    std::string name = program.string();
-    char* arguments[] = {name.data(), argument.data(), nullptr};
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&files);
-    posix_spawnattr_init(&attributes);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    pid_t process = 0;
-    const int error = posix_spawn(&process, name.c_str(), &files, &attributes, arguments, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    if (error != 0) return std::error_code(error, std::generic_category());
-    return process;
-}
-
-/// Whether the window takes the file, which is gone then.
-bool isTaken(const std::filesystem::path& file, pid_t window) {
-    const auto end = std::chrono::steady_clock::now() + patienceWithWindow;
-    bool hasEnded = false;
-    std::error_code ignored;
-    while (std::filesystem::exists(file, ignored)) {
-        int status = 0;
-        // One that handed it to the window that is open ends well; that window may take a moment.
-        if (!hasEnded && ::waitpid(window, &status, WNOHANG) == window) {
-            hasEnded = true;
-            if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return false;
-        }
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(betweenLooks);
-    }
-    return true;
-}
 
 class Host {
 public:
@@ -193,22 +143,28 @@ AddonAnswer Host::checked(const AddonRequest& request, const std::string& bytes,
 AddonAnswer Host::opened(const AddonRequest& request, const std::string& bytes) {
     const Reader reader = readerOf(request);
     AddonAnswer answer;
-    if (!m_surroundings.sessionFolder) {
-        answer.problem = reader.translate(
-            "The message couldn’t be handed to Quillmark: this session has no folder for that.");
-        return answer;
+    assert(m_surroundings.window);
+    const HandedOver outcome = m_surroundings.window->open(bytes);
+    const std::string why = std::generic_category().message(outcome.error);
+    switch (outcome.kind) {
+        case HandedOver::Kind::taken:
+            break;
+        case HandedOver::Kind::noFolder:
+            answer.problem = reader.translate(
+                "The message couldn’t be handed to Quillmark: this session has no folder for that.");
+            break;
+        case HandedOver::Kind::unwritten:
+            answer.problem = reader.translate("The message couldn’t be handed to Quillmark: %1", {why});
+            break;
+        case HandedOver::Kind::notStarted:
+            answer.problem = reader.translate(
+                "Quillmark’s window couldn’t be opened: %1. Is the package quillmark-desktop installed?",
+                {why});
+            break;
+        case HandedOver::Kind::notTaken:
+            answer.problem = reader.translate("Quillmark’s window didn’t take the message.");
+            break;
     }
-    const auto file = handMessage(bytes, *m_surroundings.sessionFolder);
-    const auto window = started(m_surroundings.window, file.string());
-    const auto* process = std::get_if<pid_t>(&window);
-    if (process && isTaken(file, *process)) return answer;
-    std::error_code ignored;
-    std::filesystem::remove(file, ignored);
-    answer.problem = process ? reader.translate("Quillmark’s window didn’t take the message.")
-                             : reader.translate(
-                                   "Quillmark’s window couldn’t be opened: %1. Is the package "
-                                   "quillmark-desktop installed?",
-                                   {std::get<std::error_code>(window).message()});
     return answer;
 }
 
@@ -216,6 +172,7 @@ AddonAnswer Host::opened(const AddonRequest& request, const std::string& bytes) 
 
 int serveAddon(const HostSurroundings& surroundings, int input, int output) {
     ::signal(SIGPIPE, SIG_IGN);  // NOLINT(bugprone-*): who asked may have gone
+    if (surroundings.sandbox) restrictProcess(*surroundings.sandbox);
     return Host(surroundings, output).serve(input);
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -9,6 +8,8 @@
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
+#include "Sandbox/Sandbox.h"
+#include "Thunderbird/WindowOpener.h"
 #include "Wording/Reader.h"
 
 namespace quillmark {
@@ -19,8 +20,8 @@ struct HostSurroundings {
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
     std::shared_ptr<KeyMemory> keys = {};               ///< that were seen in DNS; may be none
     std::function<Date()> now = {};
-    std::filesystem::path window = {};                        ///< the program quillmark-desktop
-    std::optional<std::filesystem::path> sessionFolder = {};  ///< where messages are handed to it
+    std::shared_ptr<WindowOpener> window = {};  ///< for requests to hand a message to it; else there are none
+    std::optional<Sandbox> sandbox = {};        ///< the process is restricted to, before it reads a request
     Reader reader = {};  ///< whom problems of the protocol are for, and whose time zone it is
 };
 

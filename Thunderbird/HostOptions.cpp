@@ -7,7 +7,12 @@ CommandTable hostTable() {
                        .purpose =
                            "Checks messages for Quillmark's add-on for Thunderbird, which starts it. "
                            "There is nothing to be done with it by hand."};
-    table.options = {{.names = {"--version"}, .purpose = "Print the version"}};
+    table.options = {
+        {.names = {"--version"}, .purpose = "Print the version"},
+        {.names = {"--verbose"}, .purpose = "With --version: print, too, what confines this program"},
+        {.names = {"--no-sandbox"},
+         .purpose = "Keep all rights while messages are read, for where a file is refused that you may read "
+                    "or write"}};
     table.sections = {
         {"PROTOCOL",
          {"Requests come from standard input and answers go to standard output, each a length (four bytes in "

@@ -1,13 +1,17 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/StoredSettings.h"
@@ -18,8 +22,18 @@
 // NOLINTNEXTLINE(bugprone-exception-escape): want of memory is left, and ends the program
 int main(int count, char** arguments) {
     using namespace quillmark;
-    if (count == 2 && std::string_view(arguments[1]) == "--version") {
+    const auto has = [&](std::string_view option) {
+        return std::find(arguments + 1, arguments + count, option) < arguments + count;
+    };
+    const Reader reader = Reader::ofEnvironment();
+    const bool isSandboxed = !has("--no-sandbox");
+    if (has("--version")) {
         std::cout << "quillmark-thunderbird " QUILLMARK_VERSION "\n";
+        if (!has("--verbose")) return 0;
+        for (const std::string& line :
+             isSandboxed ? linesOfSandbox(reader)
+                         : std::vector{reader.translate("Sandbox: none, as --no-sandbox asks")})
+            std::cout << line << '\n';
         return 0;
     }
     const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
@@ -40,8 +54,13 @@ int main(int count, char** arguments) {
     } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
         // Without a folder for it there is no book.
     }
-    surroundings.window = QUILLMARK_WINDOW;
-    surroundings.sessionFolder = sessionFolder();
-    surroundings.reader = Reader::ofEnvironment();
+    surroundings.window = std::make_shared<WindowOpener>(QUILLMARK_WINDOW, sessionFolder());
+    if (isSandboxed) {
+        surroundings.sandbox = Sandbox{.isNetworked = true};
+        const bool remembers = settings && options.rememberKeys;
+        allowUserData(*surroundings.sandbox, remembers ? UserData::made : UserData::asItIs);
+        if (surroundings.registry) allowCache(*surroundings.sandbox);
+    }
+    surroundings.reader = reader;
     return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);
 }

@@ -17,8 +17,9 @@ int main() {
     surroundings.resolver = std::make_shared<StaticResolver>(std::move(fixed.answers));
     surroundings.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
     surroundings.now = [at = *fixed.at] { return at; };
-    surroundings.window = std::getenv("QUILLMARK_TEST_WINDOW");
-    surroundings.sessionFolder = sessionFolder();
+    surroundings.window =
+        std::make_shared<WindowOpener>(std::getenv("QUILLMARK_TEST_WINDOW"), sessionFolder());
+    surroundings.sandbox.emplace();
     surroundings.reader = Reader::ofEnvironment();
     return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);
 }
