@@ -564,9 +564,7 @@ int CheckCommand::run() const {
     }
     try {
         CheckFiles named(*this);
-        Sandbox sandbox = sandboxOf(*this);
-        named.allowIn(sandbox);
-        restricted(sandbox);
+        restricted(sandboxOf(*this), named.all());
         std::optional<FileList> list;
         if (filesFrom)
             list.emplace(*filesFrom, areNamesZeroEnded ? FileList::Ends::zeroBytes : FileList::Ends::lines);

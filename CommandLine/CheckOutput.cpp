@@ -35,10 +35,12 @@ CheckFiles::CheckFiles(const CheckCommand& command) {
     if (command.html) page.emplace(*command.html);
 }
 
-void CheckFiles::allowIn(Sandbox& sandbox) const {
-    for (const auto* each : {&table, &recording, &page}) {
-        if (*each) (*each)->allowIn(sandbox);
+std::vector<OutputFile*> CheckFiles::all() {
+    std::vector<OutputFile*> files;
+    for (auto* each : {&table, &recording, &page}) {
+        if (*each) files.push_back(&**each);
     }
+    return files;
 }
 
 CheckOutput::CheckOutput(const CheckCommand& command, const CheckSources& from, CheckFiles& files, Date begun,

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/CheckSources.h"
@@ -23,7 +24,7 @@ namespace quillmark {
 struct CheckFiles {
     /// Throws `OutputFileError` when one can't be written.
     explicit CheckFiles(const CheckCommand& command);
-    void allowIn(Sandbox& sandbox) const;
+    std::vector<OutputFile*> all();
 
     std::optional<OutputFile> table = {}, recording = {}, page = {};
 };

@@ -353,13 +353,9 @@ Sandbox sandboxOf(const KeysCommand& command) {
 
 int done(const KeysCommand& command) {
     using Action = KeysCommand::Action;
-    Sandbox sandbox = sandboxOf(command);
     std::optional<OutputFile> output;
-    if (command.action == Action::exportKeys) {
-        output.emplace(command.out);
-        output->allowIn(sandbox);
-    }
-    restricted(sandbox);
+    if (command.action == Action::exportKeys) output.emplace(command.out);
+    restricted(sandboxOf(command), output ? std::vector{&*output} : std::vector<OutputFile*>());
     switch (command.action) {
         case Action::list:
             list(command);

@@ -12,8 +12,6 @@
 #include <utility>
 
 #include "CommandLine/Output.h"
-#include "CommandLine/Restriction.h"
-#include "Sandbox/ProgramSandbox.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -65,11 +63,38 @@ void OutputFile::write(std::string_view bytes) {
 }
 
 void OutputFile::commit() {
-    if (m_file) onFile(m_path, [this] { m_file->commitAsNew(); });
+    if (!m_file) return;
+    if (!m_helper) {
+        onFile(m_path, [this] { m_file->commitAsNew(); });
+        return;
+    }
+    int error = 0;
+    const Channel& channel = m_helper->channel();
+    if (!channel.send(&m_number, sizeof m_number) || !channel.receive(&error, sizeof error)) error = errno;
+    if (error != 0) throw OutputFileError(m_path, error);
 }
 
-void OutputFile::allowIn(Sandbox& sandbox) const {
-    if (m_file) (m_file->isNamed() ? sandbox.write : sandbox.name).push_back(folderOf(m_path));
+void OutputFile::commitApart(std::vector<OutputFile*> files) {
+    std::erase_if(files, [](const OutputFile* file) { return !file->m_file; });
+    if (files.empty()) return;
+    const auto helper = std::make_shared<HelperProcess>([&files](const Channel& channel) {
+        std::uint8_t number = 0;
+        while (channel.receive(&number, sizeof number) && number < files.size()) {
+            int error = 0;
+            try {
+                files[number]->m_file->commitAsNew();
+            } catch (const std::filesystem::filesystem_error& failure) {
+                error = failure.code().value();
+            }
+            if (!channel.send(&error, sizeof error)) break;
+        }
+        for (OutputFile* file : files) file->m_file.reset();  // those that were not committed are gone
+    });
+    if (!helper->isThere()) throw OutputFileError(files.front()->m_path, EAGAIN);
+    for (std::uint8_t number = 0; number < files.size(); ++number) {
+        files[number]->m_helper = helper;
+        files[number]->m_number = number;
+    }
 }
 
 }  // namespace quillmark

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "QuillmarkKit/Support/Files.h"
-#include "Sandbox/Sandbox.h"
+#include "Sandbox/HelperProcess.h"
 #include "Wording/Reader.h"
 
 namespace quillmark {
@@ -46,8 +49,9 @@ public:
     void write(std::string_view bytes);
     /// The file is there from now on. Of a stream nothing is left to do.
     void commit();
-    /// Adds what that takes.
-    void allowIn(Sandbox& sandbox) const;
+    /// From now on `commit` is done by a process that is started here: this one gives up what it takes. While
+    /// there is one thread.
+    static void commitApart(std::vector<OutputFile*> files);
 
     static bool isStandardOutput(std::string_view path);
 
@@ -55,6 +59,8 @@ private:
     const std::string m_path;
     std::optional<FileReplacement> m_file = {};
     int m_descriptor = -1;  // of a stream
+    std::shared_ptr<const HelperProcess> m_helper = {};
+    std::uint8_t m_number = 0;  // among those that it commits
 };
 
 }  // namespace quillmark

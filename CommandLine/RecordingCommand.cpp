@@ -99,9 +99,7 @@ std::vector<std::string> contradictionLines(const std::vector<FixedAnswers::Cont
 int RecordingCommand::run() const {
     try {
         OutputFile output(out);
-        Sandbox sandbox{.read = {files.begin(), files.end()}};
-        output.allowIn(sandbox);
-        restricted(sandbox);
+        restricted({.read = {files.begin(), files.end()}}, {&output});
         output.write(recordingOf(merged(files, reader)));
         output.commit();
         return 0;

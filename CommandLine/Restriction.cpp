@@ -49,8 +49,11 @@ void leaveOutSandbox(const Reader& reader) {
         "program, it can do all that you can."));
 }
 
-void restricted(const Sandbox& sandbox) {
-    if (!isLeftOut) restrictProcess(sandbox);
+void restricted(const Sandbox& sandbox, std::vector<OutputFile*> made) {
+    if (!isLeftOut && !isSandboxLeftOut()) {
+        OutputFile::commitApart(std::move(made));
+        restrictProcess(sandbox);
+    }
     endOnSignals();
 }
 

@@ -4,15 +4,14 @@
 
 #include "CommandLine/KeysCommand.h"
 #include "CommandLine/Output.h"
+#include "CommandLine/OutputFile.h"
 #include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/TimeStamp.h"
-#include "Sandbox/ProgramSandbox.h"
 #include "Wording/Details.h"
 #include "Wording/Direction.h"
-#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -81,21 +80,15 @@ int StampCommand::run() const {
                                      {quillmark::quoted(authority)}),
                     2);
     }
-    std::optional<FileReplacement> stampFile;
-    const auto unwritten = [&](const std::filesystem::filesystem_error& error) {
-        return fail(reader.translate("The time stamp can’t be written: %1",
-                                     {quillmark::quoted(reasonOf(error, reader))}),
-                    1);
-    };
     Sandbox sandbox{.read = {file}, .isNetworked = true};
     if (trusted) sandbox.read.emplace_back(*trusted);
+    std::optional<OutputFile> stampFile;
     try {
         stampFile.emplace(stampFileOf(file));
-        (stampFile->isNamed() ? sandbox.write : sandbox.name).push_back(folderOf(file));
-    } catch (const std::filesystem::filesystem_error& error) {
-        return unwritten(error);
+        restricted(sandbox, {&*stampFile});
+    } catch (const OutputFileError& error) {
+        return fail(unwritable(error, reader), 1);
     }
-    restricted(sandbox);
     const auto bytes = fileContents(file, largestFile);
     if (!bytes) return fail(reader.translate("“%1” can’t be read.", {quillmark::quoted(file)}), 1);
     const std::string host = quillmark::quotedWord(hostOf(authority));
@@ -104,9 +97,9 @@ int StampCommand::run() const {
         HTTPEngine http(HTTPOptions::ofEnvironment());
         reply = stampOf(http, authority, hash(HashAlgorithm::sha256, *bytes));
         stampFile->write(reply);
-        stampFile->commitAsNew();
-    } catch (const std::filesystem::filesystem_error& error) {
-        return unwritten(error);
+        stampFile->commit();
+    } catch (const OutputFileError& error) {
+        return fail(unwritable(error, reader), 1);
     } catch (const std::runtime_error& error) {  // of HTTP, or StampError
         return fail(reader.translate("%1 gave no time stamp: %2", {host, detailText(error.what(), reader)}),
                     1);

@@ -138,7 +138,6 @@ int restrictFiles(const Sandbox& sandbox, int mostVersion, int& error) {
         }
         allowAll(sandbox.read, reading);
         allowAll(sandbox.write, writing | deviceCommands);
-        allowAll(sandbox.name, makeFile);
     }
     if (!ruleset || ::syscall(SYS_landlock_restrict_self, *ruleset, 0U) != 0) {
         error = errno;
@@ -228,12 +227,11 @@ constexpr std::initializer_list<int> ofNames = {
     SCMP_SYS(stat),     SCMP_SYS(lstat),      SCMP_SYS(newfstatat), SCMP_SYS(statx),
     SCMP_SYS(statfs),   SCMP_SYS(access),     SCMP_SYS(faccessat),  SCMP_SYS(faccessat2),
     SCMP_SYS(readlink), SCMP_SYS(readlinkat), SCMP_SYS(getcwd)};
-constexpr std::initializer_list<int> ofNaming = {SCMP_SYS(link), SCMP_SYS(linkat)};
 /// No folder is made, but where one should be, something else may lie, and that is said.
 constexpr std::initializer_list<int> ofWriting = {
-    SCMP_SYS(mkdir),     SCMP_SYS(mkdirat),  SCMP_SYS(unlink),    SCMP_SYS(unlinkat),
-    SCMP_SYS(rename),    SCMP_SYS(renameat), SCMP_SYS(renameat2), SCMP_SYS(ftruncate),
-    SCMP_SYS(fallocate), SCMP_SYS(flock),    SCMP_SYS(umask)};
+    SCMP_SYS(link),      SCMP_SYS(linkat), SCMP_SYS(mkdir),    SCMP_SYS(mkdirat),   SCMP_SYS(unlink),
+    SCMP_SYS(unlinkat),  SCMP_SYS(rename), SCMP_SYS(renameat), SCMP_SYS(renameat2), SCMP_SYS(ftruncate),
+    SCMP_SYS(fallocate), SCMP_SYS(flock),  SCMP_SYS(umask)};
 constexpr std::initializer_list<int> ofNetwork = {
     SCMP_SYS(connect),    SCMP_SYS(sendto),      SCMP_SYS(sendmsg),     SCMP_SYS(sendmmsg),
     SCMP_SYS(recvfrom),   SCMP_SYS(recvmsg),     SCMP_SYS(recvmmsg),    SCMP_SYS(getsockopt),
@@ -255,7 +253,6 @@ public:
         add(ofNames);
         const bool mayWrite = !sandbox.write.empty();
         if (mayWrite) add(ofWriting);
-        if (mayWrite || !sandbox.name.empty()) add(ofNaming);
         addOpening(mayWrite);
         addThreads();
         for (const std::uint64_t request : deviceRequests) add(SCMP_SYS(ioctl), {is(1, request)});

@@ -14,9 +14,7 @@ namespace quillmark {
 struct Sandbox {
     std::vector<std::filesystem::path> read = {};  ///< files, and folders with all below them
     std::vector<std::filesystem::path> write =
-        {};  ///< files; folders, in which files may be made and removed
-    std::vector<std::filesystem::path> name =
-        {};                    ///< folders in which what has been open since may get its name
+        {};                    ///< files; folders, in which files may be made and removed
     bool isNetworked = false;  ///< connections over IP may be made; never any other
 };
 

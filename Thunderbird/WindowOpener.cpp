@@ -1,9 +1,7 @@
 #include "Thunderbird/WindowOpener.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,29 +27,6 @@ using Kind = HandedOver::Kind;
 /// How long the window may take to take a message, and how often is looked.
 constexpr std::chrono::seconds patienceWithWindow{30};
 constexpr std::chrono::milliseconds betweenLooks{20};
-
-/// False, with `errno`, when the other end has gone.
-bool sendAll(int descriptor, const void* bytes, std::size_t size) {
-    for (auto* rest = static_cast<const char*>(bytes); size > 0;) {
-        const ssize_t count = ::write(descriptor, rest, size);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return false;
-        rest += count;
-        size -= static_cast<std::size_t>(count);
-    }
-    return true;
-}
-bool receiveAll(int descriptor, void* bytes, std::size_t size) {
-    for (auto* rest = static_cast<char*>(bytes); size > 0;) {
-        const ssize_t count = ::read(descriptor, rest, size);
-        if (count < 0 && errno == EINTR) continue;
-        if (count == 0) errno = EPIPE;
-        if (count <= 0) return false;
-        rest += count;
-        size -= static_cast<std::size_t>(count);
-    }
-    return true;
-}
 
 /// Starts the program with one argument, apart from this process: in a session of its own, with none
 /// of its files. Its number, or the error.
@@ -96,45 +71,25 @@ bool isTaken(const std::filesystem::path& file, pid_t window) {
 }  // namespace
 
 WindowOpener::WindowOpener(std::filesystem::path window, std::optional<std::filesystem::path> sessionFolder)
-    : m_window(std::move(window)), m_sessionFolder(std::move(sessionFolder)) {
-    int ends[2] = {-1, -1};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
-    const pid_t process = ::fork();
-    if (process == 0) {
-        ::close(ends[0]);
-        serve(ends[1]);
-    }
-    ::close(ends[1]);
-    m_requests = ends[0];
-}
+    : m_window(std::move(window)),
+      m_sessionFolder(std::move(sessionFolder)),
+      m_helper([this](const Channel& channel) { serve(channel); }) {}
 
-WindowOpener::~WindowOpener() { ::close(m_requests); }
-
-/// Whoever asks may be somebody else by now, who has taken the process over: a message too large is not
-/// taken, and what is started is always the window.
-void WindowOpener::serve(int requests) const {
-    ::signal(SIGPIPE, SIG_IGN);  // NOLINT(bugprone-*): who asked may have gone
-    ::setsid();
-    // The add-on's pipes end with the process that answers it.
-    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        ::close(standard);
-        ::open("/dev/null", O_RDWR);
-    }
+void WindowOpener::serve(const Channel& channel) const {
     std::uint64_t size = 0;
-    while (receiveAll(requests, &size, sizeof size) && size <= largestMessage) {
+    while (channel.receive(&size, sizeof size) && size <= largestMessage) {
         HandedOver outcome{Kind::unwritten, ENOMEM};
         try {
             std::string message(size, '\0');
-            if (!receiveAll(requests, message.data(), size)) break;
+            if (!channel.receive(message.data(), size)) return;
             outcome = handOver(message);
         } catch (const std::system_error& error) {
             outcome.error = error.code().value();
-        } catch (const std::bad_alloc&) {  // want of memory: the message is still to come
-            break;
+        } catch (const std::bad_alloc&) {  // the message is still to come
+            return;
         }
-        if (!sendAll(requests, &outcome, sizeof outcome)) break;
+        if (!channel.send(&outcome, sizeof outcome)) return;
     }
-    ::_exit(0);
 }
 
 HandedOver WindowOpener::handOver(std::string_view message) const {
@@ -154,9 +109,9 @@ HandedOver WindowOpener::open(std::string_view message) {
     const std::lock_guard turn(m_mutex);
     const std::uint64_t size = message.size();
     HandedOver outcome;
-    const bool isDone = sendAll(m_requests, &size, sizeof size) &&
-                        sendAll(m_requests, message.data(), size) &&
-                        receiveAll(m_requests, &outcome, sizeof outcome);
+    const Channel& channel = m_helper.channel();
+    const bool isDone = channel.send(&size, sizeof size) && channel.send(message.data(), size) &&
+                        channel.receive(&outcome, sizeof outcome);
     return isDone ? outcome : HandedOver{Kind::unwritten, errno};
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string_view>
+
+#include "Sandbox/HelperProcess.h"
 
 namespace quillmark {
 
@@ -29,21 +29,18 @@ public:
     /// Starts that process, which ends with this one. While there is one thread. `window`: the program
     /// quillmark-desktop. `sessionFolder`: where messages are handed to it.
     WindowOpener(std::filesystem::path window, std::optional<std::filesystem::path> sessionFolder);
-    ~WindowOpener();
-    WindowOpener(const WindowOpener&) = delete;
-    WindowOpener& operator=(const WindowOpener&) = delete;
 
     /// Waits until the window has taken it, half a minute at most, and for those before. From any thread.
     HandedOver open(std::string_view message);
 
 private:
-    [[noreturn]] void serve(int requests) const;
+    void serve(const Channel& channel) const;
     HandedOver handOver(std::string_view message) const;
 
     const std::filesystem::path m_window;
     const std::optional<std::filesystem::path> m_sessionFolder;
     std::mutex m_mutex = {};
-    int m_requests = -1;
+    const HelperProcess m_helper;
 };
 
 }  // namespace quillmark

@@ -35,7 +35,6 @@ struct Place {
     TemporaryFolder folder{};
     pid_t other = 0;  // a process
     int pipe = -1;
-    FileReplacement* unnamed = nullptr;  // in "named", where files get their names
 
     std::string operator/(std::string_view name) const { return folder / name; }
 };
@@ -82,11 +81,7 @@ int thrown(Action action) {
     return 0;
 }
 
-enum class Rights {
-    none,
-    files,
-    network
-};  // beside reading "in"; "out" to write in and "named", or connections
+enum class Rights { none, files, network };  // beside reading "in"; "out" to write in, or connections
 constexpr int never = SandboxLimits::newestLandlock + 1;
 
 struct Attempt {
@@ -121,8 +116,6 @@ const Attempt attempts[] = {
      }},
     {"shorten in its folder", Rights::files, false, never,
      [](const Place& p) { return errorOf(ftruncate(open((p / "out/file").c_str(), O_RDWR), 0)); }},
-    {"give a name", Rights::files, false, never,
-     [](const Place& p) { return thrown([&] { p.unnamed->commitAsNew(); }); }},
     {"ask somebody", Rights::network, false, never, [](const Place&) { return connected(AF_INET); }},
     // Files
     {"read another", Rights::files, false, 1, [](const Place& p) { return opened(p / "beside", O_RDONLY); }},
@@ -130,25 +123,17 @@ const Attempt attempts[] = {
      [](const Place& p) { return opened(p / "in/link", O_RDONLY); }},
     {"list another", Rights::files, false, 1,
      [](const Place& p) { return opened(p / ".", O_RDONLY | O_DIRECTORY); }},
-    {"read where names are given", Rights::files, false, 1,
-     [](const Place& p) { return opened(p / "named/a", O_RDONLY); }},
     {"write into what is read", Rights::files, false, 1,
      [](const Place& p) { return opened(p / "in/message", O_WRONLY); }},
     {"write into what is read, with nothing to write", Rights::none, true, 1,
      [](const Place& p) { return opened(p / "in/message", O_RDWR); }},
     {"write beside", Rights::files, false, 1, [](const Place& p) { return opened(p / "beside", O_WRONLY); }},
-    {"write where names are given", Rights::files, false, 1,
-     [](const Place& p) { return opened(p / "named/a", O_WRONLY); }},
     {"make a file", Rights::files, false, 1,
      [](const Place& p) { return opened(p / "new", O_WRONLY | O_CREAT); }},
-    {"make one where names are given", Rights::files, false, 1,
-     [](const Place& p) { return opened(p / "named/new", O_WRONLY | O_CREAT); }},
     {"remove", Rights::files, false, 1,
      [](const Place& p) { return errorOf(unlink((p / "beside").c_str())); }},
-    {"replace where names are given", Rights::files, false, 1,
-     [](const Place& p) { return errorOf(rename((p / "named/a").c_str(), (p / "named/b").c_str())); }},
     {"name a file of elsewhere", Rights::files, false, 1,
-     [](const Place& p) { return errorOf(link((p / "in/message").c_str(), (p / "named/new").c_str())); }},
+     [](const Place& p) { return errorOf(link((p / "in/message").c_str(), (p / "out/new").c_str())); }},
     {"make a folder", Rights::files, false, 1,
      [](const Place& p) { return errorOf(mkdir((p / "new").c_str(), 0700)); }},
     {"make a link", Rights::files, true, 1,
@@ -228,11 +213,8 @@ public:
 int outcome(const Attempt& attempt, const SandboxLimits& limits, pid_t other) {
     Place place;
     place.other = other;
-    for (const char* file : {"in/message", "out/file", "named/a", "named/b", "beside"})
-        place.folder.write(file, "bytes");
+    for (const char* file : {"in/message", "out/file", "beside"}) place.folder.write(file, "bytes");
     std::filesystem::create_symlink("../beside", place / "in/link");
-    FileReplacement unnamed(place / "named/unnamed");
-    place.unnamed = &unnamed;
     int ends[2] = {};
     EXPECT_EQ(pipe(ends), 0);
     place.pipe = ends[0];
@@ -240,8 +222,7 @@ int outcome(const Attempt& attempt, const SandboxLimits& limits, pid_t other) {
     if (child == 0) {
         Sandbox sandbox{.read = {place / "in", place / "missing"},
                         .isNetworked = attempt.rights == Rights::network};
-        if (attempt.rights == Rights::files)
-            sandbox.write = {place / "out"}, sandbox.name = {place / "named"};
+        if (attempt.rights == Rights::files) sandbox.write = {place / "out"};
         restrictProcess(sandbox, limits);
         _exit(attempt.make(place));
     }

@@ -139,7 +139,6 @@ void createFile(const fs::path& path, std::string_view bytes) {
 FileReplacement::FileReplacement(fs::path path) : m_path(std::move(path)) {
     const fs::path folder = folderOf(m_path);
     makeFolders(folder);
-    m_folder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     // Without a name until it is whole, so that nothing stays behind when the process ends before.
     m_descriptor = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     if (m_descriptor >= 0 && ::access(nameOfOpen(m_descriptor).c_str(), F_OK) == 0) return;
@@ -148,15 +147,11 @@ FileReplacement::FileReplacement(fs::path path) : m_path(std::move(path)) {
         m_temporary = folder / (temporaryName(m_path) + randomDigits());
         m_descriptor = ::open(m_temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     } while (m_descriptor < 0 && errno == EEXIST);
-    if (m_descriptor >= 0) return;
-    const int error = errno;
-    ::close(m_folder);
-    fail("cannot write", m_path, error);
+    if (m_descriptor < 0) fail("cannot write", m_path);
 }
 
 FileReplacement::~FileReplacement() {
     ::close(m_descriptor);
-    ::close(m_folder);
     if (!m_temporary.empty()) ::unlink(m_temporary.c_str());
 }
 
@@ -187,18 +182,12 @@ void FileReplacement::commit() {
     giveName();
     if (::rename(m_temporary.c_str(), m_path.c_str()) != 0) fail("cannot write", m_path);
     m_temporary.clear();
-    ::fsync(m_folder);
+    syncFolder(folderOf(m_path));
 }
 
 void FileReplacement::commitAsNew() {
     if (::fsync(m_descriptor) != 0) fail("cannot write", m_path);
-    if (m_temporary.empty()) {
-        if (::linkat(AT_FDCWD, nameOfOpen(m_descriptor).c_str(), AT_FDCWD, m_path.c_str(),
-                     AT_SYMLINK_FOLLOW) != 0)
-            fail("cannot write", m_path);
-        ::fsync(m_folder);
-        return;
-    }
+    giveName();
     if (!renameToUnused(m_temporary, m_path)) fail("cannot write", m_path, EEXIST);
     m_temporary.clear();
 }

@@ -55,11 +55,8 @@ public:
     void write(std::string_view bytes);
     /// Once it has returned, the new file outlasts a loss of power.
     void commit();
-    /// The same, but throws when anything has the name already. Unless it `isNamed`, nothing else of the
-    /// folder is touched.
+    /// The same, but throws when anything has the name already.
     void commitAsNew();
-    /// Whether it has another name meanwhile, where the file system knows no files without one.
-    bool isNamed() const { return !m_temporary.empty(); }
 
     /// Removes what replacements of `path` whose process was killed have left beside it. Only while nobody
     /// else replaces it.
@@ -71,7 +68,6 @@ private:
     std::filesystem::path m_path;
     std::string m_temporary;  // its name so far; empty while it has none, and once committed
     int m_descriptor = -1;
-    int m_folder = -1;  // in which it gets its name; -1: one that can't be opened
 };
 
 /// The bytes of an ordinary file for a `std::istream`, of which a small part is in memory at a time.

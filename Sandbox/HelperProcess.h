@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace quillmark {
+
+/// One end of a connection between two of our processes.
+class Channel {
+public:
+    /// Owns the descriptor; with -1 nothing can be sent.
+    explicit Channel(int descriptor) : m_descriptor(descriptor) {}
+    ~Channel();
+    Channel(const Channel&) = delete;
+    Channel& operator=(const Channel&) = delete;
+
+    /// All of the bytes. False, with `errno`, when the other end has gone.
+    bool send(const void* bytes, std::size_t size) const;
+    bool receive(void* bytes, std::size_t size) const;
+
+private:
+    const int m_descriptor;
+};
+
+/// A process beside this one, for the little that this one gives up and yet needs (`restrictProcess`).
+/// Whoever asks may be an attacker by then, who has taken this process over: what comes through the channel
+/// is nothing to rely on.
+class HelperProcess {
+public:
+    /// Starts it: there `serve` runs with a copy of all that is here, with the other end of the channel, and
+    /// should return when that has gone. While there is one thread. It has no standard streams, and no signal
+    /// of the terminal ends it.
+    explicit HelperProcess(const std::function<void(const Channel&)>& serve);
+
+    /// False when the system allows no process more; nothing can be sent then.
+    bool isThere() const { return m_isThere; }
+    const Channel& channel() const { return m_channel; }
+
+private:
+    static int started(const std::function<void(const Channel&)>& serve, bool& isThere);
+
+    bool m_isThere = false;
+    Channel m_channel;
+};
+
+}  // namespace quillmark
