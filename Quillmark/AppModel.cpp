@@ -75,6 +75,7 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
     connect(&m_history, &HistoryKeeper::contentsRead, this, &AppModel::historyContentsRead);
     connect(&m_history, &HistoryKeeper::cleared, this, &AppModel::historyCleared);
     m_history.setKept(m_settings.keepHistory);
+    m_checker.setRules(m_options.rules());
     if (!m_keys) return;
     m_keys->setRemembers(m_options.rememberKeys);
     m_keys->setProblem([this](const std::exception& error) {
@@ -537,6 +538,13 @@ void AppModel::setRememberKeys(bool isOn) {
     m_options.rememberKeys = isOn;
     saveOptions(m_options, *m_store);
     if (m_keys) m_keys->setRemembers(isOn);
+}
+
+void AppModel::setJudgeByRFC9989(bool isOn) {
+    if (m_options.judgeByRFC9989 == isOn) return;
+    m_options.judgeByRFC9989 = isOn;
+    saveOptions(m_options, *m_store);
+    m_checker.setRules(m_options.rules());
 }
 
 void AppModel::choose(const AppSettings& settings) {

@@ -161,6 +161,8 @@ public:
     /// Who is asked by checks that begin from now on (`isResolverChoice`).
     void setResolver(const std::string& choice);
     void setRememberKeys(bool isOn);
+    /// Judges what is checked from now on by RFC 9989, or by RFC 7489.
+    void setJudgeByRFC9989(bool isOn);
 
     /// Before quitting: cancels all checks, and returns once the history is saved; that it can't be becomes
     /// `problem`. Nothing is taken in afterwards.

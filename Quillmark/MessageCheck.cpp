@@ -90,6 +90,11 @@ MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
       m_keys(std::move(keys)),
       m_now(std::move(now)) {}
 
+void MessageChecker::setRules(const CheckRules& rules) {
+    const std::lock_guard turn(m_choosing);
+    m_rules = rules;
+}
+
 void MessageChecker::setResolver(std::shared_ptr<DNSResolver> resolver) {
     const std::lock_guard turn(m_choosing);
     m_resolver = std::move(resolver);
@@ -204,9 +209,10 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
     }
     std::unique_lock turn(m_choosing);
     const auto resolver = m_resolver;
+    const CheckRules rules = m_rules;
     turn.unlock();
     const Verifier verifier(std::make_shared<RecordingResolver>(resolver, answers, failures),
-                            std::move(registry), PublicSuffixList::shared(), {}, {}, m_keys);
+                            std::move(registry), PublicSuffixList::shared(), {}, rules, m_keys);
     made.begun = m_now();
     ProofReport report =
         verifier.verify(message, made.source.place.name(), made.begun, id, stop, made.source.facts);

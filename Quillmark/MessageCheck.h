@@ -21,6 +21,7 @@
 #include "QuillmarkKit/MessageText.h"
 #include "QuillmarkKit/Report.h"
 #include "QuillmarkKit/SignedText.h"
+#include "QuillmarkKit/Verifier.h"
 
 namespace quillmark {
 
@@ -93,6 +94,8 @@ public:
 
     /// Who is asked by checks that begin from now on.
     void setResolver(std::shared_ptr<DNSResolver> resolver);
+    /// What they judge by.
+    void setRules(const CheckRules& rules);
 
     /// Checks the message there, whose report bears the identity `id`. If there may be several, none is
     /// checked, and they come back. Never throws, nor do the others.
@@ -123,6 +126,7 @@ private:
 
     mutable std::mutex m_choosing = {};
     std::shared_ptr<DNSResolver> m_resolver;
+    CheckRules m_rules = {};
     const std::shared_ptr<RegistrationLookup> m_registry;
     const std::shared_ptr<const RegistrySwitch> m_mayAskRegistry;
     const std::shared_ptr<KeyMemory> m_keys;

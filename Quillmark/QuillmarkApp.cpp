@@ -758,13 +758,15 @@ void QuillmarkApp::showSettings() {
     const AppSettings& now = m_model.settings();
     SettingsView* view = m_settings =
         new SettingsView({now.checkDomainAge, now.keepHistory, m_model.options().rememberKeys,
-                          m_model.options().resolver, QString::fromStdString(m_model.historyLock())},
+                          m_model.options().judgeByRFC9989, m_model.options().resolver,
+                          QString::fromStdString(m_model.historyLock())},
                          m_words, &m_window);
     view->setAttribute(Qt::WA_DeleteOnClose);
     connect(view, &SettingsView::checkDomainAgeChanged, &m_model, &AppModel::setCheckDomainAge);
     connect(view, &SettingsView::keepHistoryChanged, &m_model, &AppModel::setKeepHistory);
     connect(view, &SettingsView::resolverChanged, &m_model, &AppModel::setResolver);
     connect(view, &SettingsView::rememberKeysChanged, &m_model, &AppModel::setRememberKeys);
+    connect(view, &SettingsView::judgeByRFC9989Changed, &m_model, &AppModel::setJudgeByRFC9989);
     connect(view, &SettingsView::keyBookWanted, this,
             [this] { (new KeyBookView(m_model.keyBook(), m_words, m_settings))->open(); });
     connect(view, &SettingsView::clearHistoryWanted, &m_model, &AppModel::readHistoryContents);

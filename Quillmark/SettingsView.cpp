@@ -60,6 +60,13 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
         choices.rememberKeys);
     connect(keys, &QCheckBox::toggled, this, &SettingsView::rememberKeysChanged);
 
+    auto* newer = new QCheckBox(words("Judge DMARC by its rules of 2026 (RFC 9989)"));
+    add(newer,
+        {words("Most receivers still go by the older ones (RFC 7489). A report that is judged by the newer "
+               "ones says so.")},
+        choices.judgeByRFC9989);
+    connect(newer, &QCheckBox::toggled, this, &SettingsView::judgeByRFC9989Changed);
+
     addResolvers(choices.resolver);
 
     auto* actions = new QHBoxLayout;

@@ -23,7 +23,7 @@ class SettingsView : public QDialog {
     Q_OBJECT
 public:
     struct Choices {
-        bool checkDomainAge = true, keepHistory = true, rememberKeys = true;
+        bool checkDomainAge = true, keepHistory = true, rememberKeys = true, judgeByRFC9989 = false;
         std::string resolver = AppOptions().resolver;  ///< who is asked for DNS records
         QString lockedHistory = {};  ///< why the history cannot be written or cleared now; empty when it can
     };
@@ -43,6 +43,7 @@ signals:
     void checkDomainAgeChanged(bool on);
     void keepHistoryChanged(bool on);
     void rememberKeysChanged(bool on);
+    void judgeByRFC9989Changed(bool on);
     void keyBookWanted();
     void clearHistoryWanted();
     void dataFolderWanted();

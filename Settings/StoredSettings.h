@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Verifier.h"
 
 /// What the person chose in the window, as it is kept from one run to the next.
 namespace quillmark {
@@ -27,11 +28,15 @@ constexpr auto fieldsOf(const AppSettings*) {
 struct AppOptions {
     std::string resolver = "usual";  ///< who is asked for DNS records: see `chosenResolver`
     bool rememberKeys = true;        ///< keys that DNS gives are kept in the key book
+    bool judgeByRFC9989 = false;     ///< DMARC is judged by its rules of 2026
     bool operator==(const AppOptions&) const = default;
+
+    CheckRules rules() const { return {.dmarc = judgeByRFC9989 ? DMARCRules::rfc9989 : DMARCRules::rfc7489}; }
 };
 constexpr auto fieldsOf(const AppOptions*) {
     return std::tuple{Field{"resolver", &AppOptions::resolver},
-                      Field{"rememberKeys", &AppOptions::rememberKeys}};
+                      Field{"rememberKeys", &AppOptions::rememberKeys},
+                      Field{"judgeByRFC9989", &AppOptions::judgeByRFC9989}};
 }
 
 /// The keys that they are stored under.

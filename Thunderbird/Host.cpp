@@ -37,8 +37,8 @@ class Host {
 public:
     Host(const HostSurroundings& surroundings, int output)
         : m_surroundings(surroundings),
-          m_verifier(surroundings.resolver, surroundings.registry, PublicSuffixList::shared(), {}, {},
-                     surroundings.keys),
+          m_verifier(surroundings.resolver, surroundings.registry, PublicSuffixList::shared(), {},
+                     surroundings.rules, surroundings.keys),
           m_output(output) {}
 
     int serve(int input);

@@ -8,6 +8,7 @@
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
+#include "QuillmarkKit/Verifier.h"
 #include "Sandbox/Sandbox.h"
 #include "Thunderbird/WindowOpener.h"
 #include "Wording/Reader.h"
@@ -18,6 +19,7 @@ namespace quillmark {
 struct HostSurroundings {
     std::shared_ptr<DNSResolver> resolver = {};
     std::shared_ptr<RegistrationLookup> registry = {};  ///< none when nobody is to be asked
+    CheckRules rules = {};                              ///< that checks judge by
     std::shared_ptr<KeyMemory> keys = {};               ///< that were seen in DNS; may be none
     std::function<Date()> now = {};
     std::shared_ptr<WindowOpener> window = {};  ///< for requests to hand a message to it; else there are none

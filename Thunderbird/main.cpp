@@ -46,6 +46,7 @@ int main(int count, char** arguments) {
     if (settings.value_or(AppSettings()).checkDomainAge)
         surroundings.registry =
             std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    surroundings.rules = options.rules();
     surroundings.now = currentTime;
     try {
         surroundings.keys = std::make_shared<KeptKeys>(

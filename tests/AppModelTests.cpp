@@ -411,6 +411,22 @@ TEST(AppModel, asksWhoeverIsChosen) {
     EXPECT_EQ(choices, (std::vector<std::string>{"system", "system"}));
 }
 
+TEST(AppModel, theRulesThatWereChosenJudge) {
+    Desk desk;
+    const auto saysSo = [&](AppModel& model) {
+        const UUID id = model.paste("From: a@b.example\r\n\r\nx\r\n");
+        desk.idle();
+        return std::ranges::any_of(model.report(id)->notes, [](const ReportNote& note) {
+            return std::holds_alternative<ReportNote::JudgedByNewerDMARC>(note.value);
+        });
+    };
+    AppModel& model = desk.ready();
+    EXPECT_FALSE(saysSo(model));
+    model.setJudgeByRFC9989(true);
+    EXPECT_TRUE(saysSo(model));
+    EXPECT_TRUE(saysSo(desk.ready()));  // in the next run
+}
+
 TEST(AppModel, rowsAreThereAtOnceAndCanBeCancelled) {
     Desk desk;
     const auto resolver = std::make_shared<test::GatedResolver>();

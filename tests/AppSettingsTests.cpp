@@ -52,7 +52,7 @@ TEST(AppSettings, outlastTheRun) {
     EXPECT_EQ(loadSettings(UserSettingsStore(file)), chosen);
     EXPECT_EQ(storedSettings(file.toStdString()), chosen);  // as the command line reads them
     EXPECT_EQ(storedOptions(file.toStdString()), AppOptions());
-    const AppOptions options{.resolver = "https://dns.example/q{?dns}"};
+    const AppOptions options{.resolver = "https://dns.example/q{?dns}", .judgeByRFC9989 = true};
     {
         UserSettingsStore store(file);
         saveOptions(options, store);

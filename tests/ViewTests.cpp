@@ -339,16 +339,18 @@ TEST(MessageWaysView, aProgramIsFoundByWhatPeopleCallIt) {
 TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
     SettingsView view({.checkDomainAge = true, .keepHistory = false, .lockedHistory = {}}, english);
     QSignalSpy age(&view, &SettingsView::checkDomainAgeChanged),
-        history(&view, &SettingsView::keepHistoryChanged), keys(&view, &SettingsView::rememberKeysChanged);
+        history(&view, &SettingsView::keepHistoryChanged), keys(&view, &SettingsView::rememberKeysChanged),
+        newer(&view, &SettingsView::judgeByRFC9989Changed);
     bool isCleared = false;
     QObject::connect(&view, &SettingsView::clearHistoryWanted, &view, [&] {
         view.askWhetherToClear("The history holds 2 reports.", [&] { isCleared = true; });
     });
     view.show();
     const auto boxes = view.findChildren<QCheckBox*>();
-    ASSERT_EQ(boxes.size(), 3);
+    ASSERT_EQ(boxes.size(), 4);
     for (QCheckBox* each : boxes) each->click();
     EXPECT_EQ(keys.at(0).at(0).toBool(), false);
+    EXPECT_EQ(newer.at(0).at(0).toBool(), true);
     EXPECT_EQ(age.at(0).at(0).toBool(), false);
     EXPECT_EQ(history.at(0).at(0).toBool(), true);
     for (const char* answer : {"Cancel", "Clear History"}) {
