@@ -357,6 +357,8 @@ QWidget* ReportView::row(const ReportRow& row) {
             auto* aside = new PlainText(row.aside);
             aside->setFont(scaled(aside->font(), 0.9, QFont::Normal));
             aside->setColor(fadedText(palette()));
+            // It is worth less than what stands on both sides, which is long in some languages.
+            aside->setMinimumWidth(5 * aside->fontMetrics().averageCharWidth());
             top->addWidget(aside, 1, Qt::AlignVCenter);
         }
     } else if (top && !row.label.isEmpty()) {

@@ -284,7 +284,7 @@ void MailboxReport::writeHead(const MailboxReportHead& head, const Sink& sink) c
     sink(style);
     sink("</style>\n<h1>" + html(title) + "</h1>\n<dl>");
     const auto fact = [&](const std::string& label, const std::string& value) {
-        sink("<dt>" + html(label) + "<dd>" + html(value) + "\n");
+        sink("<dt>" + html(label) + "<dd>" + html(isolated(value, reader.language)) + "\n");
     };
     for (std::size_t i = 0; i < std::min(head.inputs.size(), inputsShown); ++i)
         fact(i == 0 ? reader.translate("Checked") : "\u00A0", inert(head.inputs[i]));

@@ -3,6 +3,7 @@
 #include <QLineEdit>
 #include <QRadioButton>
 #include <QRegularExpression>
+#include <QScrollBar>
 
 #include "Quillmark/HelpView.h"
 #include "Quillmark/KeyBookView.h"
@@ -478,6 +479,28 @@ TEST(KeyBookView, whatIsChosenIsForgotten) {
     view.findChild<QLineEdit*>()->clear();
     EXPECT_EQ(list->count(), 2);
     EXPECT_TRUE(book.keysOf("s._domainkey.b.example").empty());
+}
+
+TEST(ReportView, needsNoScrollingSidewaysInAnyLanguage) {
+    ProofReport report;
+    report.verdict.domain = "a.example";
+    for (int i = 0; i < 10; ++i)
+        report.dkim.push_back(
+            {.status = static_cast<DKIMResult::Status>(i), .selector = "mail", .algorithm = "rsa-sha256"});
+    for (const Language language : allLanguages()) {
+        const Words words{{.language = language}};
+        ReportList list([] { return Date(); }, words);
+        MainView window(list, words);
+        list.setEntries(
+            {{ListEntry::Kind::session, report.id, {}, 0, std::make_shared<const ProofReport>(report)}});
+        window.resize(700, 500);
+        window.show();
+        window.showReport(reportContent(report, std::nullopt, {}, words));
+        do QApplication::processEvents();
+        while (!window.reportView()->isComplete());
+        QApplication::processEvents();
+        EXPECT_EQ(window.reportView()->horizontalScrollBar()->maximum(), 0) << factsOf(language).code;
+    }
 }
 
 TEST(SingleInstance, theSecondHandsItsFilesOver) {
