@@ -1,7 +1,6 @@
 #include "Quillmark/KeyBookView.h"
 
 #include <QBoxLayout>
-#include <QDialogButtonBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
@@ -36,15 +35,19 @@ KeyBookView::KeyBookView(KeyBook book, const Words& words, QWidget* parent)
     m_list->setAccessibleName(words("Keys"));
     m_list->setUniformItemSizes(true);
     layout->addWidget(m_details = new PlainText({}));
-    auto* buttons = new QDialogButtonBox;
-    buttons->addButton(m_forget = new Button(words("Forget")), QDialogButtonBox::ActionRole);
-    buttons->addButton(new Button(words("Done")), QDialogButtonBox::AcceptRole);
-    m_forget->setAutoDefault(false);
-    layout->addWidget(buttons);
+    auto* buttons = new QHBoxLayout;
+    auto* done = new Button(words("Done"));
+    buttons->addWidget(m_forget = new Button(words("Forget")));
+    buttons->addStretch(1);
+    buttons->addWidget(done);
+    for (QPushButton* each : {m_forget, static_cast<QPushButton*>(done)})
+        each->setAutoDefault(false);  // Return in the field must not press one
+    layout->addLayout(buttons);
     connect(m_search, &QLineEdit::textChanged, this, &KeyBookView::load);
+    connect(m_search, &QLineEdit::returnPressed, m_list, qOverload<>(&QWidget::setFocus));
     connect(m_list, &QListWidget::currentRowChanged, this, &KeyBookView::showSelected);
     connect(m_forget, &QPushButton::clicked, this, &KeyBookView::forgetSelected);
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(done, &QPushButton::clicked, this, &QDialog::accept);
     window_baseline::giveMnemonics(*this);
     resize(90 * fontMetrics().averageCharWidth(), 28 * fontMetrics().height());
     load();
@@ -65,7 +68,7 @@ void KeyBookView::load() {
         m_list->clear();
         m_keys.clear();
     }
-    showSelected();
+    m_forget->setEnabled(false);
     withBook([this] {
         m_book.forEach(
             m_search->text().trimmed().toStdString(),
@@ -74,6 +77,7 @@ void KeyBookView::load() {
                 m_list->addItem(shown(keyLine(key, m_words.reader)));
             },
             mostKeys);
+        showSelected();
     });
     if (m_keys.size() == mostKeys)
         m_details->setContents(m_words("There are more. Search for the domain that you mean."));

@@ -588,6 +588,9 @@ TEST(Desktop, whatWasSignedIsThatOfTheMessageThatIsShown) {
         auto* view = qobject_cast<MessageTextView*>(run.sheet());
         ASSERT_TRUE(view);
         ASSERT_TRUE(run.waitFor([&] { return blocksOf(*view).size() > 5 && view->panel()->isComplete(); }));
+        QTest::keyClick(view->panel(), Qt::Key_Tab);
+        EXPECT_TRUE(view->focusWidget()->accessibleDescription().startsWith("From: "))
+            << "blocks come before buttons";
         QStringList marked;
         while (marked.size() <= row.marked.size() && view->panel()->goToMarked(true)) {
             const QWidget* focus = view->focusWidget();

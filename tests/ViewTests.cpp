@@ -337,6 +337,20 @@ TEST(MessageWaysView, aProgramIsFoundByWhatPeopleCallIt) {
     EXPECT_EQ(programs->count(), all);
 }
 
+TEST(KeyBookView, returnGoesFromTheSearchIntoTheList) {
+    const QTemporaryDir folder;
+    const KeyBook book{folder.filePath("keys.db").toStdString()};
+    book.add(std::vector{KnownKey{.name = "s1._domainkey.example.org", .record = "v=DKIM1; p=1"}});
+    KeyBookView view(book, english);
+    view.show();
+    const auto* list = view.findChild<QListWidget*>();
+    ASSERT_EQ(list->count(), 1);
+    EXPECT_EQ(view.findChild<PlainText*>()->toPlainText(), "") << "nothing that speaks of an empty list";
+    QTest::keyClick(view.findChild<QLineEdit*>(), Qt::Key_Return);
+    EXPECT_TRUE(view.isVisible());
+    EXPECT_EQ(view.focusWidget(), list);
+}
+
 TEST(SettingsView, switchesAndTheQuestionBeforeClearing) {
     SettingsView view({.checkDomainAge = true, .keepHistory = false, .lockedHistory = {}}, english);
     QSignalSpy age(&view, &SettingsView::checkDomainAgeChanged),
