@@ -142,7 +142,9 @@ HelpView::HelpView(const std::vector<std::pair<QString, QString>>& shortcuts, co
     m_topics->setFixedWidth(m_topics->sizeHintForColumn(0) + 5 * fontMetrics().averageCharWidth());
     connect(m_topics, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     auto* buttons = new QDialogButtonBox;
-    buttons->addButton(new Button(words("Close")), QDialogButtonBox::RejectRole);
+    auto* close = new Button(words("Close"));
+    close->setAutoDefault(false);  // Return in the search must not press it
+    buttons->addButton(close, QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);
     resize(QSize(120 * fontMetrics().averageCharWidth(), 32 * fontMetrics().height())

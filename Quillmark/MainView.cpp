@@ -369,12 +369,14 @@ QWidget* MainView::buildDoneLine() {
     layout->addWidget(m_undo);
     m_doneTimer.setSingleShot(true);
     m_doneTimer.setInterval(doneShown);
-    connect(&m_doneTimer, &QTimer::timeout, this, [this] { showDone({}, false); });
+    connect(&m_doneTimer, &QTimer::timeout, this, [this] {
+        // Nobody's button goes away under their hands.
+        m_doneLine->isAncestorOf(focusWidget()) ? m_doneTimer.start() : showDone({}, false);
+    });
     return m_doneLine;
 }
 
 void MainView::showDone(const QString& line, bool isUndone) {
-    if (line.isEmpty() && m_doneLine->isAncestorOf(focusWidget())) m_listSide->focusList();
     m_doneText->setContents(line);
     m_undo->setVisible(isUndone);
     m_doneLine->setVisible(!line.isEmpty());

@@ -335,6 +335,12 @@ TEST(MessageWaysView, aProgramIsFoundByWhatPeopleCallIt) {
     }
     search->clear();
     EXPECT_EQ(programs->count(), all);
+    HelpView help({}, english);
+    help.showPage(HelpPage::message);
+    help.show();
+    QTest::keyClick(help.findChild<QLineEdit*>(), Qt::Key_Return);
+    EXPECT_TRUE(help.isVisible());
+    EXPECT_EQ(help.focusWidget(), help.findChild<QListWidget*>("ways"));
 }
 
 TEST(KeyBookView, returnGoesFromTheSearchIntoTheList) {
