@@ -1,7 +1,8 @@
 /// The window over a sample's recorded answers, for `tests/accessible`, which reads it as a screen reader
 /// does:
 ///   accessible_window SAMPLE.dns.json FOLDER
-/// Opens each file that is named in a line of standard input, and ends with it.
+/// Opens each file that is named in a line of standard input, copies the report for the line "copy", and ends
+/// with it.
 
 #include <QApplication>
 #include <QSettings>
@@ -39,6 +40,7 @@ int main(int argc, char** argv) {
     QObject::connect(&input, &QSocketNotifier::activated, &application, [&] {
         std::string path;
         if (!std::getline(std::cin, path)) return QApplication::quit();
+        if (path == "copy") return app.window().action(Command::copyReport)->trigger();
         app.openFiles({QString::fromStdString(path)});
     });
     const int status = QApplication::exec();
