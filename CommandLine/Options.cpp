@@ -72,6 +72,18 @@ const std::vector<CommandTable::Section> sections = {
       "domains in From and Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF "
       "record may ask for names that contain the envelope sender's address. With --dns nobody is asked, with "
       "--resolver, or the setting, whom you name; the reports name them."}},
+    {"SANDBOX",
+     {"Before it reads anything that somebody else may have written, each command gives up what it doesn't "
+      "need: it may "
+      "read its files and what the system keeps for all programs, write the files that options name, and "
+      "where nobody is "
+      "to be asked make no connection; it starts no program, and reaches no other. With --files-from it may "
+      "read "
+      "everything, since the list goes on while files are read. What is refused nevertheless is told like a "
+      "file without "
+      "permission; --no-sandbox leaves all of it out. Linux does it, by Landlock and seccomp: --version "
+      "--verbose says "
+      "what there is of them. docs/sandbox.md in the sources says more."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
       "the history, files with answers and recordings, and more of what is read."}},
@@ -553,10 +565,7 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
         ->group(seldom);
     // Also behind a command.
     app.fallthrough();
-    app.add_flag(
-           "--no-sandbox", commands.noSandbox,
-           "Keep all rights while messages are read, for where a file is refused that you may read or write")
-        ->group(seldom);
+    app.add_flag("--no-sandbox", commands.noSandbox, "Keep all rights while messages are read")->group(seldom);
     app.require_subcommand(1);
     addCheck(app, commands.check);
     addExplain(app, commands.explain);

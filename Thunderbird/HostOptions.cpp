@@ -10,9 +10,7 @@ CommandTable hostTable() {
     table.options = {
         {.names = {"--version"}, .purpose = "Print the version"},
         {.names = {"--verbose"}, .purpose = "With --version: print, too, what confines this program"},
-        {.names = {"--no-sandbox"},
-         .purpose = "Keep all rights while messages are read, for where a file is refused that you may read "
-                    "or write"}};
+        {.names = {"--no-sandbox"}, .purpose = "Keep all rights while messages are read"}};
     table.sections = {
         {"PROTOCOL",
          {"Requests come from standard input and answers go to standard output, each a length (four bytes in "
