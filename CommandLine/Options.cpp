@@ -565,7 +565,8 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
         ->group(seldom);
     // Also behind a command.
     app.fallthrough();
-    app.add_flag("--no-sandbox", commands.noSandbox, "Keep all rights while messages are read")->group(seldom);
+    app.add_flag("--no-sandbox", commands.noSandbox, "Keep all rights while messages are read")
+        ->group(seldom);
     app.require_subcommand(1);
     addCheck(app, commands.check);
     addExplain(app, commands.explain);
