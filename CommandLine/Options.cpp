@@ -50,8 +50,9 @@ const std::vector<CommandTable::Section> sections = {
       "are read, three in each other, and nothing is written to disk; what in an archive is no message is "
       "passed over. How other archives are unpacked is said."}},
     {"ENVIRONMENT",
-     {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help: German, else English. TZ is the "
-      "time zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
+     {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help, of seventeen; else it is "
+      "English. TZ "
+      "is the time zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
       "https_proxy or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it; "
       "in capitals, too. An empty variable counts as one that isn't set.",
       "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CONFIG_HOME (default: ~/.config) the "

@@ -21,7 +21,8 @@ CommandTable desktopTable() {
           "second start hands its files to the window that is open.",
           "The options of Qt are taken, too: -platform offscreen needs no screen."}},
         {"ENVIRONMENT",
-         {"LC_ALL, LC_MESSAGES and LANG choose the language: German, else English. https_proxy or, without "
+         {"LC_ALL, LC_MESSAGES and LANG choose the language, of seventeen; else it is English. https_proxy "
+          "or, without "
           "it, all_proxy names a proxy for the lookups, no_proxy what to ask without it."}},
         {"FILES",
          {"~/.local/share/Quillmark/history.json holds the reports, which are kept unless the settings say "
