@@ -100,7 +100,11 @@ constexpr std::array systemPaths = {
     "/usr",           "/lib",         "/lib64",         "/etc/crypto-policies", "/etc/ld.so.cache",
     "/etc/localtime", "/etc/pki/tls", "/etc/ssl/certs", "/etc/ssl/openssl.cnf", "/sys/devices/system/cpu",
     "/dev/null",      "/dev/urandom"};
-/// The folder of how names are resolved, with the file that another program replaces while we run.
+/// How names of hosts are resolved.
+constexpr std::array namePaths = {"/etc/hosts",         "/etc/host.conf", "/etc/gai.conf",
+                                  "/etc/nsswitch.conf", "/etc/protocols", "/etc/services"};
+/// And by whom: other programs put a new file in its place when the network changes, so that its folder
+/// counts.
 constexpr const char* resolverFile = "/etc/resolv.conf";
 /// By which the person has said that it lies elsewhere; several with colons between them.
 constexpr std::array pathVariables = {"LD_LIBRARY_PATH", "OPENSSL_CONF", "SSL_CERT_DIR", "SSL_CERT_FILE",
@@ -133,8 +137,8 @@ int restrictFiles(const Sandbox& sandbox, int mostVersion, int& error) {
         }
         if (sandbox.isNetworked) {
             std::error_code none;
-            allowAll(std::array<fs::path, 2>{"/etc", fs::canonical(resolverFile, none).parent_path()},
-                     reading);
+            allowAll(namePaths, reading);
+            allow(ruleset, fs::canonical(resolverFile, none).parent_path(), reading);
         }
         allowAll(sandbox.read, reading);
         allowAll(sandbox.write, writing | deviceCommands);
@@ -229,9 +233,38 @@ constexpr std::initializer_list<int> ofNames = {
     SCMP_SYS(readlink), SCMP_SYS(readlinkat), SCMP_SYS(getcwd)};
 /// No folder is made, but where one should be, something else may lie, and that is said.
 constexpr std::initializer_list<int> ofWriting = {
-    SCMP_SYS(link),      SCMP_SYS(linkat), SCMP_SYS(mkdir),    SCMP_SYS(mkdirat),   SCMP_SYS(unlink),
-    SCMP_SYS(unlinkat),  SCMP_SYS(rename), SCMP_SYS(renameat), SCMP_SYS(renameat2), SCMP_SYS(ftruncate),
-    SCMP_SYS(fallocate), SCMP_SYS(flock),  SCMP_SYS(umask)};
+    SCMP_SYS(link),      SCMP_SYS(linkat), SCMP_SYS(mkdir),    SCMP_SYS(mkdirat),    SCMP_SYS(unlink),
+    SCMP_SYS(unlinkat),  SCMP_SYS(rename), SCMP_SYS(renameat), SCMP_SYS(renameat2),  SCMP_SYS(ftruncate),
+    SCMP_SYS(fallocate), SCMP_SYS(flock),  SCMP_SYS(umask),    SCMP_SYS(ftruncate64)};
+/// The same as all of these on machines of 32 bits, where they have other names; elsewhere there are none.
+constexpr std::initializer_list<int> ofNarrowMachines = {SCMP_SYS(mmap2),
+                                                         SCMP_SYS(_llseek),
+                                                         SCMP_SYS(fcntl64),
+                                                         SCMP_SYS(stat64),
+                                                         SCMP_SYS(lstat64),
+                                                         SCMP_SYS(fstat64),
+                                                         SCMP_SYS(fstatat64),
+                                                         SCMP_SYS(statfs64),
+                                                         SCMP_SYS(fstatfs64),
+                                                         SCMP_SYS(fadvise64_64),
+                                                         SCMP_SYS(arm_fadvise64_64),
+                                                         SCMP_SYS(_newselect),
+                                                         SCMP_SYS(getuid32),
+                                                         SCMP_SYS(geteuid32),
+                                                         SCMP_SYS(getgid32),
+                                                         SCMP_SYS(getegid32),
+                                                         SCMP_SYS(ugetrlimit),
+                                                         SCMP_SYS(set_thread_area),
+                                                         SCMP_SYS(set_tls),
+                                                         SCMP_SYS(cacheflush),
+                                                         SCMP_SYS(sigreturn),
+                                                         SCMP_SYS(clock_gettime64),
+                                                         SCMP_SYS(clock_getres_time64),
+                                                         SCMP_SYS(clock_nanosleep_time64),
+                                                         SCMP_SYS(futex_time64),
+                                                         SCMP_SYS(ppoll_time64),
+                                                         SCMP_SYS(pselect6_time64),
+                                                         SCMP_SYS(rt_sigtimedwait_time64)};
 constexpr std::initializer_list<int> ofNetwork = {
     SCMP_SYS(connect),    SCMP_SYS(sendto),      SCMP_SYS(sendmsg),     SCMP_SYS(sendmmsg),
     SCMP_SYS(recvfrom),   SCMP_SYS(recvmsg),     SCMP_SYS(recvmmsg),    SCMP_SYS(getsockopt),
@@ -251,6 +284,7 @@ public:
         seccomp_attr_set(m_filter.get(), SCMP_FLTATR_API_SYSRAWRC, 1);  // errors as they are
         add(always);
         add(ofNames);
+        add(ofNarrowMachines);
         const bool mayWrite = !sandbox.write.empty();
         if (mayWrite) add(ofWriting);
         addOpening(mayWrite);
