@@ -17,19 +17,18 @@ std::string errorText(int error) { return std::generic_category().message(error)
 
 }  // namespace
 
-fs::path folderOf(const fs::path& file) { return file.has_parent_path() ? file.parent_path() : "."; }
-
 void allowUserData(Sandbox& sandbox, UserData data) {
-    try {
-        const fs::path history = HistoryFile::defaultLocation(dataFolderName);
-        for (const fs::path& file : {history, KeyBook::besideHistory(history)}) {
-            const fs::path folder = folderOf(followed(file));
-            sandbox.write.push_back(folder);
-            if (data == UserData::made) makeFolders(folder);
+    // What goes wrong here is told by whoever opens it.
+    const auto allow = [&](const auto& find) {
+        try {
+            sandbox.write.push_back(followed(find()).parent_path());
+            if (data == UserData::made) makeFolders(sandbox.write.back());
+        } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
         }
-    } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
-        // Whoever opens it will say so.
-    }
+    };
+    const auto history = [] { return HistoryFile::defaultLocation(dataFolderName); };
+    allow(history);
+    allow([&] { return KeyBook::besideHistory(history()); });
     sandbox.read.emplace_back("/proc");  // who holds their lock
 }
 

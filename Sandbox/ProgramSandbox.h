@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,9 +8,6 @@
 
 /// What the sandboxes of the programs have in common.
 namespace quillmark {
-
-/// The folder that a file lies in, for a sandbox.
-std::filesystem::path folderOf(const std::filesystem::path& file);
 
 /// Adds the folders of the user's history and key book, and of what links lead to from there.
 enum class UserData {
