@@ -247,7 +247,7 @@ void BannerView::setCompact(bool isCompact) {
     (isBelow ? m_footLines : m_headTexts)->removeWidget(m_meaning);
     m_meaning->setContentsMargins(0, isCompact ? fontMetrics().height() / 2 : 0, 0, 0);
     if (isCompact) {
-        m_footLines->insertWidget(1, m_meaning);  // below what to do
+        m_footLines->addWidget(m_meaning);  // below what to do
     } else {
         m_headTexts->addWidget(m_meaning);
     }

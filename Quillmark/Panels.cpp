@@ -58,16 +58,6 @@ constexpr double cornerRadius = 0.4;  // lines of text
 constexpr int widestColumn = 120;     // characters: longer lines are hard to read
 constexpr int focusWidth = 2;
 
-/// In one line where there is room for it: a label that wraps asks for less, beside whatever would stretch.
-class HeadingLabel : public QLabel {
-public:
-    QSize sizeHint() const override {
-        const QMargins around = contentsMargins();
-        const int whole = fontMetrics().horizontalAdvance(text()) + 1 + around.left() + around.right();
-        return QLabel::sizeHint().expandedTo({whole, 0});
-    }
-};
-
 /// The palette's text faded into its ground: for lines that only divide.
 QColor borderColor(const QPalette& palette) {
     QColor color = palette.color(QPalette::Text);
@@ -142,7 +132,7 @@ QIcon programIcon() {
 }
 
 QLabel* sectionHeading(const QString& text) {
-    auto* label = new HeadingLabel;
+    auto* label = new OneLineLabel;
     label->setProperty(headingProperty, true);  // before anybody asks what it is, as with its text
     label->setTextFormat(Qt::PlainText);
     label->setText(text);
@@ -251,9 +241,16 @@ void ToneBadge::paintEvent(QPaintEvent*) {
     painter.drawText(rect(), Qt::AlignCenter, toneSymbol(m_tone));
 }
 
+QSize OneLineLabel::sizeHint() const {
+    const QMargins around = contentsMargins();
+    const int whole = fontMetrics().horizontalAdvance(text()) + 1 + around.left() + around.right();
+    return QLabel::sizeHint().expandedTo({whole, 0});
+}
+
 Chip::Chip(Tone tone, const QString& text, const Words& words, QWidget* parent)
-    : QLabel(parent), m_tone(tone) {
+    : OneLineLabel(parent), m_tone(tone) {
     setTextFormat(Qt::PlainText);
+    setWordWrap(true);
     setText(toneSymbol(tone) + u' ' + text);
     setAccessibleName(toneWord(tone, words) + QStringLiteral(": ") + text);
     QFont bold = font();
@@ -261,7 +258,9 @@ Chip::Chip(Tone tone, const QString& text, const Words& words, QWidget* parent)
     setFont(bold);
     const int side = fontMetrics().height() / 2, end = fontMetrics().height() / 6;
     setContentsMargins(side, end, side, end);
-    setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
+    QSizePolicy policy(QSizePolicy::Maximum, QSizePolicy::Minimum);
+    policy.setHeightForWidth(true);
+    setSizePolicy(policy);
     QPalette colors = palette();
     colors.setColor(QPalette::WindowText, toneColor(tone, toneGround(tone, palette()), palette()));
     setPalette(colors);
@@ -272,10 +271,10 @@ void Chip::paintEvent(QPaintEvent* event) {
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(toneGround(m_tone, palette()));
-    const double radius = height() / 2.0;
+    const double radius = std::min(height() / 2.0, fontMetrics().height() * 0.7);
     painter.drawRoundedRect(rect(), radius, radius);
     painter.end();
-    QLabel::paintEvent(event);
+    OneLineLabel::paintEvent(event);
 }
 
 ChainMark::ChainMark(bool isFirst, bool isLast, QWidget* parent)

@@ -104,8 +104,15 @@ private:
     double m_scale;
 };
 
+/// In one line where there is room for it: a label that wraps asks for less, beside whatever would stretch.
+class OneLineLabel : public QLabel {
+public:
+    using QLabel::QLabel;
+    QSize sizeHint() const override;
+};
+
 /// A few words about one finding, with the symbol and the colour of its tone.
-class Chip : public QLabel {
+class Chip : public OneLineLabel {
 public:
     Chip(Tone tone, const QString& text, const Words& words, QWidget* parent = nullptr);
 

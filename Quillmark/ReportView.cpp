@@ -350,7 +350,7 @@ QWidget* ReportView::row(const ReportRow& row) {
     QHBoxLayout* top = nullptr;
     if (!row.label.isEmpty() || !row.details.empty()) layout->addLayout(top = new QHBoxLayout);
     if (top && row.tone) {
-        top->addWidget(new Chip(*row.tone, row.label, m_words));
+        top->addWidget(new Chip(*row.tone, row.label, m_words), 0, Qt::AlignTop);
         if (row.aside.isEmpty()) {
             top->addStretch(1);
         } else {

@@ -259,6 +259,14 @@ TEST(ReportView, aWordIsExplainedAndMoreExactlyOneStepDeeper) {
     EXPECT_FALSE(isShown("Here the owner of the domain in From"));
 }
 
+TEST(ReportView, aLongWordForAFindingTakesASecondLine) {
+    ReportContent content = sampleContent();
+    content.sections[0].rows[0].label = QStringLiteral("Schlüssel nicht mehr veröffentlicht ").repeated(5);
+    ReportView view(english);
+    view.setContent(content);
+    EXPECT_LT(view.widget()->minimumSizeHint().width(), 400) << "nothing scrolls sideways";
+}
+
 TEST(ReportView, markupIsTextAndCopiesAreClean) {
     ReportView view(english);
     view.setContent(sampleContent());
