@@ -1,6 +1,7 @@
 #include "Quillmark/Explanation.h"
 
 #include <QBoxLayout>
+#include <QGuiApplication>
 
 #include "Quillmark/Panels.h"
 #include "Quillmark/PlainText.h"
@@ -13,12 +14,13 @@ QToolButton* disclosureButton(const QString& text, const QString& accessibleName
     made->setText(text);
     made->setAccessibleName(accessibleName);
     made->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    made->setArrowType(Qt::RightArrow);
+    const auto closed = QGuiApplication::isRightToLeft() ? Qt::LeftArrow : Qt::RightArrow;
+    made->setArrowType(closed);
     made->setAutoRaise(true);
     made->setCheckable(true);
     made->setFocusPolicy(Qt::StrongFocus);
     QObject::connect(made, &QToolButton::toggled, made,
-                     [made](bool open) { made->setArrowType(open ? Qt::DownArrow : Qt::RightArrow); });
+                     [made, closed](bool open) { made->setArrowType(open ? Qt::DownArrow : closed); });
     return made;
 }
 
