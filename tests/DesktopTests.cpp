@@ -644,8 +644,11 @@ TEST(Desktop, theKeyboardReachesEverythingAndEverythingHasAName) {
     EXPECT_EQ(QApplication::focusWidget(), run.window().listView());
     run.key(Qt::Key_Return);
     EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner");
+    const QPointer<QWidget> before = QApplication::focusWidget();
     run.window().action(Command::zoomIn)->trigger();
-    EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner") << "which was made anew";
+    EXPECT_TRUE(run.waitFor([&] { return !before; })) << "it is made anew";
+    ASSERT_TRUE(QApplication::focusWidget());
+    EXPECT_EQ(QApplication::focusWidget()->objectName(), "banner");
     run.key(Qt::Key_Escape);
     EXPECT_EQ(QApplication::focusWidget(), run.window().listView());
     run.key(Qt::Key_Escape);
