@@ -20,7 +20,7 @@ namespace quillmark {
 
 namespace {
 
-constexpr LanguageFacts table[] = {
+constexpr LanguageFacts known[] = {
     {"en", "en", "one other"},
     {"de", "de", "one other"},
     {"ar", "ar", "zero one two few many other", true},
@@ -52,8 +52,8 @@ constexpr BuiltIn builtIn[] = {
 
 static_assert(std::ranges::all_of(builtIn,
                                   [](const BuiltIn& each) {
-                                      return std::ranges::find(table, each.code, &LanguageFacts::code) !=
-                                             std::end(table);
+                                      return std::ranges::find(known, each.code, &LanguageFacts::code) !=
+                                             std::end(known);
                                   }),
               "a catalogue in po/ lacks its row in the table");
 
@@ -63,7 +63,7 @@ const NumberRules& rulesOf(Language language) {
         std::once_flag once = {};
         std::unique_ptr<const NumberRules> rules = {};
     };
-    static std::array<Made, std::size(table)> all;
+    static std::array<Made, std::size(known)> all;
     Made& made = all[static_cast<std::size_t>(language)];
     std::call_once(made.once,
                    [&] { made.rules = std::make_unique<const NumberRules>(factsOf(language).tag); });
@@ -116,13 +116,13 @@ std::optional<std::string_view> Catalogue::find(std::string_view text, std::size
     return std::nullopt;
 }
 
-const LanguageFacts& factsOf(Language language) { return table[static_cast<std::size_t>(language)]; }
+const LanguageFacts& factsOf(Language language) { return known[static_cast<std::size_t>(language)]; }
 
 const std::vector<Language>& allLanguages() {
     static const std::vector<Language> all = [] {
         std::vector<Language> found;
-        for (std::size_t i = 0; i < std::size(table); ++i) {
-            if (i == 0 || std::ranges::find(builtIn, table[i].code, &BuiltIn::code) != std::end(builtIn))
+        for (std::size_t i = 0; i < std::size(known); ++i) {
+            if (i == 0 || std::ranges::find(builtIn, known[i].code, &BuiltIn::code) != std::end(builtIn))
                 found.push_back(static_cast<Language>(i));
         }
         return found;
