@@ -262,9 +262,7 @@ ReportRow Composer::hop(const ARCFinding::Hop& hop) const {
     const bool isLast = &hop == &m_report.arc.hops.back();
     if (hop.sealValid && !isLast && of != Tone::good) of = std::nullopt;
     ReportRow row{of, m_words("%1. %2", QString::number(hop.instance), domain(hop.sealer)), {}, {}, {}};
-    ARCFinding alone;
-    alone.hops = {hop};
-    for (const Remark& each : remarks(alone, m_words.reader)) row.notes.push_back(remark(each, m_words));
+    for (const Remark& each : remarks(hop, m_words.reader)) row.notes.push_back(remark(each, m_words));
     add(row.details, toTranslate("Seal"), hop.sealValid ? m_words("valid") : m_words("not valid"));
     addText(row.details, toTranslate("Selector"), hop.messageSignature.selector);
     add(row.details, toTranslate("Signed fields"), names(hop.messageSignature.signedHeaders));
@@ -283,6 +281,7 @@ ReportSection Composer::chain() const {
                             {}});
     for (const ARCFinding::Hop& each : capped(arc.hops)) section.chain.push_back(hop(each));
     addMore(section.remarks, arc.hops.size());
+    if (!arc.hops.empty()) section.remarks << m_words.sentence(futureOfARC(m_words.reader));
     addNotes(section, NoteSection::chain);
     return section;
 }

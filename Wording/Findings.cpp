@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <variant>
 
 #include "QuillmarkKit/Lookups/DNS.h"
@@ -300,16 +301,28 @@ Remark hopRemark(const ARCFinding::Hop& hop, const Reader& reader) {
 
 }  // namespace
 
-std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader) {
-    std::vector<Remark> remarks;
-    for (const ARCFinding::Hop& hop : finding.hops) {
-        remarks.push_back(hopRemark(hop, reader));
-        if (hop.sawResults.methods.empty()) continue;
+std::vector<Remark> remarks(const ARCFinding::Hop& hop, const Reader& reader) {
+    std::vector<Remark> remarks{hopRemark(hop, reader)};
+    if (!hop.sawResults.methods.empty()) {
         remarks.push_back({{},
                            reader.translate("What forwarder %1 says it found itself: %2.",
                                             {reader.number(hop.instance), resultsInBrief(hop.sawResults)})});
     }
     return remarks;
+}
+
+std::string futureOfARC(const Reader& reader) {
+    return reader.translate(
+        "ARC is on its way out as a standard. That other messages have no such chain says nothing against "
+        "them.");
+}
+
+std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader) {
+    std::vector<Remark> all;
+    for (const ARCFinding::Hop& hop : finding.hops)
+        std::ranges::move(remarks(hop, reader), std::back_inserter(all));
+    if (!finding.hops.empty()) all.push_back({{}, futureOfARC(reader)});
+    return all;
 }
 
 namespace {

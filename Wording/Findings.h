@@ -31,8 +31,12 @@ std::string label(const ARCFinding& finding, const Reader& reader);
 /// None when no forwarder left a mark.
 std::optional<Tone> tone(const ARCFinding& finding);
 std::string sentence(const ARCFinding& finding, const Reader& reader);
-/// What each forwarder says, oldest first.
+/// What each forwarder says, oldest first, and what becomes of such chains.
 std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader);
+/// The same of one forwarder alone.
+std::vector<Remark> remarks(const ARCFinding::Hop& hop, const Reader& reader);
+/// What becomes of such chains.
+std::string futureOfARC(const Reader& reader);
 
 /// How old the sender's domain is, to stand behind its name and a comma: "registered on 3 May 2004, 21 years
 /// ago".
