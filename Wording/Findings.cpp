@@ -321,7 +321,6 @@ std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader) {
     std::vector<Remark> all;
     for (const ARCFinding::Hop& hop : finding.hops)
         std::ranges::move(remarks(hop, reader), std::back_inserter(all));
-    if (!finding.hops.empty()) all.push_back({{}, futureOfARC(reader)});
     return all;
 }
 

@@ -31,7 +31,7 @@ std::string label(const ARCFinding& finding, const Reader& reader);
 /// None when no forwarder left a mark.
 std::optional<Tone> tone(const ARCFinding& finding);
 std::string sentence(const ARCFinding& finding, const Reader& reader);
-/// What each forwarder says, oldest first, and what becomes of such chains.
+/// What each forwarder says, oldest first.
 std::vector<Remark> remarks(const ARCFinding& finding, const Reader& reader);
 /// The same of one forwarder alone.
 std::vector<Remark> remarks(const ARCFinding::Hop& hop, const Reader& reader);
