@@ -269,7 +269,7 @@ void many(TimedApplication& application, const QString& folder) {
     std::printf("%-52s %7.1f s\n", "a mailbox of 10,000 messages beside them",
                 static_cast<double>(taken.elapsed()) / 1'000);
     application.tell("meanwhile");  // its page is shown and grows
-    application.act("paint", [&] { desk.window().mailboxView()->repaint(); });
+    application.act("paint", [&] { desk.window().mailboxView()->grab(); });
     application.tell("its page is painted");
     application.act("choose", [&] { desk.window().listView()->selectAll(); });
     waitFor([] { return true; });
