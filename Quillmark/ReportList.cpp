@@ -1,5 +1,6 @@
 #include "Quillmark/ReportList.h"
 
+#include <QLocale>
 #include <algorithm>
 #include <utility>
 
@@ -137,8 +138,10 @@ QVariant ReportList::data(const QModelIndex& index, int role) const {
             return each.isReport() ? QVariant(static_cast<int>(each.report->verdict.tone)) : QVariant();
         case hasMoreRole:
             return each.isReport() && !caution(*each.report).isEmpty();
-        case timeRole:
-            return time(each);
+        case senderNameRole:
+            return senderName(each);
+        case dateRole:
+            return date(each);
         case isStoppedRole:
             return each.kind == ListEntry::Kind::stopped;
         case isMailboxRole:
@@ -165,7 +168,7 @@ QString ReportList::cell(const ListEntry& entry, ListColumn column) const {
             return report.summary.date ? QString::fromStdString(m_words.reader.date(*report.summary.date))
                                        : QString();
         default:
-            return time(entry);
+            return shortly(report.checkedAt);
     }
 }
 
@@ -193,8 +196,8 @@ QString ReportList::toolTip(const ListEntry& entry, ListColumn column) const {
 QString ReportList::spoken(const ListEntry& entry) const {
     QString text = firstLine(entry);
     if (entry.isReport()) text.prepend(toneWord(entry.report->verdict.tone, m_words) + QStringLiteral(": "));
-    for (const QString& more :
-         {secondLine(entry), entry.isReport() ? caution(*entry.report) : QString(), time(entry)}) {
+    for (const QString& more : {secondLine(entry), senderName(entry),
+                                entry.isReport() ? caution(*entry.report) : QString(), date(entry)}) {
         if (!more.isEmpty()) text += QStringLiteral(", ") + more;
     }
     return text;
@@ -253,14 +256,24 @@ QString ReportList::caution(const ProofReport& report) const {
     return m_cautions[report.id] = text;
 }
 
-QString ReportList::time(const ListEntry& entry) const {
+QString ReportList::senderName(const ListEntry& entry) const {
     if (!entry.isReport()) return {};
+    const auto& from = entry.report->summary.from;
+    if (from.size() != 1 || !from.front().displayName || entry.report->verdict.fromDomain.empty()) return {};
+    const QLocale locale(QString::fromLatin1(factsOf(m_words.reader.language).tag));
+    return locale.quoteString(shown(*from.front().displayName));
+}
+
+QString ReportList::date(const ListEntry& entry) const {
+    const bool isDated = entry.isReport() && entry.report->summary.date;
+    return isDated ? shortly(*entry.report->summary.date) : QString();
+}
+
+QString ReportList::shortly(Date date) const {
     const Reader& reader = m_words.reader;
-    const Date checkedAt = entry.report->checkedAt;
-    const Date local = checkedAt + reader.zone(checkedAt).ahead;
-    const std::string day = reader.date(checkedAt);
+    const std::string day = reader.date(date);
     if (day != reader.date(m_now())) return QString::fromStdString(day);
-    return QString::fromStdString(iso8601(local).substr(11, 5));
+    return QString::fromStdString(iso8601(date + reader.zone(date).ahead).substr(11, 5));
 }
 
 }  // namespace quillmark

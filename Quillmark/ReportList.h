@@ -23,12 +23,13 @@ public:
     enum Role {
         toneRole = Qt::UserRole,
         secondLineRole,
-        timeRole,
+        senderNameRole,  ///< in quotation marks, what the one sender calls himself; may be empty
+        dateRole,        ///< of the message itself; may be empty
         hasMoreRole,
         isStoppedRole,
         isMailboxRole
     };
-    /// `now` gives the time, by which a check of today shows its hour and an older one its day.
+    /// `now` gives the time: what is of today shows its hour, and what is older its day.
     ReportList(std::function<Date()> now, const Words& words, QObject* parent = nullptr);
 
     /// As `listEntries` gives them.
@@ -77,7 +78,9 @@ private:
     QString spoken(const ListEntry& entry) const;
     QString firstLine(const ListEntry& entry) const;
     QString secondLine(const ListEntry& entry) const;
-    QString time(const ListEntry& entry) const;
+    QString senderName(const ListEntry& entry) const;
+    QString date(const ListEntry& entry) const;
+    QString shortly(Date date) const;
 
     std::function<Date()> m_now;
     Words m_words;

@@ -101,19 +101,24 @@ void ReportListDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     };
     const QFontMetrics& metrics = option.fontMetrics;
     const QRect words = inside.adjusted(line + gap, 0, 0, 0);
-    // The second line is the domain's alone, which is worth more than the rest.
-    const QString time = index.data(ReportList::timeRole).toString();
-    const int timeWidth = metrics.horizontalAdvance(time), beside = time.isEmpty() ? 0 : timeWidth + gap;
+    const QString date = index.data(ReportList::dateRole).toString();
+    const int dateWidth = metrics.horizontalAdvance(date), beside = date.isEmpty() ? 0 : dateWidth + gap;
     draw(QFontMetrics(bold).elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideRight,
                                        words.width() - beside),
          placed(words.adjusted(0, 0, -beside, 0)));
     painter->setFont(option.font);
-    draw(time, placed(words.adjusted(words.width() - timeWidth, 0, 0, 0)));
+    draw(date, placed(words.adjusted(words.width() - dateWidth, 0, 0, 0)));
     // Of "Stopped after 514 of 4,200" the numbers are the last to go.
     const auto mode = isStopped ? Qt::ElideLeft : Qt::ElideRight;
-    draw(tone.isValid() ? elidedBeforeDomain(second, metrics, words.width())
-                        : metrics.elidedText(second, mode, words.width()),
-         placed(words.translated(0, line + gap / 2)));
+    const QRect below = words.translated(0, line + gap / 2);
+    const QString domain = tone.isValid() ? elidedBeforeDomain(second, metrics, words.width())
+                                          : metrics.elidedText(second, mode, words.width());
+    draw(domain, placed(below));
+    // What the sender calls himself proves nothing: it has the room that the domain leaves.
+    const QString name = index.data(ReportList::senderNameRole).toString();
+    const QRect rest = below.adjusted(metrics.horizontalAdvance(domain) + gap, 0, 0, 0);
+    if (!name.isEmpty() && rest.width() > 3 * line)
+        draw(metrics.elidedText(name, Qt::ElideRight, rest.width()), placed(rest));
     if (option.state & QStyle::State_HasFocus) {
         QStyleOptionFocusRect focus;
         focus.QStyleOption::operator=(option);

@@ -89,7 +89,9 @@ protected:
         for (int i = 0; i < 10'002; ++i) {
             ProofReport report;
             report.id = UUID::random();
-            report.checkedAt = Date(std::chrono::days(20'000 - i / 10));
+            report.checkedAt = Date(std::chrono::days(20'000));
+            report.summary.date = Date(std::chrono::days(20'000 - i / 10));
+            report.summary.from = {{"Bank of b.example", "a@d.example"}};
             report.summary.subject = "Subject " + std::to_string(i);
             report.verdict = {VerdictKind::verified, Tone::good, "d.example", "d.example", {}};
             if (i == 0) report.summary.subject = "<img src=x> \u202E" + std::string(1'000'000, 'y');
@@ -129,14 +131,17 @@ TEST_F(ReportLists, rowsAndHeadings) {
     EXPECT_FALSE(text(2, Qt::ToolTipRole).contains("<img"));
     EXPECT_EQ(text(3), "(no subject)");
     EXPECT_EQ(text(4), "History");
-    EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)), "Good: Subject 2, d.example, 00:00");
-    EXPECT_EQ(text(10'004, ReportList::timeRole), "8 Jan 2022");
+    EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)),
+              "Good: Subject 2, d.example, “Bank of b.example”, 00:00");
+    EXPECT_EQ(text(10'004, ReportList::dateRole), "8 Jan 2022");
+    m_reports[2]->summary.from.push_back({"B", "b@e.example"});
+    EXPECT_EQ(text(5, ReportList::senderNameRole), "") << "nobody's, where there are two";
 }
 
 TEST_F(ReportLists, aGoodVerdictWithWarningSignsIsMarked) {
     m_reports[2]->flags.assign(2, {LookAlikeFlag::MultipleFrom{}});
     EXPECT_EQ(withoutIsolation(text(5, Qt::AccessibleTextRole)),
-              "Good: Subject 2, d.example, 2 warning signs, 00:00");
+              "Good: Subject 2, d.example, “Bank of b.example”, 2 warning signs, 00:00");
     EXPECT_TRUE(list.data(list.index(5, 0), ReportList::hasMoreRole).toBool());
     EXPECT_FALSE(list.data(list.index(6, 0), ReportList::hasMoreRole).toBool());
 }
