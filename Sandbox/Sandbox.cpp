@@ -207,7 +207,6 @@ constexpr std::initializer_list<int> always = {SCMP_SYS(brk),
                                                SCMP_SYS(dup),
                                                SCMP_SYS(dup2),
                                                SCMP_SYS(dup3),
-                                               SCMP_SYS(fcntl),
                                                SCMP_SYS(fsync),
                                                SCMP_SYS(fdatasync),
                                                SCMP_SYS(fadvise64),
@@ -239,7 +238,6 @@ constexpr std::initializer_list<int> ofWriting = {
 /// The same as all of these on machines of 32 bits, where they have other names; elsewhere there are none.
 constexpr std::initializer_list<int> ofNarrowMachines = {SCMP_SYS(mmap2),
                                                          SCMP_SYS(_llseek),
-                                                         SCMP_SYS(fcntl64),
                                                          SCMP_SYS(stat64),
                                                          SCMP_SYS(lstat64),
                                                          SCMP_SYS(fstat64),
@@ -268,11 +266,15 @@ constexpr std::initializer_list<int> ofNarrowMachines = {SCMP_SYS(mmap2),
 constexpr std::initializer_list<int> ofNetwork = {
     SCMP_SYS(connect),    SCMP_SYS(sendto),      SCMP_SYS(sendmsg),     SCMP_SYS(sendmmsg),
     SCMP_SYS(recvfrom),   SCMP_SYS(recvmsg),     SCMP_SYS(recvmmsg),    SCMP_SYS(getsockopt),
-    SCMP_SYS(setsockopt), SCMP_SYS(getsockname), SCMP_SYS(getpeername), SCMP_SYS(shutdown),
-    SCMP_SYS(socketpair)};
+    SCMP_SYS(setsockopt), SCMP_SYS(getsockname), SCMP_SYS(getpeername), SCMP_SYS(shutdown)};
+constexpr std::uint64_t socketKind = 0xF;  // of a socket's type; the rest are flags
 /// Of what is open, a terminal among it; others put what they like into its input.
 constexpr std::initializer_list<std::uint64_t> deviceRequests = {TCGETS,   TCSETS,  TCSETSW,   TCSETSF,
                                                                  FIONREAD, FIONBIO, TIOCGWINSZ};
+
+/// The same of its flags and of locks; others have a signal sent to any program when something comes in.
+constexpr std::initializer_list<std::uint64_t> fileRequests = {F_DUPFD, F_DUPFD_CLOEXEC, F_GETFD, F_SETFD,
+                                                               F_GETFL, F_GETLK,         F_SETLK, F_SETLKW};
 
 /// What may be asked of the kernel, and "not permitted" for all else: what a library tries in vain becomes an
 /// ordinary error there, and a line for the person, where a process that is ended would lose what it has
@@ -290,6 +292,10 @@ public:
         addOpening(mayWrite);
         addThreads();
         for (const std::uint64_t request : deviceRequests) add(SCMP_SYS(ioctl), {is(1, request)});
+        for (const int call : {SCMP_SYS(fcntl), SCMP_SYS(fcntl64)}) {
+            for (const std::uint64_t request : fileRequests) add(call, {is(1, request)});
+            add(call, {is(1, F_SETFL), has(2, O_ASYNC, 0)});
+        }
         // Of the process itself: `abort`, and how large a stack is.
         add(SCMP_SYS(tgkill), {is(0, static_cast<std::uint64_t>(::getpid()))});
         add(SCMP_SYS(prlimit64), {is(0, 0), is(2, 0)});
@@ -298,6 +304,8 @@ public:
         add(ofNetwork);
         for (const std::uint64_t family : std::initializer_list<std::uint64_t>{AF_INET, AF_INET6})
             add(SCMP_SYS(socket), {is(0, family)});
+        // libcurl wakes its threads by one. A socket for datagrams would reach any program's.
+        add(SCMP_SYS(socketpair), {is(0, AF_UNIX), has(1, socketKind, SOCK_STREAM)});
     }
 
     /// Puts it in force. The error, or 0.

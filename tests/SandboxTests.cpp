@@ -169,6 +169,8 @@ const Attempt attempts[] = {
          return errorOf(child);
      }},
     {"kill", Rights::files, true, 6, [](const Place& p) { return errorOf(kill(p.other, SIGCONT)); }},
+    {"have a signal sent", Rights::files, true, never,
+     [](const Place& p) { return errorOf(fcntl(p.pipe, F_SETOWN, p.other)); }},
     {"ptrace", Rights::files, true, 1,
      [](const Place& p) { return errorOf(ptrace(PTRACE_SEIZE, p.other, nullptr, nullptr)); }},
     {"read another's memory", Rights::files, true, 1,
@@ -187,6 +189,11 @@ const Attempt attempts[] = {
     {"a program's socket", Rights::files, true, never, [](const Place&) { return connected(AF_UNIX); }},
     {"the same, where somebody may be asked", Rights::network, true, never,
      [](const Place&) { return connected(AF_UNIX); }},
+    {"a datagram to a program's socket", Rights::network, true, never,
+     [](const Place&) {
+         int ends[2] = {};
+         return errorOf(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends));
+     }},
     {"be asked", Rights::network, true, 4, [](const Place&) { return bound(); }},
     {"a raw socket, where somebody may be asked", Rights::network, true, never,
      [](const Place&) { return errorOf(socket(AF_NETLINK, SOCK_RAW, 0)); }},
