@@ -19,8 +19,9 @@ constexpr std::size_t mostLinks = 10'000;  // of all inputs; what others lead to
 
 bool isLeftOut = false;
 
-/// Adds what links in a folder lead to, and in those that are reached from there.
-void addLinked(const fs::path& root, std::vector<fs::path>& paths) {
+/// Adds what links in a folder lead to, and in those that are reached from there; of all folders together as
+/// many as are `left`.
+void addLinked(const fs::path& root, std::vector<fs::path>& paths, std::size_t& left) {
     std::set<std::pair<dev_t, ino_t>> known;
     std::vector<fs::path> folders{root};
     while (!folders.empty()) {
@@ -34,7 +35,7 @@ void addLinked(const fs::path& root, std::vector<fs::path>& paths) {
              entry.increment(error)) {
             std::error_code none;
             const bool isLink = entry->is_symlink(none);
-            if (isLink && paths.size() < mostLinks) paths.push_back(entry->path());
+            if (isLink && left > 0) --left, paths.push_back(entry->path());
             if (entry->is_directory(none)) folders.push_back(entry->path());
         }
     }
@@ -59,10 +60,11 @@ void restricted(const Sandbox& sandbox, std::vector<OutputFile*> made) {
 
 std::vector<fs::path> readable(const std::vector<std::string>& files) {
     std::vector<fs::path> paths;
+    std::size_t links = mostLinks;
     for (const std::string& file : files) {
         if (file == "-") continue;
         paths.emplace_back(file);
-        addLinked(file, paths);
+        addLinked(file, paths, links);
     }
     return paths;
 }

@@ -23,7 +23,8 @@ void allowUserData(Sandbox& sandbox, UserData data) {
         try {
             sandbox.write.push_back(followed(find()).parent_path());
             if (data == UserData::made) makeFolders(sandbox.write.back());
-        } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
+        } catch (const fs::filesystem_error&) {
+            sandbox.write.emplace_back();  // nothing, but it may be tried, and fails for the same reason
         }
     };
     const auto history = [] { return HistoryFile::defaultLocation(dataFolderName); };

@@ -106,9 +106,14 @@ constexpr std::array namePaths = {"/etc/hosts",         "/etc/host.conf", "/etc/
 /// And by whom: other programs put a new file in its place when the network changes, so that its folder
 /// counts.
 constexpr const char* resolverFile = "/etc/resolv.conf";
+/// Certificates, where libcurl and OpenSSL look for them. On many systems they are links to where another
+/// program puts new ones, so that the folder there counts.
+constexpr std::array certificateFiles = {"/etc/ssl/certs/ca-certificates.crt",
+                                         "/etc/pki/tls/certs/ca-bundle.crt", "/etc/pki/tls/cert.pem",
+                                         "/etc/ssl/ca-bundle.pem", "/etc/ssl/cert.pem"};
 /// By which the person has said that it lies elsewhere; several with colons between them.
-constexpr std::array pathVariables = {"LD_LIBRARY_PATH", "OPENSSL_CONF", "SSL_CERT_DIR", "SSL_CERT_FILE",
-                                      "TZDIR"};
+constexpr std::array pathVariables = {"LD_LIBRARY_PATH", "OPENSSL_CONF", "SSL_CERT_DIR",
+                                      "SSL_CERT_FILE",   "TZ",           "TZDIR"};
 
 /// The version that is in force, or 0, and then `error` says why.
 int restrictFiles(const Sandbox& sandbox, int mostVersion, int& error) {
@@ -126,17 +131,23 @@ int restrictFiles(const Sandbox& sandbox, int mostVersion, int& error) {
         for (const auto& path : paths) allow(ruleset, path, rights & rules.files);
     };
     if (ruleset) {
+        std::error_code none;
         allowAll(systemPaths, reading);
+        for (const char* file : certificateFiles) {
+            const fs::path target = fs::canonical(file, none);
+            allow(ruleset, target == file ? target : target.parent_path(), reading);
+        }
         for (const char* variable : pathVariables) {
             const char* value = std::getenv(variable);
+            const bool isOfZone = std::string_view(variable) == "TZ";
             for (std::string_view rest = value ? value : ""; !rest.empty();) {
                 const auto end = rest.find(':');
-                allow(ruleset, rest.substr(0, end), reading);
+                // A zone that is named by less than a path is the system's.
+                if (!isOfZone || rest.starts_with('/')) allow(ruleset, rest.substr(0, end), reading);
                 rest = end == std::string_view::npos ? "" : rest.substr(end + 1);
             }
         }
         if (sandbox.isNetworked) {
-            std::error_code none;
             allowAll(namePaths, reading);
             allow(ruleset, fs::canonical(resolverFile, none).parent_path(), reading);
         }
