@@ -115,10 +115,16 @@ std::string lastComponent(std::string_view path) {
 std::optional<std::string> fileContents(const fs::path& path, std::size_t limit) {
     try {
         FileInput file(path);
-        std::string bytes(limit + 1, '\0');
-        bytes.resize(
-            static_cast<std::size_t>(file.sgetn(bytes.data(), static_cast<std::streamsize>(bytes.size()))));
-        if (bytes.size() <= limit) return bytes;
+        std::string bytes;
+        // In pieces: a limit may be far more than there is, and than there is memory.
+        for (std::size_t piece = 65'536; bytes.size() <= limit; piece *= 2) {
+            const std::size_t size = bytes.size(), wanted = std::min(piece, limit + 1 - size);
+            bytes.resize(size + wanted);
+            const auto count = static_cast<std::size_t>(
+                file.sgetn(bytes.data() + size, static_cast<std::streamsize>(wanted)));
+            bytes.resize(size + count);
+            if (count < wanted) return bytes;
+        }
     } catch (const fs::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
     }
     return std::nullopt;
