@@ -18,6 +18,7 @@ TEST(Files, replaceFile) {
     replaceFile(path, "two, longer");
     EXPECT_EQ(fileContents(path, 11), "two, longer");
     EXPECT_EQ(fileContents(path, 10), std::nullopt);
+    EXPECT_EQ(fileContents(path, std::size_t{1} << 50), "two, longer");  // more than there is memory
     EXPECT_EQ(fileContents(folder / "none", 10), std::nullopt);
     EXPECT_EQ(fileContents(folder / "made", 10), std::nullopt);
     ASSERT_EQ(mkfifo((folder / "made/pipe").c_str(), 0600), 0);
