@@ -1,5 +1,7 @@
 #include "QuillmarkKit/ReportJSON.h"
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 
 #include "QuillmarkKit/Support/Serialization.h"
@@ -23,15 +25,20 @@ std::string compactJSON(const ProofReport& report, const std::optional<std::stri
                         const std::optional<std::string>& sha256) {
     std::string text;
     text.reserve(roomFor(report));
-    serialization::Encoder(text).write(report);
-    // Before the key that is next in order; in no text inside stand quotation marks without a backslash.
-    const auto add = [&](std::string_view name, const std::string& value, std::string_view next) {
-        std::string member = ",\"" + std::string(name) + "\":";
-        serialization::Encoder(member).write(value);
-        text.insert(text.find(",\"" + std::string(next) + "\":"), member);
+    if (!path && !sha256) {
+        serialization::Encoder(text).write(report);
+        return text;
+    }
+    UnknownMembers members;
+    std::ranges::copy_if(report.unknown, std::back_inserter(members),
+                         [](const UnknownMember& each) { return each.path.empty(); });
+    const auto add = [&](const char* name, const std::optional<std::string>& value) {
+        if (value) serialization::Encoder(members.emplace_back("", name).json).write(*value);
     };
-    if (path) add("path", *path, "receiverResults");
-    if (sha256) add("sha256", *sha256, "spf");
+    add("path", path);
+    add("sha256", sha256);
+    std::ranges::sort(members);
+    serialization::Encoder(text).writeWith(report, members);
     return text;
 }
 

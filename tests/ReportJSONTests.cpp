@@ -30,6 +30,18 @@ TEST(ReportJSON, form) {
     EXPECT_EQ(empty["summary"].dump(), R"({"from":[],"replyTo":[],"subject":"","to":[]})");
 }
 
+/// What a receiving server's field says doesn't decide where they stand.
+TEST(ReportJSON, pathAndDigestAreOfTheReport) {
+    ProofReport report;
+    report.arc.hops.emplace_back().sawResults = {"mx.example", {{"spf", "pass", {{"a", "x"}, {"spf", "y"}}}}};
+    report.receiverResults = {report.arc.hops[0].sawResults};
+    report.unknown = {{"", "season", "5"}};
+    auto expected = JSON::parse(compactJSON(report));
+    expected["path"] = "a.eml";
+    expected["sha256"] = "00";
+    EXPECT_EQ(JSON::parse(compactJSON(report, "a.eml", "00")), expected);
+}
+
 TEST(ReportJSON, faultsSayWhereTheyAre) {
     auto full = JSON::parse(encoded(EveryCase().of<ProofReport>().front()));
     full["flags"] = JSON::parse(R"([{"youngDomain":{"days":1,"domain":"a","registered":0}}])");

@@ -133,6 +133,14 @@ class Encoder {
 public:
     explicit Encoder(std::string& text) : m_text(text) {}
 
+    /// With members that the outermost value hasn't itself: sorted by their names, and in place of those that
+    /// it keeps for a newer program.
+    template <typename T>
+    void writeWith(const T& value, std::span<const UnknownMember> also) {
+        m_also = also;
+        write(value);
+    }
+
     template <typename T>
     void write(const T& value) {
         if constexpr (std::same_as<T, std::string>) {
@@ -224,7 +232,8 @@ private:
     void writeMembers(const T& value, std::index_sequence<indices...>) {
         [[maybe_unused]] static constexpr auto order = sortedFields<T>();
         [[maybe_unused]] static constexpr auto fields = fieldsOf(static_cast<const T*>(nullptr));
-        std::span<const UnknownMember> unknown = unknownHere();
+        std::span<const UnknownMember> unknown =
+            m_also.empty() ? unknownHere() : std::exchange(m_also, std::span<const UnknownMember>());
         m_text += '{';
         (writeField(value, std::get<order[indices]>(fields), unknown), ...);
         writeUnknown(unknown);
@@ -279,6 +288,7 @@ private:
     }
 
     std::string& m_text;
+    std::span<const UnknownMember> m_also = {};     // until the outermost value is begun
     std::span<const UnknownMember> m_unknown = {};  // of the value that keeps them, below which we are
     Path m_path = Path();                           // from there
 };
