@@ -69,18 +69,28 @@ def check(mails, folder, **options):
     return quillmark.dask.check_bag(mails, out=folder / "parts", answers=SAMPLES / "signed.dns.json", at=AT, pause=0.5, **options)
 
 
+def with_full_disk(folder):
+    """For `slow`: the results go to a small disk, and what is said to `full`; where the system lets nobody mount one, no file may
+    grow."""
+    if subprocess.run(["unshare", "-rm", "true"], capture_output=True).returncode != 0:
+        return "ulimit -f 0"
+    return (f"mkdir -p {folder}/parts; exec unshare -rm bash -c 'mount -t tmpfs -o size=64k none {folder}/parts && exec {PROGRAM} \"$@\"' "
+            f"- \"$@\" 2> {folder}/full")
+
+
 def test_a_worker_is_killed_and_a_disk_is_full(mails, tmp_path):
     whole = one_process(mails, tmp_path / "whole")
     assert len(whole) == 5
-    killed = []
+    killed, full = [], with_full_disk(tmp_path)
 
     def kill(workers):
         killed.append(workers[-1])
         os.kill(workers[-1], signal.SIGKILL)
     thread = when_begun(tmp_path, kill)
-    results = check(mails, tmp_path, program=slow(tmp_path, first="ulimit -f 0"), workers=2)
+    results = check(mails, tmp_path, program=slow(tmp_path, first=full), workers=2)
     thread.join()
     assert shown(results) == whole and len(killed) == 1
+    assert full.startswith("ulimit") or "No space left" in (tmp_path / "full").read_text()
     assert len(results.problems) == 1 and "missing" in results.problems[0]
     assert len(list(results.reports())) == 4099 and len({report["id"] for report in results.reports()}) == 4099
     # Now nothing is left to do; and what can never be written is told.
