@@ -23,6 +23,7 @@
 #include "CommandLine/CheckSources.h"
 #include "CommandLine/CheckSummary.h"
 #include "CommandLine/FixedAnswers.h"
+#include "CommandLine/FolderWalk.h"
 #include "CommandLine/InputParts.h"
 #include "CommandLine/OrderedRun.h"
 #include "CommandLine/Output.h"
@@ -311,15 +312,22 @@ private:
     mutable std::atomic<std::size_t> m_written = 0;
 };
 
-/// A fault in the arguments that their parser cannot see, or nothing.
-/// Whether results would lie in what is checked, which takes them for messages the next time.
-bool liesIn(const std::string& file, const std::string& folder) {
+/// Whether results would be among what is read of these names, which takes them for messages the next time.
+bool liesIn(const std::string& folder, const std::string& name) {
     namespace fs = std::filesystem;
     std::error_code error;
-    const fs::path inner = fs::weakly_canonical(file, error), outer = fs::weakly_canonical(folder, error);
-    return !error && std::ranges::mismatch(outer, inner).in1 == outer.end();
+    bool isReached = false;
+    const fs::path inner = fs::weakly_canonical(folder, error);
+    walkFolder(name, {.enter = [&](const fs::path& visited) {
+                   std::error_code none;
+                   const fs::path outer = fs::canonical(visited, none);
+                   isReached = !none && std::ranges::mismatch(outer, inner).in1 == outer.end();
+                   return !isReached;
+               }});
+    return !error && isReached;
 }
 
+/// A fault in the arguments that their parser cannot see, or nothing.
 std::optional<std::string> usageFault(const CheckCommand& command) {
     if (std::ranges::count(command.files, standardInput) + (command.filesFrom == standardInput ? 1 : 0) > 1)
         return command.reader.translate("standard input (-) can be read only once");

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <set>
 #include <system_error>
 #include <utility>
 
+#include "CommandLine/FolderWalk.h"
 #include "QuillmarkKit/Support/Crypto.h"
 
 namespace quillmark {
@@ -30,29 +30,18 @@ Found lookedAt(const std::string& name);
 Found lookedInto(const std::string& name) {
     std::vector<std::string> states;
     std::uint64_t bytes = 0;
-    std::set<std::pair<dev_t, ino_t>> known;
-    std::vector<std::string> folders{name};
-    while (!folders.empty()) {
-        const std::string folder = std::move(folders.back());
-        folders.pop_back();
-        struct stat status = {};
-        if (stat(folder.c_str(), &status) != 0 || !known.emplace(status.st_dev, status.st_ino).second)
-            continue;
-        std::error_code error;
-        for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-             entry.increment(error)) {
-            const std::string path = entry->path().string();
-            std::error_code none;
-            if (entry->is_directory(none)) {
-                folders.push_back(path);
-                continue;
-            }
-            const Found found = lookedAt(path);
-            bytes += found.bytes;
-            states.push_back(hash(HashAlgorithm::sha256, path + '\0' + found.state));
-        }
-        if (error) states.push_back(hash(HashAlgorithm::sha256, folder + '\0' + error.message()));
-    }
+    const auto see = [&](const fs::directory_entry& entry) {
+        std::error_code none;
+        if (entry.is_directory(none)) return;
+        const std::string path = entry.path().string();
+        const Found found = lookedAt(path);
+        bytes += found.bytes;
+        states.push_back(hash(HashAlgorithm::sha256, path + '\0' + found.state));
+    };
+    const auto fail = [&states](const fs::path& folder, const std::error_code& error) {
+        states.push_back(hash(HashAlgorithm::sha256, folder.string() + '\0' + error.message()));
+    };
+    walkFolder(name, {.see = see, .fail = fail});
     std::ranges::sort(states);
     Hasher all(HashAlgorithm::sha256);
     for (const std::string& state : states) all.add(state);
