@@ -31,7 +31,8 @@ HistoryFile userHistory(const Reader& reader, std::chrono::seconds patience = Fi
 std::string problemOf(const HistoryFileError::Damaged& damaged, const Reader& reader) {
     const std::string command =
         "quillmark history recover '" + quillmark::quoted(damaged.movedTo.string()) + "'";
-    return historyProblem(damaged, reader) + " " + reader.translate("To get its reports back: %1", {command});
+    return sentences(
+        {historyProblem(damaged, reader), reader.translate("To get its reports back: %1", {command})});
 }
 
 std::string problemOf(const HistoryFileError& error, const Reader& reader) {

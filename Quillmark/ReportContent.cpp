@@ -223,7 +223,8 @@ ReportSection Composer::server() const {
         addText(finding.details, toTranslate("Server’s address"), spf.ip->ip);
         addText(finding.details, toTranslate("Server’s name, by its own word"), spf.ip->helo);
     }
-    addText(finding.details, toTranslate("Term that decided"), spf.matched);
+    add(finding.details, toTranslate("Term that decided"),
+        m_words.sentence(decidingTerm(spf, m_words.reader)));
     addReason(finding.details, spf.detail);
     ReportSection section{m_words("Sending server (SPF)"), {}, {finding}, {}, {}, {}};
     section.entry = glossaryEntry("SPF");

@@ -139,10 +139,11 @@ void BlockMaker::addBlock(const SignedText::Block& block) {
 
 void BlockMaker::addRest(const SignedText& text) {
     if (text.moreLines == 0) return;
-    QString rest =
-        countOfMore(text.moreLines, m_words) + u'.' + u' ' +
-        (text.hasMoreChanges ? m_words("They are too many to be shown; some aren’t as they were signed.")
-                             : m_words("They are too many to be shown; all are as they were signed."));
+    const QString more = countOfMore(text.moreLines, m_words);
+    const QString rest =
+        text.hasMoreChanges
+            ? m_words("%1. They are too many to be shown; some aren’t as they were signed.", more)
+            : m_words("%1. They are too many to be shown; all are as they were signed.", more);
     add(text.hasMoreChanges ? Look::marked : Look::quiet, {}, rest, {rest});
 }
 

@@ -137,8 +137,8 @@ struct Answering {
                 {expected, quotedDomain(report.verdict.domain)});
         }
         if (hasCautions(report)) {
-            text += " " + reader.translate("The warnings count all the same.");
-            return answer(Kind::yes, Tone::caution, text);
+            return answer(Kind::yes, Tone::caution,
+                          sentences({text, reader.translate("The warnings count all the same.")}));
         }
         ExpectedAnswer made = answer(Kind::yes, Tone::good, text);
         made.whatToDo = reader.translate(
@@ -317,13 +317,14 @@ void compare(ExpectedAnswer& answer, const Name& name, const std::string& other,
     if (!areConfusable(expected, found)) return;
     const std::string before = firstOdd(answer.expected), after = firstOdd(answer.found);
     if (before.empty() || after.empty()) return;
-    answer.text += " " + reader.translate(
-                             "The two look alike, but they are not the same: where the one that you expected "
-                             "has “%1”, this one has “%2”.",
-                             {before, after});
     const auto scripts = Punycode::scripts(after);
-    if (scripts.contains("Cyrillic")) answer.text += " " + reader.translate("That letter is Cyrillic.");
-    if (scripts.contains("Greek")) answer.text += " " + reader.translate("That letter is Greek.");
+    answer.text = sentences(
+        {answer.text,
+         reader.translate("The two look alike, but they are not the same: where the one that you expected "
+                          "has “%1”, this one has “%2”.",
+                          {before, after}),
+         scripts.contains("Cyrillic") ? reader.translate("That letter is Cyrillic.") : "",
+         scripts.contains("Greek") ? reader.translate("That letter is Greek.") : ""});
 }
 
 }  // namespace

@@ -147,7 +147,7 @@ std::optional<Remark> failedLookups(const ProofReport& report, const Reader& rea
         failed.size() == 1 ? failed.front()
                            : reader.translate("Several things couldn’t be asked for; they are named below.");
     return Remark{isProofMissing ? std::optional(Tone::unknown) : std::nullopt,
-                  what + " " + likelyCause(report, reader)};
+                  sentences({what, likelyCause(report, reader)})};
 }
 
 }  // namespace quillmark

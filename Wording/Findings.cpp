@@ -104,12 +104,21 @@ std::string sentence(const SPFFinding& finding, const Reader& reader) {
     return reader.translate("%1’s SPF record couldn’t be asked for.", {domain});
 }
 
+std::string decidingTerm(const SPFFinding& finding, const Reader& reader) {
+    constexpr std::size_t longest = 240;  // bytes of each
+    const std::string_view matched = finding.matched ? *finding.matched : std::string_view();
+    const auto parts = captures(matched, "%1 in %2");
+    if (!parts) return quoted(cutInside(matched));
+    return reader.translate(
+        "%1 in %2", {quoted(cutInside((*parts)[0], longest)), quoted(cutInside((*parts)[1], longest))});
+}
+
 std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader) {
     std::vector<Remark> remarks;
     if (finding.matched) {
-        remarks.push_back({{},
-                           reader.translate("The part of the record that decided: %1.",
-                                            {quoted(cutInside(*finding.matched))})});
+        remarks.push_back(
+            {{},
+             reader.translate("The part of the record that decided: %1.", {decidingTerm(finding, reader)})});
     }
     if (finding.ip) {
         const auto* received = std::get_if<SenderIP::Source::Received>(&finding.ip->source.value);

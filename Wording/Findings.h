@@ -17,6 +17,8 @@ namespace quillmark {
 std::string label(const SPFFinding& finding, const Reader& reader);
 Tone tone(const SPFFinding& finding);
 std::string sentence(const SPFFinding& finding, const Reader& reader);
+/// The term that decided and the domain in whose record it stands, inert; empty where none did.
+std::string decidingTerm(const SPFFinding& finding, const Reader& reader);
 /// What decided, where the address comes from, and what SPF does not say.
 std::vector<Remark> remarks(const SPFFinding& finding, const Reader& reader);
 

@@ -126,29 +126,25 @@ std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) 
     });
     if (found == note.texts.end()) {
         if (note.addedBytes <= note.signedBytes) return {};
-        return reader.translate("More was added than %1 signed.", {domain}) + ' ';
+        return reader.translate("More was added than %1 signed.", {domain});
     }
     if (found->type && found->alone) {
         return reader.translate(
-                   "An added part can stand in place of what %1 signed. A mail program may show only this.",
-                   {domain}) +
-               ' ';
+            "An added part can stand in place of what %1 signed. A mail program may show only this.",
+            {domain});
     }
-    if (found->type)
-        return reader.translate("The first part was added. A mail program may show only this.") + ' ';
+    if (found->type) return reader.translate("The first part was added. A mail program may show only this.");
     if (found->place == ChangedText::Place::start || found->place == ChangedText::Place::htmlStart) {
         if (found->kind == Kind::changed) {
             return reader.translateCount(
-                       "The first line was changed. A mail program may show only this.",
-                       "The first %n lines were changed. A mail program may show only these.", found->lines) +
-                   ' ';
+                "The first line was changed. A mail program may show only this.",
+                "The first %n lines were changed. A mail program may show only these.", found->lines);
         }
         return reader.translateCount("The first line was added. A mail program may show only this.",
                                      "The first %n lines were added. A mail program may show only these.",
-                                     found->lines) +
-               ' ';
+                                     found->lines);
     }
-    return reader.translate("What was added to a page (HTML) can hide what %1 signed.", {domain}) + ' ';
+    return reader.translate("What was added to a page (HTML) can hide what %1 signed.", {domain});
 }
 
 }  // namespace
@@ -204,14 +200,16 @@ std::string keyKnownSentence(const ReportNote::KeyKnown& note, const Reader& rea
             "With the key that %1 had on %2 and on %3, as this computer saw it, the signature holds.",
             {name, first, last});
     }
+    std::string unsignedRest;
     if (!note.bodyChecked) {
-        text += " " + reader.translate("The body wasn’t there to check.");
+        unsignedRest = reader.translate("The body wasn’t there to check.");
     } else if (!coversText(note)) {
-        text += " " + reader.translateCount("%n byte of the text isn’t signed.",
-                                            "%n bytes of the text aren’t signed.", *note.unsignedBytes);
+        unsignedRest = reader.translateCount("%n byte of the text isn’t signed.",
+                                             "%n bytes of the text aren’t signed.", *note.unsignedBytes);
     }
-    return text + " " +
-           reader.translate("When it was signed nothing says: whoever has the key can sign to this day.");
+    return sentences(
+        {text, unsignedRest,
+         reader.translate("When it was signed nothing says: whoever has the key can sign to this day.")});
 }
 
 /// What must be taken back, and that the rest was signed.
@@ -223,30 +221,31 @@ std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
     const bool isForwarder = note.of == SignatureKind::arc;
     if (changes.empty()) {
-        return front +
-               (isForwarder
-                    ? reader.translate(
-                          "The mark of the forwarder %1 holds again once the message is written as it was "
-                          "then; the words are the same: the forwarder %1 received it like this. Changed "
-                          "since: %2.",
-                          {domain, forms})
-                    : reader.translate(
-                          "%1’s signature holds again once the message is written as it was sent; the "
-                          "signed words are the same. Changed since it was signed: %2.",
-                          {domain, forms}));
+        return sentences(
+            {front,
+             isForwarder
+                 ? reader.translate(
+                       "The mark of the forwarder %1 holds again once the message is written as it was "
+                       "then; the words are the same: the forwarder %1 received it like this. Changed "
+                       "since: %2.",
+                       {domain, forms})
+                 : reader.translate(
+                       "%1’s signature holds again once the message is written as it was sent; the "
+                       "signed words are the same. Changed since it was signed: %2.",
+                       {domain, forms})});
     }
-    std::string text =
-        front + (isForwarder
-                     ? reader.translate(
+    return sentences(
+        {front,
+         isForwarder ? reader.translate(
                            "The mark of the forwarder %1 holds again once these changes are taken back: %2. "
                            "Without them, the forwarder %1 received it like this.",
                            {domain, changes})
                      : reader.translate(
                            "%1’s signature holds again once these changes are taken back: %2. Everything "
                            "else that %1 signed is as it was.",
-                           {domain, changes}));
-    if (!forms.empty()) text += ' ' + reader.translate("Also written otherwise: %1.", {forms});
-    return text + ' ' + reader.translate("Anyone could have made these changes. Treat them as unsigned.");
+                           {domain, changes}),
+         forms.empty() ? "" : reader.translate("Also written otherwise: %1.", {forms}),
+         reader.translate("Anyone could have made these changes. Treat them as unsigned.")});
 }
 
 }  // namespace
@@ -541,15 +540,16 @@ struct NoteSentence {
         std::string changes;
         for (const ChangedField& field : note.changed)
             changes += (changes.empty() ? "" : "; ") + changeInWords(field, reader);
-        return text + ' ' +
-               reader.translate("Other lines have changed since %1 signed them: %2.", {domain, changes});
+        return sentences({text, reader.translate("Other lines have changed since %1 signed them: %2.",
+                                                 {domain, changes})});
     }
     std::string operator()(const Damage& note) const {
         if (note.kind == DamageKind::mboxLossy || note.field) return damageInWords(note, reader);
-        return damageInWords(note, reader) + ' ' +
-               reader.translate(
-                   "A forgery can look the same. Where you have the message itself, save it as a file (.eml) "
-                   "and check that.");
+        return sentences(
+            {damageInWords(note, reader),
+             reader.translate(
+                 "A forgery can look the same. Where you have the message itself, save it as a file (.eml) "
+                 "and check that.")});
     }
     std::string operator()(const ReportNote::LinesBeforeDropped& note) const {
         return reader.translateCount("%n line before the message was left out. It reads “%1”.",
@@ -651,21 +651,19 @@ struct NoteSentence {
     }
     std::string operator()(const ReportNote::Undone& note) const {
         const std::string domain = quotedDomain(note.domain);
-        std::string text = leadOfUndone(note, reader);
+        std::string of, only;
         // A forwarder is no sender's domain.
         if (note.of == SignatureKind::dkim && (note.signedFrom || !note.fromIsOfDomain)) {
-            text += ' ';
-            text +=
-                note.fromIsOfDomain
-                    ? reader.translate("The From address that was signed belongs to %1.", {domain})
-                    : reader.translate("%1 isn’t the domain of the From address that was signed.", {domain});
+            of = note.fromIsOfDomain
+                     ? reader.translate("The From address that was signed belongs to %1.", {domain})
+                     : reader.translate("%1 isn’t the domain of the From address that was signed.", {domain});
         }
         if (note.signedOnly) {
-            text += ' ' + reader.translateCount("%1 signed only the first %n byte of the text.",
-                                                "%1 signed only the first %n bytes of the text.",
-                                                *note.signedOnly, {domain});
+            only = reader.translateCount("%1 signed only the first %n byte of the text.",
+                                         "%1 signed only the first %n bytes of the text.", *note.signedOnly,
+                                         {domain});
         }
-        return text;
+        return sentences({leadOfUndone(note, reader), of, only});
     }
     std::string operator()(const ReportNote::OtherKey& note) const {
         return reader.translate(
@@ -763,7 +761,7 @@ struct NoteSentence {
         return reader.translate("From holds no address that Quillmark can read: “%1”", {quoted(note.line)});
     }
     std::string operator()(const NewerDMARC& note) const {
-        return newerOutcome(note, reader) + ' ' + newerCause(note, reader);
+        return sentences({newerOutcome(note, reader), newerCause(note, reader)});
     }
     std::string operator()(const ReportNote::JudgedByNewerDMARC&) const {
         return reader.translate("Judged by DMARC’s rules of 2026 (RFC 9989), as you chose.");
@@ -827,8 +825,8 @@ struct ShortSentence {
                                 {quotedDomain(note.domain)});
     }
     std::string operator()(const Note::Undone& note) const {
-        return frontOfUndone(note, reader) +
-               reader.translate("Treat as unsigned: %1", {changesInWords(note, reader)});
+        return sentences({frontOfUndone(note, reader),
+                          reader.translate("Treat as unsigned: %1", {changesInWords(note, reader)})});
     }
     std::string operator()(const Note::AddressClaimed&) const {
         return reader.translate("SPF was judged for an address that the server only claimed");

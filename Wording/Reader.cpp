@@ -138,4 +138,15 @@ std::string Reader::date(Date date) const {
 
 std::string Reader::number(std::int64_t number) const { return numberIn(language, number); }
 
+std::string sentences(std::initializer_list<std::string_view> each) {
+    constexpr std::array<std::string_view, 6> wide = {"。", "！", "？", "：", "）", "」"};
+    std::string text;
+    for (const std::string_view sentence : each) {
+        const bool isWide = std::ranges::any_of(wide, [&](auto mark) { return text.ends_with(mark); });
+        if (!text.empty() && !sentence.empty() && !isWide) text += ' ';
+        text += sentence;
+    }
+    return text;
+}
+
 }  // namespace quillmark

@@ -59,4 +59,8 @@ struct Reader {
     std::string number(std::int64_t number) const;
 };
 
+/// Sentences, one behind the other; what is empty is left out. Between two stands a blank, but behind a mark
+/// that is as wide as a letter of Chinese or Japanese ("。"), which brings its own.
+std::string sentences(std::initializer_list<std::string_view> each);
+
 }  // namespace quillmark

@@ -94,9 +94,9 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 const std::string changed = reader.translate(
                     "This isn’t the message as %1 signed it: it was changed since.", {domain});
                 if (!undone->fromIsOfDomain) return changed;
-                return changed + ' ' +
-                       reader.translate("Once the changes are taken back, %1’s signature holds again.",
-                                        {domain});
+                return sentences(
+                    {changed, reader.translate("Once the changes are taken back, %1’s signature holds again.",
+                                               {domain})});
             }
             if (signedLinesHold(report)) {
                 if (!verdict.arcVouchers.empty()) {
@@ -148,7 +148,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         "shows that it isn’t.");
     for (const DKIMResult& signature : report.dkim) {
         if (const auto version = otherRecordVersion(signature))
-            return otherRecordSentence(signature.domain, *version, reader) + " " + usual;
+            return sentences({otherRecordSentence(signature.domain, *version, reader), usual});
     }
     return usual;
 }
@@ -232,8 +232,9 @@ std::string packedLine(PackedForm form, const std::optional<std::string>& name, 
         const std::string how = reader.translate(
             "It keeps messages in pieces, without the bytes that were signed. In Outlook, drag each message "
             "into a folder of your computer, which makes an .eml file of it, and check those.");
-        if (!name) return reader.translate("That is an archive of Outlook for Mac (olm).") + " " + how;
-        return reader.translate("“%1” is an archive of Outlook for Mac (olm).", {file}) + " " + how;
+        return sentences({name ? reader.translate("“%1” is an archive of Outlook for Mac (olm).", {file})
+                               : reader.translate("That is an archive of Outlook for Mac (olm)."),
+                          how});
     }
     const Unpacking packed = unpacking(form);
     if (packed.kind == Unpacking::compressed) {
@@ -340,27 +341,29 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
     }
     if (std::holds_alternative<Refusal::Converted>(refusal.value)) {
         const std::string line = problemLine({Refusal::NotAnEmail{}}, name, reader);
-        return line + " " +
-               reader.translate(
-                   "It is in a format that keeps messages in pieces, without the bytes that were signed. "
-                   "Save the message as .eml in the program it came from, or copy its source.");
+        return sentences(
+            {line, reader.translate(
+                       "It is in a format that keeps messages in pieces, without the bytes that were signed. "
+                       "Save the message as .eml in the program it came from, or copy its source.")});
     }
     std::string advice;
     if (const auto* none = std::get_if<Refusal::NotAnEmail>(&refusal.value); none && none->damage) {
-        advice = " " + damageInWords({*none->damage, {}}, reader) + " " +
-                 reader.translate("Save the message as .eml in the program it came from, and check that.");
+        advice = sentences(
+            {damageInWords({*none->damage, {}}, reader),
+             reader.translate("Save the message as .eml in the program it came from, and check that.")});
     }
     if (!name) {
-        return reader.translate(
-                   "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. "
-                   "Paste "
-                   "the message’s full source or its headers.") +
-               advice;
+        return sentences(
+            {reader.translate(
+                 "That doesn’t look like an email: no From, Received or DKIM-Signature header was found. "
+                 "Paste the message’s full source or its headers."),
+             advice});
     }
-    return reader.translate(
-               "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
-               {file}) +
-           advice;
+    return sentences(
+        {reader.translate(
+             "“%1” doesn’t look like an email: no From, Received or DKIM-Signature header was found.",
+             {file}),
+         advice});
 }
 
 std::string noMessageLine(const std::string& name, const Reader& reader) {

@@ -44,6 +44,11 @@ TEST(Reader, argumentsArePutInOnce) {
     EXPECT_EQ(german.translate("no such text"), "no such text");
 }
 
+TEST(Reader, sentencesAreJoinedAsTheLanguageWants) {
+    EXPECT_EQ(sentences({"", "One.", "", "Two (2).", "Three"}), "One. Two (2). Three");
+    EXPECT_EQ(sentences({"一。", "二（2）", "三", "four."}), "一。二（2）三 four.");
+}
+
 TEST(Reader, numbers) {
     EXPECT_EQ(english.translateCount("%n test of %1", "%n tests of %1", 1, {"%n"}), "1 test of %n");
     EXPECT_EQ(english.translateCount("%n test", "%n tests", 0), "0 tests");
