@@ -41,7 +41,10 @@ std::vector<MessageWay> messageWays(const Reader& reader) {
          MailPlace::computer,
          WayOut::save,
          {choose, reader.translate("Choose File > Save as mbox… (Ctrl+S)."), drop},
-         reader.translate("Several chosen messages go into one file, and all of them are checked."),
+         reader.translate(
+             "Several chosen messages go into one file, and all of them are checked. Evolution "
+             "writes the header lines anew: where a signature is broken, that can be Evolution’s "
+             "doing."),
          "gnome"},
         {"KMail",
          MailPlace::computer,
