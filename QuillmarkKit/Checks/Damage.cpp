@@ -574,12 +574,13 @@ std::optional<std::string> addBody(Found& found, const MailMessage& message, con
 }
 
 void addFields(Found& found, const MailMessage& message, const std::optional<std::string>& removed) {
-    constexpr std::string_view exporter = "X-Pm-";
+    constexpr std::array exporters = {"X-Pm-", "X-Evolution-Source"};
     if (removed) found.add(DamageKind::attachmentRemoved, *removed);
     if (message.first("X-MIME-Autoconverted"))
         found.add(DamageKind::convertedByRelay, "X-MIME-Autoconverted");
     const auto field = std::ranges::find_if(message.headers(), [&](const HeaderField& each) {
-        return startsWithIgnoringCase(each.name, exporter);
+        return std::ranges::any_of(
+            exporters, [&](const char* begin) { return startsWithIgnoringCase(each.name, begin); });
     });
     if (field != message.headers().end()) found.add(DamageKind::exportedAnew, std::string(field->name));
 }
