@@ -246,7 +246,39 @@ private:
     std::int64_t m_passedOver = 0;
 };
 
+class FilesOfPath : public MailFiles {
+public:
+    FilesOfPath(std::string path, std::string name) : m_walk(std::move(path), std::move(name)) {}
+
+    std::optional<File> next() override {
+        while (auto each = m_walk.next()) {
+            File file{std::move(each->path), std::move(each->name)};
+            file.isOnly = !std::exchange(m_hasBegun, true);
+            file.opened = each->refusal ? std::move(*each->refusal) : openForReading(file.path);
+            const int* const descriptor = std::get_if<int>(&file.opened);
+            struct stat status = {};
+            if (!descriptor || fstat(*descriptor, &status) != 0 || !S_ISDIR(status.st_mode)) return file;
+            close(*descriptor);
+            if (auto refusal = m_walk.enter(file.path, status)) {
+                file.opened = std::move(*refusal);
+                return file;
+            }
+        }
+        return std::nullopt;
+    }
+    std::int64_t passedOver() const override { return m_walk.passedOver(); }
+
+private:
+    FileWalk m_walk;
+    bool m_hasBegun = false;
+};
+
 }  // namespace
+
+std::unique_ptr<MailFiles> mailFiles(std::string path, std::optional<std::string> name) {
+    std::string shown = name ? std::move(*name) : lastComponent(path);
+    return std::make_unique<FilesOfPath>(std::move(path), std::move(shown));
+}
 
 namespace {
 
@@ -291,8 +323,9 @@ struct MailboxReader::State {
     explicit State(Quoting of) : quoting(of) {}
 
     const Quoting quoting;
-    std::optional<FileWalk> walk = {};
-    bool isAnyFound = false;              // by the walk
+    std::unique_ptr<MailFiles> files = {};
+    MessagePlace first = {};              // what was to be read
+    bool isAnyFound = false;              // of its messages
     std::optional<FileBytes> given = {};  // an open descriptor, until it is read
     std::uint64_t bytesRead = 0;
     std::int64_t passedOver = 0;  // of messages
@@ -426,27 +459,17 @@ bool MailboxReader::State::openNext(std::optional<Found>& problem) {
         given.reset();
         return true;
     }
-    while (auto next = walk ? walk->next() : std::nullopt) {
+    if (auto next = files ? files->next() : std::nullopt) {
         place = {.path = std::move(next->path), .file = std::move(next->name)};
-        std::optional<Refusal> refusal = std::move(next->refusal);
-        if (!refusal) {
-            auto opened = openForReading(place.path);
-            if (const int* descriptor = std::get_if<int>(&opened)) {
-                file.emplace(*descriptor, FileBytes::Ownership::ours);
-            } else {
-                refusal = std::get<Refusal>(std::move(opened));
-            }
+        if (const int* descriptor = std::get_if<int>(&next->opened)) {
+            file.emplace(*descriptor, FileBytes::Ownership::ours);
+        } else {
+            problem = FoundProblem{std::get<Refusal>(std::move(next->opened)), place};
         }
-        if (file && file->isFolder()) {
-            refusal = walk->enter(place.path, file->status());
-            file.reset();
-            if (!refusal) continue;
-        }
-        if (refusal) problem = FoundProblem{std::move(*refusal), place};
         return true;
     }
-    if (!walk || std::exchange(isAnyFound, true)) return false;
-    problem = FoundProblem{{Refusal::EmptyFolder{}}, {.path = walk->root().path, .file = walk->root().name}};
+    if (!files || std::exchange(isAnyFound, true)) return false;
+    problem = FoundProblem{{Refusal::EmptyFolder{}}, first};
     return true;
 }
 
@@ -475,7 +498,7 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
         firstField = isField ? separator.substr(blank) : std::string_view();
         mailbox->add(bytes.view().substr(begin->offset));
         auto found = nextInMailbox(stop);
-        const bool isNothing = !found && file->hasEnded() && (passedOver == before || !walk);
+        const bool isNothing = !found && file->hasEnded() && (passedOver == before || !files);
         return isNothing ? problem({Refusal::NotAnEmail{}}) : std::move(found);
     }
     const bool isInPieces = beginsWithCount(bytes.view()) || beginsStore(bytes.view());
@@ -552,8 +575,13 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
 
 MailboxReader::MailboxReader(std::string path, std::optional<std::string> name, Quoting quoting)
     : m_state(std::make_unique<State>(quoting)) {
-    std::string shown = name ? std::move(*name) : lastComponent(path);
-    m_state->walk.emplace(std::move(path), std::move(shown));
+    m_state->first = {.path = path, .file = name ? std::move(*name) : lastComponent(path)};
+    m_state->files = mailFiles(std::move(path), m_state->first.file);
+}
+
+MailboxReader::MailboxReader(std::unique_ptr<MailFiles> files, Quoting quoting)
+    : m_state(std::make_unique<State>(quoting)) {
+    m_state->files = std::move(files);
 }
 
 MailboxReader::MailboxReader(int descriptor, Quoting quoting) : m_state(std::make_unique<State>(quoting)) {
@@ -596,7 +624,7 @@ std::optional<Found> MailboxReader::next(const std::stop_token& stop) {
 std::uint64_t MailboxReader::bytesRead() const { return m_state->bytesRead; }
 
 std::int64_t MailboxReader::passedOver() const {
-    return m_state->passedOver + (m_state->walk ? m_state->walk->passedOver() : 0);
+    return m_state->passedOver + (m_state->files ? m_state->files->passedOver() : 0);
 }
 
 std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& path) {
@@ -641,6 +669,11 @@ std::variant<FoundMessage, Refusal> attachedAt(std::vector<std::size_t> position
 
 std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop) {
     MailboxReader reader(place.path);
+    return readAgain(place, reader, stop);
+}
+
+std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, MailboxReader& reader,
+                                              const std::stop_token& stop) {
     while (auto found = reader.next(stop)) {
         if (auto* problem = std::get_if<FoundProblem>(&*found)) {
             const auto& inside = problem->place.inside;  // of the archive, or of what it lies in

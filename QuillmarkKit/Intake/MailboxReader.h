@@ -71,6 +71,29 @@ using Found = std::variant<FoundMessage, FoundProblem>;
 /// Valid as long as what was found.
 const MessagePlace& placeOf(const Found& found);
 
+/// Opens the files that messages are read from. What they hold is the reader's.
+class MailFiles {
+public:
+    MailFiles() = default;
+    MailFiles(const MailFiles&) = delete;
+    MailFiles& operator=(const MailFiles&) = delete;
+    virtual ~MailFiles() = default;
+
+    struct File {
+        std::string path = {}, name = {};       ///< `name` is what it is called in reports
+        std::variant<int, Refusal> opened{-1};  ///< for reading, and whoever takes it closes it
+        bool isOnly = false;                    ///< it is what was to be read itself, and no folder
+    };
+    /// The next; nothing at the end.
+    virtual std::optional<File> next() = 0;
+    /// How many files that mail programs keep beside their mailboxes weren't given so far.
+    virtual std::int64_t passedOver() const { return 0; }
+};
+
+/// Those of a path: the file itself, or those in the folder and the folders in it, as `MailboxReader` tells.
+/// `name`: what the file or folder is called in reports; without one, the last component of its path.
+std::unique_ptr<MailFiles> mailFiles(std::string path, std::optional<std::string> name = {});
+
 /// Reads the messages of a file of any form, of a folder and the folders in it, or of a pipe, one at a time.
 /// What a file holds is told by its bytes, never by its name: one message, an mbox or an MMDF mailbox, a
 /// message with a count in front of it or of a server's store, any of them as UTF-16, a
@@ -96,6 +119,8 @@ public:
     /// `name`: what the file or folder is called in reports; without one, the last component of its path.
     explicit MailboxReader(std::string path, std::optional<std::string> name = {},
                            Quoting quoting = Quoting::undone);
+    /// Reads these files.
+    explicit MailboxReader(std::unique_ptr<MailFiles> files, Quoting quoting = Quoting::undone);
     /// Reads an open file or pipe, which stays open and has no name.
     explicit MailboxReader(int descriptor, Quoting quoting = Quoting::undone);
     ~MailboxReader();
@@ -128,5 +153,8 @@ std::variant<FoundMessage, Refusal> attachedAt(std::vector<std::size_t> position
 
 /// The message at a place where it was found, read again. What lies there may have changed.
 std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, const std::stop_token& stop = {});
+/// The same from a reader of the place's file.
+std::variant<FoundMessage, Refusal> readAgain(const MessagePlace& place, MailboxReader& reader,
+                                              const std::stop_token& stop = {});
 
 }  // namespace quillmark
