@@ -21,9 +21,7 @@ bool isLeftOut = false;
 
 void leaveOutSandbox(const Reader& reader) {
     isLeftOut = true;
-    writeProblem(reader.translate(
-        "This runs without its sandbox, as --no-sandbox asks: should a message use a fault in this "
-        "program, it can do all that you can."));
+    writeProblem(sandboxLeftOut(reader));
 }
 
 void restricted(const Sandbox& sandbox, std::vector<OutputFile*> made) {

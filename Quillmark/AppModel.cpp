@@ -6,8 +6,6 @@
 #include <utility>
 #include <variant>
 
-#include "QuillmarkKit/Intake/Containers.h"
-#include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Settings/ChosenResolver.h"
@@ -29,17 +27,6 @@ constexpr std::uint64_t mostReadToCount = 1'000'000'000;
 constexpr std::uintmax_t mostReadAtDrop = 16'000'000;
 constexpr std::size_t mostRemovals = 100;  // that can be undone
 
-/// Whether a file is a mailbox of more than one message.
-bool holdsSeveral(std::string_view file) {
-    const auto begin = mailboxBegin(file.substr(0, longestHead));
-    if (!begin) return false;
-    MailboxSplitter splitter(begin->form);
-    splitter.add(file.substr(begin->offset));
-    splitter.end();
-    const auto first = splitter.next();
-    return first && !first->isOnly;
-}
-
 }  // namespace
 
 AppModel::AppModel(Surroundings surroundings, QObject* parent)
@@ -53,7 +40,8 @@ AppModel::AppModel(Surroundings surroundings, QObject* parent)
       m_otherResolver(std::move(surroundings.otherResolver)),
       m_keyBook{surroundings.keyBook},
       m_keys(std::move(surroundings.keys)),
-      m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, m_keys, surroundings.now),
+      m_checker(resolver(), std::move(surroundings.registry), m_mayAskRegistry, m_keys, surroundings.now,
+                std::move(surroundings.processes)),
       m_history(std::move(surroundings.historyFile), surroundings.now, m_reader, m_mailbox),
       m_messages(surroundings.keptBytes),
       m_workers(checksAtOnce) {
@@ -139,7 +127,7 @@ void AppModel::openDropped(const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         auto bytes = fs::is_regular_file(path, error) ? readFile(path) : Refusal{};
         auto* buffer = std::get_if<ByteBuffer>(&bytes);
-        if (buffer && !holdsSeveral(buffer->view())) {
+        if (buffer && !m_checker.isMailbox(buffer->view())) {
             read.emplace_back(lastComponent(path), std::move(*buffer));
         } else {
             others.push_back(path);
@@ -157,15 +145,14 @@ UUID AppModel::checkData(ByteBuffer bytes, std::optional<std::string> name) {
 }
 
 UUID AppModel::paste(std::string_view text) {
-    PastedText pasted = pastedText(text);
-    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(pasted.source),
+    auto pasted = m_checker.pasted(text);
+    return takeIn({{.bytes = std::make_shared<const ByteBuffer>(std::move(pasted.source)),
                     .mode = ParseMode::lenient,
                     .facts = {.dropped = std::move(pasted.dropped)}}});
 }
 
 std::optional<std::string> AppModel::whyNotPasted(std::string_view text) const {
-    const auto taken = messageIn(ByteBuffer(pastedText(text).source), ParseMode::lenient);
-    const auto* refusal = std::get_if<Refusal>(&taken);
+    const auto refusal = m_checker.pasted(text).refusal;
     return refusal ? std::optional(inertLine(problemLine(*refusal, {}, m_reader), m_reader.language))
                    : std::nullopt;
 }
@@ -179,6 +166,7 @@ void AppModel::refuse(std::string_view line) {
 UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     dismissProblem();
     if (sources.empty() || m_isFinished) return {};
+    if (m_running.empty()) m_checker.renew();
     std::vector<Row> rows;
     std::vector<Workers::Job> jobs;
     for (MessageSource& source : sources) {

@@ -63,6 +63,7 @@ public:
         std::shared_ptr<KeptKeys> keys = {};  ///< that were seen in DNS; may be none
         std::filesystem::path keyBook = {};   ///< the file that they are in
         std::function<Date()> now = {};
+        std::shared_ptr<CheckProcesses> processes = {};  ///< that read messages; none: this one does
         Reader reader = {};
         std::size_t keptBytes = KeptMessages::usualLimit;  ///< of messages, for checks that are made again
     };

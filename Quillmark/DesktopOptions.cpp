@@ -12,7 +12,11 @@ CommandTable desktopTable() {
         .purpose = std::string(toTranslate("Find out who can be proven to have sent an email."))};
     table.options = {
         {.names = {"-h", "--help"}, .purpose = std::string(toTranslate("Print this help"))},
-        {.names = {"-v", "--version"}, .purpose = std::string(toTranslate("Print the version"))}};
+        {.names = {"-v", "--version"}, .purpose = std::string(toTranslate("Print the version"))},
+        {.names = {"--verbose"},
+         .purpose = std::string(toTranslate("With --version: print, too, what confines this program"))},
+        {.names = {"--no-sandbox"},
+         .purpose = std::string(toTranslate("Keep all rights while messages are read"))}};
     table.arguments = {
         {.name = "FILE", .purpose = std::string(toTranslate("saved emails to check")), .several = true}};
     table.sections = {

@@ -1,12 +1,19 @@
 #include "Quillmark/MessageCheck.h"
 
+#include <chrono>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <set>
 #include <utility>
 
+#include "Quillmark/ApartReader.h"
+#include "Quillmark/CheckQuestions.h"
+#include "Quillmark/CheckRequest.h"
 #include "QuillmarkKit/CheckWalk.h"
+#include "QuillmarkKit/Intake/AttachedMessages.h"
+#include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Lookups/Evidence.h"
 #include "QuillmarkKit/Verifier.h"
@@ -17,6 +24,9 @@ namespace {
 
 /// Received fields stand in the header: no more of a message than this is read again for them, in bytes.
 constexpr std::size_t longestHeaderRead = 100'000;
+
+/// How long the window itself may wait for a process, which does what it is asked in a moment.
+constexpr std::chrono::seconds patienceOfWindow{5};
 
 /// A copy: the source's own bytes are shared.
 FoundMessage foundIn(const MessageSource& source) {
@@ -33,7 +43,27 @@ MessageSource sourceOf(FoundMessage found) {
     return source;
 }
 
+/// Who waits until then.
+Channel::GoesOn soon(const std::stop_token& stop = {}) {
+    return [end = std::chrono::steady_clock::now() + patienceOfWindow, stop] {
+        return !stop.stop_requested() && std::chrono::steady_clock::now() < end;
+    };
+}
+
+/// What one of the processes makes of it; nothing when it can't.
+template <typename Value>
+std::optional<Value> madeApart(CheckProcesses& processes, TalkKind kind, std::string_view bytes,
+                               const Channel::GoesOn& goesOn) {
+    CheckRequest request(processes, goesOn);
+    const auto done = request.run(kind, bytes);
+    return done ? request.outcome<Value>(*done) : std::nullopt;
+}
+
 CheckOutcome::Checked checked(ProofReport report, CheckedMessage message) {
+    // What the registry's switch makes of a question is no failure.
+    const auto* age = std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);
+    if (age && age->reason == SwitchedRegistry::switchedOff)
+        report.domainAge.status = {DomainAge::Status::Skipped{}};
     CheckOutcome::Checked checked{.message = std::move(message)};
     HistoryChange saved;
     if (saved.add(report)) checked.saved = std::move(saved);
@@ -45,10 +75,20 @@ CheckOutcome::Checked checked(ProofReport report, CheckedMessage message) {
 
 std::vector<PathStep> receivedPath(const CheckedMessage& checked) {
     const std::string_view head = checked.source.bytes->view().substr(0, longestHeaderRead);
+    if (checked.processes) {
+        const SentMessage message{.bytes = head, .mode = checked.source.mode};
+        return madeApart<std::vector<PathStep>>(*checked.processes, TalkKind::path, packed(message), soon())
+            .value_or(std::vector<PathStep>());
+    }
     return receivedPath(MailMessage::parse(ByteBuffer(head), checked.source.mode));
 }
 
 MessageText messageText(const CheckedMessage& checked) {
+    if (checked.processes) {
+        const SentMessage message{.bytes = checked.source.bytes->view(), .mode = checked.source.mode};
+        return madeApart<MessageText>(*checked.processes, TalkKind::text, packed(message), soon())
+            .value_or(MessageText());
+    }
     const auto taken = messageIn(ByteBuffer(checked.source.bytes->view()), checked.source.mode);
     const auto* message = std::get_if<MailMessage>(&taken);
     return message ? messageText(*message) : MessageText();
@@ -62,14 +102,33 @@ std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofRe
         answers.emplace(question, entry.value);
     for (const auto& [question, entry] : checked.failures->dns.entries())
         errors.emplace(question, entry.value);
-    const Verifier verifier(
-        std::make_shared<StaticResolver>(std::move(answers), std::set<std::string, std::less<>>{}, errors));
-    const MessageSource& source = checked.source;
-    const auto taken = messageIn(ByteBuffer(source.bytes->view()), source.mode);
+    auto resolver =
+        std::make_shared<StaticResolver>(std::move(answers), std::set<std::string, std::less<>>{}, errors);
+    if (!checked.processes)
+        return signedTexts(foundIn(checked.source), Verifier(std::move(resolver)), report.fileName,
+                           report.checkedAt, report.id, stop);
+    CheckQuestions questions({.resolver = std::move(resolver)}, stop);
+    CheckRequest request(*checked.processes, [&stop] { return !stop.stop_requested(); });
+    request.on(TalkKind::begin, [&](std::string_view, const Talk& talk) {
+        questions.begin();
+        talk.tell(TalkKind::answer, packed(BegunCheck{.id = report.id, .at = report.checkedAt}));
+    });
+    request.answer(questions);
+    const SentMessage message{
+        .bytes = checked.source.bytes->view(), .mode = checked.source.mode, .facts = checked.source.facts};
+    const auto done = request.run(TalkKind::signedTexts, packed(message));
+    return done ? request.outcome<std::vector<SignedText>>(*done).value_or(std::vector<SignedText>())
+                : std::vector<SignedText>();
+}
+
+std::vector<SignedText> signedTexts(const FoundMessage& found, const Verifier& verifier,
+                                    const std::optional<std::string>& fileName, Date checkedAt,
+                                    // cppcheck-suppress passedByValue; an identity is sixteen plain bytes
+                                    const UUID& id, const std::stop_token& stop) {
+    const auto taken = messageIn(ByteBuffer(found.bytes.view()), found.mode);
     if (!std::holds_alternative<MailMessage>(taken)) return {};
     const auto& message = std::get<MailMessage>(taken);
-    const Verification again =
-        verifier.examine(message, report.fileName, report.checkedAt, report.id, stop, source.facts);
+    const Verification again = verifier.examine(message, fileName, checkedAt, id, stop, found.facts);
     std::vector<SignedText> texts;
     auto asSigned = again.asSigned.begin();
     for (const ReportNote& note : again.report.notes) {
@@ -80,15 +139,32 @@ std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofRe
     return texts;
 }
 
+bool holdsSeveral(std::string_view file) {
+    const auto begin = mailboxBegin(file.substr(0, longestHead));
+    if (!begin) return false;
+    MailboxSplitter splitter(begin->form);
+    splitter.add(file.substr(begin->offset));
+    splitter.end();
+    const auto first = splitter.next();
+    return first && !first->isOnly;
+}
+
+OpenMailbox::OpenMailbox(const MessagePlace& file)
+    : reader(std::make_unique<MailboxReader>(file.path, file.file)) {}
+OpenMailbox::OpenMailbox(std::unique_ptr<ApartReader> of) : apart(std::move(of)) {}
+OpenMailbox::~OpenMailbox() = default;
+
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
                                std::shared_ptr<RegistrationLookup> registry,
                                std::shared_ptr<const RegistrySwitch> mayAskRegistry,
-                               std::shared_ptr<KeyMemory> keys, std::function<Date()> now)
+                               std::shared_ptr<KeyMemory> keys, std::function<Date()> now,
+                               std::shared_ptr<CheckProcesses> processes)
     : m_resolver(std::move(resolver)),
       m_registry(std::move(registry)),
       m_mayAskRegistry(std::move(mayAskRegistry)),
       m_keys(std::move(keys)),
-      m_now(std::move(now)) {}
+      m_now(std::move(now)),
+      m_processes(std::move(processes)) {}
 
 void MessageChecker::setRules(const CheckRules& rules) {
     const std::lock_guard turn(m_choosing);
@@ -108,6 +184,7 @@ std::shared_ptr<OpenMailbox> MessageChecker::check(const MessageSource& source, 
             walk(foundIn(source), id, true, stop, receiver);
             return nullptr;
         }
+        if (m_processes) return openApart(source, id, stop, receiver);
         const auto mailbox = std::make_shared<OpenMailbox>(source.place);
         auto first = next(*mailbox, stop);
         if (stop.stop_requested()) return nullptr;
@@ -143,23 +220,28 @@ void MessageChecker::check(Found found, const std::stop_token& stop, const Recei
 
 std::optional<MessageChecker::Next> MessageChecker::next(OpenMailbox& mailbox,
                                                          const std::stop_token& stop) const {
-    const std::lock_guard turn(m_reading);
+    const std::lock_guard turn(mailbox.apart ? mailbox.reading : m_reading);
     if (stop.stop_requested()) return std::nullopt;
     try {
-        auto found = mailbox.first ? std::exchange(mailbox.first, std::nullopt) : mailbox.reader.next(stop);
+        auto found = mailbox.first   ? std::exchange(mailbox.first, std::nullopt)
+                     : mailbox.apart ? mailbox.apart->next(stop)
+                                     : mailbox.reader->next(stop);
         if (!found) return std::nullopt;
-        return Next{std::move(*found), ++mailbox.given, mailbox.reader.bytesRead()};
+        const std::uint64_t bytesRead =
+            mailbox.apart ? mailbox.apart->bytesRead() : mailbox.reader->bytesRead();
+        return Next{std::move(*found), ++mailbox.given, bytesRead};
     } catch (const std::bad_alloc&) {
         return std::nullopt;
     }
 }
 
-std::size_t MessageChecker::given(const OpenMailbox& mailbox) const {
-    const std::lock_guard turn(m_reading);
+std::size_t MessageChecker::given(OpenMailbox& mailbox) const {
+    const std::lock_guard turn(mailbox.apart ? mailbox.reading : m_reading);
     return mailbox.given;
 }
 
 Found MessageChecker::readAgain(const MessageSource& source, const std::stop_token& stop) const {
+    if (m_processes) return readAgainApart(source, stop);
     std::unique_lock turn(m_reading);
     auto found = quillmark::readAgain(source.place, stop);
     turn.unlock();
@@ -172,6 +254,15 @@ Found MessageChecker::readAgain(const MessageSource& source, const std::stop_tok
 
 void MessageChecker::walk(Found found, const UUID& id, bool goesInside, const std::stop_token& stop,
                           const Receiver& receiver) const {
+    if (auto* message = m_processes ? std::get_if<FoundMessage>(&found) : nullptr) {
+        SentMessage outer = sent(*message);
+        outer.attached.clear();  // it is the outermost that is checked now
+        std::string bytes = packed(outer, goesInside);
+        checkApart(
+            {.kind = TalkKind::check, .bytes = std::move(bytes), .source = sourceOf(std::move(*message))}, id,
+            stop, receiver);
+        return;
+    }
     CheckedMessage made;
     bool isOutermost = true;
     const auto verify = [&](const MailMessage& message, FoundMessage each) {
@@ -219,10 +310,146 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
     made.ended = m_now();
     made.answers = answers;
     made.failures = failures;
-    const auto* age = std::get_if<DomainAge::Status::Unavailable>(&report.domainAge.status.value);
-    if (age && age->reason == SwitchedRegistry::switchedOff)
-        report.domainAge.status = {DomainAge::Status::Skipped{}};
     return report;
+}
+
+// By processes of their own
+
+std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUID& id,
+                                                   const std::stop_token& stop,
+                                                   const Receiver& receiver) const {
+    std::unique_lock turn(m_choosing);
+    CheckQuestions questions({m_resolver, m_registry, m_mayAskRegistry, m_keys}, stop);
+    const CheckRules rules = m_rules;
+    turn.unlock();
+
+    const MessageSource& source = asked.source;
+    // Of the message at hand: all that it is known by comes from here, and not from the process.
+    struct {
+        bool isBegun = false;
+        std::vector<std::size_t> attached = {};
+        UUID id = {};
+        Date begun = {};
+    } message;
+    std::size_t told = 0;
+    bool isLastTold = false;
+    const auto placeOfAttached = [&](const std::vector<std::size_t>& attached) {
+        if (isLastTold || attached.size() > AttachedMessages::deepest ||
+            told > AttachedMessages::mostOf + 1 || (told == 0 && !attached.empty()))
+            throw DecodingError("an attached message that can't be");
+        MessagePlace place = source.place;
+        if (!attached.empty()) place.attached = attached;
+        return place;
+    };
+    const auto tell = [&](CheckOutcome outcome, bool isLast) {
+        outcome.isOutermost = told++ == 0;
+        outcome.isLast = isLastTold = isLast;
+        message.isBegun = false;
+        if (!stop.stop_requested()) receiver(std::move(outcome));
+    };
+    CheckRequest request(*m_processes, [&stop] { return !stop.stop_requested(); });
+    request.on(TalkKind::begin, [&](std::string_view bytes, const Talk& talk) {
+        auto [attached] = unpacked<std::vector<std::size_t>>(bytes);
+        placeOfAttached(attached);
+        questions.begin();
+        message = {true, std::move(attached), told == 0 ? id : UUID::random(), m_now()};
+        talk.tell(TalkKind::answer, packed(BegunCheck{message.id, message.begun, rules,
+                                                      questions.asksRegistry(), m_keys != nullptr}));
+    });
+    request.answer(questions);
+    if (asked.files) asked.files->answer(request);
+    request.on(TalkKind::report, [&](std::string_view bytes, const Talk&) {
+        auto [attached, isLast, report, sent] =
+            unpacked<std::vector<std::size_t>, bool, ProofReport, SentMessage>(bytes);
+        CheckOutcome outcome{.place = placeOfAttached(attached)};
+        if (!message.isBegun || attached != message.attached || report.id != message.id ||
+            report.checkedAt != message.begun)
+            throw DecodingError("the report of another message");
+        report.fileName = outcome.place.name();
+        CheckedMessage made{.source = source, .processes = m_processes};
+        if (!attached.empty() || !source.bytes) {
+            made.source = sourceOf(foundMessage(sent, {}));
+            made.source.place = outcome.place;
+            if (!attached.empty()) made.source.digest = sha256(made.source.bytes->view());
+        }
+        made.begun = message.begun, made.ended = m_now();
+        made.answers = questions.answers(), made.failures = questions.failures();
+        outcome.value = checked(std::move(report), std::move(made));
+        tell(std::move(outcome), isLast);
+    });
+    request.on(TalkKind::refused, [&](std::string_view bytes, const Talk&) {
+        auto [attached, isLast, refusal] = unpacked<std::vector<std::size_t>, bool, Refusal>(bytes);
+        tell({.place = placeOfAttached(attached), .value = std::move(refusal)}, isLast);
+    });
+    const auto end = request.run(asked.kind, asked.bytes);
+    const bool hasSeveral = end && end->kind == TalkKind::several && asked.files && told == 0;
+    if (hasSeveral) {
+        asked.files->goOn(request.keep());
+        return TalkKind::several;
+    }
+    const bool isDone = end && request.isWhole(*end) && isLastTold;
+    if (isDone || stop.stop_requested()) return TalkKind::done;
+    // What was told before stays.
+    MessagePlace place = source.place;
+    if (message.isBegun && told > 0) place.attached = message.attached;
+    isLastTold = false;
+    tell({.place = std::move(place), .value = Refusal{Refusal::Ended{}}}, true);
+    return std::nullopt;
+}
+
+std::shared_ptr<OpenMailbox> MessageChecker::openApart(const MessageSource& source, const UUID& id,
+                                                       const std::stop_token& stop,
+                                                       const Receiver& receiver) const {
+    auto reader = std::make_unique<ApartReader>(*m_processes, source.place);
+    std::error_code error;
+    // Of a folder one file must not take the others with it, and what is in it is several as a rule.
+    if (!std::filesystem::is_directory(source.place.path, error)) {
+        MessageSource file = source;
+        const auto end = checkApart(
+            {.kind = TalkKind::open, .source = std::move(file), .files = reader.get()}, id, stop, receiver);
+        if (end != TalkKind::several || stop.stop_requested()) return nullptr;
+    }
+    const auto mailbox = std::make_shared<OpenMailbox>(std::move(reader));
+    mailbox->expectedBytes = MailboxReader::expectedBytes(source.place.path);
+    return mailbox;
+}
+
+Found MessageChecker::readAgainApart(const MessageSource& source, const std::stop_token& stop) const {
+    ApartReader reader(*m_processes, {.path = source.place.path});
+    auto found = reader.readAgain(source.place, stop);
+    if (!found) return FoundProblem{{Refusal::Ended{}}, source.place};
+    if (auto* problem = std::get_if<FoundProblem>(&*found)) {
+        problem->place = source.place;
+        return std::move(*found);
+    }
+    auto& message = std::get<FoundMessage>(*found);
+    message.place = source.place;
+    if (!source.digest.empty() && sha256(message.bytes.view()) != source.digest)
+        return FoundProblem{{Refusal::Moved{}}, source.place};
+    return std::move(*found);
+}
+
+MessageChecker::Pasted MessageChecker::pasted(std::string_view text) const {
+    if (m_processes) {
+        CheckRequest request(*m_processes, soon());
+        const auto done = request.run(TalkKind::pasted, text);
+        auto outcome =
+            done ? request.outcomes<ByteBuffer, std::optional<DroppedLines>, std::optional<Refusal>>(*done)
+                 : std::nullopt;
+        if (!outcome) return {ByteBuffer(text), {}, Refusal{Refusal::Ended{}}};
+        auto& [source, dropped, refusal] = *outcome;
+        return {std::move(source), std::move(dropped), std::move(refusal)};
+    }
+    PastedText pasted = pastedText(text);
+    Pasted outcome{ByteBuffer(pasted.source), std::move(pasted.dropped)};
+    auto taken = messageIn(ByteBuffer(pasted.source), ParseMode::lenient);
+    if (auto* refusal = std::get_if<Refusal>(&taken)) outcome.refusal = std::move(*refusal);
+    return outcome;
+}
+
+bool MessageChecker::isMailbox(std::string_view file) const {
+    if (!m_processes) return holdsSeveral(file);
+    return madeApart<bool>(*m_processes, TalkKind::isMailbox, file, soon()).value_or(true);
 }
 
 }  // namespace quillmark

@@ -11,9 +11,11 @@
 #include <variant>
 #include <vector>
 
+#include "Quillmark/CheckProcesses.h"
 #include "Quillmark/SwitchedRegistry.h"
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
+#include "QuillmarkKit/Intake/PastedText.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/Recording.h"
@@ -43,6 +45,7 @@ struct CheckedMessage {
     std::shared_ptr<const RecordedAnswers> answers = {};
     std::shared_ptr<const RecordedFailures> failures = {};
     Date begun = {}, ended = {};
+    std::shared_ptr<CheckProcesses> processes = {};  ///< that read it; none: this one does
 };
 
 /// The way that its Received fields tell, of which a message at hand is read again.
@@ -56,6 +59,13 @@ MessageText messageText(const CheckedMessage& checked);
 /// nobody. From any thread; not all of them once `stop` is requested.
 std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofReport& report,
                                     const std::stop_token& stop = {});
+/// The same, by a verifier that knows what the check was told.
+std::vector<SignedText> signedTexts(const FoundMessage& found, const Verifier& verifier,
+                                    const std::optional<std::string>& fileName, Date checkedAt,
+                                    const UUID& id, const std::stop_token& stop);
+
+/// Whether a file is a mailbox of more than one message.
+bool holdsSeveral(std::string_view file);
 
 /// What came of a message.
 struct CheckOutcome {
@@ -71,17 +81,29 @@ struct CheckOutcome {
     bool isLast = false;       ///< of what is
 };
 
+class ApartReader;
+class CheckQuestions;
+struct TalkPiece;
+enum class TalkKind : std::uint32_t;
+
 /// A file or a folder of several messages, of which some have been read.
 struct OpenMailbox {
-    explicit OpenMailbox(const MessagePlace& file) : reader(file.path, file.file) {}
-    MailboxReader reader;
+    /// Read by this process.
+    explicit OpenMailbox(const MessagePlace& file);
+    /// Read by another.
+    explicit OpenMailbox(std::unique_ptr<ApartReader> reader);
+    ~OpenMailbox();
+    std::unique_ptr<MailboxReader> reader;  ///< one of these two
+    std::unique_ptr<ApartReader> apart;
+    std::mutex reading = {};
     std::optional<Found> first = {};  ///< that was read to see whether there are several
     std::size_t given = 0;
     std::optional<std::uint64_t> expectedBytes = {};  ///< of its files
 };
 
 /// Takes messages in and checks them, from any thread. It waits for files and for the network, and reads one
-/// file at a time, so that of many only those are in memory that are being checked.
+/// file at a time, so that of many only those are in memory that are being checked. With `CheckProcesses`
+/// they do both, each a file or a message at a time, and nothing of a message is read here.
 class MessageChecker {
 public:
     /// Is told of a message, and then of those attached inside it, as soon as each is checked; of none that
@@ -90,7 +112,7 @@ public:
 
     MessageChecker(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<RegistrationLookup> registry,
                    std::shared_ptr<const RegistrySwitch> mayAskRegistry, std::shared_ptr<KeyMemory> keys,
-                   std::function<Date()> now);
+                   std::function<Date()> now, std::shared_ptr<CheckProcesses> processes = nullptr);
 
     /// Who is asked by checks that begin from now on.
     void setResolver(std::shared_ptr<DNSResolver> resolver);
@@ -114,10 +136,38 @@ public:
     /// The next one; nothing at the end.
     std::optional<Next> next(OpenMailbox& mailbox, const std::stop_token& stop) const;
     /// How many have been handed out.
-    std::size_t given(const OpenMailbox& mailbox) const;
+    std::size_t given(OpenMailbox& mailbox) const;
     void check(Found found, const std::stop_token& stop, const Receiver& receiver) const;
 
+    /// Text that was pasted, and why it would not be taken in.
+    struct Pasted {
+        ByteBuffer source = {};
+        std::optional<DroppedLines> dropped = {};
+        std::optional<Refusal> refusal = {};
+    };
+    Pasted pasted(std::string_view text) const;
+    /// As `holdsSeveral`; also when it can't be told now.
+    bool isMailbox(std::string_view file) const;
+
+    /// What is taken in from now on is read by processes that have read nothing yet.
+    void renew() const {
+        if (m_processes) m_processes->renew();
+    }
+
 private:
+    /// What is asked of a process to have messages checked.
+    struct Asked {
+        TalkKind kind;
+        std::string bytes = {};
+        MessageSource source = {};     // with its bytes, or they come back
+        ApartReader* files = nullptr;  // of which it may ask
+    };
+    /// How that ended; nothing when the process is gone.
+    std::optional<TalkKind> checkApart(const Asked& asked, const UUID& id, const std::stop_token& stop,
+                                       const Receiver& receiver) const;
+    std::shared_ptr<OpenMailbox> openApart(const MessageSource& source, const UUID& id,
+                                           const std::stop_token& stop, const Receiver& receiver) const;
+    Found readAgainApart(const MessageSource& source, const std::stop_token& stop) const;
     void walk(Found found, const UUID& id, bool goesInside, const std::stop_token& stop,
               const Receiver& receiver) const;
     Found readAgain(const MessageSource& source, const std::stop_token& stop) const;
@@ -131,6 +181,7 @@ private:
     const std::shared_ptr<const RegistrySwitch> m_mayAskRegistry;
     const std::shared_ptr<KeyMemory> m_keys;
     const std::function<Date()> m_now;
+    const std::shared_ptr<CheckProcesses> m_processes;
     mutable std::mutex m_reading = {};
 };
 

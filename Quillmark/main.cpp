@@ -10,11 +10,14 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string_view>
 
 #include "Quillmark/AppModel.h"
+#include "Quillmark/CheckProcesses.h"
+#include "Quillmark/CheckWorker.h"
 #include "Quillmark/DesktopOptions.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
@@ -23,6 +26,7 @@
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Version.h"
+#include "Sandbox/ProgramSandbox.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Settings/UserFolders.h"
@@ -45,14 +49,22 @@ int endOfSession() {
     return signalfd(-1, &endings, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-/// Whether help or version is asked for, which needs no screen.
-bool onlyPrints(int argc, char** argv) {
-    const std::vector<OptionEntry> options = desktopTable().options;
+/// Whether one of these options is among the arguments.
+bool has(std::initializer_list<std::string_view> options, int argc, char** argv) {
     return std::any_of(argv + 1, argv + argc, [&](const char* argument) {
-        return std::ranges::any_of(options, [&](const OptionEntry& option) {
-            return std::ranges::find(option.names, argument) != option.names.end();
-        });
+        return std::ranges::find(options, argument) != options.end();
     });
+}
+
+/// What the version is, and with --verbose what confines the processes that check.
+void printVersion(const QCommandLineParser& parser, const Reader& reader) {
+    std::cout << "quillmark-desktop " QUILLMARK_VERSION "\n";
+    if (!parser.isSet(QStringLiteral("verbose"))) return;
+    const bool isLeftOut = parser.isSet(QStringLiteral("no-sandbox"));
+    for (const std::string& line : isLeftOut
+                                       ? std::vector{reader.translate("Sandbox: none, as --no-sandbox asks")}
+                                       : linesOfSandbox(reader))
+        std::cout << line << '\n';
 }
 
 /// The files among the arguments. Prints help or version, or what is wrong with the arguments, and ends the
@@ -72,7 +84,10 @@ QStringList filesOf(const QCoreApplication& application, const Words& words) {
         parser.addPositionalArgument(name, words(each.purpose), QStringLiteral("[%1…]").arg(name));
     }
     parser.process(application);
-    if (parser.isSet(QStringLiteral("version"))) parser.showVersion();
+    if (parser.isSet(QStringLiteral("version"))) {
+        printVersion(parser, words.reader);
+        std::exit(0);
+    }
     if (parser.isSet(QStringLiteral("help"))) parser.showHelp();
     QStringList files;
     for (const QString& each : parser.positionalArguments()) files << QDir::current().absoluteFilePath(each);
@@ -101,7 +116,7 @@ int main(int argc, char** argv) {
     const int ending = endOfSession();
     QCoreApplication::setApplicationName(QStringLiteral("quillmark-desktop"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
-    if (onlyPrints(argc, argv)) {
+    if (has({"-h", "--help", "-v", "--version"}, argc, argv)) {  // which need no screen
         const QCoreApplication application(argc, argv);
         filesOf(application, Words{readerOfApplication()});
         return 0;
@@ -113,6 +128,13 @@ int main(int argc, char** argv) {
                          .toStdString()
                   << '\n';
         return 1;
+    }
+    // Before Qt starts a thread, as each of them is a copy of this one.
+    std::shared_ptr<CheckProcesses> processes;
+    if (has({"--no-sandbox"}, argc, argv)) {
+        std::cerr << "quillmark-desktop: " << sandboxLeftOut(Reader::ofEnvironment()) << '\n';
+    } else {
+        processes = std::make_shared<CheckProcesses>(serveChecks);
     }
     QApplication application(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Quillmark"));
@@ -147,6 +169,7 @@ int main(int argc, char** argv) {
     }
     surroundings.settings = std::make_shared<UserSettingsStore>();
     surroundings.now = currentTime;
+    surroundings.processes = processes;
     surroundings.reader = words.reader;
     AppModel model(surroundings);
 

@@ -3,20 +3,32 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 namespace quillmark {
+
+namespace {
+
+/// Whoever sends more with one piece is no process of ours; the system closes what there is no room for.
+constexpr std::size_t mostFilesSent = 4;
+
+}  // namespace
 
 Channel::~Channel() {
     if (m_descriptor >= 0) ::close(m_descriptor);
 }
 
-bool Channel::send(const void* bytes, std::size_t size) const {
+bool Channel::send(const void* bytes, std::size_t size, const GoesOn& goesOn) const {
     for (auto* rest = static_cast<const char*>(bytes); size > 0;) {
         const ssize_t count = ::write(m_descriptor, rest, size);
-        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn()))) continue;
         if (count < 0) return false;
         rest += count;
         size -= static_cast<std::size_t>(count);
@@ -24,16 +36,69 @@ bool Channel::send(const void* bytes, std::size_t size) const {
     return true;
 }
 
-bool Channel::receive(void* bytes, std::size_t size) const {
+bool Channel::receive(void* bytes, std::size_t size, const GoesOn& goesOn) const {
     for (auto* rest = static_cast<char*>(bytes); size > 0;) {
         const ssize_t count = ::read(m_descriptor, rest, size);
-        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn()))) continue;
         if (count == 0) errno = EPIPE;
         if (count <= 0) return false;
         rest += count;
         size -= static_cast<std::size_t>(count);
     }
     return true;
+}
+
+bool Channel::sendWith(int file, const void* bytes, std::size_t size) const {
+    if (size == 0 || file < 0) return send(bytes, size);
+    iovec first = {const_cast<void*>(bytes), 1};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof file)> control = {};
+    msghdr message = {};
+    message.msg_iov = &first, message.msg_iovlen = 1;
+    message.msg_control = control.data(), message.msg_controllen = control.size();
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET, header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof file);
+    std::memcpy(CMSG_DATA(header), &file, sizeof file);
+    ssize_t count = 0;
+    do count = ::sendmsg(m_descriptor, &message, MSG_NOSIGNAL);
+    while (count < 0 && errno == EINTR);
+    return count == 1 && send(static_cast<const char*>(bytes) + 1, size - 1);
+}
+
+bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
+    file = -1;
+    if (size == 0) return true;
+    iovec first = {bytes, size};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(mostFilesSent * sizeof file)> control = {};
+    msghdr message = {};
+    message.msg_iov = &first, message.msg_iovlen = 1;
+    message.msg_control = control.data(), message.msg_controllen = control.size();
+    ssize_t count = 0;
+    do count = ::recvmsg(m_descriptor, &message, MSG_CMSG_CLOEXEC);
+    while (count < 0 && errno == EINTR);
+    if (count == 0) errno = EPIPE;
+    if (count <= 0) return false;
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+        const std::size_t files = (header->cmsg_len - CMSG_LEN(0)) / sizeof file;
+        for (std::size_t i = 0; i < files; ++i) {
+            int each = -1;
+            std::memcpy(&each, CMSG_DATA(header) + i * sizeof each, sizeof each);
+            if (std::exchange(file, file < 0 ? each : file) >= 0) ::close(each);
+        }
+    }
+    const auto read = static_cast<std::size_t>(count);
+    if (receive(static_cast<char*>(bytes) + read, size - read)) return true;
+    if (file >= 0) ::close(std::exchange(file, -1));
+    return false;
+}
+
+void Channel::setPatience(std::chrono::milliseconds time) const {
+    timeval value = {};
+    value.tv_sec = static_cast<time_t>(time.count() / 1000);
+    value.tv_usec = static_cast<suseconds_t>(time.count() % 1000 * 1000);
+    for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO})
+        ::setsockopt(m_descriptor, SOL_SOCKET, direction, &value, sizeof value);
 }
 
 HelperProcess::HelperProcess(const std::function<void(const Channel&)>& serve)

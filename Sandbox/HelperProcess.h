@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 
@@ -14,9 +15,21 @@ public:
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    /// All of the bytes. False, with `errno`, when the other end has gone.
-    bool send(const void* bytes, std::size_t size) const;
-    bool receive(void* bytes, std::size_t size) const;
+    /// Whether to wait on; asked whenever the patience is over.
+    using GoesOn = std::function<bool()>;
+
+    /// All of the bytes. False, with `errno`, when the other end has gone, or when nothing moved and it was
+    /// not to go on (EAGAIN).
+    bool send(const void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
+    bool receive(void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
+
+    /// The same with an open file, or none (-1), that the other end has a descriptor of its own for then.
+    bool sendWith(int file, const void* bytes, std::size_t size) const;
+    /// The file that came with the bytes, which is the caller's, or -1. Further files are closed.
+    bool receiveWith(int& file, void* bytes, std::size_t size) const;
+
+    /// How long it waits for the other end at a time; for ever until it is set.
+    void setPatience(std::chrono::milliseconds time) const;
 
 private:
     const int m_descriptor;

@@ -56,4 +56,10 @@ std::vector<std::string> linesOfSandbox(const Reader& reader) {
             : reader.translate("Sandbox for the rest: none (seccomp: %1)", {errorText(state.seccompError)})};
 }
 
+std::string sandboxLeftOut(const Reader& reader) {
+    return reader.translate(
+        "This runs without its sandbox, as --no-sandbox asks: should a message use a fault in this "
+        "program, it can do all that you can.");
+}
+
 }  // namespace quillmark

@@ -22,4 +22,7 @@ void allowCache(Sandbox& sandbox);
 /// What holds on this system, line by line. Restricts the process to find out.
 std::vector<std::string> linesOfSandbox(const Reader& reader);
 
+/// What standard error says when all of that is left out, as the person asks.
+std::string sandboxLeftOut(const Reader& reader);
+
 }  // namespace quillmark

@@ -311,6 +311,7 @@ public:
         add(SCMP_SYS(tgkill), {is(0, static_cast<std::uint64_t>(::getpid()))});
         add(SCMP_SYS(prlimit64), {is(0, 0), is(2, 0)});
         add(SCMP_SYS(prctl), {is(0, PR_SET_NAME)});
+        if (sandbox.takesFiles) add(SCMP_SYS(recvmsg));
         if (!sandbox.isNetworked) return;
         add(ofNetwork);
         for (const std::uint64_t family : std::initializer_list<std::uint64_t>{AF_INET, AF_INET6})

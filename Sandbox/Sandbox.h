@@ -16,6 +16,8 @@ struct Sandbox {
     std::vector<std::filesystem::path> write =
         {};                    ///< files; folders, in which files may be made and removed
     bool isNetworked = false;  ///< connections over IP may be made; never any other
+    /// Open files may be taken from the connections that there are (`Channel::receiveWith`).
+    bool takesFiles = false;
 };
 
 /// How far the system goes along, for tests: what older kernels have.

@@ -323,6 +323,11 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
             "now.",
             {file});
     }
+    if (std::holds_alternative<Refusal::Ended>(refusal.value)) {
+        if (!name)
+            return reader.translate("That wasn’t checked: the process that read it ended unexpectedly.");
+        return reader.translate("“%1” wasn’t checked: the process that read it ended unexpectedly.", {file});
+    }
     if (const auto* packed = std::get_if<Refusal::Packed>(&refusal.value))
         return packedLine(packed->form, name, file, reader);
     if (const auto* archive = std::get_if<Refusal::Archive>(&refusal.value))

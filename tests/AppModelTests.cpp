@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +20,7 @@
 #include "QuillmarkKit/Checks/Signer.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Files.h"
+#include "tests/CheckProcessesOfTests.h"
 #include "tests/Gate.h"
 #include "tests/TestFiles.h"
 
@@ -55,6 +59,7 @@ struct Desk {
             },
         .settings = store,
         .now = [] { return now; },
+        .processes = test::checkProcesses(),
         .reader = {.language = Language::english}};
     std::unique_ptr<AppModel> model = {};
 
@@ -822,6 +827,74 @@ TEST(AppModel, sheetsProblemsAndSelection) {
     EXPECT_EQ(again.selection(), std::nullopt);
     again.openFiles({});
     EXPECT_EQ(again.problem(), std::nullopt);
+}
+
+/// A process that someone has taken over does what the message says; others check as they should.
+void serveHostile(const Channel& channel, std::atomic<int>* readings) {
+    const Talk talk(channel);
+    CheckWorker worker(channel);
+    const auto report = [&](const ProofReport& each) {
+        talk.tell(TalkKind::report, packed(std::vector<std::size_t>(), true, each, SentMessage()));
+        talk.tell(TalkKind::done);
+    };
+    while (const auto piece = talk.hear(Talk::Files::taken)) {
+        const auto says = [&](std::string_view what) {
+            return piece->kind == TalkKind::check && piece->bytes.find(what) != std::string::npos;
+        };
+        if (piece->kind == TalkKind::next && ++*readings == 5) raise(SIGKILL);
+        if (says("die")) raise(SIGKILL);
+        if (says("many bytes")) {
+            const std::uint64_t head[] = {static_cast<std::uint64_t>(TalkKind::report), ~std::uint64_t{0}};
+            channel.send(head, sizeof head);
+        } else if (says("no report")) {
+            talk.tell(TalkKind::report, "\x01\xff");
+            talk.tell(TalkKind::done);
+        } else if (says("not begun")) {
+            report({.id = UUID::random(), .checkedAt = now});
+        } else if (says("another")) {
+            const auto begun = (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())),
+                                talk.hear(Talk::Files::taken));
+            if (begun) report({.id = UUID::random(), .checkedAt = now});
+        } else if (says("early end")) {
+            talk.tell(TalkKind::done);
+        } else {
+            worker.answer(*piece);
+        }
+    }
+}
+
+TEST(AppModel, aProcessThatEndsOrLiesIsOneProblem) {
+    auto* const readings = new (mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                                     MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<int>(0);
+    Desk desk;
+    desk.surroundings.processes = std::make_shared<CheckProcesses>(
+        [readings](const Channel& channel) { serveHostile(channel, readings); });
+    AppModel& model = desk.ready();
+    const auto message = [](std::string_view says) {
+        return "From: a@b.example\r\nSubject: s\r\n\r\n" + std::string(says) + "\r\n";
+    };
+    for (const char* says : {"die", "many bytes", "no report", "not begun", "another", "early end"}) {
+        SCOPED_TRACE(says);
+        const std::string bytes = message(says);
+        model.checkData(ByteBuffer(bytes), "one.eml");
+        desk.idle();
+        EXPECT_EQ(model.problem(), "“one.eml” wasn’t checked: the process that read it ended unexpectedly.");
+        EXPECT_TRUE(model.session().empty());
+    }
+    std::string mailbox;
+    for (int i = 1; i <= 12; ++i)
+        mailbox += "From a Sat Jan  3 00:00:00 2026\r\n" + message(i == 4 ? "die" : "hello") + "\r\n";
+    model.openFiles({desk.write("box", mailbox)});
+    desk.idle();
+    EXPECT_GT(readings->load(), 5) << "another goes on where the one that read has ended";
+    EXPECT_EQ(model.problem(),
+              "“box, message 4” wasn’t checked: the process that read it ended unexpectedly.");
+    std::set<std::string> checked;
+    for (const std::string& name : names(model)) checked.insert(name);
+    EXPECT_EQ(checked.size(), 12u) << "eleven messages, and the mailbox";
+    EXPECT_FALSE(checked.contains("box, message 4"));
+    model.finish();
+    EXPECT_EQ(desk.history().load(now).reports.size(), 11u);
 }
 
 }  // namespace

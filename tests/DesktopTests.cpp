@@ -8,6 +8,7 @@
 #include "Quillmark/TextPanel.h"
 #include "TestSamples.h"
 #include "Wording/Wording.h"
+#include "tests/CheckProcessesOfTests.h"
 #include "tests/WindowTest.h"
 
 /// The real window over the real model, driven as a person would: by keys, clicks and drops.
@@ -33,6 +34,7 @@ struct Desk {
         };
         surroundings.settings = std::make_shared<UserSettingsStore>(folder.filePath("settings.ini"));
         surroundings.now = now;
+        surroundings.processes = test::checkProcesses();
         surroundings.reader = words.reader;
         if (welcomed) saveSettings({.onboardingDone = true}, *surroundings.settings);
         begin(surroundings);

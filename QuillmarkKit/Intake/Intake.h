@@ -69,8 +69,10 @@ struct Refusal {
     struct AttachedLeftOut : Unit {};
     /// Where a message was found there is another now, or none.
     struct Moved : Unit {};
+    /// The process that read it has ended.
+    struct Ended : Unit {};
     std::variant<Unreadable, TooLarge, NotAnEmail, Converted, Packed, EmptyFolder, AttachedLeftOut, Moved,
-                 Archive>
+                 Archive, Ended>
         value = NotAnEmail{};
     bool operator==(const Refusal&) const = default;
 };

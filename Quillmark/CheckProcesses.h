@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "Sandbox/HelperProcess.h"
+#include "Sandbox/Sandbox.h"
+
+namespace quillmark {
+
+/// The processes that read and check messages for the window. Each has given up everything but its channel:
+/// it opens no file, asks nobody and starts nothing (`restrictProcess`). Safe from many threads at once.
+class CheckProcesses {
+public:
+    /// Starts the process that makes them, which ends with this one. While there is one thread. `work` is
+    /// what they do once they are restricted.
+    explicit CheckProcesses(std::function<void(const Channel&)> work);
+    ~CheckProcesses();
+    CheckProcesses(const CheckProcesses&) = delete;
+    CheckProcesses& operator=(const CheckProcesses&) = delete;
+
+    class Process {
+    public:
+        /// Owns both; without `handle` (a pidfd) it can't be ended, and ends by itself.
+        Process(int channel, int handle, std::size_t generation)
+            : m_channel(channel), m_handle(handle), m_generation(generation) {}
+        /// Ends it.
+        ~Process();
+        Process(const Process&) = delete;
+        Process& operator=(const Process&) = delete;
+
+        const Channel& channel() const { return m_channel; }
+
+    private:
+        friend class CheckProcesses;
+        const Channel m_channel;
+        const int m_handle;
+        const std::size_t m_generation;
+    };
+
+    /// One that nobody else has; null when the system allows none.
+    std::shared_ptr<Process> take();
+    /// For others, when it has done what was asked and waits. One that isn't given back ends.
+    void giveBack(std::shared_ptr<Process> process);
+    /// Lets all go that were made before, as soon as they are given back: whatever one of them read must not
+    /// come to bear on what is taken in from now on.
+    void renew();
+
+    /// How long a look at `GoesOn` may take: between two of them something came or this time went by.
+    static constexpr std::chrono::milliseconds watch{50};
+
+private:
+    static void serve(const Channel& channel, const std::function<void(const Channel&)>& work);
+
+    std::mutex m_mutex = {};
+    std::size_t m_generation = 0;
+    std::vector<std::shared_ptr<Process>> m_idle = {};
+    const HelperProcess m_helper;
+};
+
+}  // namespace quillmark

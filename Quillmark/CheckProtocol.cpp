@@ -1,0 +1,79 @@
+#include "Quillmark/CheckProtocol.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace quillmark {
+
+namespace {
+
+struct Head {
+    std::uint32_t kind = 0, hasFile = 0;
+    std::uint64_t size = 0;
+};
+constexpr std::size_t sentTogether = 32'768;  // bytes of a piece that are copied, to be sent with its head
+constexpr std::size_t firstRoom = 65'536;     // for what comes
+
+}  // namespace
+
+SentMessage sent(const FoundMessage& found) {
+    SentMessage message{.bytes = found.bytes.view(),
+                        .mode = found.mode,
+                        .facts = found.facts,
+                        .inside = found.place.inside,
+                        .number = found.place.number,
+                        .attached = found.place.attached};
+    if (!found.apart) return message;
+    for (const auto& each : found.apart->attached)
+        message.apart.push_back({each.bytes.view(), each.isOutlooks, each.hasBody, each.position});
+    message.isAnyApartLeftOut = found.apart->isAnyLeftOut;
+    return message;
+}
+
+FoundMessage foundMessage(const SentMessage& sent, const MessagePlace& file) {
+    FoundMessage found{ByteBuffer(sent.bytes), file, sent.mode, sent.facts};
+    found.place.inside = sent.inside;
+    found.place.number = sent.number;
+    found.place.attached = sent.attached;
+    if (sent.apart.empty() && !sent.isAnyApartLeftOut) return found;
+    const auto apart = std::make_shared<OutlookMessage>();
+    for (const auto& each : sent.apart)
+        apart->attached.push_back({ByteBuffer(each.bytes), each.isOutlooks, each.hasBody, each.position});
+    apart->isAnyLeftOut = sent.isAnyApartLeftOut;
+    found.apart = apart;
+    return found;
+}
+
+bool Talk::tell(TalkKind kind, std::string_view bytes, int file, const Channel::GoesOn& goesOn) const {
+    const Head head{static_cast<std::uint32_t>(kind), file >= 0 ? 1U : 0U, bytes.size()};
+    if (file >= 0 && !m_channel.sendWith(file, &head, sizeof head)) return false;
+    if (file < 0 && bytes.size() <= sentTogether) {
+        std::string together(reinterpret_cast<const char*>(&head), sizeof head);
+        together += bytes;
+        return m_channel.send(together.data(), together.size(), goesOn);
+    }
+    if (file < 0 && !m_channel.send(&head, sizeof head, goesOn)) return false;
+    return m_channel.send(bytes.data(), bytes.size(), goesOn);
+}
+
+std::optional<TalkPiece> Talk::hear(Files files, const Channel::GoesOn& goesOn) const {
+    TalkPiece piece;
+    Head head;
+    const bool isHere = files == Files::taken ? m_channel.receiveWith(piece.file, &head, sizeof head)
+                                              : m_channel.receive(&head, sizeof head, goesOn);
+    if (!isHere || head.size > largestPiece || head.kind > static_cast<std::uint32_t>(TalkKind::answer))
+        return std::nullopt;
+    piece.kind = static_cast<TalkKind>(head.kind);
+    // What is announced need not come.
+    for (std::size_t size = 0, room = firstRoom; size < head.size; room *= 2) {
+        const std::size_t more = std::min<std::size_t>(head.size, room);
+        piece.bytes.resize(more);
+        if (!m_channel.receive(piece.bytes.data() + size, more - size, goesOn)) return std::nullopt;
+        size = more;
+    }
+    return piece;
+}
+
+}  // namespace quillmark

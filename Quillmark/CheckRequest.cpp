@@ -1,0 +1,37 @@
+#include "Quillmark/CheckRequest.h"
+
+#include <exception>
+#include <utility>
+
+namespace quillmark {
+
+void CheckRequest::answer(CheckQuestions& questions) {
+    for (const TalkKind kind :
+         {TalkKind::lookup, TalkKind::mayKnow, TalkKind::registration, TalkKind::keysOf}) {
+        on(kind, [&questions, kind](std::string_view bytes, const Talk& talk) {
+            talk.tell(TalkKind::answer, questions.answer(kind, bytes));
+        });
+    }
+    on(TalkKind::saw, [&questions](std::string_view bytes, const Talk&) { questions.saw(bytes); });
+}
+
+std::optional<TalkPiece> CheckRequest::run(TalkKind kind, std::string_view bytes) {
+    if (!m_process) return std::nullopt;
+    const Talk talk(m_process->channel());
+    try {
+        bool isTold = talk.tell(kind, bytes, -1, m_goesOn);
+        while (isTold) {
+            auto piece = talk.hear(Talk::Files::refused, m_goesOn);
+            if (!piece) break;
+            const auto handler = m_handlers.find(piece->kind);
+            if (handler == m_handlers.end()) return piece;
+            handler->second(piece->bytes, talk);
+        }
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
+        // It isn't one of ours any more.
+    }
+    m_process = nullptr;
+    return std::nullopt;
+}
+
+}  // namespace quillmark

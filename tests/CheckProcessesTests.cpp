@@ -1,0 +1,75 @@
+#include "Quillmark/CheckProcesses.h"
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <iterator>
+#include <set>
+
+#include "Quillmark/CheckQuestions.h"
+#include "tests/SandboxAttempts.h"
+
+namespace quillmark {
+namespace {
+
+TEST(CheckProcesses, mayDoNothing) {
+    if (isSandboxLeftOut()) GTEST_SKIP() << "a build with a sanitizer";
+    test::Place place;
+    place.other = getppid();
+    for (const char* file : {"in/message", "out/file", "beside"}) place.folder.write(file, "bytes");
+    CheckProcesses processes([&](const Channel& channel) {
+        const SandboxState state = restrictProcess({});  // where it is in force already, this is refused
+        channel.send(&state, sizeof state);
+        for (const test::Attempt& attempt : test::attempts) {
+            const int error = attempt.make(place);
+            channel.send(&error, sizeof error);
+        }
+    });
+    const auto process = processes.take();
+    ASSERT_TRUE(process);
+    SandboxState state;
+    ASSERT_TRUE(process->channel().receive(&state, sizeof state, [] { return true; }));
+    if (state.seccompError != EPERM) GTEST_SKIP() << "a system without seccomp";
+    const bool hasLandlock = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) > 0;
+    const std::set<std::string_view> allowed = {"read of the system", "start a thread"};
+    for (const test::Attempt& attempt : test::attempts) {
+        int error = 0;
+        ASSERT_TRUE(process->channel().receive(&error, sizeof error, [] { return true; })) << attempt.name;
+        const bool isRefused = error != 0 || (!hasLandlock && !attempt.isCall);
+        EXPECT_EQ(isRefused, !allowed.contains(attempt.name)) << attempt.name;
+    }
+}
+
+TEST(CheckQuestions, boundTheNamesOfAMessage) {
+    const auto isAnswered = [](CheckQuestions& questions, const std::string& name) {
+        const std::string question = packed(std::string_view(name), 16, std::int64_t{1} << 60);
+        const std::string answer = questions.answer(TalkKind::lookup, question);
+        return !std::get<0>(unpacked<SentAnswer>(answer)).failure;
+    };
+    const struct {
+        const char* what;
+        std::size_t length;  // of each name
+        std::size_t first, attached;
+    } rows[] = {{"many", 12, NameBounds::most, NameBounds::mostAttached},
+                {"long", 200, NameBounds::bytes / 200, NameBounds::bytesAttached / 200}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        CheckQuestions questions({.resolver = std::make_shared<StaticResolver>(StaticResolver::Answers())},
+                                 {});
+        const auto name = [&](std::size_t which) {
+            std::string end = std::to_string(which) + ".example";
+            return std::string(row.length - end.size(), 'a') + end;
+        };
+        std::size_t number = 0;
+        for (const std::size_t most : {row.first, row.attached}) {
+            questions.begin();
+            for (std::size_t i = 0; i < most; ++i) EXPECT_TRUE(isAnswered(questions, name(number++)));
+            EXPECT_FALSE(isAnswered(questions, name(number)));
+            EXPECT_TRUE(isAnswered(questions, name(0))) << "asked for before";
+        }
+        EXPECT_FALSE(questions.failures()->dns.entries().empty()) << "a check again is told the same";
+    }
+}
+
+}  // namespace
+}  // namespace quillmark
