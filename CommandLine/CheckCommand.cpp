@@ -242,8 +242,7 @@ private:
                                            m_from.now, found.facts, id);
         }
         const auto resolver = std::make_shared<RestWatch>(*m_from.resolver, wentWithout);
-        return Verifier(resolver, m_from.registry, PublicSuffixList::shared(), m_from.lookupTime,
-                        m_command.rules(), m_from.keys)
+        return m_verifier.asking(resolver, m_from.registry)
             .examine(message, found.place.name(), m_from.now, id, {}, found.facts);
     }
 
@@ -301,6 +300,8 @@ private:
 
     const CheckCommand& m_command;
     const CheckSources& m_from;
+    const Verifier m_verifier{m_from.resolver,   m_from.registry,   PublicSuffixList::shared(),
+                              m_from.lookupTime, m_command.rules(), m_from.keys};
     const std::optional<std::string> m_part;
     std::unique_ptr<AsSignedFolder> m_asSigned;
     const bool m_isTextPrinted = !m_command.json && !m_command.out && !m_command.each && !m_command.summary &&

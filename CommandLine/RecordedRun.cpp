@@ -30,9 +30,8 @@ Verification RecordedRun::verify(const std::string& sha256, const MailMessage& m
     const auto resolver = std::make_shared<RecordingResolver>(m_resolver, m_answers, current.failures);
     std::shared_ptr<RegistrationLookup> registry;
     if (m_registry) registry = std::make_shared<RecordingRegistry>(m_registry, m_answers, current.failures);
-    Verification verification =
-        Verifier(resolver, registry, PublicSuffixList::shared(), m_lookupTime, m_rules, m_keys)
-            .examine(message, std::move(fileName), now, id, {}, std::move(intake));
+    Verification verification = m_verifier.asking(resolver, registry)
+                                    .examine(message, std::move(fileName), now, id, {}, std::move(intake));
     const std::lock_guard runLock(m_mutex);
     current.isDone = true;
     return verification;

@@ -33,9 +33,8 @@ public:
         : m_resolver(std::move(resolver)),
           m_registry(std::move(registry)),
           m_failures(std::move(failures)),
-          m_lookupTime(lookupTime),
-          m_rules(rules),
-          m_keys(std::move(keys)) {}
+          m_verifier(m_resolver, m_registry, PublicSuffixList::shared(), lookupTime, rules, std::move(keys)) {
+    }
 
     /// Checks the message whose file has this SHA-256. `id`: of the report.
     Verification verify(const std::string& sha256, const MailMessage& message,
@@ -58,9 +57,7 @@ private:
     const std::shared_ptr<DNSResolver> m_resolver;
     const std::shared_ptr<RegistrationLookup> m_registry;
     const Failures m_failures;
-    const std::optional<std::chrono::seconds> m_lookupTime;
-    const CheckRules m_rules;
-    const std::shared_ptr<KeyMemory> m_keys;
+    const Verifier m_verifier;
     const std::shared_ptr<RecordedAnswers> m_answers = std::make_shared<RecordedAnswers>();
     mutable std::mutex m_mutex = {};
     std::map<std::string, Check> m_checks = {};  // by SHA-256

@@ -255,7 +255,16 @@ Verifier::Verifier(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<Regist
       m_suffixes(suffixes),
       m_lookupTime(lookupTime),
       m_rules(rules),
-      m_keys(std::move(keys)) {}
+      m_keys(std::move(keys)),
+      m_parsedKeys(std::make_shared<ParsedKeys>()) {}
+
+Verifier Verifier::asking(std::shared_ptr<DNSResolver> resolver,
+                          std::shared_ptr<RegistrationLookup> registry) const {
+    Verifier other = *this;
+    other.m_resolver = std::move(resolver);
+    other.m_registry = std::move(registry);
+    return other;
+}
 
 ProofReport Verifier::verify(const MailMessage& message, std::optional<std::string> fileName, Date now,
                              const std::stop_token& stop) const {
@@ -284,7 +293,8 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     CheckResolver resolver(asking, m_lookupTime.value_or(usualLookupTime), m_keys.get());
     std::optional<BodyHashes> bodyHashes;
     if (message.body()) bodyHashes.emplace(*message.body(), bodyLimits(message));
-    const SignatureChecker checker{message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop};
+    const SignatureChecker checker{
+        message, bodyHashes ? &*bodyHashes : nullptr, resolver, now, stop, m_parsedKeys.get()};
     CheckFacts facts{.intake = std::move(intake)};
     report.dkim = dkim(message, checker, facts);
 
@@ -294,7 +304,7 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     judgeByNewerRules(report, facts, resolver, m_rules.dmarc, stop);
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
-    report.domainAge.domain = m_suffixes.organizationalDomain(from);
+    report.domainAge.domain = m_suffixes.get().organizationalDomain(from);
     if (m_registry) {
         Patience patience{stop};
         if (m_lookupTime) patience.deadline = resolver.begin();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -35,8 +36,10 @@ struct Verification {
     std::vector<MailMessage> asSigned = {};
 };
 
-/// The library's main entry: one message in, one report out. Stateless; one verifier may check many messages
-/// from many threads at once.
+/// The library's main entry: one message in, one report out. One verifier may check many messages from many
+/// threads at once. It keeps what it worked out of public keys, by their bytes (`ParsedKeys`, 4 MB at most,
+/// for as long as a copy of it lives), so many messages are checked faster by one verifier and its copies
+/// than by one each; no report depends on it.
 class Verifier {
 public:
     /// Without a registry the domain's age is not asked for. `suffixes` must outlive the verifier.
@@ -47,6 +50,10 @@ public:
                       const PublicSuffixList& suffixes = PublicSuffixList::shared(),
                       std::optional<std::chrono::seconds> lookupTime = {}, CheckRules rules = {},
                       std::shared_ptr<KeyMemory> keys = nullptr);
+
+    /// A verifier that is the same but for whom it asks.
+    Verifier asking(std::shared_ptr<DNSResolver> resolver,
+                    std::shared_ptr<RegistrationLookup> registry) const;
 
     /// Runs every check, strictly in order, and blocks until the last is done. Never throws but for want of
     /// memory: a failure inside a check becomes its status. After `stop` is requested the report is complete
@@ -63,10 +70,11 @@ public:
 private:
     std::shared_ptr<DNSResolver> m_resolver;
     std::shared_ptr<RegistrationLookup> m_registry;
-    const PublicSuffixList& m_suffixes;
+    std::reference_wrapper<const PublicSuffixList> m_suffixes;
     std::optional<std::chrono::seconds> m_lookupTime;
     CheckRules m_rules;
     std::shared_ptr<KeyMemory> m_keys;
+    std::shared_ptr<ParsedKeys> m_parsedKeys;
 };
 
 }  // namespace quillmark

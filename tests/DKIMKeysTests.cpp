@@ -123,6 +123,38 @@ TEST(DKIMKeys, signaturesAreComparedWhole) {
     EXPECT_EQ(verifyEd25519(ed25519.publicKey() + 'x', digest, shorter), std::nullopt);
 }
 
+TEST(DKIMKeys, exponents) {
+    const std::string digest = hash(HashAlgorithm::sha256, "data");
+    for (const char* exponent : {"3", "65537", "65543", "18446744073709551557"}) {
+        const auto key = test::PrivateKey::rsa(1024, exponent);
+        const std::string signature = key.signature(SignatureAlgorithm::rsaSHA256, digest);
+        EXPECT_EQ(RSAPublicKey::fromPKCS1(key.publicPKCS1())
+                      .value()
+                      .recoverDigest(HashAlgorithm::sha256, signature),
+                  digest)
+            << exponent;
+    }
+}
+
+TEST(DKIMKeys, keysThatAreKept) {
+    ParsedKeys keys;
+    const auto ask = [&](std::size_t number, std::size_t bytes = 64) {
+        std::string modulus(bytes, 'm');
+        for (std::size_t i = 0; i < 4; ++i) modulus[i + 1] = static_cast<char>(number >> 8 * i);
+        modulus.back() = '\x01';
+        EXPECT_EQ(keys.rsa(pkcs1(modulus, "\x03")).value().blockSize(), bytes);
+    };
+    for (const std::size_t number : {1u, 2u, 1u}) ask(number);
+    ask(3, ParsedKeys::mostBits / 8 + 1);
+    EXPECT_FALSE(keys.rsa("no key"));
+    EXPECT_EQ(keys.size(), 2u);
+    for (std::size_t i = 0; i < 2 * ParsedKeys::mostKeys; ++i) {
+        ask(i);
+        ASSERT_LE(keys.size(), ParsedKeys::mostKeys);
+    }
+    EXPECT_GE(keys.size(), ParsedKeys::mostKeys / 2);
+}
+
 TEST(Crypto, digestsOfPrefixes) {
     Hasher first(HashAlgorithm::sha256);
     first.add("ab");

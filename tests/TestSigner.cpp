@@ -1,10 +1,12 @@
 #include "tests/TestSigner.h"
 
+#include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
+#include <memory>
 #include <stdexcept>
 
 #include "QuillmarkKit/Checks/Canonicalization.h"
@@ -39,8 +41,18 @@ PrivateKey::PrivateKey(void* made)
     if (!made) throw std::runtime_error("no key");
 }
 
-PrivateKey PrivateKey::rsa(unsigned bits) {
-    return PrivateKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(bits)));
+PrivateKey PrivateKey::rsa(unsigned bits, const char* exponent) {
+    const std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
+        EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr), &EVP_PKEY_CTX_free);
+    BIGNUM* number = nullptr;
+    BN_dec2bn(&number, exponent);
+    EVP_PKEY_keygen_init(context.get());
+    EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), static_cast<int>(bits));
+    EVP_PKEY_CTX_set1_rsa_keygen_pubexp(context.get(), number);
+    BN_free(number);
+    EVP_PKEY* key = nullptr;
+    EVP_PKEY_generate(context.get(), &key);
+    return PrivateKey(key);
 }
 
 PrivateKey PrivateKey::ed25519() { return PrivateKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519")); }

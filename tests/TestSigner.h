@@ -15,8 +15,8 @@ namespace quillmark::test {
 
 class PrivateKey {
 public:
-    /// A new key; an exponent of 65537.
-    static PrivateKey rsa(unsigned bits);
+    /// A new key; an exponent of 65537, or that decimal number.
+    static PrivateKey rsa(unsigned bits, const char* exponent = "65537");
     static PrivateKey ed25519();
     /// On a curve that no signature uses.
     static PrivateKey p256();

@@ -1,6 +1,9 @@
 // What a report holds whatever the message says; whole messages with what it must say are tests/messages/.
 
 #include "QuillmarkKit/Verifier.h"
+
+#include <thread>
+
 #include "tests/Test.h"
 
 namespace quillmark {
@@ -47,6 +50,25 @@ TEST(Verifier, receiverResults) {
     const Verifier verifier(std::make_shared<StaticResolver>(StaticResolver::Answers()));
     EXPECT_EQ(verifier.verify(message, {}, now).receiverResults,
               (std::vector<AuthResults>{{"top", {}}, {"below", {}}}));
+}
+
+/// A verifier keeps keys, and two keys of one name are two, whoever checks at the same time.
+TEST(Verifier, keysUnderOneName) {
+    const auto& key = test::rsaKey();
+    const auto message = MailMessage::parse(
+        test::signedMessage("From: a@example.org\r\nSubject: Hello\r\n\r\nHi\r\n", {}, key));
+    const auto asking = [](const test::PrivateKey& published) {
+        return std::make_shared<StaticResolver>(test::published(published));
+    };
+    const Verifier verifier(asking(key));
+    const auto check = [&](const std::shared_ptr<DNSResolver>& resolver, DKIMResult::Status status) {
+        for (int i = 0; i < 20; ++i) {
+            const auto report = verifier.asking(resolver, nullptr).verify(message, {}, now);
+            EXPECT_EQ(report.dkim.front().status, status);
+        }
+    };
+    const std::jthread right(check, asking(key), DKIMResult::Status::pass),
+        changed(check, asking(test::PrivateKey::rsa(1024)), DKIMResult::Status::headersChanged);
 }
 
 /// A name and its form in DNS are one; what has none is asked for by nobody.

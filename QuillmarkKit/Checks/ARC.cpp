@@ -210,7 +210,8 @@ bool Validation::sealHolds(std::size_t index) {
     const HashAlgorithm algorithm = hashAlgorithm(seal->algorithm);
     auto& digests = m_sealDigests[algorithm];
     if (digests.empty()) digests = arcSealDigests(m_sets, algorithm);
-    const auto outcome = verifySignature(seal->signature, digests[index], seal->algorithm, *key);
+    const auto outcome =
+        verifySignature(seal->signature, digests[index], seal->algorithm, *key, m_checker.keys);
     const auto* verified = std::get_if<Verified>(&outcome);
     return verified && (!verified->keyBits || *verified->keyBits > tooFewKeyBits);
 }

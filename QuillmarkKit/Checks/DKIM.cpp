@@ -261,7 +261,8 @@ bool Check::digestIsFound() {
 
 void Check::verify() {
     if (!digestIsFound()) return;
-    const auto outcome = verifySignature(m_signatureBytes, *m_headerDigest, m_algorithm, m_key);
+    const auto outcome =
+        verifySignature(m_signatureBytes, *m_headerDigest, m_algorithm, m_key, m_checker.keys);
     if (const auto* error = std::get_if<KeyError>(&outcome)) {
         const bool didNotVerify = error->kind == KeyError::Kind::didNotVerify;
         end(didNotVerify ? Status::headersChanged : Status::keyUnusable,

@@ -128,6 +128,7 @@ struct SignatureChecker {
     DNSResolver& resolver;
     Date now;
     std::stop_token stop = {};
+    ParsedKeys* keys = nullptr;  ///< that outlive the check of one message, if there are any
 
     /// Never throws: every outcome, a failed lookup included, is a result. The first fault found ends the
     /// check; what was read before it stays in the result. `signature` is a field of the message.

@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Checks/DKIMKeys.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "QuillmarkKit/Mail/TagList.h"
 #include "QuillmarkKit/Support/Base64.h"
@@ -38,8 +39,10 @@ std::optional<std::vector<std::string>> loweredColonList(std::optional<std::stri
 }
 
 std::variant<Verified, KeyError> verifyRSA(std::string_view signature, std::string_view digest,
-                                           SignatureAlgorithm algorithm, const DKIMKeyRecord& record) {
-    const auto key = RSAPublicKey::fromPKCS1(rsaKeyBytes(record.publicKey));
+                                           SignatureAlgorithm algorithm, const DKIMKeyRecord& record,
+                                           ParsedKeys* keys) {
+    const auto key =
+        keys ? keys->rsa(record.publicKey) : RSAPublicKey::fromPKCS1(rsaKeyBytes(record.publicKey));
     if (!key) return KeyError{KeyError::Kind::unusableKey, "the key's bytes are not a key"};
     if (!key->verify(hashAlgorithm(algorithm), digest, signature)) {
         return KeyError{KeyError::Kind::didNotVerify, "the signature does not verify"};
@@ -145,8 +148,39 @@ std::vector<DKIMKeyRecord> DKIMKeyRecord::othersOf(std::span<const std::string> 
     return others;
 }
 
+std::optional<RSAPublicKey> ParsedKeys::rsa(std::string_view publicKey) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto found = m_newer.find(publicKey); found != m_newer.end()) return found->second;
+        if (const auto found = m_older.find(publicKey); found != m_older.end()) {
+            RSAPublicKey key = found->second;
+            keep(m_older.extract(found));
+            return key;
+        }
+    }
+    auto key = RSAPublicKey::fromPKCS1(rsaKeyBytes(publicKey));
+    if (key && key->blockSize() * 8 <= mostBits) {
+        Keys made;
+        made.emplace(publicKey, *key);
+        const std::lock_guard lock(m_mutex);
+        keep(made.extract(made.begin()));
+    }
+    return key;
+}
+
+void ParsedKeys::keep(Keys::node_type key) {
+    if (m_newer.size() == mostKeys / 2) m_older = std::exchange(m_newer, {});
+    m_newer.insert(std::move(key));
+}
+
+std::size_t ParsedKeys::size() const {
+    const std::lock_guard lock(m_mutex);
+    return m_newer.size() + m_older.size();
+}
+
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,
-                                                 SignatureAlgorithm algorithm, const DKIMKeyRecord& record) {
+                                                 SignatureAlgorithm algorithm, const DKIMKeyRecord& record,
+                                                 ParsedKeys* keys) {
     if (record.keyType != keyTypeOf(algorithm)) {
         return KeyError{KeyError::Kind::keyTypeMismatch,
                         "the key is for " + record.keyType + ", the signature uses " + nameOf(algorithm)};
@@ -157,7 +191,7 @@ std::variant<Verified, KeyError> verifySignature(std::string_view signature, std
     }
     if (algorithm == SignatureAlgorithm::ed25519SHA256)
         return verifyEd25519Signature(signature, digest, record);
-    return verifyRSA(signature, digest, algorithm, record);
+    return verifyRSA(signature, digest, algorithm, record, keys);
 }
 
 std::optional<std::string> signedDigest(std::string_view signature, SignatureAlgorithm algorithm,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <map>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -67,10 +69,37 @@ struct Verified {
     bool operator==(const Verified&) const = default;
 };
 
+/// RSA keys with what their arithmetic needs, so that a key of many signatures is worked out once. They are
+/// kept by their own bytes, never by a name, so none can stand for another. Safe from many threads at once.
+///
+/// Kept in two halves: a key that is used comes into the newer one, and when that is full, the older one is
+/// dropped. Whoever sends more keys than there is room for costs what there would be to do without this.
+class ParsedKeys {
+public:
+    /// What it holds at most: some 2 KB a key, 4 MB in all.
+    static constexpr std::size_t mostKeys = 2048;
+    /// Larger keys, which nobody uses for mail, aren't kept.
+    static constexpr std::size_t mostBits = 4096;
+
+    /// The key of a record's bytes; nothing where `RSAPublicKey` refuses them.
+    std::optional<RSAPublicKey> rsa(std::string_view publicKey);
+    /// How many it holds.
+    std::size_t size() const;
+
+private:
+    using Keys = std::map<std::string, RSAPublicKey, std::less<>>;
+    void keep(Keys::node_type key);
+
+    mutable std::mutex m_mutex = {};
+    Keys m_newer = {}, m_older = {};
+};
+
 /// Verifies a signature over signed header data that is given by its digest, made with
-/// `hashAlgorithm(algorithm)`. (Ed25519 signs the digest itself, RFC 8463, section 3.)
+/// `hashAlgorithm(algorithm)`. (Ed25519 signs the digest itself, RFC 8463, section 3.) With `keys` the key is
+/// worked out once for all.
 std::variant<Verified, KeyError> verifySignature(std::string_view signature, std::string_view digest,
-                                                 SignatureAlgorithm algorithm, const DKIMKeyRecord& record);
+                                                 SignatureAlgorithm algorithm, const DKIMKeyRecord& record,
+                                                 ParsedKeys* keys = nullptr);
 
 /// The digest of the header data that an RSA signature was made over, by this key. Nothing when the key is
 /// not for the algorithm, or did not make the signature as it stands.
