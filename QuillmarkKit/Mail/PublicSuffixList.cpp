@@ -28,9 +28,11 @@ std::uint64_t hashOf(std::string_view name) {
 
 /// Takes the line at the front: LF, VT, FF, CR, U+0085, U+2028 and U+2029 end one.
 std::string_view takeLine(std::string_view& rest) {
-    for (std::size_t i = 0; i < rest.size(); ++i) {
+    const std::size_t lineFeed = std::min(rest.find('\n'), rest.size());
+    for (std::size_t i = 0; i < lineFeed; ++i) {
         const auto c = static_cast<unsigned char>(rest[i]);
         std::size_t length = 0;
+        if (c > '\r' && c < 0x80) continue;
         if (c >= '\n' && c <= '\r') {
             length = 1;
         } else if (c == 0xC2 && rest.substr(i).starts_with("\u0085")) {
@@ -44,8 +46,12 @@ std::string_view takeLine(std::string_view& rest) {
         rest.remove_prefix(i + length);
         return line;
     }
-    return std::exchange(rest, {});
+    const std::string_view line = rest.substr(0, lineFeed);
+    rest.remove_prefix(std::min(lineFeed + 1, rest.size()));
+    return line;
 }
+
+constexpr std::uint32_t longestName = (1u << 29) - 1, allKinds = 7;  // as a slot has room for
 
 /// The labels of a name joined with single dots.
 std::string withoutEmptyLabels(std::string_view name) {
@@ -77,6 +83,7 @@ PublicSuffixList PublicSuffixList::parse(std::string_view text) {
 }
 
 void PublicSuffixList::read(std::string_view text) {
+    m_rules = text;
     // A guess, for `add` makes room when it must: a line of the real list has some fifteen bytes.
     m_slots.resize(std::bit_ceil(std::max<std::size_t>(text.size() / 8, 8)));
     while (!text.empty()) {
@@ -96,26 +103,26 @@ void PublicSuffixList::read(std::string_view text) {
 void PublicSuffixList::add(std::string_view name, Kind kind) {
     if (m_ruleCount >= m_slots.size() / 2) {
         std::vector<Slot> old = std::exchange(m_slots, std::vector<Slot>(m_slots.size() * 2));
-        m_ruleCount = 0;
         for (const Slot& slot : old) {
-            for (const Kind each : {rule, wildcard, exception}) {
-                if ((slot.kinds & each) != 0) add(slot.name, each);
-            }
+            if (slot.kinds != 0) m_slots[slotOf(nameOf(slot), hashOf(nameOf(slot)))] = slot;
         }
     }
-    std::size_t at = hashOf(name) & (m_slots.size() - 1);
-    while (m_slots[at].kinds != 0 && m_slots[at].name != name) at = (at + 1) & (m_slots.size() - 1);
-    if ((m_slots[at].kinds & kind) == 0) ++m_ruleCount;
-    m_slots[at] = {name, m_slots[at].kinds | kind};
+    Slot& slot = m_slots[slotOf(name, hashOf(name))];
+    if ((slot.kinds & kind) == 0) ++m_ruleCount;
+    slot = {static_cast<std::uint32_t>(name.data() - m_rules.data()),
+            static_cast<std::uint32_t>(name.size()) & longestName, (slot.kinds | kind) & allKinds};
     const auto labels = static_cast<std::size_t>(std::ranges::count(name, '.')) + (kind == wildcard ? 2 : 1);
     m_mostLabels = std::max(m_mostLabels, labels);
 }
 
-std::uint32_t PublicSuffixList::kinds(std::string_view name, std::uint64_t hash) const {
-    if (m_slots.empty()) return 0;
+std::size_t PublicSuffixList::slotOf(std::string_view name, std::uint64_t hash) const {
     std::size_t at = hash & (m_slots.size() - 1);
-    while (m_slots[at].kinds != 0 && m_slots[at].name != name) at = (at + 1) & (m_slots.size() - 1);
-    return m_slots[at].kinds;
+    while (m_slots[at].kinds != 0 && nameOf(m_slots[at]) != name) at = (at + 1) & (m_slots.size() - 1);
+    return at;
+}
+
+std::uint32_t PublicSuffixList::kinds(std::string_view name, std::uint64_t hash) const {
+    return m_slots.empty() ? 0 : m_slots[slotOf(name, hash)].kinds;
 }
 
 std::string PublicSuffixList::organizationalDomain(std::string_view name) const {
