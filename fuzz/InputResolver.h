@@ -7,12 +7,13 @@
 
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "fuzz/FixedKey.h"
 #include "fuzz/Require.h"
 
 namespace quillmark::fuzz {
 
 /// Answers each question with the next line of the input, records separated by "|": "!" fails, "-" is a name
-/// that does not exist, an empty line is no data.
+/// that does not exist, an empty line is no data. The fixed key's name takes no line.
 struct InputResolver : DNSResolver {
     std::string_view rest = {};
     int questions = 0;
@@ -20,6 +21,7 @@ struct InputResolver : DNSResolver {
     DNSAnswer lookup(std::string_view name, DNSRecordType, const Patience& = {}) override {
         if (!isUTF8(name)) std::abort();
         ++questions;
+        if (name == fixedKeyName) return DNSAnswer::records({std::string(fixedKeyRecord)});
         const std::string_view line = takePiece(rest, '\n');
         if (line == "!") throw DNSLookupError("no answer");
         if (line == "-") return DNSAnswer::nxdomain();
