@@ -205,7 +205,7 @@ SPFFinding spf(const MailMessage& message, const MessageSummary& summary, DNSRes
 /// What the rules of RFC 9989 make of the message: beside the finding, or in its place.
 void judgeByNewerRules(ProofReport& report, CheckFacts& facts, DNSResolver& resolver, DMARCRules rules,
                        const std::stop_token& stop) {
-    if (rules == DMARCRules::rfc7489 && !mayDiffer(report.dmarc, report.spf)) return;
+    if (rules == DMARCRules::rfc7489 && !mayDiffer(report.dmarc, report.spf, resolver, stop)) return;
     auto newer = dmarcByTreeWalk(report.dmarc, report.dkim, report.spf, resolver, stop);
     if (rules == DMARCRules::rfc7489) {
         if (newer) facts.newerDMARC = std::move(newer->difference);

@@ -266,6 +266,16 @@ TreeWalkJudgement Judge::judge(std::span<const DKIMResult> dkim, const SPFFindin
     return judgement;
 }
 
+/// Whether several records stand at a name that was asked for before.
+bool publishesSeveral(const std::string& name, DNSResolver& resolver, const std::stop_token& stop) {
+    try {
+        const DNSAnswer answer = resolver.lookup("_dmarc." + name, DNSRecordType::txt, {stop});
+        return std::ranges::count_if(answer.data(), isRecord) > 1;
+    } catch (const DNSLookupError&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 std::optional<TreeWalkJudgement> dmarcByTreeWalk(const DMARCFinding& older, std::span<const DKIMResult> dkim,
@@ -280,7 +290,8 @@ std::optional<TreeWalkJudgement> dmarcByTreeWalk(const DMARCFinding& older, std:
     }
 }
 
-bool mayDiffer(const DMARCFinding& older, const SPFFinding& spf) {
+bool mayDiffer(const DMARCFinding& older, const SPFFinding& spf, DNSResolver& resolver,
+               const std::stop_token& stop) {
     using Status = DMARCFinding::Status;
     if (older.status == Status::noFromDomain || older.status == Status::lookupFailed) return false;
     if (older.status != Status::pass || !isRecord(*older.record)) return true;
@@ -288,7 +299,9 @@ bool mayDiffer(const DMARCFinding& older, const SPFFinding& spf) {
     const std::string from = comparableDomain(older.fromDomain);
     const bool isOwn = (older.alignedDKIMDomain && comparableDomain(*older.alignedDKIMDomain) == from) ||
                        (older.spfAligned && comparableDomain(spf.domain.value_or("")) == from);
-    return !isOwn || (!record.policy && !record.hasReports);
+    if (!isOwn || (!record.policy && !record.hasReports)) return true;
+    // By the older rules several are as none, and one above was taken.
+    return older.recordDomain != older.fromDomain && publishesSeveral(from, resolver, stop);
 }
 
 }  // namespace quillmark

@@ -59,7 +59,9 @@ std::optional<TreeWalkJudgement> dmarcByTreeWalk(const DMARCFinding& older, std:
                                                  const std::stop_token& stop = {});
 
 /// Whether the two can differ at all: a message of the very domain in From that passes doesn't ask whose
-/// organization it is, or where a policy stands.
-bool mayDiffer(const DMARCFinding& older, const SPFFinding& spf);
+/// organization it is, or where a policy stands, unless that domain publishes several. Asks for what `older`
+/// asked for, at most.
+bool mayDiffer(const DMARCFinding& older, const SPFFinding& spf, DNSResolver& resolver,
+               const std::stop_token& stop = {});
 
 }  // namespace quillmark
