@@ -756,8 +756,12 @@ void addValidatedAnswers(Notes& notes, const MailMessage& message, const ProofRe
 }
 
 void addNewerSignatures(Notes& notes, const MailMessage& message) {
-    const auto count = static_cast<std::int64_t>(message.positions("DKIM2-Signature").size());
-    if (count > 0) notes.push_back({ReportNote::NewerSignatures{count}});
+    const auto count = [&](std::string_view name) {
+        return static_cast<std::int64_t>(message.positions(name).size());
+    };
+    ReportNote::NewerSignatures note{.count = count("DKIM2-Signature")};
+    if (const auto instances = count("Message-Instance"); instances > 0) note.instances = instances;
+    if (note.count > 0 || note.instances) notes.push_back({note});
 }
 
 void addUndone(Notes& notes, const MailMessage& message, const BrokenSignature& signature,

@@ -120,9 +120,10 @@ struct ReportNote {
         std::string name = {};  ///< the name that was asked for
         bool operator==(const AnswerValidated&) const = default;
     };
-    /// The message carries signatures of a newer kind, which were not checked.
+    /// The message carries fields of DKIM2 (draft-ietf-dkim-dkim2-spec), which were not checked.
     struct NewerSignatures {
-        std::int64_t count = 0;
+        std::int64_t count = 0;                      ///< `DKIM2-Signature`
+        std::optional<std::int64_t> instances = {};  ///< `Message-Instance`; nothing when there is none
         bool operator==(const NewerSignatures&) const = default;
     };
     /// The body isn't the one that this signature covers, and the header lines are: `b=` verifies over them.
@@ -408,7 +409,8 @@ constexpr auto fieldsOf(const ReportNote::AnswerValidated*) {
     return std::tuple{Field{"kind", &T::kind}, Field{"name", &T::name}};
 }
 constexpr auto fieldsOf(const ReportNote::NewerSignatures*) {
-    return std::tuple{Field{"count", &ReportNote::NewerSignatures::count}};
+    using T = ReportNote::NewerSignatures;
+    return std::tuple{Field{"count", &T::count}, Field{"instances", &T::instances}};
 }
 constexpr auto fieldsOf(const ReportNote::SignedLinesHold*) {
     using T = ReportNote::SignedLinesHold;

@@ -103,8 +103,8 @@ std::vector<std::string> derivedKeyLines(const KnownKey& key, std::size_t count,
 
 std::string derivedKeysMeaning(const Reader& reader) {
     return reader.translate(
-        "That proves that whoever holds a key signed all of its messages, not whose key it is. It becomes "
-        "evidence where the same fingerprint stands in somebody else’s mailbox or list.");
+        "That proves that whoever holds a key signed all messages of that key, not whose key it is. It "
+        "becomes evidence where the same fingerprint stands in somebody else’s mailbox or list.");
 }
 
 }  // namespace quillmark

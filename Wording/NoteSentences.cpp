@@ -209,7 +209,7 @@ std::string keyKnownSentence(const ReportNote::KeyKnown& note, const Reader& rea
     }
     return sentences(
         {text, unsignedRest,
-         reader.translate("When it was signed nothing says: whoever has the key can sign to this day.")});
+         reader.translate("Nothing says when it was signed: whoever has the key can sign to this day.")});
 }
 
 /// What must be taken back, and that the rest was signed.
@@ -370,7 +370,7 @@ std::string newerCause(const NewerDMARC& note, const Reader& reader) {
                        ? reader.translate("The record that counts stands at %1.", {domain})
                        : reader.translate("No record is found on the way up from the domain in From.");
         case Cause::organization:
-            return reader.translate("They take other domains for one organization.");
+            return reader.translate("Those rules count other domains as one organization.");
         case Cause::missingDomain:
             return reader.translate(
                 "The domain in From doesn’t exist, and %1 has a policy of its own for such names.", {domain});
@@ -523,12 +523,21 @@ struct NoteSentence {
             {name});
     }
     std::string operator()(const ReportNote::NewerSignatures& note) const {
-        return reader.translateCount(
-            "The message also carries %n signature of a newer kind (DKIM2), which this version doesn’t "
-            "check.",
-            "The message also carries %n signatures of a newer kind (DKIM2), which this version doesn’t "
-            "check.",
-            note.count, {});
+        std::string counted, recipes;
+        if (note.count > 0) {
+            counted = reader.translateCount(
+                "The message also carries %n signature of a newer kind (DKIM2), which this version doesn’t "
+                "check.",
+                "The message also carries %n signatures of a newer kind (DKIM2), which this version doesn’t "
+                "check.",
+                note.count, {});
+        }
+        if (note.instances) {
+            recipes = reader.translate(
+                "The message has lines called Message-Instance, by which changes on the way could be taken "
+                "back (DKIM2). This version doesn’t read them.");
+        }
+        return sentences({counted, recipes});
     }
     std::string operator()(const ReportNote::SignedLinesHold& note) const {
         const std::string domain = quotedDomain(note.domain);
@@ -569,10 +578,9 @@ struct NoteSentence {
     std::string operator()(const ReportNote::OutlookFile& note) const {
         if (note.hasBody) {
             return reader.translate(
-                "This is a file of Outlook’s. What was checked is the message as it was received, which the "
-                "file keeps beside what Outlook makes of it: the text that Outlook shows is not proven. "
-                "Where a "
-                "signature is broken, that can be Outlook’s doing.");
+                "This is a file of Outlook’s. What was checked is the message as it was received, which "
+                "the file keeps beside what Outlook makes of it: the text that Outlook shows is not "
+                "proven. Where a signature is broken, that can be Outlook’s doing.");
         }
         return reader.translate(
             "This is a file of Outlook’s. It keeps the header lines as they were received, but not the text "
@@ -619,15 +627,13 @@ struct NoteSentence {
         }
         return reader.translate(
             "Even with its key, the signature by %1 would prove nothing about %2, the domain in From. What "
-            "%2 "
-            "asks receivers to do: %3.",
+            "%2 asks receivers to do: %3.",
             {domain, from, policyInWords(note.policy.value(), reader)});
     }
     std::string operator()(const ReportNote::ActsUnsigned& note) const {
         return reader.translate(
             "Mail programs act on these lines, and no valid signature covers them: %1. Anyone could have "
-            "added "
-            "them.",
+            "added them.",
             {fieldNames(note.fields, reader)});
     }
     std::string operator()(const ReportNote::SignaturesLeftOut& note) const {
@@ -637,16 +643,14 @@ struct NoteSentence {
     }
     std::string operator()(const ReportNote::SignedAfterArrival& note) const {
         return reader.translate(
-            "The signature by %1 says it was made on %2, after the message arrived on %3. One of these dates "
-            "is "
-            "wrong or invented.",
+            "The signature by %1 says it was made on %2, after the message arrived on %3. One of these "
+            "dates is wrong or invented.",
             {quotedDomain(note.domain), reader.time(note.signedAt), reader.time(note.received)});
     }
     std::string operator()(const ReportNote::HiddenHeaderEnd& note) const {
         return reader.translate(
             "A line of blanks stands inside the header lines, above the %1 line. Some programs end the "
-            "header "
-            "there and show other lines than this report.",
+            "header there and show other lines than this report.",
             {fieldNames({note.field}, reader)});
     }
     std::string operator()(const ReportNote::Undone& note) const {
@@ -733,8 +737,7 @@ struct NoteSentence {
         if (note.fits) {
             return reader.translate(
                 "%1 publishes several keys under one name, and the signature fits another one than the "
-                "first, "
-                "which counts. DNS gives them in any order: check the message again.",
+                "first, which counts. DNS gives them in any order: check the message again.",
                 {domain});
         }
         return reader.translate(
@@ -1032,8 +1035,7 @@ std::string signatureSentence(const ProofReport& report, const DKIMResult& signa
     if (!fitsOther) return sentence(signature, reader);
     return reader.translate(
         "By the first of several keys that %1 publishes under one name, the signature doesn’t fit; by "
-        "another "
-        "it does.",
+        "another it does.",
         {quotedDomain(signature.domain)});
 }
 
@@ -1059,8 +1061,7 @@ std::string policySentence(const ProofReport& report, const Reader& reader) {
     if (finding.status != DMARCFinding::Status::fail || !isAnyProven) return sentence(finding, reader);
     return reader.translate(
         "By the policy of %1, the domain in From, nothing counts here: a signature counts only when the "
-        "whole "
-        "message fits it.",
+        "whole message fits it.",
         {quotedDomain(finding.fromDomain)});
 }
 
