@@ -36,7 +36,8 @@ body{font:15px/1.45 system-ui,sans-serif;color:var(--text);background:var(--page
 h1{font-size:1.5rem}h2{font-size:1.15rem;margin-top:2.2rem}
 table{border-collapse:collapse;width:100%}
 th,td{text-align:start;vertical-align:top;padding-block:.2rem;padding-inline:0 .6rem;border-bottom:1px solid var(--line);unicode-bidi:isolate;overflow-wrap:anywhere}
-th{color:var(--soft);font-weight:600}
+th{color:var(--soft);font-weight:600;overflow-wrap:break-word}
+.d{white-space:nowrap}th.n{white-space:normal}
 .n{text-align:end;white-space:nowrap;font-variant-numeric:tabular-nums}
 .g{color:var(--good)}.c{color:var(--caution)}.b{color:var(--bad)}.u{color:var(--unknown)}
 .g,.c,.b,.u{font-weight:600;white-space:nowrap}
@@ -195,7 +196,7 @@ MailboxEntry mailboxEntry(const ProofReport& report, WholeReport whole, const Re
     const Tone tone = report.verdict.tone;
     const bool hasOthers = counted.hasCautions && tone != Tone::caution;  // the marker alone would mislead
     entry.row = markerCell(tone) + (hasOthers ? " <span class=c>[!]</span>" : "") + "<td>" +
-                html(headline(report.verdict, reader)) + "<td>" +
+                html(headline(report.verdict, reader)) + "<td class=d>" +
                 (entry.year ? html(reader.date(*report.summary.date)) : "") + "<td>" + senderOf(report) +
                 "<td>" + shownShort(report.summary.subject) + "<td>" +
                 shownShort(placeName(report.fileName.value_or(""), reader));
@@ -369,7 +370,7 @@ void MailboxReport::writeKeys(const Sink& sink) const {
     for (std::size_t i = 0; i < std::min(keys.size(), keysShown); ++i) {
         const auto& [name, key] = *keys[i];
         sink("<tr><td>" + island(name.first.empty() ? "?" : quotedDomain(name.first)) + "<td>" +
-             shownShort(name.second) + "<td>" + html(reader.date(*key.first)) + "<td>" +
+             shownShort(name.second) + "<td class=d>" + html(reader.date(*key.first)) + "<td class=d>" +
              html(reader.date(*key.last)) + numberCell(count(keys[i], End::holds), reader) +
              numberCell(count(keys[i], End::keyGone), reader) +
              numberCell(count(keys[i], End::other), reader) + "\n");
