@@ -68,6 +68,17 @@ TEST(Canonicalization, body) {
     }
 }
 
+/// Text is looked at in blocks: a change counts wherever it lies in them.
+TEST(Canonicalization, changesAnywhere) {
+    for (const std::string_view change : {" \t", "\t", "  ", " \r\n"}) {
+        for (std::size_t at = 0; at < 300; ++at) {
+            std::string body(400, 'x');
+            body.replace(at, change.size(), change);
+            EXPECT_EQ(canonical(body, relaxed), reference::body(body, relaxed)) << at;
+        }
+    }
+}
+
 TEST(Canonicalization, stops) {
     std::stop_source stop;
     stop.request_stop();

@@ -80,6 +80,19 @@ TEST(Message, copiesKeepViewsAlive) {
     EXPECT_EQ(field->value(), "a value that is not short enough to lie inside an object");
 }
 
+/// Long texts are looked at in stretches: a line end counts wherever it lies in them.
+TEST(Message, lineEndsAnywhere) {
+    for (const std::string_view end : {"\r\n", "\r", "\n", "\n\r\n"}) {
+        for (std::size_t at = 0; at < 600; ++at) {
+            const std::string before(at, 'x'), behind(300, 'y');
+            const std::string text = before + std::string(end) + behind;
+            EXPECT_EQ(Bytes::normalizedLineEnds(ByteBuffer(text)).view(),
+                      before + (end.size() > 2 ? "\r\n\r\n" : "\r\n") + behind)
+                << at;
+        }
+    }
+}
+
 TEST(Message, linesThatEndWellAreKeptInPlace) {
     ByteBuffer bytes(std::string_view("A: 1\r\n\r\nbody\r\n"));
     const char* place = bytes.data();

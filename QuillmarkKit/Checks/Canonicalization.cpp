@@ -102,12 +102,25 @@ constexpr std::size_t stretch = std::size_t{64} * 1024;
 /// How much is taken through the buffer when anything in it must change: less than a line, so that a line
 /// with one change passes where it lies but for that place.
 constexpr std::size_t block = 32;
+/// How much is looked at in one go while nothing must change.
+constexpr std::size_t largeBlock = 4 * block;
 
-/// Whether a tab, or a blank before another, a tab or a CR, stands in `block` bytes. Reads one byte more.
-/// Written without a branch, so that the compiler makes it sixteen bytes at a time.
+// Both are written without a branch, so that the compiler makes them sixteen bytes at a time.
+
+/// Whether a blank or a tab stands in that many bytes. Encoded content has none.
+template <std::size_t size>
+bool hasBlank(const char* bytes) {
+    unsigned char found = 0;
+    for (std::size_t i = 0; i < size; ++i)
+        found = static_cast<unsigned char>(found | (bytes[i] == ' ') | (bytes[i] == '\t'));
+    return found != 0;
+}
+
+/// Whether a tab, or a blank before another, a tab or a CR, stands in that many bytes. Reads one byte more.
+template <std::size_t size>
 bool mustChange(const char* bytes) {
     unsigned char found = 0;
-    for (std::size_t i = 0; i < block; ++i) {
+    for (std::size_t i = 0; i < size; ++i) {
         const char c = bytes[i], next = bytes[i + 1];
         const auto tab = static_cast<unsigned char>(c == '\t');
         const auto blank = static_cast<unsigned char>(c == ' ');
@@ -142,12 +155,23 @@ void relax(std::string_view text, std::size_t at, std::size_t end, Gathering& ou
     }
 }
 
+/// Where the next block begins in which something must change, or `end`, or a byte less than a block behind
+/// it.
+std::size_t unchangedUntil(std::string_view text, std::size_t at, std::size_t end) {
+    const auto passes = [&](const char* bytes) {
+        return !hasBlank<largeBlock>(bytes) || !mustChange<largeBlock>(bytes);
+    };
+    while (at + largeBlock < text.size() && at < end && passes(text.data() + at)) at += largeBlock;
+    while (at + block < text.size() && at < end && !mustChange<block>(text.data() + at)) at += block;
+    return at;
+}
+
 void relaxBody(std::string_view text, Gathering& out, const std::stop_token& stop) {
     std::size_t at = 0, sinceLook = 0;
     while (at < text.size()) {
         const std::size_t begin = at;
         const std::size_t end = std::min(begin + stretch, text.size());
-        while (at + block < text.size() && at < end && !mustChange(text.data() + at)) at += block;
+        at = unchangedUntil(text, at, end);
         out.add(text.substr(begin, at - begin));
         if (at < end) {
             const std::size_t changedEnd = std::min(at + block, text.size());

@@ -92,6 +92,12 @@ MIMEWalker::MIMEWalker(MailMessage message, std::size_t mostDepth)
 
 std::optional<MIMEPart> MIMEWalker::next() {
     while (m_ended.empty() && !m_rest.empty()) {
+        if (!m_isInHeader && !m_rest.starts_with("--")) {
+            // Of content only lines count that may be a boundary.
+            const auto lineEndBefore = m_open.empty() ? std::string_view::npos : m_rest.find("\n--");
+            m_rest.remove_prefix(std::min(lineEndBefore, m_rest.size() - 1) + 1);
+            continue;
+        }
         const std::size_t begin = m_body.size() - m_rest.size();
         const std::string_view line = takeLine();
         if (const auto boundary = boundaryAt(line)) {
@@ -114,9 +120,7 @@ std::string_view MIMEWalker::takeLine() {
     const auto end = std::min(m_rest.find('\n'), m_rest.size() - 1) + 1;
     std::string_view line = m_rest.substr(0, end);
     m_rest.remove_prefix(end);
-    // Letter by letter, since every line of a body comes by here.
-    const std::size_t size = line.size();
-    if (size >= 2 && line[size - 1] == '\n' && line[size - 2] == '\r') line.remove_suffix(2);
+    if (line.ends_with(lineEnd)) line.remove_suffix(lineEnd.size());
     return line;
 }
 

@@ -11,11 +11,27 @@ namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
 
+/// Whether in that many bytes each CR has its LF and, but for the first byte, each LF its CR. Reads one byte
+/// more. Written without a branch, so that the compiler makes it sixteen bytes at a time.
+template <std::size_t size>
+bool hasPlainLineEnds(const char* bytes) {
+    unsigned char lone = 0;
+    for (std::size_t i = 0; i < size; ++i)
+        lone = static_cast<unsigned char>(lone | ((bytes[i] == '\r') ^ (bytes[i + 1] == '\n')));
+    return lone == 0;
+}
+
 /// How many carriage returns and line feeds stand alone, not as CR LF.
 std::size_t loneLineEnds(std::string_view bytes) {
+    // In nearly all messages there is none, and this tells it at half the cost of a count.
+    constexpr std::size_t stretch = 256;
+    if (!bytes.starts_with('\n')) {
+        while (bytes.size() > stretch && hasPlainLineEnds<stretch>(bytes.data()))
+            bytes.remove_prefix(stretch);
+        if (bytes.starts_with('\n')) bytes.remove_prefix(1);  // its CR was the last byte of the stretch
+    }
     std::size_t lone = 0;
-    // Short blocks without a branch, so that the compiler works on many bytes at once: a scan at the speed of
-    // memory, however short the lines are.
+    // Short blocks without a branch here, too: however short the lines are.
     constexpr std::size_t block = 64;
     for (std::size_t at = 0; at < bytes.size(); at += block) {
         const auto count = [&](std::size_t length) {
