@@ -1,6 +1,6 @@
-// Makes the corpus of `bench/performance`: 2,000 signed messages of 2 KB to 45 MB, the answers file that
-// checks them, and beside each class of size the plan of its cryptography for `bench_floor`. The same bytes
-// every time.
+// Makes the corpus of `bench/performance`: 2,000 signed messages of 2 KB to 45 MB, a mailbox of 10,000, the
+// answers file that checks them, and beside each class of size and the mailbox the plan of its cryptography
+// for `bench_floor`. The same bytes every time.
 //
 //     bench_corpus KEYS FOLDER
 
@@ -220,6 +220,25 @@ nlohmann::json answers(const Keys& keys) {
     return {{"answers", std::move(table)}, {"at", "2026-10-01T12:00:00Z"}};
 }
 
+/// Of ten messages six have 2 KB, three 10 KB, one 100 KB.
+void makeMailbox(const fs::path& folder, unsigned serial, const Keys& keys) {
+    constexpr unsigned messages = 10'000;
+    const std::string path = (folder / "mailbox.mbox").string();
+    std::ofstream mailbox(path, std::ios::binary), plan(folder / "mailbox.plan", std::ios::binary);
+    std::uint64_t end = 0;
+    for (unsigned i = 0; i < messages; ++i) {
+        const std::size_t size = i % 10 < 6 ? 2'000 : i % 10 < 9 ? 10'000 : 100'000;
+        auto [text, message] = made(size, serial + i, keys);
+        const std::string line = "From sender@example.org Mon Sep 21 10:00:00 2026\r\n";
+        mailbox << line << text << "\r\n";
+        message.path = path;
+        message.begin = end + line.size();
+        message.size = text.size();
+        end = message.begin + message.size + 2;
+        put(plan, message);
+    }
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -241,9 +260,11 @@ int main(int count, char** arguments) {
             char name[16];
             std::snprintf(name, sizeof name, "%04u.eml", serial);
             message.path = (folder / size.name / name).string();
+            message.size = text.size();
             std::ofstream(message.path, std::ios::binary) << text;
             put(plan, message);
         }
     }
+    makeMailbox(folder, serial, keys);
     std::ofstream(folder / "answers.json") << answers(keys);
 }

@@ -19,6 +19,7 @@ struct FloorSignature {
 
 struct FloorMessage {
     std::string path = {};
+    std::uint64_t begin = 0, size = 0;  ///< where it lies in the file
     bool hashesRelaxedBody = false, hashesSimpleBody = false;
     std::vector<FloorSignature> signatures = {};
 };
@@ -39,6 +40,8 @@ inline std::string take(std::istream& in) {
 
 inline void put(std::ostream& out, const FloorMessage& message) {
     put(out, message.path);
+    put(out, std::to_string(message.begin));
+    put(out, std::to_string(message.size));
     put(out, std::string(message.hashesRelaxedBody ? "r" : "") + (message.hashesSimpleBody ? "s" : ""));
     put(out, std::string(message.signatures.size(), '.'));
     for (const FloorSignature& signature : message.signatures) {
@@ -51,6 +54,8 @@ inline void put(std::ostream& out, const FloorMessage& message) {
 
 inline FloorMessage takeMessage(std::istream& in) {
     FloorMessage message{.path = take(in)};
+    message.begin = std::stoull(take(in));
+    message.size = std::stoull(take(in));
     const std::string bodies = take(in);
     message.hashesRelaxedBody = bodies.find('r') != std::string::npos;
     message.hashesSimpleBody = bodies.find('s') != std::string::npos;
