@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -147,7 +148,7 @@ void endOnSignals() {
         if (current.sa_handler != SIG_IGN) sigaddset(&ours, number);  // ignored on purpose, by nohup for one
     }
     pthread_sigmask(SIG_BLOCK, &ours, nullptr);
-    std::thread([ours] {
+    const auto wait = [ours] {
         int number = 0;
         while (sigwait(&ours, &number) != 0) {
         }
@@ -163,7 +164,14 @@ void endOnSignals() {
         const auto lock = outputForAWhile();
         if (lock) takeProgressAway();
         _exit(128 + number);
-    }).detach();
+    };
+    try {
+        std::thread(wait).detach();
+    } catch (const std::system_error& error) {
+        writeProblem(Reader::ofEnvironment().translate("The system allows this program no thread: %1",
+                                                       {error.code().message()}));
+        _exit(1);
+    }
 }
 
 BeforeEnd::BeforeEnd(std::function<void()> last) {

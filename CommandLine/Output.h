@@ -54,7 +54,7 @@ constexpr std::chrono::milliseconds timeToFinish{100};
 
 /// From now on SIGINT, SIGTERM and SIGHUP end the process at once with 128 and the signal's number, but not
 /// in the middle of what is being written, unless that takes longer than `timeToFinish`. Before any other
-/// thread starts.
+/// thread starts. Where the system allows no thread, the process ends with a line that says so.
 void endOnSignals();
 
 /// While one lives, a signal has `last` called before the process ends, on a thread of its own and for as

@@ -1,6 +1,7 @@
 #include "Thunderbird/WindowOpener.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,8 +29,8 @@ using Kind = HandedOver::Kind;
 constexpr std::chrono::seconds patienceWithWindow{30};
 constexpr std::chrono::milliseconds betweenLooks{20};
 
-/// Starts the program with one argument, apart from this process: in a session of its own, with none
-/// of its files. Its number, or the error.
+/// Starts the program with one argument, apart from this process: in a session of its own, with none of its
+/// files, and with every signal as a new program has it. Its number, or the error.
 std::variant<pid_t, std::error_code> started(const std::filesystem::path& program, std::string argument) {
     std::string name = program.string();
     char* arguments[] = {name.data(), argument.data(), nullptr};
@@ -41,7 +42,13 @@ std::variant<pid_t, std::error_code> started(const std::filesystem::path& progra
     posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    sigset_t all, none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
     pid_t process = 0;
     const int error = posix_spawn(&process, name.c_str(), &files, &attributes, arguments, environ);
     posix_spawnattr_destroy(&attributes);
