@@ -19,8 +19,8 @@ namespace {
 constexpr const char* forHelp(const char* text) { return text; }
 
 constexpr const char* description = forHelp(
-    "Says who can be proven to have sent an email, and whether it was changed. "
-    "Everything is checked on this computer; only DNS and registry lookups leave it.");
+    "Says who can be proven to have sent an email, and whether it was changed. Everything is checked on "
+    "this computer; only DNS and registry lookups leave it.");
 
 /// One for each thing that people do.
 const std::vector<CommandTable::Example> examples = {
@@ -36,23 +36,22 @@ const std::vector<CommandTable::Example> examples = {
 
 const std::vector<CommandTable::Section> sections = {
     {"WHAT IS READ",
-     {"The bytes of a FILE tell what it is, never its name: one message (.eml); a mailbox (mbox or MMDF), of "
-      "which each message is checked by itself; a message with its length in front and a property list "
+     {"The bytes of a FILE tell what it is, never its name: one message (.eml); a mailbox (mbox or MMDF), "
+      "of which each message is checked by itself; a message with its length in front and a property list "
       "behind it; a message of a mail server's store (dbox); any of them as UTF-16; a file of Outlook's "
-      "(.msg), of which the header lines are checked; all of them from a pipe as well. "
-      "Messages that are attached to a message are checked after it.",
+      "(.msg), of which the header lines are checked; all of them from a pipe as well. Messages that are "
+      "attached to a message are checked after it.",
       "Of a folder each file is read, in the order of their names, and each of the folders in it; hidden "
       "ones are passed over. In a Maildir, which holds cur, new and tmp, only messages in cur and new are "
       "read, and its subfolders, hidden or not. What mail programs keep beside their mailboxes, such as "
       "indexes and empty files, is passed over; --summary counts it.",
       "Files that are compressed (gzip, bzip2, xz, Zstandard) and archives (zip, tar) are unpacked while "
-      "they "
-      "are read, three in each other, and nothing is written to disk; what in an archive is no message is "
-      "passed over. How other archives are unpacked is said."}},
+      "they are read, three in each other, and nothing is written to disk; what in an archive is no "
+      "message is passed over. How other archives are unpacked is said."}},
     {"ENVIRONMENT",
      {"LC_ALL, LC_MESSAGES and LANG choose the language of reports and help, of seventeen; else it is "
-      "English. TZ "
-      "is the time zone. With NO_COLOR set to anything, or where output is no terminal, nothing is coloured.",
+      "English. TZ is the time zone. With NO_COLOR set to anything, or where output is no terminal, "
+      "nothing is coloured.",
       "https_proxy or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it; "
       "in capitals, too. An empty variable counts as one that isn't set.",
       "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CONFIG_HOME (default: ~/.config) the "
@@ -61,12 +60,11 @@ const std::vector<CommandTable::Section> sections = {
      {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
       "~/.cache/quillmark holds what can be fetched again. ~/.config/quillmark/quillmark.conf holds the "
       "settings of quillmark-desktop.",
-      "Three of them hold for check as well: who is asked for DNS records, whether registries are asked how "
-      "old "
-      "domains are, and whether the reports are kept in the history. --resolver, --domain-age, "
-      "--no-domain-age, --save and --no-save go before them; "
-      "the reports of a check with --dns are kept with --save alone. As long as there are no settings, "
-      "the usual services and registries are asked and nothing is kept."}},
+      "Three of them hold for check as well: who is asked for DNS records, whether registries are asked "
+      "how old domains are, and whether the reports are kept in the history. --resolver, --domain-age, "
+      "--no-domain-age, --save and --no-save go before them; the reports of a check with --dns are kept "
+      "with --save alone. As long as there are no settings, the usual services and registries are asked "
+      "and nothing is kept."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
@@ -75,16 +73,12 @@ const std::vector<CommandTable::Section> sections = {
       "--resolver, or the setting, whom you name; the reports name them."}},
     {"SANDBOX",
      {"Before it reads anything that somebody else may have written, each command gives up what it doesn't "
-      "need: it may "
-      "read its files and what the system keeps for all programs, write the files that options name, and "
-      "where nobody is "
-      "to be asked make no connection; it starts no program, and reaches no other. With --files-from it may "
-      "read "
-      "everything, since the list goes on while files are read. What is refused nevertheless is told like a "
-      "file without "
-      "permission; --no-sandbox leaves all of it out. Linux does it, by Landlock and seccomp: --version "
-      "--verbose says "
-      "what there is of them. docs/sandbox.md in the sources says more."}},
+      "need: it may read its files and what the system keeps for all programs, write the files that "
+      "options name, and where nobody is to be asked make no connection; it starts no program, and reaches "
+      "no other. With --files-from it may read everything, since the list goes on while files are read. "
+      "What is refused nevertheless is told like a file without permission; --no-sandbox leaves all of it "
+      "out. Linux does it, by Landlock and seccomp: --version --verbose says what there is of them. "
+      "docs/sandbox.md in the sources says more."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
       "the history, files with answers and recordings, and more of what is read."}},
@@ -153,8 +147,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
             ->group(seldom);
     add(command, "--tsa-ca", check.tsaCA, "FILE",
         "Certificates of time-stamping authorities (PEM) that are trusted beside the system's, for a "
-        "recording "
-        "that was stamped")
+        "recording that was stamped")
         ->group(seldom);
     add(command, "--resolver", check.resolver, suggesting("URL", "usual,system"),
         "Ask this DNS service (DNS over HTTPS, RFC 8484); a URL that ends with {?dns} is asked by GET, any "
@@ -213,12 +206,10 @@ void addCheck(CLI::App& app, CheckCommand& check) {
         ->excludes(noUndo)
         ->group(seldom);
     CLI::Option* const out = add(command, "--out", check.out, "FOLDER",
-                                 "Write reports as lines of JSON into files in a folder, one for each large "
-                                 "file and for each 1,000 "
-                                 "small "
-                                 "ones, with what the checks were told beside it; print their names. What is "
-                                 "there already isn't made "
-                                 "again: the same command goes on where it was stopped")
+                                 "Write reports as lines of JSON into files in a folder, one for each "
+                                 "large file and for each 1,000 small ones, with what the checks were told "
+                                 "beside it; print their names. What is there already isn't made again: "
+                                 "the same command goes on where it was stopped")
                                  ->group(seldom);
     for (const char* const other : {"--json", "--each", "--one-page", "--summary", "--csv", "--html",
                                     "--record", "--save", "--key-book", "--fail-on", "--as-signed"}) {
@@ -239,8 +230,7 @@ void addCheck(CLI::App& app, CheckCommand& check) {
 
 constexpr const char* explainFooter = forHelp(
     "Without a word it lists those that it knows. Exit status: 0 there it is; 1 there is no such word; 2 "
-    "wrong "
-    "arguments.");
+    "wrong arguments.");
 
 void addExplain(CLI::App& app, ExplainCommand& explain) {
     CLI::App& command = *app.add_subcommand("explain", "Explain a technical word of the reports");
@@ -251,8 +241,7 @@ void addExplain(CLI::App& app, ExplainCommand& explain) {
 constexpr const char* extractFooter = forHelp(
     "It is written byte for byte as it is checked: without what the mailbox puts around it, and with its "
     "\">From \" lines as the signatures have them; an attached one with CR LF line ends. Exit status: 0 "
-    "there "
-    "it is; 1 FILE could not be read or has no such message; 2 wrong arguments.");
+    "there it is; 1 FILE could not be read or has no such message; 2 wrong arguments.");
 
 void addExtract(CLI::App& app, ExtractCommand& extract) {
     CLI::App& command = *app.add_subcommand("extract", "Print one message of a mailbox");
@@ -271,9 +260,9 @@ void addExtract(CLI::App& app, ExtractCommand& extract) {
 }
 
 constexpr const char* keygenFooter = forHelp(
-    "The record is to be published as TXT in the DNS, with your selector (any name) and domain in its name; "
-    "in a zone file a value over 255 bytes stands in several pairs of quotes. "
-    "Exit status: 0 there is a key; 1 it could not be written; 2 wrong arguments.");
+    "The record is to be published as TXT in the DNS, with your selector (any name) and domain in its "
+    "name; in a zone file a value over 255 bytes stands in several pairs of quotes. Exit status: 0 there "
+    "is a key; 1 it could not be written; 2 wrong arguments.");
 
 constexpr const char* recordFooter = forHelp(
     "Exit status: 0 the record was printed; 1 it could not be; 2 wrong arguments or an unusable key.");
@@ -323,8 +312,8 @@ void addRecording(CLI::App& app, RecordingCommand& recording) {
             "Recordings, of which the first that knows an answer gives it; where they differ is said")
         ->required();
     merge->footer(
-        forHelp("Exit status: 0 it is there; 1 it could not be written; 2 wrong arguments, or a file "
-                "is no recording."));
+        forHelp("Exit status: 0 it is there; 1 it could not be written; 2 wrong arguments, or a file is no "
+                "recording."));
 }
 
 /// The options of both; the others of a command come before `--time`.
@@ -367,11 +356,10 @@ void addSeal(CLI::App& app, SealCommand& seal) {
 }
 
 constexpr const char* keysFooter = forHelp(
-    "The key book lies beside the history, in the folder Quillmark in $XDG_DATA_HOME (or ~/.local/share). A "
-    "list is JSON, a recording, or TXT records as they stand in a zone file. What a file says is told as "
-    "what "
-    "it is, and proves nothing by itself. Exit status: 0 done; 1 there is nothing of the kind, or something "
-    "could not be read or written; 2 wrong arguments, or a file is no list.");
+    "The key book lies beside the history, in the folder Quillmark in $XDG_DATA_HOME (or ~/.local/share). "
+    "A list is JSON, a recording, or TXT records as they stand in a zone file. What a file says is told as "
+    "what it is, and proves nothing by itself. Exit status: 0 done; 1 there is nothing of the kind, or "
+    "something could not be read or written; 2 wrong arguments, or a file is no list.");
 
 void addKeys(CLI::App& app, KeysCommand& keys) {
     CLI::App* command =
@@ -427,8 +415,7 @@ void addKeys(CLI::App& app, KeysCommand& keys) {
 
 constexpr const char* stampFooter = forHelp(
     "Nothing but the SHA-256 of the file is sent. The reply is kept beside it, as FILE.tsr; check --dns "
-    "looks at "
-    "it, without asking anybody. Exit status: 0 it is there; 1 it isn't; 2 wrong arguments.");
+    "looks at it, without asking anybody. Exit status: 0 it is there; 1 it isn't; 2 wrong arguments.");
 
 void addStamp(CLI::App& app, StampCommand& stamp) {
     CLI::App& command = *app.add_subcommand("stamp", "Have an authority sign that a recording exists now");
@@ -483,16 +470,6 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
     toTranslate("FILE"), toTranslate("LIST"),  toTranslate("KEY"),    toTranslate("TIME"),
     toTranslate("TONE"), toTranslate("TONES"), toTranslate("TYPE"),   toTranslate("NAMES"),
     toTranslate("PAIR"), toTranslate("VALUE"), toTranslate("NUMBER"), toTranslate("NAME")};
-
-HelpWords helpWords(const Reader& reader) {
-    return {.usage = reader.translate("Usage"),
-            .options = reader.translate("Options"),
-            .examples = reader.translate("Examples"),
-            .commands = reader.translate("Commands, each with a --help of its own"),
-            .anyCommand = reader.translate("COMMAND"),
-            .anyOptions = reader.translate("OPTIONS"),
-            .more = reader.translate("All options and exit statuses")};
-}
 
 /// An option's value and its choices, out of a name such as "TYPE:{rsa,ed25519}".
 void describeValue(const CLI::Option& option, OptionEntry& entry) {
@@ -550,6 +527,16 @@ CommandTable translated(CommandTable table, const Reader& reader) {
     for (CommandTable::Example& each : table.examples) translate(each.purpose);
     for (CommandTable& each : table.commands) each = translated(std::move(each), reader);
     return table;
+}
+
+HelpWords helpWords(const Reader& reader) {
+    return {.usage = reader.translate("Usage"),
+            .options = reader.translate("Options"),
+            .examples = reader.translate("Examples"),
+            .commands = reader.translate("Commands, each with a --help of its own"),
+            .anyCommand = reader.translate("COMMAND"),
+            .anyOptions = reader.translate("OPTIONS"),
+            .more = reader.translate("All options and exit statuses")};
 }
 
 void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {

@@ -9,6 +9,7 @@
 #include "CommandLine/SignCommands.h"
 #include "CommandLine/StampCommand.h"
 #include "Manual/CommandTable.h"
+#include "Manual/Help.h"
 
 namespace CLI {
 class App;
@@ -41,5 +42,7 @@ CommandTable tableOf(const CLI::App& app);
 
 /// Its texts in the reader's language, for `--help`.
 CommandTable translated(CommandTable table, const Reader& reader);
+/// What `--help` says besides.
+HelpWords helpWords(const Reader& reader);
 
 }  // namespace quillmark

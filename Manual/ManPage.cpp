@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "Manual/Help.h"
+#include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
 namespace quillmark {
 
@@ -34,12 +37,38 @@ std::string escaped(std::string_view text) {
     return out;
 }
 
+/// Whether it has letters as wide as two others, as Chinese and Japanese have.
+bool isWide(std::string_view text) {
+    while (!text.empty())
+        if (columnsOf(takeScalar(text)) == 2) return true;
+    return false;
+}
+
+/// In one line of its source, whose end would become a blank; a line of the page may end between the letters.
+std::string wideSentence(std::string_view text) {
+    std::string out = noRequest(text);
+    while (!text.empty()) {
+        const std::string_view word = takePiece(text, ' ');
+        bool isFirst = true;
+        for (const std::string_view piece : piecesOf(word)) {
+            if (!std::exchange(isFirst, false)) out += "\\:";
+            for (const char c : piece) addEscaped(c, out);
+        }
+        if (!text.empty()) out += ' ';
+    }
+    return out + "\n";
+}
+
 /// A sentence over lines of its source, none of which is a request.
 std::string sentence(std::string_view text) {
+    if (isWide(text)) return wideSentence(text);
     std::string out;
     for (const std::string& line : wrapped(text, 76)) out += escaped(line) + "\n";
     return out;
 }
+
+/// The same for what stands without its full stop.
+std::string closed(const std::string& text) { return sentence(text + (isWide(text) ? "。" : ".")); }
 
 /// A macro's one argument.
 std::string quoted(std::string_view text) {
@@ -69,25 +98,25 @@ std::string optionTerm(const OptionEntry& option) {
 std::string described(const CommandTable& command) {
     std::string text;
     for (const ArgumentEntry& each : command.arguments)
-        text += ".TP\n\\fI" + escaped(each.name) + "\\fR\n" + sentence(each.purpose + ".");
+        text += ".TP\n\\fI" + escaped(each.name) + "\\fR\n" + closed(each.purpose);
     for (const OptionEntry& each : command.options) {
         const bool isHelp = each.names.back() == "--help";  // of commands, too: said once is enough
         if (!isHelp || !command.sections.empty())
-            text += ".TP\n" + optionTerm(each) + "\n" + sentence(each.purpose + ".");
+            text += ".TP\n" + optionTerm(each) + "\n" + closed(each.purpose);
     }
     return text;
 }
 
 /// A heading for each command that does something, in the order they were defined.
-std::string commands(const CommandTable& command, const std::string& path) {
+std::string commands(const CommandTable& command, const std::string& path, const HelpWords& words) {
     std::string text;
     for (const CommandTable& each : command.commands) {
         const std::string name = path + " " + each.name;
-        text += ".SS " + quoted(usage(each, name)) + "\n" + sentence(each.purpose + ".");
+        text += ".SS " + quoted(usage(each, name, words)) + "\n" + closed(each.purpose);
         if (each.commands.empty()) text += described(each);
         if (!each.remarks.empty() && each.remarks != command.remarks)
             text += ".PP\n" + sentence(each.remarks);
-        text += commands(each, name);
+        text += commands(each, name, words);
     }
     return text;
 }
@@ -213,13 +242,15 @@ private:
 
 }  // namespace
 
-std::string manPage(const CommandTable& program, const std::string& version, const std::string& date) {
+std::string manPage(const CommandTable& program, const std::string& version, const std::string& date,
+                    const ManPageWords& words) {
     std::string text = title(program.name, "1", version, date);
-    text += ".SH NAME\n" + escaped(program.name) + " \\- find out who can be proven to have sent an email\n";
-    text += ".SH SYNOPSIS\n\\fB" + escaped(usage(program, program.name)) + "\\fR\n";
+    if (isWide(words.summary)) text += ".ad l\n";  // hardly a line has blanks that could become wider
+    text += ".SH NAME\n" + escaped(program.name) + " \\- " + escaped(words.summary) + "\n";
+    text += ".SH SYNOPSIS\n\\fB" + escaped(usage(program, program.name, words.usage)) + "\\fR\n";
     text += ".SH DESCRIPTION\n" + sentence(program.purpose);
     text += ".SH OPTIONS\n" + described(program);
-    if (!program.commands.empty()) text += ".SH COMMANDS\n" + commands(program, program.name);
+    if (!program.commands.empty()) text += ".SH COMMANDS\n" + commands(program, program.name, words.usage);
     if (!program.examples.empty()) text += ".SH EXAMPLES\n";
     for (const CommandTable::Example& each : program.examples)
         text += ".TP\n\\fB" + escaped(each.command) + "\\fR\n" + sentence(each.purpose);

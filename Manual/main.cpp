@@ -1,4 +1,5 @@
-// Writes a program's man page and completions into a folder, or the page about formats; part of the build.
+// Writes a program's man page, in each language, and completions into a folder, or the page about formats;
+// part of the build.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
@@ -11,6 +12,7 @@
 #include "Quillmark/DesktopOptions.h"
 #include "QuillmarkKit/Version.h"
 #include "Thunderbird/HostOptions.h"
+#include "Wording/Reader.h"
 
 namespace {
 
@@ -52,6 +54,17 @@ int main(int count, char** values) {
                                                       : hostTable();
     if (!write(folder + "/" + program + ".1", manPage(table, QUILLMARK_VERSION, values[3]))) return 1;
     if (!isTyped) return 0;
+    for (const Language language : allLanguages()) {
+        if (language == Language::english) continue;
+        const Reader reader{.language = language};
+        ManPageWords words{.summary = reader.translate("Find out who can be proven to have sent an email."),
+                           .usage = helpWords(reader)};
+        for (const std::string_view stop : {".", "。"}) {
+            if (words.summary.ends_with(stop)) words.summary.resize(words.summary.size() - stop.size());
+        }
+        const std::string page = manPage(translated(table, reader), QUILLMARK_VERSION, values[3], words);
+        if (!write(folder + "/" + program + "." + std::string(factsOf(language).code) + ".1", page)) return 1;
+    }
     const bool written = write(folder + "/" + program + ".bash", bashCompletion(table)) &&
                          write(folder + "/_" + program, zshCompletion(table)) &&
                          write(folder + "/" + program + ".fish", fishCompletion(table));

@@ -13,11 +13,10 @@ CommandTable hostTable() {
         {.names = {"--no-sandbox"}, .purpose = "Keep all rights while messages are read"}};
     table.sections = {
         {"PROTOCOL",
-         {"Requests come from standard input and answers go to standard output, each a length (four bytes in "
-          "the machine's order) and so many bytes of JSON. A request holds a message, and whether it is to "
-          "be "
-          "checked or handed to the window, quillmark-desktop. The program ends when its input ends, and "
-          "with the exit status 1 when a request is longer than 70 MB or is none.",
+         {"Requests come from standard input and answers go to standard output, each a length (four bytes "
+          "in the machine's order) and so many bytes of JSON. A request holds a message, and whether it is "
+          "to be checked or handed to the window, quillmark-desktop. The program ends when its input ends, "
+          "and with the exit status 1 when a request is longer than 70 MB or is none.",
           "It keeps nothing. Only names of domains leave the computer, as with quillmark(1)."}},
         {"ENVIRONMENT",
          {"TZ is the time zone; the language comes with each request. https_proxy or, without it, all_proxy "
@@ -25,8 +24,7 @@ CommandTable hostTable() {
           "on its way to the window, for its user alone, until that has read it."}},
         {"FILES",
          {"/usr/lib/mozilla/native-messaging-hosts/org.quillmark.thunderbird.json tells Thunderbird where "
-          "the "
-          "program lies, and which add-on may start it. ~/.config/quillmark/quillmark.conf holds the "
+          "the program lies, and which add-on may start it. ~/.config/quillmark/quillmark.conf holds the "
           "settings of quillmark-desktop, of which two hold here, too: who is asked for DNS records, and "
           "whether registries are asked how old domains are."}},
         {"SEE ALSO", {"quillmark(1), quillmark-desktop(1), thunderbird(1)."}},
