@@ -24,6 +24,9 @@ TEST(WindowBaseline, qtSpeaksTheLanguage) {
     EXPECT_EQ(QCoreApplication::translate("QPlatformTheme", "Cancel"), "Cancel");
     ASSERT_TRUE(translateQt("de")) << "Qt's translations are not installed";
     EXPECT_EQ(QCoreApplication::translate("QPlatformTheme", "Cancel"), "Abbrechen");
+    EXPECT_TRUE(translateQt("el"));  // Qt's own, or ours
+    EXPECT_NE(QCoreApplication::translate("QFileDialog", "Look in:"), "Look in:");
+    EXPECT_NE(QCoreApplication::translate("QFileDialog", "Look in:"), "Suchen in:");
     for (QTranslator* each : QCoreApplication::instance()->findChildren<QTranslator*>()) delete each;
 }
 
