@@ -36,36 +36,33 @@ SettingsView::SettingsView(const Choices& choices, const Words& words, QWidget* 
     m_scroller->setWidget(page);
     layout->addWidget(m_scroller, 1);
 
-    auto* age = new QCheckBox(words("Look up how old the sender’s domain is"));
-    add(age,
-        {words(
-            "Asks the domain’s registry (RDAP) when the From and Reply-To domains were registered, to flag "
-            "brand-new ones. Only the domain names are sent.")},
-        choices.checkDomainAge);
-    connect(age, &QCheckBox::toggled, this, &SettingsView::checkDomainAgeChanged);
-
+    const auto addChoice = [this](const QString& text, const QStringList& explanations, bool on,
+                                  void (SettingsView::*changed)(bool)) {
+        auto* box = new QCheckBox(text);
+        add(box, explanations, on);
+        connect(box, &QCheckBox::toggled, this, changed);
+    };
+    addChoice(
+        words("Look up how old the sender’s domain is"),
+        {words("Asks the domain’s registry (RDAP) when the From and Reply-To domains were registered, to "
+               "flag brand-new ones. Only the domain names are sent.")},
+        choices.checkDomainAge, &SettingsView::checkDomainAgeChanged);
     QStringList aboutHistory = {
         words("The history keeps the findings, From and Subject lines and file names on this Mac, never the "
               "message text. Nothing is uploaded."),
         words("When this is switched off, what was kept stays until you clear it.")};
     if (!choices.lockedHistory.isEmpty()) aboutHistory << choices.lockedHistory;
-    auto* history = new QCheckBox(words("Keep a history of checked messages"));
-    add(history, aboutHistory, choices.keepHistory);
-    connect(history, &QCheckBox::toggled, this, &SettingsView::keepHistoryChanged);
-
-    auto* keys = new QCheckBox(words("Remember the keys of senders"));
-    add(keys,
-        {words("Keeps the public keys that DNS gives during checks, so that a message can still be compared "
-               "with its sender’s key when DNS no longer has it. They stay on this computer.")},
-        choices.rememberKeys);
-    connect(keys, &QCheckBox::toggled, this, &SettingsView::rememberKeysChanged);
-
-    auto* newer = new QCheckBox(words("Judge DMARC by its rules of 2026 (RFC 9989)"));
-    add(newer,
-        {words("Most receivers still go by the older ones (RFC 7489). A report that is judged by the newer "
-               "ones says so.")},
-        choices.judgeByRFC9989);
-    connect(newer, &QCheckBox::toggled, this, &SettingsView::judgeByRFC9989Changed);
+    addChoice(words("Keep a history of checked messages"), aboutHistory, choices.keepHistory,
+              &SettingsView::keepHistoryChanged);
+    addChoice(
+        words("Remember the keys of senders"),
+        {words("Keeps the public keys that DNS gives during checks, so that a message can still be "
+               "compared with its sender’s key when DNS no longer has it. They stay on this computer.")},
+        choices.rememberKeys, &SettingsView::rememberKeysChanged);
+    addChoice(words("Judge DMARC by its rules of 2026 (RFC 9989)"),
+              {words("Most receivers still go by the older ones (RFC 7489). A report that is judged by the "
+                     "newer ones says so.")},
+              choices.judgeByRFC9989, &SettingsView::judgeByRFC9989Changed);
 
     addResolvers(choices.resolver);
 
