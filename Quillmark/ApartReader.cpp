@@ -120,7 +120,8 @@ Found ApartReader::found(const TalkPiece& piece) {
 }
 
 std::optional<Found> ApartReader::readAgain(const MessagePlace& place, const std::stop_token& stop) {
-    CheckRequest request(m_processes, [&stop] { return !stop.stop_requested(); });
+    CheckRequest request(m_processes, CheckProcesses::Kind::unused,
+                         [&stop] { return !stop.stop_requested(); });
     answer(request);
     const SentMessage there{.inside = place.inside, .number = place.number, .attached = place.attached};
     const auto piece = request.run(TalkKind::readAgain, packed(there));

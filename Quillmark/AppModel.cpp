@@ -166,7 +166,6 @@ void AppModel::refuse(std::string_view line) {
 UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     dismissProblem();
     if (sources.empty() || m_isFinished) return {};
-    if (m_running.empty()) m_checker.renew();
     std::vector<Row> rows;
     std::vector<Workers::Job> jobs;
     for (MessageSource& source : sources) {
@@ -198,7 +197,10 @@ void AppModel::recheck(UUID id) {
 }
 
 std::stop_token AppModel::begin(const UUID& id, const UUID& row) {
-    if (m_running.empty()) m_progress = {};
+    if (m_running.empty()) {
+        m_progress = {};
+        m_checker.renew();
+    }
     ++m_progress.all;
     Running running{.row = row, .number = ++m_number};
     std::stop_token stop = running.stop.get_token();

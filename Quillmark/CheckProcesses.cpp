@@ -66,12 +66,12 @@ void CheckProcesses::serve(const Channel& channel, const std::function<void(cons
     }
 }
 
-std::shared_ptr<CheckProcesses::Process> CheckProcesses::take() {
+std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
     const std::lock_guard lock(m_mutex);
-    if (!m_idle.empty()) {
+    while (kind == Kind::anyOfNow && !m_idle.empty()) {
         auto process = std::move(m_idle.back());
         m_idle.pop_back();
-        return process;
+        if (process->channel().isQuiet()) return process;  // else somebody has ended it meanwhile
     }
     const Channel& helper = m_helper.channel();
     char byte = 0;

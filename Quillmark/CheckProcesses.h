@@ -41,8 +41,10 @@ public:
         const std::size_t m_generation;
     };
 
-    /// One that nobody else has; null when the system allows none.
-    std::shared_ptr<Process> take();
+    /// One that nobody else has; null when the system allows none. One that has read nothing yet is for what
+    /// a person looks at, of which no message opened with it must tell.
+    enum class Kind { anyOfNow, unused };
+    std::shared_ptr<Process> take(Kind kind = Kind::anyOfNow);
     /// For others, when it has done what was asked and waits. One that isn't given back ends.
     void giveBack(std::shared_ptr<Process> process);
     /// Lets all go that were made before, as soon as they are given back: whatever one of them read must not

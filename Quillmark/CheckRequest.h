@@ -17,10 +17,13 @@ namespace quillmark {
 /// the talk, or isn't waited for any more, is ended.
 class CheckRequest {
 public:
-    /// Of any process, or of this one. `goesOn`: whether it is waited for, asked every
+    /// Of a process of this kind, or of this one. `goesOn`: whether it is waited for, asked every
     /// `CheckProcesses::watch`.
-    CheckRequest(CheckProcesses& processes, Channel::GoesOn goesOn)
-        : CheckRequest(processes, processes.take(), std::move(goesOn)) {}
+    CheckRequest(CheckProcesses& processes, CheckProcesses::Kind kind, Channel::GoesOn goesOn)
+        : m_processes(processes),
+          m_process(processes.take(kind)),
+          m_goesOn(std::move(goesOn)),
+          m_kind(kind) {}
     CheckRequest(CheckProcesses& processes, std::shared_ptr<CheckProcesses::Process> process,
                  Channel::GoesOn goesOn)
         : m_processes(processes), m_process(std::move(process)), m_goesOn(std::move(goesOn)) {}
@@ -40,7 +43,8 @@ public:
         if (piece.kind != TalkKind::done) return std::nullopt;
         try {
             auto values = unpacked<Values...>(piece.bytes);
-            m_processes.giveBack(std::move(m_process));
+            if (m_kind == CheckProcesses::Kind::anyOfNow) m_processes.giveBack(std::move(m_process));
+            m_process = nullptr;
             return values;
         } catch (const std::exception&) {
             return std::nullopt;
@@ -60,6 +64,7 @@ private:
     CheckProcesses& m_processes;
     std::shared_ptr<CheckProcesses::Process> m_process;
     const Channel::GoesOn m_goesOn;
+    const CheckProcesses::Kind m_kind = CheckProcesses::Kind::anyOfNow;
     std::map<TalkKind, Handler> m_handlers = {};
 };
 

@@ -54,7 +54,7 @@ Channel::GoesOn soon(const std::stop_token& stop = {}) {
 template <typename Value>
 std::optional<Value> madeApart(CheckProcesses& processes, TalkKind kind, std::string_view bytes,
                                const Channel::GoesOn& goesOn) {
-    CheckRequest request(processes, goesOn);
+    CheckRequest request(processes, CheckProcesses::Kind::unused, goesOn);
     const auto done = request.run(kind, bytes);
     return done ? request.outcome<Value>(*done) : std::nullopt;
 }
@@ -108,7 +108,8 @@ std::vector<SignedText> signedTexts(const CheckedMessage& checked, const ProofRe
         return signedTexts(foundIn(checked.source), Verifier(std::move(resolver)), report.fileName,
                            report.checkedAt, report.id, stop);
     CheckQuestions questions({.resolver = std::move(resolver)}, stop);
-    CheckRequest request(*checked.processes, [&stop] { return !stop.stop_requested(); });
+    CheckRequest request(*checked.processes, CheckProcesses::Kind::unused,
+                         [&stop] { return !stop.stop_requested(); });
     request.on(TalkKind::begin, [&](std::string_view, const Talk& talk) {
         questions.begin();
         talk.tell(TalkKind::answer, packed(BegunCheck{.id = report.id, .at = report.checkedAt}));
@@ -347,7 +348,8 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
         message.isBegun = false;
         if (!stop.stop_requested()) receiver(std::move(outcome));
     };
-    CheckRequest request(*m_processes, [&stop] { return !stop.stop_requested(); });
+    CheckRequest request(*m_processes, CheckProcesses::Kind::anyOfNow,
+                         [&stop] { return !stop.stop_requested(); });
     request.on(TalkKind::begin, [&](std::string_view bytes, const Talk& talk) {
         auto [attached] = unpacked<std::vector<std::size_t>>(bytes);
         placeOfAttached(attached);
@@ -431,7 +433,7 @@ Found MessageChecker::readAgainApart(const MessageSource& source, const std::sto
 
 MessageChecker::Pasted MessageChecker::pasted(std::string_view text) const {
     if (m_processes) {
-        CheckRequest request(*m_processes, soon());
+        CheckRequest request(*m_processes, CheckProcesses::Kind::unused, soon());
         const auto done = request.run(TalkKind::pasted, text);
         auto outcome =
             done ? request.outcomes<ByteBuffer, std::optional<DroppedLines>, std::optional<Refusal>>(*done)

@@ -93,6 +93,11 @@ bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
     return false;
 }
 
+bool Channel::isQuiet() const {
+    char byte = 0;
+    return ::recv(m_descriptor, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
 void Channel::setPatience(std::chrono::milliseconds time) const {
     timeval value = {};
     value.tv_sec = static_cast<time_t>(time.count() / 1000);

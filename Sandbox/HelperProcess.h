@@ -28,6 +28,9 @@ public:
     /// The file that came with the bytes, which is the caller's, or -1. Further files are closed.
     bool receiveWith(int& file, void* bytes, std::size_t size) const;
 
+    /// Whether the other end is there and has sent nothing.
+    bool isQuiet() const;
+
     /// How long it waits for the other end at a time; for ever until it is set.
     void setPatience(std::chrono::milliseconds time) const;
 
