@@ -28,26 +28,20 @@ std::uint64_t hashOf(std::string_view name) {
 
 /// Takes the line at the front: LF, VT, FF, CR, U+0085, U+2028 and U+2029 end one.
 std::string_view takeLine(std::string_view& rest) {
-    const std::size_t lineFeed = std::min(rest.find('\n'), rest.size());
-    for (std::size_t i = 0; i < lineFeed; ++i) {
-        const auto c = static_cast<unsigned char>(rest[i]);
-        std::size_t length = 0;
-        if (c > '\r' && c < 0x80) continue;
-        if (c >= '\n' && c <= '\r') {
-            length = 1;
-        } else if (c == 0xC2 && rest.substr(i).starts_with("\u0085")) {
-            length = 2;
-        } else if (c == 0xE2 &&
-                   (rest.substr(i).starts_with("\u2028") || rest.substr(i).starts_with("\u2029"))) {
-            length = 3;
-        }
-        if (length == 0) continue;
-        const std::string_view line = rest.substr(0, i);
-        rest.remove_prefix(i + length);
-        return line;
+    std::size_t end = std::min(rest.find('\n'), rest.size()), length = 1;
+    // Whether any of the others may stand in it, without a branch: nearly all lines have plain letters.
+    unsigned char other = 0;
+    for (const char c : rest.substr(0, end))
+        other = static_cast<unsigned char>(other | (c < 0) | (c >= '\v' && c <= '\r'));
+    for (std::size_t i = 0; other != 0 && i < end; ++i) {
+        const std::string_view from = rest.substr(i);
+        const bool isThree = from.starts_with("\u2028") || from.starts_with("\u2029");
+        if (!isThree && !from.starts_with("\u0085") && !(rest[i] >= '\v' && rest[i] <= '\r')) continue;
+        length = isThree ? 3 : from.starts_with("\u0085") ? 2 : 1;
+        end = i;
     }
-    const std::string_view line = rest.substr(0, lineFeed);
-    rest.remove_prefix(std::min(lineFeed + 1, rest.size()));
+    const std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + length, rest.size()));
     return line;
 }
 
@@ -89,10 +83,12 @@ void PublicSuffixList::read(std::string_view text) {
     while (!text.empty()) {
         std::string_view line = takeLine(text);
         line = line.substr(0, line.find(' '));
-        if (line.empty() || line.starts_with("//")) continue;
-        if (line.starts_with('!')) {
+        if (line.empty()) continue;
+        const char front = line.front();
+        if (front == '/' && line.starts_with("//")) continue;
+        if (front == '!') {
             add(line.substr(1), exception);
-        } else if (line.starts_with("*.")) {
+        } else if (front == '*' && line.starts_with("*.")) {
             add(line.substr(2), wildcard);
         } else {
             add(line, rule);
