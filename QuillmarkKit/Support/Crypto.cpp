@@ -128,25 +128,6 @@ std::string paddedDigest(HashAlgorithm algorithm, std::string_view digest, std::
     return "\x00\x01"s + std::string(size - block.size() - 3, '\xFF') + '\0' + block;
 }
 
-/// `base` to the power of an odd exponent that is not 1. The last multiplication, by the base as it is, ends
-/// the Montgomery form, so nothing else has to.
-bool raise(BIGNUM* result, const BIGNUM* base, const BIGNUM* exponent, BN_MONT_CTX* reduction,
-           BN_CTX* context) {
-    const Bignum factor(BN_new());
-    if (!factor || BN_to_montgomery(factor.get(), base, reduction, context) != 1 ||
-        !BN_copy(result, factor.get())) {
-        return false;
-    }
-    for (int bit = BN_num_bits(exponent) - 2; bit >= 0; --bit) {
-        if (BN_mod_mul_montgomery(result, result, result, reduction, context) != 1) return false;
-        if (BN_is_bit_set(exponent, bit) &&
-            BN_mod_mul_montgomery(result, result, bit > 0 ? factor.get() : base, reduction, context) != 1) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool mayBeUsed(const BIGNUM* modulus, const BIGNUM* exponent) {
     return BN_is_odd(modulus) && BN_num_bits(modulus) <= mostModulusBits && BN_is_odd(exponent) &&
            !BN_is_one(exponent) && BN_num_bits(exponent) <= mostExponentBits && BN_num_bits(modulus) > 1;
@@ -191,7 +172,8 @@ std::optional<std::string> RSAPublicKey::recoverDigest(HashAlgorithm algorithm,
     const Bignum result(BN_new());
     if (!context || !base || !result || BN_cmp(base.get(), m_key->modulus.get()) >= 0) return std::nullopt;
     std::string block(expected.size(), '\0');
-    if (!raise(result.get(), base.get(), m_key->exponent.get(), m_key->reduction.get(), context.get()) ||
+    if (BN_mod_exp_mont(result.get(), base.get(), m_key->exponent.get(), m_key->modulus.get(), context.get(),
+                        m_key->reduction.get()) != 1 ||
         BN_bn2binpad(result.get(), reinterpret_cast<unsigned char*>(block.data()),
                      static_cast<int>(block.size())) <= 0) {
         return std::nullopt;
