@@ -467,9 +467,11 @@ void addHistory(CLI::App& app, HistoryCommand& history) {
 
 /// What values are called in the help.
 [[maybe_unused]] constexpr std::array valueNames = {
-    toTranslate("FILE"), toTranslate("LIST"),  toTranslate("KEY"),    toTranslate("TIME"),
-    toTranslate("TONE"), toTranslate("TONES"), toTranslate("TYPE"),   toTranslate("NAMES"),
-    toTranslate("PAIR"), toTranslate("VALUE"), toTranslate("NUMBER"), toTranslate("NAME")};
+    toTranslate("FILE"),   toTranslate("LIST"),    toTranslate("KEY"),    toTranslate("TIME"),
+    toTranslate("TONE"),   toTranslate("TONES"),   toTranslate("TYPE"),   toTranslate("NAMES"),
+    toTranslate("PAIR"),   toTranslate("VALUE"),   toTranslate("NUMBER"), toTranslate("NAME"),
+    toTranslate("FOLDER"), toTranslate("SECONDS"), toTranslate("DOMAIN"), toTranslate("SELECTOR"),
+    toTranslate("TEXT"),   toTranslate("BITS")};
 
 /// An option's value and its choices, out of a name such as "TYPE:{rsa,ed25519}".
 void describeValue(const CLI::Option& option, OptionEntry& entry) {
