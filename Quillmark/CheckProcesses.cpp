@@ -33,9 +33,14 @@ CheckProcesses::Process::~Process() {
 }
 
 CheckProcesses::CheckProcesses(std::function<void(const Channel&)> work)
-    : m_helper([work = std::move(work)](const Channel& channel) { serve(channel, work); }) {}
+    : m_helper([work = std::move(work)](const Channel& channel) { serve(channel, work); }) {
+    order();
+}
 
-CheckProcesses::~CheckProcesses() = default;
+void CheckProcesses::order() {
+    const char wanted = 0;
+    m_isOrdered = m_helper.channel().send(&wanted, sizeof wanted);
+}
 
 void CheckProcesses::serve(const Channel& channel, const std::function<void(const Channel&)>& work) {
     ::signal(SIGCHLD, SIG_IGN);  // nobody waits for them
@@ -76,8 +81,12 @@ std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
     const Channel& helper = m_helper.channel();
     char byte = 0;
     int channel = -1, handle = -1;
-    if (!helper.send(&byte, 1) || !helper.receiveWith(channel, &byte, 1)) return nullptr;
-    if (!helper.receiveWith(handle, &byte, 1) || channel < 0) return nullptr;
+    if (!m_isOrdered) order();
+    if (!std::exchange(m_isOrdered, false) || !helper.receiveWith(channel, &byte, sizeof byte))
+        return nullptr;
+    const bool hasBoth = helper.receiveWith(handle, &byte, sizeof byte);
+    if (hasBoth) order();
+    if (channel < 0) return nullptr;
     auto process = std::make_shared<Process>(channel, handle, m_generation);
     process->channel().setPatience(watch);
     return process;

@@ -18,7 +18,6 @@ public:
     /// Starts the process that makes them, which ends with this one. While there is one thread. `work` is
     /// what they do once they are restricted.
     explicit CheckProcesses(std::function<void(const Channel&)> work);
-    ~CheckProcesses();
     CheckProcesses(const CheckProcesses&) = delete;
     CheckProcesses& operator=(const CheckProcesses&) = delete;
 
@@ -57,7 +56,11 @@ public:
 private:
     static void serve(const Channel& channel, const std::function<void(const Channel&)>& work);
 
+    /// Has the next one made, so that it is there when it is wanted.
+    void order();
+
     std::mutex m_mutex = {};
+    bool m_isOrdered = false;
     std::size_t m_generation = 0;
     std::vector<std::shared_ptr<Process>> m_idle = {};
     const HelperProcess m_helper;

@@ -46,23 +46,23 @@ FoundMessage foundMessage(const SentMessage& sent, const MessagePlace& file) {
     return found;
 }
 
-bool Talk::tell(TalkKind kind, std::string_view bytes, int file, const Channel::GoesOn& goesOn) const {
+bool Talk::tell(TalkKind kind, std::string_view bytes, int file) const {
     const Head head{static_cast<std::uint32_t>(kind), file >= 0 ? 1U : 0U, bytes.size()};
     if (file >= 0 && !m_channel.sendWith(file, &head, sizeof head)) return false;
     if (file < 0 && bytes.size() <= sentTogether) {
         std::string together(reinterpret_cast<const char*>(&head), sizeof head);
         together += bytes;
-        return m_channel.send(together.data(), together.size(), goesOn);
+        return m_channel.send(together.data(), together.size(), m_goesOn);
     }
-    if (file < 0 && !m_channel.send(&head, sizeof head, goesOn)) return false;
-    return m_channel.send(bytes.data(), bytes.size(), goesOn);
+    if (file < 0 && !m_channel.send(&head, sizeof head, m_goesOn)) return false;
+    return m_channel.send(bytes.data(), bytes.size(), m_goesOn);
 }
 
-std::optional<TalkPiece> Talk::hear(Files files, const Channel::GoesOn& goesOn) const {
+std::optional<TalkPiece> Talk::hear(Files files) const {
     TalkPiece piece;
     Head head;
     const bool isHere = files == Files::taken ? m_channel.receiveWith(piece.file, &head, sizeof head)
-                                              : m_channel.receive(&head, sizeof head, goesOn);
+                                              : m_channel.receive(&head, sizeof head, m_goesOn);
     if (!isHere || head.size > largestPiece || head.kind > static_cast<std::uint32_t>(TalkKind::answer))
         return std::nullopt;
     piece.kind = static_cast<TalkKind>(head.kind);
@@ -70,7 +70,7 @@ std::optional<TalkPiece> Talk::hear(Files files, const Channel::GoesOn& goesOn) 
     for (std::size_t size = 0, room = firstRoom; size < head.size; room *= 2) {
         const std::size_t more = std::min<std::size_t>(head.size, room);
         piece.bytes.resize(more);
-        if (!m_channel.receive(piece.bytes.data() + size, more - size, goesOn)) return std::nullopt;
+        if (!m_channel.receive(piece.bytes.data() + size, more - size, m_goesOn)) return std::nullopt;
         size = more;
     }
     return piece;

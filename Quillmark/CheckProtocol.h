@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "Quillmark/Wire.h"
@@ -216,17 +217,19 @@ constexpr std::size_t largestPiece = 4 * largestMessage;
 /// One end of a talk.
 class Talk {
 public:
-    explicit Talk(const Channel& channel) : m_channel(channel) {}
+    /// `goesOn`: whether the other end is waited for; without it always.
+    explicit Talk(const Channel& channel, Channel::GoesOn goesOn = {})
+        : m_channel(channel), m_goesOn(std::move(goesOn)) {}
     /// False when the other end has gone, or is not waited for.
-    bool tell(TalkKind kind, std::string_view bytes = {}, int file = -1,
-              const Channel::GoesOn& goesOn = {}) const;
+    bool tell(TalkKind kind, std::string_view bytes = {}, int file = -1) const;
     /// Nothing for the same reasons, or when what comes is too large. Takes no more memory than twice what
     /// has come. `takesFiles`: whether a file may come with it, which only a process needs.
     enum class Files { refused, taken };
-    std::optional<TalkPiece> hear(Files files, const Channel::GoesOn& goesOn = {}) const;
+    std::optional<TalkPiece> hear(Files files) const;
 
 private:
     const Channel& m_channel;
+    const Channel::GoesOn m_goesOn;
 };
 
 }  // namespace quillmark

@@ -17,11 +17,11 @@ void CheckRequest::answer(CheckQuestions& questions) {
 
 std::optional<TalkPiece> CheckRequest::run(TalkKind kind, std::string_view bytes) {
     if (!m_process) return std::nullopt;
-    const Talk talk(m_process->channel());
+    const Talk talk(m_process->channel(), m_goesOn);
     try {
-        bool isTold = talk.tell(kind, bytes, -1, m_goesOn);
+        bool isTold = talk.tell(kind, bytes);
         while (isTold) {
-            auto piece = talk.hear(Talk::Files::refused, m_goesOn);
+            auto piece = talk.hear(Talk::Files::refused);
             if (!piece) break;
             const auto handler = m_handlers.find(piece->kind);
             if (handler == m_handlers.end()) return piece;

@@ -760,11 +760,11 @@ TEST(AppModel, quittingAtRandomMoments) {
         desk.surroundings.resolver = resolver;
         if (left % 2 == 0) resolver->gate.open();  // else answers come, if at all, in the middle
         AppModel& model = desk.start();
-        QElapsedTimer timer;
-        timer.start();
-        const auto runsFor = static_cast<qint64>(random() % 40);
+        const auto runsFor = static_cast<qint64>(random() % 80);
         for (int i = 0; i < 3; ++i) model.paste(mail);
         model.openFiles(files);
+        QElapsedTimer timer;
+        timer.start();
         while (timer.elapsed() < runsFor) QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
         if (left % 3 == 0) resolver->gate.open();
         timer.restart();
