@@ -20,7 +20,7 @@ std::optional<TalkPiece> CheckRequest::run(TalkKind kind, std::string_view bytes
     const Talk talk(m_process->channel(), m_goesOn);
     try {
         bool isTold = talk.tell(kind, bytes);
-        while (isTold) {
+        while (isTold && m_goesOn()) {
             auto piece = talk.hear(Talk::Files::refused);
             if (!piece) break;
             const auto handler = m_handlers.find(piece->kind);

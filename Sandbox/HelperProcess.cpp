@@ -32,6 +32,7 @@ bool Channel::send(const void* bytes, std::size_t size, const GoesOn& goesOn) co
         if (count < 0) return false;
         rest += count;
         size -= static_cast<std::size_t>(count);
+        if (size > 0 && goesOn && !goesOn()) return false;  // however little moves at a time
     }
     return true;
 }
@@ -44,6 +45,7 @@ bool Channel::receive(void* bytes, std::size_t size, const GoesOn& goesOn) const
         if (count <= 0) return false;
         rest += count;
         size -= static_cast<std::size_t>(count);
+        if (size > 0 && goesOn && !goesOn()) return false;
     }
     return true;
 }

@@ -15,7 +15,7 @@ public:
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    /// Whether to wait on; asked whenever the patience is over.
+    /// Whether to go on; asked between pieces, and whenever the patience is over.
     using GoesOn = std::function<bool()>;
 
     /// All of the bytes. False, with `errno`, when the other end has gone, or when nothing moved and it was

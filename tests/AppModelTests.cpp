@@ -855,6 +855,13 @@ void serveHostile(const Channel& channel, std::atomic<int>* readings) {
             const auto begun = (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())),
                                 talk.hear(Talk::Files::taken));
             if (begun) report({.id = UUID::random(), .checkedAt = now});
+        } else if (says("no end")) {
+            while (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())))
+                talk.hear(Talk::Files::taken);
+        } else if (says("by drops")) {
+            const std::uint64_t head[] = {static_cast<std::uint64_t>(TalkKind::report), 1'000'000};
+            channel.send(head, sizeof head);
+            while (channel.send("", 1)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
         } else if (says("early end")) {
             talk.tell(TalkKind::done);
         } else {
@@ -893,7 +900,14 @@ TEST(AppModel, aProcessThatEndsOrLiesIsOneProblem) {
     for (const std::string& name : names(model)) checked.insert(name);
     EXPECT_EQ(checked.size(), 12u) << "eleven messages, and the mailbox";
     EXPECT_FALSE(checked.contains("box, message 4"));
+    for (const char* says : {"no end", "by drops"}) model.checkData(ByteBuffer(message(says)));
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 200) QCoreApplication::processEvents();
+    EXPECT_TRUE(model.busy());
+    model.cancelAll();
     model.finish();
+    EXPECT_LT(timer.elapsed(), 10'000) << "Stop ends what would never end";
     EXPECT_EQ(desk.history().load(now).reports.size(), 11u);
 }
 
