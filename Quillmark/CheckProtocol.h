@@ -91,21 +91,21 @@ struct SentAnswer {
 // How all of it is packed.
 
 template <>
-constexpr std::size_t enumeratorsOf<ParseMode> = 2;
+inline constexpr std::size_t enumeratorsOf<ParseMode> = 2;
 template <>
-constexpr std::size_t enumeratorsOf<PackedForm> = 13;
+inline constexpr std::size_t enumeratorsOf<PackedForm> = 13;
 template <>
-constexpr std::size_t enumeratorsOf<ArchiveFault> = 4;
+inline constexpr std::size_t enumeratorsOf<ArchiveFault> = 4;
 template <>
-constexpr std::size_t enumeratorsOf<Undoing> = 2;
+inline constexpr std::size_t enumeratorsOf<Undoing> = 2;
 template <>
-constexpr std::size_t enumeratorsOf<DMARCRules> = 2;
+inline constexpr std::size_t enumeratorsOf<DMARCRules> = 2;
 template <>
-constexpr std::size_t enumeratorsOf<PageText::Line::Kind> = 4;
+inline constexpr std::size_t enumeratorsOf<PageText::Line::Kind> = 4;
 template <>
-constexpr std::size_t enumeratorsOf<SignedText::Field::Kind> = 3;
+inline constexpr std::size_t enumeratorsOf<SignedText::Field::Kind> = 3;
 template <>
-constexpr std::size_t enumeratorsOf<SignedText::Block::Kind> = 6;
+inline constexpr std::size_t enumeratorsOf<SignedText::Block::Kind> = 6;
 
 template <typename T, typename... Members>
 constexpr auto packedFields(Members T::*... members) {
