@@ -26,6 +26,15 @@ void ApartReader::answer(CheckRequest& request) {
     });
 }
 
+void ApartReader::begun(CheckRequest& request) {
+    if (m_isPipe) {
+        m_process = request.keep();
+        return;
+    }
+    m_processes.giveBack(request.keep());
+    m_isReopened = m_isAtFile;
+}
+
 void ApartReader::giveFile(const Talk& talk) {
     MailFiles::File file{.isOnly = m_isOnly};
     if (std::exchange(m_isReopened, false)) {

@@ -28,8 +28,9 @@ public:
 
     /// Hands a request the files that it asks for.
     void answer(CheckRequest& request);
-    /// From now on this process reads, which has been asked for `TalkKind::open`.
-    void goOn(std::shared_ptr<CheckProcesses::Process> process) { m_process = std::move(process); }
+    /// That there may be several messages, as a process says that was asked for `TalkKind::open`. It is given
+    /// back, as this may have to wait for its turn: a file is opened again then. Of a pipe it goes on.
+    void begun(CheckRequest& request);
 
 private:
     void giveFile(const Talk& talk);

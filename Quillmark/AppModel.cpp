@@ -25,7 +25,8 @@ constexpr std::chrono::milliseconds turnOfReading{100};
 constexpr std::uint64_t mostReadToCount = 1'000'000'000;
 /// Files of one drop that are read at the drop, all together, in bytes: so little takes no time.
 constexpr std::uintmax_t mostReadAtDrop = 16'000'000;
-constexpr std::size_t mostRemovals = 100;  // that can be undone
+constexpr std::size_t mailboxesAtOnce = 16;  // of each, a process reads
+constexpr std::size_t mostRemovals = 100;    // that can be undone
 
 }  // namespace
 
@@ -227,17 +228,26 @@ MessageChecker::Receiver AppModel::receiver(const UUID& check, std::size_t numbe
 // Mailboxes
 
 void AppModel::beginReading(const UUID& check, const std::shared_ptr<OpenMailbox>& mailbox) {
-    const auto found = m_running.find(check);
-    if (found == m_running.end()) return;  // cancelled
-    Running& running = found->second;
-    running.readers = checksAtOnce;
-    running.mailbox = mailbox;
-    m_reading.insert(check);
-    std::vector<Workers::Job> jobs;
-    jobs.reserve(checksAtOnce);
-    for (std::size_t i = 0; i < checksAtOnce; ++i)
-        jobs.push_back(read(check, mailbox, running.stop.get_token()));
-    m_workers.add(std::move(jobs));
+    m_waiting.emplace_back(check, mailbox);
+    readWaiting();
+}
+
+void AppModel::readWaiting() {
+    while (!m_waiting.empty() && m_reading.size() < mailboxesAtOnce) {
+        const auto [check, mailbox] = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        const auto found = m_running.find(check);
+        if (found == m_running.end()) continue;  // cancelled
+        Running& running = found->second;
+        running.readers = checksAtOnce;
+        running.mailbox = mailbox;
+        m_reading.insert(check);
+        std::vector<Workers::Job> jobs;
+        jobs.reserve(checksAtOnce);
+        for (std::size_t i = 0; i < checksAtOnce; ++i)
+            jobs.push_back(read(check, mailbox, running.stop.get_token()));
+        m_workers.add(std::move(jobs));
+    }
 }
 
 Workers::Job AppModel::read(const UUID& check, std::shared_ptr<OpenMailbox> mailbox,
@@ -262,6 +272,7 @@ void AppModel::takeOutcomes() {
         const auto found = m_running.find(check);
         if (found != m_running.end() && --found->second.readers == 0) endCheck(check, burst);
     }
+    readWaiting();
     if (burst.changes.empty() && !burst.hasReports && burst.problem.number == 0) return;
     change([&](Session& session) {
         for (auto& [mailbox, rows] : burst.found) session.insert(mailbox, std::move(rows));
@@ -280,6 +291,7 @@ void AppModel::take(Piece& piece, Burst& burst) {
     if (piece.outcome.isOutermost) ++running.outer;
     if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
         ++running.refused;
+        if (std::holds_alternative<Refusal::Ended>(refusal->value)) ++running.ended;
         running.refusal = problemLine(*refusal, piece.outcome.place.name(), m_reader);
         burst.tell(running.number, running.refusal);
     } else {
@@ -329,14 +341,16 @@ void AppModel::endCheck(const UUID& check, Burst& burst) {
     }
     const auto found = burst.found.find(done.row);  // which its row does not count yet
     if (found != burst.found.end()) own.found += found->second.size();
-    own.isDone = wasMailbox && own.found > 1;
+    own.isDone = wasMailbox && own.found > 1 && done.ended == 0;
+    if (wasMailbox && own.found > 0 && done.ended > 0)
+        own.stopped = {.checked = done.outer - std::min(done.ended, done.outer)};
     burst.changes.emplace(done.row, withoutCheck(std::move(own)));
 }
 
 // Rows
 
 std::optional<AppModel::Row> AppModel::withoutCheck(Row row) {
-    if (!row.report && !row.isDone) return std::nullopt;
+    if (!row.report && !row.isDone && !row.stopped) return std::nullopt;
     row.isRunning = false;
     return row;
 }
@@ -358,11 +372,13 @@ void AppModel::cancel(UUID id) {
     const auto check = m_runningByRow.find(id);
     if (check == m_runningByRow.end()) return;
     change(Session::Changes{{id, end(check->second)}});
+    readWaiting();
     emit progressChanged();
 }
 
 void AppModel::cancelAll() {
     if (m_running.empty()) return;
+    m_waiting.clear();
     Session::Changes changes;
     while (!m_running.empty()) {
         const UUID check = m_running.begin()->first, row = m_running.begin()->second.row;

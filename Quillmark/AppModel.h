@@ -191,6 +191,7 @@ private:
         std::size_t found = 0, refused = 0;  // messages
         std::string refusal = {};            // of the last of them, in a line
         std::size_t outer = 0;               // messages without those attached inside others
+        std::size_t ended = 0;               // of these, those whose process has ended
         std::shared_ptr<OpenMailbox> mailbox = {};
         std::uint64_t bytesRead = 0;
     };
@@ -232,6 +233,8 @@ private:
     /// Takes messages out of a mailbox for a while, and then hands itself in again.
     Workers::Job read(const UUID& check, std::shared_ptr<OpenMailbox> mailbox, const std::stop_token& stop);
     void beginReading(const UUID& check, const std::shared_ptr<OpenMailbox>& mailbox);
+    /// Begins with mailboxes that wait, as far as others have ended.
+    void readWaiting();
     /// Hands what comes of a check's messages to the main thread.
     MessageChecker::Receiver receiver(const UUID& check, std::size_t number = 0, std::uint64_t bytesRead = 0);
     void takeOutcomes();
@@ -274,7 +277,8 @@ private:
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
-    std::set<UUID> m_reading = {};          // those of them that are mailboxes
+    std::set<UUID> m_reading = {};  // those of them that are mailboxes
+    std::deque<std::pair<UUID, std::shared_ptr<OpenMailbox>>> m_waiting = {};  // to be
     std::stop_source m_counting = {};       // of mailboxes that were stopped
     std::vector<Piece> m_pieces = {};       // not yet taken
     std::vector<UUID> m_endedReaders = {};  // the same: the mailbox's check, for each

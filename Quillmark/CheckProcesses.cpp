@@ -86,7 +86,10 @@ std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
         return nullptr;
     const bool hasBoth = helper.receiveWith(handle, &byte, sizeof byte);
     if (hasBoth) order();
-    if (channel < 0) return nullptr;
+    if (channel < 0) {
+        if (handle >= 0) ::close(handle);
+        return nullptr;
+    }
     auto process = std::make_shared<Process>(channel, handle, m_generation);
     process->channel().setPatience(watch);
     return process;

@@ -216,7 +216,12 @@ void MessageChecker::checkAgain(const MessageSource& source, const UUID& id, con
 }
 
 void MessageChecker::check(Found found, const std::stop_token& stop, const Receiver& receiver) const {
-    walk(std::move(found), UUID::random(), true, stop, receiver);
+    const MessagePlace place = placeOf(found);
+    try {
+        walk(std::move(found), UUID::random(), true, stop, receiver);
+    } catch (const std::exception& error) {
+        receiver({place, unreadable(error), true, true});
+    }
 }
 
 std::optional<MessageChecker::Next> MessageChecker::next(OpenMailbox& mailbox,
@@ -352,6 +357,8 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
                          [&stop] { return !stop.stop_requested(); });
     request.on(TalkKind::begin, [&](std::string_view bytes, const Talk& talk) {
         auto [attached] = unpacked<std::vector<std::size_t>>(bytes);
+        // Each message has names that may be asked for.
+        if (message.isBegun) throw DecodingError("a message before the end of another");
         placeOfAttached(attached);
         questions.begin();
         message = {true, std::move(attached), told == 0 ? id : UUID::random(), m_now()};
@@ -386,7 +393,7 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
     const auto end = request.run(asked.kind, asked.bytes);
     const bool hasSeveral = end && end->kind == TalkKind::several && asked.files && told == 0;
     if (hasSeveral) {
-        asked.files->goOn(request.keep());
+        asked.files->begun(request);
         return TalkKind::several;
     }
     const bool isDone = end && request.isWhole(*end) && isLastTold;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -146,7 +147,7 @@ public:
             return static_cast<T>(value);
         } else if constexpr (isTime<T>) {
             const auto value = static_cast<std::int64_t>(number());
-            // As in JSON; what is near the ends would run over when it is reckoned with.
+            // As in JSON, so that each time that a report may have comes over.
             if (value > latestTime || value < -latestTime) fail("a time out of range");
             return T(std::chrono::milliseconds(value));
         } else if constexpr (isOptional<T>) {
@@ -178,7 +179,9 @@ public:
     [[noreturn]] static void fail(const char* what) { throw DecodingError(what); }
 
 private:
-    static constexpr std::int64_t latestTime = 4'000'000'000'000'000;  // milliseconds
+    /// In milliseconds; what is nearer the ends runs over when it is counted from `referenceDate`.
+    static constexpr std::int64_t latestTime =
+        std::numeric_limits<std::int64_t>::max() - 2 * referenceDate.time_since_epoch().count();
 
     template <std::size_t index, typename T>
     void readCase(std::uint64_t number, T& value) {

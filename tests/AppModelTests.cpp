@@ -855,8 +855,14 @@ void serveHostile(const Channel& channel, std::atomic<int>* readings) {
             const auto begun = (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())),
                                 talk.hear(Talk::Files::taken));
             if (begun) report({.id = UUID::random(), .checkedAt = now});
+        } else if (says("begins")) {
+            while (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())) &&
+                   talk.hear(Talk::Files::taken)) {
+            }
         } else if (says("no end")) {
-            while (talk.tell(TalkKind::begin, packed(std::vector<std::size_t>())))
+            talk.tell(TalkKind::begin, packed(std::vector<std::size_t>()));
+            talk.hear(Talk::Files::taken);
+            while (talk.tell(TalkKind::mayKnow, packed(std::string_view("a"), 16)))
                 talk.hear(Talk::Files::taken);
         } else if (says("by drops")) {
             const std::uint64_t head[] = {static_cast<std::uint64_t>(TalkKind::report), 1'000'000};
@@ -880,7 +886,8 @@ TEST(AppModel, aProcessThatEndsOrLiesIsOneProblem) {
     const auto message = [](std::string_view says) {
         return "From: a@b.example\r\nSubject: s\r\n\r\n" + std::string(says) + "\r\n";
     };
-    for (const char* says : {"die", "many bytes", "no report", "not begun", "another", "early end"}) {
+    for (const char* says :
+         {"die", "many bytes", "no report", "not begun", "another", "begins", "early end"}) {
         SCOPED_TRACE(says);
         const std::string bytes = message(says);
         model.checkData(ByteBuffer(bytes), "one.eml");
@@ -900,6 +907,7 @@ TEST(AppModel, aProcessThatEndsOrLiesIsOneProblem) {
     for (const std::string& name : names(model)) checked.insert(name);
     EXPECT_EQ(checked.size(), 12u) << "eleven messages, and the mailbox";
     EXPECT_FALSE(checked.contains("box, message 4"));
+    EXPECT_EQ(model.session().front().stopped, StoppedMailbox{.checked = 11}) << "not to the end";
     for (const char* says : {"no end", "by drops"}) model.checkData(ByteBuffer(message(says)));
     QElapsedTimer timer;
     timer.start();

@@ -40,6 +40,14 @@ TEST(CheckProcesses, mayDoNothing) {
     }
 }
 
+/// A sender may write any time into a signature.
+TEST(CheckProtocol, timesOfAnyReport) {
+    for (const std::int64_t seconds : {-99'999'999'999'999, std::int64_t{0}, 99'999'999'999'999}) {
+        const Date time{std::chrono::seconds(seconds)};
+        EXPECT_EQ(std::get<0>(unpacked<Date>(packed(time))), time) << seconds;
+    }
+}
+
 TEST(CheckQuestions, boundTheNamesOfAMessage) {
     const auto isAnswered = [](CheckQuestions& questions, const std::string& name) {
         const std::string question = packed(std::string_view(name), 16, std::int64_t{1} << 60);

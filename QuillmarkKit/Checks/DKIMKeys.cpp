@@ -159,7 +159,7 @@ std::optional<RSAPublicKey> ParsedKeys::rsa(std::string_view publicKey) {
         }
     }
     auto key = RSAPublicKey::fromPKCS1(rsaKeyBytes(publicKey));
-    if (key && key->blockSize() * 8 <= mostBits) {
+    if (key && key->blockSize() * 8 <= mostBits && publicKey.size() <= longest) {
         Keys made;
         made.emplace(publicKey, *key);
         const std::lock_guard lock(m_mutex);

@@ -80,6 +80,8 @@ public:
     static constexpr std::size_t mostKeys = 2048;
     /// Larger keys, which nobody uses for mail, aren't kept.
     static constexpr std::size_t mostBits = 4096;
+    /// Nor those with more bytes than such a key has, which some are published with.
+    static constexpr std::size_t longest = 1024;
 
     /// The key of a record's bytes; nothing where `RSAPublicKey` refuses them.
     std::optional<RSAPublicKey> rsa(std::string_view publicKey);
