@@ -288,10 +288,12 @@ void AppModel::take(Piece& piece, Burst& burst) {
     if (found == m_running.end()) return;  // cancelled
     Running& running = found->second;
     running.bytesRead = std::max(running.bytesRead, piece.bytesRead);
-    if (piece.outcome.isOutermost) ++running.outer;
-    if (const auto* refusal = std::get_if<Refusal>(&piece.outcome.value)) {
+    const auto* refusal = std::get_if<Refusal>(&piece.outcome.value);
+    const bool isCut = refusal && std::holds_alternative<Refusal::Ended>(refusal->value);
+    if (isCut) running.isCut = true;
+    if (piece.outcome.isOutermost && !isCut) ++running.outer;
+    if (refusal) {
         ++running.refused;
-        if (std::holds_alternative<Refusal::Ended>(refusal->value)) ++running.ended;
         running.refusal = problemLine(*refusal, piece.outcome.place.name(), m_reader);
         burst.tell(running.number, running.refusal);
     } else {
@@ -341,9 +343,8 @@ void AppModel::endCheck(const UUID& check, Burst& burst) {
     }
     const auto found = burst.found.find(done.row);  // which its row does not count yet
     if (found != burst.found.end()) own.found += found->second.size();
-    own.isDone = wasMailbox && own.found > 1 && done.ended == 0;
-    if (wasMailbox && own.found > 0 && done.ended > 0)
-        own.stopped = {.checked = done.outer - std::min(done.ended, done.outer)};
+    own.isDone = wasMailbox && own.found > 1 && !done.isCut;
+    if (wasMailbox && own.found > 0 && done.isCut) own.stopped = {.checked = done.outer};
     burst.changes.emplace(done.row, withoutCheck(std::move(own)));
 }
 

@@ -191,7 +191,7 @@ private:
         std::size_t found = 0, refused = 0;  // messages
         std::string refusal = {};            // of the last of them, in a line
         std::size_t outer = 0;               // messages without those attached inside others
-        std::size_t ended = 0;               // of these, those whose process has ended
+        bool isCut = false;                  // a process ended before the end of what it read
         std::shared_ptr<OpenMailbox> mailbox = {};
         std::uint64_t bytesRead = 0;
     };

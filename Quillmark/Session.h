@@ -16,7 +16,7 @@
 
 namespace quillmark {
 
-/// What became of a mailbox whose check was ended by the person.
+/// What became of a mailbox whose check was ended by the person, or didn't come to its end.
 struct StoppedMailbox {
     std::size_t checked = 0;              ///< messages
     std::optional<std::size_t> all = {};  ///< that are in it; nothing until they are counted, if ever
