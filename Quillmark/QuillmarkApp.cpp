@@ -151,7 +151,11 @@ void QuillmarkApp::connectModel() {
     for (const auto changed : {&AppModel::sessionChanged, &AppModel::historyChanged}) {
         connect(&m_model, changed, this, [this] {
             // While a mailbox is checked a long list is not made anew more often than somebody can see.
-            if (!m_listTimer.isActive()) m_listTimer.start(m_model.busy() ? m_listRest : 0);
+            if (!m_model.busy()) {
+                m_listTimer.start(0);
+            } else if (!m_listTimer.isActive()) {
+                m_listTimer.start(m_listRest);
+            }
         });
     }
     connect(&m_model, &AppModel::selectionChanged, this, [this] { m_selectionTimer.start(); });
