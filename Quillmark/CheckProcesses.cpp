@@ -32,8 +32,10 @@ CheckProcesses::Process::~Process() {
     ::close(m_handle);
 }
 
-CheckProcesses::CheckProcesses(std::function<void(const Channel&)> work)
-    : m_helper([work = std::move(work)](const Channel& channel) { serve(channel, work); }) {
+CheckProcesses::CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox)
+    : m_helper([work = std::move(work), sandbox = std::move(sandbox)](const Channel& channel) {
+          serve(channel, work, sandbox);
+      }) {
     order();
 }
 
@@ -42,7 +44,8 @@ void CheckProcesses::order() {
     m_isOrdered = m_helper.channel().send(&wanted, sizeof wanted);
 }
 
-void CheckProcesses::serve(const Channel& channel, const std::function<void(const Channel&)>& work) {
+void CheckProcesses::serve(const Channel& channel, const std::function<void(const Channel&)>& work,
+                           const Sandbox& sandbox) {
     ::signal(SIGCHLD, SIG_IGN);  // nobody waits for them
     const pid_t self = ::getpid();
     char wanted = 0;
@@ -56,7 +59,7 @@ void CheckProcesses::serve(const Channel& channel, const std::function<void(cons
             if (::getppid() != self) ::_exit(0);
             const rlimit none = {0, 0};
             ::setrlimit(RLIMIT_CORE, &none);  // somebody's mail would be in it
-            restrictProcess({.takesFiles = true});
+            restrictProcess(sandbox);
             work(own);
             ::_exit(0);
         }

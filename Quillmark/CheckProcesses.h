@@ -12,12 +12,13 @@
 namespace quillmark {
 
 /// The processes that read and check messages for the window. Each has given up everything but its channel:
-/// it opens no file, asks nobody and starts nothing (`restrictProcess`). Safe from many threads at once.
+/// it opens no file, asks nobody and starts nothing (`restrictProcess`); those that `NetworkProcess` asks may
+/// do a little more. Safe from many threads at once.
 class CheckProcesses {
 public:
     /// Starts the process that makes them, which ends with this one. While there is one thread. `work` is
-    /// what they do once they are restricted.
-    explicit CheckProcesses(std::function<void(const Channel&)> work);
+    /// what they do once they are restricted to `sandbox`.
+    explicit CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox = {.takesFiles = true});
     CheckProcesses(const CheckProcesses&) = delete;
     CheckProcesses& operator=(const CheckProcesses&) = delete;
 
@@ -54,7 +55,8 @@ public:
     static constexpr std::chrono::milliseconds watch{50};
 
 private:
-    static void serve(const Channel& channel, const std::function<void(const Channel&)>& work);
+    static void serve(const Channel& channel, const std::function<void(const Channel&)>& work,
+                      const Sandbox& sandbox);
 
     /// Has the next one made, so that it is there when it is wanted.
     void order();

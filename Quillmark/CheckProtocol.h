@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Quillmark/NetworkProtocol.h"
 #include "Quillmark/Wire.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/KeyMemory.h"
@@ -80,14 +81,6 @@ struct BegunCheck {
     bool asksRegistry = false, asksKeys = false;
 };
 
-/// What came of a question to DNS: the data of records, or that there are none; or why nobody knows.
-struct SentAnswer {
-    std::optional<std::string> failure = {};
-    bool hasRecords = false, nameExists = false, isValidated = false;
-    std::vector<std::string_view> data = {};
-    std::string source = {};
-};
-
 // How all of it is packed.
 
 template <>
@@ -106,11 +99,6 @@ template <>
 inline constexpr std::size_t enumeratorsOf<SignedText::Field::Kind> = 3;
 template <>
 inline constexpr std::size_t enumeratorsOf<SignedText::Block::Kind> = 6;
-
-template <typename T, typename... Members>
-constexpr auto packedFields(Members T::*... members) {
-    return std::tuple{Field{"", members}...};
-}
 
 constexpr auto casesOf(const Refusal*) {
     return std::array{"unreadable",  "tooLarge",        "notAnEmail", "converted", "packed",
@@ -147,10 +135,6 @@ constexpr auto fieldsOf(const CheckRules*) { return packedFields(&CheckRules::un
 constexpr auto fieldsOf(const BegunCheck*) {
     using T = BegunCheck;
     return packedFields(&T::id, &T::at, &T::rules, &T::asksRegistry, &T::asksKeys);
-}
-constexpr auto fieldsOf(const SentAnswer*) {
-    using T = SentAnswer;
-    return packedFields(&T::failure, &T::hasRecords, &T::nameExists, &T::isValidated, &T::data, &T::source);
 }
 constexpr auto fieldsOf(const KnownKey::File*) {
     return packedFields(&KnownKey::File::name, &KnownKey::File::addedAt);

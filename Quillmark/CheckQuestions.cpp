@@ -1,7 +1,6 @@
 #include "Quillmark/CheckQuestions.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -50,11 +49,6 @@ DNSRecordType recordType(int code) {
     const auto type = dnsRecordType(code);
     if (!type) throw DecodingError("an unknown type of record");
     return *type;
-}
-
-Patience::Clock::time_point timeOf(std::int64_t nanoseconds) {
-    return Patience::Clock::time_point(
-        std::chrono::duration_cast<Patience::Clock::duration>(std::chrono::nanoseconds(nanoseconds)));
 }
 
 }  // namespace
@@ -107,18 +101,11 @@ std::string CheckQuestions::answer(TalkKind kind, std::string_view bytes) {
 std::string CheckQuestions::lookup(std::string_view bytes) {
     const auto [name, code, deadline] = unpacked<std::string_view, int, std::int64_t>(bytes);
     const DNSRecordType type = recordType(code);
-    SentAnswer sent;
     try {
-        const DNSAnswer answer = m_resolver->lookup(name, type, {m_stop, timeOf(deadline), &m_asker});
-        sent.hasRecords = std::holds_alternative<DNSAnswer::Records>(answer.value);
-        sent.nameExists = !std::holds_alternative<DNSAnswer::NXDomain>(answer.value);
-        sent.isValidated = answer.isValidated;
-        sent.data.assign(answer.data().begin(), answer.data().end());
-        sent.source = m_resolver->source(name, type);
-        return packed(sent);
+        const DNSAnswer answer = m_resolver->lookup(name, type, {m_stop, receivedTime(deadline), &m_asker});
+        return packed(sentAnswer(answer, m_resolver->source(name, type)));
     } catch (const DNSLookupError& error) {
-        sent.failure = error.what();
-        return packed(sent);
+        return packed(SentAnswer{.failure = error.what()});
     }
 }
 
@@ -128,7 +115,7 @@ std::string CheckQuestions::registration(std::string_view bytes) {
     std::optional<Date> date;
     try {
         if (!m_registry) throw DecodingError("no registry is asked");
-        date = m_registry->registrationDate(domain, {m_stop, timeOf(deadline)});
+        date = m_registry->registrationDate(domain, {m_stop, receivedTime(deadline)});
     } catch (const RDAPError& error) {
         failure = error.what();
     }

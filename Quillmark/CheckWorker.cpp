@@ -24,10 +24,6 @@ namespace {
 
 using Kind = TalkKind;
 
-std::int64_t sentTime(Patience::Clock::time_point time) {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
-}
-
 /// The window, which answers what is asked.
 class Window {
 public:
@@ -58,10 +54,7 @@ public:
         auto [answer] = unpacked<SentAnswer>(piece.bytes);
         m_sources.insert_or_assign(StaticResolver::key(name, type), std::move(answer.source));
         if (answer.failure) throw DNSLookupError(*answer.failure);
-        DNSAnswer given = answer.nameExists ? DNSAnswer::noData() : DNSAnswer::nxdomain();
-        if (answer.hasRecords) given = DNSAnswer::records({answer.data.begin(), answer.data.end()});
-        given.isValidated = answer.isValidated;
-        return given;
+        return receivedAnswer(answer);
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
         const TalkPiece piece = m_window.ask(Kind::mayKnow, packed(name, static_cast<int>(type)));

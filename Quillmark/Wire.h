@@ -21,7 +21,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/UUID.h"
 
-/// Values as bytes on their way between the window and the processes that check for it, by the same tables as
+/// Values as bytes on their way between the window and the processes beside it, by the same tables as
 /// their JSON (`Fields.h`). For one program alone, which is both ends: there are no names and no versions.
 /// A text is UTF-8; `ByteBuffer` and `std::string_view` are bytes as they are.
 namespace quillmark {
@@ -29,6 +29,12 @@ namespace quillmark {
 /// How many values an enumeration without names has, from 0.
 template <typename Enum>
 constexpr std::size_t enumeratorsOf = namesOf(Enum()).names.size();
+
+/// The table of a type whose fields need no names.
+template <typename T, typename... Members>
+constexpr auto packedFields(Members T::*... members) {
+    return std::tuple{Field{"", members}...};
+}
 
 namespace wire {
 

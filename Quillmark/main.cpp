@@ -19,6 +19,8 @@
 #include "Quillmark/CheckProcesses.h"
 #include "Quillmark/CheckWorker.h"
 #include "Quillmark/DesktopOptions.h"
+#include "Quillmark/NetworkProcess.h"
+#include "Quillmark/NetworkWorker.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/SingleInstance.h"
@@ -131,9 +133,11 @@ int main(int argc, char** argv) {
     }
     // Before Qt starts a thread, as each of them is a copy of this one.
     std::shared_ptr<CheckProcesses> processes;
+    std::shared_ptr<NetworkProcess> network;
     if (has({"--no-sandbox"}, argc, argv)) {
         std::cerr << "quillmark-desktop: " << sandboxLeftOut(Reader::ofEnvironment()) << '\n';
     } else {
+        network = std::make_shared<NetworkProcess>(serveUsualNetwork, sandboxOfUsualNetwork());
         processes = std::make_shared<CheckProcesses>(serveChecks);
     }
     QApplication application(argc, argv);
@@ -150,15 +154,22 @@ int main(int argc, char** argv) {
     SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation));
     if (!instance.isFirst() && instance.handOver(files)) return 0;
 
-    const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     AppModel::Surroundings surroundings;
-    surroundings.otherResolver = [http](std::string_view choice) { return chosenResolver(choice, http); };
-    surroundings.resolver = chosenResolver(usualResolver, http);
     const auto ignored = [reader = words.reader](const std::filesystem::path& file) {
         std::cerr << "quillmark-desktop: " + fileIgnored(file, reader) + "\n";
     };
-    surroundings.registry =
-        std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
+    if (network) {
+        surroundings.otherResolver = [network](std::string_view choice) {
+            return std::make_shared<ApartResolver>(network, std::string(choice));
+        };
+        surroundings.registry = std::make_shared<ApartRegistry>(network, ignored);
+    } else {
+        const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
+        surroundings.otherResolver = [http](std::string_view choice) { return chosenResolver(choice, http); };
+        surroundings.registry = std::make_shared<RDAPClient>(
+            http, RDAPOptions{.cacheDirectory = cacheFolder(), .ignored = ignored});
+    }
+    surroundings.resolver = surroundings.otherResolver(usualResolver);
     surroundings.historyFile = [] { return HistoryFile{HistoryFile::defaultLocation(dataFolderName)}; };
     try {
         surroundings.keyBook = KeyBook::besideHistory(surroundings.historyFile().url);

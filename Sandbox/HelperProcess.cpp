@@ -50,6 +50,12 @@ bool Channel::receive(void* bytes, std::size_t size, const GoesOn& goesOn) const
     return true;
 }
 
+bool Channel::sendAtOnce(const void* bytes, std::size_t size) const {
+    return ::send(m_descriptor, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(size);
+}
+
+void Channel::shutDown() const { ::shutdown(m_descriptor, SHUT_RDWR); }
+
 bool Channel::sendWith(int file, const void* bytes, std::size_t size) const {
     if (size == 0 || file < 0) return send(bytes, size);
     iovec first = {const_cast<void*>(bytes), 1};

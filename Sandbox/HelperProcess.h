@@ -23,6 +23,12 @@ public:
     bool send(const void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
     bool receive(void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
 
+    /// All of the bytes, few as they are, without waiting. False when the other end has gone, or has left so
+    /// much unread that there is no room for them.
+    bool sendAtOnce(const void* bytes, std::size_t size) const;
+    /// Whoever waits at either end hears that the other has gone.
+    void shutDown() const;
+
     /// The same with an open file, or none (-1), that the other end has a descriptor of its own for then.
     bool sendWith(int file, const void* bytes, std::size_t size) const;
     /// The file that came with the bytes, which is the caller's, or -1. Further files are closed.
