@@ -11,8 +11,6 @@ namespace quillmark {
 
 namespace {
 
-/// How long a process that works may take to answer a stop.
-constexpr std::chrono::seconds patienceWithStops{5};
 /// In bytes: who answered, why nobody did.
 constexpr std::size_t longestText = 4'000;
 constexpr std::size_t mostServices = 16;
@@ -40,7 +38,7 @@ NetworkProcess::~NetworkProcess() {
 
 /// The one that is asked; null when there can be none.
 const NetworkProcess::Process& NetworkProcess::current() {
-    if (m_isSilentSince && Patience::Clock::now() - *m_isSilentSince > patienceWithStops) end(m_process);
+    if (isHanging()) end(m_process);
     if (m_process) return m_process;
     if (!m_reader.joinable()) {
         try {
@@ -55,6 +53,10 @@ const NetworkProcess::Process& NetworkProcess::current() {
     m_process->channel().setPatience({});
     m_begun.notify_all();
     return m_process;
+}
+
+bool NetworkProcess::isHanging() const {
+    return m_isSilentSince && Patience::Clock::now() - *m_isSilentSince >= m_patience;
 }
 
 void NetworkProcess::end(const Process& process) {
@@ -85,12 +87,20 @@ std::optional<std::string> NetworkProcess::ask(NetworkKind kind, std::string_vie
         return ended;
     }
     m_waiting.emplace(number, &waiting);
-    if (!waiting.settled.wait_until(lock, patience.stop, patience.deadline,
-                                    [&] { return waiting.isSettled; })) {
-        m_waiting.erase(number);
-        if (!m_isSilentSince) m_isSilentSince = Patience::Clock::now();
-        if (!tell(process, {number, NetworkKind::stop}, {})) end(process);
-        return patience.end().value_or("stopped");
+    const auto isSettled = [&] { return waiting.isSettled; };
+    for (;;) {
+        const auto until = std::min(patience.deadline, Patience::Clock::now() + m_patience);
+        if (waiting.settled.wait_until(lock, patience.stop, until, isSettled)) break;
+        const auto over = patience.end();
+        // Its own patience with services may be long; that it is there, it says at once.
+        bool isThere = !isHanging();
+        if (isThere && (over || !m_isSilentSince)) {
+            if (!m_isSilentSince) m_isSilentSince = Patience::Clock::now();
+            isThere = tell(process, {over ? number : 0, NetworkKind::stop}, {});
+        }
+        if (over) m_waiting.erase(number);
+        if (!isThere) end(process);
+        if (over) return over;
     }
     lock.unlock();
     if (!waiting.answer) return ended;

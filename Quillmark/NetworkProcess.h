@@ -30,9 +30,11 @@ public:
     static constexpr const char* ended = "the process that asks for this ended";
 
     /// Starts it. While there is one thread. `work` is what it does once it is restricted to `sandbox`:
-    /// usually `serveNetwork`.
-    NetworkProcess(std::function<void(const Channel&)> work, Sandbox sandbox)
-        : m_processes(std::move(work), std::move(sandbox)) {}
+    /// usually `serveNetwork`. One that leaves unanswered for longer than `patience` whether it is there
+    /// hangs, and is ended.
+    NetworkProcess(std::function<void(const Channel&)> work, Sandbox sandbox,
+                   std::chrono::milliseconds patience = std::chrono::seconds(10))
+        : m_processes(std::move(work), std::move(sandbox)), m_patience(patience) {}
     /// While nobody asks.
     ~NetworkProcess();
     NetworkProcess(const NetworkProcess&) = delete;
@@ -53,17 +55,19 @@ private:
     };
 
     const Process& current();
+    bool isHanging() const;
     void end(const Process& process);
     static bool tell(const Process& process, const NetworkHead& head, std::string_view bytes);
     void hear(const std::stop_token& stop);
     bool settle(const Process& process, std::uint64_t number, std::string answer);
 
     CheckProcesses m_processes;
+    const std::chrono::milliseconds m_patience;
     std::mutex m_mutex = {};
     Process m_process = {};  // that is asked; none before the first question, and when it has ended
     std::uint64_t m_number = 0;
     std::map<std::uint64_t, Waiting*> m_waiting = {};
-    // Since when a stop should have been answered.
+    // Since when something should have come from it.
     std::optional<Patience::Clock::time_point> m_isSilentSince = {};
     std::condition_variable_any m_begun = {};
     std::jthread m_reader = {};

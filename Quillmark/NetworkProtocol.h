@@ -18,7 +18,7 @@ namespace quillmark {
 enum class NetworkKind : std::uint32_t {
     lookup,        ///< DNS: `SentQuestion` → `SentAnswer`, `AskerNotes`, whether a service rests
     registration,  ///< a domain, until when → `SentRegistration`
-    stop,          ///< that nobody waits for the answer to this question → nothing, but at once
+    stop,          ///< that nobody waits for the answer to this question, if any → nothing, but at once
     answer,
 };
 

@@ -42,6 +42,7 @@ public:
             m_changed.wait(lock, [&] { return m_begun > 0; });
             raise(SIGKILL);
         }
+        if (name == "freeze.example") raise(SIGSTOP);
         if (name == "after.example") m_changed.wait(lock, [&] { return m_ended > 0; });
         return m_table.lookup(name, type, patience);
     }
@@ -68,7 +69,8 @@ std::shared_ptr<StaticRegistry> scriptedRegistry() {
                                 {"failing.example", "the registry answered HTTP 500"}});
 }
 
-std::shared_ptr<NetworkProcess> scriptedProcess() {
+std::shared_ptr<NetworkProcess> scriptedProcess(
+    std::chrono::milliseconds patience = std::chrono::minutes(1)) {
     return std::make_shared<NetworkProcess>(
         [](const Channel& channel) {
             serveNetwork(channel,
@@ -76,7 +78,7 @@ std::shared_ptr<NetworkProcess> scriptedProcess() {
                           .registry = scriptedRegistry(),
                           .ignored = [] { return std::string("/a list"); }});
         },
-        Sandbox{.isNetworked = true});
+        Sandbox{.isNetworked = true}, patience);
 }
 
 /// Patience enough for a machine that is busy, and no more: nothing here hangs.
@@ -155,6 +157,12 @@ TEST(NetworkProcess, thatEndsLeavesFailuresAndANewOne) {
     other.join();
     EXPECT_TRUE(waiting.starts_with(failure));
     EXPECT_TRUE(outcome(resolver, "a.example", a).starts_with("case 0"));
+}
+
+TEST(NetworkProcess, thatHangsIsEnded) {
+    ApartResolver resolver(scriptedProcess(std::chrono::milliseconds(50)), "usual");
+    const Patience endless;
+    EXPECT_TRUE(outcome(resolver, "freeze.example", a, endless).starts_with(NetworkProcess::ended));
 }
 
 TEST(NetworkProcess, isTakenForHostile) {
