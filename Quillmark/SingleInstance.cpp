@@ -1,5 +1,7 @@
 #include "Quillmark/SingleInstance.h"
 
+#include <sys/socket.h>
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalSocket>
@@ -13,13 +15,17 @@ namespace {
 constexpr int retryMilliseconds = 50;
 /// Longer than the arguments of a process can be.
 constexpr qsizetype mostBytes = qsizetype{16} * 1024 * 1024;
-/// What the first copy says, once it listens and once it has the paths.
-constexpr char ready = 'r', taken = 't';
+/// What the first copy says when it takes the paths.
+constexpr char taken = 't';
 
-bool hears(QLocalSocket& socket, char word, int milliseconds) {
+/// Takes the paths, unless the other copy has taken them back: from one `shutdown` on, nothing can be sent to
+/// it, and what was sent before is there to be read. So exactly one of the two opens them, whoever was
+/// stopped or busy meanwhile, and for how long.
+bool isTakenBy(int descriptor) { return ::send(descriptor, &taken, 1, MSG_NOSIGNAL) == 1; }
+bool isTakenBack(int descriptor) {
+    ::shutdown(descriptor, SHUT_RD);
     char heard = 0;
-    return (socket.bytesAvailable() > 0 || socket.waitForReadyRead(milliseconds)) &&
-           socket.read(&heard, 1) == 1 && heard == word;
+    return ::recv(descriptor, &heard, 1, MSG_DONTWAIT) != 1;
 }
 
 }  // namespace
@@ -47,14 +53,15 @@ bool SingleInstance::handOver(const QStringList& paths, std::chrono::millisecond
     bytes += '\0';  // the end, so that a copy killed in the middle hands over nothing
     const QDeadlineTimer end(time);
     const auto left = [&] { return static_cast<int>(end.remainingTime()); };
-    // The first copy may have taken the lock and not yet listen, and it may end before it has listened.
+    // The first copy may have taken the lock and not yet listen, and it may end before it has taken the
+    // paths.
     while (!end.hasExpired() && m_lock.error() == QLockFile::LockFailedError && !isFirst()) {
         QLocalSocket socket;
         socket.connectToServer(m_socket);
-        // Nothing is said to one that does not listen: it must not open the files later, when this copy has.
-        if (socket.waitForConnected(left()) && hears(socket, ready, left())) {
+        if (socket.waitForConnected(left())) {
             socket.write(bytes);
-            return hears(socket, taken, left());
+            if (socket.waitForReadyRead(left()) || !isTakenBack(static_cast<int>(socket.socketDescriptor())))
+                return true;
         }
         QThread::msleep(retryMilliseconds);
     }
@@ -73,13 +80,10 @@ void SingleInstance::accept() {
                 if (!path.isEmpty()) paths << QString::fromUtf8(path);
             }
             bytes->clear();
-            socket->write(&taken, 1);
-            socket->flush();  // what follows may take a while
-            emit received(paths);
+            if (isTakenBy(static_cast<int>(socket->socketDescriptor()))) emit received(paths);
         };
         connect(socket, &QLocalSocket::readyRead, this, read);
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-        socket->write(&ready, 1);
         if (socket->bytesAvailable() > 0) read();
     }
 }

@@ -555,6 +555,26 @@ TEST(SingleInstance, theSecondHandsItsFilesOver) {
     EXPECT_TRUE(received.isEmpty()) << "the second has opened it";
 }
 
+TEST(SingleInstance, oneOfTheTwoOpensTheFiles) {
+    const QTemporaryDir folder;
+    SingleInstance first(folder.path());
+    ASSERT_TRUE(first.isFirst());
+    int opened = 0, handedOver = 0;
+    QObject::connect(&first, &SingleInstance::received, [&] { ++opened; });
+    SingleInstance second(folder.path());
+    EXPECT_FALSE(second.isFirst());
+    // The first answers at any moment of the second's giving up.
+    for (int i = 0; i < 200; ++i) {
+        const auto time = std::chrono::milliseconds(i % 3);
+        auto isTaken = std::async(std::launch::async, [&] { return second.handOver({"/tmp/a.eml"}, time); });
+        while (isTaken.wait_for(std::chrono::microseconds(i)) != std::future_status::ready)
+            QApplication::processEvents();
+        handedOver += isTaken.get() ? 1 : 0;
+    }
+    QTest::qWait(50);
+    EXPECT_EQ(opened, handedOver);
+}
+
 TEST(KnownSenders, countEachProvenMessageOfTheOrganizationOnce) {
     const auto report = [](VerdictKind kind, const char* domain, const char* messageID) {
         auto made = std::make_shared<ProofReport>();
