@@ -97,20 +97,20 @@ std::optional<Found> ApartReader::next(const std::stop_token& stop) {
         }
         if (stop.stop_requested()) return std::nullopt;
         m_bytesBefore += std::exchange(m_bytesOfProcess, 0);
-        if (++m_ended >= mostEnded || m_isPipe) return giveUpFile();
+        if (++m_ended >= mostEnded || m_isPipe) return giveUpFile(request.whyNone());
         m_isReopened = m_isAtFile;
     }
     return std::nullopt;
 }
 
-std::optional<Found> ApartReader::giveUpFile() {
+std::optional<Found> ApartReader::giveUpFile(Refusal why) {
     m_given = m_ended = 0;
     m_isPipe = false;
     m_isAnyGiven = true;
-    if (std::exchange(m_isAtFile, false)) return FoundProblem{{Refusal::Ended{}}, m_file};
+    if (std::exchange(m_isAtFile, false)) return FoundProblem{std::move(why), m_file};
     // Not even the next file could be had: there are no processes.
     if (std::exchange(m_hasEnded, true)) return std::nullopt;
-    return FoundProblem{{Refusal::Ended{}}, m_place};
+    return FoundProblem{std::move(why), m_place};
 }
 
 Found ApartReader::found(const TalkPiece& piece) {
@@ -128,21 +128,22 @@ Found ApartReader::found(const TalkPiece& piece) {
     return FoundProblem{std::move(refusal), foundMessage(place, file).place};
 }
 
-std::optional<Found> ApartReader::readAgain(const MessagePlace& place, const std::stop_token& stop) {
+Found ApartReader::readAgain(const MessagePlace& place, const std::stop_token& stop) {
     CheckRequest request(m_processes, CheckProcesses::Kind::unused,
                          [&stop] { return !stop.stop_requested(); });
     answer(request);
     const SentMessage there{.inside = place.inside, .number = place.number, .attached = place.attached};
     const auto piece = request.run(TalkKind::readAgain, packed(there));
     try {
-        if (!piece) return std::nullopt;
-        if (piece->kind != TalkKind::found) return found(*piece);
-        auto [message, bytesRead] = unpacked<SentMessage, std::uint64_t>(piece->bytes);
-        if (message.bytes.size() > largestMessage) return std::nullopt;
-        return foundMessage(message, place);
-    } catch (const std::exception&) {
-        return std::nullopt;
+        if (piece && piece->kind != TalkKind::found) return found(*piece);
+        if (piece) {
+            auto [message, bytesRead] = unpacked<SentMessage, std::uint64_t>(piece->bytes);
+            if (message.bytes.size() <= largestMessage) return foundMessage(message, place);
+        }
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
+        // As if it had ended.
     }
+    return FoundProblem{request.whyNone(), place};
 }
 
 }  // namespace quillmark

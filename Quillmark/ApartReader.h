@@ -23,8 +23,8 @@ public:
     std::optional<Found> next(const std::stop_token& stop);
     std::uint64_t bytesRead() const { return m_bytesBefore + m_bytesOfProcess; }
 
-    /// The message at a place in this file (`quillmark::readAgain`); nothing when that ended the process.
-    std::optional<Found> readAgain(const MessagePlace& place, const std::stop_token& stop);
+    /// The message at a place in this file (`quillmark::readAgain`), or why it couldn't be had.
+    Found readAgain(const MessagePlace& place, const std::stop_token& stop);
 
     /// Hands a request the files that it asks for.
     void answer(CheckRequest& request);
@@ -36,7 +36,7 @@ private:
     void giveFile(const Talk& talk);
     Channel::GoesOn patience(const std::stop_token& stop) const;
     Found found(const TalkPiece& piece);
-    std::optional<Found> giveUpFile();
+    std::optional<Found> giveUpFile(Refusal why);
 
     CheckProcesses& m_processes;
     const MessagePlace m_place;

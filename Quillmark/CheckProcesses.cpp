@@ -5,8 +5,11 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <thread>
 #include <utility>
 
 namespace quillmark {
@@ -14,6 +17,28 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t mostIdle = 16;
+
+/// Before what was ended is made again, lest that be all that the computer does.
+constexpr std::chrono::milliseconds restBetween{100};
+
+/// What comes of an order: a channel and then a handle, each with its descriptor; or nothing.
+constexpr char channelComes = 'c', handleComes = 'h', noneComes = 'n';
+
+/// Does that in a process beside this one, and in the next when somebody has ended that.
+void inProcesses(const std::function<void()>& serve) {
+    while (true) {
+        const pid_t process = ::fork();
+        if (process <= 0) {
+            serve();
+            if (process == 0) ::_exit(0);
+            return;
+        }
+        int status = 0;
+        while (::waitpid(process, &status, 0) < 0 && errno == EINTR) continue;
+        if (!WIFSIGNALED(status)) return;
+        std::this_thread::sleep_for(restBetween);
+    }
+}
 
 /// Leaves nothing open of the process that made this one but the standard streams, which lead nowhere, and
 /// the channel, which is moved.
@@ -32,16 +57,18 @@ CheckProcesses::Process::~Process() {
     ::close(m_handle);
 }
 
-CheckProcesses::CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox)
-    : m_helper([work = std::move(work), sandbox = std::move(sandbox)](const Channel& channel) {
-          serve(channel, work, sandbox);
+CheckProcesses::CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox,
+                               std::chrono::milliseconds most)
+    : m_patience(most),
+      m_helper([work = std::move(work), sandbox = std::move(sandbox)](const Channel& channel) {
+          inProcesses([&] { serve(channel, work, sandbox); });
       }) {
-    order();
+    m_helper.channel().setPatience(watch);
 }
 
-void CheckProcesses::order() {
+void CheckProcesses::order() const {
     const char wanted = 0;
-    m_isOrdered = m_helper.channel().send(&wanted, sizeof wanted);
+    m_helper.channel().send(&wanted, sizeof wanted);
 }
 
 void CheckProcesses::serve(const Channel& channel, const std::function<void(const Channel&)>& work,
@@ -49,7 +76,7 @@ void CheckProcesses::serve(const Channel& channel, const std::function<void(cons
     ::signal(SIGCHLD, SIG_IGN);  // nobody waits for them
     const pid_t self = ::getpid();
     char wanted = 0;
-    while (channel.receive(&wanted, sizeof wanted)) {
+    do {
         int ends[2] = {-1, -1};
         const bool hasEnds = ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0;
         const pid_t process = hasEnds ? ::fork() : -1;
@@ -64,38 +91,56 @@ void CheckProcesses::serve(const Channel& channel, const std::function<void(cons
             ::_exit(0);
         }
         const int handle = process > 0 ? static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)) : -1;
-        const char outcome[] = {static_cast<char>(process > 0), static_cast<char>(handle >= 0)};
-        const bool isTold = channel.sendWith(process > 0 ? ends[0] : -1, &outcome[0], 1) &&
-                            channel.sendWith(handle, &outcome[1], 1);
+        const bool isTold = process > 0 ? channel.sendWith(ends[0], &channelComes, sizeof channelComes) &&
+                                              channel.sendWith(handle, &handleComes, sizeof handleComes)
+                                        : channel.send(&noneComes, sizeof noneComes);
         for (const int each : {ends[0], ends[1], handle}) {
             if (each >= 0) ::close(each);
         }
         if (!isTold) return;
-    }
+    } while (channel.receive(&wanted, sizeof wanted));
 }
 
-std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
+std::shared_ptr<CheckProcesses::Process> CheckProcesses::takeIdle() {
     const std::lock_guard lock(m_mutex);
-    while (kind == Kind::anyOfNow && !m_idle.empty()) {
+    while (!m_idle.empty()) {
         auto process = std::move(m_idle.back());
         m_idle.pop_back();
         if (process->channel().isQuiet()) return process;  // else somebody has ended it meanwhile
     }
-    const Channel& helper = m_helper.channel();
-    char byte = 0;
-    int channel = -1, handle = -1;
-    if (!m_isOrdered) order();
-    if (!std::exchange(m_isOrdered, false) || !helper.receiveWith(channel, &byte, sizeof byte))
-        return nullptr;
-    const bool hasBoth = helper.receiveWith(handle, &byte, sizeof byte);
-    if (hasBoth) order();
-    if (channel < 0) {
-        if (handle >= 0) ::close(handle);
-        return nullptr;
+    return nullptr;
+}
+
+std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
+    if (kind == Kind::anyOfNow) {
+        if (auto process = takeIdle()) return process;
     }
-    auto process = std::make_shared<Process>(channel, handle, m_generation);
-    process->channel().setPatience(watch);
-    return process;
+    const std::lock_guard turn(m_making);
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + (std::exchange(m_isSilent, true) ? Clock::duration(watch) : m_patience);
+    const auto goesOn = [&] { return Clock::now() < end; };
+    int channel = -1, file = -1;
+    char what = noneComes;
+    while (m_helper.channel().receiveWith(file, &what, sizeof what, goesOn)) {
+        m_isSilent = false;
+        if (what == handleComes && channel >= 0) {
+            order();
+            std::unique_lock lock(m_mutex);
+            auto process = std::make_shared<Process>(std::exchange(channel, -1), file, m_generation);
+            lock.unlock();
+            if (process->channel().hasEnded()) continue;  // with what made it
+            process->channel().setPatience(watch);
+            return process;
+        }
+        if (channel >= 0) ::close(channel);  // of which no more comes: what made it was ended in the middle
+        channel = what == channelComes ? std::exchange(file, -1) : -1;
+        if (what == channelComes) continue;
+        if (file >= 0) ::close(file);  // of one that wasn't waited for to its end
+        order();
+        if (what == noneComes) break;
+    }
+    if (channel >= 0) ::close(channel);
+    return nullptr;
 }
 
 void CheckProcesses::giveBack(std::shared_ptr<Process> process) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -16,9 +17,11 @@ namespace quillmark {
 /// do a little more. Safe from many threads at once.
 class CheckProcesses {
 public:
-    /// Starts the process that makes them, which ends with this one. While there is one thread. `work` is
-    /// what they do once they are restricted to `sandbox`.
-    explicit CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox = {.takesFiles = true});
+    /// Starts the process that makes them, which ends with this one, and is replaced when somebody else ends
+    /// it. While there is one thread. `work` is what they do once they are restricted to `sandbox`.
+    /// `most`: how long what makes them is waited for.
+    explicit CheckProcesses(std::function<void(const Channel&)> work, Sandbox sandbox = {.takesFiles = true},
+                            std::chrono::milliseconds most = std::chrono::seconds(5));
     CheckProcesses(const CheckProcesses&) = delete;
     CheckProcesses& operator=(const CheckProcesses&) = delete;
 
@@ -41,8 +44,9 @@ public:
         const std::size_t m_generation;
     };
 
-    /// One that nobody else has; null when the system allows none. One that has read nothing yet is for what
-    /// a person looks at, of which no message opened with it must tell.
+    /// One that nobody else has; null when there is none: the system allows none, or what makes them doesn't
+    /// answer, which is waited for once, until it answers again, or has gone for good. One that has read
+    /// nothing yet is for what a person looks at, of which no message opened with it must tell.
     enum class Kind { anyOfNow, unused };
     std::shared_ptr<Process> take(Kind kind = Kind::anyOfNow);
     /// For others, when it has done what was asked and waits. One that isn't given back ends.
@@ -58,11 +62,15 @@ private:
     static void serve(const Channel& channel, const std::function<void(const Channel&)>& work,
                       const Sandbox& sandbox);
 
-    /// Has the next one made, so that it is there when it is wanted.
-    void order();
+    /// Has the next one made, so that it is there when it is wanted. The first, and the first of each process
+    /// that makes them, is made unasked.
+    void order() const;
+    std::shared_ptr<Process> takeIdle();
 
-    std::mutex m_mutex = {};
-    bool m_isOrdered = false;
+    const std::chrono::milliseconds m_patience;
+    std::mutex m_making = {};
+    bool m_isSilent = false;  // what makes them, since it was last waited for
+    std::mutex m_mutex = {};  // never while anybody is waited for
     std::size_t m_generation = 0;
     std::vector<std::shared_ptr<Process>> m_idle = {};
     const HelperProcess m_helper;

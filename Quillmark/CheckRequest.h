@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <functional>
 #include <map>
 #include <memory>
@@ -10,6 +11,7 @@
 #include "Quillmark/CheckProcesses.h"
 #include "Quillmark/CheckProtocol.h"
 #include "Quillmark/CheckQuestions.h"
+#include "QuillmarkKit/Intake/Intake.h"
 
 namespace quillmark {
 
@@ -20,13 +22,14 @@ public:
     /// Of a process of this kind, or of this one. `goesOn`: whether it is waited for, asked every
     /// `CheckProcesses::watch`.
     CheckRequest(CheckProcesses& processes, CheckProcesses::Kind kind, Channel::GoesOn goesOn)
-        : m_processes(processes),
-          m_process(processes.take(kind)),
-          m_goesOn(std::move(goesOn)),
-          m_kind(kind) {}
+        : CheckRequest(processes, processes.take(kind), std::move(goesOn), kind) {}
     CheckRequest(CheckProcesses& processes, std::shared_ptr<CheckProcesses::Process> process,
-                 Channel::GoesOn goesOn)
-        : m_processes(processes), m_process(std::move(process)), m_goesOn(std::move(goesOn)) {}
+                 Channel::GoesOn goesOn, CheckProcesses::Kind kind = CheckProcesses::Kind::anyOfNow)
+        : m_processes(processes),
+          m_process(std::move(process)),
+          m_goesOn(std::move(goesOn)),
+          m_kind(kind),
+          m_hadProcess(m_process != nullptr) {}
 
     /// What is done when that comes. What throws ends the process.
     using Handler = std::function<void(std::string_view bytes, const Talk& talk)>;
@@ -57,6 +60,8 @@ public:
     }
     /// Whether it is the end, without more.
     bool isWhole(const TalkPiece& piece) { return outcomes<>(piece).has_value(); }
+    /// Why there is none: the process has ended, or there was none to be had.
+    Refusal whyNone() const { return m_hadProcess ? Refusal{Refusal::Ended{}} : unreadable(EAGAIN); }
     /// The process, which goes on with what it has.
     std::shared_ptr<CheckProcesses::Process> keep() { return std::move(m_process); }
 
@@ -64,7 +69,8 @@ private:
     CheckProcesses& m_processes;
     std::shared_ptr<CheckProcesses::Process> m_process;
     const Channel::GoesOn m_goesOn;
-    const CheckProcesses::Kind m_kind = CheckProcesses::Kind::anyOfNow;
+    const CheckProcesses::Kind m_kind;
+    const bool m_hadProcess;
     std::map<TalkKind, Handler> m_handlers = {};
 };
 

@@ -402,7 +402,7 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
     MessagePlace place = source.place;
     if (message.isBegun && told > 0) place.attached = message.attached;
     isLastTold = false;
-    tell({.place = std::move(place), .value = Refusal{Refusal::Ended{}}}, true);
+    tell({.place = std::move(place), .value = request.whyNone()}, true);
     return std::nullopt;
 }
 
@@ -426,16 +426,15 @@ std::shared_ptr<OpenMailbox> MessageChecker::openApart(const MessageSource& sour
 Found MessageChecker::readAgainApart(const MessageSource& source, const std::stop_token& stop) const {
     ApartReader reader(*m_processes, {.path = source.place.path});
     auto found = reader.readAgain(source.place, stop);
-    if (!found) return FoundProblem{{Refusal::Ended{}}, source.place};
-    if (auto* problem = std::get_if<FoundProblem>(&*found)) {
+    if (auto* problem = std::get_if<FoundProblem>(&found)) {
         problem->place = source.place;
-        return std::move(*found);
+        return found;
     }
-    auto& message = std::get<FoundMessage>(*found);
+    auto& message = std::get<FoundMessage>(found);
     message.place = source.place;
     if (!source.digest.empty() && sha256(message.bytes.view()) != source.digest)
         return FoundProblem{{Refusal::Moved{}}, source.place};
-    return std::move(*found);
+    return found;
 }
 
 MessageChecker::Pasted MessageChecker::pasted(std::string_view text) const {
@@ -445,7 +444,7 @@ MessageChecker::Pasted MessageChecker::pasted(std::string_view text) const {
         auto outcome =
             done ? request.outcomes<ByteBuffer, std::optional<DroppedLines>, std::optional<Refusal>>(*done)
                  : std::nullopt;
-        if (!outcome) return {ByteBuffer(text), {}, Refusal{Refusal::Ended{}}};
+        if (!outcome) return {ByteBuffer(text), {}, request.whyNone()};
         auto& [source, dropped, refusal] = *outcome;
         return {std::move(source), std::move(dropped), std::move(refusal)};
     }

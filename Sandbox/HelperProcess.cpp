@@ -73,7 +73,7 @@ bool Channel::sendWith(int file, const void* bytes, std::size_t size) const {
     return count == 1 && send(static_cast<const char*>(bytes) + 1, size - 1);
 }
 
-bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
+bool Channel::receiveWith(int& file, void* bytes, std::size_t size, const GoesOn& goesOn) const {
     file = -1;
     if (size == 0) return true;
     iovec first = {bytes, size};
@@ -83,7 +83,7 @@ bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
     message.msg_control = control.data(), message.msg_controllen = control.size();
     ssize_t count = 0;
     do count = ::recvmsg(m_descriptor, &message, MSG_CMSG_CLOEXEC);
-    while (count < 0 && errno == EINTR);
+    while (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn())));
     if (count == 0) errno = EPIPE;
     if (count <= 0) return false;
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
@@ -96,7 +96,7 @@ bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
         }
     }
     const auto read = static_cast<std::size_t>(count);
-    if (receive(static_cast<char*>(bytes) + read, size - read)) return true;
+    if (receive(static_cast<char*>(bytes) + read, size - read, goesOn)) return true;
     if (file >= 0) ::close(std::exchange(file, -1));
     return false;
 }
@@ -104,6 +104,11 @@ bool Channel::receiveWith(int& file, void* bytes, std::size_t size) const {
 bool Channel::isQuiet() const {
     char byte = 0;
     return ::recv(m_descriptor, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
+bool Channel::hasEnded() const {
+    char byte = 0;
+    return ::recv(m_descriptor, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
 void Channel::setPatience(std::chrono::milliseconds time) const {

@@ -32,10 +32,12 @@ public:
     /// The same with an open file, or none (-1), that the other end has a descriptor of its own for then.
     bool sendWith(int file, const void* bytes, std::size_t size) const;
     /// The file that came with the bytes, which is the caller's, or -1. Further files are closed.
-    bool receiveWith(int& file, void* bytes, std::size_t size) const;
+    bool receiveWith(int& file, void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
 
     /// Whether the other end is there and has sent nothing.
     bool isQuiet() const;
+    /// Whether the other end has gone and nothing of it is left to be received.
+    bool hasEnded() const;
 
     /// How long it waits for the other end at a time; for ever until it is set.
     void setPatience(std::chrono::milliseconds time) const;

@@ -1,7 +1,9 @@
 #include "Quillmark/CheckProcesses.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <iterator>
 #include <set>
@@ -57,6 +59,44 @@ TEST(CheckProcesses, mayDoNoMoreThanTheirWork) {
                 << row.who << ": " << attempt.name << ", " << error;
         }
     }
+}
+
+TEST(CheckProcesses, whatMakesThemIsReplacedAndNotWaitedForTooLong) {
+    CheckProcesses processes(
+        [](const Channel& channel) {
+            const pid_t maker = getppid();
+            channel.send(&maker, sizeof maker);
+            pause();
+        },
+        {.takesFiles = true}, std::chrono::milliseconds(20));
+    const auto taken = [&] {
+        std::shared_ptr<CheckProcesses::Process> process;
+        while (!process) process = processes.take();
+        return process;
+    };
+    const auto makerOf = [](const CheckProcesses::Process& process) {
+        pid_t maker = 0;
+        process.channel().receive(&maker, sizeof maker, [] { return true; });
+        return maker;
+    };
+    for (int i = 0; i < 2; ++i) {
+        const auto process = taken();
+        const pid_t maker = makerOf(*process);
+        ASSERT_GT(maker, 1);
+        kill(maker, SIGKILL);
+        char byte = 0;
+        EXPECT_FALSE(process->channel().receive(&byte, sizeof byte, [] { return true; })) << "ends with it";
+        pid_t other = maker;
+        while (other == maker || other <= 1) other = makerOf(*taken());  // one of those before may be there
+    }
+    const pid_t maker = makerOf(*taken());
+    ASSERT_GT(maker, 1);
+    kill(maker, SIGSTOP);
+    while (processes.take()) {
+    }
+    EXPECT_EQ(processes.take(), nullptr);
+    kill(maker, SIGCONT);
+    taken();
 }
 
 /// A sender may write any time into a signature.
