@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <ranges>
 #include <utility>
 #include <variant>
@@ -176,7 +177,7 @@ UUID AppModel::takeIn(std::vector<MessageSource> sources) {
     }
     const UUID first = rows.front().id;
     m_session.takeIn(std::move(rows));
-    m_workers.add(std::move(jobs));
+    start(std::move(jobs));
     emit sessionChanged();
     emit selectionChanged();
     emit progressChanged();
@@ -190,9 +191,9 @@ void AppModel::recheck(UUID id) {
     again.isRunning = true;
     const UUID check = UUID::random();
     const std::stop_token stop = begin(check, id);
-    m_workers.add([this, check, source = m_messages.find(id)->source, stop] {
+    start({[this, check, source = m_messages.find(id)->source, stop] {
         m_checker.checkAgain(source, check, stop, receiver(check));
-    });
+    }});
     change(Session::Changes{{id, std::move(again)}});
     emit progressChanged();
 }
@@ -215,6 +216,11 @@ Workers::Job AppModel::check(const UUID& id, MessageSource source, const std::st
         const auto mailbox = m_checker.check(source, id, stop, receiver(id));
         if (mailbox) m_mailbox.post([this, id, mailbox] { beginReading(id, mailbox); });
     };
+}
+
+void AppModel::start(std::vector<Workers::Job> checks) {
+    std::ranges::move(checks, std::back_inserter(m_unstarted));
+    if (m_settings.onboardingDone) m_workers.add(std::exchange(m_unstarted, {}));
 }
 
 MessageChecker::Receiver AppModel::receiver(const UUID& check, std::size_t number, std::uint64_t bytesRead) {
@@ -481,6 +487,7 @@ void AppModel::select(std::optional<UUID> id) {
 }
 
 void AppModel::showSheet(Sheet sheet) {
+    if (!m_settings.onboardingDone) return;
     m_sheet = sheet;
     emit sheetChanged();
 }
@@ -493,6 +500,7 @@ void AppModel::dismissSheet() {
         AppSettings settings = m_settings;
         settings.onboardingDone = true;
         choose(settings);
+        start({});
     }
 }
 

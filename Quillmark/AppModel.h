@@ -149,8 +149,10 @@ public:
 
     /// Nothing, or the identity of a row or a saved report; another one is none.
     void select(std::optional<UUID> id);
+    /// Nothing takes the place of the first start's welcome.
     void showSheet(Sheet sheet);
-    /// Once the welcome sheet has been dismissed it does not come again by itself.
+    /// Once the welcome sheet has been dismissed it does not come again by itself. It says what leaves the
+    /// computer: until then what was taken in is listed and waits, and nothing is asked.
     void dismissSheet();
     /// For what others have to tell, such as that a report could not be exported.
     void showProblem(std::string_view line);
@@ -230,6 +232,8 @@ private:
     /// A new check of a row, which counts from now on.
     std::stop_token begin(const UUID& id, const UUID& row);
     Workers::Job check(const UUID& id, MessageSource source, const std::stop_token& stop);
+    /// Hands checks to the workers, once the welcome of the first start is dismissed.
+    void start(std::vector<Workers::Job> checks);
     /// Takes messages out of a mailbox for a while, and then hands itself in again.
     Workers::Job read(const UUID& check, std::shared_ptr<OpenMailbox> mailbox, const std::stop_token& stop);
     void beginReading(const UUID& check, const std::shared_ptr<OpenMailbox>& mailbox);
@@ -277,7 +281,8 @@ private:
     Progress m_progress = {};
     std::map<UUID, Running> m_running = {};  // by the identity of the report to be
     std::map<UUID, UUID> m_runningByRow = {};
-    std::set<UUID> m_reading = {};  // those of them that are mailboxes
+    std::vector<Workers::Job> m_unstarted = {};  // until the welcome is dismissed
+    std::set<UUID> m_reading = {};               // those of them that are mailboxes
     std::deque<std::pair<UUID, std::shared_ptr<OpenMailbox>>> m_waiting = {};  // to be
     std::stop_source m_counting = {};       // of mailboxes that were stopped
     std::vector<Piece> m_pieces = {};       // not yet taken

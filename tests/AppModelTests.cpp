@@ -46,6 +46,8 @@ public:
 
 /// A model with a folder of its own, and what it stands on.
 struct Desk {
+    Desk() { saveSettings({.onboardingDone = true}, *store); }
+
     test::TemporaryFolder folder = {};
     fs::path historyURL = file("data/history.json");
     std::atomic<int> historyUses = 0;
@@ -815,7 +817,9 @@ TEST(AppModel, registriesAreAskedOnlyWhileTheyMayBe) {
 
 TEST(AppModel, sheetsProblemsAndSelection) {
     Desk desk;
+    saveSettings({}, *desk.store);
     AppModel& model = desk.start();
+    model.showSheet(Sheet::paste);
     EXPECT_EQ(model.sheet(), Sheet::welcome);
     model.dismissSheet();
     EXPECT_EQ(model.sheet(), std::nullopt);

@@ -547,8 +547,11 @@ TEST(Desktop, welcomeOnTheFirstStart) {
     ASSERT_TRUE(run.waitFor([&] { return run.sheet(); }));
     run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
     EXPECT_TRUE(QTest::qWaitForWindowActive(run.sheet())) << "above the window, also when a file is opened";
+    EXPECT_FALSE(QTest::qWaitFor([&] { return run.resolver->asked > 0; }, 300)) << "it says what leaves";
+    EXPECT_EQ(run.rows().size(), 2);
     run.sheet()->accept();
     EXPECT_TRUE(run.waitFor([&] { return run.model->settings().onboardingDone; }));
+    run.waitForHeadline(headlineOf("rfc8463"));
 }
 
 /// What a person reads of a comparison, block by block: the word in the margin that is read out, and its
