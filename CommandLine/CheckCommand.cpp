@@ -162,7 +162,7 @@ private:
         try {
             return CheckInputs::Input{FoundMessage{ByteBuffer(found->bytes.view()), found->place, found->mode,
                                                    found->facts, found->apart},
-                                      input.hasLinesBefore};
+                                      input.hasLinesBefore, input.isOfFolder};
         } catch (const std::bad_alloc&) {
             return std::nullopt;
         }
@@ -182,6 +182,7 @@ private:
 
     std::vector<OrderedRun::Message> checked(CheckInputs::Input input, std::size_t number,
                                              bool& wentWithout) const {
+        const bool isOfFolder = input.isOfFolder;
         const auto hint = input.hasLinesBefore ? lineOfLinesBefore(placeOf(input.found)) : std::string();
         // Of the message that was checked last: what is left to be told of it, and its digest.
         std::string unwritten;
@@ -200,6 +201,8 @@ private:
         std::vector<OrderedRun::Message> all;
         while (const auto outcome = walk.next()) {
             all.push_back(written(*outcome, digest));
+            const auto* refusal = std::get_if<Refusal>(&outcome->value);
+            all.back().isOfFolder = isOfFolder && refusal && *refusal == Refusal{Refusal::NotAnEmail{}};
             if (!unwritten.empty()) all.push_back({.problem = std::exchange(unwritten, {})});
         }
         all.front().hint = hint;
@@ -317,6 +320,7 @@ private:
 bool liesIn(const std::string& folder, const std::string& name) {
     namespace fs = std::filesystem;
     std::error_code error;
+    if (!fs::is_directory(name, error)) return false;
     bool isReached = false;
     const fs::path inner = fs::weakly_canonical(folder, error);
     walkFolder(name, {.enter = [&](const fs::path& visited) {
@@ -326,6 +330,14 @@ bool liesIn(const std::string& folder, const std::string& name) {
                    return !isReached;
                }});
     return !error && isReached;
+}
+
+/// The fault that this is; nothing without it.
+std::optional<std::string> faultOfResultsIn(const std::string& name, const CheckCommand& command) {
+    if (!command.out || !liesIn(*command.out, name)) return std::nullopt;
+    return command.reader.translate(
+        "“%1” is to be checked, and --out “%2” lies in it: name a folder beside it",
+        {quillmark::quoted(name), quillmark::quoted(*command.out)});
 }
 
 /// A fault in the arguments that their parser cannot see, or nothing.
@@ -352,11 +364,7 @@ std::optional<std::string> usageFault(const CheckCommand& command) {
             "with --out messages come from files, not from standard input (-), which can’t be read again");
     }
     for (const std::string& file : command.files) {
-        if (command.out && liesIn(*command.out, file)) {
-            return command.reader.translate(
-                "“%1” is to be checked, and --out “%2” lies in it: name a folder beside it",
-                {quillmark::quoted(file), quillmark::quoted(*command.out)});
-        }
+        if (auto fault = faultOfResultsIn(file, command)) return fault;
     }
     if (command.at && !parsedRFC3339(*command.at)) {
         return command.reader.translate("--at takes a time such as 2026-11-21T10:00:00Z, not “%1”",
@@ -467,6 +475,12 @@ public:
         InputParts parts(m_command.files, std::move(list));
         try {
             while (const auto part = parts.next()) {
+                for (const std::string& name : part->files) {
+                    const auto fault = m_command.filesFrom ? faultOfResultsIn(name, m_command) : std::nullopt;
+                    if (!fault) continue;
+                    writeProblem(*fault);
+                    return 2;
+                }
                 const ResultFolder::Place place = m_folder.placeOf(*part);
                 if (place.isDone()) {
                     tellDone(place);
@@ -601,7 +615,7 @@ int CheckCommand::run() const {
         if (const auto written = checker.summary()) writeProblem(*written);
         return status;
     } catch (const AnswersFileError& error) {
-        writeProblem(error.what());
+        writeProblem(unusable(error, reader));
         return 2;
     } catch (const OutputFileError& error) {
         writeProblem(unwritable(error, reader));

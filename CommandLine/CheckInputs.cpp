@@ -57,12 +57,15 @@ std::optional<CheckInputs::Input> CheckInputs::nextOf(const File& file) {
     if (auto found = m_reader->next()) {
         auto* message = std::get_if<FoundMessage>(&*found);
         const bool isOneOfSeveral = message && (message->place.number > 0 || !message->place.inside.empty());
-        if (!m_isPasted || !message || isOneOfSeveral) return Input{std::move(*found)};
+        const MessagePlace& place = placeOf(*found);
+        const bool isOfFolder =
+            !file.isStandardInput && place.path != file.name && place.number == 0 && place.inside.empty();
+        if (!m_isPasted || !message || isOneOfSeveral) return Input{std::move(*found), false, isOfFolder};
         PastedText source = pastedText(message->bytes.view());
         message->bytes = ByteBuffer(source.source);
         message->mode = ParseMode::lenient;
         message->facts.dropped = std::move(source.dropped);
-        return Input{std::move(*found), source.withoutLinesBefore.has_value()};
+        return Input{std::move(*found), source.withoutLinesBefore.has_value(), isOfFolder};
     }
     m_bytesRead += m_reader->bytesRead();
     m_passedOver += m_reader->passedOver();

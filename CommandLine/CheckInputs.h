@@ -24,6 +24,7 @@ public:
     struct Input {
         Found found;
         bool hasLinesBefore = false;  ///< of pasted text: perhaps only what stands below is the message
+        bool isOfFolder = false;      ///< a file by itself, which lies in what was named
     };
     /// The next; nothing at the end. Never throws: what there is no memory for is refused.
     std::optional<Input> next();

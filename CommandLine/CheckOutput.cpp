@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "CommandLine/CheckSummary.h"
@@ -14,6 +13,7 @@
 #include "QuillmarkKit/ReportCSV.h"
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
+#include "Wording/Details.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -23,6 +23,9 @@ namespace {
 /// No line of a report looks like this one.
 constexpr std::string_view betweenReports =
     "\n================================================================================\n\n";
+
+/// Files of folders that are told one by one to be no email. There may be thousands of photos.
+constexpr std::int64_t mostNoEmails = 10;
 
 /// Every recording begins so. It is written first: a full disk is met before the checks are made.
 constexpr std::string_view recordingBegin = "{";
@@ -97,7 +100,8 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
 
 void CheckOutput::print(const OrderedRun::Message& message) {
     if (!message.hint.empty()) writeProblem(message.hint);
-    if (!message.problem.empty()) writeProblem(message.problem);
+    const bool isTold = !message.isOfFolder || ++m_noEmails <= mostNoEmails;
+    if (!message.problem.empty() && isTold) writeProblem(message.problem);
     if (!message.row.empty() && m_table->isStream()) m_table->write(message.row);
     if (message.report.empty()) return;
     const bool isLine = m_command.json || m_command.each;
@@ -152,7 +156,7 @@ void CheckOutput::giveUp(const OutputFileError& error) {
     const bool hasReaderGone = isOutput && error.error == EPIPE;
     if (!hasReaderGone) {
         writeProblem(isOutput ? m_command.reader.translate("The reports couldn’t be written: %1",
-                                                           {std::generic_category().message(error.error)})
+                                                           {systemErrorText(error.error, m_command.reader)})
                               : unwritable(error, m_command.reader));
     }
     {
@@ -184,6 +188,11 @@ void CheckOutput::complete() {
 }
 
 void CheckOutput::printRest() {
+    if (m_noEmails > mostNoEmails) {
+        writeProblem(m_command.reader.translateCount("%n more file of a folder isn’t an email.",
+                                                     "%n more files of folders aren’t emails.",
+                                                     m_noEmails - mostNoEmails));
+    }
     if (m_command.summary) m_output.write(summaryText(m_totals, m_command.reader, m_command.layout.width));
     if (m_recording && m_recording->isStream()) m_recording->write(recording());
     if (m_page && m_page->isStream()) writePage();
@@ -201,14 +210,13 @@ void CheckOutput::writePage() {
         head.inputs.push_back(reader.translate("the files named in %1", {inert(*m_command.filesFrom)}));
     head.facts.emplace_back(reader.translate("Time of the check"), reader.time(m_from.now));
     std::string answers;
-    for (const std::string& file : m_command.dnsFiles) answers += (answers.empty() ? "" : ", ") + inert(file);
+    for (const std::string& file : m_command.dnsFiles) reader.addTo(answers, inert(file));
     if (!m_command.dnsFiles.empty()) {
         answers = reader.translate("from %1; nobody was asked", {answers});
     } else if (!m_from.services) {
         answers = reader.translate("from the servers that this computer asks for everything else");
     } else {
-        for (const DoHEndpoint& endpoint : m_from.services->endpoints())
-            answers += (answers.empty() ? "" : ", ") + endpoint.host;
+        for (const DoHEndpoint& endpoint : m_from.services->endpoints()) reader.addTo(answers, endpoint.host);
     }
     head.facts.emplace_back(reader.translate("DNS answers"), answers);
     head.facts.emplace_back(reader.translate("Age of domains"), m_from.registry

@@ -75,6 +75,7 @@ private:
     OutputFile m_output{"-"};
     std::optional<OutputFile>&m_table, &m_recording, &m_page;
     std::optional<Progress> m_progress = {};
+    std::int64_t m_noEmails = 0;  // files of folders
     bool m_isFirst = true;
     std::atomic<std::int64_t> m_expectedOutcomes = 0;
 

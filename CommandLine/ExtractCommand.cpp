@@ -11,7 +11,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -20,6 +19,7 @@
 #include "CommandLine/Restriction.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
@@ -125,13 +125,13 @@ int ExtractCommand::run() const {
     try {
         if (writeOutput(extracted(*this).bytes.view())) return 0;
         writeProblem(
-            reader.translate("The output couldn’t be written: %1", {std::generic_category().message(errno)}));
+            reader.translate("The output couldn’t be written: %1", {systemErrorText(errno, reader)}));
         return 1;
     } catch (const Fault& fault) {
         writeProblem(fault.what());
         return fault.status;
     } catch (const std::bad_alloc&) {
-        writeProblem(std::generic_category().message(ENOMEM));
+        writeProblem(systemErrorText(ENOMEM, reader));
         return 1;
     }
 }

@@ -12,6 +12,8 @@
 #include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Details.h"
+#include "Wording/Quoted.h"
 
 namespace quillmark {
 
@@ -110,7 +112,7 @@ auto fromFile(const std::string& path, Use use) {
     try {
         return use(parsed(path));
     } catch (const AnswersFileError& error) {
-        throw AnswersFileError("“" + path + "” can’t be used: " + error.what());
+        throw AnswersFileError(path, error.what());
     }
 }
 
@@ -282,6 +284,13 @@ std::vector<FixedAnswers::Contradiction> FixedAnswers::add(FixedAnswers other) {
         ours.registrations.merge(theirs.registrations);
     }
     return contradictions;
+}
+
+std::string unusable(const AnswersFileError& error, const Reader& reader) {
+    if (error.file.empty()) return error.what();
+    return reader.translate(
+        "“%1” can’t be used: %2",
+        {quillmark::quoted(error.file), quillmark::quoted(systemErrorText(error.reason, reader))});
 }
 
 FixedAnswers FixedAnswers::read(const std::string& path) { return fromFile(path, fixedAnswers); }

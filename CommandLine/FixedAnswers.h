@@ -10,6 +10,7 @@
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 #include "QuillmarkKit/Support/Date.h"
+#include "Wording/Reader.h"
 
 namespace quillmark {
 
@@ -17,7 +18,12 @@ namespace quillmark {
 class AnswersFileError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+    AnswersFileError(const std::string& path, const std::string& what)
+        : std::runtime_error("“" + path + "” can’t be used: " + what), file(path), reason(what) {}
+    std::string file = {}, reason = {};  ///< what the line is made of, where it is about a file
 };
+/// That line for a person.
+std::string unusable(const AnswersFileError& error, const Reader& reader);
 
 /// DNS answers and registration dates from a file in place of the network (docs/formats.md).
 struct FixedAnswers {

@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <iostream>
 #include <iterator>
-#include <system_error>
 #include <utility>
 #include <variant>
 
@@ -20,6 +19,7 @@
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
 #include "Sandbox/ProgramSandbox.h"
+#include "Wording/Details.h"
 #include "Wording/Direction.h"
 #include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
@@ -81,14 +81,13 @@ std::string line(const ProofReport& report, const Reader& reader) {
     return report.id.text() + "  " + iso8601(report.checkedAt) + "  " +
            std::string(marker(report.verdict.tone)) + " " +
            isolated(headline(report.verdict, reader), reader.language) + "  <" +
-           (from.empty() ? "" : forDisplay(cutInside(from.front().address, 100))) + ">  “" +
-           forDisplay(report.summary.subject, 100) + "”";
+           (from.empty() ? "" : forDisplay(cutInside(from.front().address, 100))) + ">  " +
+           reader.translate("“%1”", {forDisplay(report.summary.subject, 100)});
 }
 
 void write(const std::string& text, const Reader& reader) {
     if (writeOutput(text)) return;
-    throw Problem{
-        reader.translate("The reports couldn’t be written: %1", {std::generic_category().message(errno)})};
+    throw Problem{reader.translate("The reports couldn’t be written: %1", {systemErrorText(errno, reader)})};
 }
 
 void write(const std::vector<std::string>& lines, const Reader& reader) {

@@ -6,7 +6,6 @@
 #include <map>
 #include <mutex>
 #include <set>
-#include <system_error>
 #include <utility>
 #include <variant>
 
@@ -49,8 +48,7 @@ struct Problem {
 
 void write(const std::string& text, const Reader& reader) {
     if (writeOutput(text)) return;
-    throw Problem{
-        reader.translate("The keys couldn’t be written: %1", {std::generic_category().message(errno)})};
+    throw Problem{reader.translate("The keys couldn’t be written: %1", {systemErrorText(errno, reader)})};
 }
 
 KeyBook bookOf(const Reader& reader) {

@@ -27,6 +27,7 @@ public:
     /// What came of one message.
     struct Message {
         std::string problem = {};  ///< one line, when it could not be checked; else empty
+        bool isOfFolder = false;   ///< that is because it is no email, and nobody named it
         std::string hint = {};     ///< one line beside the report; empty when there is none
         Counted counted = {};      ///< of its report
         std::string report = {};   ///< as it is printed; empty when it is not to be

@@ -16,6 +16,7 @@
 
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Unicode.h"
+#include "Wording/Details.h"
 #include "Wording/Direction.h"
 #include "Wording/Reader.h"
 #include "Wording/Wrapped.h"
@@ -168,8 +169,9 @@ void endOnSignals() {
     try {
         std::thread(wait).detach();
     } catch (const std::system_error& error) {
-        writeProblem(Reader::ofEnvironment().translate("The system allows this program no thread: %1",
-                                                       {error.code().message()}));
+        const Reader reader = Reader::ofEnvironment();
+        writeProblem(reader.translate("The system allows this program no thread: %1",
+                                      {systemErrorText(error.code().message(), reader)}));
         _exit(1);
     }
 }

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "CommandLine/Output.h"
+#include "Wording/Details.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -20,9 +21,10 @@ OutputFileError::OutputFileError(const std::string& file, int systemError)
     : std::runtime_error(std::generic_category().message(systemError)), path(file), error(systemError) {}
 
 std::string unwritable(const OutputFileError& error, const Reader& reader) {
-    return reader.translate("“%1” can’t be written: %2",
-                            {quillmark::quoted(error.path),
-                             error.error == EEXIST ? reader.translate("it is there already") : error.what()});
+    return reader.translate(
+        "“%1” can’t be written: %2",
+        {quillmark::quoted(error.path), error.error == EEXIST ? reader.translate("it is there already")
+                                                              : systemErrorText(error.error, reader)});
 }
 
 bool OutputFile::isStandardOutput(std::string_view path) {

@@ -104,7 +104,7 @@ int RecordingCommand::run() const {
         output.commit();
         return 0;
     } catch (const AnswersFileError& error) {
-        writeProblem(error.what());
+        writeProblem(unusable(error, reader));
         return 2;
     } catch (const OutputFileError& error) {
         writeProblem(unwritable(error, reader));

@@ -22,6 +22,7 @@
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Settings/CurrentTime.h"
+#include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wording.h"
 
@@ -66,16 +67,16 @@ int exitStatus(const Reader& reader, const Command& command) {
     } catch (const SigningError& error) {
         return failed(argumentsAtFault, error.what());
     } catch (const std::bad_alloc&) {
-        return failed(inputAtFault, std::generic_category().message(ENOMEM));
+        return failed(inputAtFault, systemErrorText(ENOMEM, reader));
     }
 }
 
 /// `more`: what to do if it can't be.
 void print(std::string_view bytes, const Reader& reader, const std::string& more = {}) {
     if (writeOutput(bytes)) return;
-    throw Fault(inputAtFault, reader.translate("The output couldn’t be written: %1",
-                                               {std::generic_category().message(errno)}) +
-                                  more);
+    throw Fault(
+        inputAtFault,
+        reader.translate("The output couldn’t be written: %1", {systemErrorText(errno, reader)}) + more);
 }
 
 void printRecord(const SigningKey& key, const Reader& reader, const std::string& more = {}) {

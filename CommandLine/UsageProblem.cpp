@@ -117,9 +117,8 @@ std::string usageProblem(const CommandTable& program, const std::vector<std::str
         problem = aboutUnknown(unknown.front(), place, reader);
     } else if (!place.command->commands.empty()) {
         std::string names;
-        for (const CommandTable& each : place.command->commands)
-            names += (names.empty() ? "" : ", ") + each.name;
-        problem = reader.translate("what shall be done? One of %1", {names});
+        for (const CommandTable& each : place.command->commands) reader.addTo(names, each.name);
+        problem = reader.translate("a command is missing: %1", {names});
     } else {
         problem = inOurWords(reason, place, reader);
     }

@@ -133,6 +133,10 @@ std::string helpText(const CommandTable& command, const std::string& path, const
     if (extent == HelpExtent::usual && std::ranges::any_of(command.options, &OptionEntry::isSeldom))
         return text + "\n" + words.more + ": " + path + " --help-all\n";
     if (!command.remarks.empty()) text += "\n" + paragraph(command.remarks);
+    if (extent == HelpExtent::all) {
+        for (const CommandTable& each : command.commands)
+            text += "\n\n" + helpText(each, path + " " + each.name, words, extent);
+    }
     return text;
 }
 

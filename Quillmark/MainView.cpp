@@ -473,10 +473,10 @@ QWidget* MainView::buildDropArea() {
     buttons->addStretch(1);
     layout->addLayout(buttons);
     layout->addWidget(buildClipboardLine());
-    QLabel* ways =
-        plainLabel(m_words("Drag a message out of your mail program, or save it there as an .eml file. "
-                           "You can also copy a message’s source and paste it."),
-                   1.0, QFont::Normal);
+    QLabel* ways = plainLabel(
+        m_words("Drag a message out of your mail program, or save it there as a file (.eml or mbox). "
+                "You can also copy a message’s source and paste it."),
+        1.0, QFont::Normal);
     auto* narrow = new QHBoxLayout;
     narrow->addStretch(1);
     narrow->addWidget(ways, 6);

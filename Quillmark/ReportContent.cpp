@@ -104,7 +104,7 @@ QString Composer::names(const std::vector<std::string>& list) const {
     QStringList all;
     for (const std::string& each : capped(list)) all << text(each);
     addMore(all, list.size());
-    return all.join(QStringLiteral(", "));
+    return all.join(m_words(", "));
 }
 
 void Composer::addNotes(ReportSection& section, NoteSection which) const {
@@ -137,8 +137,8 @@ ReportSection Composer::message() const {
     addText(facts, toTranslate("Return-Path"), summary.returnPath);
     if (!m_report.domainAge.domain.empty()) {
         add(facts, toTranslate("Sender’s domain"),
-            domain(m_report.domainAge.domain) + QStringLiteral(", ") +
-                m_words.sentence(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader)));
+            m_words("%1, %2", domain(m_report.domainAge.domain),
+                    m_words.sentence(ageInWords(m_report.domainAge, m_report.checkedAt, m_words.reader))));
     }
     addNotes(section, NoteSection::message);
     return section;
@@ -294,8 +294,8 @@ ReportRow Composer::step(const PathStep& step, bool isJudged) const {
     QStringList from;
     if (hop.fromName) from << domain(*hop.fromName);
     if (hop.fromIP) from << text(*hop.fromIP);
-    row.sentence = from.isEmpty() ? m_words("It doesn’t say from where.")
-                                  : m_words("From %1", from.join(QStringLiteral(", ")));
+    row.sentence =
+        from.isEmpty() ? m_words("It doesn’t say from where.") : m_words("From %1", from.join(m_words(", ")));
     if (step.date) {
         const QString time = m_words.time(*step.date);
         row.notes.push_back(
@@ -378,7 +378,7 @@ QString answersFrom(const RecordedAnswers& answers, const Words& words) {
     QStringList names;
     for (const std::string& each : sources)
         names << (each == "system" ? words("this computer’s own DNS") : isolatedRuns(quotedWord(each)));
-    return words("answers from %1", names.join(QStringLiteral(", ")));
+    return words("answers from %1", names.join(words(", ")));
 }
 
 ReportContent reportContent(const ProofReport& report, const std::optional<std::vector<PathStep>>& path,

@@ -38,9 +38,9 @@ WelcomeView::WelcomeView(const Words& words, QWidget* parent) : QDialog(parent) 
                    "keys and rules, and registries for how old they are."),
              words("What came of each check is kept in your history on this computer, without the message’s "
                    "text. The settings turn that off."),
-             words("Drag a message out of your mail program onto the window, or save it as an .eml file and "
-                   "open "
-                   "it. Where neither works, show the message’s source and paste it."),
+             words("Drag a message out of your mail program onto the window, or save it as a file (.eml or "
+                   "mbox) "
+                   "and open it. Where neither works, show the message’s source and paste it."),
          }) {
         layout->addWidget(new PlainText(each));
     }

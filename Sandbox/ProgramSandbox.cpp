@@ -1,21 +1,14 @@
 #include "Sandbox/ProgramSandbox.h"
 
-#include <system_error>
-
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Support/Files.h"
 #include "Settings/UserFolders.h"
+#include "Wording/Details.h"
 
 namespace quillmark {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-std::string errorText(int error) { return std::generic_category().message(error); }
-
-}  // namespace
 
 void allowUserData(Sandbox& sandbox, UserData data) {
     // What goes wrong here is told by whoever opens it.
@@ -47,13 +40,13 @@ void allowCache(Sandbox& sandbox) {
 std::vector<std::string> linesOfSandbox(const Reader& reader) {
     if (isSandboxLeftOut()) return {reader.translate("Sandbox: none in a build with a sanitizer")};
     const SandboxState state = restrictProcess({});
-    return {
-        state.landlock > 0
-            ? reader.translate("Sandbox for files: Landlock, version %1", {std::to_string(state.landlock)})
-            : reader.translate("Sandbox for files: none (Landlock: %1)", {errorText(state.landlockError)}),
-        state.seccompError == 0
-            ? reader.translate("Sandbox for the rest: seccomp")
-            : reader.translate("Sandbox for the rest: none (seccomp: %1)", {errorText(state.seccompError)})};
+    return {state.landlock > 0 ? reader.translate("Sandbox for files: Landlock, version %1",
+                                                  {std::to_string(state.landlock)})
+                               : reader.translate("Sandbox for files: none (Landlock: %1)",
+                                                  {systemErrorText(state.landlockError, reader)}),
+            state.seccompError == 0 ? reader.translate("Sandbox for the rest: seccomp")
+                                    : reader.translate("Sandbox for the rest: none (seccomp: %1)",
+                                                       {systemErrorText(state.seccompError, reader)})};
 }
 
 std::string sandboxLeftOut(const Reader& reader) {

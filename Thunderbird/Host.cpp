@@ -12,7 +12,6 @@
 #include <semaphore>
 #include <stop_token>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <variant>
 
@@ -24,6 +23,7 @@
 #include "QuillmarkKit/Verifier.h"
 #include "Thunderbird/Answers.h"
 #include "Thunderbird/NativeMessages.h"
+#include "Wording/Details.h"
 #include "Wording/Wording.h"
 
 namespace quillmark {
@@ -145,7 +145,7 @@ AddonAnswer Host::opened(const AddonRequest& request, const std::string& bytes) 
     AddonAnswer answer;
     assert(m_surroundings.window);
     const HandedOver outcome = m_surroundings.window->open(bytes);
-    const std::string why = std::generic_category().message(outcome.error);
+    const std::string why = systemErrorText(outcome.error, reader);
     switch (outcome.kind) {
         case HandedOver::Kind::taken:
             break;

@@ -386,7 +386,7 @@ bool isDamaged(const ProofReport& report) {
 
 std::string checkTheFile(const Reader& reader) {
     return reader.translate(
-        "Save the message itself as a file (.eml) and check that. Don’t rely on this copy.");
+        "Save the message itself as a file (.eml or mbox) and check that. Don’t rely on this copy.");
 }
 
 std::string afterBreaking(const ProofReport& report, const Reader& reader) {

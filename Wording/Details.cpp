@@ -1,6 +1,8 @@
 #include "Wording/Details.h"
 
 #include <algorithm>
+#include <iterator>
+#include <system_error>
 
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Quoted.h"
@@ -67,6 +69,18 @@ constexpr std::string_view patterns[] = {
     toTranslate("another program holds it"),
 };
 
+/// What the system calls the errors that people meet.
+constexpr std::string_view systemErrors[] = {
+    toTranslate("No such file or directory"), toTranslate("Permission denied"),
+    toTranslate("Operation not permitted"),   toTranslate("Is a directory"),
+    toTranslate("Not a directory"),           toTranslate("File exists"),
+    toTranslate("No space left on device"),   toTranslate("Disk quota exceeded"),
+    toTranslate("Read-only file system"),     toTranslate("File too large"),
+    toTranslate("File name too long"),        toTranslate("Too many levels of symbolic links"),
+    toTranslate("Too many open files"),       toTranslate("Input/output error"),
+    toTranslate("Cannot allocate memory"),    toTranslate("Resource temporarily unavailable"),
+};
+
 std::optional<std::string> translated(std::string_view detail, const Reader& reader) {
     if (detail == "not in the test registry")
         return reader.translate("the file of registration dates doesn’t name this domain");
@@ -82,7 +96,7 @@ std::string serviceText(std::string_view text, const Reader& reader) {
     const std::size_t colon = text.find(": ");
     if (colon == std::string_view::npos) return quoted(text);
     const auto reason = translated(text.substr(colon + 2), reader);
-    return reason ? quoted(text.substr(0, colon)) + ": " + *reason : quoted(text);
+    return reason ? reader.translate("%1: %2", {quoted(text.substr(0, colon)), *reason}) : quoted(text);
 }
 
 }  // namespace
@@ -106,6 +120,15 @@ std::optional<Captures> captures(std::string_view text, std::string_view pattern
     return text.empty() ? std::optional(found) : std::nullopt;
 }
 
+std::string systemErrorText(std::string_view words, const Reader& reader) {
+    const bool isKnown = std::ranges::find(systemErrors, words) != std::end(systemErrors);
+    return isKnown ? reader.translate(words) : std::string(words);
+}
+
+std::string systemErrorText(int error, const Reader& reader) {
+    return systemErrorText(std::generic_category().message(error), reader);
+}
+
 std::string detailText(std::string_view detail, const Reader& reader) {
     constexpr std::size_t longest = 1000;  // beyond that nothing is of ours
     if (detail.size() > longest) return quotedWord(detail);
@@ -115,7 +138,7 @@ std::string detailText(std::string_view detail, const Reader& reader) {
     for (bool isFirst = true; !detail.empty(); isFirst = false) {
         const std::string_view piece = detail.substr(0, detail.find("; "));
         detail.remove_prefix(std::min(detail.size(), piece.size() + 2));
-        text += (isFirst ? "" : "; ") + serviceText(piece, reader);
+        text += (isFirst ? "" : reader.translate("; ")) + serviceText(piece, reader);
     }
     return text;
 }

@@ -116,7 +116,7 @@ struct Answering {
     std::string senders() const {
         std::vector<std::string> addresses;
         for (const MailAddress& each : report.summary.from) addresses.push_back(each.address);
-        return quotedList(addresses);
+        return quotedList(addresses, reader);
     }
     ExpectedAnswer signedForAnother() const {
         return no(reader.translate("No: you expected %1. This message is signed by %2, but From names %3.",

@@ -19,7 +19,8 @@ std::int64_t number(std::size_t count) { return static_cast<std::int64_t>(count)
 
 std::string reasonOf(const std::exception& error, const Reader& reader) {
     const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
-    const std::string words = detailText(fromSystem ? fromSystem->code().message() : error.what(), reader);
+    const std::string words =
+        fromSystem ? systemErrorText(fromSystem->code().message(), reader) : detailText(error.what(), reader);
     const auto* ofFile = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
     return ofFile && !ofFile->path1().empty() ? ofFile->path1().string() + ": " + words : words;
 }
@@ -142,7 +143,7 @@ std::vector<std::string> historyToClear(const HistoryContents& contents, const R
     if (contents.setAside.empty()) return lines;
     std::string names;
     for (const std::filesystem::path& file : contents.setAside)
-        names += (names.empty() ? "“" : ", “") + quillmark::quoted(file.filename().string()) + "”";
+        reader.addTo(names, reader.translate("“%1”", {quillmark::quoted(file.filename().string())}));
     lines.push_back(reader.translateCount("%n damaged history that was set aside goes, too: %1",
                                           "%n damaged histories that were set aside go, too: %1",
                                           number(contents.setAside.size()), {names}));

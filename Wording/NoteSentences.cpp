@@ -151,7 +151,7 @@ std::string frontOfUndone(const ReportNote::Undone& note, const Reader& reader) 
 
 std::string changesInWords(const ReportNote::Undone& note, const Reader& reader) {
     std::string changes;
-    const auto join = [&](const std::string& item) { changes += (changes.empty() ? "" : "; ") + item; };
+    const auto join = [&](const std::string& item) { reader.addClauseTo(changes, item); };
     for (auto text = note.texts.begin(); text != note.texts.end(); ++text) {
         const auto isAlike = [&](const ChangedText& other) { return isToldAlike(*text, other); };
         if (std::any_of(note.texts.begin(), text, isAlike)) continue;
@@ -216,8 +216,7 @@ std::string keyKnownSentence(const ReportNote::KeyKnown& note, const Reader& rea
 std::string leadOfUndone(const ReportNote::Undone& note, const Reader& reader) {
     const std::string changes = changesInWords(note, reader);
     std::string forms;
-    for (const RewrittenForm form : note.forms)
-        forms += (forms.empty() ? "" : ", ") + formInWords(form, reader);
+    for (const RewrittenForm form : note.forms) reader.addTo(forms, formInWords(form, reader));
     const std::string domain = quotedDomain(note.domain), front = frontOfUndone(note, reader);
     const bool isForwarder = note.of == SignatureKind::arc;
     if (changes.empty()) {
@@ -548,17 +547,16 @@ struct NoteSentence {
         if (note.changed.empty()) return text;
         std::string changes;
         for (const ChangedField& field : note.changed)
-            changes += (changes.empty() ? "" : "; ") + changeInWords(field, reader);
+            reader.addClauseTo(changes, changeInWords(field, reader));
         return sentences({text, reader.translate("Other lines have changed since %1 signed them: %2.",
                                                  {domain, changes})});
     }
     std::string operator()(const Damage& note) const {
         if (note.kind == DamageKind::mboxLossy || note.field) return damageInWords(note, reader);
         return sentences(
-            {damageInWords(note, reader),
-             reader.translate(
-                 "A forgery can look the same. Where you have the message itself, save it as a file (.eml) "
-                 "and check that.")});
+            {damageInWords(note, reader), reader.translate("A forgery can look the same. Where you have the "
+                                                           "message itself, save it as a file (.eml or mbox) "
+                                                           "and check that.")});
     }
     std::string operator()(const ReportNote::LinesBeforeDropped& note) const {
         return reader.translateCount("%n line before the message was left out. It reads “%1”.",

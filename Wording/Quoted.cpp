@@ -59,11 +59,14 @@ std::string quotedDomain(std::string_view domain) {
     return ascii ? quotedWord(domain) + " (" + quotedWord(*ascii) + ")" : quotedWord(domain);
 }
 
-std::string quotedList(std::span<const std::string> texts) {
+std::string quotedList(std::span<const std::string> texts, const Reader& reader) {
     std::string list;
     for (const std::string& text : texts) {
-        if (list.size() > longestList) return list + ", …";
-        list += (list.empty() ? "" : ", ") + quotedWord(text);
+        if (list.size() > longestList) {
+            reader.addTo(list, "…");
+            break;
+        }
+        reader.addTo(list, quotedWord(text));
     }
     return list;
 }

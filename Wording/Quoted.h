@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Wording/Reader.h"
+
 namespace quillmark {
 
 /// Somebody else's text as it may stand by itself, behind a label: one line, inert, at most 500 bytes of it.
@@ -26,6 +28,6 @@ std::string cutInside(std::string_view text, std::size_t limit = 490);
 std::string quotedDomain(std::string_view domain);
 
 /// "a, b, c", each a word; "…" stands for what would make it much longer than a thousand bytes.
-std::string quotedList(std::span<const std::string> texts);
+std::string quotedList(std::span<const std::string> texts, const Reader& reader);
 
 }  // namespace quillmark

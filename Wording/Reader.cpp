@@ -120,6 +120,16 @@ std::string Reader::translateCount(std::string_view one, std::string_view many, 
     return filled(translation.value_or(english), arguments, language, number(count));
 }
 
+void Reader::addTo(std::string& list, std::string_view item) const {
+    if (!list.empty()) list += translate(", ");
+    list += item;
+}
+
+void Reader::addClauseTo(std::string& list, std::string_view item) const {
+    if (!list.empty()) list += translate("; ");
+    list += item;
+}
+
 std::string Reader::time(Date date) const {
     if (!isPlausible(date)) return translate("a date that makes no sense");
     const ZoneOffset offset = zone(date);

@@ -51,6 +51,11 @@ struct Reader {
     std::string translateCount(std::string_view one, std::string_view many, std::int64_t count,
                                std::initializer_list<std::string_view> arguments = {}) const;
 
+    /// Adds the next item to a list: "a, b".
+    void addTo(std::string& list, std::string_view item) const;
+    /// The same for items that are long or have commas themselves: "a, b; c".
+    void addClauseTo(std::string& list, std::string_view item) const;
+
     /// "15 Jan 2026 at 12:00 CET", in the reader's zone and language.
     std::string time(Date date) const;
     /// "15 Jan 2026": the day it is in the reader's zone.

@@ -203,9 +203,12 @@ std::string fieldNames(const std::vector<std::string>& names, const Reader& read
     constexpr std::size_t longest = 1'000;  // bytes
     std::string list;
     for (const std::string& each : names) {
-        if (list.size() > longest) return list + ", …";
+        if (list.size() > longest) {
+            reader.addTo(list, "…");
+            break;
+        }
         const std::string known = fieldName(each, reader);
-        list += (list.empty() ? "" : ", ") + (known == each ? quotedWord(each) : known);
+        reader.addTo(list, known == each ? quotedWord(each) : known);
     }
     return list;
 }

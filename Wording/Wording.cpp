@@ -4,6 +4,7 @@
 #include <variant>
 
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Details.h"
 #include "Wording/FailedLookups.h"
 #include "Wording/NoteSentences.h"
 #include "Wording/Quoted.h"
@@ -105,7 +106,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                         "that %1 signed. Mailing lists often change messages in this way. Forwarders left "
                         "marks that are intact, as anyone can: %2. Unless you know and trust them, don’t "
                         "rely on what it says; if it matters, ask the sender in another way.",
-                        {domain, quotedList(verdict.arcVouchers)});
+                        {domain, quotedList(verdict.arcVouchers, reader)});
                 }
                 return reader.translate(
                     "This isn’t the text that %1 signed: it was changed since, or put under lines that "
@@ -118,7 +119,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                     "signed it. Mailing lists often change messages in this way. Forwarders left marks that "
                     "are intact, as anyone can: %2. Unless you know and trust them, don’t rely on what it "
                     "says; if it matters, ask the sender in another way.",
-                    {domain, quotedList(verdict.arcVouchers)});
+                    {domain, quotedList(verdict.arcVouchers, reader)});
             }
             return reader.translate(
                 "This isn’t the message that %1 signed: something was changed since, or %1 never signed "
@@ -309,7 +310,7 @@ std::string problemLine(const Refusal& refusal, const std::optional<std::string>
                         const Reader& reader) {
     const std::string file = quoted(placeName(name.value_or(""), reader));
     if (const auto* unreadable = std::get_if<Refusal::Unreadable>(&refusal.value)) {
-        const std::string reason = quoted(unreadable->reason);
+        const std::string reason = quoted(systemErrorText(unreadable->reason, reader));
         if (!name) return reader.translate("The input couldn’t be read: %1", {reason});
         return reader.translate("“%1” couldn’t be read: %2", {file, reason});
     }

@@ -77,6 +77,8 @@ TEST(Wording, details) {
     for (const auto& row : rows) {
         EXPECT_EQ(detailText(row.detail, german), row.german);
     }
+    EXPECT_EQ(detailText(rows[0].detail, {.language = languageOf("zh")}),
+              "a.example：超时；b.example：没有连接");
 }
 
 TEST(Wording, addresses) {
