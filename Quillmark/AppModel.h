@@ -16,11 +16,11 @@
 #include <utility>
 #include <vector>
 
+#include "Apart/MessageCheck.h"
 #include "Quillmark/AppSettings.h"
 #include "Quillmark/HistoryKeeper.h"
 #include "Quillmark/KeptMessages.h"
 #include "Quillmark/Mailbox.h"
-#include "Quillmark/MessageCheck.h"
 #include "Quillmark/Session.h"
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Lookups/KeyBook.h"

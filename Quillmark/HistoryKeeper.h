@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "Quillmark/MessageCheck.h"
+#include "Apart/MessageCheck.h"
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Support/Workers.h"
 #include "Wording/Reader.h"

@@ -4,7 +4,7 @@
 #include <deque>
 #include <map>
 
-#include "Quillmark/MessageCheck.h"
+#include "Apart/MessageCheck.h"
 
 namespace quillmark {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "Quillmark/MessageCheck.h"
+#include "Apart/MessageCheck.h"
 #include "Quillmark/ReportContent.h"
 
 namespace quillmark {

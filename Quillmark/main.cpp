@@ -15,12 +15,12 @@
 #include <iostream>
 #include <string_view>
 
+#include "Apart/CheckProcesses.h"
+#include "Apart/CheckWorker.h"
+#include "Apart/NetworkProcess.h"
+#include "Apart/NetworkWorker.h"
 #include "Quillmark/AppModel.h"
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/CheckWorker.h"
 #include "Quillmark/DesktopOptions.h"
-#include "Quillmark/NetworkProcess.h"
-#include "Quillmark/NetworkWorker.h"
 #include "Quillmark/Panels.h"
 #include "Quillmark/QuillmarkApp.h"
 #include "Quillmark/SingleInstance.h"

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string_view>
 
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/CheckWorker.h"
+#include "Apart/CheckProcesses.h"
+#include "Apart/CheckWorker.h"
 
 namespace quillmark::test {
 

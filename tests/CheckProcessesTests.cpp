@@ -1,4 +1,4 @@
-#include "Quillmark/CheckProcesses.h"
+#include "Apart/CheckProcesses.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -8,7 +8,7 @@
 #include <iterator>
 #include <set>
 
-#include "Quillmark/CheckQuestions.h"
+#include "Apart/CheckQuestions.h"
 #include "tests/SandboxAttempts.h"
 
 namespace quillmark {

@@ -1,11 +1,11 @@
-#include "Quillmark/NetworkProcess.h"
+#include "Apart/NetworkProcess.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <thread>
 
-#include "Quillmark/NetworkWorker.h"
+#include "Apart/NetworkWorker.h"
 
 namespace quillmark {
 namespace {

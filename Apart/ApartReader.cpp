@@ -1,4 +1,4 @@
-#include "Quillmark/ApartReader.h"
+#include "Apart/ApartReader.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "Quillmark/NetworkWorker.h"
+#include "Apart/NetworkWorker.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "Quillmark/NetworkProtocol.h"
+#include "Apart/NetworkProtocol.h"
 #include "QuillmarkKit/Support/HTTP.h"
 #include "QuillmarkKit/Support/Workers.h"
 #include "Sandbox/ProgramSandbox.h"

@@ -1,4 +1,4 @@
-#include "Quillmark/CheckRequest.h"
+#include "Apart/CheckRequest.h"
 
 #include <exception>
 #include <utility>

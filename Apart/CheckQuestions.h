@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "Quillmark/CheckProtocol.h"
-#include "Quillmark/SwitchedRegistry.h"
+#include "Apart/CheckProtocol.h"
+#include "Apart/SwitchedRegistry.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/Recording.h"

@@ -1,4 +1,4 @@
-#include "Quillmark/NetworkProcess.h"
+#include "Apart/NetworkProcess.h"
 
 #include <algorithm>
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "Quillmark/CheckProcesses.h"
+#include "Apart/CheckProcesses.h"
 
 #include <signal.h>
 #include <sys/prctl.h>

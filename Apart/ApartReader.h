@@ -7,8 +7,8 @@
 #include <optional>
 #include <stop_token>
 
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/CheckRequest.h"
+#include "Apart/CheckProcesses.h"
+#include "Apart/CheckRequest.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 
 namespace quillmark {

@@ -1,4 +1,4 @@
-#include "Quillmark/CheckQuestions.h"
+#include "Apart/CheckQuestions.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "Quillmark/CheckWorker.h"
+#include "Apart/CheckWorker.h"
 
 #include <unistd.h>
 
@@ -10,8 +10,8 @@
 #include <utility>
 #include <variant>
 
-#include "Quillmark/CheckProtocol.h"
-#include "Quillmark/MessageCheck.h"
+#include "Apart/CheckProtocol.h"
+#include "Apart/MessageCheck.h"
 #include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/Intake/Containers.h"
 #include "QuillmarkKit/Intake/PastedText.h"

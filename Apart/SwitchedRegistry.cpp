@@ -1,4 +1,4 @@
-#include "Quillmark/SwitchedRegistry.h"
+#include "Apart/SwitchedRegistry.h"
 
 namespace quillmark {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "Quillmark/CheckProtocol.h"
+#include "Apart/CheckProtocol.h"
 #include "Sandbox/HelperProcess.h"
 
 namespace quillmark {

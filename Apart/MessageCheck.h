@@ -11,8 +11,8 @@
 #include <variant>
 #include <vector>
 
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/SwitchedRegistry.h"
+#include "Apart/CheckProcesses.h"
+#include "Apart/SwitchedRegistry.h"
 #include "QuillmarkKit/History.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Intake/PastedText.h"

@@ -1,4 +1,4 @@
-#include "Quillmark/CheckProtocol.h"
+#include "Apart/CheckProtocol.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "Quillmark/MessageCheck.h"
+#include "Apart/MessageCheck.h"
 
 #include <chrono>
 #include <exception>
@@ -8,9 +8,9 @@
 #include <set>
 #include <utility>
 
-#include "Quillmark/ApartReader.h"
-#include "Quillmark/CheckQuestions.h"
-#include "Quillmark/CheckRequest.h"
+#include "Apart/ApartReader.h"
+#include "Apart/CheckQuestions.h"
+#include "Apart/CheckRequest.h"
 #include "QuillmarkKit/CheckWalk.h"
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Intake/Containers.h"

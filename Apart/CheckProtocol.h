@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "Quillmark/NetworkProtocol.h"
-#include "Quillmark/Wire.h"
+#include "Apart/NetworkProtocol.h"
+#include "Apart/Wire.h"
 #include "QuillmarkKit/Intake/MailboxReader.h"
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Mail/Received.h"

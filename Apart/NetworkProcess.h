@@ -13,8 +13,8 @@
 #include <string_view>
 #include <thread>
 
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/NetworkProtocol.h"
+#include "Apart/CheckProcesses.h"
+#include "Apart/NetworkProtocol.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
 

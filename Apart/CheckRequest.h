@@ -8,9 +8,9 @@
 #include <string_view>
 #include <tuple>
 
-#include "Quillmark/CheckProcesses.h"
-#include "Quillmark/CheckProtocol.h"
-#include "Quillmark/CheckQuestions.h"
+#include "Apart/CheckProcesses.h"
+#include "Apart/CheckProtocol.h"
+#include "Apart/CheckQuestions.h"
 #include "QuillmarkKit/Intake/Intake.h"
 
 namespace quillmark {

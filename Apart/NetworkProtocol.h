@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Quillmark/Wire.h"
+#include "Apart/Wire.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 
 /// What the window and the process that asks the network for it (`NetworkProcess`) tell each other: questions
