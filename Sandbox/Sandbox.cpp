@@ -278,6 +278,8 @@ constexpr std::initializer_list<int> ofNetwork = {
     SCMP_SYS(connect),    SCMP_SYS(sendto),      SCMP_SYS(sendmsg),     SCMP_SYS(sendmmsg),
     SCMP_SYS(recvfrom),   SCMP_SYS(recvmsg),     SCMP_SYS(recvmmsg),    SCMP_SYS(getsockopt),
     SCMP_SYS(setsockopt), SCMP_SYS(getsockname), SCMP_SYS(getpeername), SCMP_SYS(shutdown)};
+constexpr std::initializer_list<int> ofChannels = {SCMP_SYS(recvfrom), SCMP_SYS(sendto), SCMP_SYS(setsockopt),
+                                                   SCMP_SYS(shutdown)};
 constexpr std::uint64_t socketKind = 0xF;  // of a socket's type; the rest are flags
 /// Of what is open, a terminal among it; others put what they like into its input.
 constexpr std::initializer_list<std::uint64_t> deviceRequests = {TCGETS,   TCSETS,  TCSETSW,   TCSETSF,
@@ -311,7 +313,8 @@ public:
         add(SCMP_SYS(tgkill), {is(0, static_cast<std::uint64_t>(::getpid()))});
         add(SCMP_SYS(prlimit64), {is(0, 0), is(2, 0)});
         add(SCMP_SYS(prctl), {is(0, PR_SET_NAME)});
-        if (sandbox.takesFiles) add(SCMP_SYS(recvmsg));
+        if (sandbox.takesFiles || sandbox.usesChannels) add(SCMP_SYS(recvmsg));
+        if (sandbox.usesChannels) add(ofChannels);
         if (!sandbox.isNetworked) return;
         add(ofNetwork);
         for (const std::uint64_t family : std::initializer_list<std::uint64_t>{AF_INET, AF_INET6})

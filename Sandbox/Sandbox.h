@@ -18,6 +18,8 @@ struct Sandbox {
     bool isNetworked = false;  ///< connections over IP may be made; never any other
     /// Open files may be taken from the connections that there are (`Channel::receiveWith`).
     bool takesFiles = false;
+    /// The same, and all else that `Channel` needs, as for asking processes that were made before.
+    bool usesChannels = false;
 };
 
 /// How far the system goes along, for tests: what older kernels have.

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <cassert>
 #include <cstdint>
 #include <exception>
@@ -15,12 +16,12 @@
 #include <utility>
 #include <variant>
 
+#include "Apart/MessageCheck.h"
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Support/Base64.h"
 #include "QuillmarkKit/Support/Serialization.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/Workers.h"
-#include "QuillmarkKit/Verifier.h"
 #include "Thunderbird/Answers.h"
 #include "Thunderbird/NativeMessages.h"
 #include "Wording/Details.h"
@@ -37,9 +38,11 @@ class Host {
 public:
     Host(const HostSurroundings& surroundings, int output)
         : m_surroundings(surroundings),
-          m_verifier(surroundings.resolver, surroundings.registry, PublicSuffixList::shared(), {},
-                     surroundings.rules, surroundings.keys),
-          m_output(output) {}
+          m_checker(surroundings.resolver, surroundings.registry, std::make_shared<RegistrySwitch>(true),
+                    surroundings.keys, surroundings.now, surroundings.processes),
+          m_output(output) {
+        m_checker.setRules(surroundings.rules);
+    }
 
     int serve(int input);
 
@@ -54,7 +57,7 @@ private:
     }
 
     const HostSurroundings& m_surroundings;
-    const Verifier m_verifier;
+    MessageChecker m_checker;
     const int m_output;
     std::mutex m_writing = {};
 };
@@ -69,6 +72,7 @@ int Host::serve(int input) {
     const Reader& reader = m_surroundings.reader;
     std::stop_source stop;
     std::counting_semaphore<mostAtOnce> free(mostAtOnce);
+    std::atomic<int> underWay = 0;
     Workers workers(mostAtOnce);
     // Who closes its end has gone: nobody waits for the answers.
     const struct Leaving {
@@ -101,9 +105,12 @@ int Host::serve(int input) {
         begun = request.more ? std::optional(request.id) : std::nullopt;
         if (request.more) continue;
         free.acquire();
-        workers.add([this, &free, request, token = stop.get_token(),
+        // A message that is looked at by itself is read by a process that has read nothing yet.
+        if (underWay++ == 0) m_checker.renew();
+        workers.add([this, &free, &underWay, request, token = stop.get_token(),
                      message = std::make_shared<std::string>(std::exchange(bytes, {}))] {
             answer(request, *message, token);
+            --underWay;
             free.release();
         });
     }
@@ -126,17 +133,19 @@ void Host::answer(const AddonRequest& request, const std::string& bytes, const s
 AddonAnswer Host::checked(const AddonRequest& request, const std::string& bytes,
                           const std::stop_token& stop) {
     const Reader reader = readerOf(request);
-    auto taken = bytes.size() > largestMessage
-                     ? std::variant<MailMessage, Refusal>(Refusal{Refusal::TooLarge{}})
-                     : messageIn(ByteBuffer(bytes), ParseMode::strict);
     AddonAnswer answer;
-    if (const auto* refusal = std::get_if<Refusal>(&taken)) {
-        answer.problem = problemLine(*refusal, {}, reader);
-    } else {
-        const ProofReport report =
-            m_verifier.verify(std::get<MailMessage>(taken), {}, m_surroundings.now(), stop);
-        answer.summary = panelSummary(report, reader);
+    if (bytes.size() > largestMessage) {
+        answer.problem = problemLine({Refusal::TooLarge{}}, {}, reader);
+        return answer;
     }
+    const MessageSource source{.bytes = std::make_shared<const ByteBuffer>(ByteBuffer(bytes))};
+    m_checker.checkAgain(source, UUID::random(), stop, [&](const CheckOutcome& outcome) {
+        if (const auto* refusal = std::get_if<Refusal>(&outcome.value)) {
+            answer.problem = problemLine(*refusal, {}, reader);
+        } else {
+            answer.summary = panelSummary(*std::get<CheckOutcome::Checked>(outcome.value).report, reader);
+        }
+    });
     return answer;
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "Apart/CheckProcesses.h"
 #include "QuillmarkKit/Lookups/DNS.h"
 #include "QuillmarkKit/Lookups/KeyMemory.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
@@ -22,6 +23,7 @@ struct HostSurroundings {
     CheckRules rules = {};                              ///< that checks judge by
     std::shared_ptr<KeyMemory> keys = {};               ///< that were seen in DNS; may be none
     std::function<Date()> now = {};
+    std::shared_ptr<CheckProcesses> processes = {};  ///< that read messages; none: this one does
     std::shared_ptr<WindowOpener> window = {};  ///< for requests to hand a message to it; else there are none
     std::optional<Sandbox> sandbox = {};        ///< the process is restricted to, before it reads a request
     Reader reader = {};  ///< whom problems of the protocol are for, and whose time zone it is

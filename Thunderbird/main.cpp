@@ -6,6 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "Apart/CheckWorker.h"
+#include "Apart/NetworkProcess.h"
+#include "Apart/NetworkWorker.h"
 #include "QuillmarkKit/HistoryFile.h"
 #include "QuillmarkKit/Lookups/KeyBook.h"
 #include "QuillmarkKit/Lookups/RDAP.h"
@@ -36,16 +39,28 @@ int main(int count, char** arguments) {
             std::cout << line << '\n';
         return 0;
     }
-    const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
     HostSurroundings surroundings;
+    std::shared_ptr<NetworkProcess> network;
+    if (isSandboxed) {  // while there is one thread
+        network = std::make_shared<NetworkProcess>(serveUsualNetwork, sandboxOfUsualNetwork());
+        surroundings.processes = std::make_shared<CheckProcesses>(serveChecks);
+    }
+    surroundings.window = std::make_shared<WindowOpener>(QUILLMARK_WINDOW, sessionFolder());
     const auto file = settingsFile();
     const bool isFit = file && isFitForSettings(*file);
     const auto settings = isFit ? storedSettings(*file) : std::nullopt;
     const AppOptions options = isFit ? storedOptions(*file) : AppOptions();
-    surroundings.resolver = chosenResolver(options.resolver, http);
-    if (settings.value_or(AppSettings()).checkDomainAge)
-        surroundings.registry =
-            std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    const bool asksRegistry = settings.value_or(AppSettings()).checkDomainAge;
+    if (network) {
+        surroundings.resolver = std::make_shared<ApartResolver>(network, options.resolver);
+        if (asksRegistry) surroundings.registry = std::make_shared<ApartRegistry>(network);
+    } else {
+        const auto http = std::make_shared<HTTPEngine>(HTTPOptions::ofEnvironment());
+        surroundings.resolver = chosenResolver(options.resolver, http);
+        if (asksRegistry)
+            surroundings.registry =
+                std::make_shared<RDAPClient>(http, RDAPOptions{.cacheDirectory = cacheFolder()});
+    }
     surroundings.rules = options.rules();
     surroundings.now = currentTime;
     try {
@@ -55,12 +70,10 @@ int main(int count, char** arguments) {
     } catch (const std::filesystem::filesystem_error&) {  // NOLINT(bugprone-empty-catch)
         // Without a folder for it there is no book.
     }
-    surroundings.window = std::make_shared<WindowOpener>(QUILLMARK_WINDOW, sessionFolder());
     if (isSandboxed) {
-        surroundings.sandbox = Sandbox{.isNetworked = true};
+        surroundings.sandbox = Sandbox{.usesChannels = true};
         const bool remembers = settings && options.rememberKeys;
         allowUserData(*surroundings.sandbox, remembers ? UserData::made : UserData::asItIs);
-        if (surroundings.registry) allowCache(*surroundings.sandbox);
     }
     surroundings.reader = reader;
     return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);

@@ -30,6 +30,9 @@ TEST(CheckProcesses, mayDoNoMoreThanTheirWork) {
          {.write = {place / "out"}, .isNetworked = true},
          {"ask somebody", "IPv4", "IPv6", "a datagram", "replace in its folder", "save a history",
           "save a key", "shorten in its folder"}},
+        {"the add-on's host",
+         {.write = {place / "out"}, .usesChannels = true},
+         {"replace in its folder", "save a history", "save a key", "shorten in its folder"}},
     };
     for (const auto& row : rows) {
         CheckProcesses processes(

@@ -36,7 +36,7 @@ public:
             ++m_begun, m_changed.notify_all();
             m_changed.wait_until(lock, patience.stop, patience.deadline, [] { return false; });
             ++m_ended, m_changed.notify_all();
-            throw DNSLookupError("given up");
+            throw DNSLookupError(*patience.end());
         }
         if (name == "kill.example") {
             m_changed.wait(lock, [&] { return m_begun > 0; });

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 
+#include "Apart/CheckWorker.h"
 #include "CommandLine/FixedAnswers.h"
 #include "Settings/UserFolders.h"
 #include "Thunderbird/Host.h"
@@ -14,12 +15,13 @@ int main() {
     using namespace quillmark;
     FixedAnswers fixed = FixedAnswers::read(std::getenv("QUILLMARK_TEST_ANSWERS"));
     HostSurroundings surroundings;
+    surroundings.processes = std::make_shared<CheckProcesses>(serveChecks);
     surroundings.resolver = std::make_shared<StaticResolver>(std::move(fixed.answers));
     surroundings.registry = std::make_shared<StaticRegistry>(std::move(*fixed.registrations));
     surroundings.now = [at = *fixed.at] { return at; };
     surroundings.window =
         std::make_shared<WindowOpener>(std::getenv("QUILLMARK_TEST_WINDOW"), sessionFolder());
-    surroundings.sandbox.emplace();
+    surroundings.sandbox = Sandbox{.usesChannels = true};
     surroundings.reader = Reader::ofEnvironment();
     return serveAddon(surroundings, STDIN_FILENO, STDOUT_FILENO);
 }
