@@ -1,6 +1,5 @@
 #include "Quillmark/ReportList.h"
 
-#include <QLocale>
 #include <algorithm>
 #include <utility>
 
@@ -260,8 +259,7 @@ QString ReportList::senderName(const ListEntry& entry) const {
     if (!entry.isReport()) return {};
     const auto& from = entry.report->summary.from;
     if (from.size() != 1 || !from.front().displayName || entry.report->verdict.fromDomain.empty()) return {};
-    const QLocale locale(QString::fromLatin1(factsOf(m_words.reader.language).tag));
-    return locale.quoteString(shown(*from.front().displayName));
+    return m_words("“%1”", shown(*from.front().displayName));
 }
 
 QString ReportList::date(const ListEntry& entry) const {

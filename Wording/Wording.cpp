@@ -132,10 +132,10 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                 "old message, because senders change their keys; in a new one it is suspicious.",
                 {domain});
         case VerdictKind::couldNotCheck:
-            return reader.translate(
-                       "The key of %1 couldn’t be asked for, so nothing is known yet, good or bad.",
-                       {domain}) +
-                   " " + likelyCause(report, reader);
+            return sentences(
+                {reader.translate(
+                     "The key of %1 couldn’t be asked for, so nothing is known yet, good or bad.", {domain}),
+                 likelyCause(report, reader)});
         case VerdictKind::allowedServerOnly:
             return reader.translate(
                 "No usable signature was found. The server is one that %1 allows, as far as the message’s "
