@@ -36,8 +36,10 @@ std::string digestOfFile(const std::string& path, const Reader& reader) {
     while (file.read(piece.data(), piece.size()) || file.gcount() > 0)
         hasher.add({piece.data(), static_cast<std::size_t>(file.gcount())});
     struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+        throw AnswersFileError(path, std::generic_category().message(errno));
     // Of a pipe the answers themselves would find nothing any more.
-    if (!file.is_open() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.is_open() || !S_ISREG(status.st_mode)) {
         throw AnswersFileError(
             reader.translate("“%1” can’t be used with --out: it is no file that can be read twice",
                              {quillmark::quoted(path)}));
