@@ -161,8 +161,7 @@ TEST(NetworkProcess, thatEndsLeavesFailuresAndANewOne) {
 
 TEST(NetworkProcess, thatHangsIsEnded) {
     ApartResolver resolver(scriptedProcess(std::chrono::milliseconds(50)), "usual");
-    const Patience endless;
-    EXPECT_TRUE(outcome(resolver, "freeze.example", a, endless).starts_with(NetworkProcess::ended));
+    EXPECT_TRUE(outcome(resolver, "freeze.example", a).starts_with(NetworkProcess::ended));
 }
 
 TEST(NetworkProcess, isTakenForHostile) {
