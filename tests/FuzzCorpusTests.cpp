@@ -7,11 +7,12 @@
 
 using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
 
-#define FUZZ_TARGETS(each)                                                                             \
-    each(addresses) each(arc) each(authresults) each(canonicalization) each(containers) each(dmarc)    \
-        each(dnsmessage) each(dohreply) each(encodedwords) each(history) each(keyrecord) each(message) \
-            each(messagetext) each(outlook) each(punycode) each(rdap) each(received) each(reportjson)  \
-                each(spf) each(suffix) each(taglist) each(txtunquote) each(undo) each(unpacker) each(verify)
+#define FUZZ_TARGETS(each)                                                                                   \
+    each(addresses) each(arc) each(authresults) each(canonicalization) each(containers) each(dmarc)          \
+        each(dnsmessage) each(dohreply) each(encodedwords) each(history) each(keyrecord) each(message)       \
+            each(messagetext) each(outlook) each(punycode) each(rdap) each(received) each(reportjson)        \
+                each(spf) each(suffix) each(taglist) each(txtunquote) each(undo) each(unpacker) each(verify) \
+                    each(wire)
 
 #define DECLARE(name) extern "C" FuzzTarget fuzz##name;
 #define LIST(name) {#name, fuzz##name},
