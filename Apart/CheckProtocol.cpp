@@ -47,15 +47,24 @@ FoundMessage foundMessage(const SentMessage& sent, const MessagePlace& file) {
 }
 
 bool Talk::tell(TalkKind kind, std::string_view bytes, int file) const {
+    std::string together = std::exchange(m_held, {});
     const Head head{static_cast<std::uint32_t>(kind), file >= 0 ? 1U : 0U, bytes.size()};
-    if (file >= 0 && !m_channel.sendWith(file, &head, sizeof head)) return false;
-    if (file < 0 && bytes.size() <= sentTogether) {
-        std::string together(reinterpret_cast<const char*>(&head), sizeof head);
-        together += bytes;
-        return m_channel.send(together.data(), together.size(), m_goesOn);
+    if (file >= 0) {
+        return m_channel.send(together.data(), together.size(), m_goesOn) &&
+               m_channel.sendWith(file, &head, sizeof head) &&
+               m_channel.send(bytes.data(), bytes.size(), m_goesOn);
     }
-    if (file < 0 && !m_channel.send(&head, sizeof head, m_goesOn)) return false;
-    return m_channel.send(bytes.data(), bytes.size(), m_goesOn);
+    together.append(reinterpret_cast<const char*>(&head), sizeof head);
+    const bool isSmall = bytes.size() <= sentTogether;
+    if (isSmall) together += bytes;
+    return m_channel.send(together.data(), together.size(), m_goesOn) &&
+           (isSmall || m_channel.send(bytes.data(), bytes.size(), m_goesOn));
+}
+
+void Talk::tellWithNext(TalkKind kind, std::string_view bytes) const {
+    const Head head{static_cast<std::uint32_t>(kind), 0, bytes.size()};
+    m_held.append(reinterpret_cast<const char*>(&head), sizeof head);
+    m_held += bytes;
 }
 
 std::optional<TalkPiece> Talk::hear(Files files) const {

@@ -27,8 +27,9 @@ namespace quillmark {
 
 enum class TalkKind : std::uint32_t {
     // What the window asks for.
-    check,        ///< a message: `SentMessage`, whether to go inside → `report` or `refused` …, `done`
-    open,         ///< a file: the same, or `several`, when it may hold several messages
+    check,        ///< a message: `SentMessage`, whether to go inside, `BegunCheck` of the outermost, with
+                  ///< which it has begun → `report` or `refused` …, `done`
+    open,         ///< a file → the same, or `several`, when it may hold several messages
     resume,       ///< to go on with a mailbox behind so many of its messages → `several`
     next,         ///< the next of a mailbox → `found`, `problem` or `done`
     readAgain,    ///< the message at a place → `found` or `problem`
@@ -79,6 +80,7 @@ struct BegunCheck {
     Date at = {};
     CheckRules rules = {};
     bool asksRegistry = false, asksKeys = false;
+    bool mayKnowAll = false;  ///< whether `mayKnow` need not be asked
 };
 
 // How all of it is packed.
@@ -134,7 +136,7 @@ constexpr auto fieldsOf(const SentMessage*) {
 constexpr auto fieldsOf(const CheckRules*) { return packedFields(&CheckRules::undoing, &CheckRules::dmarc); }
 constexpr auto fieldsOf(const BegunCheck*) {
     using T = BegunCheck;
-    return packedFields(&T::id, &T::at, &T::rules, &T::asksRegistry, &T::asksKeys);
+    return packedFields(&T::id, &T::at, &T::rules, &T::asksRegistry, &T::asksKeys, &T::mayKnowAll);
 }
 constexpr auto fieldsOf(const KnownKey::File*) {
     return packedFields(&KnownKey::File::name, &KnownKey::File::addedAt);
@@ -206,6 +208,8 @@ public:
         : m_channel(channel), m_goesOn(std::move(goesOn)) {}
     /// False when the other end has gone, or is not waited for.
     bool tell(TalkKind kind, std::string_view bytes = {}, int file = -1) const;
+    /// Tells it with what is told next, so that the other end wakes up once.
+    void tellWithNext(TalkKind kind, std::string_view bytes) const;
     /// Nothing for the same reasons, or when what comes is too large. Takes no more memory than twice what
     /// has come. `takesFiles`: whether a file may come with it, which only a process needs.
     enum class Files { refused, taken };
@@ -214,6 +218,7 @@ public:
 private:
     const Channel& m_channel;
     const Channel::GoesOn m_goesOn;
+    mutable std::string m_held = {};
 };
 
 }  // namespace quillmark

@@ -68,6 +68,8 @@ public:
     void saw(std::string_view bytes);
 
     bool asksRegistry() const { return m_registry != nullptr; }
+    /// Whether every name may be known. Fixed answers don't hold the root's.
+    bool mayKnowAll() const { return m_resolver->mayKnow("", DNSRecordType::txt); }
     /// What it was told, and what it couldn't be; of the message that was begun last.
     std::shared_ptr<const RecordedAnswers> answers() const { return m_answers; }
     std::shared_ptr<const RecordedFailures> failures() const { return m_failures; }

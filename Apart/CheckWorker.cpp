@@ -33,6 +33,7 @@ public:
     void tell(Kind kind, std::string_view bytes = {}) {
         if (!m_talk.tell(kind, bytes)) ::_exit(0);  // it has gone
     }
+    void tellWithNext(Kind kind, std::string_view bytes) { m_talk.tellWithNext(kind, bytes); }
     TalkPiece ask(Kind kind, std::string_view bytes = {}) {
         tell(kind, bytes);
         auto piece = hear();
@@ -46,17 +47,20 @@ private:
 
 class AskedResolver : public DNSResolver {
 public:
-    explicit AskedResolver(Window& window) : m_window(window) {}
+    AskedResolver(Window& window, bool mayKnowAll) : m_window(window), m_mayKnowAll(mayKnowAll) {}
 
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience) override {
+        const auto known = m_answers.find(StaticResolver::key(name, type));
+        if (known != m_answers.end()) return known->second;
         const TalkPiece piece =
             m_window.ask(Kind::lookup, packed(name, static_cast<int>(type), sentTime(patience.deadline)));
         auto [answer] = unpacked<SentAnswer>(piece.bytes);
         m_sources.insert_or_assign(StaticResolver::key(name, type), std::move(answer.source));
         if (answer.failure) throw DNSLookupError(*answer.failure);
-        return receivedAnswer(answer);
+        return m_answers.emplace(StaticResolver::key(name, type), receivedAnswer(answer)).first->second;
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
+        if (m_mayKnowAll) return true;
         const TalkPiece piece = m_window.ask(Kind::mayKnow, packed(name, static_cast<int>(type)));
         return std::get<0>(unpacked<bool>(piece.bytes));
     }
@@ -67,6 +71,8 @@ public:
 
 private:
     Window& m_window;
+    const bool m_mayKnowAll;
+    StaticResolver::Answers m_answers = {};  // of this message: the same is asked for twice
     StaticResolver::Texts m_sources = {};
 };
 
@@ -96,7 +102,7 @@ public:
     void saw(std::string_view name, std::span<const std::string> records, const std::string&, bool) override {
         const auto ascii = asciiDomain(name);  // as it was asked for
         const std::vector<std::string_view> data(records.begin(), records.end());
-        m_window.tell(Kind::saw, packed(std::string_view(ascii ? *ascii : name), data));
+        m_window.tellWithNext(Kind::saw, packed(std::string_view(ascii ? *ascii : name), data));
     }
 
 private:
@@ -132,8 +138,9 @@ struct CheckWorker::State {
     void answer(const TalkPiece& piece) {
         switch (piece.kind) {
             case Kind::check: {
-                const auto [message, goesInside] = unpacked<SentMessage, bool>(piece.bytes);
-                check(foundMessage(message, {}), goesInside, false);
+                const auto [message, goesInside, begun] =
+                    unpacked<SentMessage, bool, BegunCheck>(piece.bytes);
+                check(foundMessage(message, {}), goesInside, begun);
                 return m_window.tell(Kind::done);
             }
             case Kind::open:
@@ -184,19 +191,23 @@ struct CheckWorker::State {
     }
 
     Verifier verifier(const BegunCheck& how) {
-        return Verifier(std::make_shared<AskedResolver>(m_window),
+        return Verifier(std::make_shared<AskedResolver>(m_window, how.mayKnowAll),
                         how.asksRegistry ? std::make_shared<AskedRegistry>(m_window) : nullptr,
                         PublicSuffixList::shared(), {}, how.rules,
                         how.asksKeys ? std::make_shared<AskedKeys>(m_window) : nullptr);
     }
 
-    /// `givesBytes`: whether the window has those of the message itself not yet.
-    void check(Found found, bool goesInside, bool givesBytes) {
+    /// `begun`: of a message that the window has; else it is told that it begins, and given the bytes.
+    void check(Found found, bool goesInside, std::optional<BegunCheck> begun) {
+        const bool givesBytes = !begun;
         FoundMessage made;
         const auto verify = [&](const MailMessage& message, FoundMessage each) {
             made = std::move(each);
-            const TalkPiece begun = m_window.ask(Kind::begin, packed(made.place.attached));
-            const auto [how] = unpacked<BegunCheck>(begun.bytes);
+            if (!begun || !made.place.attached.empty()) {
+                const TalkPiece piece = m_window.ask(Kind::begin, packed(made.place.attached));
+                begun = std::get<0>(unpacked<BegunCheck>(piece.bytes));
+            }
+            const BegunCheck how = *std::exchange(begun, std::nullopt);
             return verifier(how).verify(message, {}, how.at, how.id, {}, made.facts);
         };
         CheckWalk walk(std::move(found), verify, {.keepsBytes = true, .goesInside = goesInside});
@@ -209,8 +220,9 @@ struct CheckWorker::State {
             SentMessage message = sent(made);
             message.apart.clear();  // what is attached comes by itself
             if (attached.empty() && !givesBytes) message.bytes = {};
-            m_window.tell(Kind::report,
-                          packed(attached, !walk.hasNext(), std::get<ProofReport>(each->value), message));
+            const bool isLast = !walk.hasNext();
+            const std::string report = packed(attached, isLast, std::get<ProofReport>(each->value), message);
+            isLast ? m_window.tellWithNext(Kind::report, report) : m_window.tell(Kind::report, report);
         }
     }
 
@@ -228,7 +240,7 @@ struct CheckWorker::State {
         const MessagePlace& place = placeOf(*m_first);
         if (!m_files->isOnly() || !place.inside.empty() || place.number != 0)
             return m_window.tell(Kind::several);
-        check(*std::exchange(m_first, std::nullopt), true, true);
+        check(*std::exchange(m_first, std::nullopt), true, std::nullopt);
         m_reader.reset();
         m_window.tell(Kind::done);
     }

@@ -321,8 +321,7 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
 
 // By processes of their own
 
-std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUID& id,
-                                                   const std::stop_token& stop,
+std::optional<TalkKind> MessageChecker::checkApart(Asked asked, const UUID& id, const std::stop_token& stop,
                                                    const Receiver& receiver) const {
     std::unique_lock turn(m_choosing);
     CheckQuestions questions({m_resolver, m_registry, m_mayAskRegistry, m_keys}, stop);
@@ -353,6 +352,12 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
         message.isBegun = false;
         if (!stop.stop_requested()) receiver(std::move(outcome));
     };
+    const auto begin = [&](std::vector<std::size_t> attached) {
+        questions.begin();
+        message = {true, std::move(attached), told == 0 ? id : UUID::random(), m_now()};
+        return BegunCheck{message.id,        message.begun,         rules, questions.asksRegistry(),
+                          m_keys != nullptr, questions.mayKnowAll()};
+    };
     CheckRequest request(*m_processes, CheckProcesses::Kind::anyOfNow,
                          [&stop] { return !stop.stop_requested(); });
     request.on(TalkKind::begin, [&](std::string_view bytes, const Talk& talk) {
@@ -360,10 +365,7 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
         // Each message has names that may be asked for.
         if (message.isBegun) throw DecodingError("a message before the end of another");
         placeOfAttached(attached);
-        questions.begin();
-        message = {true, std::move(attached), told == 0 ? id : UUID::random(), m_now()};
-        talk.tell(TalkKind::answer, packed(BegunCheck{message.id, message.begun, rules,
-                                                      questions.asksRegistry(), m_keys != nullptr}));
+        talk.tell(TalkKind::answer, packed(begin(std::move(attached))));
     });
     request.answer(questions);
     if (asked.files) asked.files->answer(request);
@@ -390,6 +392,7 @@ std::optional<TalkKind> MessageChecker::checkApart(const Asked& asked, const UUI
         auto [attached, isLast, refusal] = unpacked<std::vector<std::size_t>, bool, Refusal>(bytes);
         tell({.place = placeOfAttached(attached), .value = std::move(refusal)}, isLast);
     });
+    if (asked.kind == TalkKind::check) asked.bytes += packed(begin({}));
     const auto end = request.run(asked.kind, asked.bytes);
     const bool hasSeveral = end && end->kind == TalkKind::several && asked.files && told == 0;
     if (hasSeveral) {

@@ -163,7 +163,7 @@ private:
         ApartReader* files = nullptr;  // of which it may ask
     };
     /// How that ended; nothing when the process is gone.
-    std::optional<TalkKind> checkApart(const Asked& asked, const UUID& id, const std::stop_token& stop,
+    std::optional<TalkKind> checkApart(Asked asked, const UUID& id, const std::stop_token& stop,
                                        const Receiver& receiver) const;
     std::shared_ptr<OpenMailbox> openApart(const MessageSource& source, const UUID& id,
                                            const std::stop_token& stop, const Receiver& receiver) const;
