@@ -18,6 +18,7 @@
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "QuillmarkKit/Support/UUID.h"
 
@@ -47,6 +48,8 @@ constexpr bool isList = false;
 template <typename T>
 constexpr bool isList<std::vector<T>> = true;
 template <typename T>
+constexpr bool isList<PackedList<T>> = true;
+template <typename T>
 constexpr bool isPair = false;
 template <typename First, typename Second>
 constexpr bool isPair<std::pair<First, Second>> = true;
@@ -62,7 +65,10 @@ public:
     template <typename T>
     void write(const T& value) {
         if constexpr (std::is_same_v<T, std::string>) {
-            isUTF8(value) ? writeBytes(value) : writeBytes(repairedUTF8(value));
+            writeText(value);
+        } else if constexpr (std::is_same_v<T, NamedText>) {
+            writeText(value.name);
+            writeText(value.text);
         } else if constexpr (std::is_same_v<T, std::string_view>) {
             writeBytes(value);
         } else if constexpr (std::is_same_v<T, ByteBuffer>) {
@@ -107,6 +113,9 @@ private:
         std::memcpy(bytes.data(), &number, sizeof number);
         m_bytes.append(bytes.data(), bytes.size());
     }
+    void writeText(std::string_view text) {
+        isUTF8(text) ? writeBytes(text) : writeBytes(repairedUTF8(text));
+    }
     void writeBytes(std::string_view bytes) {
         writeNumber(bytes.size());
         m_bytes += bytes;
@@ -126,9 +135,9 @@ public:
     template <typename T>
     T read() {
         if constexpr (std::is_same_v<T, std::string>) {
-            const std::string_view text = bytes();
-            if (!isUTF8(text)) fail("no UTF-8");
-            return std::string(text);
+            return std::string(text());
+        } else if constexpr (std::is_same_v<T, NamedText>) {
+            return {text(), text()};
         } else if constexpr (std::is_same_v<T, std::string_view>) {
             return bytes();
         } else if constexpr (std::is_same_v<T, ByteBuffer>) {
@@ -211,6 +220,11 @@ private:
         return value;
     }
     std::string_view bytes() { return take(number()); }
+    std::string_view text() {
+        const std::string_view text = bytes();
+        if (!isUTF8(text)) fail("no UTF-8");
+        return text;
+    }
 
     std::string_view m_rest;
 };

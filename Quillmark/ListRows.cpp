@@ -2,6 +2,7 @@
 
 #include <QCollator>
 #include <algorithm>
+#include <ranges>
 #include <utility>
 
 #include "QuillmarkKit/Support/Date.h"
@@ -30,10 +31,10 @@ bool passes(const ListEntry& entry, const QString& filter, const Reader& reader)
     const ProofReport& report = *entry.report;
     if (holds(report.summary.subject, filter) || holds(report.verdict.domain, filter)) return true;
     if (report.fileName && holds(placeName(*report.fileName, reader), filter)) return true;
-    const std::span from(report.summary.from);
-    return std::ranges::any_of(from.first(std::min(from.size(), mostSenders)), [&](const MailAddress& each) {
-        return holds(each.address, filter) || (each.displayName && holds(*each.displayName, filter));
-    });
+    return std::ranges::any_of(
+        std::views::take(report.summary.from, mostSenders), [&](const MailAddress& each) {
+            return holds(each.address, filter) || (each.displayName && holds(*each.displayName, filter));
+        });
 }
 
 /// The domain of a signature that holds; empty without one.

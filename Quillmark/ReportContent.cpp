@@ -1,8 +1,8 @@
 #include "Quillmark/ReportContent.h"
 
 #include <algorithm>
+#include <ranges>
 #include <set>
-#include <span>
 
 #include "Wording/Banner.h"
 #include "Wording/Details.h"
@@ -58,7 +58,7 @@ private:
     QString domain(std::string_view domain) const {
         return m_words.sentence(isolated(quotedDomain(domain), m_words.reader.language));
     }
-    QString addresses(const std::vector<MailAddress>& list) const;
+    QString addresses(const PackedList<MailAddress>& list) const;
     QString names(const std::vector<std::string>& list) const;
     void add(Facts& facts, std::string_view name, const QString& value) const {
         if (!value.isEmpty()) facts.push_back({m_words(name), value, glossaryEntry(name)});
@@ -80,7 +80,7 @@ private:
     void addNotes(ReportSection& section, NoteSection which) const;
     template <typename List>
     auto capped(const List& list) const {
-        return std::span(list).first(std::min(list.size(), m_caps.rows));
+        return std::views::take(list, static_cast<std::ptrdiff_t>(std::min(list.size(), m_caps.rows)));
     }
     template <typename Finding>
     ReportRow row(const Finding& finding) const;
@@ -93,7 +93,7 @@ private:
     const Words& m_words;
 };
 
-QString Composer::addresses(const std::vector<MailAddress>& list) const {
+QString Composer::addresses(const PackedList<MailAddress>& list) const {
     QStringList all;
     for (const MailAddress& each : capped(list)) all << text(displayForm(each));
     addMore(all, list.size());

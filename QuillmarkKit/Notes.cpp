@@ -85,7 +85,7 @@ void addFromExtras(Notes& notes, const MailMessage& message, const std::string& 
     }
 }
 
-void addSender(Notes& notes, const MailMessage& message, const std::vector<MailAddress>& from) {
+void addSender(Notes& notes, const MailMessage& message, const PackedList<MailAddress>& from) {
     if (from.size() == 1) addFromExtras(notes, message, from.front().address);
     if (std::ranges::any_of(from, [](const MailAddress& entry) { return !entry.address.empty(); })) return;
     ReportNote::FromEmpty others{excerptOfFirst(message, "Sender"), excerptOfFirst(message, "Resent-From")};
@@ -103,7 +103,7 @@ void addDate(Notes& notes, const MailMessage& message, const ProofReport& report
 }
 
 /// Whether a name is a host of another organization than each of these addresses.
-bool isStranger(std::string_view domain, const std::vector<MailAddress>& known,
+bool isStranger(std::string_view domain, const PackedList<MailAddress>& known,
                 const PublicSuffixList& suffixes) {
     if (domain.find('.') == std::string_view::npos) return false;
     return std::ranges::none_of(known, [&](const MailAddress& address) {
@@ -140,7 +140,7 @@ std::vector<std::string> valuesToRead(const MailMessage& message, std::string_vi
 
 /// The first address by other programs' readings of a field that is a stranger's.
 void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport& report,
-                     std::string_view field, const std::vector<MailAddress>& known,
+                     std::string_view field, const PackedList<MailAddress>& known,
                      const PublicSuffixList& suffixes) {
     if (known.size() > mostKnown) return;  // they are shown as several
     const auto warned = domainsWarnedOf(report, suffixes);
@@ -168,15 +168,16 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
 
 void addShownName(Notes& notes, const ProofReport& report, const PublicSuffixList& suffixes) {
     const auto& from = report.summary.from;
-    if (from.size() != 1 || !from.front().displayName) return;
-    if (from.front().displayName->size() > longestReading) return;
+    if (from.size() != 1) return;
+    const MailAddress sender = from.front();
+    if (!sender.displayName || sender.displayName->size() > longestReading) return;
     const bool isWarned = std::ranges::any_of(report.flags, [](const LookAlikeFlag& flag) {
         return std::holds_alternative<LookAlikeFlag::DisplayNameMismatch>(flag.value);
     });
     if (isWarned) return;
-    for (const std::string& domain : domainsIn(shownName(*from.front().displayName), suffixes)) {
+    for (const std::string& domain : domainsIn(shownName(*sender.displayName), suffixes)) {
         if (!isStranger(domain, from, suffixes)) continue;
-        notes.push_back({ReportNote::NameShowsAddress{excerpt(domain), excerpt(from.front().address)}});
+        notes.push_back({ReportNote::NameShowsAddress{excerpt(domain), excerpt(sender.address)}});
         return;
     }
 }
@@ -569,7 +570,8 @@ void addResultsWithoutCause(Notes& notes, const MailMessage& message, const Proo
         std::optional<std::string> domain, identity;
         for (const auto& [name, property] : method.properties) {
             if (name == "header.d") domain = comparableDomain(property);
-            if (name == "header.i") identity = comparableDomain(MailAddress::domainPart("@" + property));
+            if (name == "header.i")
+                identity = comparableDomain(MailAddress::domainPart("@" + std::string(property)));
         }
         if (!domain && !identity) continue;
         const std::string& claimed = domain ? *domain : *identity;
@@ -791,8 +793,9 @@ void addUndone(Notes& notes, const MailMessage& message, const BrokenSignature& 
         note.texts.push_back(std::move(text));
     }
     const auto from = summary(undone.message).from;
-    note.fromIsOfDomain = from.size() == 1 && suffixes.sameOrganization(
-                                                  signature.domain, MailAddress::domainPart(from[0].address));
+    note.fromIsOfDomain =
+        from.size() == 1 &&
+        suffixes.sameOrganization(signature.domain, MailAddress::domainPart(from.front().address));
     notes.push_back({std::move(note)});
     // As old a signature as that is told of when it holds.
     const std::string tags = signature.field.value();

@@ -52,7 +52,7 @@ std::string words(const List& list) {
     return text;
 }
 
-std::string joined(const std::vector<MailAddress>& addresses) {
+std::string joined(const PackedList<MailAddress>& addresses) {
     std::string text;
     for (const MailAddress& address : addresses) {
         if (text.size() > longestCell) break;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <span>
+#include <ranges>
 #include <string_view>
 
 #include "Wording/Banner.h"
@@ -21,10 +21,10 @@ std::string more(std::size_t count, const Reader& reader) {
     return reader.translateCount("and %n more", "and %n more", static_cast<std::int64_t>(count));
 }
 
-std::string sender(std::span<const MailAddress> from, const Reader& reader) {
+std::string sender(const PackedList<MailAddress>& from, const Reader& reader) {
     if (from.empty()) return reader.translate("(no From line)");
     std::string text;
-    for (const MailAddress& address : from.first(std::min(from.size(), mostAddresses)))
+    for (const MailAddress& address : std::views::take(from, mostAddresses))
         text += (text.empty() ? "" : ", ") + displayForm(address);
     if (from.size() > mostAddresses) text += ", " + more(from.size() - mostAddresses, reader);
     return text;

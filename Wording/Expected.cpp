@@ -75,7 +75,7 @@ bool isPublicSuffix(std::string_view domain) {
 bool isOnlyFrom(const ProofReport& report, const std::string& address) {
     const auto localPart = [](std::string_view whole) { return whole.substr(0, whole.rfind('@')); };
     if (report.summary.from.size() != 1) return false;
-    const std::string& from = report.summary.from.front().address;
+    const std::string from = report.summary.from.front().address;
     return equalsIgnoringCase(localPart(from), localPart(address)) &&
            comparableDomain(MailAddress::domainPart(from)) ==
                comparableDomain(MailAddress::domainPart(address));

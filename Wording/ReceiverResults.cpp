@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <ranges>
 #include <variant>
 
 #include "QuillmarkKit/Support/Text.h"
@@ -18,8 +19,8 @@ constexpr std::size_t longestBrief = 1'000;  // bytes
 using Method = AuthResults::Method;
 
 std::string_view property(const Method& method, std::string_view name) {
-    for (const auto& [key, value] : method.properties) {
-        if (key == name) return value;
+    for (const NamedText& each : method.properties) {
+        if (each.name == name) return each.text;
     }
     return {};
 }
@@ -142,9 +143,8 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
     } else {
         remarks.push_back({{}, reader.translate("%1 wrote this about its own checks:", {server})});
     }
-    for (std::size_t i = 0; i < results.methods.size() && i < mostShown; ++i) {
-        remarks.push_back(methodRemark(results.methods[i], report, reader));
-    }
+    for (const Method& method : std::views::take(results.methods, mostShown))
+        remarks.push_back(methodRemark(method, report, reader));
     if (results.methods.size() > mostShown) remarks.push_back({{}, "…"});
     remarks.push_back(
         {{},

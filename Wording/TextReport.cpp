@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <ranges>
 #include <set>
 #include <span>
 #include <string_view>
@@ -92,9 +93,9 @@ std::string more(std::size_t count, const Reader& reader) {
 }
 
 /// "a, b, c and 5 more"
-std::string joined(std::span<const MailAddress> addresses, const Reader& reader) {
+std::string joined(const PackedList<MailAddress>& addresses, const Reader& reader) {
     std::string text;
-    for (const MailAddress& address : addresses.first(std::min(addresses.size(), longestList))) {
+    for (const MailAddress& address : std::views::take(addresses, longestList)) {
         text += (text.empty() ? "" : ", ") + displayForm(address);
     }
     if (addresses.size() > longestList) text += ", " + more(addresses.size() - longestList, reader);

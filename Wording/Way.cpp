@@ -192,8 +192,8 @@ private:
     }
 
     bool saysThatItHeld(const ARCFinding::Hop& hop) const {
-        const auto isBySender = [&](const auto& property) {
-            return property.first == "header.d" && isSame(property.second, m_report.verdict.fromDomain);
+        const auto isBySender = [&](const NamedText& property) {
+            return property.name == "header.d" && isSame(property.text, m_report.verdict.fromDomain);
         };
         return hop.sealValid &&
                std::ranges::any_of(hop.sawResults.methods, [&](const AuthResults::Method& method) {

@@ -16,8 +16,8 @@ namespace {
 using namespace quillmark;
 using fuzz::require;
 
-std::vector<MailAddress> walked(std::string_view value) {
-    std::vector<MailAddress> list;
+PackedList<MailAddress> walked(std::string_view value) {
+    PackedList<MailAddress> list;
     std::string entry;
     const auto close = [&] {
         if (auto address = MailAddress::parse(entry)) list.push_back(*address);
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto list = MailAddress::parseList(value);
     require(list == walked(value));
     std::string plain;
-    std::vector<MailAddress> expected;
+    PackedList<MailAddress> expected;
     std::size_t at = 0;
     for (const MailAddress& entry : list) {
         require(entry.address == trimmedBlanks(entry.address));

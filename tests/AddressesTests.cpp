@@ -4,7 +4,7 @@
 namespace quillmark {
 namespace {
 
-using List = std::vector<MailAddress>;
+using List = PackedList<MailAddress>;
 
 TEST(Addresses, parseList) {
     const struct {

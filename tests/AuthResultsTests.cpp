@@ -33,19 +33,14 @@ TEST(AuthResults, parse) {
     for (const auto& row : rows) EXPECT_EQ(AuthResults::parse(row.value, row.kind), row.results) << row.value;
 }
 
-TEST(AuthResults, noRoomForStatementsThatAreNone) {
-    const auto results = AuthResults::parse("mx" + std::string(10'000, ';') + "dkim=pass");
-    EXPECT_EQ(results.methods.size(), 1u);
-    EXPECT_LT(results.methods.capacity(), 10u);
-}
-
 TEST(AuthResults, manyPropertiesStayCheap) {
     std::string value = "mx; dkim=pass";
     for (int i = 0; i < 200'000; ++i) value += " a" + std::to_string(i % 1000) + "=" + std::to_string(i);
     const auto results = AuthResults::parse(value);
     ASSERT_EQ(results.methods.size(), 1u);
-    EXPECT_EQ(results.methods[0].properties.size(), 1000u);
-    EXPECT_EQ(results.methods[0].properties.front(), (std::pair<std::string, std::string>{"a0", "199000"}));
+    const Method method = results.methods.front();
+    EXPECT_EQ(method.properties.size(), 1000u);
+    EXPECT_EQ(method.properties.front(), (NamedText{"a0", "199000"}));
 }
 
 }  // namespace

@@ -36,7 +36,9 @@ public:
         } else if constexpr (std::same_as<T, TextMap>) {
             return {{{"a", std::string(name)}, {"b", ""}}};
         } else if constexpr (IsList<T>::value) {
-            return {of<typename T::value_type>(name), {}};
+            T list;
+            for (auto&& value : of<typename T::value_type>(name)) list.push_back(std::move(value));
+            return {list, {}};
         } else if constexpr (IsOptional<T>::value) {
             std::vector<T> values;
             for (auto&& value : of<typename T::value_type>(name)) values.emplace_back(std::move(value));

@@ -25,7 +25,7 @@ ProofReport hostileReport() {
     ProofReport report;
     report.fileName = bad;
     report.summary.subject = report.summary.messageID.emplace(bad);
-    report.summary.from.assign(100'000, MailAddress{bad.substr(0, 60), "a@\u05D0\u05D1.example"});
+    report.summary.from = {100'000, {bad.substr(0, 60), "a@\u05D0\u05D1.example"}};
     report.flags.assign(100'000, {LookAlikeFlag::Punycode{"xn--a.example", bad.substr(0, 80)}});
     report.dkim.assign(10, DKIMResult{});
     for (DKIMResult& each : report.dkim) each.domain = each.selector = each.detail = each.algorithm = bad;

@@ -153,9 +153,9 @@ TEST(TextReport, onlyMarkersAreColoured) {
 
 TEST(TextReport, longListsAreCut) {
     ProofReport report;
-    report.summary.from.assign(100'000, {std::nullopt, "a@b.example"});
+    report.summary.from = {100'000, {std::nullopt, "a@b.example"}};
     report.flags.assign(1'000, {LookAlikeFlag::MultipleFrom{}});
-    report.receiverResults = {{"mx", std::vector<AuthResults::Method>(500, {"dkim", "pass", {}})}};
+    report.receiverResults = {{"mx", {500, {"dkim", "pass", {}}}}};
     const auto text = lines(report);
     const auto from = std::ranges::find_if(text, [](const auto& line) { return line.starts_with("From:"); });
     EXPECT_TRUE(from->ends_with(", a@b.example, and 99,900 more")) << *from;

@@ -18,7 +18,7 @@ TEST(Verifier, summary) {
         "second\r\n"
         "Date: Sat, 21 Nov 2026 11:00:00 +0100\r\nMessage-ID:\r\n"));
     EXPECT_EQ(facts.from,
-              (std::vector<MailAddress>{
+              (PackedList<MailAddress>{
                   {"A", "a@example.org"}, {std::nullopt, "b@example.org"}, {std::nullopt, "c@example.org"}}));
     EXPECT_EQ(facts.replyTo.size(), 1u);
     EXPECT_EQ(facts.to.size(), 1u);

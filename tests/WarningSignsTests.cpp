@@ -18,7 +18,7 @@ const PublicSuffixList& suffixes() {
     return list;
 }
 
-MessageSummary summary(std::vector<MailAddress> from, std::vector<std::string> replyTo = {}) {
+MessageSummary summary(PackedList<MailAddress> from, std::vector<std::string> replyTo = {}) {
     MessageSummary result;
     result.from = std::move(from);
     for (auto& address : replyTo) result.replyTo.push_back({std::nullopt, std::move(address)});

@@ -59,7 +59,7 @@ std::vector<LookAlikeFlag> warningSigns(const MessageSummary& summary, const Pub
     if (summary.from.empty()) return flags;
     if (summary.from.size() > 1) flags.push_back({LookAlikeFlag::MultipleFrom{}});
 
-    const MailAddress& from = summary.from.front();
+    const MailAddress from = summary.from.front();
     // A sender without a domain belongs to no organization, so that every other one differs.
     const std::string organization = suffixes.organizationalDomain(MailAddress::domainPart(from.address));
     const auto differs = [&](std::string_view domain) {
@@ -70,7 +70,7 @@ std::vector<LookAlikeFlag> warningSigns(const MessageSummary& summary, const Pub
         return !domain.empty() && differs(domain);
     });
     if (reply != summary.replyTo.end()) {
-        flags.push_back({LookAlikeFlag::ReplyToDiffers{reply->address, from.address}});
+        flags.push_back({LookAlikeFlag::ReplyToDiffers{(*reply).address, from.address}});
     }
     const auto shown = from.displayName ? domainShown(*from.displayName) : std::nullopt;
     if (shown && differs(*shown)) {

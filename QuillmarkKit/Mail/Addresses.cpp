@@ -194,19 +194,11 @@ std::string EncodedWords::decode(std::string_view text) {
     return decodedWords(decoder, text);
 }
 
-std::vector<MailAddress> MailAddress::parseList(std::string_view value) {
-    // Growing would hold a hostile list twice; room for more than there can be might not be granted. An
-    // address has a separator or the end behind it, and a "@" or a "<" in it.
-    std::size_t separators = 0, marks = 0;
-    for (const char c : value) {
-        separators += c == ',' || c == ';';
-        marks += c == '@' || c == '<';
-    }
-    std::vector<MailAddress> list;
-    list.reserve(std::min(separators + 1, marks));
+PackedList<MailAddress> MailAddress::parseList(std::string_view value) {
+    PackedList<MailAddress> list;
     CharsetDecoder decoder;
     while (!value.empty()) {
-        if (auto address = parsedEntry(decoder, takeEntry(value))) list.push_back(std::move(*address));
+        if (const auto address = parsedEntry(decoder, takeEntry(value))) list.push_back(*address);
     }
     return list;
 }

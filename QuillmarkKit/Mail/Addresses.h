@@ -4,9 +4,9 @@
 #include <string>
 #include <string_view>
 #include <tuple>
-#include <vector>
 
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 
 namespace quillmark {
 
@@ -35,7 +35,7 @@ struct MailAddress {
     bool operator==(const MailAddress&) const = default;
 
     /// The addresses of an unfolded field value, in order; entries that hold none are passed over.
-    static std::vector<MailAddress> parseList(std::string_view value);
+    static PackedList<MailAddress> parseList(std::string_view value);
     /// One entry: "Name <address>", "address (Name)" or "address"; nothing when it holds no address.
     static std::optional<MailAddress> parse(std::string_view entry);
     /// What `parseList` leaves out of account.

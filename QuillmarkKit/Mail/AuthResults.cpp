@@ -26,26 +26,21 @@ bool isInstance(std::string_view statement) {
     return equals != std::string_view::npos && equalsIgnoringCase(trimmed(statement.substr(0, equals)), "i");
 }
 
-/// A property as it stands in its statement: views of the text.
-struct Property {
-    std::string_view name, value;
-};
+std::string_view nameOfProperty(std::string_view property) { return property.substr(0, property.find('=')); }
 
-/// Of several properties with one name the last one stays.
-TextMap sortedMap(std::vector<Property> properties) {
-    const auto before = [](const Property& a, const Property& b) {
-        const int order = compareIgnoringCase(a.name, b.name);
-        return order != 0 ? order < 0 : a.name.data() < b.name.data();  // of equal names the earlier first
+/// The properties of one statement, as they stand in it. Of several with one name the last one stays.
+TextMap sortedMap(std::vector<std::string_view> properties) {
+    const auto before = [](std::string_view a, std::string_view b) {
+        const int order = compareIgnoringCase(nameOfProperty(a), nameOfProperty(b));
+        return order != 0 ? order < 0 : a.data() < b.data();  // of equal names the earlier first
     };
     if (!std::ranges::is_sorted(properties, before)) std::ranges::sort(properties, before);
     TextMap map;
-    for (const Property& property : properties) {
-        std::string name = asciiLowered(property.name);
-        if (!map.empty() && map.back().first == name) {
-            map.back().second = property.value;
-        } else {
-            map.emplace_back(std::move(name), property.value);
-        }
+    for (std::size_t i = 0; i < properties.size(); ++i) {
+        const std::string_view name = nameOfProperty(properties[i]);
+        if (i + 1 < properties.size() && equalsIgnoringCase(name, nameOfProperty(properties[i + 1])))
+            continue;
+        map.push_back({asciiLowered(name), trimmed(properties[i].substr(name.size() + 1), "\"")});
     }
     return map;
 }
@@ -60,12 +55,10 @@ std::optional<AuthResults::Method> parsedMethod(std::string_view statement) {
     method.method = asciiLowered(takePiece(name, '/'));
     if (method.method.empty() || method.method == "none") return std::nullopt;
     method.result = asciiLowered(outcome.substr(equals + 1));
-    std::vector<Property> properties;
+    std::vector<std::string_view> properties;
     for (std::string_view word = takeWord(statement, " \t"); !word.empty();
          word = takeWord(statement, " \t")) {
-        const auto cut = word.find('=');
-        if (cut == std::string_view::npos) continue;
-        properties.push_back({word.substr(0, cut), trimmed(word.substr(cut + 1), "\"")});
+        if (word.find('=') != std::string_view::npos) properties.push_back(word);
     }
     method.properties = sortedMap(std::move(properties));
     return method;
@@ -80,11 +73,8 @@ AuthResults AuthResults::parse(std::string_view value, Kind kind) {
     if (kind == Kind::arc && isInstance(server)) server = takeStatement(rest);
     AuthResults results;
     results.server = takeWord(server, " \t");
-    // Growing would hold a hostile list twice; room for more than there can be might not be granted.
-    results.methods.reserve(
-        static_cast<std::size_t>(std::min(std::ranges::count(rest, ';') + 1, std::ranges::count(rest, '='))));
     for (std::string_view piece = takeStatement(rest); !piece.empty(); piece = takeStatement(rest)) {
-        if (auto method = parsedMethod(piece)) results.methods.push_back(std::move(*method));
+        if (const auto method = parsedMethod(piece)) results.methods.push_back(*method);
     }
     return results;
 }

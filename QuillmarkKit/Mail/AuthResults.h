@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 #include <tuple>
-#include <vector>
 
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 
 namespace quillmark {
 
@@ -15,11 +15,12 @@ struct AuthResults {
     struct Method {
         std::string method = {};  ///< "dkim", "spf", …: lower-case, without a version
         std::string result = {};  ///< "pass", "fail", …: lower-case
-        TextMap properties = {};  ///< "header.d" and the like, lower-case, to the value as written
+        /// "header.d" and the like, lower-case, to the value as written. A view of it is one of this method.
+        TextMap properties = {};
         bool operator==(const Method&) const = default;
     };
     std::string server = {};  ///< the authserv-id; empty when there is none
-    std::vector<Method> methods = {};
+    PackedList<Method> methods = {};
     bool operator==(const AuthResults&) const = default;
 
     enum class Kind { authenticationResults, arc };

@@ -1,9 +1,5 @@
 #include "QuillmarkKit/Mail/MessageSummary.h"
 
-#include <algorithm>
-#include <iterator>
-#include <utility>
-
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
@@ -11,16 +7,10 @@ namespace quillmark {
 namespace {
 
 /// The addresses of every field of one name, in field order.
-std::vector<MailAddress> addresses(const MailMessage& message, std::string_view name) {
-    std::vector<MailAddress> list;
-    for (const auto position : message.positions(name)) {
-        auto more = MailAddress::parseList(message.headers()[position].value());
-        if (list.empty()) {
-            list = std::move(more);
-        } else {
-            std::ranges::move(more, std::back_inserter(list));
-        }
-    }
+PackedList<MailAddress> addresses(const MailMessage& message, std::string_view name) {
+    PackedList<MailAddress> list;
+    for (const auto position : message.positions(name))
+        list.append(MailAddress::parseList(message.headers()[position].value()));
     return list;
 }
 

@@ -3,19 +3,19 @@
 #include <optional>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "QuillmarkKit/Mail/Addresses.h"
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 
 namespace quillmark {
 
 /// What the message says of itself.
 struct MessageSummary {
-    std::vector<MailAddress> from = {}, replyTo = {}, to = {};  ///< of all fields of the name, in order
-    std::string subject = {};                                   ///< decoded; empty when absent
+    PackedList<MailAddress> from = {}, replyTo = {}, to = {};  ///< of all fields of the name, in order
+    std::string subject = {};                                  ///< decoded; empty when absent
     std::optional<Date> date = {};
     std::optional<std::string> messageID = {};
     std::optional<std::string> returnPath = {};  ///< the envelope sender, without < and >; never empty

@@ -102,7 +102,4 @@ std::string_view caseNameOf(const T& value) {
     return names[value.value.index()];
 }
 
-/// A map from text to text, sorted by key, each key once; written as a keyed object.
-using TextMap = std::vector<std::pair<std::string, std::string>>;
-
 }  // namespace quillmark

@@ -239,8 +239,8 @@ TextMap Decoder::textMap(const JSON& json) {
     if (!json.is_object()) fail("expected an object");
     TextMap map;
     for (const auto& item : json.items()) {  // sorted by key, as a TextMap is
-        map.emplace_back(item.key(),
-                         m_path.inside(item.key(), [&] { return decoded<std::string>(item.value()); }));
+        const auto text = m_path.inside(item.key(), [&] { return decoded<std::string>(item.value()); });
+        map.push_back({item.key(), text});
     }
     return map;
 }

@@ -25,6 +25,7 @@
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/DecodingError.h"
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 #include "QuillmarkKit/Support/UUID.h"
 
 /// JSON to and from any type that describes itself (Fields.h). Leaf types: text, whole numbers, booleans,
@@ -75,6 +76,8 @@ template <typename T>
 struct IsList : std::false_type {};
 template <typename T>
 struct IsList<std::vector<T>> : std::true_type {};
+template <typename T>
+struct IsList<PackedList<T>> : std::true_type {};
 template <typename T>
 struct IsOptional : std::false_type {};
 template <typename T>
@@ -172,12 +175,13 @@ private:
     void writeDate(Date date);
     void writeTextMap(const TextMap& map);
 
-    template <typename Element>
-    void writeList(const std::vector<Element>& list) {
+    template <typename List>
+    void writeList(const List& list) {
         m_text += '[';
-        for (std::size_t i = 0; i < list.size(); ++i) {
+        std::size_t i = 0;
+        for (const auto& element : list) {
             if (i > 0) m_text += ',';
-            inside(i, [&] { write(list[i]); });
+            inside(i++, [&] { write(element); });
         }
         m_text += ']';
     }
@@ -321,7 +325,7 @@ public:
         } else if constexpr (std::same_as<T, TextMap>) {
             return textMap(json);
         } else if constexpr (IsList<T>::value) {
-            return list<typename T::value_type>(json);
+            return list<T>(json);
         } else if constexpr (Named<T>) {
             return enumerator<T>(json);
         } else if constexpr (Cased<T>) {
@@ -343,11 +347,12 @@ private:
     /// Keeps the members of an object that are not among `names`, as far as anything keeps them.
     void keepUnknown(const JSON& json, std::span<const std::string_view> names);
 
-    template <typename Element>
-    std::vector<Element> list(const JSON& json) {
+    template <typename List>
+    List list(const JSON& json) {
+        using Element = typename List::value_type;
         if (!json.is_array()) fail("expected a list");
-        std::vector<Element> elements;
-        elements.reserve(json.size());
+        List elements;
+        if constexpr (requires { elements.reserve(json.size()); }) elements.reserve(json.size());
         for (std::size_t i = 0; i < json.size(); ++i) {
             elements.push_back(m_path.inside(i, [&] { return decoded<Element>(json[i]); }));
         }
