@@ -43,6 +43,8 @@ TEST(PublicSuffixList, theFileIsInLowerCaseAndHasBothForms) {
     const auto parsed = PublicSuffixList::parse(text.str());
     EXPECT_EQ(parsed.ruleCount(), PublicSuffixList::shared().ruleCount());
     for (std::string line; std::getline(text, line);) {
+        const std::string below = "a.b." + line.substr(std::min(line.find_first_not_of("*!."), line.size()));
+        EXPECT_EQ(parsed.organizationalDomain(below), PublicSuffixList::shared().organizationalDomain(below));
         const bool isUnicode =
             std::ranges::any_of(line, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
         if (isUnicode) {
