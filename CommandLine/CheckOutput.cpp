@@ -189,8 +189,8 @@ void CheckOutput::complete() {
 
 void CheckOutput::printRest() {
     if (m_noEmails > mostNoEmails) {
-        writeProblem(m_command.reader.translateCount("%n more file of a folder isn’t an email.",
-                                                     "%n more files of folders aren’t emails.",
+        writeProblem(m_command.reader.translateCount("%n more file in a folder isn’t an email.",
+                                                     "%n more files in folders aren’t emails.",
                                                      m_noEmails - mostNoEmails));
     }
     if (m_command.summary) m_output.write(summaryText(m_totals, m_command.reader, m_command.layout.width));

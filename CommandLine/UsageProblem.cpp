@@ -118,7 +118,7 @@ std::string usageProblem(const CommandTable& program, const std::vector<std::str
     } else if (!place.command->commands.empty()) {
         std::string names;
         for (const CommandTable& each : place.command->commands) reader.addTo(names, each.name);
-        problem = reader.translate("a command is missing: %1", {names});
+        problem = reader.translate("a command is missing; possible: %1", {names});
     } else {
         problem = inOurWords(reason, place, reader);
     }

@@ -22,7 +22,8 @@ std::string reasonOf(const std::exception& error, const Reader& reader) {
     const std::string words =
         fromSystem ? systemErrorText(fromSystem->code().message(), reader) : detailText(error.what(), reader);
     const auto* ofFile = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
-    return ofFile && !ofFile->path1().empty() ? ofFile->path1().string() + ": " + words : words;
+    if (!ofFile || ofFile->path1().empty()) return words;
+    return reader.translate("%1: %2", {ofFile->path1().string(), words});
 }
 
 std::string historyProblem(const HistoryFileError& error, const Reader& reader) {

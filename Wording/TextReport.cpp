@@ -95,10 +95,9 @@ std::string more(std::size_t count, const Reader& reader) {
 /// "a, b, c and 5 more"
 std::string joined(const PackedList<MailAddress>& addresses, const Reader& reader) {
     std::string text;
-    for (const MailAddress& address : std::views::take(addresses, longestList)) {
-        text += (text.empty() ? "" : ", ") + displayForm(address);
-    }
-    if (addresses.size() > longestList) text += ", " + more(addresses.size() - longestList, reader);
+    for (const MailAddress& address : std::views::take(addresses, longestList))
+        reader.addTo(text, displayForm(address));
+    if (addresses.size() > longestList) reader.addTo(text, more(addresses.size() - longestList, reader));
     return text;
 }
 

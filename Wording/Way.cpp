@@ -274,10 +274,11 @@ std::string wayInWords(const Way& way, const Reader& reader) {
     std::string all;
     for (const Station& each : way.stations) {
         if (!all.empty()) all += ". ";
-        if (!each.delay.empty()) all += each.delay + ": ";
-        all += each.name;
-        for (const std::string& line : each.lines) all += ", " + line;
-        if (!each.change.empty()) all += ", " + each.change;
+        std::string station =
+            each.delay.empty() ? each.name : reader.translate("%1: %2", {each.delay, each.name});
+        for (const std::string& line : each.lines) reader.addTo(station, line);
+        if (!each.change.empty()) reader.addTo(station, each.change);
+        all += station;
     }
     for (const std::string& remark : way.remarks) all += ". " + remark;
     return reader.translate("The way it came: %1", {all});
