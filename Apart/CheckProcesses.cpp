@@ -18,6 +18,9 @@ namespace {
 
 constexpr std::size_t mostIdle = 16;
 
+/// That come and are of no use, one behind the other, before there are none to be had.
+constexpr int mostLost = 32;
+
 /// Before what was ended is made again, lest that be all that the computer does.
 constexpr std::chrono::milliseconds restBetween{100};
 
@@ -121,16 +124,20 @@ std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
     const auto goesOn = [&] { return Clock::now() < end; };
     int channel = -1, file = -1;
     char what = noneComes;
-    while (m_helper.channel().receiveWith(file, &what, sizeof what, goesOn)) {
+    int lost = 0;
+    while (lost < mostLost && m_helper.channel().receiveWith(file, &what, sizeof what, goesOn)) {
         m_isSilent = false;
         if (what == handleComes && channel >= 0) {
             order();
             std::unique_lock lock(m_mutex);
             auto process = std::make_shared<Process>(std::exchange(channel, -1), file, m_generation);
             lock.unlock();
-            if (process->channel().hasEnded()) continue;  // with what made it
-            process->channel().setPatience(watch);
-            return process;
+            if (!process->channel().hasEnded()) {
+                process->channel().setPatience(watch);
+                return process;
+            }
+            ++lost;  // with what made it
+            continue;
         }
         if (channel >= 0) ::close(channel);  // of which no more comes: what made it was ended in the middle
         channel = what == channelComes ? std::exchange(file, -1) : -1;
@@ -138,6 +145,7 @@ std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
         if (file >= 0) ::close(file);  // of one that wasn't waited for to its end
         order();
         if (what == noneComes) break;
+        ++lost;
     }
     if (channel >= 0) ::close(channel);
     return nullptr;

@@ -192,6 +192,7 @@ std::string ApartResolver::source(std::string_view name, DNSRecordType type) {
 
 std::optional<Date> ApartRegistry::registrationDate(std::string_view domain, const Patience& patience) {
     const std::string name = unicodeLowered(domain);
+    if (const auto why = RDAPClient::whyNotAsked(name)) throw RDAPError(*why);
     {
         const std::lock_guard lock(m_mutex);
         if (const auto known = m_known.find(name); known != m_known.end()) return known->second.date;

@@ -135,6 +135,11 @@ QuillmarkApp::~QuillmarkApp() {
     delete m_text;
 }
 
+void QuillmarkApp::quit() {
+    if (m_sheet) m_sheet->disconnect(this);
+    QApplication::quit();
+}
+
 void QuillmarkApp::finish() {
     m_reading.request_stop();
     m_exports.waitForDone();

@@ -43,6 +43,8 @@ public:
     MainView& window() { return m_window; }
     /// Takes files in, as from the command line or a second start, and brings the window to the front.
     void openFiles(const QStringList& paths);
+    /// As the session ends. A welcome that stands then goes with the window: nobody has closed it.
+    void quit();
     /// Before quitting: waits until what is exported is written; what fails becomes the model's problem.
     void finish();
 

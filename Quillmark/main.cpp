@@ -200,7 +200,7 @@ int main(int argc, char** argv) {
         words);
     QObject::connect(&instance, &SingleInstance::received, &app, &QuillmarkApp::openFiles);
     QSocketNotifier notifier(ending, QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &application, &QApplication::quit);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &app, &QuillmarkApp::quit);
     app.openFiles(files);
     const int status = QApplication::exec();
     instance.end();

@@ -63,6 +63,8 @@ constexpr std::string_view patterns[] = {
     toTranslate("answer too large"),
     toTranslate("transfer failed"),
     toTranslate("stopped"),
+    toTranslate("the process that asks for this ended"),
+    toTranslate("this message asks for too many names"),
     toTranslate("it is no ordinary file"),
     toTranslate("it is a link, and what it leads to isn't there"),
     toTranslate("it is read-only"),

@@ -31,7 +31,7 @@ enum class Cause {
 
 /// By what the kit says of one question to one service.
 Cause causeOf(std::string_view reason) {
-    constexpr std::array<std::pair<std::string_view, Cause>, 15> causes{{
+    constexpr std::array<std::pair<std::string_view, Cause>, 16> causes{{
         {"proxy not found", Cause::proxyNotFound},
         {"proxy refused", Cause::proxyRefused},
         {"certificate not trusted", Cause::certificate},
@@ -47,6 +47,7 @@ Cause causeOf(std::string_view reason) {
         {"name not found", Cause::offline},
         {"the check took too long", Cause::tooLong},
         {"stopped", Cause::stopped},
+        {"the process that asks for this ended", Cause::stopped},
     }};
     if (reason.starts_with("DNS status ")) return Cause::domainSilent;
     if (reason.starts_with("HTTP ")) return Cause::serviceSilent;

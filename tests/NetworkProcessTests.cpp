@@ -43,6 +43,7 @@ public:
             raise(SIGKILL);
         }
         if (name == "freeze.example") raise(SIGSTOP);
+        if (name == "begun.example") m_changed.wait(lock, [&] { return m_begun > 0; });
         if (name == "after.example") m_changed.wait(lock, [&] { return m_ended > 0; });
         return m_table.lookup(name, type, patience);
     }
@@ -66,7 +67,8 @@ std::shared_ptr<StaticRegistry> scriptedRegistry() {
     return std::make_shared<StaticRegistry>(
         StaticRegistry::Entries{{"dated.example", Date{std::chrono::seconds(-1'000'000'000)}},
                                 {"undated.example", std::optional<Date>()},
-                                {"failing.example", "the registry answered HTTP 500"}});
+                                {"failing.example", "the registry answered HTTP 500"},
+                                {"shop.c\x01m", "no RDAP server for .c\x01m in the IANA list"}});
 }
 
 std::shared_ptr<NetworkProcess> scriptedProcess(
@@ -145,6 +147,20 @@ TEST(NetworkProcess, letsNobodyWaitLonger) {
     EXPECT_TRUE(outcome(resolver, "after.example", a).starts_with("case 2")) << "it goes on asking";
     EXPECT_TRUE(outcome(resolver, "hang.example", a, {{}, Clock::now() + std::chrono::milliseconds(20)})
                     .starts_with("the check took too long;"));
+}
+
+TEST(NetworkProcess, isNotEndedByWhatAMessageNames) {
+    const auto process = scriptedProcess();
+    ApartResolver resolver(process, "usual");
+    ApartRegistry registry(process, {});
+    std::stop_source stop;
+    std::string waiting;
+    std::jthread other([&] { waiting = outcome(resolver, "hang.example", a, patient(stop.get_token())); });
+    outcome(resolver, "begun.example", a);
+    EXPECT_EQ(outcome(registry, "shop.c\x01m"), "no RDAP server for .c\x01m in the IANA list");
+    stop.request_stop();
+    other.join();
+    EXPECT_TRUE(waiting.starts_with("stopped;")) << waiting;
 }
 
 TEST(NetworkProcess, thatEndsLeavesFailuresAndANewOne) {

@@ -200,12 +200,16 @@ Once<RDAPClient::Answer>::Made RDAPClient::makeAnswer(const std::string& domain,
 
 std::optional<Date> RDAPClient::registrationDate(std::string_view domain, const Patience& patience) {
     const std::string name = unicodeLowered(domain);
-    if (!mayBeAsked(name)) throw RDAPError(noServer(name));
+    if (const auto why = whyNotAsked(name)) throw RDAPError(*why);
     const auto answer =
         m_answers.get(name, patience.stop, patience.deadline, [&] { return makeAnswer(name, patience); });
     if (!answer || (answer->failure && patience.end())) throw RDAPError(patience.end().value_or("stopped"));
     if (answer->failure) throw RDAPError(*answer->failure);
     return answer->date;
+}
+
+std::optional<std::string> RDAPClient::whyNotAsked(std::string_view domain) {
+    return mayBeAsked(domain) ? std::nullopt : std::optional(noServer(domain));
 }
 
 std::string RDAPClient::source(std::string_view domain) {

@@ -98,6 +98,9 @@ public:
     /// The base address of the registry's service.
     std::string source(std::string_view domain) override;
 
+    /// Why nobody is asked for this name in lower case, which no registry can know; nothing when somebody is.
+    static std::optional<std::string> whyNotAsked(std::string_view domain);
+
 private:
     struct Answer {
         std::optional<Date> date = {};
