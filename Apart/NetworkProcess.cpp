@@ -16,7 +16,7 @@ constexpr std::size_t longestText = 4'000;
 constexpr std::size_t mostServices = 16;
 
 /// Throws when it is no text of ours, which may go into a report.
-const std::string& fit(const std::string& text) {
+std::string fit(std::string text) {
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
     if (text.size() > longestText || std::ranges::any_of(text, isControl))
         throw DecodingError("a text that can't be");

@@ -48,12 +48,12 @@ private:
 
 void NetworkWorker::answer(const NetworkHead& head, std::string question) {
     if (head.kind == NetworkKind::stop) {
-        std::stop_source stop(std::nostopstate);
+        std::optional<std::stop_source> stop;
         {
             const std::lock_guard lock(m_mutex);
             if (const auto found = m_stops.find(head.number); found != m_stops.end()) stop = found->second;
         }
-        stop.request_stop();
+        if (stop) stop->request_stop();
         return tell(head.number, {});  // it is there, and not hanging
     }
     std::stop_source stop;

@@ -75,9 +75,7 @@ public:
             writeBytes(value.view());
         } else if constexpr (std::is_same_v<T, UUID>) {
             m_bytes.append(reinterpret_cast<const char*>(value.bytes.data()), value.bytes.size());
-        } else if constexpr (std::is_integral_v<T>) {
-            writeNumber(static_cast<std::uint64_t>(value));
-        } else if constexpr (std::is_enum_v<T>) {
+        } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
             writeNumber(static_cast<std::uint64_t>(value));
         } else if constexpr (std::is_same_v<T, Date>) {
             writeNumber(static_cast<std::uint64_t>(value.time_since_epoch().count()));
@@ -171,7 +169,9 @@ public:
             const std::uint64_t count = number();
             if (count > m_rest.size()) fail("a list that is longer than what came");
             T list;
-            for (std::uint64_t i = 0; i < count; ++i) list.push_back(read<typename T::value_type>());
+            // No room beforehand: the count is the other's word.
+            for (std::uint64_t i = 0; i < count; ++i)
+                list.push_back(read<typename T::value_type>());  // NOLINT(*-inefficient-vector-operation)
             return list;
         } else if constexpr (isPair<T>) {
             auto first = read<typename T::first_type>();
