@@ -62,6 +62,10 @@ bool Talk::tell(TalkKind kind, std::string_view bytes, int file) const {
 }
 
 void Talk::tellWithNext(TalkKind kind, std::string_view bytes) const {
+    if (bytes.size() > sentTogether) {  // which isn't held twice
+        tell(kind, bytes);
+        return;
+    }
     const Head head{static_cast<std::uint32_t>(kind), 0, bytes.size()};
     m_held.append(reinterpret_cast<const char*>(&head), sizeof head);
     m_held += bytes;

@@ -208,7 +208,7 @@ public:
         : m_channel(channel), m_goesOn(std::move(goesOn)) {}
     /// False when the other end has gone, or is not waited for.
     bool tell(TalkKind kind, std::string_view bytes = {}, int file = -1) const;
-    /// Tells it with what is told next, so that the other end wakes up once.
+    /// Tells it, if it is small with what is told next, so that the other end wakes up once.
     void tellWithNext(TalkKind kind, std::string_view bytes) const;
     /// Nothing for the same reasons, or when what comes is too large. Takes no more memory than twice what
     /// has come. `takesFiles`: whether a file may come with it, which only a process needs.
