@@ -46,6 +46,7 @@ void checkMbox(std::string_view file, std::size_t cut) {
         at = file.find(bytes, at);
         require(at != std::string_view::npos);
         at += bytes.size();
+        require(!isInternalData(bytes) || bytes.find("INTERNAL DATA") != std::string_view::npos);
     }
 }
 

@@ -34,6 +34,7 @@ void checkKey(std::string_view bytes) {
     const std::string_view modulus = takeNumber(*numbers), exponent = takeNumber(*numbers);
     if (!numbers->empty() || modulus.size() != key->blockSize() || modulus.size() > 2048) std::abort();
     if (exponent.size() > 8 || exponent == "\x01") std::abort();
+    if (rsaKeyBytes(rsaPublicKeyInfo(inner)) != inner) std::abort();
     // Zero opens to zero, which is no padded digest.
     const std::string digest = hash(HashAlgorithm::sha256, "x");
     if (key->verify(HashAlgorithm::sha256, digest, std::string(key->blockSize(), '\0'))) std::abort();

@@ -8,13 +8,19 @@
 #include "QuillmarkKit/MessageText.h"
 #include "QuillmarkKit/SignedText.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 #include "fuzz/Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace quillmark;
     using fuzz::require;
     const std::string_view input(reinterpret_cast<const char*>(data), size);
-    const auto isInert = [](const std::string& text) { return isUTF8(text) && forDisplay(text) == text; };
+    // Inert, and broken into lines without losing anything.
+    const auto isInert = [](const std::string& text) {
+        std::string pieces;
+        for (const std::string_view piece : piecesOf(text)) pieces += piece;
+        return isUTF8(text) && forDisplay(text) == text && pieces == text && columnsOf(text) <= text.size();
+    };
     const MailMessage message = MailMessage::parse(input);
     const MessageText text = messageText(message);
     std::size_t lines = 0;

@@ -83,7 +83,8 @@ void read(unsigned char what, std::string_view bytes) {
         case 0: {
             const auto values = readAs<Position, bool, ProofReport, SentMessage>(bytes);
             static_cast<void>(HistoryChange().add(std::get<ProofReport>(values)));
-            return static_cast<void>(foundMessage(std::get<SentMessage>(values), {}));
+            const FoundMessage found = foundMessage(std::get<SentMessage>(values), {});
+            return fuzz::require(packed(sent(found)) == packed(std::get<SentMessage>(values)));
         }
         case 1:
             return static_cast<void>(readAs<Position, bool, Refusal>(bytes));

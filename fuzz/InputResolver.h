@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdlib>
+#include <functional>
+#include <set>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -13,7 +16,8 @@
 namespace quillmark::fuzz {
 
 /// Answers each question with the next line of the input, records separated by "|": "!" fails, "-" is a name
-/// that does not exist, an empty line is no data. The fixed key's name takes no line.
+/// that does not exist, an empty line is no data, "=" before records a service that validated them. The fixed
+/// key's name takes no line.
 struct InputResolver : DNSResolver {
     std::string_view rest = {};
     int questions = 0;
@@ -26,11 +30,21 @@ struct InputResolver : DNSResolver {
         if (line == "!") throw DNSLookupError("no answer");
         if (line == "-") return DNSAnswer::nxdomain();
         if (line.empty()) return DNSAnswer::noData();
+        const bool isValidated = line.starts_with('=');
         std::vector<std::string> data;
-        for (std::string_view texts = line; !texts.empty();)
+        for (std::string_view texts = line.substr(isValidated); !texts.empty();)
             data.push_back(repairedUTF8(takePiece(texts, '|')));
-        return DNSAnswer::records(std::move(data));
+        DNSAnswer answer = DNSAnswer::records(std::move(data));
+        answer.isValidated = isValidated;
+        if (isValidated) m_validated.emplace(name);
+        return answer;
     }
+    std::string source(std::string_view name, DNSRecordType) override {
+        return m_validated.contains(name) ? "dns.example" : "";
+    }
+
+private:
+    std::set<std::string, std::less<>> m_validated = {};
 };
 
 }  // namespace quillmark::fuzz
