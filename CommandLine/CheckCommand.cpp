@@ -32,6 +32,7 @@
 #include "CommandLine/ResultFolder.h"
 #include "CommandLine/StampCommand.h"
 #include "QuillmarkKit/CheckWalk.h"
+#include "QuillmarkKit/History.h"
 #include "QuillmarkKit/ReportCSV.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Crypto.h"
@@ -42,6 +43,7 @@
 #include "Settings/CurrentTime.h"
 #include "Wording/Banner.h"
 #include "Wording/Expected.h"
+#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -54,6 +56,11 @@ constexpr std::size_t aheadPerWorker = 4;
 constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and reports
 
 constexpr std::size_t memoryPostponed = 256'000'000;  // bytes of messages
+
+constexpr std::size_t longestWaiting = 1'000'000;  // bytes of a report's JSON
+
+/// One is left out where it is sure that it is too large without what the history doesn't keep of it.
+constexpr std::size_t longestForHistory = 2 * largestKeptReport;
 
 constexpr std::string_view standardInput = "-";
 
@@ -199,10 +206,11 @@ private:
                        {.keepsBytes = m_from.recorded != nullptr || m_command.sha256 || m_command.onePage,
                         .goesInside = !m_command.noAttached});
         std::vector<OrderedRun::Message> all;
-        while (const auto outcome = walk.next()) {
-            all.push_back(written(*outcome, digest));
+        while (auto outcome = walk.next()) {
             const auto* refusal = std::get_if<Refusal>(&outcome->value);
-            all.back().isOfFolder = isOfFolder && refusal && *refusal == Refusal{Refusal::NotAnEmail{}};
+            const bool isNoEmail = refusal && *refusal == Refusal{Refusal::NotAnEmail{}};
+            all.push_back(written(*std::move(outcome), digest));
+            all.back().isOfFolder = isOfFolder && isNoEmail;
             if (!unwritten.empty()) all.push_back({.problem = std::exchange(unwritten, {})});
         }
         all.front().hint = hint;
@@ -257,18 +265,17 @@ private:
         return line + '\t' + forDisplay(path ? *path : report.fileName.value_or("-"));
     }
 
-    OrderedRun::Message written(const CheckWalk::Outcome& outcome,
-                                const std::optional<std::string>& digest) const {
+    OrderedRun::Message written(CheckWalk::Outcome outcome, const std::optional<std::string>& digest) const {
         if (const auto* refusal = std::get_if<Refusal>(&outcome.value))
             return refused({*refusal, outcome.place});
         try {
-            return written(std::get<ProofReport>(outcome.value), outcome.place.pathName(), digest);
+            return written(std::get<ProofReport>(std::move(outcome.value)), outcome.place.pathName(), digest);
         } catch (const std::exception& error) {
             return refused({unreadable(error), outcome.place});
         }
     }
 
-    OrderedRun::Message written(const ProofReport& report, const std::optional<std::string>& path,
+    OrderedRun::Message written(ProofReport report, const std::optional<std::string>& path,
                                 const std::optional<std::string>& digest) const {
         OrderedRun::Message message;
         // What else is counted costs more than the verdict, and only those who ask see it.
@@ -280,10 +287,14 @@ private:
         const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
                               (message.counted.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
-        // Of a hostile message it takes several hundred megabytes, so nothing is copied without need.
         const auto named = m_command.sha256 ? digest : std::nullopt;
-        if (m_command.json || m_command.out) message.report = compactJSON(report, path, named);
-        if (m_command.keepsReports()) message.kept = compactJSON(report);
+        if (m_command.keepsReports()) {
+            if (auto json = compactJSONWithin(longestForHistory, report)) {
+                message.kept = std::move(*json);
+            } else {
+                message.notKept = historyNotKept(report.fileName, m_command.reader);
+            }
+        }
         if (m_command.csv) message.row = csvRow(report, path.value_or(""), named);
         if (m_command.each) message.report = line(report, path);
         if (m_command.html) {
@@ -297,8 +308,23 @@ private:
                                  ? textPage(report, m_command.reader, m_command.layout, expected, digest)
                                  : textReport(report, m_command.reader, m_command.layout, expected);
         }
+        if (m_command.json || m_command.out) writeJSON(message, std::move(report), path, named);
         if (!message.report.empty()) message.report += '\n';
         return message;
+    }
+
+    /// Of a hostile message the text may have a gigabyte, and the report some hundred megabytes.
+    static void writeJSON(OrderedRun::Message& message, ProofReport report,
+                          const std::optional<std::string>& path, const std::optional<std::string>& sha256) {
+        if (auto json = compactJSONWithin(longestWaiting, report, path, sha256)) {
+            message.report = std::move(*json);
+            return;
+        }
+        const auto kept = std::make_shared<const ProofReport>(std::move(report));
+        message.longReport = [kept, path, sha256](const OrderedRun::Sink& sink) {
+            writeCompactJSON(sink, *kept, path, sha256);
+            sink("\n");
+        };
     }
 
     const CheckCommand& m_command;

@@ -95,6 +95,7 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
     if (message.entry) m_pageContent->add(*message.entry);
     m_totals.add(message.counted);
     if (!message.kept.empty()) m_saver.add(message.kept);
+    if (!message.notKept.empty()) m_saver.leaveOut(message.notKept);
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
 }
 
@@ -103,6 +104,10 @@ void CheckOutput::print(const OrderedRun::Message& message) {
     const bool isTold = !message.isOfFolder || ++m_noEmails <= mostNoEmails;
     if (!message.problem.empty() && isTold) writeProblem(message.problem);
     if (!message.row.empty() && m_table->isStream()) m_table->write(message.row);
+    if (message.longReport) {
+        const Undisturbed whole;
+        message.longReport([this](std::string_view piece) { m_output.write(piece); });
+    }
     if (message.report.empty()) return;
     const bool isLine = m_command.json || m_command.each;
     if (!isLine && !std::exchange(m_isFirst, false)) m_output.write(betweenReports);

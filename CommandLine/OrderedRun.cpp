@@ -1,5 +1,7 @@
 #include "CommandLine/OrderedRun.h"
 
+#include <algorithm>
+
 namespace quillmark {
 
 namespace {
@@ -11,6 +13,12 @@ std::size_t sizeOf(const OrderedRun::Outcome& outcome) {
         if (message.entry) bytes += message.entry->size();
     }
     return bytes;
+}
+
+bool hasLongReport(const OrderedRun::Outcome& outcome) {
+    return std::ranges::any_of(outcome.messages, [](const OrderedRun::Message& message) {
+        return static_cast<bool>(message.longReport);
+    });
 }
 
 }  // namespace
@@ -31,6 +39,7 @@ void OrderedRun::reserve(std::size_t number, std::size_t bytes) {
 void OrderedRun::finish(std::size_t number, Outcome outcome) {
     const std::size_t bytes = sizeOf(outcome);
     std::unique_lock lock(m_mutex);
+    if (hasLongReport(outcome)) m_changed.wait(lock, [&] { return number == m_given; });
     std::size_t& reserved = m_reserved[number];
     m_held = m_held - reserved + bytes;
     reserved = bytes;

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,6 +25,9 @@ namespace quillmark {
 /// single worker runs from end to end without waiting for anybody.
 class OrderedRun {
 public:
+    /// Takes a text piece by piece.
+    using Sink = std::function<void(std::string_view piece)>;
+
     /// What came of one message.
     struct Message {
         std::string problem = {};  ///< one line, when it could not be checked; else empty
@@ -31,7 +35,10 @@ public:
         std::string hint = {};     ///< one line beside the report; empty when there is none
         Counted counted = {};      ///< of its report
         std::string report = {};   ///< as it is printed; empty when it is not to be
+        /// In its place, where it is too long to wait as a text: writes it.
+        std::function<void(const Sink&)> longReport = {};
         std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
+        std::string notKept = {};  ///< one line, when it is too large for the history; else empty
         std::string row = {};      ///< of the CSV file; empty without one
         std::optional<MailboxEntry> entry = {};  ///< of the page; none without one
     };
@@ -54,7 +61,8 @@ public:
     /// something larger than the whole bound goes through alone.
     void reserve(std::size_t number, std::size_t bytes);
     /// Brings a number's outcome, which takes the place of the bytes reserved for it, and gives on what is
-    /// next in order by now.
+    /// next in order by now. Waits for its turn with a long report, so that there is never more than one for
+    /// each worker.
     void finish(std::size_t number, Outcome outcome);
 
 private:

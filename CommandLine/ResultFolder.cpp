@@ -151,6 +151,8 @@ void ResultFile::take(const OrderedRun::Outcome& outcome) {
                 m_problems.push_back(line);
             }
             m_file->write(message.report);
+            if (message.longReport)
+                message.longReport([this](std::string_view piece) { m_file->write(piece); });
         }
     } catch (const OutputFileError& error) {
         m_file.reset();

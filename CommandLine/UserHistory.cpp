@@ -108,8 +108,7 @@ void HistorySaver::add(std::string_view json) {
     ProofReport report = reportFromJSON(json);
     const auto name = report.fileName;
     if (!m_change.add(std::move(report))) {
-        writeProblem(historyNotKept(name, m_reader));
-        m_isComplete = false;
+        leaveOut(historyNotKept(name, m_reader));
         return;
     }
     const auto now = Clock::now();
@@ -117,6 +116,12 @@ void HistorySaver::add(std::string_view json) {
     m_size += json.size();
     const bool isLate = now - m_since > std::max<Clock::duration>(longestWait, workPerSave * m_lastSave);
     if (m_size > savedTogether || isLate) save();
+}
+
+void HistorySaver::leaveOut(std::string_view problem) {
+    if (m_hasFailed) return;
+    writeProblem(problem);
+    m_isComplete = false;
 }
 
 bool HistorySaver::finish() {

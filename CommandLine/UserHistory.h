@@ -44,6 +44,8 @@ public:
 
     /// Keeps a report, given as compact JSON, for the history.
     void add(std::string_view json);
+    /// One report isn't kept, which `problem` tells.
+    void leaveOut(std::string_view problem);
     /// Saves what is left. False when not every report was saved; problem lines have said why.
     bool finish();
 

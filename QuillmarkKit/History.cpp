@@ -86,7 +86,7 @@ bool HistoryChange::add(ProofReport report) {
             }
         }
     }
-    if (compactJSON(report).size() > largestKeptReport) return false;
+    if (!compactJSONWithin(largestKeptReport, report)) return false;
     remove(report.id);
     m_added.push_back(std::move(report));
     return true;

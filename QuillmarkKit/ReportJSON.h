@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +15,16 @@ namespace quillmark {
 /// report, and not kept with it.
 std::string compactJSON(const ProofReport& report, const std::optional<std::string>& path = {},
                         const std::optional<std::string>& sha256 = {});
+
+/// The same, handed on in pieces of about 64 KB: of a hostile message it may have a gigabyte.
+void writeCompactJSON(const std::function<void(std::string_view piece)>& sink, const ProofReport& report,
+                      const std::optional<std::string>& path = {},
+                      const std::optional<std::string>& sha256 = {});
+
+/// The same, or nothing where it has more than `most` bytes, at no more than their cost.
+std::optional<std::string> compactJSONWithin(std::size_t most, const ProofReport& report,
+                                             const std::optional<std::string>& path = {},
+                                             const std::optional<std::string>& sha256 = {});
 
 /// Reads a report back. Throws `DecodingError` with the place of the fault.
 ProofReport reportFromJSON(std::string_view text);

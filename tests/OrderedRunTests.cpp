@@ -34,5 +34,27 @@ TEST(OrderedRun, orderWindowAndMemory) {
     EXPECT_LE(mostHeld, memory + 30);  // the one that is next in order does not wait
 }
 
+/// So that those that wait are no more than there are workers.
+TEST(OrderedRun, longReportsWaitForTheirTurn) {
+    std::string text;
+    OrderedRun run(10, 100, [&](const OrderedRun::Outcome& outcome) {
+        const OrderedRun::Message& message = outcome.messages.at(0);
+        text += message.report;
+        if (message.longReport) message.longReport([&](std::string_view piece) { text += piece; });
+    });
+    for (int i = 0; i < 3; ++i) run.take();
+    std::atomic<bool> isDone = false;
+    std::jthread worker([&] {
+        run.finish(2, {{{.longReport = [](const OrderedRun::Sink& sink) { sink("2"); }}}});
+        isDone = true;
+    });
+    run.finish(1, {{{.report = "1"}}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(isDone);
+    run.finish(0, {{{.report = "0"}}});
+    worker.join();
+    EXPECT_EQ(text, "012");
+}
+
 }  // namespace
 }  // namespace quillmark

@@ -42,6 +42,30 @@ TEST(ReportJSON, pathAndDigestAreOfTheReport) {
     EXPECT_EQ(JSON::parse(compactJSON(report, "a.eml", "00")), expected);
 }
 
+TEST(ReportJSON, inPieces) {
+    ProofReport report = EveryCase().of<ProofReport>().front();
+    report.unknown = {{"", "season", "5"}, {"summary", "a", "1"}, {"summary", "z", "2"}};
+    report.dkim.front().signedHeaders = {100'000, ""};
+    report.summary.subject = std::string(200'000, 'x') + "\x01\u00FC\"" + std::string(100'000, '\xFF');
+    const std::string text = compactJSON(report, "a.eml", "00");
+    std::string all;
+    writeCompactJSON(
+        [&](std::string_view piece) {
+            EXPECT_LT(piece.size(), 200'000u);
+            all += piece;
+        },
+        report, "a.eml", "00");
+    EXPECT_EQ(all, text);
+    for (const std::size_t size : {1u, 2u, 3u, 10u, 1'000u}) {
+        std::string pieces, last;
+        serialization::Encoder(last, size, [&](std::string_view piece) { pieces += piece; }).write(report);
+        EXPECT_EQ(pieces + last, compactJSON(report)) << size;
+    }
+    EXPECT_EQ(compactJSONWithin(text.size(), report, "a.eml", "00"), text);
+    EXPECT_EQ(compactJSONWithin(text.size() - 1, report, "a.eml", "00"), std::nullopt);
+    EXPECT_EQ(compactJSONWithin(1'000, report), std::nullopt);
+}
+
 TEST(ReportJSON, faultsSayWhereTheyAre) {
     auto full = JSON::parse(encoded(EveryCase().of<ProofReport>().front()));
     full["flags"] = JSON::parse(R"([{"youngDomain":{"days":1,"domain":"a","registered":0}}])");

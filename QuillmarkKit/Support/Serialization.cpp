@@ -167,19 +167,28 @@ namespace serialization {
 
 void Encoder::writeText(std::string_view text) {
     m_text += '"';
-    while (!text.empty()) {
+    for (;;) {
+        handOnIfLong();
+        if (text.empty()) break;
+        const std::size_t most = std::min(text.size(), m_pieceSize);
         std::size_t plain = 0;
-        while (plain < text.size() && isPlain(text[plain])) ++plain;
+        while (plain < most && isPlain(text[plain])) ++plain;
         m_text += text.substr(0, plain);
         text.remove_prefix(plain);
-        if (text.empty()) break;
+        if (plain == most) continue;
         const char32_t scalar = takeScalar(text);
         if (scalar == '"' || scalar == '\\') {
             m_text += '\\';
             m_text += static_cast<char>(scalar);
         } else if (isHarmful(scalar)) {
-            m_text += "\\u";
-            for (int shift = 12; shift >= 0; shift -= 4) m_text += "0123456789abcdef"[scalar >> shift & 0xF];
+            constexpr std::string_view digits = "0123456789abcdef";
+            const char escaped[] = {'\\',
+                                    'u',
+                                    digits[scalar >> 12 & 0xF],
+                                    digits[scalar >> 8 & 0xF],
+                                    digits[scalar >> 4 & 0xF],
+                                    digits[scalar & 0xF]};
+            m_text.append(escaped, sizeof escaped);
         } else {
             appendUTF8(m_text, scalar);
         }
@@ -213,6 +222,11 @@ void Encoder::writeTextMap(const TextMap& map) {
 
 void Decoder::fail(const std::string& what) const {
     throw DecodingError(m_path.text().empty() ? what : m_path.text() + ": " + what);
+}
+
+std::string_view Decoder::text(const JSON& json) const {
+    if (!json.is_string()) fail("expected a text");
+    return json.get_ref<const std::string&>();
 }
 
 std::int64_t Decoder::integer(const JSON& json, std::int64_t least, std::int64_t most) const {

@@ -135,6 +135,10 @@ private:
 class Encoder {
 public:
     explicit Encoder(std::string& text) : m_text(text) {}
+    /// Hands on what is in `text` whenever that has `pieceSize` bytes, or some more, and takes it out. What
+    /// is in it when all is written is the last piece.
+    Encoder(std::string& text, std::size_t pieceSize, std::function<void(std::string_view)> sink)
+        : m_text(text), m_pieceSize(pieceSize), m_sink(std::move(sink)) {}
 
     /// With members that the outermost value hasn't itself: sorted by their names, and in place of those that
     /// it keeps for a newer program.
@@ -146,7 +150,7 @@ public:
 
     template <typename T>
     void write(const T& value) {
-        if constexpr (std::same_as<T, std::string>) {
+        if constexpr (std::same_as<T, std::string> || std::same_as<T, std::string_view>) {
             writeText(value);
         } else if constexpr (std::same_as<T, bool>) {
             m_text += value ? "true" : "false";
@@ -172,6 +176,13 @@ public:
 
 private:
     void writeText(std::string_view text);
+    /// After each piece of text: nothing else can be long.
+    void handOnIfLong() {
+        if (m_text.size() < m_pieceSize) return;
+        // The last byte tells what may follow.
+        m_sink(std::string_view(m_text).substr(0, m_text.size() - 1));
+        m_text.erase(0, m_text.size() - 1);
+    }
     void writeDate(Date date);
     void writeTextMap(const TextMap& map);
 
@@ -292,12 +303,14 @@ private:
     }
 
     std::string& m_text;
+    const std::size_t m_pieceSize = std::numeric_limits<std::size_t>::max();
+    const std::function<void(std::string_view)> m_sink = {};
     std::span<const UnknownMember> m_also = {};     // until the outermost value is begun
     std::span<const UnknownMember> m_unknown = {};  // of the value that keeps them, below which we are
     Path m_path = Path();                           // from there
 };
 
-/// Reads one value, keeping the path to where it is.
+/// Reads one value, keeping the path to where it is. A `std::string_view` is a view of the JSON.
 class Decoder {
 public:
     /// `path`: where the value stands that is decoded.
@@ -307,8 +320,9 @@ public:
     template <typename T>
     T decoded(const JSON& json) {
         if constexpr (std::same_as<T, std::string>) {
-            if (!json.is_string()) fail("expected a text");
-            return json.get<std::string>();
+            return std::string(text(json));
+        } else if constexpr (std::same_as<T, std::string_view>) {
+            return text(json);
         } else if constexpr (std::same_as<T, bool>) {
             if (!json.is_boolean()) fail("expected true or false");
             return json.get<bool>();
@@ -338,6 +352,8 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what) const;
+    /// A view of `json`.
+    std::string_view text(const JSON& json) const;
     std::int64_t integer(const JSON& json, std::int64_t least, std::int64_t most) const;
     Date date(const JSON& json) const;
     TextMap textMap(const JSON& json);
