@@ -86,7 +86,7 @@ public:
             if (value) write(*value);
         } else if constexpr (isList<T>) {
             writeNumber(value.size());
-            for (const auto& each : value) write(each);
+            for (const auto& each : value) writeElement<T>(each);
         } else if constexpr (isPair<T>) {
             write(value.first);
             write(value.second);
@@ -100,6 +100,14 @@ public:
     }
 
 private:
+    template <typename List, typename Element>
+    void writeElement(const Element& element) {
+        if constexpr (std::is_same_v<List, TextList>) {
+            writeText(element);
+        } else {
+            write(element);
+        }
+    }
     /// Nobody has read or written a report of another version on the way.
     void writeCase(const UnknownCase&) {}
     template <typename T>
@@ -171,7 +179,7 @@ public:
             T list;
             // No room beforehand: the count is the other's word.
             for (std::uint64_t i = 0; i < count; ++i)
-                list.push_back(read<typename T::value_type>());  // NOLINT(*-inefficient-vector-operation)
+                list.push_back(element<T>());  // NOLINT(*-inefficient-vector-operation)
             return list;
         } else if constexpr (isPair<T>) {
             auto first = read<typename T::first_type>();
@@ -198,6 +206,14 @@ private:
     static constexpr std::int64_t latestTime =
         std::numeric_limits<std::int64_t>::max() - 2 * referenceDate.time_since_epoch().count();
 
+    template <typename List>
+    auto element() {
+        if constexpr (std::is_same_v<List, TextList>) {
+            return text();
+        } else {
+            return read<typename List::value_type>();
+        }
+    }
     template <std::size_t index, typename T>
     void readCase(std::uint64_t number, T& value) {
         if constexpr (index < casesOf(static_cast<const T*>(nullptr)).size()) {

@@ -59,7 +59,8 @@ private:
         return m_words.sentence(isolated(quotedDomain(domain), m_words.reader.language));
     }
     QString addresses(const PackedList<MailAddress>& list) const;
-    QString names(const std::vector<std::string>& list) const;
+    template <typename List>
+    QString names(const List& list) const;
     void add(Facts& facts, std::string_view name, const QString& value) const {
         if (!value.isEmpty()) facts.push_back({m_words(name), value, glossaryEntry(name)});
     }
@@ -100,9 +101,10 @@ QString Composer::addresses(const PackedList<MailAddress>& list) const {
     return all.join(QStringLiteral(", "));
 }
 
-QString Composer::names(const std::vector<std::string>& list) const {
+template <typename List>
+QString Composer::names(const List& list) const {
     QStringList all;
-    for (const std::string& each : capped(list)) all << text(each);
+    for (const std::string_view each : capped(list)) all << text(each);
     addMore(all, list.size());
     return all.join(m_words(", "));
 }

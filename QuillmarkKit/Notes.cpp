@@ -220,7 +220,7 @@ void addUnsignedField(Notes& notes, const MailMessage& message, const DKIMResult
                       std::string_view name, bool isList) {
     const auto positions = message.positions(name);
     const auto covered = static_cast<std::size_t>(std::ranges::count_if(
-        signature.signedHeaders, [&](const std::string& field) { return equalsIgnoringCase(field, name); }));
+        signature.signedHeaders, [&](std::string_view field) { return equalsIgnoringCase(field, name); }));
     if (covered == 0 || covered >= positions.size()) return;
     const auto& fields = message.headers();
     const auto added = positions.first(positions.size() - covered);
@@ -245,7 +245,9 @@ void addUnsignedFields(Notes& notes, const MailMessage& message, const DKIMResul
 /// The names in `h=` of which every field of the message is signed; those that a reader goes by come first.
 std::vector<std::string> signedFields(const MailMessage& message, const DKIMResult& signature) {
     std::map<std::string, std::size_t> covered;
-    for (const std::string& name : signature.signedHeaders) ++covered[asciiLowered(name)];
+    for (const std::string_view name : signature.signedHeaders) {
+        if (message.first(name)) ++covered[asciiLowered(name)];
+    }
     std::vector<std::string> fields;
     const auto add = [&](std::string_view name) {
         const auto found = covered.find(asciiLowered(name));
@@ -255,7 +257,7 @@ std::vector<std::string> signedFields(const MailMessage& message, const DKIMResu
         covered.erase(found);  // of `h=`, which may be long, each name is looked at once
     };
     for (const std::string_view name : {"From", "Subject", "Date", "To", "Cc", "Reply-To"}) add(name);
-    for (const std::string& name : signature.signedHeaders) add(name);
+    for (const std::string_view name : signature.signedHeaders) add(name);
     return fields;
 }
 
@@ -311,8 +313,8 @@ void addContentFields(Notes& notes, const MailMessage& message, const ProofRepor
          {"Content-Type", "Content-Transfer-Encoding", "Content-Disposition", "MIME-Version"}) {
         const auto positions = message.positions(name);
         if (positions.empty()) continue;
-        const auto covers = [&](const std::vector<std::string>& names) {
-            const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+        const auto covers = [&](const TextList& names) {
+            const auto isName = [&](std::string_view field) { return equalsIgnoringCase(field, name); };
             return static_cast<std::size_t>(std::ranges::count_if(names, isName)) >= positions.size();
         };
         const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
@@ -390,7 +392,7 @@ void addActsUnsigned(Notes& notes, const MailMessage& message, const ProofReport
           "Disposition-Notification-To", "Return-Receipt-To", "X-Confirm-Reading-To", "Resent-From"}) {
         const std::size_t count = message.positions(name).size();
         const bool isCovered = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
-            const auto isName = [&](const std::string& field) { return equalsIgnoringCase(field, name); };
+            const auto isName = [&](std::string_view field) { return equalsIgnoringCase(field, name); };
             return signature.status == DKIMResult::Status::pass &&
                    static_cast<std::size_t>(std::ranges::count_if(signature.signedHeaders, isName)) >= count;
         });
@@ -684,7 +686,7 @@ void addOtherRecipient(Notes& notes, const MailMessage& message, const DKIMResul
         const auto positions = message.positions(name);
         const auto covered = static_cast<std::size_t>(
             std::ranges::count_if(signature.signedHeaders,
-                                  [&](const std::string& field) { return equalsIgnoringCase(field, name); }));
+                                  [&](std::string_view field) { return equalsIgnoringCase(field, name); }));
         for (const auto position : positions.last(std::min(covered, positions.size()))) {
             const std::string value = message.headers()[position].value();
             for (const MailAddress& entry : MailAddress::parseList(value)) {

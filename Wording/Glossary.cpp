@@ -151,9 +151,9 @@ bool isNamed(std::string_view names, std::string_view word) {
 
 std::string lineOf(const DKIMResult& signature) {
     std::string fields;
-    for (const std::string& each : signature.signedHeaders) {
+    for (const std::string_view each : signature.signedHeaders) {
         if (fields.size() > 400) break;
-        fields += (fields.empty() ? "" : ":") + each;
+        fields.append(fields.empty() ? "" : ":").append(each);
     }
     return inert("d=" + cutInside(signature.domain, 100) + "; s=" + cutInside(signature.selector, 60) +
                  "; a=" + cutInside(signature.algorithm, 30) +

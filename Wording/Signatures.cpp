@@ -215,7 +215,7 @@ std::string fieldNames(const std::vector<std::string>& names, const Reader& read
 
 Coverage coverage(const DKIMResult& result, std::string_view field) {
     const bool isNamed = std::ranges::any_of(
-        result.signedHeaders, [&](const std::string& name) { return equalsIgnoringCase(name, field); });
+        result.signedHeaders, [&](std::string_view name) { return equalsIgnoringCase(name, field); });
     return isNamed ? Coverage::some : Coverage::none;
 }
 

@@ -122,9 +122,9 @@ bench::FloorSignature planned(const MailMessage& message, const HeaderField& fie
     bench::FloorSignature planned{key.key.type() == SigningKey::Type::ed25519, key.floorKey};
     const std::string_view value = field.valueBytes();
     const TagList tags = TagList::parse(value);
-    std::vector<std::string> names;
+    TextList names;
     for (std::string_view list = tags.value("h").value(); !list.empty();) {
-        names.emplace_back(trimmed(takePiece(list, ':')));
+        names.push_back(trimmed(takePiece(list, ':')));
     }
     struct : ByteSink {
         std::string bytes;

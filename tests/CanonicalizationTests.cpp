@@ -108,7 +108,7 @@ TEST(Canonicalization, signedHeaderData) {
         "From: top\r\nS: h; b=1\r\nFrom: middle\r\nTo: x\r\nFROM: bottom\r\nS: h; b=1\r\nS: h; b=2\r\n\r\n");
     const HeaderField signature = message.headers()[1];  // the field below is the same byte for byte
     const struct {
-        std::vector<std::string> names;
+        TextList names;
         std::string data;
     } rows[] = {
         {{"from"}, "from:bottom\r\n"},

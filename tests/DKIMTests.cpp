@@ -240,7 +240,7 @@ TEST(DKIM, timesAndAsWritten) {
     EXPECT_TRUE(result.expired);
     EXPECT_EQ(result.signedAt, Date(std::chrono::seconds(1'700'000'000)));
     EXPECT_EQ(result.domain, "Example.ORG");
-    EXPECT_EQ(result.signedHeaders, (std::vector<std::string>{"From", "subject"}));
+    EXPECT_EQ(result.signedHeaders, (TextList{"From", "subject"}));
     EXPECT_EQ(result.canonicalization, "relaxed/relaxed");
     EXPECT_FALSE(dated("x=1800000000").expired);
     for (const char* number : {"", "-1", "1.5", "1e9", "1234567890123456"}) {

@@ -24,6 +24,9 @@ public:
         using namespace serialization;
         if constexpr (std::same_as<T, std::string>) {
             return {std::string(name) + ".example"};
+        } else if constexpr (std::same_as<T, TextList>) {
+            const std::string text = std::string(name) + ".example";
+            return {TextList{text}, TextList{}};
         } else if constexpr (std::same_as<T, bool>) {
             return {true, false};
         } else if constexpr (std::integral<T>) {

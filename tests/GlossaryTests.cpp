@@ -40,7 +40,7 @@ TEST(Glossary, rawValuesAreInertAndFew) {
     const std::string bad = "x\n[OK] \u202E" + std::string(10'000, 'y');
     ProofReport report;
     report.dkim.assign(100, DKIMResult{.domain = bad, .selector = bad, .algorithm = bad});
-    report.dkim[0].signedHeaders.assign(1'000, bad);
+    report.dkim[0].signedHeaders = {1'000, bad};
     report.dmarc.record = bad;
     report.spf.domain = report.spf.matched = bad;
     for (const GlossaryEntry& each : glossary()) {

@@ -29,7 +29,7 @@ ProofReport hostileReport() {
     report.flags.assign(100'000, {LookAlikeFlag::Punycode{"xn--a.example", bad.substr(0, 80)}});
     report.dkim.assign(10, DKIMResult{});
     for (DKIMResult& each : report.dkim) each.domain = each.selector = each.detail = each.algorithm = bad;
-    report.dkim[0].signedHeaders.assign(10'000, bad.substr(0, 50));
+    report.dkim[0].signedHeaders = {10'000, bad.substr(0, 50)};
     report.receiverResults.push_back({bad, {100'000, {"dkim", "pass", {{"header.d", bad.substr(0, 50)}}}}});
     report.arc.hops.assign(5, {1, bad, report.dkim[1], true, {}});
     report.verdict = {VerdictKind::signedByOther, Tone::caution, bad, bad, {bad}};

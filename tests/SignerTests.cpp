@@ -121,7 +121,7 @@ TEST(Signer, whatItSignsVerifies) {
             SignatureChecker{parsed, &hashes, resolver, now}.check(*parsed.first("DKIM-Signature"));
         EXPECT_EQ(result.status, tooLong ? DKIMResult::Status::bodyChanged : DKIMResult::Status::pass);
         EXPECT_EQ(result.bodyLength, made.bodyLength);
-        EXPECT_EQ(result.signedHeaders, made.headers);
+        EXPECT_TRUE(std::ranges::equal(result.signedHeaders, made.headers));
     };
     using enum Canonicalization;
     for (const std::string& message : messages) {

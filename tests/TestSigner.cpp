@@ -114,9 +114,9 @@ std::string signedMessage(std::string_view message, const Signature& signature, 
     const TagList tags = TagList::parse(signature.tags);
     std::optional<std::uint64_t> limit;
     if (const auto length = tags.value("l")) limit = static_cast<std::uint64_t>(decimal(*length).value_or(0));
-    std::vector<std::string> names;
+    TextList names;
     for (std::string_view rest = tags.value("h").value_or(""); !rest.empty();) {
-        names.emplace_back(trimmed(takePiece(rest, ':')));
+        names.push_back(trimmed(takePiece(rest, ':')));
     }
     BodyHashes hashes(parsed.body().value_or(""));
     const auto algorithm = signature.algorithm.value_or(key.isRSA() ? SignatureAlgorithm::rsaSHA256

@@ -318,9 +318,8 @@ std::string withEmptiedSignature(std::string_view raw) {
     }
 }
 
-bool addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
-                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink,
-                         std::size_t limit) {
+bool addSignedHeaderData(const MailMessage& message, const TextList& names, const HeaderField& signature,
+                         Canonicalization canonicalization, ByteSink& sink, std::size_t limit) {
     const auto fits = [&](std::string_view raw) {
         const bool isFitting = raw.size() <= limit;
         limit -= std::min(raw.size(), limit);
@@ -329,7 +328,7 @@ bool addSignedHeaderData(const MailMessage& message, std::span<const std::string
     if (!fits(signature.raw)) return false;
     // How many fields of a name are used up, from the bottom, by where the name's positions lie.
     std::unordered_map<const std::uint32_t*, std::size_t> used;
-    for (const std::string& name : names) {
+    for (const std::string_view name : names) {
         const auto positions = message.positions(name);
         if (positions.empty()) continue;
         std::size_t& count = used[positions.data()];

@@ -15,6 +15,7 @@
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Crypto.h"
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 
 /// The byte-level rules under every DKIM and ARC check (RFC 6376, sections 3.4, 3.5, 3.7 and 5.4.2).
 namespace quillmark {
@@ -69,8 +70,8 @@ std::string withEmptiedSignature(std::string_view raw);
 /// the bottom up for a name that repeats, then the signature field itself with its `b=` emptied, without a
 /// final CR LF. Fields that are byte for byte the signature field are passed over. Linear in the names and
 /// fields of the message. False, and the data cut short, when these fields have more than `limit` bytes.
-bool addSignedHeaderData(const MailMessage& message, std::span<const std::string> names,
-                         const HeaderField& signature, Canonicalization canonicalization, ByteSink& sink,
+bool addSignedHeaderData(const MailMessage& message, const TextList& names, const HeaderField& signature,
+                         Canonicalization canonicalization, ByteSink& sink,
                          std::size_t limit = std::numeric_limits<std::size_t>::max());
 
 /// The hashes of one message's body, each worked out once however many signatures ask for it. Not safe from

@@ -29,24 +29,24 @@ std::optional<Date> timestamp(std::optional<std::string_view> value) {
     return Date(std::chrono::seconds(*seconds));
 }
 
-std::vector<std::string> fieldNames(std::string_view list) {
-    std::vector<std::string> names;
+TextList fieldNames(std::string_view list) {
+    TextList names;
     while (!list.empty()) {
         const std::string_view piece = takePiece(list, ':');
-        if (!piece.empty()) names.emplace_back(trimmed(piece));
+        if (!piece.empty()) names.push_back(trimmed(piece));
     }
     return names;
 }
 
 /// The lines a reader relies on of which the message holds more than `h=` names: the rest could have been
 /// added.
-std::vector<std::string> uncoveredLines(const MailMessage& message,
-                                        const std::vector<std::string>& signedNames, bool hasBodyLength) {
+std::vector<std::string> uncoveredLines(const MailMessage& message, const TextList& signedNames,
+                                        bool hasBodyLength) {
     std::vector<std::string> uncovered;
     for (const std::string_view name : {"From", "Subject", "Date", "To", "Cc", "Reply-To", "Content-Type"}) {
         if (name == "Content-Type" && !hasBodyLength) continue;
         const auto covered = std::ranges::count_if(
-            signedNames, [&](const std::string& s) { return equalsIgnoringCase(s, name); });
+            signedNames, [&](std::string_view s) { return equalsIgnoringCase(s, name); });
         if (message.positions(name).size() > static_cast<std::size_t>(covered)) uncovered.emplace_back(name);
     }
     return uncovered;
@@ -174,7 +174,7 @@ bool Check::tagsAreSound() {
     }
     if (m_result.domain.empty() || m_result.selector.empty()) return end(Status::malformed, "empty d= or s=");
     const bool signsFrom = std::ranges::any_of(
-        m_result.signedHeaders, [](const std::string& name) { return equalsIgnoringCase(name, "from"); });
+        m_result.signedHeaders, [](std::string_view name) { return equalsIgnoringCase(name, "from"); });
     if (!signsFrom) return end(Status::malformed, "From isn't signed (h=)");
     return true;
 }

@@ -13,6 +13,7 @@
 #include "QuillmarkKit/Mail/Message.h"
 #include "QuillmarkKit/Support/Date.h"
 #include "QuillmarkKit/Support/Fields.h"
+#include "QuillmarkKit/Support/PackedList.h"
 
 namespace quillmark {
 
@@ -36,7 +37,7 @@ struct DKIMResult {
     std::string selector = {};                           ///< `s=`
     std::string algorithm = {};                          ///< `a=` as written
     std::string canonicalization = "simple/simple";      ///< `c=` as written
-    std::vector<std::string> signedHeaders = {};         ///< `h=`, each name trimmed
+    TextList signedHeaders = {};                         ///< `h=`, each name trimmed
     std::optional<std::string> identity = {};            ///< `i=`
     std::optional<std::int64_t> bodyLength = {};         ///< `l=`, bytes
     std::optional<std::int64_t> unsignedBodyBytes = {};  ///< canonical body bytes beyond `l=`
@@ -89,9 +90,9 @@ struct BrokenSignature {
     SignatureKind kind = SignatureKind::dkim;
     std::int64_t place =
         0;  ///< in the report: from 0 among the DKIM signatures, or the instance of the ARC set
-    std::string domain = {};                      ///< `d=`
-    std::vector<std::string> signedHeaders = {};  ///< `h=`, each name trimmed
-    std::string copies = {};  ///< `z=`: header fields as they were signed (RFC 6376, section 3.5)
+    std::string domain = {};      ///< `d=`
+    TextList signedHeaders = {};  ///< `h=`, each name trimmed
+    std::string copies = {};      ///< `z=`: header fields as they were signed (RFC 6376, section 3.5)
     CanonicalizationPair canonicalization = {};
     SignatureAlgorithm algorithm = SignatureAlgorithm::rsaSHA256;
     std::string bodyHash = {}, signature = {};     ///< `bh=` and `b=`, decoded

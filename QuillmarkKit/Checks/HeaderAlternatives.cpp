@@ -389,12 +389,12 @@ public:
         std::vector<Axis> axes;
         Axis lists;
         std::vector<std::string> names;
-        const auto addName = [&](const std::string& asWritten) {
+        const auto addName = [&](std::string_view asWritten) {
             std::string name = asciiLowered(asWritten);
             if (names.size() < mostNames && std::ranges::find(names, name) == names.end())
                 names.push_back(std::move(name));
         };
-        for (const std::string& name : m_signature.signedHeaders) addName(name);
+        for (const std::string_view name : m_signature.signedHeaders) addName(name);
         for (const HeaderHint& hint : m_hints) addName(hint.name);
         for (const std::string& name : names) {
             const Fields given = fieldsOf(name);
@@ -422,7 +422,7 @@ public:
         std::vector<Axis> axes;
         if (m_signature.canonicalization.header != Canonicalization::simple) return axes;
         std::set<std::string> names;
-        for (const std::string& asWritten : m_signature.signedHeaders) {
+        for (const std::string_view asWritten : m_signature.signedHeaders) {
             const std::string name = asciiLowered(asWritten);
             if (axes.size() == mostAxes || names.size() == mostNames) break;
             if (!names.insert(name).second) continue;
@@ -519,9 +519,9 @@ private:
     void addNames(Axis& axis, const std::string& raw) const {
         const auto colon = std::min(raw.find(':'), raw.size());
         const std::string name = asciiLowered(raw.substr(0, colon)), rest = raw.substr(colon);
-        for (const std::string& listed : m_signature.signedHeaders) {
+        for (const std::string_view listed : m_signature.signedHeaders) {
             // One that lists all in small letters says nothing of how they stood.
-            if (listed != name && asciiLowered(listed) == name) axis.add(1, {listed + rest});
+            if (listed != name && asciiLowered(listed) == name) axis.add(1, {std::string(listed) + rest});
         }
         for (const std::string_view known : {"Message-ID", "Message-Id", "MIME-Version", "Mime-Version"}) {
             if (asciiLowered(known) == name) axis.add(1, {std::string(known) + rest});
@@ -732,7 +732,7 @@ private:
     }
     void lay(const MailMessage& message) {
         std::map<std::string, std::size_t> taken;  // of a name, from below; the signature itself counts
-        for (const std::string& asWritten : m_signature.signedHeaders) {
+        for (const std::string_view asWritten : m_signature.signedHeaders) {
             const std::string name = asciiLowered(asWritten);
             std::size_t& count = taken[name];
             const auto axis = std::ranges::find_if(m_axes, [&](const Axis& each) {

@@ -116,8 +116,10 @@ std::string signedField(const MailMessage& message, std::string_view fieldName, 
                         const std::vector<std::string>& names, Canonicalization canonicalization,
                         const SigningKey& key) {
     const std::string field = std::string(fieldName) + ": " + value;
+    TextList listed;
+    for (const std::string& name : names) listed.push_back(name);
     HashingSink data(HashAlgorithm::sha256);
-    addSignedHeaderData(message, names, HeaderField{field, fieldName}, canonicalization, data);
+    addSignedHeaderData(message, listed, HeaderField{field, fieldName}, canonicalization, data);
     return field + signature(key, data.digest());
 }
 

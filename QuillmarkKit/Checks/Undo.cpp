@@ -430,10 +430,16 @@ bool passes(const SignatureCheck& check) {
 /// The fields that say what a body is: without them it can't be read.
 constexpr std::string_view namesOfContent[] = {"mime-version", "content-type", "content-transfer-encoding"};
 
-/// How many fields of each name, in lower case, a signature covers.
-std::map<std::string, std::size_t, std::less<>> coveredFields(const BrokenSignature& signature) {
+/// How many fields of each name, in lower case, a signature covers, of names that the message or the changes
+/// have: `h=` may be long.
+std::map<std::string, std::size_t, std::less<>> coveredFields(const MailMessage& message,
+                                                              const BrokenSignature& signature,
+                                                              const std::vector<NamedFields>& changes) {
     std::map<std::string, std::size_t, std::less<>> covered;
-    for (const std::string& name : signature.signedHeaders) ++covered[asciiLowered(name)];
+    for (const std::string_view name : signature.signedHeaders) {
+        const auto isName = [&](const NamedFields& fields) { return equalsIgnoringCase(fields.name, name); };
+        if (message.first(name) || std::ranges::any_of(changes, isName)) ++covered[asciiLowered(name)];
+    }
     return covered;
 }
 
@@ -442,14 +448,13 @@ std::map<std::string, std::size_t, std::less<>> coveredFields(const BrokenSignat
 /// is checked with its chain.
 MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature,
                     const std::vector<NamedFields>& changes, std::string_view body) {
-    const auto covered = coveredFields(signature);
+    const auto covered = coveredFields(message, signature, changes);
     const auto kept = [&](const std::string& name) -> std::size_t {
         if (const auto found = covered.find(name); found != covered.end()) return found->second;
         return std::ranges::find(namesOfContent, name) != std::end(namesOfContent) ? 1 : 0;
     };
-    std::map<std::string, std::size_t, std::less<>> above;  // fields of a name, of which the lowest stay
-    for (const HeaderField& field : message.headers()) ++above[asciiLowered(field.name)];
-    std::set<std::string> written;  // of the changed names
+    std::map<std::string, std::size_t, std::less<>> passed;  // fields of a name, of which the lowest stay
+    std::set<std::string> written;                           // of the changed names
     std::string header;
     const auto write = [&](const NamedFields& fields) {
         if (!written.insert(fields.name).second) return;
@@ -460,7 +465,9 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
     for (const HeaderField& field : message.headers()) {
         const std::string name = asciiLowered(field.name);
         const bool isOfChain = signature.kind == SignatureKind::arc && name.starts_with("arc-");
-        const bool isLow = above[name]-- <= kept(name) || isOfChain;
+        const std::size_t count = kept(name);
+        const bool isLow =
+            (count > 0 && message.positions(name).size() - passed[name]++ <= count) || isOfChain;
         const auto found = std::ranges::find(changes, name, &NamedFields::name);
         if (field == signature.field) {
             header.append(field.raw).append(lineEnd);
@@ -494,7 +501,7 @@ std::vector<std::string> valuesOf(const MailMessage& message, std::string_view n
 void tellFields(UndoneSignature& undone, const MailMessage& message, const BrokenSignature& signature,
                 const std::vector<NamedFields>& changes, bool isTextRead) {
     bool isFolded = false, isNamedAnew = false;
-    const auto covered = coveredFields(signature);
+    const auto covered = coveredFields(message, signature, changes);
     const auto tell = [&](const std::string& name) {
         ChangedField field{name, valuesOf(message, name, &signature.field),
                            valuesOf(undone.message, name, &signature.field)};

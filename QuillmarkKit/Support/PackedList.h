@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 #include "QuillmarkKit/Support/Fields.h"
 
@@ -67,10 +68,10 @@ void take(std::string_view& bytes, PackedList<T>& list) {
 
 /// Elements one behind the other in one buffer, each in a few bytes more than its texts have: for lists that
 /// a hostile message can fill with millions, of which each would take a hundred bytes by itself. Elements
-/// describe themselves (Fields.h); their fields are texts, texts that may be missing, and such lists. They
-/// are read from the first on, and come as values: a reference to a part of one lives no longer than the
-/// value does. A `std::string_view` in an element is a view of the list: valid while the list lives,
-/// unchanged.
+/// are views of texts, or describe themselves (Fields.h); then their fields are texts, texts that may be
+/// missing, and such lists. They are read from the first on, and come as values: a reference to a part of one
+/// lives no longer than the value does. A `std::string_view` that is an element, or in one, is a view of the
+/// list: valid while the list lives, unchanged.
 template <typename T>
 class PackedList {
 public:
@@ -90,12 +91,16 @@ public:
         T operator*() const {
             T element;
             std::string_view bytes = m_bytes;
-            std::apply([&](const auto&... field) { (packing::take(bytes, element.*field.member), ...); },
-                       fields());
+            forTexts(element, [&](auto& text) { packing::take(bytes, text); });
             return element;
         }
         const_iterator& operator++() {
-            std::apply([&](const auto&... field) { (skip(field), ...); }, fields());
+            if constexpr (isText) {
+                packing::take(m_bytes);
+            } else {
+                constexpr auto fields = fieldsOf(static_cast<const T*>(nullptr));
+                for (std::size_t i = 0; i < std::tuple_size_v<decltype(fields)>; ++i) packing::take(m_bytes);
+            }
             return *this;
         }
         const_iterator operator++(int) {
@@ -107,10 +112,6 @@ public:
         bool operator==(const const_iterator& other) const { return m_bytes.size() == other.m_bytes.size(); }
 
     private:
-        template <typename Field>
-        void skip(const Field&) {
-            packing::take(m_bytes);
-        }
         std::string_view m_bytes = {};  // from the element on
     };
     using iterator = const_iterator;
@@ -132,8 +133,7 @@ public:
     T front() const { return *begin(); }
 
     void push_back(const T& element) {
-        std::apply([&](const auto&... field) { (packing::put(m_bytes, element.*field.member), ...); },
-                   fields());
+        forTexts(element, [&](const auto& text) { packing::put(m_bytes, text); });
         ++m_size;
     }
     void append(const PackedList& other) {
@@ -144,7 +144,17 @@ public:
 private:
     friend void packing::put<T>(std::string& bytes, const PackedList& list);
     friend void packing::take<T>(std::string_view& bytes, PackedList& list);
-    static constexpr auto fields() { return fieldsOf(static_cast<const T*>(nullptr)); }
+    static constexpr bool isText = std::is_same_v<T, std::string_view>;
+    /// Calls `act` with each text of an element, or list of such.
+    template <typename Element, typename Act>
+    static void forTexts(Element& element, Act act) {
+        if constexpr (isText) {
+            act(element);
+        } else {
+            std::apply([&](const auto&... field) { (act(element.*field.member), ...); },
+                       fieldsOf(static_cast<const T*>(nullptr)));
+        }
+    }
 
     std::size_t m_size = 0;
     std::string m_bytes = {};
@@ -158,6 +168,9 @@ struct NamedText {
 constexpr auto fieldsOf(const NamedText*) {
     return std::tuple{Field{"name", &NamedText::name}, Field{"text", &NamedText::text}};
 }
+
+/// A list of texts: views.
+using TextList = PackedList<std::string_view>;
 
 /// A map from text to text, sorted by key, each key once; written as a keyed object.
 using TextMap = PackedList<NamedText>;
