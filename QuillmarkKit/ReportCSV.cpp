@@ -1,6 +1,7 @@
 #include "QuillmarkKit/ReportCSV.h"
 
 #include <array>
+#include <initializer_list>
 #include <string_view>
 #include <variant>
 
@@ -77,14 +78,18 @@ std::string csvHeader(Digests digests) {
 std::string csvRow(const ProofReport& report, const std::string& path,
                    const std::optional<std::string>& sha256) {
     const MessageSummary& message = report.summary;
+    const std::string checkedAt = rfc3339(report.checkedAt), from = joined(message.from),
+                      date = message.date ? rfc3339(*message.date) : "", spf = word(report.spf.status),
+                      flags = words(report.flags), notes = words(report.notes);
+    const auto text = [](const std::optional<std::string>& value) {
+        return value ? std::string_view(*value) : std::string_view();
+    };
     std::string row;
-    for (const std::string& cell :
-         {report.fileName.value_or(""), rfc3339(report.checkedAt), std::string(nameOf(report.verdict.kind)),
-          std::string(nameOf(report.verdict.tone)), report.verdict.domain, report.verdict.fromDomain,
-          joined(message.from), message.subject, message.date ? rfc3339(*message.date) : "",
-          message.messageID.value_or(""), word(report.spf.status), std::string(nameOf(report.dmarc.status)),
-          std::string(casesOf(&report.arc.status)[report.arc.status.value.index()]), words(report.flags),
-          words(report.notes), path}) {
+    for (const std::string_view cell : std::initializer_list<std::string_view>{
+             text(report.fileName), checkedAt, nameOf(report.verdict.kind), nameOf(report.verdict.tone),
+             report.verdict.domain, report.verdict.fromDomain, from, message.subject, date,
+             text(message.messageID), spf, nameOf(report.dmarc.status),
+             casesOf(&report.arc.status)[report.arc.status.value.index()], flags, notes, path}) {
         addCell(row, cell);
     }
     if (sha256) addCell(row, *sha256);

@@ -286,7 +286,6 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
     report.checkedAt = now;
     report.fileName = std::move(fileName);
     report.summary = summary(message);
-    const std::string from = fromDomain(report.summary);
 
     // The names change behind the check's own resolver, so that it knows them as the findings do.
     InternationalResolver asking(*m_resolver);
@@ -300,8 +299,9 @@ Verification Verifier::examine(const MailMessage& message, std::optional<std::st
 
     report.spf = spf(message, report.summary, resolver, stop, facts);
     report.arc = ARCValidator{checker}.validate();
-    report.dmarc = dmarc(from, report.dkim, report.spf, resolver, m_suffixes, stop);
+    report.dmarc = dmarc(fromDomain(report.summary), report.dkim, report.spf, resolver, m_suffixes, stop);
     judgeByNewerRules(report, facts, resolver, m_rules.dmarc, stop);
+    const std::string& from = report.dmarc.fromDomain;
     report.receiverResults = receiverResults(message);
     report.flags = warningSigns(report.summary, m_suffixes);
     report.domainAge.domain = m_suffixes.get().organizationalDomain(from);

@@ -19,8 +19,9 @@ namespace {
 
 constexpr std::size_t domainsShown = 50, yearsShown = 30, keysShown = 200, looksShown = 500, inputsShown = 20,
                       problemsShown = 100, cautionsShown = 5;
-constexpr std::size_t mostKeys = 100'000;  // that are counted
-constexpr std::size_t longestCell = 60;    // bytes of somebody else's text
+constexpr std::size_t mostKeys = 100'000;      // that are counted
+constexpr std::size_t longestKeyName = 1'012;  // bytes of one that DNS can have, in UTF-8
+constexpr std::size_t longestCell = 60;        // bytes of somebody else's text
 constexpr std::int64_t barLength = 300;
 constexpr std::size_t longestLine = 1000;  // bytes
 constexpr std::size_t aroundRow = 32;      // bytes of a row's number and its cell
@@ -205,6 +206,7 @@ MailboxEntry mailboxEntry(const ProofReport& report, WholeReport whole, const Re
     for (const DKIMResult& signature : report.dkim) {
         using Status = DKIMResult::Status;
         using End = MailboxEntry::Signature::End;
+        if (signature.domain.size() + signature.selector.size() > longestKeyName) continue;
         const bool isGone =
             signature.status == Status::keyNotPublished || signature.status == Status::keyRevoked;
         auto date = signature.signedAt;

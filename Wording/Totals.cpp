@@ -13,6 +13,7 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t mostDomains = 100'000;  // that are counted each by itself
+constexpr std::size_t longestDomain = 1'012;  // bytes of one that DNS can have, in UTF-8
 
 int yearOf(Date date) {
     return static_cast<int>(std::chrono::year_month_day(std::chrono::floor<std::chrono::days>(date)).year());
@@ -58,7 +59,8 @@ void Totals::add(const Counted& report) {
     (report.year ? years[*report.year] : undated).add(report);
     if (!isOfSignature(verdict.kind)) {
         notSigned.add(report);
-    } else if (domains.size() < mostDomains || domains.contains(verdict.domain)) {
+    } else if (verdict.domain.size() <= longestDomain &&
+               (domains.size() < mostDomains || domains.contains(verdict.domain))) {
         domains[verdict.domain].add(report);
     } else {
         otherDomains.add(report);

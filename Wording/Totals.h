@@ -47,7 +47,8 @@ struct TotalsRow {
     bool operator==(const TotalsRow&) const = default;
 };
 
-/// A plain value that grows by each report; of hostile input no more than 100,000 domains are held.
+/// A plain value that grows by each report; of hostile input no more than 100,000 domains are held, and none
+/// that is too long for DNS.
 struct Totals {
     std::map<std::pair<VerdictKind, Tone>, std::int64_t> verdicts = {};
     ToneCounts all = {};

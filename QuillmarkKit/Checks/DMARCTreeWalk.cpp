@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
-#include <set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -65,12 +65,12 @@ struct Found {
 };
 
 /// The names above `name` that a walk asks next; nothing above a top-level domain.
-std::optional<std::string> nextOfWalk(std::string_view name) {
+std::optional<std::string_view> nextOfWalk(std::string_view name) {
     const auto labels = static_cast<std::size_t>(std::ranges::count(name, '.')) + 1;
     if (labels == 1) return std::nullopt;
     std::size_t dropped = labels >= longestWalk ? labels - (longestWalk - 1) : 1;
     for (; dropped > 0; --dropped) name.remove_prefix(name.find('.') + 1);
-    return std::string(name);
+    return name;
 }
 
 /// Whether two domains have a name of at least two labels in common: else one organization can't be both's.
@@ -86,13 +86,10 @@ bool shareAName(std::string_view a, std::string_view b) {
 class Judge {
 public:
     Judge(const DMARCFinding& older, DNSResolver& resolver, const std::stop_token& stop)
-        : m_older(older),
-          m_resolver(resolver),
-          m_stop(stop),
-          m_from(comparableDomain(older.fromDomain)),
-          m_asked{m_from} {
-        if (!older.record || older.recordDomain != older.fromDomain)
-            m_asked.insert(comparableDomain(older.organizationalDomain));
+        : m_older(older), m_resolver(resolver), m_stop(stop), m_from(comparableDomain(older.fromDomain)) {
+        const bool isAskedAbove = !older.record || older.recordDomain != older.fromDomain;
+        if (isAskedAbove && older.organizationalDomain != older.fromDomain)
+            m_askedAbove = comparableDomain(older.organizationalDomain);
     }
 
     TreeWalkJudgement judge(std::span<const DKIMResult> dkim, const SPFFinding& spf);
@@ -102,20 +99,25 @@ private:
     using Cause = NewerDMARC::Cause;
 
     /// All that stands at a name and is a record. Throws `Unknown`.
-    const std::vector<std::string>& recordsAt(const std::string& name) {
-        if (const auto known = m_records.find(name); known != m_records.end()) return known->second;
-        const DNSAnswer answer = asked("_dmarc." + name, name);
-        std::vector<std::string> records;
-        for (const std::string& text : answer.data()) {
-            if (isRecord(text) && records.size() < 2) records.push_back(text);
+    const std::vector<std::string>& recordsAt(std::string_view name) { return answerAt(name).records; }
+
+    struct Answer {
+        std::vector<std::string> records = {};
+        bool doesNotExist = false;  // "_dmarc" below the name
+    };
+    const Answer& answerAt(std::string_view name) {
+        if (const auto known = m_answers.find(name); known != m_answers.end()) return known->second;
+        const DNSAnswer given = asked("_dmarc." + std::string(name), name == m_from || name == m_askedAbove);
+        Answer answer{.doesNotExist = std::holds_alternative<DNSAnswer::NXDomain>(given.value)};
+        for (const std::string& text : given.data()) {
+            if (isRecord(text) && answer.records.size() < 2) answer.records.push_back(text);
         }
-        m_doesNotExist[name] = std::holds_alternative<DNSAnswer::NXDomain>(answer.value);
-        return m_records.emplace(name, std::move(records)).first->second;
+        return m_answers.emplace(name, std::move(answer)).first->second;
     }
 
-    DNSAnswer asked(const std::string& question, const std::string& name) {
+    DNSAnswer asked(const std::string& question, bool wasAsked) {
         if (!m_resolver.mayKnow(question, DNSRecordType::txt)) throw Unknown{};
-        if (question != "_dmarc." + name || !m_asked.contains(name)) {
+        if (!wasAsked) {
             if (m_left == 0) throw Unknown{};
             --m_left;
         }
@@ -128,18 +130,17 @@ private:
 
     /// Whether nothing at all stands at or below a name (RFC 8020).
     bool isMissing(const std::string& name) {
-        if (recordsAt(name); !m_doesNotExist[name]) return false;  // what stands below it exists
-        return std::holds_alternative<DNSAnswer::NXDomain>(asked(name, name).value);
+        if (!answerAt(name).doesNotExist) return false;  // what stands below it exists
+        return std::holds_alternative<DNSAnswer::NXDomain>(asked(name, false).value);
     }
 
     const std::vector<Found>& walk(const std::string& start) {
         if (const auto known = m_walks.find(start); known != m_walks.end()) return known->second;
         std::vector<Found> found;
-        std::optional<std::string> name = start;
-        for (; name; name = nextOfWalk(*name)) {
+        for (std::optional<std::string_view> name = start; name; name = nextOfWalk(*name)) {
             const auto& records = recordsAt(*name);
             if (records.size() != 1) continue;  // several count as none
-            found.push_back({*name, parsed(records.front())});
+            found.push_back({std::string(*name), parsed(records.front())});
             if (found.back().record.publicSuffix != 'u') break;
         }
         return m_walks.emplace(start, std::move(found)).first->second;
@@ -176,8 +177,9 @@ private:
             return std::nullopt;
         }
         if (own.size() == 1) return Found{m_from, parsed(own.front())};
-        const std::string organizational = organization(m_from);
         const auto& found = walk(m_from);
+        if (found.empty()) return std::nullopt;
+        const std::string organizational = organization(m_from);
         const auto above = std::ranges::find(found, organizational, &Found::name);
         if (above != found.end()) return *above;
         const auto suffix =
@@ -192,10 +194,9 @@ private:
     DNSResolver& m_resolver;
     const std::stop_token& m_stop;
     const std::string m_from;
-    std::set<std::string> m_asked;  // by the older rules
+    std::optional<std::string> m_askedAbove = {};  // by the older rules, where it is another name
     std::size_t m_left = mostFurtherNames;
-    std::map<std::string, std::vector<std::string>> m_records = {};
-    std::map<std::string, bool> m_doesNotExist = {};  // "_dmarc" below the name
+    std::map<std::string, Answer, std::less<>> m_answers = {};
     std::map<std::string, std::vector<Found>> m_walks = {};
     std::optional<Cause> m_cause = {};
 };
@@ -203,13 +204,13 @@ private:
 std::string dropped(const std::string& policy) { return policy == "reject" ? "quarantine" : "none"; }
 
 TreeWalkJudgement Judge::judge(std::span<const DKIMResult> dkim, const SPFFinding& spf) {
+    auto found = policyRecord();
     TreeWalkJudgement judgement{.finding = m_older};
     DMARCFinding& finding = judgement.finding;
     finding.percent = 100;
     finding.policy = finding.subdomainPolicy = finding.appliedPolicy = finding.record = finding.recordDomain =
         finding.alignedDKIMDomain = std::nullopt;
     finding.spfAligned = false;
-    auto found = policyRecord();
     if (found && !found->record.policy) {
         note(Cause::noPolicyTag);
         // One who wants reports asks for nothing else.

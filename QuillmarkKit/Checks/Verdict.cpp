@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Checks/Verdict.h"
 
 #include <algorithm>
+#include <utility>
 #include <variant>
 
 namespace quillmark {
@@ -35,7 +36,7 @@ Verdict verdict(std::string_view fromDomain, std::span<const DKIMResult> dkim, c
         verdict.kind = kind;
         verdict.tone = tone;
         verdict.domain = domain;
-        return verdict;
+        return std::move(verdict);
     };
 
     const DKIMResult* passing = nullptr;  // the first that passes; below, the first that is aligned as well

@@ -7,6 +7,7 @@
 #include "QuillmarkKit/Mail/Punycode.h"
 #include "QuillmarkKit/Support/Pattern.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "QuillmarkKit/Support/Unicode.h"
 
 namespace quillmark {
 
@@ -31,15 +32,20 @@ std::optional<std::string_view> domainShown(std::string_view name) {
     return shown;
 }
 
-/// F's domain and those of the Reply-To addresses, sorted, each once.
-std::vector<std::string> namedDomains(const MessageSummary& summary) {
-    std::vector domains{MailAddress::domainPart(summary.from.front().address)};
-    for (const auto& reply : summary.replyTo) domains.push_back(MailAddress::domainPart(reply.address));
+/// F's domain and those of the Reply-To addresses, as far as they may be international: sorted, each once.
+TextList internationalDomains(std::string_view from, const PackedList<MailAddress>& replyTo) {
+    std::vector<std::string> domains;
+    const auto add = [&](std::string domain) {
+        if (!isASCII(domain) || domain.find("xn--") != std::string::npos)
+            domains.push_back(std::move(domain));
+    };
+    add(MailAddress::domainPart(from));
+    for (const auto& reply : replyTo) add(MailAddress::domainPart(reply.address));
     std::ranges::sort(domains);
-    const auto repeated = std::ranges::unique(domains);
-    domains.erase(repeated.begin(), repeated.end());
-    std::erase(domains, "");
-    return domains;
+    domains.erase(std::unique(domains.begin(), domains.end()), domains.end());
+    TextList packed;  // a message may have millions
+    for (const std::string& domain : domains) packed.push_back(domain);
+    return packed;
 }
 
 bool anyLabel(std::string_view domain, auto&& test) {
@@ -76,10 +82,14 @@ std::vector<LookAlikeFlag> warningSigns(const MessageSummary& summary, const Pub
     if (shown && differs(*shown)) {
         flags.push_back({LookAlikeFlag::DisplayNameMismatch{*from.displayName, from.address}});
     }
-    for (const std::string& domain : namedDomains(summary)) {
+    const TextList domains = internationalDomains(from.address, summary.replyTo);
+    flags.reserve(flags.size() + 2 * domains.size());
+    for (const std::string_view domain : domains) {
         const std::string unicode = Punycode::unicodeDomain(domain);
-        if (anyLabel(domain, isInternational)) flags.push_back({LookAlikeFlag::Punycode{domain, unicode}});
-        if (anyLabel(unicode, mixesScripts)) flags.push_back({LookAlikeFlag::MixedScripts{domain}});
+        if (anyLabel(domain, isInternational))
+            flags.push_back({LookAlikeFlag::Punycode{std::string(domain), unicode}});
+        if (anyLabel(unicode, mixesScripts))
+            flags.push_back({LookAlikeFlag::MixedScripts{std::string(domain)}});
     }
     return flags;
 }

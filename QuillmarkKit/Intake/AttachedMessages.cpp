@@ -24,38 +24,59 @@ std::optional<std::string> nextContent(MIMEWalker& walker, const MailMessage& me
     return std::nullopt;
 }
 
+std::optional<MailMessage> messageOf(std::string_view content) {
+    auto taken = messageIn(ByteBuffer(content), ParseMode::strict);
+    auto* message = std::get_if<MailMessage>(&taken);
+    return message ? std::optional(std::move(*message)) : std::nullopt;
+}
+
 }  // namespace
 
 struct AttachedMessages::Level {
-    MailMessage message;
-    MIMEWalker walker = MIMEWalker(message, mostOpen);
-    std::size_t count = 0;  // of the messages found in it so far
+    struct Inside {
+        std::size_t number;  // from 1, of the parts that say they are messages
+        std::string content;
+    };
+    std::vector<Inside> inside = {};
+    std::size_t given = 0;  // of them, whose content is gone
 };
 
-AttachedMessages::AttachedMessages(MailMessage message) { m_levels.push_back({std::move(message)}); }
+AttachedMessages::AttachedMessages(MailMessage message) : m_outermost(std::move(message)) {}
 
 AttachedMessages::~AttachedMessages() = default;
 
+void AttachedMessages::goInside(const MailMessage& message) {
+    Level level;
+    MIMEWalker walker(message, mostOpen);
+    for (std::size_t number = 1; level.inside.size() <= mostOf; ++number) {
+        auto content = nextContent(walker, message);
+        if (!content) break;
+        if (messageOf(*content)) level.inside.push_back({number, std::move(*content)});
+    }
+    m_levels.push_back(std::move(level));
+}
+
 std::optional<AttachedMessages::Attached> AttachedMessages::next() {
+    if (const auto message = std::exchange(m_outermost, std::nullopt)) goInside(*message);
+    // Only now, when whoever was given the last is done with it: the fields of a hostile message take ten
+    // times its bytes.
+    if (const auto last = std::exchange(m_last, std::nullopt)) goInside(*messageOf(*last));
     while (!m_levels.empty()) {
-        const auto content = nextContent(m_levels.back().walker, m_levels.back().message);
-        if (!content) {
+        Level& level = m_levels.back();
+        if (level.given == level.inside.size()) {
             m_levels.pop_back();
             continue;
         }
-        ++m_levels.back().count;
-        auto taken = messageIn(ByteBuffer(*content), ParseMode::strict);
-        auto* message = std::get_if<MailMessage>(&taken);
-        if (!message) continue;
+        std::string content = std::move(level.inside[level.given++].content);
         if (m_levels.size() > deepest || m_count == mostOf) {
             m_isAnyLeftOut = true;
             if (m_count == mostOf) m_levels.clear();
             continue;
         }
         ++m_count;
-        Attached attached{.bytes = ByteBuffer(*content)};
-        for (const Level& level : m_levels) attached.position.push_back(level.count);
-        m_levels.push_back({std::move(*message)});
+        Attached attached{.bytes = ByteBuffer(content)};
+        for (const Level& each : m_levels) attached.position.push_back(each.inside[each.given - 1].number);
+        m_last = std::move(content);
         return attached;
     }
     return std::nullopt;

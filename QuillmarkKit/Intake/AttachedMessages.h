@@ -39,7 +39,13 @@ public:
 
 private:
     struct Level;
-    std::vector<Level> m_levels;  // the outermost message, and those inside each other down to the last given
+    void goInside(const MailMessage& message);
+
+    std::optional<MailMessage> m_outermost;  // until it is gone into
+    std::optional<std::string> m_last = {};  // the content of the last given, until that is gone into
+    // What is left in the messages that the last lies in, the outermost first: disjoint pieces of that, so
+    // that messages inside each other take no more than one.
+    std::vector<Level> m_levels;
     std::size_t m_count = 0;
     bool m_isAnyLeftOut = false;
 };
