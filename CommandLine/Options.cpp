@@ -5,6 +5,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -494,6 +495,24 @@ OptionEntry entryOf(const CLI::Option& option) {
     return entry;
 }
 
+/// The command of that name, or all of them without one.
+void addNamed(CLI::App& app, Commands& commands, std::string_view only) {
+    const auto add = [&](std::string_view name, const auto& addOne, auto& command) {
+        if (only.empty() || only == name) addOne(app, command);
+    };
+    add("check", addCheck, commands.check);
+    add("explain", addExplain, commands.explain);
+    add("extract", addExtract, commands.extract);
+    add("history", addHistory, commands.history);
+    add("keygen", addKeygen, commands.keygen);
+    add("keys", addKeys, commands.keys);
+    add("record", addRecord, commands.record);
+    add("recording", addRecording, commands.recording);
+    add("sign", addSign, commands.sign);
+    add("seal", addSeal, commands.seal);
+    add("stamp", addStamp, commands.stamp);
+}
+
 }  // namespace
 
 CommandTable tableOf(const CLI::App& app) {
@@ -541,7 +560,7 @@ HelpWords helpWords(const Reader& reader) {
             .more = reader.translate("All options and exit statuses")};
 }
 
-void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
+void addCommands(CLI::App& app, Commands& commands, const Reader& reader, std::string_view only) {
     app.name("quillmark");
     app.description(description);
     // Before there are commands, which take it over.
@@ -558,17 +577,8 @@ void addCommands(CLI::App& app, Commands& commands, const Reader& reader) {
     app.add_flag("--no-sandbox", commands.noSandbox, "Keep all rights while messages are read")
         ->group(seldom);
     app.require_subcommand(1);
-    addCheck(app, commands.check);
-    addExplain(app, commands.explain);
-    addExtract(app, commands.extract);
-    addHistory(app, commands.history);
-    addKeygen(app, commands.keygen);
-    addKeys(app, commands.keys);
-    addRecord(app, commands.record);
-    addRecording(app, commands.recording);
-    addSign(app, commands.sign);
-    addSeal(app, commands.seal);
-    addStamp(app, commands.stamp);
+    addNamed(app, commands, only);
+    if (app.get_subcommands({}).empty()) addNamed(app, commands, {});
     app.set_help_all_flag("--help-all",
                           forHelp("Print help on every option"))
         ->group(seldom);  // each command has its own, or none

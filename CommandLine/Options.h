@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "CommandLine/CheckCommand.h"
 #include "CommandLine/ExplainCommand.h"
 #include "CommandLine/ExtractCommand.h"
@@ -33,9 +35,10 @@ struct Commands {
     bool verbose = false, noSandbox = false;
 };
 
-/// Defines every command and option, each with its help, which is in the reader's language. `commands` must
-/// outlive `app`.
-void addCommands(CLI::App& app, Commands& commands, const Reader& reader = {});
+/// Defines every command and option, each with its help, which is in the reader's language; `only` the one
+/// command that has this name, if one has, as all of them cost more than the check of a small message.
+/// `commands` must outlive `app`.
+void addCommands(CLI::App& app, Commands& commands, const Reader& reader = {}, std::string_view only = {});
 
 /// The same as a table, from which help, man page and completions are written.
 CommandTable tableOf(const CLI::App& app);

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,13 @@
 namespace {
 
 using namespace quillmark;
+
+/// What names the command, if anything does: no option before it takes a value.
+std::string_view firstWord(const std::vector<std::string>& arguments) {
+    const auto word = std::ranges::find_if_not(
+        arguments, [](const std::string& argument) { return argument.starts_with('-'); });
+    return word == arguments.end() ? std::string_view() : std::string_view(*word);
+}
 
 /// The names of all options that take a value.
 void collectValued(const CommandTable& command, std::set<std::string>& names) {
@@ -54,19 +62,19 @@ std::vector<std::string> forParser(const std::vector<std::string>& arguments, co
 // NOLINTNEXTLINE(bugprone-exception-escape): want of memory is left, and ends the program
 int main(int count, char** values) {
     occupyStandardDescriptors();
+    std::vector<std::string> arguments(values + 1, values + count);
+    if (!arguments.empty() && arguments.front() == "help") {  // "help check" is "check --help"
+        std::ranges::rotate(arguments, arguments.begin() + 1);
+        arguments.back() = "--help";
+    }
     CLI::App app;
     Commands commands;
     const Reader reader = Reader::ofEnvironment();
-    addCommands(app, commands, reader);
+    addCommands(app, commands, reader, firstWord(arguments));
     const CommandTable table = tableOf(app);
-    std::vector<std::string> arguments(values + 1, values + count);
     if (arguments.empty()) {
         std::cerr << app.help();
         return 2;
-    }
-    if (arguments.front() == "help") {  // "help check" is "check --help"
-        std::ranges::rotate(arguments, arguments.begin() + 1);
-        arguments.back() = "--help";
     }
     try {
         app.parse(forParser(arguments, table));
@@ -92,16 +100,17 @@ int main(int count, char** values) {
     check.layout.width = outputWidth();
     history.layout = check.layout;
     explain.width = check.layout.width;
-    if (app.got_subcommand("explain")) return explain.run();
-    if (app.got_subcommand("extract")) return extract.run();
-    if (app.got_subcommand("history")) return history.run();
-    if (app.got_subcommand("keygen")) return keygen.run();
-    if (app.got_subcommand("keys")) return keys.run();
-    if (app.got_subcommand("record")) return record.run();
-    if (app.got_subcommand("recording")) return recording.run();
-    if (app.got_subcommand("sign")) return sign.run();
-    if (app.got_subcommand("seal")) return seal.run();
-    if (app.got_subcommand("stamp")) return stamp.run();
+    const std::string command = app.get_subcommands().front()->get_name();
+    if (command == "explain") return explain.run();
+    if (command == "extract") return extract.run();
+    if (command == "history") return history.run();
+    if (command == "keygen") return keygen.run();
+    if (command == "keys") return keys.run();
+    if (command == "record") return record.run();
+    if (command == "recording") return recording.run();
+    if (command == "sign") return sign.run();
+    if (command == "seal") return seal.run();
+    if (command == "stamp") return stamp.run();
     if (const auto file = settingsFile()) {
         check.settings = storedSettings(*file);
         check.options = storedOptions(*file);
