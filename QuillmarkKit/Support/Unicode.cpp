@@ -3,21 +3,55 @@
 #include <unicode/idna.h>
 #include <unicode/locid.h>
 #include <unicode/normalizer2.h>
-#include <unicode/numberformatter.h>
-#include <unicode/plurrule.h>
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
+#include <unicode/unumberformatter.h>
+#include <unicode/upluralrules.h>
 #include <unicode/uspoof.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <stdexcept>
 
+#include "QuillmarkKit/Support/LoadedLibrary.h"
 #include "QuillmarkKit/Support/Text.h"
+
+// The headers put ICU's version into its names: "uspoof_open_72".
+#define QUILLMARK_TEXT_OF(name) #name
+#define QUILLMARK_NAME_OF(name) QUILLMARK_TEXT_OF(name)
 
 namespace quillmark {
 
 namespace {
+
+/// What is used of ICU's larger part, which is loaded when it is first needed: few checks come to letters
+/// that look like others, and few languages to its numbers.
+class LargerPart : public LoadedLibrary {
+public:
+    LargerPart() : LoadedLibrary("libicui18n.so." QUILLMARK_NAME_OF(U_ICU_VERSION_MAJOR_NUM)) {}
+
+    decltype(&::unumf_openForSkeletonAndLocale) openNumbers =
+        find(QUILLMARK_NAME_OF(unumf_openForSkeletonAndLocale));
+    decltype(&::unumf_close) closeNumbers = find(QUILLMARK_NAME_OF(unumf_close));
+    decltype(&::unumf_openResult) openNumber = find(QUILLMARK_NAME_OF(unumf_openResult));
+    decltype(&::unumf_formatInt) writeNumber = find(QUILLMARK_NAME_OF(unumf_formatInt));
+    decltype(&::unumf_resultToString) textOfNumber = find(QUILLMARK_NAME_OF(unumf_resultToString));
+    decltype(&::unumf_closeResult) closeNumber = find(QUILLMARK_NAME_OF(unumf_closeResult));
+    decltype(&::uplrules_open) openPlurals = find(QUILLMARK_NAME_OF(uplrules_open));
+    decltype(&::uplrules_close) closePlurals = find(QUILLMARK_NAME_OF(uplrules_close));
+    decltype(&::uplrules_select) pluralOf = find(QUILLMARK_NAME_OF(uplrules_select));
+    decltype(&::uspoof_open) openChecker = find(QUILLMARK_NAME_OF(uspoof_open));
+    decltype(&::uspoof_close) closeChecker = find(QUILLMARK_NAME_OF(uspoof_close));
+    decltype(&::uspoof_getSkeleton) skeletonOf = find(QUILLMARK_NAME_OF(uspoof_getSkeleton));
+};
+
+/// Null where it is missing.
+const LargerPart* largerPart() {
+    static const LargerPart loaded;
+    return loaded.isWhole() ? &loaded : nullptr;
+}
 
 icu::UnicodeString wideOf(std::string_view text) {
     return icu::UnicodeString::fromUTF8(
@@ -156,36 +190,49 @@ std::vector<std::string_view> piecesOf(std::string_view word) {
 }
 
 struct NumberRules::Rules {
-    icu::number::LocalizedNumberFormatter formatter = {};
-    std::unique_ptr<const icu::PluralRules> plurals = {};
+    struct Close {
+        void operator()(UNumberFormatter* opened) const { largerPart()->closeNumbers(opened); }
+        void operator()(UFormattedNumber* opened) const { largerPart()->closeNumber(opened); }
+        void operator()(UPluralRules* opened) const { largerPart()->closePlurals(opened); }
+    };
+    std::unique_ptr<UNumberFormatter, Close> numbers = {};
+    std::unique_ptr<UPluralRules, Close> plurals = {};
 };
 
 NumberRules::NumberRules(const char* language) {
+    if (!largerPart()) return;
     UErrorCode error = U_ZERO_ERROR;
     auto made = std::make_unique<Rules>();
     // Dates, sizes and counts stand beside domains, digests and other evidence, which have these digits only.
     const icu::Locale locale = icu::Locale::forLanguageTag(std::string(language) + "-u-nu-latn", error);
-    made->formatter = icu::number::NumberFormatter::withLocale(locale);
-    made->plurals.reset(icu::PluralRules::forLocale(locale, error));
+    made->numbers.reset(largerPart()->openNumbers(u"", 0, locale.getName(), &error));
+    made->plurals.reset(largerPart()->openPlurals(locale.getName(), &error));
     if (U_SUCCESS(error)) m_rules = std::move(made);
 }
 
 NumberRules::~NumberRules() = default;
 
 std::string NumberRules::written(std::int64_t number) const {
-    UErrorCode error = U_ZERO_ERROR;
     if (!m_rules) return std::to_string(number);
+    UErrorCode error = U_ZERO_ERROR;
+    const std::unique_ptr<UFormattedNumber, Rules::Close> written(largerPart()->openNumber(&error));
+    largerPart()->writeNumber(m_rules->numbers.get(), number, written.get(), &error);
+    std::array<char16_t, 64> wide = {};
+    const auto length = largerPart()->textOfNumber(written.get(), wide.data(), wide.size(), &error);
+    if (U_FAILURE(error)) return std::to_string(number);
     std::string text;
-    m_rules->formatter.formatInt(number, error).toString(error).toUTF8String(text);
-    return U_SUCCESS(error) ? text : std::to_string(number);
+    return icu::UnicodeString(false, wide.data(), length).toUTF8String(text);
 }
 
 std::string NumberRules::category(std::int64_t count) const {
-    std::string name = "other";
-    if (!m_rules) return name;
-    name.clear();
-    m_rules->plurals->select(static_cast<double>(count)).toUTF8String(name);
-    return name;
+    if (!m_rules) return "other";
+    UErrorCode error = U_ZERO_ERROR;
+    std::array<char16_t, 16> wide = {};
+    const auto length = largerPart()->pluralOf(m_rules->plurals.get(), static_cast<double>(count),
+                                               wide.data(), wide.size(), &error);
+    if (U_FAILURE(error)) return "other";
+    std::string name;
+    return icu::UnicodeString(false, wide.data(), length).toUTF8String(name);
 }
 
 namespace {
@@ -261,22 +308,36 @@ std::string comparableDomain(std::string_view domain) {
 
 namespace {
 
-/// The prototypes of a text's characters, or nothing where ICU can't tell.
+/// The prototypes of a text's characters, or nothing where ICU can't tell. Throws when its larger part can't
+/// be loaded: whoever isn't told of a letter that looks like another takes it for that one.
 std::optional<icu::UnicodeString> skeletonOf(const icu::UnicodeString& text) {
+    if (!largerPart())
+        throw std::runtime_error(
+            "libicui18n.so." QUILLMARK_NAME_OF(U_ICU_VERSION_MAJOR_NUM) " can't be loaded");
     static const auto checker = [] {
         struct Close {
-            void operator()(USpoofChecker* opened) const { uspoof_close(opened); }
+            void operator()(USpoofChecker* opened) const { largerPart()->closeChecker(opened); }
         };
         UErrorCode error = U_ZERO_ERROR;
-        std::unique_ptr<USpoofChecker, Close> made(uspoof_open(&error));
+        std::unique_ptr<USpoofChecker, Close> made(largerPart()->openChecker(&error));
         if (U_FAILURE(error)) made.reset();
         return made;
     }();
     if (!checker) return std::nullopt;
-    icu::UnicodeString skeleton;
     UErrorCode error = U_ZERO_ERROR;
-    uspoof_getSkeletonUnicodeString(checker.get(), 0, text, skeleton, &error);
-    return U_FAILURE(error) ? std::nullopt : std::optional(skeleton);
+    std::u16string skeleton(static_cast<std::size_t>(text.length()) + 16, u'\0');
+    const auto make = [&] {
+        error = U_ZERO_ERROR;
+        return largerPart()->skeletonOf(checker.get(), 0, text.getBuffer(), text.length(), skeleton.data(),
+                                        static_cast<std::int32_t>(skeleton.size()), &error);
+    };
+    std::int32_t length = make();
+    if (error == U_BUFFER_OVERFLOW_ERROR) {
+        skeleton.resize(static_cast<std::size_t>(length));
+        length = make();
+    }
+    if (U_FAILURE(error)) return std::nullopt;
+    return icu::UnicodeString(skeleton.data(), length);
 }
 
 }  // namespace

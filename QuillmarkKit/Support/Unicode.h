@@ -75,7 +75,7 @@ std::string comparableDomain(std::string_view domain);
 
 /// The lower-case ASCII letter, digit or hyphen that another character is easily taken for, by Unicode's list
 /// of confusable characters (UTS 39, section 4): 'a' for a Cyrillic "а". Nothing when it looks like none, and
-/// for ASCII itself.
+/// for ASCII itself. Throws `std::runtime_error` when ICU's larger library can't be loaded; so does the next.
 std::optional<char> asciiLookAlike(char32_t scalar);
 
 /// Whether one text is easily taken for the other, whatever the case of its letters: their skeletons by the
