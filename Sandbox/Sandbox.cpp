@@ -297,6 +297,7 @@ public:
     explicit CallFilter(const Sandbox& sandbox) {
         if (!m_filter) return;
         seccomp_attr_set(m_filter.get(), SCMP_FLTATR_API_SYSRAWRC, 1);  // errors as they are
+        seccomp_attr_set(m_filter.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // as a tree
         add(always);
         add(ofNames);
         add(ofNarrowMachines);
