@@ -156,7 +156,9 @@ FixedAnswers fixedAnswers(const JSON& document) {
     };
     member("answers", JSON::value_t::object, [&](const JSON& object) {
         for (const auto& [key, value] : object.items()) {
-            fixed.answers.insert_or_assign(lookupKey("answers", key), answer(value, key));
+            // They come sorted, so that nearly each has its place at the end.
+            fixed.answers.insert_or_assign(fixed.answers.end(), lookupKey("answers", key),
+                                           answer(value, key));
         }
     });
     member("validated", JSON::value_t::array, [&](const JSON& list) {

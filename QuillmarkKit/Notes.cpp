@@ -148,10 +148,11 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
         return std::ranges::any_of(
             warned, [&](const std::string& other) { return suffixes.sameOrganization(domain, other); });
     };
-    std::set<std::string> organizations;  // that were looked at
+    std::set<std::string> domains, organizations;  // that were looked at
     const auto isNews = [&](const std::string& address) {
         const std::string domain = MailAddress::domainPart(address);
-        return organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
+        return domains.insert(domain).second &&
+               organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
                isStranger(domain, known, suffixes) && !isWarnedOf(domain);
     };
     for (const std::string& value : valuesToRead(message, field)) {
@@ -318,9 +319,8 @@ void addContentFields(Notes& notes, const MailMessage& message, const ProofRepor
             return static_cast<std::size_t>(std::ranges::count_if(names, isName)) >= positions.size();
         };
         const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
-            return signature.status == DKIMResult::Status::pass &&
-                   suffixes.sameOrganization(signature.domain, report.verdict.domain) &&
-                   covers(signature.signedHeaders);
+            return signature.status == DKIMResult::Status::pass && covers(signature.signedHeaders) &&
+                   suffixes.sameOrganization(signature.domain, report.verdict.domain);
         });
         // One that holds again says itself what became of the fields that it covers.
         const bool isTold = std::ranges::any_of(facts.undone, [&](const UndoneSignature& undone) {

@@ -168,6 +168,7 @@ bool StaticResolver::mayKnow(std::string_view name, DNSRecordType type) {
 }
 
 std::string StaticResolver::source(std::string_view name, DNSRecordType type) {
+    if (m_sources.empty()) return {};
     const auto found = m_sources.find(key(name, type));
     return found != m_sources.end() ? found->second : std::string();
 }

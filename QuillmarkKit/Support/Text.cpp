@@ -98,10 +98,18 @@ int compareIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() ? 0 : a.size() < b.size() ? -1 : 1;
 }
 
+namespace {
+
+/// Sets have a few characters: `std::string_view` would call the C library for each character that it looks
+/// at.
+bool isOneOf(char c, std::string_view set) { return std::ranges::find(set, c) != set.end(); }
+
+}  // namespace
+
 std::string_view trimmed(std::string_view text, std::string_view set) {
-    const auto first = text.find_first_not_of(set);
-    if (first == std::string_view::npos) return text.substr(text.size());
-    return text.substr(first, text.find_last_not_of(set) - first + 1);
+    while (!text.empty() && isOneOf(text.front(), set)) text.remove_prefix(1);
+    while (!text.empty() && isOneOf(text.back(), set)) text.remove_suffix(1);
+    return text;
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -146,10 +154,11 @@ std::string_view takePiece(std::string_view& rest, char separator) {
 }
 
 std::string_view takeWord(std::string_view& rest, std::string_view separators) {
-    rest.remove_prefix(std::min(rest.find_first_not_of(separators), rest.size()));
-    const std::string_view word = rest.substr(0, rest.find_first_of(separators));
-    rest.remove_prefix(word.size());
-    return word;
+    const auto separates = [&](char c) { return isOneOf(c, separators); };
+    const auto begin = std::ranges::find_if_not(rest, separates);
+    const auto end = std::ranges::find_if(begin, rest.end(), separates);
+    rest = {end, rest.end()};
+    return {begin, end};
 }
 
 std::optional<std::int64_t> decimal(std::string_view text) {
