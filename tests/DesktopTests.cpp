@@ -543,7 +543,16 @@ TEST(Desktop, exportsArePutWhereThePersonSays) {
 
 TEST(Desktop, welcomeOnTheFirstStart) {
     const QTemporaryDir folder;
-    Desk run(folder, "rfc8463", false);
+    {
+        Desk ended(folder, "rfc8463", false);
+        ASSERT_TRUE(ended.waitFor([&] { return ended.sheet(); }));
+        ended.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
+        QTimer::singleShot(0, ended.app.get(), &QuillmarkApp::quit);
+        QApplication::exec();
+        EXPECT_FALSE(ended.model->settings().onboardingDone) << "the session's end closes none";
+        EXPECT_EQ(ended.resolver->asked, 0);
+    }
+    Desk run(folder, nullptr);
     ASSERT_TRUE(run.waitFor([&] { return run.sheet(); }));
     run.app->openFiles({QString::fromStdString(samplePath("rfc8463.eml"))});
     EXPECT_TRUE(QTest::qWaitForWindowActive(run.sheet())) << "above the window, also when a file is opened";
