@@ -5,6 +5,7 @@
 
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace quillmark {
 
@@ -12,7 +13,10 @@ namespace {
 
 /// How long a file that can be read on is waited for after a stop, so that it can be.
 constexpr std::chrono::milliseconds patienceAfterStop{500};
-constexpr std::size_t mostEnded = 2;  // processes by what one file holds
+constexpr std::size_t mostEnded = 2;    // processes by what one file holds
+constexpr std::size_t mostUnasked = 8;  // that end before they ask for a file
+// What is given and asked for at a time, lest each be waited for.
+constexpr std::size_t filesAtOnce = 8, messagesAtOnce = 16;
 
 }  // namespace
 
@@ -22,47 +26,78 @@ ApartReader::ApartReader(CheckProcesses& processes, MessagePlace place)
 void ApartReader::answer(CheckRequest& request) {
     request.on(TalkKind::file, [this](std::string_view bytes, const Talk& talk) {
         unpacked<>(bytes);
-        giveFile(talk);
+        giveFiles(talk);
+    });
+    request.on(TalkKind::opened, [this](std::string_view bytes, const Talk&) {
+        unpacked<>(bytes);
+        goOn();
     });
 }
 
 void ApartReader::begun(CheckRequest& request) {
-    if (m_isPipe) {
+    if (isAtPipe()) {
         m_process = request.keep();
         return;
     }
     m_processes.giveBack(request.keep());
-    m_isReopened = m_isAtFile;
+    giveAgain();
 }
 
-void ApartReader::giveFile(const Talk& talk) {
-    MailFiles::File file{.isOnly = m_isOnly};
-    if (std::exchange(m_isReopened, false)) {
-        file.opened = openForReading(m_file.path);
-    } else {
-        auto next = m_files->next();
-        m_isAtFile = next.has_value();
-        if (!next) {
-            talk.tell(TalkKind::answer, packed(false, false, std::optional<Refusal>()));
-            return;
+void ApartReader::giveFiles(const Talk& talk) {
+    if (!m_waiting.empty()) throw DecodingError("there are files that it hasn't read");
+    // After the end of a process one at a time: then it is known of what the next one ends.
+    const std::size_t most = m_alone > 0 || !m_again.empty() ? 1 : filesAtOnce;
+    std::vector<std::variant<int, Refusal>> opened;
+    while (opened.size() < most) {
+        if (!m_again.empty()) {
+            opened.push_back(openForReading(m_again.front().place.path));
+            m_waiting.push_back(std::move(m_again.front()));
+            m_again.pop_front();
+        } else if (auto next = m_files->next()) {
+            opened.push_back(std::move(next->opened));
+            m_waiting.push_back({.place = {.path = std::move(next->path), .file = std::move(next->name)},
+                                 .isOnly = next->isOnly});
+        } else {
+            break;
         }
-        file = std::move(*next);
-        m_file = {.path = std::move(file.path), .file = std::move(file.name)};
-        m_isOnly = file.isOnly;
-        m_given = m_ended = 0;
     }
-    const int* const descriptor = std::get_if<int>(&file.opened);
-    struct stat status = {};
-    m_isPipe = descriptor && (::fstat(*descriptor, &status) != 0 || !S_ISREG(status.st_mode));
-    const auto refusal = descriptor ? std::nullopt : std::optional(std::get<Refusal>(std::move(file.opened)));
-    talk.tell(TalkKind::answer, packed(true, m_isOnly, refusal), descriptor ? *descriptor : -1);
-    if (descriptor) ::close(*descriptor);
+    m_areAllGiven = opened.empty();
+    if (m_areAllGiven) {
+        m_file.reset();
+        talk.tell(TalkKind::answer, packed(false, false, std::optional<Refusal>(), true));
+    }
+    for (std::size_t i = 0; i < opened.size(); ++i) {
+        Given& file = *(m_waiting.end() - static_cast<std::ptrdiff_t>(opened.size() - i));
+        const int* const descriptor = std::get_if<int>(&opened[i]);
+        struct stat status = {};
+        file.isPipe = descriptor && (::fstat(*descriptor, &status) != 0 || !S_ISREG(status.st_mode));
+        const auto refusal = descriptor ? std::nullopt : std::optional(std::get<Refusal>(opened[i]));
+        talk.tell(TalkKind::answer, packed(true, file.isOnly, refusal, i + 1 == opened.size()),
+                  descriptor ? *descriptor : -1);
+        if (descriptor) ::close(*descriptor);
+    }
+    if (opened.size() == 1) goOn();
+}
+
+void ApartReader::goOn() {
+    if (m_waiting.empty()) throw DecodingError("a file that wasn't given");
+    m_file = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    if (!m_file->isAgain) m_ended = 0;
+}
+
+void ApartReader::giveAgain() {
+    if (m_file && !m_file->isPipe) m_waiting.push_front(*m_file);
+    m_file.reset();
+    for (Given& each : m_waiting) each.isAgain = true;
+    m_again.insert(m_again.begin(), m_waiting.begin(), m_waiting.end());
+    m_waiting.clear();
 }
 
 Channel::GoesOn ApartReader::patience(const std::stop_token& stop) const {
     return [this, stop, end = std::optional<std::chrono::steady_clock::time_point>()]() mutable {
         if (!stop.stop_requested()) return true;
-        if (m_isPipe) return false;
+        if (isAtPipe()) return false;
         const auto now = std::chrono::steady_clock::now();
         if (!end) end = now + patienceAfterStop;
         return now < *end;
@@ -70,60 +105,84 @@ Channel::GoesOn ApartReader::patience(const std::stop_token& stop) const {
 }
 
 std::optional<Found> ApartReader::next(const std::stop_token& stop) {
-    while (!stop.stop_requested() && !m_hasEnded) {
-        const bool isNew = !m_process;
-        if (isNew) m_process = m_processes.take();
-        CheckRequest request(m_processes, std::exchange(m_process, nullptr), patience(stop));
-        answer(request);
-        auto piece = isNew ? request.run(TalkKind::resume, packed(m_given)) : std::nullopt;
-        if (!isNew || (piece && piece->kind == TalkKind::several)) piece = request.run(TalkKind::next, {});
-        try {
-            if (piece && piece->kind == TalkKind::done) {
-                if (request.isWhole(*piece)) return std::nullopt;
-            } else if (piece) {
-                Found each = found(*piece);
-                m_process = request.keep();
-                m_ended = 0;
-                ++m_given;
-                const auto* problem = std::get_if<FoundProblem>(&each);
-                const bool isEnd = problem && problem->refusal == Refusal{Refusal::EmptyFolder{}} &&
-                                   !m_isAtFile && std::exchange(m_isAnyGiven, true);
-                if (isEnd) return std::nullopt;  // a process that went on found nothing more
-                m_isAnyGiven = true;
-                return each;
-            }
-        } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch)
-            // As if it had ended.
-        }
-        if (stop.stop_requested()) return std::nullopt;
-        m_bytesBefore += std::exchange(m_bytesOfProcess, 0);
-        if (++m_ended >= mostEnded || m_isPipe) return giveUpFile(request.whyNone());
-        m_isReopened = m_isAtFile;
+    while (m_found.empty() && !m_hasEnded && !stop.stop_requested()) readOn(stop);
+    if (m_found.empty() || stop.stop_requested()) return std::nullopt;
+    Found next = std::move(m_found.front());
+    m_found.pop_front();
+    return next;
+}
+
+void ApartReader::readOn(const std::stop_token& stop) {
+    const bool isNew = !m_process;
+    if (isNew) m_process = m_processes.take(CheckProcesses::Kind::anyOfNow, patience(stop));
+    CheckRequest request(m_processes, std::exchange(m_process, nullptr), patience(stop));
+    answer(request);
+    std::size_t count = 0, size = 0;
+    for (const TalkKind kind : {TalkKind::found, TalkKind::problem}) {
+        request.on(kind, [this, kind, &count, &size](std::string_view bytes, const Talk&) {
+            const bool isMessage = kind == TalkKind::found;
+            if (count++ == messagesAtOnce || size >= bytesAhead || (isMessage && !m_file))
+                throw DecodingError("more than was asked for");
+            size += isMessage ? bytes.size() : 0;
+            take(found(kind, bytes));
+        });
     }
-    return std::nullopt;
+    bool isThere = !isNew;
+    if (isNew) {
+        const auto piece = request.run(TalkKind::resume, packed(m_again.empty() ? 0 : m_again.front().given));
+        isThere = piece && piece->kind == TalkKind::several;
+    }
+    if (isThere) {
+        const auto piece =
+            request.run(TalkKind::next, packed(isAtPipe() || m_alone > 0 ? 1 : messagesAtOnce));
+        if (piece && piece->kind == TalkKind::several) {
+            m_process = request.keep();
+            return;
+        }
+        m_hasEnded = m_areAllGiven && piece && request.isWhole(*piece);
+        if (m_hasEnded) return;
+    }
+    m_bytesBefore += std::exchange(m_bytesOfProcess, 0);
+    m_alone = messagesAtOnce;
+    const std::size_t most = m_file || m_again.empty() ? mostEnded : mostUnasked;
+    if (!stop.stop_requested() && (++m_ended >= most || isAtPipe())) giveUpFile(request.whyNone());
+    giveAgain();
 }
 
-std::optional<Found> ApartReader::giveUpFile(Refusal why) {
-    m_given = m_ended = 0;
-    m_isPipe = false;
+void ApartReader::take(Found found) {
+    m_ended = 0;
+    if (m_alone > 0) --m_alone;
+    if (m_file) ++m_file->given;
+    const auto* const problem = std::get_if<FoundProblem>(&found);
+    const bool isEmpty = problem && problem->refusal == Refusal{Refusal::EmptyFolder{}} && !m_file;
+    // A process that went on may have found nothing more.
+    if (!std::exchange(m_isAnyGiven, true) || !isEmpty) m_found.push_back(std::move(found));
+}
+
+void ApartReader::giveUpFile(Refusal why) {
+    m_ended = 0;
     m_isAnyGiven = true;
-    if (std::exchange(m_isAtFile, false)) return FoundProblem{std::move(why), m_file};
-    // Not even the next file could be had: there are no processes.
-    if (std::exchange(m_hasEnded, true)) return std::nullopt;
-    return FoundProblem{std::move(why), m_place};
+    if (!m_file && !m_again.empty()) {
+        m_file = std::move(m_again.front());
+        m_again.pop_front();
+    }
+    // Without a file not even the next one could be had: there are no processes.
+    m_hasEnded = !m_file;
+    m_found.push_back(FoundProblem{std::move(why), m_file ? m_file->place : m_place});
+    m_file.reset();
 }
 
-Found ApartReader::found(const TalkPiece& piece) {
-    const MessagePlace& file = m_isAtFile ? m_file : m_place;
-    if (piece.kind == TalkKind::found) {
-        const auto [message, bytesRead] = unpacked<SentMessage, std::uint64_t>(piece.bytes);
+Found ApartReader::found(TalkKind kind, std::string_view bytes) {
+    const MessagePlace& file = m_file ? m_file->place : m_place;
+    if (kind == TalkKind::found) {
+        const auto [message, bytesRead] = unpacked<SentMessage, std::uint64_t>(bytes);
         if (message.bytes.size() > largestMessage || !message.attached.empty())
             throw DecodingError("no message of a mailbox");
         m_bytesOfProcess = bytesRead;
         return foundMessage(message, file);
     }
-    if (piece.kind != TalkKind::problem) throw DecodingError("no message");
-    auto [place, refusal, bytesRead] = unpacked<SentMessage, Refusal, std::uint64_t>(piece.bytes);
+    if (kind != TalkKind::problem) throw DecodingError("no message");
+    auto [place, refusal, bytesRead] = unpacked<SentMessage, Refusal, std::uint64_t>(bytes);
     m_bytesOfProcess = bytesRead;
     return FoundProblem{std::move(refusal), foundMessage(place, file).place};
 }
@@ -135,7 +194,7 @@ Found ApartReader::readAgain(const MessagePlace& place, const std::stop_token& s
     const SentMessage there{.inside = place.inside, .number = place.number, .attached = place.attached};
     const auto piece = request.run(TalkKind::readAgain, packed(there));
     try {
-        if (piece && piece->kind != TalkKind::found) return found(*piece);
+        if (piece && piece->kind != TalkKind::found) return found(piece->kind, piece->bytes);
         if (piece) {
             auto [message, bytesRead] = unpacked<SentMessage, std::uint64_t>(piece->bytes);
             if (message.bytes.size() <= largestMessage) return foundMessage(message, place);

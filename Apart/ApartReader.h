@@ -3,9 +3,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <stop_token>
+#include <string_view>
 
 #include "Apart/CheckProcesses.h"
 #include "Apart/CheckRequest.h"
@@ -33,22 +35,34 @@ public:
     void begun(CheckRequest& request);
 
 private:
-    void giveFile(const Talk& talk);
+    /// A file that the process was given, or another is to be given again.
+    struct Given {
+        MessagePlace place = {};
+        bool isOnly = false, isPipe = false, isAgain = false;
+        std::size_t given = 0;  // messages of it
+    };
+
+    void giveFiles(const Talk& talk);
+    void goOn();
+    void giveAgain();
+    bool isAtPipe() const { return m_file && m_file->isPipe; }
     Channel::GoesOn patience(const std::stop_token& stop) const;
-    Found found(const TalkPiece& piece);
-    std::optional<Found> giveUpFile(Refusal why);
+    void readOn(const std::stop_token& stop);
+    Found found(TalkKind kind, std::string_view bytes);
+    void take(Found found);
+    void giveUpFile(Refusal why);
 
     CheckProcesses& m_processes;
     const MessagePlace m_place;
     std::unique_ptr<MailFiles> m_files;
     std::shared_ptr<CheckProcesses::Process> m_process = {};
-    // The file that is read.
-    MessagePlace m_file = {};
-    bool m_isAtFile = false, m_isPipe = false, m_isOnly = false;
-    std::size_t m_given = 0;    // messages of it
-    bool m_isReopened = false;  // is to be
-    std::size_t m_ended = 0;    // processes since the last message
-    bool m_isAnyGiven = false, m_hasEnded = false;
+    std::optional<Given> m_file = {};  // that is read
+    std::deque<Given> m_waiting = {};  // that were given with it, and come next
+    std::deque<Given> m_again = {};    // that are to be given again
+    std::deque<Found> m_found = {};    // that came, and nobody has taken yet
+    std::size_t m_ended = 0;           // processes since the last message
+    std::size_t m_alone = 0;           // messages that are asked for one at a time, as a process has ended
+    bool m_isAnyGiven = false, m_areAllGiven = false, m_hasEnded = false;
     std::uint64_t m_bytesBefore = 0, m_bytesOfProcess = 0;
 };
 

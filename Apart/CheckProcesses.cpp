@@ -114,18 +114,23 @@ std::shared_ptr<CheckProcesses::Process> CheckProcesses::takeIdle() {
     return nullptr;
 }
 
-std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind) {
+std::shared_ptr<CheckProcesses::Process> CheckProcesses::take(Kind kind, const Channel::GoesOn& goesOn) {
     if (kind == Kind::anyOfNow) {
         if (auto process = takeIdle()) return process;
     }
     const std::lock_guard turn(m_making);
     using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + (std::exchange(m_isSilent, true) ? Clock::duration(watch) : m_patience);
-    const auto goesOn = [&] { return Clock::now() < end; };
+    const bool wasSilent = std::exchange(m_isSilent, true);
+    const auto end = Clock::now() + (wasSilent ? Clock::duration(watch) : m_patience);
+    const auto isWaitedFor = [&] {
+        if (!goesOn || goesOn()) return Clock::now() < end;
+        m_isSilent = wasSilent;  // it might have answered yet
+        return false;
+    };
     int channel = -1, file = -1;
     char what = noneComes;
     int lost = 0;
-    while (lost < mostLost && m_helper.channel().receiveWith(file, &what, sizeof what, goesOn)) {
+    while (lost < mostLost && m_helper.channel().receiveWith(file, &what, sizeof what, isWaitedFor)) {
         m_isSilent = false;
         if (what == handleComes && channel >= 0) {
             order();

@@ -12,6 +12,8 @@
 
 namespace quillmark {
 
+class ToldAnswers;
+
 /// The processes that read and check messages for the window. Each has given up everything but its channel:
 /// it opens no file, asks nobody and starts nothing (`restrictProcess`); those that `NetworkProcess` asks may
 /// do a little more. Safe from many threads at once.
@@ -36,6 +38,8 @@ public:
         Process& operator=(const Process&) = delete;
 
         const Channel& channel() const { return m_channel; }
+        /// What it was told and keeps; the business of who asks it.
+        std::shared_ptr<ToldAnswers> told = {};
 
     private:
         friend class CheckProcesses;
@@ -46,9 +50,10 @@ public:
 
     /// One that nobody else has; null when there is none: the system allows none, or what makes them doesn't
     /// answer, which is waited for once, until it answers again, or has gone for good. One that has read
-    /// nothing yet is for what a person looks at, of which no message opened with it must tell.
+    /// nothing yet is for what a person looks at, of which no message opened with it must tell. `goesOn`:
+    /// whether it is waited for.
     enum class Kind { anyOfNow, unused };
-    std::shared_ptr<Process> take(Kind kind = Kind::anyOfNow);
+    std::shared_ptr<Process> take(Kind kind = Kind::anyOfNow, const Channel::GoesOn& goesOn = {});
     /// For others, when it has done what was asked and waits. One that isn't given back ends.
     void giveBack(std::shared_ptr<Process> process);
     /// Lets all go that were made before, as soon as they are given back: whatever one of them read must not

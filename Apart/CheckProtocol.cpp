@@ -15,6 +15,7 @@ struct Head {
 };
 constexpr std::size_t sentTogether = 32'768;  // bytes of a piece that are copied, to be sent with its head
 constexpr std::size_t firstRoom = 65'536;     // for what comes
+constexpr std::size_t roomAtOnce = 16'384;    // for small pieces
 
 }  // namespace
 
@@ -71,11 +72,29 @@ void Talk::tellWithNext(TalkKind kind, std::string_view bytes) const {
     m_held += bytes;
 }
 
+bool Talk::receive(void* bytes, std::size_t size, Files files) const {
+    if (files == Files::taken) return m_channel.receive(bytes, size);  // a file stands where it came
+    // Several small pieces are taken at once.
+    for (auto* rest = static_cast<char*>(bytes);;) {
+        const std::string_view came = m_came.view().substr(m_taken, size);
+        rest = std::ranges::copy(came, rest).out;
+        m_taken += came.size();
+        size -= came.size();
+        if (size == 0) return true;
+        if (m_goesOn && !m_goesOn()) return false;  // however little comes at a time
+        if (size >= roomAtOnce) return m_channel.receive(rest, size, m_goesOn);
+        m_came.grow(roomAtOnce);
+        m_came.setSize(m_channel.receiveSome(m_came.data(), roomAtOnce, m_goesOn));
+        m_taken = 0;
+        if (m_came.size() == 0) return false;
+    }
+}
+
 std::optional<TalkPiece> Talk::hear(Files files) const {
     TalkPiece piece;
     Head head;
     const bool isHere = files == Files::taken ? m_channel.receiveWith(piece.file, &head, sizeof head)
-                                              : m_channel.receive(&head, sizeof head, m_goesOn);
+                                              : receive(&head, sizeof head, files);
     if (!isHere || head.size > largestPiece || head.kind > static_cast<std::uint32_t>(TalkKind::answer))
         return std::nullopt;
     piece.kind = static_cast<TalkKind>(head.kind);
@@ -83,7 +102,7 @@ std::optional<TalkPiece> Talk::hear(Files files) const {
     for (std::size_t size = 0, room = firstRoom; size < head.size; room *= 2) {
         const std::size_t more = std::min<std::size_t>(head.size, room);
         piece.bytes.resize(more);
-        if (!m_channel.receive(piece.bytes.data() + size, more - size, m_goesOn)) return std::nullopt;
+        if (!receive(piece.bytes.data() + size, more - size, files)) return std::nullopt;
         size = more;
     }
     return piece;

@@ -31,7 +31,8 @@ enum class TalkKind : std::uint32_t {
                   ///< which it has begun → `report` or `refused` …, `done`
     open,         ///< a file → the same, or `several`, when it may hold several messages
     resume,       ///< to go on with a mailbox behind so many of its messages → `several`
-    next,         ///< the next of a mailbox → `found`, `problem` or `done`
+    next,         ///< the next of a mailbox, so many at most → `found` or `problem` …, and `several` or, at
+                  ///< its end, `done`
     readAgain,    ///< the message at a place → `found` or `problem`
     path,         ///< the way of a message: `SentMessage` → `done` with it; so with the others
     text,         ///< as plain text
@@ -39,13 +40,17 @@ enum class TalkKind : std::uint32_t {
     pasted,       ///< text that was pasted: bytes
     isMailbox,    ///< whether the bytes of a file are a mailbox of more than one message
     // What the process asks back.
-    file,          ///< the next file → `MailFiles::File`, and the file itself
-    begin,         ///< that it begins with a message, by where that is attached → `BegunCheck`
-    lookup,        ///< DNS: a name, a type, until when (nanoseconds of `Patience::Clock`) → `SentAnswer`
-    mayKnow,       ///< the same without the time → whether
+    file,     ///< the next files → for each whether it is there, the only one and the last that comes now,
+              ///< or why it can't be read, and the file itself
+    begin,    ///< that it begins with a message, by where that is attached → `BegunCheck`
+    lookup,   ///< DNS: a name, a type, until when (nanoseconds of `Patience::Clock`) → `SentAnswer`, and
+              ///< whether it is to be kept
+    mayKnow,  ///< the same without the time → whether
     registration,  ///< a domain, until when → a date or nothing, or why not
     keysOf,        ///< a name → keys
     // What the process tells.
+    opened,   ///< that it goes on to the next of the files that it was given
+    needed,   ///< the number of an answer that it has kept, from 0
     saw,      ///< a name, and records of it that are keys
     report,   ///< where it is attached, whether it is the last, the report, `SentMessage`
     refused,  ///< the same with a `Refusal`
@@ -81,6 +86,7 @@ struct BegunCheck {
     CheckRules rules = {};
     bool asksRegistry = false, asksKeys = false;
     bool mayKnowAll = false;  ///< whether `mayKnow` need not be asked
+    bool forgets = false;     ///< whether no answer is kept any more that came before
 };
 
 // How all of it is packed.
@@ -136,7 +142,8 @@ constexpr auto fieldsOf(const SentMessage*) {
 constexpr auto fieldsOf(const CheckRules*) { return packedFields(&CheckRules::undoing, &CheckRules::dmarc); }
 constexpr auto fieldsOf(const BegunCheck*) {
     using T = BegunCheck;
-    return packedFields(&T::id, &T::at, &T::rules, &T::asksRegistry, &T::asksKeys, &T::mayKnowAll);
+    return packedFields(&T::id, &T::at, &T::rules, &T::asksRegistry, &T::asksKeys, &T::mayKnowAll,
+                        &T::forgets);
 }
 constexpr auto fieldsOf(const KnownKey::File*) {
     return packedFields(&KnownKey::File::name, &KnownKey::File::addedAt);
@@ -200,6 +207,9 @@ struct TalkPiece {
 /// report of a message that somebody sent comes near.
 constexpr std::size_t largestPiece = 4 * largestMessage;
 
+/// How much of a mailbox is read before the window has any of it, in bytes: no message follows behind that.
+constexpr std::size_t bytesAhead = 65'536;
+
 /// One end of a talk.
 class Talk {
 public:
@@ -214,11 +224,17 @@ public:
     /// has come. `takesFiles`: whether a file may come with it, which only a process needs.
     enum class Files { refused, taken };
     std::optional<TalkPiece> hear(Files files) const;
+    /// Whether nothing has come behind what was heard, as far as that was looked at.
+    bool isQuiet() const { return m_taken == m_came.size(); }
 
 private:
+    bool receive(void* bytes, std::size_t size, Files files) const;
+
     const Channel& m_channel;
     const Channel::GoesOn m_goesOn;
     mutable std::string m_held = {};
+    mutable ByteBuffer m_came = {};  // at once, of which so much was taken
+    mutable std::size_t m_taken = 0;
 };
 
 }  // namespace quillmark

@@ -4,46 +4,14 @@
 #include <utility>
 #include <vector>
 
+#include "QuillmarkKit/Support/Text.h"
+
 namespace quillmark {
 
 namespace {
 
-class BoundedResolver : public DNSResolver {
-public:
-    BoundedResolver(std::shared_ptr<DNSResolver> resolver, std::shared_ptr<AskedNames> names)
-        : m_resolver(std::move(resolver)), m_names(std::move(names)) {}
-
-    DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience) override {
-        if (!m_names->mayAsk(name)) throw DNSLookupError(NameBounds::failure);
-        return m_resolver->lookup(name, type, patience);
-    }
-    bool mayKnow(std::string_view name, DNSRecordType type) override {
-        return m_resolver->mayKnow(name, type);
-    }
-    std::string source(std::string_view name, DNSRecordType type) override {
-        return m_resolver->source(name, type);
-    }
-
-private:
-    const std::shared_ptr<DNSResolver> m_resolver;
-    const std::shared_ptr<AskedNames> m_names;
-};
-
-class BoundedRegistry : public RegistrationLookup {
-public:
-    BoundedRegistry(std::shared_ptr<RegistrationLookup> registry, std::shared_ptr<AskedNames> names)
-        : m_registry(std::move(registry)), m_names(std::move(names)) {}
-
-    std::optional<Date> registrationDate(std::string_view domain, const Patience& patience) override {
-        if (!m_names->mayAsk(domain)) throw RDAPError(NameBounds::failure);
-        return m_registry->registrationDate(domain, patience);
-    }
-    std::string source(std::string_view domain) override { return m_registry->source(domain); }
-
-private:
-    const std::shared_ptr<RegistrationLookup> m_registry;
-    const std::shared_ptr<AskedNames> m_names;
-};
+/// In bytes: of one answer that is kept, and of all.
+constexpr std::size_t largestKept = 16'384, mostKept = 1'000'000;
 
 DNSRecordType recordType(int code) {
     const auto type = dnsRecordType(code);
@@ -62,20 +30,43 @@ bool AskedNames::mayAsk(std::string_view name) {
     return true;
 }
 
-void CheckQuestions::begin() {
-    std::exchange(m_hasBegun, true) ? m_names->allow(NameBounds::mostAttached, NameBounds::bytesAttached)
-                                    : m_names->allow(NameBounds::most, NameBounds::bytes);
+bool ToldAnswers::forgets(const std::shared_ptr<DNSResolver>& resolver) {
+    if (m_resolver == resolver && m_bytes < mostKept) return false;
+    m_resolver = resolver;
+    m_forgotten += m_answers.size();
+    m_answers.clear();
+    m_bytes = 0;
+    return true;
+}
+
+std::optional<std::size_t> ToldAnswers::keep(Answer answer) {
+    std::size_t size = sizeof answer + answer.question.size() + answer.source.size();
+    for (const std::string& each : answer.answer.data()) size += sizeof each + each.size();
+    if (size > largestKept || m_bytes >= mostKept) return std::nullopt;
+    m_bytes += size;
+    m_answers.push_back(std::move(answer));
+    return m_forgotten + m_answers.size() - 1;
+}
+
+const ToldAnswers::Answer& ToldAnswers::at(std::size_t number) const {
+    if (number < m_forgotten || number - m_forgotten >= m_answers.size())
+        throw DecodingError("an answer that wasn't told");
+    return m_answers[number - m_forgotten];
+}
+
+bool CheckQuestions::begin() {
+    std::exchange(m_hasBegun, true) ? m_names.allow(NameBounds::mostAttached, NameBounds::bytesAttached)
+                                    : m_names.allow(NameBounds::most, NameBounds::bytes);
     m_answers = std::make_shared<RecordedAnswers>();
     m_failures = std::make_shared<RecordedFailures>();
     m_asker = {};
-    m_resolver = std::make_shared<RecordingResolver>(
-        std::make_shared<BoundedResolver>(m_answerers.resolver, m_names), m_answers, m_failures);
+    m_resolver = std::make_shared<RecordingResolver>(m_answerers.resolver, m_answers, m_failures);
     m_registry = nullptr;
-    if (!m_answerers.registry || !m_answerers.mayAskRegistry->isOn()) return;
-    auto bounded = std::make_shared<BoundedRegistry>(m_answerers.registry, m_names);
-    m_registry = std::make_shared<SwitchedRegistry>(
-        std::make_shared<RecordingRegistry>(std::move(bounded), m_answers, m_failures),
-        m_answerers.mayAskRegistry);
+    if (m_answerers.registry && m_answerers.mayAskRegistry->isOn())
+        m_registry = std::make_shared<SwitchedRegistry>(
+            std::make_shared<RecordingRegistry>(m_answerers.registry, m_answers, m_failures),
+            m_answerers.mayAskRegistry);
+    return m_told->forgets(m_answerers.resolver);
 }
 
 std::string CheckQuestions::answer(TalkKind kind, std::string_view bytes) {
@@ -101,11 +92,16 @@ std::string CheckQuestions::answer(TalkKind kind, std::string_view bytes) {
 std::string CheckQuestions::lookup(std::string_view bytes) {
     const auto [name, code, deadline] = unpacked<std::string_view, int, std::int64_t>(bytes);
     const DNSRecordType type = recordType(code);
+    const std::string question = StaticResolver::key(name, type);
+    if (!m_names.mayAsk(name)) m_failures->dns.keep(question, NameBounds::failure);
     try {
         const DNSAnswer answer = m_resolver->lookup(name, type, {m_stop, receivedTime(deadline), &m_asker});
-        return packed(sentAnswer(answer, m_resolver->source(name, type)));
+        const std::string source = m_resolver->source(name, type);
+        std::optional<std::size_t> number;
+        if (m_answers->dns.find(question)) number = m_told->keep({question, answer, source});
+        return packed(sentAnswer(answer, source), number);
     } catch (const DNSLookupError& error) {
-        return packed(SentAnswer{.failure = error.what()});
+        return packed(SentAnswer{.failure = error.what()}, std::optional<std::size_t>());
     }
 }
 
@@ -115,11 +111,19 @@ std::string CheckQuestions::registration(std::string_view bytes) {
     std::optional<Date> date;
     try {
         if (!m_registry) throw DecodingError("no registry is asked");
+        if (!m_names.mayAsk(domain))
+            m_failures->registrations.keep(asciiLowered(domain), NameBounds::failure);
         date = m_registry->registrationDate(domain, {m_stop, receivedTime(deadline)});
     } catch (const RDAPError& error) {
         failure = error.what();
     }
     return packed(failure, date);
+}
+
+void CheckQuestions::needed(std::string_view bytes) {
+    const auto [number] = unpacked<std::size_t>(bytes);
+    const ToldAnswers::Answer& told = m_told->at(number);
+    if (m_answers) m_answers->dns.keep(told.question, told.answer, told.source);
 }
 
 void CheckQuestions::saw(std::string_view bytes) {

@@ -7,6 +7,7 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Apart/CheckProtocol.h"
 #include "Apart/SwitchedRegistry.h"
@@ -46,6 +47,30 @@ private:
     std::set<std::string, std::less<>> m_asked = {};
 };
 
+/// The answers that a process was told and keeps, so that it need not ask again what other messages have
+/// asked: it names them by their numbers. What stands there is known here, whatever becomes of the process.
+class ToldAnswers {
+public:
+    struct Answer {
+        std::string question = {};  ///< a key of `StaticResolver`
+        DNSAnswer answer = {};
+        std::string source = {};
+    };
+
+    /// Whether the process is to forget all: somebody else is asked now, or there is no room for more.
+    bool forgets(const std::shared_ptr<DNSResolver>& resolver);
+    /// The number by which the process is to keep it, which no other has had; nothing when it isn't to.
+    std::optional<std::size_t> keep(Answer answer);
+    /// Throws `DecodingError` when there is none, or none any more.
+    const Answer& at(std::size_t number) const;
+
+private:
+    std::shared_ptr<DNSResolver> m_resolver = {};  // who gave them
+    std::vector<Answer> m_answers = {};
+    std::size_t m_forgotten = 0;  // as many, before these
+    std::size_t m_bytes = 0;
+};
+
 /// Who answers.
 struct Answerers {
     std::shared_ptr<DNSResolver> resolver = {};
@@ -57,15 +82,19 @@ struct Answerers {
 /// Answers what a process asks for that checks a message, and those attached to it.
 class CheckQuestions {
 public:
-    CheckQuestions(Answerers answerers, std::stop_token stop)
-        : m_answerers(std::move(answerers)), m_stop(std::move(stop)) {}
+    /// `told`: what the process was told for other messages.
+    CheckQuestions(Answerers answerers, std::stop_token stop,
+                   std::shared_ptr<ToldAnswers> told = std::make_shared<ToldAnswers>())
+        : m_answerers(std::move(answerers)), m_stop(std::move(stop)), m_told(std::move(told)) {}
 
-    /// Of the next message.
-    void begin();
+    /// Of the next message. Whether the process is to forget what it was told.
+    bool begin();
     /// What is answered to this piece, packed. Throws `DecodingError` when it is no question.
     std::string answer(TalkKind kind, std::string_view bytes);
     /// That the process says that keys were seen, which counts as far as they were.
     void saw(std::string_view bytes);
+    /// That it needed an answer that it has kept.
+    void needed(std::string_view bytes);
 
     bool asksRegistry() const { return m_registry != nullptr; }
     /// Whether every name may be known. Fixed answers don't hold the root's.
@@ -80,7 +109,8 @@ private:
 
     const Answerers m_answerers;
     const std::stop_token m_stop;
-    const std::shared_ptr<AskedNames> m_names = std::make_shared<AskedNames>();
+    const std::shared_ptr<ToldAnswers> m_told;
+    AskedNames m_names = {};
     bool m_hasBegun = false;
     std::shared_ptr<RecordedAnswers> m_answers = {};
     std::shared_ptr<RecordedFailures> m_failures = {};

@@ -12,7 +12,15 @@ void CheckRequest::answer(CheckQuestions& questions) {
             talk.tell(TalkKind::answer, questions.answer(kind, bytes));
         });
     }
+    on(TalkKind::needed, [&questions](std::string_view bytes, const Talk&) { questions.needed(bytes); });
     on(TalkKind::saw, [&questions](std::string_view bytes, const Talk&) { questions.saw(bytes); });
+}
+
+std::shared_ptr<ToldAnswers> CheckRequest::told() const {
+    auto none = std::make_shared<ToldAnswers>();
+    if (!m_process) return none;
+    if (!m_process->told) m_process->told = std::move(none);
+    return m_process->told;
 }
 
 std::optional<TalkPiece> CheckRequest::run(TalkKind kind, std::string_view bytes) {
@@ -24,6 +32,7 @@ std::optional<TalkPiece> CheckRequest::run(TalkKind kind, std::string_view bytes
             auto piece = talk.hear(Talk::Files::refused);
             if (!piece) break;
             const auto handler = m_handlers.find(piece->kind);
+            if (handler == m_handlers.end() && !talk.isQuiet()) break;
             if (handler == m_handlers.end()) return piece;
             handler->second(piece->bytes, talk);
         }

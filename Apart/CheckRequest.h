@@ -22,7 +22,7 @@ public:
     /// Of a process of this kind, or of this one. `goesOn`: whether it is waited for, asked every
     /// `CheckProcesses::watch`.
     CheckRequest(CheckProcesses& processes, CheckProcesses::Kind kind, Channel::GoesOn goesOn)
-        : CheckRequest(processes, processes.take(kind), std::move(goesOn), kind) {}
+        : CheckRequest(processes, processes.take(kind, goesOn), goesOn, kind) {}
     CheckRequest(CheckProcesses& processes, std::shared_ptr<CheckProcesses::Process> process,
                  Channel::GoesOn goesOn, CheckProcesses::Kind kind = CheckProcesses::Kind::anyOfNow)
         : m_processes(processes),
@@ -36,6 +36,8 @@ public:
     void on(TalkKind kind, Handler handler) { m_handlers.insert_or_assign(kind, std::move(handler)); }
     /// Answers what a check asks for.
     void answer(CheckQuestions& questions);
+    /// What the process was told; nothing yet if there is none.
+    std::shared_ptr<ToldAnswers> told() const;
 
     /// The first piece that has no handler: the outcome. Nothing when there will be none.
     std::optional<TalkPiece> run(TalkKind kind, std::string_view bytes);

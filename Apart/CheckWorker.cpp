@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <chrono>
+#include <deque>
 #include <exception>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -24,40 +27,61 @@ namespace {
 
 using Kind = TalkKind;
 
+/// How long a mailbox is read before the window has any of it.
+constexpr std::chrono::milliseconds longestAhead{5};
+
 /// The window, which answers what is asked.
 class Window {
 public:
     explicit Window(const Channel& channel) : m_talk(channel) {}
 
-    std::optional<TalkPiece> hear() { return m_talk.hear(Talk::Files::taken); }
+    TalkPiece hear() {
+        auto piece = m_talk.hear(Talk::Files::taken);
+        if (!piece) ::_exit(0);  // it has gone
+        return std::move(*piece);
+    }
     void tell(Kind kind, std::string_view bytes = {}) {
-        if (!m_talk.tell(kind, bytes)) ::_exit(0);  // it has gone
+        if (!m_talk.tell(kind, bytes)) ::_exit(0);
     }
     void tellWithNext(Kind kind, std::string_view bytes) { m_talk.tellWithNext(kind, bytes); }
     TalkPiece ask(Kind kind, std::string_view bytes = {}) {
         tell(kind, bytes);
-        auto piece = hear();
-        if (!piece) ::_exit(0);
-        return std::move(*piece);
+        return hear();
     }
 
 private:
     const Talk m_talk;
 };
 
+/// What was told for the messages before, by question.
+struct KeptAnswer {
+    std::size_t number = 0;  // by which the window knows it
+    DNSAnswer answer = {};
+    std::string source = {};
+};
+using KeptAnswers = std::map<std::string, KeptAnswer, std::less<>>;
+
 class AskedResolver : public DNSResolver {
 public:
-    AskedResolver(Window& window, bool mayKnowAll) : m_window(window), m_mayKnowAll(mayKnowAll) {}
+    AskedResolver(Window& window, KeptAnswers& kept, bool mayKnowAll)
+        : m_window(window), m_kept(kept), m_mayKnowAll(mayKnowAll) {}
 
     DNSAnswer lookup(std::string_view name, DNSRecordType type, const Patience& patience) override {
-        const auto known = m_answers.find(StaticResolver::key(name, type));
-        if (known != m_answers.end()) return known->second;
+        const std::string key = StaticResolver::key(name, type);
+        if (const auto known = m_answers.find(key); known != m_answers.end()) return known->second;
+        if (const auto kept = m_kept.find(key); kept != m_kept.end()) {
+            m_window.tellWithNext(Kind::needed, packed(kept->second.number));
+            m_sources.insert_or_assign(key, kept->second.source);
+            return m_answers.emplace(key, kept->second.answer).first->second;
+        }
         const TalkPiece piece =
             m_window.ask(Kind::lookup, packed(name, static_cast<int>(type), sentTime(patience.deadline)));
-        auto [answer] = unpacked<SentAnswer>(piece.bytes);
-        m_sources.insert_or_assign(StaticResolver::key(name, type), std::move(answer.source));
+        const auto [answer, number] = unpacked<SentAnswer, std::optional<std::size_t>>(piece.bytes);
+        m_sources.insert_or_assign(key, answer.source);
         if (answer.failure) throw DNSLookupError(*answer.failure);
-        return m_answers.emplace(StaticResolver::key(name, type), receivedAnswer(answer)).first->second;
+        const DNSAnswer& made = m_answers.emplace(key, receivedAnswer(answer)).first->second;
+        if (number) m_kept.emplace(key, KeptAnswer{*number, made, answer.source});
+        return made;
     }
     bool mayKnow(std::string_view name, DNSRecordType type) override {
         if (m_mayKnowAll) return true;
@@ -71,6 +95,7 @@ public:
 
 private:
     Window& m_window;
+    KeptAnswers& m_kept;
     const bool m_mayKnowAll;
     StaticResolver::Answers m_answers = {};  // of this message: the same is asked for twice
     StaticResolver::Texts m_sources = {};
@@ -112,14 +137,28 @@ private:
 class AskedFiles : public MailFiles {
 public:
     explicit AskedFiles(Window& window) : m_window(window) {}
+    ~AskedFiles() override {
+        for (const File& each : m_files) {
+            if (const int* const descriptor = std::get_if<int>(&each.opened)) ::close(*descriptor);
+        }
+    }
 
     std::optional<File> next() override {
-        const TalkPiece piece = m_window.ask(Kind::file);
-        auto [isThere, isOnly, refusal] = unpacked<bool, bool, std::optional<Refusal>>(piece.bytes);
-        if (!isThere) return std::nullopt;
-        m_isOnly = isOnly;
-        File file{.isOnly = isOnly};
-        file.opened = refusal ? std::variant<int, Refusal>(std::move(*refusal)) : piece.file;
+        for (bool isLast = !m_files.empty(); !isLast;) {
+            const auto piece = m_files.empty() ? m_window.ask(Kind::file) : m_window.hear();
+            auto [isThere, isOnly, refusal, last] =
+                unpacked<bool, bool, std::optional<Refusal>, bool>(piece.bytes);
+            if (!isThere) return std::nullopt;
+            File file{.isOnly = isOnly};
+            file.opened = refusal ? std::variant<int, Refusal>(std::move(*refusal)) : piece.file;
+            m_files.push_back(std::move(file));
+            isLast = last;
+            m_areSeveral = m_files.size() > 1;
+        }
+        File file = std::move(m_files.front());
+        m_files.pop_front();
+        m_isOnly = file.isOnly;
+        if (m_areSeveral) m_window.tellWithNext(Kind::opened, {});
         return file;
     }
     /// Whether the file given last is what was to be read itself.
@@ -127,6 +166,8 @@ public:
 
 private:
     Window& m_window;
+    std::deque<File> m_files = {};
+    bool m_areSeveral = false;  // that came together
     bool m_isOnly = false;
 };
 
@@ -140,6 +181,7 @@ struct CheckWorker::State {
             case Kind::check: {
                 const auto [message, goesInside, begun] =
                     unpacked<SentMessage, bool, BegunCheck>(piece.bytes);
+                if (begun.forgets) m_kept.clear();  // also when it turns out to be no message
                 check(foundMessage(message, {}), goesInside, begun);
                 return m_window.tell(Kind::done);
             }
@@ -148,7 +190,7 @@ struct CheckWorker::State {
             case Kind::resume:
                 return resume(std::get<0>(unpacked<std::size_t>(piece.bytes)));
             case Kind::next:
-                return next();
+                return next(std::get<0>(unpacked<std::size_t>(piece.bytes)));
             case Kind::readAgain:
                 return readAgain(piece);
             case Kind::path:
@@ -191,7 +233,8 @@ struct CheckWorker::State {
     }
 
     Verifier verifier(const BegunCheck& how) {
-        return Verifier(std::make_shared<AskedResolver>(m_window, how.mayKnowAll),
+        if (how.forgets) m_kept.clear();
+        return Verifier(std::make_shared<AskedResolver>(m_window, m_kept, how.mayKnowAll),
                         how.asksRegistry ? std::make_shared<AskedRegistry>(m_window) : nullptr,
                         PublicSuffixList::shared(), {}, how.rules,
                         how.asksKeys ? std::make_shared<AskedKeys>(m_window) : nullptr);
@@ -251,35 +294,49 @@ struct CheckWorker::State {
         m_window.tell(Kind::several);
     }
 
-    void next() {
-        auto found = m_first    ? std::exchange(m_first, std::nullopt)
-                     : m_reader ? m_reader->next()
-                                : std::nullopt;
-        if (!found) return m_window.tell(Kind::done);
-        tellFound(*found);
+    void next(std::size_t most) {
+        const auto end = std::chrono::steady_clock::now() + longestAhead;
+        for (std::size_t bytes = 0, count = 0; count < most && bytes < bytesAhead; ++count) {
+            const auto found = m_first    ? std::exchange(m_first, std::nullopt)
+                               : m_reader ? m_reader->next()
+                                          : std::nullopt;
+            if (!found) return m_window.tell(Kind::done);
+            bytes += tellFound(*found, &Window::tellWithNext);
+            // What is passed over in an archive may take long.
+            if (!placeOf(*found).inside.empty() || std::chrono::steady_clock::now() >= end) break;
+        }
+        m_window.tell(Kind::several);
     }
 
     void readAgain(const TalkPiece& piece) {
         auto [place] = unpacked<SentMessage>(piece.bytes);
         read();
         auto found = quillmark::readAgain(foundMessage(place, {}).place, *m_reader);
-        if (auto* refusal = std::get_if<Refusal>(&found)) return tellFound(FoundProblem{std::move(*refusal)});
-        tellFound(std::get<FoundMessage>(std::move(found)));
+        if (auto* refusal = std::get_if<Refusal>(&found))
+            tellFound(FoundProblem{std::move(*refusal)}, &Window::tell);
+        else
+            tellFound(std::get<FoundMessage>(std::move(found)), &Window::tell);
     }
 
-    void tellFound(const Found& found) {
+    /// Gives its size.
+    std::size_t tellFound(const Found& found, void (Window::*tell)(Kind, std::string_view)) {
         const std::uint64_t bytesRead = m_reader ? m_reader->bytesRead() : 0;
-        if (const auto* message = std::get_if<FoundMessage>(&found))
-            return m_window.tell(Kind::found, packed(sent(*message), bytesRead));
+        if (const auto* message = std::get_if<FoundMessage>(&found)) {
+            const std::string bytes = packed(sent(*message), bytesRead);
+            (m_window.*tell)(Kind::found, bytes);
+            return bytes.size();
+        }
         const auto& problem = std::get<FoundProblem>(found);
         const SentMessage place{.inside = problem.place.inside, .number = problem.place.number};
-        m_window.tell(Kind::problem, packed(place, problem.refusal, bytesRead));
+        (m_window.*tell)(Kind::problem, packed(place, problem.refusal, bytesRead));
+        return 0;
     }
 
     Window m_window;
     AskedFiles* m_files = nullptr;  // of the reader
     std::optional<MailboxReader> m_reader = {};
     std::optional<Found> m_first = {};  // that was read to see whether there are several
+    KeptAnswers m_kept = {};
 };
 
 CheckWorker::CheckWorker(const Channel& channel) : m_state(std::make_unique<State>(channel)) {}

@@ -323,8 +323,10 @@ ProofReport MessageChecker::verified(const MailMessage& message, CheckedMessage&
 
 std::optional<TalkKind> MessageChecker::checkApart(Asked asked, const UUID& id, const std::stop_token& stop,
                                                    const Receiver& receiver) const {
+    CheckRequest request(*m_processes, CheckProcesses::Kind::anyOfNow,
+                         [&stop] { return !stop.stop_requested(); });
     std::unique_lock turn(m_choosing);
-    CheckQuestions questions({m_resolver, m_registry, m_mayAskRegistry, m_keys}, stop);
+    CheckQuestions questions({m_resolver, m_registry, m_mayAskRegistry, m_keys}, stop, request.told());
     const CheckRules rules = m_rules;
     turn.unlock();
 
@@ -353,13 +355,11 @@ std::optional<TalkKind> MessageChecker::checkApart(Asked asked, const UUID& id, 
         if (!stop.stop_requested()) receiver(std::move(outcome));
     };
     const auto begin = [&](std::vector<std::size_t> attached) {
-        questions.begin();
+        const bool forgets = questions.begin();
         message = {true, std::move(attached), told == 0 ? id : UUID::random(), m_now()};
-        return BegunCheck{message.id,        message.begun,         rules, questions.asksRegistry(),
-                          m_keys != nullptr, questions.mayKnowAll()};
+        return BegunCheck{message.id,        message.begun,          rules,  questions.asksRegistry(),
+                          m_keys != nullptr, questions.mayKnowAll(), forgets};
     };
-    CheckRequest request(*m_processes, CheckProcesses::Kind::anyOfNow,
-                         [&stop] { return !stop.stop_requested(); });
     request.on(TalkKind::begin, [&](std::string_view bytes, const Talk& talk) {
         auto [attached] = unpacked<std::vector<std::size_t>>(bytes);
         // Each message has names that may be asked for.

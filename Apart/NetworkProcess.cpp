@@ -37,7 +37,7 @@ NetworkProcess::~NetworkProcess() {
 }
 
 /// The one that is asked; null when there can be none.
-const NetworkProcess::Process& NetworkProcess::current() {
+const NetworkProcess::Process& NetworkProcess::current(const Patience& patience) {
     if (isHanging()) end(m_process);
     if (m_process) return m_process;
     if (!m_reader.joinable()) {
@@ -47,7 +47,7 @@ const NetworkProcess::Process& NetworkProcess::current() {
             return m_process;
         }
     }
-    m_process = m_processes.take(CheckProcesses::Kind::unused);
+    m_process = m_processes.take(CheckProcesses::Kind::unused, [&] { return !patience.end(); });
     m_isSilentSince.reset();
     if (!m_process) return m_process;
     m_process->channel().setPatience({});
@@ -79,7 +79,7 @@ std::optional<std::string> NetworkProcess::ask(NetworkKind kind, std::string_vie
                                                const Patience& patience, const Read& read) {
     Waiting waiting;
     std::unique_lock lock(m_mutex);
-    const Process process = current();
+    const Process process = current(patience);
     if (!process) return ended;
     const std::uint64_t number = ++m_number;
     if (!tell(process, {number, kind, static_cast<std::uint32_t>(question.size())}, question)) {

@@ -54,7 +54,7 @@ private:
         std::condition_variable_any settled = {};
     };
 
-    const Process& current();
+    const Process& current(const Patience& patience);
     bool isHanging() const;
     void end(const Process& process);
     static bool tell(const Process& process, const NetworkHead& head, std::string_view bytes);

@@ -39,15 +39,21 @@ bool Channel::send(const void* bytes, std::size_t size, const GoesOn& goesOn) co
 
 bool Channel::receive(void* bytes, std::size_t size, const GoesOn& goesOn) const {
     for (auto* rest = static_cast<char*>(bytes); size > 0;) {
-        const ssize_t count = ::read(m_descriptor, rest, size);
-        if (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn()))) continue;
-        if (count == 0) errno = EPIPE;
-        if (count <= 0) return false;
+        const std::size_t count = receiveSome(rest, size, goesOn);
+        if (count == 0) return false;
         rest += count;
-        size -= static_cast<std::size_t>(count);
+        size -= count;
         if (size > 0 && goesOn && !goesOn()) return false;
     }
     return true;
+}
+
+std::size_t Channel::receiveSome(void* bytes, std::size_t most, const GoesOn& goesOn) const {
+    ssize_t count = 0;
+    do count = ::read(m_descriptor, bytes, most);
+    while (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn())));
+    if (count == 0) errno = EPIPE;
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
 bool Channel::sendAtOnce(const void* bytes, std::size_t size) const {

@@ -22,6 +22,8 @@ public:
     /// not to go on (EAGAIN).
     bool send(const void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
     bool receive(void* bytes, std::size_t size, const GoesOn& goesOn = {}) const;
+    /// What has come, and so many bytes at most; 0 for the same reasons.
+    std::size_t receiveSome(void* bytes, std::size_t most, const GoesOn& goesOn = {}) const;
 
     /// All of the bytes, few as they are, without waiting. False when the other end has gone, or has left so
     /// much unread that there is no room for them.

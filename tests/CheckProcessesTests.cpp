@@ -2,13 +2,20 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <deque>
 #include <iterator>
+#include <new>
 #include <set>
 
+#include "Apart/ApartReader.h"
 #include "Apart/CheckQuestions.h"
+#include "Apart/CheckWorker.h"
+#include "Apart/MessageCheck.h"
 #include "tests/SandboxAttempts.h"
 
 namespace quillmark {
@@ -102,6 +109,89 @@ TEST(CheckProcesses, whatMakesThemIsReplacedAndNotWaitedForTooLong) {
     taken();
 }
 
+TEST(CheckProcesses, areNotWaitedForBehindAStop) {
+    CheckProcesses processes(
+        [](const Channel& channel) {
+            const pid_t maker = getppid();
+            channel.send(&maker, sizeof maker);
+        },
+        {.takesFiles = true}, std::chrono::hours(1));
+    const auto process = processes.take();
+    ASSERT_TRUE(process);
+    pid_t maker = 0;
+    ASSERT_TRUE(process->channel().receive(&maker, sizeof maker, [] { return true; }));
+    kill(maker, SIGSTOP);
+    while (processes.take(CheckProcesses::Kind::unused, [] { return false; })) {
+    }
+    kill(maker, SIGCONT);
+    EXPECT_TRUE(processes.take()) << "it was not silent for as long as it may be";
+}
+
+/// Whether the next process is to end before it asks for anything; shared with all.
+std::atomic<bool>& endsAtOnce() {
+    static void* const place =
+        mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    static auto* const flag = new (place) std::atomic<bool>(false);
+    return *flag;
+}
+
+/// Reads a whole file a message, and ends at one that says so; so does the next process, at once.
+void serveFiles(const Channel& channel) {
+    const Talk talk(channel);
+    std::deque<int> files;
+    bool areSeveral = false;
+    const auto next = [&]() -> std::optional<std::string> {
+        for (bool isLast = !files.empty(); !isLast; areSeveral = files.size() > 1) {
+            if (files.empty()) talk.tell(TalkKind::file);
+            const auto piece = talk.hear(Talk::Files::taken);
+            isLast = std::get<3>(unpacked<bool, bool, std::optional<Refusal>, bool>(piece->bytes));
+            if (piece->file >= 0) files.push_back(piece->file);
+        }
+        if (files.empty()) return std::nullopt;
+        char bytes[3] = {};
+        const auto size = static_cast<std::size_t>(read(files.front(), bytes, sizeof bytes));
+        close(files.front());
+        files.pop_front();
+        if (areSeveral) talk.tellWithNext(TalkKind::opened, {});
+        if (size == sizeof bytes) {
+            endsAtOnce() = true;
+            raise(SIGKILL);
+        }
+        return std::string(bytes, size);
+    };
+    while (const auto piece = talk.hear(Talk::Files::taken)) {
+        if (endsAtOnce().exchange(false)) raise(SIGKILL);
+        std::size_t passed =
+            piece->kind == TalkKind::resume ? std::get<0>(unpacked<std::size_t>(piece->bytes)) : 0;
+        while (passed > 0 && next()) --passed;
+        const auto message = piece->kind == TalkKind::next ? next() : "";
+        if (message && piece->kind == TalkKind::next)
+            talk.tell(TalkKind::found, packed(SentMessage{.bytes = *message}, std::uint64_t{1}));
+        talk.tell(message ? TalkKind::several : TalkKind::done);
+    }
+}
+
+TEST(ApartReader, givesFilesAgainThatAProcessLeft) {
+    test::TemporaryFolder folder;
+    std::set<std::string> expected;
+    for (int i = 10; i < 40; ++i) {
+        const bool dies = i == 13 || i == 20;
+        const std::string name = std::to_string(i);
+        folder.write(name, dies ? "die" : name);
+        expected.insert(name + (dies ? ": ended" : ": " + name));
+    }
+    endsAtOnce() = false;
+    CheckProcesses processes(serveFiles);
+    ApartReader reader(processes, {.path = folder / ""});
+    std::multiset<std::string> found;
+    while (const auto each = reader.next({})) {
+        const auto* const message = std::get_if<FoundMessage>(&*each);
+        const std::string what = message ? std::string(message->bytes.view()) : "ended";
+        found.insert(placeOf(*each).path.substr((folder / "").size()) + ": " + what);
+    }
+    EXPECT_EQ(found, std::multiset<std::string>(expected.begin(), expected.end()));
+}
+
 /// A sender may write any time into a signature.
 TEST(CheckProtocol, timesOfAnyReport) {
     for (const std::int64_t seconds : {-99'999'999'999'999, std::int64_t{0}, 99'999'999'999'999}) {
@@ -110,11 +200,65 @@ TEST(CheckProtocol, timesOfAnyReport) {
     }
 }
 
+TEST(CheckQuestions, knowWhatAProcessWasToldForOtherMessages) {
+    const auto told = std::make_shared<ToldAnswers>();
+    const auto resolver = [] {
+        return std::make_shared<StaticResolver>(
+            StaticResolver::Answers{{"a.example|TXT", DNSAnswer::records({"text"})}});
+    };
+    const Answerers answerers{.resolver = resolver()};
+    CheckQuestions first(answerers, {}, told), second(answerers, {}, told);
+    EXPECT_TRUE(first.begin()) << "whoever was asked before";
+    const std::string question = packed(std::string_view("a.example"), 16, std::int64_t{1} << 60);
+    const std::string answer = first.answer(TalkKind::lookup, question);
+    using Number = std::optional<std::size_t>;
+    EXPECT_EQ((std::get<1>(unpacked<SentAnswer, Number>(answer))), 0u) << "is kept";
+    EXPECT_FALSE(second.begin());
+    second.needed(packed(std::size_t{0}));
+    EXPECT_EQ(second.answers()->dns.find("a.example|TXT"), DNSAnswer::records({"text"}));
+    EXPECT_THROW(second.needed(packed(std::size_t{1})), DecodingError);
+    CheckQuestions other({.resolver = resolver()}, {}, told);
+    EXPECT_TRUE(other.begin()) << "somebody else is asked";
+    EXPECT_THROW(other.needed(packed(std::size_t{0})), DecodingError);
+    other.answer(TalkKind::lookup, question);
+    EXPECT_THROW(other.needed(packed(std::size_t{0})), DecodingError) << "it has a number of its own";
+    EXPECT_NO_THROW(other.needed(packed(std::size_t{1})));
+}
+
+/// Also where what comes between is no message, of which nothing is asked.
+TEST(MessageChecker, judgesByNoAnswerOfAnotherService) {
+    const auto service = [](const char* policy) {
+        StaticResolver::Answers answers;
+        for (const char* const domain : {"b.example", "c.example"})
+            answers["_dmarc." + std::string(domain) + "|TXT"] =
+                DNSAnswer::records({"v=DMARC1; p=" + std::string(policy)});
+        return std::make_shared<StaticResolver>(std::move(answers));
+    };
+    MessageChecker checker(
+        service("reject"), nullptr, nullptr, nullptr, [] { return Date(); },
+        std::make_shared<CheckProcesses>(serveChecks));
+    const auto policyOf = [&](const std::string& bytes) {
+        std::string policy = "no report";
+        checker.check(Found(FoundMessage{ByteBuffer(bytes), {.path = "/x", .file = "x"}}), {},
+                      [&](const CheckOutcome& outcome) {
+                          const auto* const checked = std::get_if<CheckOutcome::Checked>(&outcome.value);
+                          if (checked) policy = checked->report->dmarc.policy.value_or("none found");
+                      });
+        return policy;
+    };
+    const std::string message = "From: a@b.example\r\n\r\nText\r\n";
+    EXPECT_EQ(policyOf(message), "reject");
+    checker.setResolver(service("none"));
+    EXPECT_EQ(policyOf(std::string("\x89PNG\r\n\x1a\n") + std::string(100, '\0')), "no report");
+    EXPECT_EQ(policyOf("From: a@c.example\r\n\r\nText\r\n"), "none");
+    EXPECT_EQ(policyOf(message), "none");
+}
+
 TEST(CheckQuestions, boundTheNamesOfAMessage) {
     const auto isAnswered = [](CheckQuestions& questions, const std::string& name) {
         const std::string question = packed(std::string_view(name), 16, std::int64_t{1} << 60);
         const std::string answer = questions.answer(TalkKind::lookup, question);
-        return !std::get<0>(unpacked<SentAnswer>(answer)).failure;
+        return !std::get<0>(unpacked<SentAnswer, std::optional<std::size_t>>(answer)).failure;
     };
     const struct {
         const char* what;
