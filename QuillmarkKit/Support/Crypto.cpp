@@ -13,18 +13,12 @@
 #include <utility>
 
 #include "QuillmarkKit/Support/DER.h"
+#include "QuillmarkKit/Support/Release.h"
 
 namespace quillmark {
 
 namespace {
 
-template <auto release>
-struct Release {
-    template <typename T>
-    void operator()(T* object) const {
-        release(object);
-    }
-};
 using Bignum = std::unique_ptr<BIGNUM, Release<BN_free>>;
 using Montgomery = std::unique_ptr<BN_MONT_CTX, Release<BN_MONT_CTX_free>>;
 using BignumContext = std::unique_ptr<BN_CTX, Release<BN_CTX_free>>;

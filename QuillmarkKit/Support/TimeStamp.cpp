@@ -11,19 +11,13 @@
 #include <memory>
 #include <new>
 
+#include "QuillmarkKit/Support/Release.h"
 #include "QuillmarkKit/Support/Text.h"
 
 namespace quillmark {
 
 namespace {
 
-template <auto release>
-struct Release {
-    template <typename T>
-    void operator()(T* object) const {
-        release(object);
-    }
-};
 using Request = std::unique_ptr<TS_REQ, Release<TS_REQ_free>>;
 using Imprint = std::unique_ptr<TS_MSG_IMPRINT, Release<TS_MSG_IMPRINT_free>>;
 using Response = std::unique_ptr<TS_RESP, Release<TS_RESP_free>>;
