@@ -58,28 +58,30 @@ const std::vector<CommandTable::Section> sections = {
       "XDG_DATA_HOME (default: ~/.local/share) holds the history, XDG_CONFIG_HOME (default: ~/.config) the "
       "settings, XDG_CACHE_HOME (default: ~/.cache) IANA's list of registries."}},
     {"FILES",
-     {"~/.local/share/Quillmark/history.json holds the reports that were kept, for you alone. "
-      "~/.cache/quillmark holds what can be fetched again. ~/.config/quillmark/quillmark.conf holds the "
-      "settings of quillmark-desktop.",
-      "Three of them hold for check as well: who is asked for DNS records, whether registries are asked "
-      "how old domains are, and whether the reports are kept in the history. --resolver, --domain-age, "
-      "--no-domain-age, --save and --no-save go before them; the reports of a check with --dns are kept "
-      "with --save alone. As long as there are no settings, the usual services and registries are asked "
-      "and nothing is kept."}},
+     {"~/.local/share/Quillmark/history.json holds the reports that were kept, and keys.db beside it the key "
+      "book, for you alone. ~/.cache/quillmark holds what can be fetched again. "
+      "~/.config/quillmark/quillmark.conf holds the settings of quillmark-desktop.",
+      "Four of them hold for check as well: who is asked for DNS records, whether registries are asked "
+      "how old domains are, whether the reports are kept in the history, and whether keys are remembered. "
+      "--resolver, --domain-age, --no-domain-age, --save, --no-save, --key-book and --no-key-book go before "
+      "them; the reports of a check with --dns are kept with --save alone, its keys never, and with --out "
+      "neither. As long as there are no settings, the usual services and registries are asked and nothing "
+      "is kept."}},
     {"WHAT LEAVES THE COMPUTER",
      {"Names of domains, never the text of a message: DNS is asked over HTTPS at cloudflare-dns.com and, "
       "when that gives no answer within two seconds, at dns.google; registries are asked for the age of the "
       "domains in From and Reply-To, unless the settings or --no-domain-age say not to. A sender's SPF "
       "record may ask for names that contain the envelope sender's address. With --dns nobody is asked, with "
-      "--resolver, or the setting, whom you name; the reports name them."}},
+      "--resolver, or the setting, whom you name; the reports name them. keys ask sends the name of a domain "
+      "to the archive that you name, stamp the SHA-256 of a file to the authority."}},
     {"SANDBOX",
      {"Before it reads anything that somebody else may have written, each command gives up what it doesn't "
       "need: it may read its files and what the system keeps for all programs, write the files that "
-      "options name, and where nobody is to be asked make no connection; it starts no program, and reaches "
-      "no other. With --files-from it may read everything, since the list goes on while files are read. "
-      "What is refused nevertheless is told like a file without permission; --no-sandbox leaves all of it "
-      "out. Linux does it, by Landlock and seccomp: --version --verbose says what there is of them. "
-      "docs/sandbox.md in the sources says more."}},
+      "options name, or the history and the key book, and where nobody is to be asked make no connection; "
+      "it starts no program, and reaches no other. With --files-from it may read everything, since the list "
+      "goes on while files are read. What is refused nevertheless is told like a file without permission; "
+      "--no-sandbox leaves all of it out. Linux does it, by Landlock and seccomp: --version --verbose says "
+      "what there is of them. docs/sandbox.md in the sources says more."}},
     {"SEE ALSO",
      {"quillmark-desktop(1) is the same in a window. quillmark-formats(5) says what is in the JSON, the CSV, "
       "the history, files with answers and recordings, and more of what is read."}},

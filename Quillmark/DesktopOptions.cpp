@@ -26,12 +26,11 @@ CommandTable desktopTable() {
           "The options of Qt are taken, too: -platform offscreen needs no screen."}},
         {"ENVIRONMENT",
          {"LC_ALL, LC_MESSAGES and LANG choose the language, of seventeen; else it is English. https_proxy "
-          "or, without "
-          "it, all_proxy names a proxy for the lookups, no_proxy what to ask without it."}},
+          "or, without it, all_proxy names a proxy for the lookups, no_proxy what to ask without it."}},
         {"FILES",
-         {"~/.local/share/Quillmark/history.json holds the reports, which are kept unless the settings say "
-          "not "
-          "to; ~/.config/quillmark holds the settings, ~/.cache/quillmark what can be fetched again."}},
+         {"~/.local/share/Quillmark/history.json holds the reports, and keys.db beside it the keys of "
+          "senders, which are kept unless the settings say not to; ~/.config/quillmark holds the settings, "
+          "~/.cache/quillmark what can be fetched again."}},
         {"SEE ALSO", {"quillmark(1) is the same for a terminal."}},
     };
     return table;

@@ -17,7 +17,8 @@ CommandTable hostTable() {
           "in the machine's order) and so many bytes of JSON. A request holds a message, and whether it is "
           "to be checked or handed to the window, quillmark-desktop. The program ends when its input ends, "
           "and with the exit status 1 when a request is longer than 70 MB or is none.",
-          "It keeps nothing. Only names of domains leave the computer, as with quillmark(1)."}},
+          "It keeps no reports; the keys that DNS gives go into the key book, if the settings say so. Only "
+          "names of domains leave the computer, as with quillmark(1)."}},
         {"ENVIRONMENT",
          {"TZ is the time zone; the language comes with each request. https_proxy or, without it, all_proxy "
           "names a proxy for the lookups, no_proxy what to ask without it. In XDG_RUNTIME_DIR a message lies "
@@ -25,8 +26,9 @@ CommandTable hostTable() {
         {"FILES",
          {"/usr/lib/mozilla/native-messaging-hosts/org.quillmark.thunderbird.json tells Thunderbird where "
           "the program lies, and which add-on may start it. ~/.config/quillmark/quillmark.conf holds the "
-          "settings of quillmark-desktop, of which two hold here, too: who is asked for DNS records, and "
-          "whether registries are asked how old domains are."}},
+          "settings of quillmark-desktop, of which four hold here, too: who is asked for DNS records, "
+          "whether registries are asked how old domains are, whether keys are remembered, and by which rules "
+          "DMARC is judged. ~/.local/share/Quillmark/keys.db is the key book."}},
         {"SEE ALSO", {"quillmark(1), quillmark-desktop(1), thunderbird(1)."}},
     };
     return table;
