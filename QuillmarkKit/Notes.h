@@ -37,7 +37,7 @@ struct CheckFacts {
     std::optional<std::string> anyServerTerm = {};
     /// What the newer rules of DMARC come to where the finding, by the older ones, doesn't.
     std::optional<NewerDMARC> newerDMARC = {};
-    bool isJudgedByRFC9989 = false;  // and the finding is by those
+    bool isJudgedByRFC9989 = false;  ///< and the finding is by those
     /// Of signatures whose keys are gone.
     std::vector<GoneKey> goneKeys = {};
 };

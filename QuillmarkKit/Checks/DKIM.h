@@ -20,16 +20,16 @@ namespace quillmark {
 /// What came of checking one DKIM-Signature field (RFC 6376).
 struct DKIMResult {
     enum class Status {
-        pass,
-        bodyChanged,
-        headersChanged,
-        keyNotPublished,
-        keyRevoked,
-        keyUnusable,
-        keyTooWeak,
-        lookupFailed,
-        unsupportedAlgorithm,
-        malformed,
+        pass,                  ///< it holds, of the header lines and of the body where there is one
+        bodyChanged,           ///< the body isn't the one of `bh=`, or is shorter than `l=`
+        headersChanged,        ///< `b=` doesn't verify
+        keyNotPublished,       ///< DNS has no key of that name
+        keyRevoked,            ///< the key's `p=` is empty
+        keyUnusable,           ///< what stands there is no key, or not one for this signature
+        keyTooWeak,            ///< it holds, with an RSA key of at most `tooFewKeyBits`
+        lookupFailed,          ///< DNS gave no answer, or a stop was requested
+        unsupportedAlgorithm,  ///< `a=` names none of `SignatureAlgorithm`
+        malformed,             ///< the field, or what it asks for, breaks the rules
     };
     Status status = Status::malformed;
     std::string detail = {};                             ///< a short English reason; empty when there is none

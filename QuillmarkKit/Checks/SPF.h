@@ -53,9 +53,9 @@ constexpr auto fieldsOf(const SPFFinding*) {
                       Field{"matched", &T::matched}, Field{"detail", &T::detail}};
 }
 
-/// Asks a domain's published record whether a server may send its mail (RFC 7208, section 4). Not as in the
-/// RFC: `ptr` never matches, a name that does not exist is no error, and the macros `p`, `c`, `r` and `t` are
-/// unknown. May be used for any number of evaluations; it must not outlive its resolver.
+/// Asks a domain's published record whether a server may send its mail (RFC 7208, section 4). Not as there:
+/// `ptr` never matches, the macro `p` is an error, errors behind the term that decides aren't seen, and the
+/// last of several `redirect` counts. For any number of evaluations; it must not outlive its resolver.
 struct SPFEvaluator {
     /// The term that decided, in the record to which include and redirect led.
     struct Decider {

@@ -17,14 +17,14 @@
 namespace quillmark {
 
 enum class VerdictKind {
-    verified,
-    verifiedHeadersOnly,
-    signedByOther,
-    signatureBroken,
-    keyGone,
-    couldNotCheck,
-    allowedServerOnly,
-    cannotProve,
+    verified,             ///< a signature of the From domain's organization holds, of header lines and body
+    verifiedHeadersOnly,  ///< the same of the header lines alone: there is no body
+    signedByOther,        ///< one of another organization holds
+    signatureBroken,      ///< one was made over another message
+    keyGone,              ///< the key of one is no longer in DNS
+    couldNotCheck,        ///< a lookup for one failed
+    allowedServerOnly,    ///< none says anything; SPF allows the server for the domain in From
+    cannotProve,          ///< none of these, of which the first that applies is given
 };
 constexpr auto namesOf(VerdictKind) {
     return enumTable<VerdictKind>(

@@ -34,8 +34,8 @@ public:
 
 /// Keys on disk, in a database for the user alone (0600, in a folder 0700) that outlasts a process that is
 /// killed. A link is followed; nothing is written into a file that is read-only, damaged or not a key book.
-/// A small value: the file is open only during a call. Safe from many threads and processes. Everything but
-/// `defaultLocation` throws.
+/// A small value: the file is open only during a call. Safe from many threads and processes. All but the two
+/// static functions throw.
 struct KeyBook {
     std::filesystem::path url;
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-/// Digests and signatures. The one file that includes OpenSSL is `Crypto.cpp` (and the HTTPS engine's library
-/// uses its own). Everything runs in a library context of its own, so that no policy in the machine's
-/// configuration can change a verdict.
+/// Digests and signatures. The files that include OpenSSL are `Crypto.cpp` and, for time stamps,
+/// `TimeStamp.cpp` (and the HTTPS engine's library uses its own). Everything runs in a library context of its
+/// own, so that no policy in the machine's configuration can change a verdict.
 namespace quillmark {
 
 enum class HashAlgorithm { sha256, sha1 };
