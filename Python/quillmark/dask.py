@@ -8,7 +8,7 @@
 
 Workers see the same files under the same names, the folder of the results among them, and have the program `quillmark`. A part
 is done when its result file is there, and not before: whatever is lost, a worker, the scheduler or this process, the same call
-goes on with what has no result. Parts, names and bytes are those that one process makes of the same list (quillmark-formats(5)).
+goes on with what has no result. Parts, names and bytes are those that one process makes of the same list of files (quillmark-formats(5)).
 """
 
 from __future__ import annotations
