@@ -599,10 +599,10 @@ bool CheckCommand::keepsReports() const {
     return !out && save.value_or(settings && settings->keepHistory && dnsFiles.empty());
 }
 
-bool CheckCommand::usesKeyBook() const { return keyBook.value_or(dnsFiles.empty()); }
+bool CheckCommand::usesKeyBook() const { return !out && keyBook.value_or(dnsFiles.empty()); }
 
 bool CheckCommand::remembersKeys() const {
-    return keyBook.value_or(settings && options.rememberKeys) && dnsFiles.empty();
+    return !out && keyBook.value_or(settings && options.rememberKeys) && dnsFiles.empty();
 }
 
 int CheckCommand::run() const {

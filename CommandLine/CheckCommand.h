@@ -58,7 +58,8 @@ struct CheckCommand {
     /// for a check that is repeated from a file, they do not.
     bool keepsReports() const;
 
-    /// Whether keys that are gone are looked for in the key book: by itself where DNS is asked.
+    /// Whether keys that are gone are looked for in the key book: by itself where DNS is asked, never with
+    /// --out.
     bool usesKeyBook() const;
     /// Whether keys that DNS gives are added to it: what the options say, else the settings; never answers of
     /// a file.
