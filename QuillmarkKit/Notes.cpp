@@ -310,6 +310,7 @@ std::optional<ReportNote::ContentNotSigned::Why> contentFault(const MailMessage&
 /// text of the one that was signed.
 void addContentFields(Notes& notes, const MailMessage& message, const ProofReport& report,
                       const CheckFacts& facts, const PublicSuffixList& suffixes) {
+    const auto deciding = decidingSignatures(report.verdict, report.dkim, suffixes);
     for (const std::string_view name :
          {"Content-Type", "Content-Transfer-Encoding", "Content-Disposition", "MIME-Version"}) {
         const auto positions = message.positions(name);
@@ -318,10 +319,8 @@ void addContentFields(Notes& notes, const MailMessage& message, const ProofRepor
             const auto isName = [&](std::string_view field) { return equalsIgnoringCase(field, name); };
             return static_cast<std::size_t>(std::ranges::count_if(names, isName)) >= positions.size();
         };
-        const bool isSigned = std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
-            return signature.status == DKIMResult::Status::pass && covers(signature.signedHeaders) &&
-                   suffixes.sameOrganization(signature.domain, report.verdict.domain);
-        });
+        const bool isSigned = std::ranges::any_of(
+            deciding, [&](const DKIMResult* signature) { return covers(signature->signedHeaders); });
         // One that holds again says itself what became of the fields that it covers.
         const bool isTold = std::ranges::any_of(facts.undone, [&](const UndoneSignature& undone) {
             return covers(facts.broken[undone.signature].signedHeaders);

@@ -92,30 +92,13 @@ std::vector<std::string> namedDomains(const Verdict& verdict) {
     }
 }
 
-/// The signatures that speak for the headline: those that hold, of the organization it names.
-std::vector<const DKIMResult*> decidingSignatures(const ProofReport& report) {
-    std::vector<const DKIMResult*> deciding;
-    for (const DKIMResult& signature : report.dkim) {
-        if (signature.status == DKIMResult::Status::pass &&
-            PublicSuffixList::shared().sameOrganization(signature.domain, report.verdict.domain)) {
-            deciding.push_back(&signature);
-        }
-    }
-    return deciding;
-}
-
-/// How much of the body the best of the signatures covers.
-void addBody(std::vector<Caution>& cautions, const std::vector<const DKIMResult*>& deciding,
-             const Verdict& verdict) {
-    const DKIMResult* best = nullptr;
-    const auto rest = [](const DKIMResult& result) { return result.unsignedBodyBytes.value_or(0); };
-    for (const DKIMResult* signature : deciding) {
-        if (signature->bodyChecked && (!best || rest(*signature) < rest(*best))) best = signature;
-    }
-    if (best && rest(*best) > 0) {
-        cautions.push_back({Subject::content, 1, Caution::UnsignedBody{}, best});
-    } else if (!best && verdict.kind == VerdictKind::signedByOther) {  // whose headline doesn't say so
-        cautions.push_back({Subject::content, 3, Caution::BodyMissing{}, deciding.front()});
+/// How much of the body the signatures cover.
+void addBody(std::vector<Caution>& cautions, const DKIMResult& signature, const Verdict& verdict) {
+    if (signature.unsignedBodyBytes.value_or(0) > 0) {
+        cautions.push_back({Subject::content, 1, Caution::UnsignedBody{}, &signature});
+    } else if (!signature.bodyChecked && verdict.kind == VerdictKind::signedByOther) {
+        // Whose headline doesn't say so.
+        cautions.push_back({Subject::content, 3, Caution::BodyMissing{}, &signature});
     }
 }
 
@@ -176,8 +159,9 @@ std::vector<Caution> cautionsOf(const ProofReport& report) {
         const auto [subject, rank] = std::visit(RankOfNote{}, note.value);
         cautions.push_back({subject, rank, &note});
     }
-    if (const auto deciding = decidingSignatures(report); !deciding.empty()) {
-        addBody(cautions, deciding, report.verdict);
+    const auto deciding = decidingSignatures(report.verdict, report.dkim, PublicSuffixList::shared());
+    if (!deciding.empty()) {
+        addBody(cautions, *deciding.front(), report.verdict);
         addLines(cautions, deciding, report);
     }
     // A message that was changed is first of all a question of what it said.

@@ -64,6 +64,20 @@ Verdict verdict(std::string_view fromDomain, std::span<const DKIMResult> dkim, c
     return concluded(VerdictKind::cannotProve, Tone::bad, fromDomain);
 }
 
+std::vector<const DKIMResult*> decidingSignatures(const Verdict& verdict, std::span<const DKIMResult> dkim,
+                                                  const PublicSuffixList& suffixes) {
+    std::vector<const DKIMResult*> deciding;
+    for (const DKIMResult& result : dkim) {
+        if (result.status == Status::pass && suffixes.sameOrganization(result.domain, verdict.domain))
+            deciding.push_back(&result);
+    }
+    const auto open = [](const DKIMResult* result) { return result->unsignedBodyBytes.value_or(0); };
+    if (deciding.empty()) return deciding;
+    const auto least = open(*std::ranges::min_element(deciding, {}, open));
+    std::erase_if(deciding, [&](const DKIMResult* result) { return open(result) > least; });
+    return deciding;
+}
+
 std::vector<Limit> limits(std::span<const DKIMResult> dkim, const ARCFinding::Status& arc,
                           const SPFFinding::Status& spf, bool hasBody) {
     std::vector<Limit> limits = {Limit::domainNotCompany, Limit::compromisedMailbox};

@@ -65,6 +65,12 @@ constexpr auto namesOf(Limit) {
 Verdict verdict(std::string_view fromDomain, std::span<const DKIMResult> dkim, const DMARCFinding& dmarc,
                 const ARCFinding& arc, const PublicSuffixList& suffixes);
 
+/// The signatures that speak for the verdict: those that hold, of the organization it names. Two of them can
+/// be of different messages, and laid on one: those that leave more of the body open than another are left
+/// out.
+std::vector<const DKIMResult*> decidingSignatures(const Verdict& verdict, std::span<const DKIMResult> dkim,
+                                                  const PublicSuffixList& suffixes);
+
 /// What the report cannot prove, in the order in which it is said.
 std::vector<Limit> limits(std::span<const DKIMResult> dkim, const ARCFinding::Status& arc,
                           const SPFFinding::Status& spf, bool hasBody);
