@@ -314,6 +314,19 @@ bool mayBeDecided(const ProofReport& report) {
     }
 }
 
+/// Whether an answer that is missing could have shown that the domain in From sent it: then nobody is asked
+/// to reject it (RFC 7489, section 6.6.2).
+bool isAnswerMissing(const ProofReport& report) {
+    const auto isOfSender = [&](std::string_view domain) {
+        return PublicSuffixList::shared().sameOrganization(domain, report.verdict.fromDomain);
+    };
+    const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
+    if (spf && spf->result == SPFResult::temperror && isOfSender(report.spf.domain.value_or(""))) return true;
+    return std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
+        return signature.status == DKIMResult::Status::lookupFailed && isOfSender(signature.domain);
+    });
+}
+
 std::optional<BannerLine> deciderOf(const ProofReport& report, const Reader& reader) {
     if (!mayBeDecided(report)) return std::nullopt;
     const DMARCFinding& dmarc = report.dmarc;
@@ -321,7 +334,8 @@ std::optional<BannerLine> deciderOf(const ProofReport& report, const Reader& rea
     const std::string server = report.spf.domain.value_or(""), sender = quotedDomain(dmarc.fromDomain);
     const bool isOfSender = spf && report.verdict.kind != VerdictKind::signedByOther &&
                             PublicSuffixList::shared().sameOrganization(server, report.verdict.fromDomain);
-    const bool hasFailed = dmarc.status == DMARCFinding::Status::fail && dmarc.percent == 100;
+    const bool hasFailed =
+        dmarc.status == DMARCFinding::Status::fail && dmarc.percent == 100 && !isAnswerMissing(report);
     const bool isRejected = hasFailed && dmarc.appliedPolicy == "reject";
     const bool isSpam = hasFailed && dmarc.appliedPolicy == "quarantine";
     const std::string domain = quotedDomain(server);
