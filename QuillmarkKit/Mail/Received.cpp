@@ -90,6 +90,18 @@ struct Clauses {
         fromSize = (isBeforeBy ? byStart : text.size()) - *fromEnd;
     }
     std::string_view from() const { return std::string_view(text).substr(*fromEnd, fromSize); }
+
+    /// The same up to the last " by " outside comments: a client can send that word with its name, but
+    /// servers take parentheses out of it.
+    std::string_view fromWithName() const {
+        std::size_t end = *fromEnd + fromSize, depth = 0;
+        for (std::size_t i = *fromEnd; i < lowered.size(); ++i) {
+            if (lowered[i] == '(') ++depth;
+            if (lowered[i] == ')' && depth > 0) --depth;
+            if (depth == 0 && std::string_view(lowered).substr(i).starts_with(" by ")) end = i;
+        }
+        return std::string_view(text).substr(*fromEnd, end - *fromEnd);
+    }
 };
 
 /// What a client said its name was, in a "from" clause: a piece of it.
@@ -149,7 +161,7 @@ ReceivedHop ReceivedHop::parse(std::string_view value) {
 std::optional<IPAddress> seenClient(std::string_view value) {
     const Clauses clauses(value);
     if (!clauses.fromEnd) return std::nullopt;
-    const std::string_view clause = clauses.from(), announced = announcedName(clause);
+    const std::string_view clause = clauses.fromWithName(), announced = announcedName(clause);
     std::string others(clause);
     others.replace(static_cast<std::size_t>(announced.data() - clause.data()), announced.size(),
                    announced.size(), ' ');
