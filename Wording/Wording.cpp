@@ -48,6 +48,32 @@ bool signedLinesHold(const ProofReport& report) {
     });
 }
 
+/// What is said of other keys, when nothing shows that the message was changed: each broken signature of the
+/// verdict's domain is over this text, and made with another key than the one that the domain publishes now.
+const ReportNote* otherKeysAlone(const ProofReport& report) {
+    const ReportNote* said = nullptr;
+    for (const DKIMResult& signature : report.dkim) {
+        const bool isBroken = signature.status == DKIMResult::Status::bodyChanged ||
+                              signature.status == DKIMResult::Status::headersChanged;
+        if (!isBroken || !equalsIgnoringCase(signature.domain, report.verdict.domain)) continue;
+        const auto note = std::ranges::find_if(report.notes, [&](const ReportNote& each) {
+            const auto* other = std::get_if<ReportNote::OtherKey>(&each.value);
+            return other && other->of == SignatureKind::dkim &&
+                   other->index == &signature - report.dkim.data();
+        });
+        if (signature.status == DKIMResult::Status::bodyChanged || note == report.notes.end()) return nullptr;
+        said = &*note;
+    }
+    return said;
+}
+
+std::string withoutKey(const std::string& domain, const Reader& reader) {
+    return reader.translate(
+        "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
+        "old message, because senders change their keys; in a new one it is suspicious.",
+        {domain});
+}
+
 /// The signature by which a key is said to be gone, when nobody was asked for that key.
 const DKIMResult* unaskedSignature(const ProofReport& report) {
     const auto gone = std::ranges::find_if(report.dkim, [](const DKIMResult& result) {
@@ -121,16 +147,15 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                     "says; if it matters, ask the sender in another way.",
                     {domain, quotedList(verdict.arcVouchers, reader)});
             }
+            if (const ReportNote* note = otherKeysAlone(report))
+                return sentences({sentence(*note, reader), withoutKey(domain, reader)});
             return reader.translate(
                 "This isn’t the message that %1 signed: something was changed since, or %1 never signed "
                 "it.",
                 {domain});
         case VerdictKind::keyGone:
             if (const DKIMResult* signature = unaskedSignature(report)) return sentence(*signature, reader);
-            return reader.translate(
-                "Without %1’s key, the signature can be neither confirmed nor refuted. That is usual for an "
-                "old message, because senders change their keys; in a new one it is suspicious.",
-                {domain});
+            return withoutKey(domain, reader);
         case VerdictKind::couldNotCheck:
             return sentences(
                 {reader.translate(
