@@ -172,6 +172,18 @@ std::string withLenientWords(std::string_view text) {
     }
 }
 
+/// The ASCII that a name is taken for, when each of its letters is some or looks like it.
+std::string plainLookAlike(std::string_view name) {
+    std::string plain;
+    while (!name.empty()) {
+        const char32_t scalar = takeScalar(name);
+        const auto alike = scalar < 0x80 ? static_cast<char>(scalar) : asciiLookAlike(scalar);
+        if (!alike) return {};
+        plain += *alike;
+    }
+    return plain;
+}
+
 }  // namespace
 
 std::vector<std::string> readableAddresses(std::string_view value) {
@@ -245,7 +257,10 @@ std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList
         if (at != std::string_view::npos) match.remove_prefix(at + 1);
         std::string domain = unicodeLowered(match);
         const std::string compared = comparableDomain(domain);
-        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(compared)) continue;
+        // Without an "@" it may be anything else with a dot, such as initials.
+        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(compared) &&
+            !suffixes.hasTopLevelOf(plainLookAlike(domain)))
+            continue;
         if (organizations.insert(suffixes.organizationalDomain(compared)).second)
             domains.push_back(std::move(domain));
     }
