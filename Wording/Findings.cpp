@@ -9,6 +9,7 @@
 #include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"
+#include "Wording/Signatures.h"
 
 namespace quillmark {
 
@@ -244,7 +245,32 @@ std::string label(const ARCFinding& finding, const Reader& reader) {
     }
 }
 
+namespace {
+
+/// The signature for want of which the chain is taken for broken, when nobody can say that it doesn't fit:
+/// forwarders, too, withdraw their keys.
+const DKIMResult* uncheckedMark(const ARCFinding& finding) {
+    const auto* fail = std::get_if<ARCFinding::Status::Fail>(&finding.status.value);
+    if (!fail || finding.hops.empty()) return nullptr;
+    auto hop = finding.hops.end() - 1;
+    if (fail->reason == ARCFinding::Reason::sealFailed)
+        hop = std::ranges::find(finding.hops, false, &ARCFinding::Hop::sealValid);
+    if (hop == finding.hops.end()) return nullptr;
+    switch (hop->messageSignature.status) {
+        case DKIMResult::Status::keyNotPublished:
+        case DKIMResult::Status::keyRevoked:
+        case DKIMResult::Status::keyUnusable:
+        case DKIMResult::Status::keyTooWeak:
+            return &hop->messageSignature;
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
 std::optional<Tone> tone(const ARCFinding& finding) {
+    if (const DKIMResult* mark = uncheckedMark(finding)) return tone(*mark);
     constexpr std::optional<Tone> tones[] = {std::nullopt, Tone::good, Tone::bad, Tone::unknown};
     return tones[finding.status.value.index()];
 }
@@ -283,6 +309,7 @@ std::string sentence(const ARCFinding& finding, const Reader& reader) {
             static_cast<std::int64_t>(finding.hops.size()), {last});
     }
     if (const auto* fail = std::get_if<ARCFinding::Status::Fail>(&finding.status.value)) {
+        if (const DKIMResult* mark = uncheckedMark(finding)) return sentence(*mark, reader);
         return failSentence(fail->reason, detailText(finding.detail, reader), reader);
     }
     return reader.translate("A forwarder’s key couldn’t be asked for, so the chain can’t be judged.");
