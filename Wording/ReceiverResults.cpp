@@ -133,9 +133,11 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
         return {{{}, reader.translate("No Authentication-Results header.")}};
     }
     const AuthResults& results = report.receiverResults.front();
-    const std::string server = quotedWord(results.server);
+    // One large provider begins with a result, where the others have their name.
+    const bool isNamed = results.server.find('=') == std::string::npos;
+    const std::string server = isNamed ? quotedWord(results.server) : std::string();
     std::vector<Remark> remarks;
-    if (results.methods.empty()) {
+    if (results.methods.empty() && isNamed) {
         remarks.push_back({{}, reader.translate("%1 wrote that it made no checks.", {server})});
     } else if (server.empty()) {
         remarks.push_back(
@@ -143,6 +145,7 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
     } else {
         remarks.push_back({{}, reader.translate("%1 wrote this about its own checks:", {server})});
     }
+    if (!isNamed) remarks.push_back({{}, quotedWord(results.server)});
     for (const Method& method : std::views::take(results.methods, mostShown))
         remarks.push_back(methodRemark(method, report, reader));
     if (results.methods.size() > mostShown) remarks.push_back({{}, "…"});
