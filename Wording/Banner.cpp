@@ -299,9 +299,25 @@ std::optional<DomainIdentity> provenIdentity(const ProofReport& report) {
     }
 }
 
+/// Whether the domain in From is known to have signed the message all the same: before it was changed, or
+/// with a key that isn't the one that counts.
+bool isSignedBySender(const ProofReport& report) {
+    const auto isOfSender = [&](std::string_view domain) {
+        return PublicSuffixList::shared().sameOrganization(domain, report.verdict.fromDomain);
+    };
+    return formerKeyHolds(report) || std::ranges::any_of(report.notes, [&](const ReportNote& note) {
+               const auto* undone = std::get_if<ReportNote::Undone>(&note.value);
+               const auto* other = std::get_if<ReportNote::OtherKeyRecord>(&note.value);
+               return (undone && undone->of == SignatureKind::dkim && undone->fromIsOfDomain &&
+                       isOfSender(undone->domain)) ||
+                      (other && other->fits && isOfSender(other->domain));
+           });
+}
+
 /// Lists break signatures, and their servers are not the author's: where that is what happened, neither the
 /// server nor the policy says more.
 bool mayBeDecided(const ProofReport& report) {
+    if (isSignedBySender(report)) return false;
     switch (report.verdict.kind) {
         case VerdictKind::cannotProve:
         case VerdictKind::signedByOther:
