@@ -319,8 +319,11 @@ namespace {
 
 Remark hopRemark(const ARCFinding::Hop& hop, const Reader& reader) {
     const std::string number = reader.number(hop.instance), sealer = quotedDomain(hop.sealer);
-    switch (hop.messageSignature.status) {
+    const DKIMResult& mark = hop.messageSignature;
+    switch (mark.status) {
         case DKIMResult::Status::pass:
+            if (!mark.bodyChecked || mark.unsignedBodyBytes.value_or(0) > 0)
+                return {{}, sentence(mark, reader)};  // it isn't known of the whole message
             return {{},
                     reader.translate("Forwarder %1, %2: the message is still as it was passed on there.",
                                      {number, sealer})};
