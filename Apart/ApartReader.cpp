@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -17,6 +18,16 @@ constexpr std::size_t mostEnded = 2;    // processes by what one file holds
 constexpr std::size_t mostUnasked = 8;  // that end before they ask for a file
 // What is given and asked for at a time, lest each be waited for.
 constexpr std::size_t filesAtOnce = 8, messagesAtOnce = 16;
+
+/// Until they are handed over: a process has descriptors of its own then.
+struct OpenedFiles {
+    ~OpenedFiles() {
+        for (const auto& each : files) {
+            if (const int* const descriptor = std::get_if<int>(&each)) ::close(*descriptor);
+        }
+    }
+    std::vector<std::variant<int, Refusal>> files = {};
+};
 
 }  // namespace
 
@@ -45,38 +56,51 @@ void ApartReader::begun(CheckRequest& request) {
 
 void ApartReader::giveFiles(const Talk& talk) {
     if (!m_waiting.empty()) throw DecodingError("there are files that it hasn't read");
+    m_hasChanged = m_isResuming && m_file && m_file->given > 0;
+    if (m_hasChanged) throw DecodingError("a file of which less is there than came");
     // After the end of a process one at a time: then it is known of what the next one ends.
     const std::size_t most = m_alone > 0 || !m_again.empty() ? 1 : filesAtOnce;
-    std::vector<std::variant<int, Refusal>> opened;
-    while (opened.size() < most) {
+    OpenedFiles opened;
+    auto& files = opened.files;
+    while (files.size() < most) {
         if (!m_again.empty()) {
-            opened.push_back(openForReading(m_again.front().place.path));
+            files.push_back(openForReading(m_again.front().place.path));
             m_waiting.push_back(std::move(m_again.front()));
             m_again.pop_front();
         } else if (auto next = m_files->next()) {
-            opened.push_back(std::move(next->opened));
+            files.push_back(std::move(next->opened));
             m_waiting.push_back({.place = {.path = std::move(next->path), .file = std::move(next->name)},
                                  .isOnly = next->isOnly});
         } else {
             break;
         }
+        Given& file = m_waiting.back();
+        const int* const descriptor = std::get_if<int>(&files.back());
+        struct stat status = {};
+        file.isPipe = descriptor && (::fstat(*descriptor, &status) != 0 || !S_ISREG(status.st_mode));
+        const std::tuple state{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                               status.st_mtim.tv_nsec};
+        if (file.given == 0) file.state = state;
+        m_hasChanged = file.state != state;
     }
-    m_areAllGiven = opened.empty();
+    if (m_hasChanged) {
+        goOn();
+        throw DecodingError("a file that isn't as it was");
+    }
+    m_areAllGiven = files.empty();
     if (m_areAllGiven) {
         m_file.reset();
         talk.tell(TalkKind::answer, packed(false, false, std::optional<Refusal>(), true));
     }
-    for (std::size_t i = 0; i < opened.size(); ++i) {
-        Given& file = *(m_waiting.end() - static_cast<std::ptrdiff_t>(opened.size() - i));
-        const int* const descriptor = std::get_if<int>(&opened[i]);
-        struct stat status = {};
-        file.isPipe = descriptor && (::fstat(*descriptor, &status) != 0 || !S_ISREG(status.st_mode));
-        const auto refusal = descriptor ? std::nullopt : std::optional(std::get<Refusal>(opened[i]));
-        talk.tell(TalkKind::answer, packed(true, file.isOnly, refusal, i + 1 == opened.size()),
-                  descriptor ? *descriptor : -1);
-        if (descriptor) ::close(*descriptor);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const int* const descriptor = std::get_if<int>(&files[i]);
+        const auto refusal = descriptor ? std::nullopt : std::optional(std::get<Refusal>(files[i]));
+        const std::string answer = packed(true, m_waiting[i].isOnly, refusal, i + 1 == files.size());
+        // Else it would wait for it, and be waited for.
+        if (!talk.tell(TalkKind::answer, answer, descriptor ? *descriptor : -1))
+            throw std::runtime_error("a file can't be handed over");
     }
-    if (opened.size() == 1) goOn();
+    if (files.size() == 1) goOn();
 }
 
 void ApartReader::goOn() {
@@ -120,16 +144,18 @@ void ApartReader::readOn(const std::stop_token& stop) {
     std::size_t count = 0, size = 0;
     for (const TalkKind kind : {TalkKind::found, TalkKind::problem}) {
         request.on(kind, [this, kind, &count, &size](std::string_view bytes, const Talk&) {
-            const bool isMessage = kind == TalkKind::found;
-            if (count++ == messagesAtOnce || size >= bytesAhead || (isMessage && !m_file))
+            if (count++ == messagesAtOnce || size >= bytesAhead || (kind == TalkKind::found && !m_file))
                 throw DecodingError("more than was asked for");
-            size += isMessage ? bytes.size() : 0;
+            size += bytes.size();
             take(found(kind, bytes));
         });
     }
     bool isThere = !isNew;
+    m_hasChanged = false;
     if (isNew) {
+        m_isResuming = true;
         const auto piece = request.run(TalkKind::resume, packed(m_again.empty() ? 0 : m_again.front().given));
+        m_isResuming = false;
         isThere = piece && piece->kind == TalkKind::several;
     }
     if (isThere) {
@@ -145,7 +171,11 @@ void ApartReader::readOn(const std::stop_token& stop) {
     m_bytesBefore += std::exchange(m_bytesOfProcess, 0);
     m_alone = messagesAtOnce;
     const std::size_t most = m_file || m_again.empty() ? mostEnded : mostUnasked;
-    if (!stop.stop_requested() && (++m_ended >= most || isAtPipe())) giveUpFile(request.whyNone());
+    if (!stop.stop_requested() && (m_hasChanged || ++m_ended >= most || isAtPipe())) {
+        // That there is none any more ends what was begun, too.
+        const Refusal none = m_isAnyGiven ? Refusal{Refusal::Ended{}} : request.whyNone();
+        giveUpFile(m_hasChanged ? Refusal{Refusal::Moved{}} : none);
+    }
     giveAgain();
 }
 

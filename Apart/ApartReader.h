@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +10,7 @@
 #include <optional>
 #include <stop_token>
 #include <string_view>
+#include <tuple>
 
 #include "Apart/CheckProcesses.h"
 #include "Apart/CheckRequest.h"
@@ -17,6 +20,7 @@ namespace quillmark {
 
 /// Reads messages as `MailboxReader` does, by another process, for which it opens the files. Should that end,
 /// another goes on behind the messages that came; what ends two of them is given up, and the next file read.
+/// So is a file that has changed by then, as nobody has seen what would be passed over.
 class ApartReader {
 public:
     /// Of this path, under this name. `processes` must live longer.
@@ -40,6 +44,8 @@ private:
         MessagePlace place = {};
         bool isOnly = false, isPipe = false, isAgain = false;
         std::size_t given = 0;  // messages of it
+        // Which file it was, its size, and when it changed last.
+        std::tuple<dev_t, ino_t, off_t, time_t, long> state = {};
     };
 
     void giveFiles(const Talk& talk);
@@ -63,6 +69,8 @@ private:
     std::size_t m_ended = 0;           // processes since the last message
     std::size_t m_alone = 0;           // messages that are asked for one at a time, as a process has ended
     bool m_isAnyGiven = false, m_areAllGiven = false, m_hasEnded = false;
+    bool m_isResuming = false;  // a process passes over what came of a file
+    bool m_hasChanged = false;  // that file, since
     std::uint64_t m_bytesBefore = 0, m_bytesOfProcess = 0;
 };
 

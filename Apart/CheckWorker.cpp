@@ -149,6 +149,7 @@ public:
             auto [isThere, isOnly, refusal, last] =
                 unpacked<bool, bool, std::optional<Refusal>, bool>(piece.bytes);
             if (!isThere) return std::nullopt;
+            if (!refusal && piece.file < 0) throw std::runtime_error("there is no descriptor for a file");
             File file{.isOnly = isOnly};
             file.opened = refusal ? std::variant<int, Refusal>(std::move(*refusal)) : piece.file;
             m_files.push_back(std::move(file));
@@ -328,8 +329,9 @@ struct CheckWorker::State {
         }
         const auto& problem = std::get<FoundProblem>(found);
         const SentMessage place{.inside = problem.place.inside, .number = problem.place.number};
-        (m_window.*tell)(Kind::problem, packed(place, problem.refusal, bytesRead));
-        return 0;
+        const std::string bytes = packed(place, problem.refusal, bytesRead);
+        (m_window.*tell)(Kind::problem, bytes);
+        return bytes.size();
     }
 
     Window m_window;

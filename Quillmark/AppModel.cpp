@@ -295,7 +295,8 @@ void AppModel::take(Piece& piece, Burst& burst) {
     Running& running = found->second;
     running.bytesRead = std::max(running.bytesRead, piece.bytesRead);
     const auto* refusal = std::get_if<Refusal>(&piece.outcome.value);
-    const bool isCut = refusal && std::holds_alternative<Refusal::Ended>(refusal->value);
+    const bool isCut = refusal && (std::holds_alternative<Refusal::Ended>(refusal->value) ||
+                                   std::holds_alternative<Refusal::Moved>(refusal->value));
     if (isCut) running.isCut = true;
     if (piece.outcome.isOutermost && !isCut) ++running.outer;
     if (refusal) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -127,15 +128,15 @@ TEST(CheckProcesses, areNotWaitedForBehindAStop) {
     EXPECT_TRUE(processes.take()) << "it was not silent for as long as it may be";
 }
 
-/// Whether the next process is to end before it asks for anything; shared with all.
-std::atomic<bool>& endsAtOnce() {
+/// How many of the next processes are to end before they ask for anything; shared with all.
+std::atomic<int>& endAtOnce() {
     static void* const place =
-        mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    static auto* const flag = new (place) std::atomic<bool>(false);
-    return *flag;
+        mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    static auto* const count = new (place) std::atomic<int>(0);
+    return *count;
 }
 
-/// Reads a whole file a message, and ends at one that says so; so does the next process, at once.
+/// Reads a whole file a message, and ends at one that says so; so does the next process, at once, or all.
 void serveFiles(const Channel& channel) {
     const Talk talk(channel);
     std::deque<int> files;
@@ -154,13 +155,13 @@ void serveFiles(const Channel& channel) {
         files.pop_front();
         if (areSeveral) talk.tellWithNext(TalkKind::opened, {});
         if (size == sizeof bytes) {
-            endsAtOnce() = true;
+            endAtOnce() = std::string_view(bytes, size) == "all" ? 1'000'000 : 1;
             raise(SIGKILL);
         }
         return std::string(bytes, size);
     };
     while (const auto piece = talk.hear(Talk::Files::taken)) {
-        if (endsAtOnce().exchange(false)) raise(SIGKILL);
+        if (endAtOnce() > 0 && endAtOnce()-- > 0) raise(SIGKILL);
         std::size_t passed =
             piece->kind == TalkKind::resume ? std::get<0>(unpacked<std::size_t>(piece->bytes)) : 0;
         while (passed > 0 && next()) --passed;
@@ -171,25 +172,120 @@ void serveFiles(const Channel& channel) {
     }
 }
 
+using Lines = std::multiset<std::string>;
+
+/// What each file gave that is read from now on.
+Lines whatIsLeft(ApartReader& reader, const test::TemporaryFolder& folder) {
+    Lines found;
+    while (const auto each = reader.next({})) {
+        const auto* const message = std::get_if<FoundMessage>(&*each);
+        const auto is = [&](const Refusal& why) { return std::get<FoundProblem>(*each).refusal == why; };
+        const std::string what = message                  ? std::string(message->bytes.view())
+                                 : is({Refusal::Ended{}}) ? "ended"
+                                 : is({Refusal::Moved{}}) ? "changed"
+                                                          : "not read";
+        found.insert(placeOf(*each).path.substr((folder / "").size()) + ": " + what);
+    }
+    return found;
+}
+
 TEST(ApartReader, givesFilesAgainThatAProcessLeft) {
     test::TemporaryFolder folder;
-    std::set<std::string> expected;
+    Lines expected;
     for (int i = 10; i < 40; ++i) {
         const bool dies = i == 13 || i == 20;
         const std::string name = std::to_string(i);
         folder.write(name, dies ? "die" : name);
         expected.insert(name + (dies ? ": ended" : ": " + name));
     }
-    endsAtOnce() = false;
+    endAtOnce() = 0;
     CheckProcesses processes(serveFiles);
     ApartReader reader(processes, {.path = folder / ""});
-    std::multiset<std::string> found;
-    while (const auto each = reader.next({})) {
-        const auto* const message = std::get_if<FoundMessage>(&*each);
-        const std::string what = message ? std::string(message->bytes.view()) : "ended";
-        found.insert(placeOf(*each).path.substr((folder / "").size()) + ": " + what);
+    EXPECT_EQ(whatIsLeft(reader, folder), expected);
+}
+
+TEST(ApartReader, givesUpWhereNoProcessLives) {
+    test::TemporaryFolder folder;
+    for (int i = 10; i < 40; ++i) folder.write(std::to_string(i), i == 13 ? "all" : std::to_string(i));
+    endAtOnce() = 0;
+    CheckProcesses processes(serveFiles);
+    ApartReader reader(processes, {.path = folder / ""});
+    const Lines expected{"10: 10",    "11: 11",    "12: 12",    "12: ended", "13: ended",
+                         "14: ended", "15: ended", "16: ended", "17: ended", ": ended"};
+    EXPECT_EQ(whatIsLeft(reader, folder), expected) << "what was given, and the folder for the rest";
+}
+
+TEST(ApartReader, givesNoMoreFilesThanAProcessCanHave) {
+    test::TemporaryFolder folder;
+    Lines expected;
+    for (int i = 10; i < 30; ++i) {
+        const std::string mail = "From: a@b.example\r\n\r\n" + std::to_string(i);
+        folder.write(std::to_string(i), mail);
+        expected.insert(std::to_string(i) + ": " + mail);
     }
-    EXPECT_EQ(found, std::multiset<std::string>(expected.begin(), expected.end()));
+    rlimit usual = {};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit few = {256, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    CheckProcesses processes([](const Channel& channel) {
+        int last = 0;
+        for (int next = 0; next >= 0; next = dup(STDIN_FILENO)) last = next;
+        for (int i = 0; i < 3; ++i) close(last - i);  // as many as it can still have
+        serveChecks(channel);
+    });
+    setrlimit(RLIMIT_NOFILE, &usual);
+    ApartReader reader(processes, {.path = folder / ""});
+    EXPECT_EQ(whatIsLeft(reader, folder), expected);
+}
+
+/// What a process passes over for one that ended must be what came of it.
+TEST(ApartReader, readsOnOnlyWhatIsAsItWas) {
+    constexpr std::size_t count = 20, taken = 2;  // more than come at a time; before it happens
+    const std::string mail = "From a@b.example Sat Nov 21 10:00:00 2026\nFrom: a@b.example\n\n";
+    std::string mailbox, one = mail;
+    for (std::size_t i = 0; i < count; ++i) mailbox += mail + "x\n\n";
+    one.resize(mailbox.size(), 'x');
+    namespace fs = std::filesystem;
+    const struct {
+        const char* what;
+        bool isTold;
+        std::function<void(const fs::path& file, const fs::path& other)> happens;
+    } rows[] = {
+        {"nothing", false, [](const auto&...) {}},
+        {"it is gone", true, [](const auto& file, const auto&) { fs::remove(file); }},
+        {"it is another", true, [](const auto& file, const auto& other) { fs::rename(other, file); }},
+        {"it is shorter", true, [](const auto& file, const auto&) { fs::resize_file(file, 70); }},
+        {"it holds fewer, unnoticed", true,
+         [&](const auto& file, const auto&) {
+             const auto time = fs::last_write_time(file);
+             std::ofstream(file) << one;
+             fs::last_write_time(file, time);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const test::TemporaryFolder folder, beside;
+        const std::string path = folder.write("box", mailbox), other = beside.write("box", mailbox);
+        for (const char* name : {"c", "d"}) folder.write(name, "From: a@b.example\n\n" + std::string(name));
+        // Each process ends when it is to go on.
+        CheckProcesses processes([](const Channel& channel) {
+            const Talk talk(channel);
+            CheckWorker worker(channel);
+            bool hasRead = false;
+            while (const auto piece = talk.hear(Talk::Files::taken)) {
+                if (piece->kind == TalkKind::next && std::exchange(hasRead, true)) raise(SIGKILL);
+                worker.answer(*piece);
+            }
+        });
+        ApartReader reader(processes, {.path = folder / ""});
+        for (std::size_t i = 0; i < taken; ++i) ASSERT_TRUE(reader.next({}));
+        row.happens(path, other);
+        const Lines found = whatIsLeft(reader, folder);
+        EXPECT_EQ(found.count("box: changed"), row.isTold ? 1u : 0u);
+        EXPECT_EQ(found.size() - found.count("box: changed") == count - taken + 2, !row.isTold);
+        for (const std::string name : {"c", "d"})
+            EXPECT_EQ(found.count(name + ": From: a@b.example\n\n" + name), 1u);
+    }
 }
 
 /// A sender may write any time into a signature.
