@@ -23,7 +23,10 @@ DNSRecordType recordType(int code) {
 
 bool AskedNames::mayAsk(std::string_view name) {
     if (m_asked.contains(name)) return true;
-    if (m_names == 0 || name.size() > m_bytes) return false;
+    if (m_names == 0 || name.size() > m_bytes) {
+        if (++m_refused > NameBounds::mostRefused) throw DecodingError("names that no message has");
+        return false;
+    }
     --m_names;
     m_bytes -= name.size();
     m_asked.emplace(name);
@@ -92,6 +95,9 @@ std::string CheckQuestions::answer(TalkKind kind, std::string_view bytes) {
 std::string CheckQuestions::lookup(std::string_view bytes) {
     const auto [name, code, deadline] = unpacked<std::string_view, int, std::int64_t>(bytes);
     const DNSRecordType type = recordType(code);
+    // As with whoever would be asked; and nothing is taken down of a name that may be as long as a message.
+    if (nameFault(name) == NameFault::unfit)
+        return packed(sentAnswer(DNSAnswer::nxdomain(), {}), std::optional<std::size_t>());
     const std::string question = StaticResolver::key(name, type);
     if (!m_names.mayAsk(name)) m_failures->dns.keep(question, NameBounds::failure);
     try {
@@ -111,8 +117,10 @@ std::string CheckQuestions::registration(std::string_view bytes) {
     std::optional<Date> date;
     try {
         if (!m_registry) throw DecodingError("no registry is asked");
-        if (!m_names.mayAsk(domain))
+        if (!m_names.mayAsk(domain)) {
+            if (nameFault(domain) == NameFault::unfit) throw RDAPError(NameBounds::failure);
             m_failures->registrations.keep(asciiLowered(domain), NameBounds::failure);
+        }
         date = m_registry->registrationDate(domain, {m_stop, receivedTime(deadline)});
     } catch (const RDAPError& error) {
         failure = error.what();

@@ -34,16 +34,21 @@ struct NameBounds {
     static constexpr std::size_t mostAttached = 20, bytesAttached = 800;
     /// What each further question fails with.
     static constexpr const char* failure = "this message asks for too many names";
+    /// Questions that fail so, of a message: what asks for more is no check any more.
+    static constexpr std::size_t mostRefused = 1'000;
 };
 
 /// Counts names, each once.
 class AskedNames {
 public:
-    void allow(std::size_t names, std::size_t bytes) { m_names += names, m_bytes += bytes; }
+    /// For the next message.
+    void allow(std::size_t names, std::size_t bytes) { m_names += names, m_bytes += bytes, m_refused = 0; }
+    /// Throws `DecodingError` when it was said too often that it may not.
     bool mayAsk(std::string_view name);
 
 private:
     std::size_t m_names = 0, m_bytes = 0;  // that are left
+    std::size_t m_refused = 0;
     std::set<std::string, std::less<>> m_asked = {};
 };
 

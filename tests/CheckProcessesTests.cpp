@@ -367,8 +367,9 @@ TEST(CheckQuestions, boundTheNamesOfAMessage) {
         CheckQuestions questions({.resolver = std::make_shared<StaticResolver>(StaticResolver::Answers())},
                                  {});
         const auto name = [&](std::size_t which) {
-            std::string end = std::to_string(which) + ".example";
-            return std::string(row.length - end.size(), 'a') + end;
+            std::string made = std::to_string(which) + ".example";
+            while (made.size() < row.length) made.insert(0, made.size() % 10 == 0 ? "." : "a");
+            return made;
         };
         std::size_t number = 0;
         for (const std::size_t most : {row.first, row.attached}) {
@@ -378,6 +379,11 @@ TEST(CheckQuestions, boundTheNamesOfAMessage) {
             EXPECT_TRUE(isAnswered(questions, name(0))) << "asked for before";
         }
         EXPECT_FALSE(questions.failures()->dns.entries().empty()) << "a check again is told the same";
+        EXPECT_TRUE(isAnswered(questions, std::string(1'000'000, 'a'))) << "that there is no such name";
+        const auto askOn = [&] {
+            for (std::size_t i = 0; i <= NameBounds::mostRefused; ++i) isAnswered(questions, name(number++));
+        };
+        EXPECT_THROW(askOn(), DecodingError) << "what is taken down of it would fill the memory";
     }
 }
 
