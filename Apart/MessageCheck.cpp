@@ -151,8 +151,9 @@ bool holdsSeveral(std::string_view file) {
 }
 
 OpenMailbox::OpenMailbox(const MessagePlace& file)
-    : reader(std::make_unique<MailboxReader>(file.path, file.file)) {}
-OpenMailbox::OpenMailbox(std::unique_ptr<ApartReader> of) : apart(std::move(of)) {}
+    : place(file), reader(std::make_unique<MailboxReader>(file.path, file.file)) {}
+OpenMailbox::OpenMailbox(const MessagePlace& file, std::unique_ptr<ApartReader> of)
+    : place(file), apart(std::move(of)) {}
 OpenMailbox::~OpenMailbox() = default;
 
 MessageChecker::MessageChecker(std::shared_ptr<DNSResolver> resolver,
@@ -227,7 +228,7 @@ void MessageChecker::check(Found found, const std::stop_token& stop, const Recei
 std::optional<MessageChecker::Next> MessageChecker::next(OpenMailbox& mailbox,
                                                          const std::stop_token& stop) const {
     const std::lock_guard turn(mailbox.apart ? mailbox.reading : m_reading);
-    if (stop.stop_requested()) return std::nullopt;
+    if (stop.stop_requested() || mailbox.hasFailed) return std::nullopt;
     try {
         auto found = mailbox.first   ? std::exchange(mailbox.first, std::nullopt)
                      : mailbox.apart ? mailbox.apart->next(stop)
@@ -236,8 +237,9 @@ std::optional<MessageChecker::Next> MessageChecker::next(OpenMailbox& mailbox,
         const std::uint64_t bytesRead =
             mailbox.apart ? mailbox.apart->bytesRead() : mailbox.reader->bytesRead();
         return Next{std::move(*found), ++mailbox.given, bytesRead};
-    } catch (const std::bad_alloc&) {
-        return std::nullopt;
+    } catch (const std::bad_alloc& error) {
+        mailbox.hasFailed = true;
+        return Next{FoundProblem{unreadable(error), mailbox.place}, ++mailbox.given};
     }
 }
 
@@ -421,7 +423,7 @@ std::shared_ptr<OpenMailbox> MessageChecker::openApart(const MessageSource& sour
             {.kind = TalkKind::open, .source = std::move(file), .files = reader.get()}, id, stop, receiver);
         if (end != TalkKind::several || stop.stop_requested()) return nullptr;
     }
-    const auto mailbox = std::make_shared<OpenMailbox>(std::move(reader));
+    const auto mailbox = std::make_shared<OpenMailbox>(source.place, std::move(reader));
     mailbox->expectedBytes = MailboxReader::expectedBytes(source.place.path);
     return mailbox;
 }

@@ -91,13 +91,15 @@ struct OpenMailbox {
     /// Read by this process.
     explicit OpenMailbox(const MessagePlace& file);
     /// Read by another.
-    explicit OpenMailbox(std::unique_ptr<ApartReader> reader);
+    OpenMailbox(const MessagePlace& file, std::unique_ptr<ApartReader> reader);
     ~OpenMailbox();
+    const MessagePlace place;
     std::unique_ptr<MailboxReader> reader;  ///< one of these two
     std::unique_ptr<ApartReader> apart;
     std::mutex reading = {};
     std::optional<Found> first = {};  ///< that was read to see whether there are several
     std::size_t given = 0;
+    bool hasFailed = false;                           ///< there was no memory for the next one
     std::optional<std::uint64_t> expectedBytes = {};  ///< of its files
 };
 
