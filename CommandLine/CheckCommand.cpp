@@ -314,16 +314,24 @@ private:
     }
 
     /// Of a hostile message the text may have a gigabyte, and the report some hundred megabytes.
-    static void writeJSON(OrderedRun::Message& message, ProofReport report,
-                          const std::optional<std::string>& path, const std::optional<std::string>& sha256) {
+    void writeJSON(OrderedRun::Message& message, ProofReport report, const std::optional<std::string>& path,
+                   const std::optional<std::string>& sha256) const {
         if (auto json = compactJSONWithin(longestWaiting, report, path, sha256)) {
             message.report = std::move(*json);
             return;
         }
+        const auto name = path ? path : report.fileName;
+        const std::string cutOff = problemLine(unreadable(ENOMEM), name, m_command.reader);
         const auto kept = std::make_shared<const ProofReport>(std::move(report));
-        message.longReport = [kept, path, sha256](const OrderedRun::Sink& sink) {
-            writeCompactJSON(sink, *kept, path, sha256);
+        message.longReport = [kept, path, sha256, cutOff](const OrderedRun::Sink& sink) {
+            std::string problem;
+            try {
+                writeCompactJSON(sink, *kept, path, sha256);
+            } catch (const std::bad_alloc&) {
+                problem = cutOff;
+            }
             sink("\n");
+            return problem;
         };
     }
 

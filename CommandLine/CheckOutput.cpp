@@ -106,7 +106,9 @@ void CheckOutput::print(const OrderedRun::Message& message) {
     if (!message.row.empty() && m_table->isStream()) m_table->write(message.row);
     if (message.longReport) {
         const Undisturbed whole;
-        message.longReport([this](std::string_view piece) { m_output.write(piece); });
+        const auto problem = message.longReport([this](std::string_view piece) { m_output.write(piece); });
+        if (!problem.empty()) writeProblem(problem);
+        m_isAnyCutOff |= !problem.empty();
     }
     if (message.report.empty()) return;
     const bool isLine = m_command.json || m_command.each;
@@ -132,7 +134,7 @@ int CheckOutput::finish(std::int64_t passedOver) {
     m_isPrinting = false;
     m_printed.notify_all();
     const bool isFailure = m_command.failOn && isAnyAsBadAs(m_totals, *toneNamed(*m_command.failOn));
-    return isFailure ? 3 : m_status;
+    return isFailure ? 3 : m_isAnyCutOff ? 1 : m_status;
 }
 
 void CheckOutput::finishEarly(Ending ending) {

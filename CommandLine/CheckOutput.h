@@ -76,7 +76,7 @@ private:
     std::optional<OutputFile>&m_table, &m_recording, &m_page;
     std::optional<Progress> m_progress = {};
     std::int64_t m_noEmails = 0;  // files of folders
-    bool m_isFirst = true;
+    bool m_isFirst = true, m_isAnyCutOff = false;
     std::atomic<std::int64_t> m_expectedOutcomes = 0;
 
     std::mutex m_mutex = {};  // held for good by whoever ends the process early

@@ -35,8 +35,9 @@ public:
         std::string hint = {};     ///< one line beside the report; empty when there is none
         Counted counted = {};      ///< of its report
         std::string report = {};   ///< as it is printed; empty when it is not to be
-        /// In its place, where it is too long to wait as a text: writes it.
-        std::function<void(const Sink&)> longReport = {};
+        /// In its place, where it is too long to wait as a text: writes it, a line of its own. Gives one line
+        /// when there was no memory for all of it; else nothing.
+        std::function<std::string(const Sink&)> longReport = {};
         std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
         std::string notKept = {};  ///< one line, when it is too large for the history; else empty
         std::string row = {};      ///< of the CSV file; empty without one

@@ -151,8 +151,9 @@ void ResultFile::take(const OrderedRun::Outcome& outcome) {
                 m_problems.push_back(line);
             }
             m_file->write(message.report);
-            if (message.longReport)
-                message.longReport([this](std::string_view piece) { m_file->write(piece); });
+            if (!message.longReport) continue;
+            const auto problem = message.longReport([this](std::string_view piece) { m_file->write(piece); });
+            if (!problem.empty()) throw OutputFileError(m_place.result, ENOMEM);
         }
     } catch (const OutputFileError& error) {
         m_file.reset();

@@ -45,7 +45,8 @@ TEST(OrderedRun, longReportsWaitForTheirTurn) {
     for (int i = 0; i < 3; ++i) run.take();
     std::atomic<bool> isDone = false;
     std::jthread worker([&] {
-        run.finish(2, {{{.longReport = [](const OrderedRun::Sink& sink) { sink("2"); }}}});
+        run.finish(2,
+                   {{{.longReport = [](const OrderedRun::Sink& sink) { return sink("2"), std::string(); }}}});
         isDone = true;
     });
     run.finish(1, {{{.report = "1"}}});
