@@ -468,13 +468,14 @@ std::vector<TextBlock> changesOf(const ReportNote& note, const SignedText* text,
 
 /// Sets what was changed under each note that a signature holds again.
 void addChanges(ReportContent& content, const ProofReport& report,
-                const std::optional<CheckedMessage>& checked, const Words& words) {
+                const std::optional<CheckedMessage>& checked, const Words& words,
+                const std::stop_token& stop) {
     std::vector<const ReportNote*> notes;
     for (const ReportNote& note : report.notes) {
         if (std::holds_alternative<ReportNote::Undone>(note.value)) notes.push_back(&note);
     }
     if (notes.empty()) return;
-    const auto texts = checked ? signedTexts(*checked, report) : std::vector<SignedText>();
+    const auto texts = checked ? signedTexts(*checked, report, stop) : std::vector<SignedText>();
     for (ReportSection& section : content.sections) {
         for (ReportLine& line : section.notes) {
             if (!line.undone) continue;
@@ -609,12 +610,12 @@ QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Word
 
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
                  const QString& mailbox, const std::optional<ReportExpectation>& expectation,
-                 const Words& words) {
+                 const Words& words, const std::stop_token& stop) {
     std::optional<std::vector<PathStep>> path;
     if (checked) path = receivedPath(*checked);
     ReportContent content = reportContent(report, path, paperCaps, words);
     content.expectation = expectation;
-    addChanges(content, report, checked, words);
+    addChanges(content, report, checked, words, stop);
     PDFFrame frame = frameOf(report, checked, mailbox, words);
     moveAnswerer(content, frame, report, words);
     return pdfOf(content, frame, words);

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include "Apart/MessageCheck.h"
@@ -23,10 +24,11 @@ struct PDFFrame {
 QByteArray pdfOf(const ReportContent& content, const PDFFrame& frame, const Words& words);
 
 /// The same of a check, whose frame says what it was made from, where that is at hand. `mailbox`: how far the
-/// one came that the message was found in; empty unless it was stopped.
+/// one came that the message was found in; empty unless it was stopped. `stop`: of what was signed there is
+/// what the report says, unless it was found by then.
 QByteArray pdfOf(const ProofReport& report, const std::optional<CheckedMessage>& checked,
                  const QString& mailbox, const std::optional<ReportExpectation>& expectation,
-                 const Words& words);
+                 const Words& words, const std::stop_token& stop = {});
 
 /// The name that is proposed for an export: the verdict's domain, or "Report", and the day of the check,
 /// "example.org 2026-01-15.pdf". Only letters, digits, ".", "_", "-" and blanks of ASCII, at most 100

@@ -44,6 +44,8 @@ namespace quillmark {
 
 namespace {
 
+/// How long the end waits for exports that wait for a process themselves, in milliseconds.
+constexpr int patienceWithExports = 5'000;
 /// After the list was made anew it is left alone for so many times as long, at most for so many milliseconds.
 constexpr qint64 restAfterList = 8, longestRest = 200;
 constexpr std::size_t longestInBack = 60;  // bytes
@@ -142,6 +144,7 @@ void QuillmarkApp::quit() {
 
 void QuillmarkApp::finish() {
     m_reading.request_stop();
+    if (!m_exports.waitForDone(patienceWithExports)) m_exporting.request_stop();
     m_exports.waitForDone();
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);  // what they had to tell
 }
@@ -642,8 +645,8 @@ void QuillmarkApp::exportPDF() {
     if (!report) return;
     save(QStringLiteral(".pdf"), m_words("PDF documents"),
          [words = m_words, report, checked = m_model.message(report->id), mailbox = stoppedMailbox(*report),
-          expectation = expectationOf(*report)] {
-             return pdfOf(*report, checked, mailbox, expectation, words).toStdString();
+          expectation = expectationOf(*report), stop = m_exporting.get_token()] {
+             return pdfOf(*report, checked, mailbox, expectation, words, stop).toStdString();
          });
 }
 

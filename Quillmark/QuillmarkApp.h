@@ -126,7 +126,8 @@ private:
     QPointer<SettingsView> m_settings;
     QPointer<HelpView> m_help;
     QPointer<MessageTextView> m_text;
-    std::stop_source m_reading = {};  // of what it shows
+    std::stop_source m_reading = {};    // of what it shows
+    std::stop_source m_exporting = {};  // what is exported waits for no process any more
     QFont m_font;
     QString m_lastFolder = {};  // empty until something was chosen
 };
