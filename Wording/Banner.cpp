@@ -20,6 +20,8 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t mostCautions = 50;
+/// Signs of letters that are looked at: a message can have millions.
+constexpr std::size_t mostLetters = 1'000;
 constexpr std::size_t mostDamages = 3;  // of which it is told; the others stand with the findings
 
 /// Whom or what a caution is about.
@@ -41,6 +43,21 @@ struct Caution {
                  OddLetters>
         what;
     const DKIMResult* signature = nullptr;  // that says it
+};
+
+/// What changes the headline's meaning, what weighs most first.
+struct Cautions {
+    std::vector<Caution> first = {};
+    std::size_t more = 0;  ///< that were not looked at, and are taken for such about the sender
+
+    bool isSenderOdd() const {
+        return more > 0 || std::ranges::count(first, Subject::sender, &Caution::subject) > 0;
+    }
+    /// Whether there are none but of letters that are what they seem.
+    bool areOfLetters() const {
+        return more == 0 && std::ranges::all_of(
+                                first, [](const Caution& each) { return each.subject == Subject::letters; });
+    }
 };
 
 /// One overload for each sign. The plainest trick comes first.
@@ -145,12 +162,18 @@ void addDomains(std::vector<Caution>& cautions, const ProofReport& report) {
     }
 }
 
-/// What changes the headline's meaning, what weighs most first.
-std::vector<Caution> cautionsOf(const ProofReport& report) {
-    std::vector<Caution> cautions;
+Cautions cautionsOf(const ProofReport& report) {
+    Cautions all;
+    std::vector<Caution>& cautions = all.first;
     addDomains(cautions, report);
+    std::size_t letters = 0;
     for (const LookAlikeFlag& flag : report.flags) {
         const auto* punycode = std::get_if<LookAlikeFlag::Punycode>(&flag.value);
+        const bool isOfLetters = punycode || std::holds_alternative<LookAlikeFlag::MixedScripts>(flag.value);
+        if (isOfLetters && ++letters > mostLetters) {
+            ++all.more;
+            continue;
+        }
         const Subject subject = punycode ? ofLetters(punycode->domain) : Subject::sender;
         cautions.push_back({subject, std::visit(RankOfSign{}, flag.value), &flag});
     }
@@ -170,7 +193,7 @@ std::vector<Caution> cautionsOf(const ProofReport& report) {
     std::ranges::stable_sort(cautions, {}, [&](const Caution& each) {
         return std::pair(each.subject == first ? -1 : static_cast<int>(each.subject), each.rank);
     });
-    return cautions;
+    return all;
 }
 
 std::string flagLine(const LookAlikeFlag& flag, const Reader& reader) {
@@ -237,10 +260,10 @@ private:
     }
 };
 
-void addCautions(Banner& banner, const ProofReport& report, const std::vector<Caution>& cautions,
-                 const Reader& reader) {
+void addCautions(Banner& banner, const ProofReport& report, const Cautions& cautions, const Reader& reader) {
     std::set<std::string> said;  // two signatures of one domain have the same to say
-    for (const Caution& each : cautions) {
+    banner.more = cautions.more;
+    for (const Caution& each : cautions.first) {
         if (banner.cautions.size() == mostCautions) {
             ++banner.more;
             continue;
@@ -423,10 +446,9 @@ std::string afterBreaking(const ProofReport& report, const Reader& reader) {
 }
 
 /// Never that one may rely on a message of which anything is open.
-std::string whatToDo(const ProofReport& report, const std::vector<Caution>& cautions, const Reader& reader) {
+std::string whatToDo(const ProofReport& report, const Cautions& cautions, const Reader& reader) {
     const Verdict& verdict = report.verdict;
-    const bool isSenderOdd = std::ranges::count(cautions, Subject::sender, &Caution::subject) > 0;
-    const auto isOfLetters = [](const Caution& each) { return each.subject == Subject::letters; };
+    const bool isSenderOdd = cautions.isSenderOdd();
     const std::string beforeAnything = reader.translate(
         "Don’t use its links, open its attachments or answer before that is explained. If in doubt, ask in a "
         "way that you know from before.");
@@ -435,7 +457,7 @@ std::string whatToDo(const ProofReport& report, const std::vector<Caution>& caut
     switch (verdict.kind) {
         case VerdictKind::verified:
             if (isSenderOdd) return beforeAnything;
-            if (!std::ranges::all_of(cautions, isOfLetters)) {
+            if (!cautions.areOfLetters()) {
                 return reader.translate(
                     "Rely on nothing that isn’t signed. If it matters, ask the sender in another way.");
             }
@@ -448,8 +470,7 @@ std::string whatToDo(const ProofReport& report, const std::vector<Caution>& caut
                 "text before.");
         case VerdictKind::signedByOther:
             if (isSenderOdd) return beforeAnything;
-            if (!std::ranges::all_of(cautions, isOfLetters) || verdict.fromDomain.empty() ||
-                deciderOf(report, reader))
+            if (!cautions.areOfLetters() || verdict.fromDomain.empty() || deciderOf(report, reader))
                 return ask;
             return reader.translate(
                 "Ask yourself what %1 has to do with %2. If you don’t know, ask the sender in another way.",
@@ -467,7 +488,7 @@ std::string whatToDo(const ProofReport& report, const std::vector<Caution>& caut
         case VerdictKind::couldNotCheck:
             return reader.translate("Check the message again. Don’t rely on it before.");
         case VerdictKind::allowedServerOnly:
-            if (!std::ranges::all_of(cautions, isOfLetters)) return ask;
+            if (!cautions.areOfLetters()) return ask;
             return reader.translate(
                 "Ask the sender in another way if money, passwords or haste are involved.");
         case VerdictKind::cannotProve:
@@ -481,7 +502,7 @@ std::string whatToDo(const ProofReport& report, const std::vector<Caution>& caut
 }  // namespace
 
 Banner bannerOf(const ProofReport& report, const Reader& reader) {
-    const std::vector<Caution> cautions = cautionsOf(report);
+    const Cautions cautions = cautionsOf(report);
     Banner banner{.tone = report.verdict.tone,
                   .headline = headline(report.verdict, reader),
                   .explanation = explanation(report, reader),
@@ -493,7 +514,9 @@ Banner bannerOf(const ProofReport& report, const Reader& reader) {
     return banner;
 }
 
-bool hasCautions(const ProofReport& report) { return !report.flags.empty() || !cautionsOf(report).empty(); }
+bool hasCautions(const ProofReport& report) {
+    return !report.flags.empty() || !cautionsOf(report).first.empty();
+}
 
 std::string toneWord(Tone tone, const Reader& reader) {
     switch (tone) {
