@@ -30,6 +30,7 @@ constexpr std::size_t longestExcerpt = 200;
 constexpr std::size_t mostChainKeys = 10;                    // of which a note is made
 constexpr std::size_t mostFieldNames = 12;                   // of signed lines that are told
 constexpr std::size_t longestReading = 100'000;              // bytes of a field or name read anew
+constexpr std::size_t mostReread = 2'000'000;                // of all fields of a name
 constexpr std::size_t mostKnown = 10;                        // addresses that readings are compared with
 constexpr std::size_t longestHost = 253, longestLabel = 63;  // RFC 1035, section 2.3.4, as text
 constexpr auto clockError = std::chrono::minutes(10);
@@ -151,12 +152,14 @@ void addOtherReading(Notes& notes, const MailMessage& message, const ProofReport
     std::set<std::string> domains, organizations;  // that were looked at
     const auto isNews = [&](const std::string& address) {
         const std::string domain = MailAddress::domainPart(address);
-        return domains.insert(domain).second &&
+        return domain.find('.') != std::string::npos && domains.insert(domain).second &&
                organizations.insert(suffixes.organizationalDomain(comparableDomain(domain))).second &&
                isStranger(domain, known, suffixes) && !isWarnedOf(domain);
     };
+    std::size_t left = mostReread;
     for (const std::string& value : valuesToRead(message, field)) {
-        if (value.size() > longestReading) continue;  // no program shows the like
+        if (value.size() > std::min(longestReading, left)) continue;  // no program shows the like
+        left -= value.size();
         std::vector<std::string> readings = readableAddresses(value);
         if (auto bracketed = firstBracketed(value)) readings.push_back(std::move(*bracketed));
         for (const MailAddress& address : known) readings.push_back(upToEndOfDomain(address.address));
