@@ -35,14 +35,21 @@ std::optional<std::string_view> domainShown(std::string_view name) {
 /// F's domain and those of the Reply-To addresses, as far as they may be international: sorted, each once.
 TextList internationalDomains(std::string_view from, const PackedList<MailAddress>& replyTo) {
     std::vector<std::string> domains;
+    const auto sortOnce = [&] {
+        std::ranges::sort(domains);
+        domains.erase(std::unique(domains.begin(), domains.end()), domains.end());
+    };
+    std::size_t room = 65'536;  // a message may have millions, and few that differ
     const auto add = [&](std::string domain) {
-        if (!isASCII(domain) || domain.find("xn--") != std::string::npos)
-            domains.push_back(std::move(domain));
+        if (isASCII(domain) && domain.find("xn--") == std::string::npos) return;
+        domains.push_back(std::move(domain));
+        if (domains.size() < room) return;
+        sortOnce();
+        room = std::max(room, 2 * domains.size());
     };
     add(MailAddress::domainPart(from));
     for (const auto& reply : replyTo) add(MailAddress::domainPart(reply.address));
-    std::ranges::sort(domains);
-    domains.erase(std::unique(domains.begin(), domains.end()), domains.end());
+    sortOnce();
     TextList packed;  // a message may have millions
     for (const std::string& domain : domains) packed.push_back(domain);
     return packed;
