@@ -27,6 +27,7 @@ constexpr std::size_t mostAlternatives = 400;  // of one name
 constexpr std::size_t mostNames = 100;         // in `h=` of which alternatives are looked for
 constexpr std::size_t mostOfName = 20;         // fields of a name
 constexpr std::size_t mostEvidence = 50;       // fields that keep what others said
+constexpr std::size_t shortestEvidence = 4;    // bytes of the name of one
 constexpr std::size_t mostAddresses = 12;      // where the author's may stand
 constexpr std::size_t mostPrefixes = 6;        // tags and marks of an answer in front of a subject
 constexpr std::size_t longestUndoneField = 8'192;
@@ -376,6 +377,7 @@ public:
         readCopies();
         for (const HeaderField& field : message.headers()) {
             if (m_evidence.size() == mostEvidence) break;
+            if (field.name.size() < shortestEvidence) continue;
             const std::string name = asciiLowered(field.name.substr(0, 100));
             const bool isKept = name.find("original") != std::string::npos || name.starts_with("x-old-") ||
                                 name.starts_with("old-");
@@ -390,12 +392,13 @@ public:
         Axis lists;
         std::vector<std::string> names;
         const auto addName = [&](std::string_view asWritten) {
+            if (names.size() == mostNames) return;
             std::string name = asciiLowered(asWritten);
-            if (names.size() < mostNames && std::ranges::find(names, name) == names.end())
-                names.push_back(std::move(name));
+            if (m_written.try_emplace(name).second) names.push_back(std::move(name));
         };
         for (const std::string_view name : m_signature.signedHeaders) addName(name);
         for (const HeaderHint& hint : m_hints) addName(hint.name);
+        readWritten();
         for (const std::string& name : names) {
             const Fields given = fieldsOf(name);
             const bool isLong = std::ranges::any_of(
@@ -470,6 +473,18 @@ private:
         }
     }
 
+    /// How `h=` writes each name. One that lists all in small letters says nothing of how they stood.
+    void readWritten() {
+        if (m_signature.canonicalization.header != Canonicalization::simple) return;
+        std::set<std::string_view> known;
+        for (const std::string_view listed : m_signature.signedHeaders) {
+            const std::string name = asciiLowered(listed);
+            const auto written = listed != name ? m_written.find(name) : m_written.end();
+            if (written == m_written.end() || written->second.size() == mostAlternatives) continue;
+            if (known.insert(listed).second) written->second.emplace_back(listed);
+        }
+    }
+
     Axis axisOf(const std::string& name, const Fields& given) const {
         Axis axis{{name}, {{0, {given}}}};
         if (const auto copies = m_copies.find(name); copies != m_copies.end()) axis.add(1, copies->second);
@@ -519,9 +534,8 @@ private:
     void addNames(Axis& axis, const std::string& raw) const {
         const auto colon = std::min(raw.find(':'), raw.size());
         const std::string name = asciiLowered(raw.substr(0, colon)), rest = raw.substr(colon);
-        for (const std::string_view listed : m_signature.signedHeaders) {
-            // One that lists all in small letters says nothing of how they stood.
-            if (listed != name && asciiLowered(listed) == name) axis.add(1, {std::string(listed) + rest});
+        if (const auto written = m_written.find(name); written != m_written.end()) {
+            for (const std::string& listed : written->second) axis.add(1, {listed + rest});
         }
         for (const std::string_view known : {"Message-ID", "Message-Id", "MIME-Version", "Mime-Version"}) {
             if (asciiLowered(known) == name) axis.add(1, {std::string(known) + rest});
@@ -675,6 +689,8 @@ private:
     const BrokenSignature& m_signature;
     const std::span<const HeaderHint> m_hints;
     std::map<std::string, Fields> m_copies = {};  // of `z=`
+    // How `h=` writes names otherwise than in small letters.
+    std::map<std::string, std::vector<std::string>> m_written = {};
     std::vector<std::pair<std::string, std::string_view>> m_evidence = {};
     bool m_isFromList = false;
 };
@@ -731,15 +747,23 @@ private:
         m_pieces.back().fixed += text;
     }
     void lay(const MailMessage& message) {
-        std::map<std::string, std::size_t> taken;  // of a name, from below; the signature itself counts
+        struct Known {
+            std::vector<Axis>::iterator axis = {};
+            std::span<const std::uint32_t> positions = {};
+            std::size_t taken = 0;  // from below; the signature itself counts
+        };
+        std::map<std::string, Known> known;  // a name may be listed millions of times
         for (const std::string_view asWritten : m_signature.signedHeaders) {
             const std::string name = asciiLowered(asWritten);
-            std::size_t& count = taken[name];
-            const auto axis = std::ranges::find_if(m_axes, [&](const Axis& each) {
-                return std::ranges::find(each.names, name) != each.names.end();
-            });
+            auto found = known.find(name);
+            if (found == known.end()) {
+                const auto axis = std::ranges::find_if(m_axes, [&](const Axis& each) {
+                    return std::ranges::find(each.names, name) != each.names.end();
+                });
+                found = known.emplace(name, Known{axis, message.positions(name)}).first;
+            }
+            auto& [axis, positions, count] = found->second;
             if (axis == m_axes.end()) {
-                const auto positions = message.positions(name);
                 while (count < positions.size() && m_size < mostHashedBytes) {
                     const HeaderField& field = message.headers()[positions[positions.size() - ++count]];
                     if (field == m_signature.field) continue;

@@ -453,8 +453,26 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
         if (const auto found = covered.find(name); found != covered.end()) return found->second;
         return std::ranges::find(namesOfContent, name) != std::end(namesOfContent) ? 1 : 0;
     };
-    std::map<std::string, std::size_t, std::less<>> passed;  // fields of a name, of which the lowest stay
-    std::set<std::string> written;                           // of the changed names
+    // Of the fields that stay, and of those that are changed.
+    std::vector<std::uint32_t> places;
+    const auto addLowest = [&](std::string_view name, std::size_t count) {
+        const auto all = message.positions(name), lowest = all.last(std::min(count, all.size()));
+        places.insert(places.end(), lowest.begin(), lowest.end());
+    };
+    for (const auto& [name, count] : covered) addLowest(name, count);
+    for (const std::string_view name : namesOfContent) addLowest(name, covered.contains(name) ? 0 : 1);
+    for (const NamedFields& fields : changes) addLowest(fields.name, message.headers().size());
+    for (const auto place : message.positions(signature.field.name)) {
+        if (message.headers()[place] == signature.field) places.push_back(place);
+    }
+    if (signature.kind == SignatureKind::arc) {
+        for (std::uint32_t place = 0; place < message.headers().size(); ++place) {
+            if (startsWithIgnoringCase(message.headers()[place].name, "arc-")) places.push_back(place);
+        }
+    }
+    std::ranges::sort(places);
+    places.erase(std::unique(places.begin(), places.end()), places.end());
+    std::set<std::string> written;  // of the changed names
     std::string header;
     const auto write = [&](const NamedFields& fields) {
         if (!written.insert(fields.name).second) return;
@@ -462,18 +480,12 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
         for (const std::string& raw : std::span(fields.fields).last(signedCount))
             header.append(raw).append(lineEnd);
     };
-    for (const HeaderField& field : message.headers()) {
-        const std::string name = asciiLowered(field.name);
-        const bool isOfChain = signature.kind == SignatureKind::arc && name.starts_with("arc-");
-        const std::size_t count = kept(name);
-        const bool isLow =
-            (count > 0 && message.positions(name).size() - passed[name]++ <= count) || isOfChain;
-        const auto found = std::ranges::find(changes, name, &NamedFields::name);
-        if (field == signature.field) {
-            header.append(field.raw).append(lineEnd);
-        } else if (found != changes.end()) {
+    for (const auto place : places) {
+        const HeaderField& field = message.headers()[place];
+        const auto found = std::ranges::find(changes, asciiLowered(field.name), &NamedFields::name);
+        if (found != changes.end() && field != signature.field) {
             write(*found);
-        } else if (isLow) {
+        } else {
             header.append(field.raw).append(lineEnd);
         }
     }
