@@ -107,9 +107,11 @@ FoundMessage extracted(const ExtractCommand& command) {
     FoundMessage outer =
         messageAt(numbers->front(), insideName(command.inside), *reader, name, command.reader);
     // Of a mailbox each message is given as it is, though it may be none; another file must hold one.
-    const auto taken = messageIn(ByteBuffer(outer.bytes.view()), outer.mode);
-    const auto* refusal = std::get_if<Refusal>(&taken);
-    if (refusal && outer.place.number == 0) throw Fault(1, problemLine(*refusal, name, command.reader));
+    if (outer.place.number == 0) {
+        const auto taken = messageIn(ByteBuffer(outer.bytes.view()), outer.mode);
+        if (const auto* refusal = std::get_if<Refusal>(&taken))
+            throw Fault(1, problemLine(*refusal, name, command.reader));
+    }
     if (numbers->size() == 1) return outer;
     auto attached = attachedAt({numbers->begin() + 1, numbers->end()}, std::move(outer));
     if (auto* message = std::get_if<FoundMessage>(&attached)) return std::move(*message);

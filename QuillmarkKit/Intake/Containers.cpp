@@ -488,10 +488,8 @@ std::string withoutQuotes(std::string_view text, const std::vector<std::size_t>&
 /// they, or the others, are, the sooner.
 void readMixed(std::string_view message, std::vector<std::size_t> lines, UnquotedMessage& quoted) {
     std::erase_if(lines, [&](auto line) { return message[line + 1] == '>'; });
-    const auto parsed = MailMessage::parse(message);
-    const bool isSigned = parsed.first("DKIM-Signature") || parsed.first("ARC-Message-Signature");
     std::size_t readings = std::min(mostMixedReadings, mostMixedBytes / message.size());
-    for (std::size_t step = 1; isSigned && step < lines.size(); ++step) {
+    for (std::size_t step = 1; step < lines.size(); ++step) {
         const std::size_t fewer = (step + 1) / 2, kept = step % 2 == 1 ? fewer : lines.size() - fewer;
         std::vector<char> isKept(lines.size());
         std::fill_n(isKept.begin(), kept, 1);
@@ -515,14 +513,20 @@ void readMixed(std::string_view message, std::vector<std::size_t> lines, Unquote
 
 std::optional<UnquotedMessage> withoutFromQuoting(std::string_view message) {
     if (message.find(">From ") == std::string_view::npos) return std::nullopt;
-    // Only lines of the body: in the header such a line is no field, whatever it stands for.
-    const auto parsed = MailMessage::parse(message);
-    if (!parsed.body()) return std::nullopt;
     const auto lines = quotedLines(message);
     if (lines.empty()) return std::nullopt;
+    std::size_t most = 0;
+    bool isSigned = false;
+    {
+        // Only lines of the body: in the header such a line is no field, whatever it stands for.
+        const auto parsed = MailMessage::parse(message);
+        if (!parsed.body()) return std::nullopt;
+        most = fitting(parsed);
+        isSigned = parsed.first("DKIM-Signature") || parsed.first("ARC-Message-Signature");
+    }  // its fields may take ten times its bytes, and others are parsed below
 
     UnquotedMessage quoted{.fromLines = {.lines = static_cast<std::int64_t>(lines.size())}};
-    std::size_t most = fitting(parsed), fewest = most;
+    std::size_t fewest = most;
     for (const FromQuoting reading : {FromQuoting::full, FromQuoting::plain}) {
         const bool isSame = std::ranges::none_of(lines, [&](auto line) { return message[line + 1] == '>'; });
         if (reading == FromQuoting::plain && isSame) break;
@@ -536,7 +540,7 @@ std::optional<UnquotedMessage> withoutFromQuoting(std::string_view message) {
         quoted.bytes = ByteBuffer(bytes);
     }
     quoted.fromLines.isDecided = most > fewest;
-    if (most == 0) readMixed(message, lines, quoted);
+    if (most == 0 && isSigned) readMixed(message, lines, quoted);
     return quoted;
 }
 
