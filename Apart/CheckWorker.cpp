@@ -265,8 +265,10 @@ struct CheckWorker::State {
             message.apart.clear();  // what is attached comes by itself
             if (attached.empty() && !givesBytes) message.bytes = {};
             const bool isLast = !walk.hasNext();
-            const std::string report = packed(attached, isLast, std::get<ProofReport>(each->value), message);
-            isLast ? m_window.tellWithNext(Kind::report, report) : m_window.tell(Kind::report, report);
+            const auto report =
+                packedWithin(largestPiece, attached, isLast, std::get<ProofReport>(each->value), message);
+            if (!report) ::_exit(1);  // the window would let this process go for it
+            isLast ? m_window.tellWithNext(Kind::report, *report) : m_window.tell(Kind::report, *report);
         }
     }
 

@@ -58,9 +58,13 @@ constexpr bool isTime = std::is_same_v<T, Date> || std::is_same_v<T, std::chrono
 template <typename T>
 concept Cased = requires { casesOf(static_cast<const T*>(nullptr)); };
 
+struct TooLong {};
+
+/// Throws `TooLong` instead of writing more than `most` bytes.
 class Writer {
 public:
-    explicit Writer(std::string& bytes) : m_bytes(bytes) {}
+    explicit Writer(std::string& bytes, std::size_t most = std::numeric_limits<std::size_t>::max())
+        : m_bytes(bytes), m_most(most) {}
 
     template <typename T>
     void write(const T& value) {
@@ -74,7 +78,7 @@ public:
         } else if constexpr (std::is_same_v<T, ByteBuffer>) {
             writeBytes(value.view());
         } else if constexpr (std::is_same_v<T, UUID>) {
-            m_bytes.append(reinterpret_cast<const char*>(value.bytes.data()), value.bytes.size());
+            append({reinterpret_cast<const char*>(value.bytes.data()), value.bytes.size()});
         } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
             writeNumber(static_cast<std::uint64_t>(value));
         } else if constexpr (std::is_same_v<T, Date>) {
@@ -117,17 +121,22 @@ private:
     void writeNumber(std::uint64_t number) {
         std::array<char, sizeof number> bytes;
         std::memcpy(bytes.data(), &number, sizeof number);
-        m_bytes.append(bytes.data(), bytes.size());
+        append({bytes.data(), bytes.size()});
     }
     void writeText(std::string_view text) {
         isUTF8(text) ? writeBytes(text) : writeBytes(repairedUTF8(text));
     }
     void writeBytes(std::string_view bytes) {
         writeNumber(bytes.size());
+        append(bytes);
+    }
+    void append(std::string_view bytes) {
+        if (bytes.size() > m_most - m_bytes.size()) throw TooLong();
         m_bytes += bytes;
     }
 
     std::string& m_bytes;
+    const std::size_t m_most;
 };
 
 /// Takes nothing on trust: what does not fit the types throws `DecodingError`, and nothing is made that is
@@ -253,6 +262,19 @@ std::string packed(const Values&... values) {
     std::string bytes;
     wire::Writer writer(bytes);
     (writer.write(values), ...);
+    return bytes;
+}
+
+/// The same; nothing where it has more bytes than `most`.
+template <typename... Values>
+std::optional<std::string> packedWithin(std::size_t most, const Values&... values) {
+    std::string bytes;
+    wire::Writer writer(bytes, most);
+    try {
+        (writer.write(values), ...);
+    } catch (const wire::TooLong&) {
+        return std::nullopt;
+    }
     return bytes;
 }
 
