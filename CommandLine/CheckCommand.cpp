@@ -32,7 +32,6 @@
 #include "CommandLine/ResultFolder.h"
 #include "CommandLine/StampCommand.h"
 #include "QuillmarkKit/CheckWalk.h"
-#include "QuillmarkKit/History.h"
 #include "QuillmarkKit/ReportCSV.h"
 #include "QuillmarkKit/ReportJSON.h"
 #include "QuillmarkKit/Support/Crypto.h"
@@ -43,7 +42,6 @@
 #include "Settings/CurrentTime.h"
 #include "Wording/Banner.h"
 #include "Wording/Expected.h"
-#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 #include "Wording/TextReport.h"
 #include "Wording/Wording.h"
@@ -58,9 +56,6 @@ constexpr std::size_t memoryInFlight = 256'000'000;  // bytes of messages and re
 constexpr std::size_t memoryPostponed = 256'000'000;  // bytes of messages
 
 constexpr std::size_t longestWaiting = 1'000'000;  // bytes of a report's JSON
-
-/// One is left out where it is sure that it is too large without what the history doesn't keep of it.
-constexpr std::size_t longestForHistory = 2 * largestKeptReport;
 
 constexpr std::string_view standardInput = "-";
 
@@ -278,23 +273,12 @@ private:
     OrderedRun::Message written(ProofReport report, const std::optional<std::string>& path,
                                 const std::optional<std::string>& digest) const {
         OrderedRun::Message message;
-        // What else is counted costs more than the verdict, and only those who ask see it.
-        if (m_areCautionsAsked) {
-            message.counted = countedOf(report);
-        } else {
-            message.counted.verdict = report.verdict;
-        }
+        // Only those who ask see the rest.
+        message.counted = m_areCautionsAsked ? countedOf(report) : countedOf(report.verdict);
         const bool isWanted = !m_only || m_only->contains(report.verdict.tone) ||
                               (message.counted.hasCautions && m_only->contains(Tone::caution));
         if (!isWanted) return message;
         const auto named = m_command.sha256 ? digest : std::nullopt;
-        if (m_command.keepsReports()) {
-            if (auto json = compactJSONWithin(longestForHistory, report)) {
-                message.kept = std::move(*json);
-            } else {
-                message.notKept = historyNotKept(report.fileName, m_command.reader);
-            }
-        }
         if (m_command.csv) message.row = csvRow(report, path.value_or(""), named);
         if (m_command.each) message.report = line(report, path);
         if (m_command.html) {
@@ -308,25 +292,30 @@ private:
                                  ? textPage(report, m_command.reader, m_command.layout, expected, digest)
                                  : textReport(report, m_command.reader, m_command.layout, expected);
         }
-        if (m_command.json || m_command.out) writeJSON(message, std::move(report), path, named);
+        addJSON(message, std::move(report), path, named);
         if (!message.report.empty()) message.report += '\n';
         return message;
     }
 
-    /// Of a hostile message the text may have a gigabyte, and the report some hundred megabytes.
-    void writeJSON(OrderedRun::Message& message, ProofReport report, const std::optional<std::string>& path,
-                   const std::optional<std::string>& sha256) const {
-        if (auto json = compactJSONWithin(longestWaiting, report, path, sha256)) {
-            message.report = std::move(*json);
-            return;
-        }
+    /// For the output and for the history. Of a hostile message the text may have a gigabyte, and the report
+    /// some hundred megabytes.
+    void addJSON(OrderedRun::Message& message, ProofReport report, const std::optional<std::string>& path,
+                 const std::optional<std::string>& sha256) const {
+        const bool isPrinted = m_command.json || m_command.out, isKept = m_command.keepsReports();
+        auto printed = isPrinted ? compactJSONWithin(longestWaiting, report, path, sha256) : std::nullopt;
+        auto kept = isKept ? compactJSONWithin(longestWaiting, report) : std::nullopt;
+        if (printed) message.report = std::move(*printed);
+        if (kept) message.kept = std::move(*kept);
+        if (isPrinted == printed.has_value() && isKept == kept.has_value()) return;
         const auto name = path ? path : report.fileName;
         const std::string cutOff = problemLine(unreadable(ENOMEM), name, m_command.reader);
-        const auto kept = std::make_shared<const ProofReport>(std::move(report));
-        message.longReport = [kept, path, sha256, cutOff](const OrderedRun::Sink& sink) {
+        const auto whole = std::make_shared<const ProofReport>(std::move(report));
+        if (isKept && !kept) message.longKept = whole;
+        if (!isPrinted || printed) return;
+        message.longReport = [whole, path, sha256, cutOff](const OrderedRun::Sink& sink) {
             std::string problem;
             try {
-                writeCompactJSON(sink, *kept, path, sha256);
+                writeCompactJSON(sink, *whole, path, sha256);
             } catch (const std::bad_alloc&) {
                 problem = cutOff;
             }

@@ -95,7 +95,7 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
     if (message.entry) m_pageContent->add(*message.entry);
     m_totals.add(message.counted);
     if (!message.kept.empty()) m_saver.add(message.kept);
-    if (!message.notKept.empty()) m_saver.leaveOut(message.notKept);
+    if (message.longKept) m_saver.add(*message.longKept);
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
 }
 

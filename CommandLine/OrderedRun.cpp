@@ -17,7 +17,7 @@ std::size_t sizeOf(const OrderedRun::Outcome& outcome) {
 
 bool hasLongReport(const OrderedRun::Outcome& outcome) {
     return std::ranges::any_of(outcome.messages, [](const OrderedRun::Message& message) {
-        return static_cast<bool>(message.longReport);
+        return message.longReport || message.longKept;
     });
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -27,6 +28,7 @@ class OrderedRun {
 public:
     /// Takes a text piece by piece.
     using Sink = std::function<void(std::string_view piece)>;
+    using Report = std::shared_ptr<const ProofReport>;
 
     /// What came of one message.
     struct Message {
@@ -38,9 +40,9 @@ public:
         /// In its place, where it is too long to wait as a text: writes it, a line of its own. Gives one line
         /// when there was no memory for all of it; else nothing.
         std::function<std::string(const Sink&)> longReport = {};
-        std::string kept = {};     ///< the report for the history, as JSON; empty when it is not to be kept
-        std::string notKept = {};  ///< one line, when it is too large for the history; else empty
-        std::string row = {};      ///< of the CSV file; empty without one
+        std::string kept = {};  ///< the report for the history, as JSON; empty when it is not to be kept
+        Report longKept = {};   ///< in its place, where that is too long to wait as a text
+        std::string row = {};   ///< of the CSV file; empty without one
         std::optional<MailboxEntry> entry = {};  ///< of the page; none without one
     };
     struct Outcome {

@@ -104,23 +104,28 @@ std::variant<HistoryRecovery, std::string> recoverUserHistory(const std::filesys
 }
 
 void HistorySaver::add(std::string_view json) {
+    if (!m_hasFailed) add(reportFromJSON(json), json.size());
+}
+
+void HistorySaver::add(const ProofReport& report) {
     if (m_hasFailed) return;
-    ProofReport report = reportFromJSON(json);
+    // Where it is sure that it is too large without what the history doesn't keep of it, it isn't copied.
+    const auto json = compactJSONWithin(2 * largestKeptReport, report);
+    json ? add(report, json->size()) : leaveOut(report.fileName);
+}
+
+void HistorySaver::add(ProofReport report, std::size_t size) {
     const auto name = report.fileName;
-    if (!m_change.add(std::move(report))) {
-        leaveOut(historyNotKept(name, m_reader));
-        return;
-    }
+    if (!m_change.add(std::move(report))) return leaveOut(name);
     const auto now = Clock::now();
     if (m_size == 0) m_since = now;
-    m_size += json.size();
+    m_size += size;
     const bool isLate = now - m_since > std::max<Clock::duration>(longestWait, workPerSave * m_lastSave);
     if (m_size > savedTogether || isLate) save();
 }
 
-void HistorySaver::leaveOut(std::string_view problem) {
-    if (m_hasFailed) return;
-    writeProblem(problem);
+void HistorySaver::leaveOut(const std::optional<std::string>& name) {
+    writeProblem(historyNotKept(name, m_reader));
     m_isComplete = false;
 }
 

@@ -49,7 +49,7 @@ void MailboxView::goOn() {
     while (m_counted < m_content.reports.size() && taken.elapsed() < countedAtOnce) {
         const Counted counted = countedOf(*m_content.reports[m_counted]);
         m_totals.add(counted);
-        if (counted.verdict.tone != Tone::good || counted.hasCautions)
+        if (counted.tone != Tone::good || counted.hasCautions)
             m_seen.push_back({m_counted, counted.hasCautions});
         ++m_counted;
     }

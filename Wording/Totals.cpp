@@ -29,8 +29,15 @@ void addRow(std::vector<TotalsRow>& rows, const std::string& label, const ToneCo
 
 }  // namespace
 
+Counted countedOf(const Verdict& verdict) {
+    Counted counted{.kind = verdict.kind, .tone = verdict.tone};
+    if (verdict.domain.size() <= longestDomain) counted.domain = verdict.domain;
+    return counted;
+}
+
 Counted countedOf(const ProofReport& report) {
-    Counted counted{.verdict = report.verdict, .hasCautions = hasCautions(report)};
+    Counted counted = countedOf(report.verdict);
+    counted.hasCautions = hasCautions(report);
     // The day after is that of a sender whose clock is ahead, or who lives far in the east.
     const auto date = report.summary.date;
     if (date && *date <= report.checkedAt + std::chrono::days(1) && *date >= Date())
@@ -43,7 +50,7 @@ std::int64_t ToneCounts::all() const {
 }
 
 void ToneCounts::add(const Counted& report) {
-    ++byTone[static_cast<std::size_t>(report.verdict.tone)];
+    ++byTone[static_cast<std::size_t>(report.tone)];
     withCautions += report.hasCautions;
 }
 
@@ -53,15 +60,13 @@ void ToneCounts::add(const ToneCounts& others) {
 }
 
 void Totals::add(const Counted& report) {
-    const Verdict& verdict = report.verdict;
-    ++verdicts[{verdict.kind, verdict.tone}];
+    ++verdicts[{report.kind, report.tone}];
     all.add(report);
     (report.year ? years[*report.year] : undated).add(report);
-    if (!isOfSignature(verdict.kind)) {
+    if (!isOfSignature(report.kind)) {
         notSigned.add(report);
-    } else if (verdict.domain.size() <= longestDomain &&
-               (domains.size() < mostDomains || domains.contains(verdict.domain))) {
-        domains[verdict.domain].add(report);
+    } else if (report.domain && (domains.size() < mostDomains || domains.contains(*report.domain))) {
+        domains[*report.domain].add(report);
     } else {
         otherDomains.add(report);
     }

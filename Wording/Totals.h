@@ -21,12 +21,16 @@ inline constexpr std::array tonesByProof{Tone::good, Tone::caution, Tone::unknow
 
 /// What is counted of a report.
 struct Counted {
-    Verdict verdict = {};
-    bool hasCautions = false;  ///< beside the verdict's headline, which alone would mislead
+    VerdictKind kind = VerdictKind::cannotProve;
+    Tone tone = Tone::bad;
+    std::optional<std::string> domain = {};  ///< the verdict's; none when it is too long for DNS
+    bool hasCautions = false;                ///< beside the verdict's headline, which alone would mislead
     std::optional<int> year =
         {};  ///< of the message's own date, in UTC; none before 1970 or after the check's
 };
 Counted countedOf(const ProofReport& report);
+/// Without what costs more than the verdict.
+Counted countedOf(const Verdict& verdict);
 
 /// How many reports there are of each tone.
 struct ToneCounts {

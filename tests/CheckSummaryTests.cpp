@@ -8,15 +8,15 @@ namespace quillmark {
 namespace {
 
 TEST(CheckSummary, tables) {
-    const Counted verified{{VerdictKind::verified, Tone::good, "a.example", "a.example", {}}, false, 2026},
-        broken{{VerdictKind::signatureBroken, Tone::bad, "b.example", "b.example", {}}, false, 2019},
-        vouched{{VerdictKind::signatureBroken, Tone::caution, "b.example", "b.example", {}}, false, 2020},
-        none{{VerdictKind::cannotProve, Tone::bad, "c.example", "c.example", {}}, true, {}};
+    const Counted verified{VerdictKind::verified, Tone::good, "a.example", false, 2026},
+        broken{VerdictKind::signatureBroken, Tone::bad, "b.example", false, 2019},
+        vouched{VerdictKind::signatureBroken, Tone::caution, "b.example", false, 2020},
+        none{VerdictKind::cannotProve, Tone::bad, "c.example", true, {}};
     Totals totals;
     for (int i = 0; i < 1200; ++i) totals.add(verified);
     EXPECT_FALSE(isAnyAsBadAs(totals, Tone::caution));
     Totals phish;
-    phish.add({verified.verdict, true, {}});
+    phish.add({verified.kind, verified.tone, verified.domain, true, {}});
     EXPECT_TRUE(isAnyAsBadAs(phish, Tone::caution));
     EXPECT_FALSE(isAnyAsBadAs(phish, Tone::unknown));
     totals.add(vouched);
@@ -50,7 +50,7 @@ TEST(CheckSummary, tables) {
                                                                    {"(früher)", {{0, 0, 1, 0}, 0}},
                                                                    {"(ohne Datum)", {{0, 0, 1, 0}, 1}}}));
     for (int i = 0; i < 60; ++i)
-        totals.add({{VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example", "", {}}});
+        totals.add({VerdictKind::keyGone, Tone::unknown, "d" + std::to_string(i) + ".example"});
     EXPECT_NE(summaryText(totals, german).find("        0        0       12        0  (andere Domains)\n"),
               std::string::npos)
         << summaryText(totals, german);
