@@ -1,7 +1,7 @@
 // A message, a zero byte, and what resolver and registry answer, behind a line "9989" where that RFC's rules
-// are to be used: the whole way from bytes to a report, which follows from its own findings. So that more inputs
-// are tried, for every eighth length of input only: it is the same the second time, and reads back from its
-// JSON; and for every 64th only, what was changed is looked for, which costs more than all else.
+// are to be used: the whole way from bytes to a report, which follows from its own findings. So that more
+// inputs are tried, for every eighth length of input only: it is the same the second time, and reads back
+// from its JSON; and for every 64th only, what was changed is looked for, which costs more than all else.
 
 #include <algorithm>
 #include <cstddef>
