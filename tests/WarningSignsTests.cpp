@@ -1,6 +1,7 @@
 #include "QuillmarkKit/Checks/WarningSigns.h"
 
 #include <limits>
+#include <set>
 #include "tests/Test.h"
 
 namespace quillmark {
@@ -76,6 +77,22 @@ TEST(WarningSigns, internationalDomains) {
                                            "z@m\u0430il.example", "z@\u043C\u0438.latin.example"}),
                            suffixes()),
               expected);
+}
+
+// They are gathered in turns: more of them than one turn takes, each often, in no order.
+TEST(WarningSigns, manyInternationalDomains) {
+    const auto domain = [](std::size_t i) { return "xn--" + std::to_string(i * 7919 % 5000) + ".example"; };
+    MessageSummary facts = summary({{std::nullopt, "joe@xn--0.example"}});
+    std::set<std::string> domains;
+    for (std::size_t i = 0; i < 20'000; ++i) {
+        domains.insert(domain(i));
+        facts.replyTo.push_back({std::nullopt, "a@" + domain(i)});
+    }
+    std::vector<std::string> warnedOf;
+    for (const LookAlikeFlag& flag : warningSigns(facts, suffixes())) {
+        if (const auto* found = std::get_if<PunycodeFlag>(&flag.value)) warnedOf.push_back(found->domain);
+    }
+    EXPECT_EQ(warnedOf, std::vector(domains.begin(), domains.end()));
 }
 
 TEST(WarningSigns, registrationDomains) {

@@ -34,23 +34,28 @@ std::optional<std::string_view> domainShown(std::string_view name) {
 
 /// F's domain and those of the Reply-To addresses, as far as they may be international: sorted, each once.
 TextList internationalDomains(std::string_view from, const PackedList<MailAddress>& replyTo) {
-    std::vector<std::string> domains;
-    const auto sortOnce = [&] {
-        std::ranges::sort(domains);
+    std::vector<std::string> domains;  // the first of them sorted, each once
+    std::ptrdiff_t sorted = 0;
+    const auto sortAll = [&] {
+        const auto rest = domains.begin() + sorted;
+        std::sort(rest, domains.end());
+        std::inplace_merge(domains.begin(), rest, domains.end());
         domains.erase(std::unique(domains.begin(), domains.end()), domains.end());
+        sorted = std::ssize(domains);
     };
-    std::size_t room = 65'536;  // a message may have millions, and few that differ
     const auto add = [&](std::string domain) {
         if (isASCII(domain) && domain.find("xn--") == std::string::npos) return;
+        // A message may have millions, and few that differ: among few, looking is faster than sorting them
+        // all.
+        constexpr std::ptrdiff_t few = 1'024;
+        if (sorted < few && std::binary_search(domains.begin(), domains.begin() + sorted, domain)) return;
         domains.push_back(std::move(domain));
-        if (domains.size() < room) return;
-        sortOnce();
-        room = std::max(room, 2 * domains.size());
+        if (std::ssize(domains) >= std::max(few, 2 * sorted)) sortAll();
     };
     add(MailAddress::domainPart(from));
     for (const auto& reply : replyTo) add(MailAddress::domainPart(reply.address));
-    sortOnce();
-    TextList packed;  // a message may have millions
+    sortAll();
+    TextList packed;
     for (const std::string& domain : domains) packed.push_back(domain);
     return packed;
 }
