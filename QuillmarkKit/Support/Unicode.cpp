@@ -302,7 +302,7 @@ std::optional<std::string> asciiDomain(std::string_view domain) {
 }
 
 std::string comparableDomain(std::string_view domain) {
-    if (isASCII(domain)) return asciiLowered(domain);
+    if (isASCII(domain) || domain.size() > longestInternationalDomain) return asciiLowered(domain);
     const auto ascii = asciiDomain(domain);
     return ascii ? asciiLowered(*ascii) : unicodeLowered(domain);
 }

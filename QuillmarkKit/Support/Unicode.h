@@ -70,7 +70,7 @@ private:
 std::optional<std::string> asciiDomain(std::string_view domain);
 
 /// What two domains have in common when they are one to DNS: `asciiDomain` or, without one, the domain as it
-/// stands, in lower case.
+/// stands, in lower case; where it is longer than DNS can hold, of ASCII only.
 std::string comparableDomain(std::string_view domain);
 
 /// The lower-case ASCII letter, digit or hyphen that another character is easily taken for, by Unicode's list
