@@ -44,7 +44,7 @@ bool ToldAnswers::forgets(const std::shared_ptr<DNSResolver>& resolver) {
 
 std::optional<std::size_t> ToldAnswers::keep(Answer answer) {
     std::size_t size = sizeof answer + answer.question.size() + answer.source.size();
-    for (const std::string& each : answer.answer.data()) size += sizeof each + each.size();
+    for (const std::string& each : answer.answer.data()) size += sizeof(std::string) + each.size();
     if (size > largestKept || m_bytes >= mostKept) return std::nullopt;
     m_bytes += size;
     m_answers.push_back(std::move(answer));

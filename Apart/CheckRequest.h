@@ -21,7 +21,7 @@ class CheckRequest {
 public:
     /// Of a process of this kind, or of this one. `goesOn`: whether it is waited for, asked every
     /// `CheckProcesses::watch`.
-    CheckRequest(CheckProcesses& processes, CheckProcesses::Kind kind, Channel::GoesOn goesOn)
+    CheckRequest(CheckProcesses& processes, CheckProcesses::Kind kind, const Channel::GoesOn& goesOn)
         : CheckRequest(processes, processes.take(kind, goesOn), goesOn, kind) {}
     CheckRequest(CheckProcesses& processes, std::shared_ptr<CheckProcesses::Process> process,
                  Channel::GoesOn goesOn, CheckProcesses::Kind kind = CheckProcesses::Kind::anyOfNow)

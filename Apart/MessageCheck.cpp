@@ -187,7 +187,7 @@ std::shared_ptr<OpenMailbox> MessageChecker::check(const MessageSource& source, 
             return nullptr;
         }
         if (m_processes) return openApart(source, id, stop, receiver);
-        const auto mailbox = std::make_shared<OpenMailbox>(source.place);
+        auto mailbox = std::make_shared<OpenMailbox>(source.place);
         auto first = next(*mailbox, stop);
         if (stop.stop_requested()) return nullptr;
         if (first) {
@@ -285,7 +285,7 @@ void MessageChecker::walk(Found found, const UUID& id, bool goesInside, const st
             .place = std::move(each->place), .isOutermost = isOutermost, .isLast = !walk.hasNext()};
         try {
             if (auto* report = std::get_if<ProofReport>(&each->value)) {
-                outcome.value = checked(std::move(*report), std::move(made));
+                outcome.value = checked(std::move(*report), std::exchange(made, {}));
             } else {
                 outcome.value = std::get<Refusal>(std::move(each->value));
             }

@@ -3,13 +3,11 @@
 namespace quillmark {
 
 void RegistrySwitch::set(bool isOn) {
-    std::stop_source on;
-    {
-        const std::lock_guard lock(m_mutex);
-        on = m_on;
-        if (isOn && m_on.stop_requested()) m_on = std::stop_source();
-    }
-    if (!isOn) on.request_stop();  // without the lock: those who are told may look at the switch
+    std::unique_lock lock(m_mutex);
+    std::stop_source on = m_on;
+    if (isOn && on.stop_requested()) m_on = std::stop_source();
+    lock.unlock();  // those who are told may look at the switch
+    if (!isOn) on.request_stop();
 }
 
 std::stop_token RegistrySwitch::whileOn() const {

@@ -20,7 +20,7 @@ std::optional<std::string> FileList::next() {
                                    : std::fopen(m_path.c_str(), "rbe"));
     }
     if (!m_file) fail();
-    const int end = m_ends == Ends::lines ? '\n' : '\0';
+    const char end = m_ends == Ends::lines ? '\n' : '\0';
     char* line = nullptr;
     std::size_t room = 0;
     errno = 0;

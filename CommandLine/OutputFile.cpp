@@ -93,9 +93,10 @@ void OutputFile::commitApart(std::vector<OutputFile*> files) {
         for (OutputFile* file : files) file->m_file.reset();  // those that were not committed are gone
     });
     if (!helper->isThere()) throw OutputFileError(files.front()->m_path, EAGAIN);
-    for (std::uint8_t number = 0; number < files.size(); ++number) {
-        files[number]->m_helper = helper;
-        files[number]->m_number = number;
+    std::uint8_t number = 0;
+    for (OutputFile* file : files) {
+        file->m_helper = helper;
+        file->m_number = number++;
     }
 }
 

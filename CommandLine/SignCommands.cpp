@@ -148,7 +148,7 @@ SigningKey readKey(const KeyFile& file, const Reader& reader) {
         return std::nullopt;
     });
     if (!key && isEncrypted) {
-        const std::string passphrase = passphraseOf(file, reader);
+        std::string passphrase = passphraseOf(file, reader);
         key = SigningKey::fromPEM(bytes.view(), [&passphrase] { return passphrase; });
         if (!key) {
             throw Fault(argumentsAtFault, reader.translate("The passphrase doesn’t open “%1”.",

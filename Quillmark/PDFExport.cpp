@@ -533,7 +533,7 @@ QByteArray withLanguage(const QByteArray& pdf, const QByteArray& language) {
     const qsizetype trailer = pdf.lastIndexOf("trailer\n");
     const int root = number("/Root ", trailer), size = number("/Size ", trailer),
               table = number("startxref\n", trailer);
-    constexpr int entrySize = 20;
+    constexpr qsizetype entrySize = 20;
     const QByteArray first = "xref\n0 " + QByteArray::number(size) + "\n";
     if (root <= 0 || table <= 0 || !pdf.mid(table).startsWith(first)) return pdf;
     const int begin = pdf.mid(table + first.size() + root * entrySize, 10).toInt();

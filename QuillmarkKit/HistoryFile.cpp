@@ -227,7 +227,7 @@ History HistoryFile::load(Date now) const {
     const Place place = placeOf(*this);
     try {
         return readAll(place.file);
-    } catch (const DecodingError&) {
+    } catch (const DecodingError&) {  // NOLINT(bugprone-empty-catch)
         // Somebody else may have set it aside by now, and begun a new one.
     }
     const FileLock lock = locked(place, *this);

@@ -449,11 +449,10 @@ std::string afterBreaking(const ProofReport& report, const Reader& reader) {
 std::string whatToDo(const ProofReport& report, const Cautions& cautions, const Reader& reader) {
     const Verdict& verdict = report.verdict;
     const bool isSenderOdd = cautions.isSenderOdd();
-    const std::string beforeAnything = reader.translate(
+    std::string beforeAnything = reader.translate(
         "Don’t use its links, open its attachments or answer before that is explained. If in doubt, ask in a "
         "way that you know from before.");
-    const std::string ask =
-        reader.translate("Don’t rely on it. If it matters, ask the sender in another way.");
+    std::string ask = reader.translate("Don’t rely on it. If it matters, ask the sender in another way.");
     switch (verdict.kind) {
         case VerdictKind::verified:
             if (isSenderOdd) return beforeAnything;
@@ -466,8 +465,7 @@ std::string whatToDo(const ProofReport& report, const Cautions& cautions, const 
             if (isSenderOdd) return beforeAnything;
             return reader.translate(
                 "Give Quillmark the whole message (.eml), so that the text is checked, too. Don’t rely on "
-                "the "
-                "text before.");
+                "the text before.");
         case VerdictKind::signedByOther:
             if (isSenderOdd) return beforeAnything;
             if (!cautions.areOfLetters() || verdict.fromDomain.empty() || deciderOf(report, reader))

@@ -118,7 +118,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
                     {domain});
             }
             if (const auto* undone = undoneOf(report)) {
-                const std::string changed = reader.translate(
+                std::string changed = reader.translate(
                     "This isn’t the message as %1 signed it: it was changed since.", {domain});
                 if (!undone->fromIsOfDomain) return changed;
                 return sentences(
@@ -169,7 +169,7 @@ std::string explanation(const ProofReport& report, const Reader& reader) {
         case VerdictKind::cannotProve:
             break;
     }
-    const std::string usual = reader.translate(
+    std::string usual = reader.translate(
         "Anybody could have written this. That doesn’t mean that it is a forgery; it means that nothing "
         "shows that it isn’t.");
     for (const DKIMResult& signature : report.dkim) {

@@ -352,7 +352,7 @@ BodyHashes::BodyHashes(std::string_view body, std::vector<std::uint64_t> expecte
 }
 
 const BodyHashes::Hash& BodyHashes::hash(Canonicalization canonicalization, HashAlgorithm algorithm,
-                                         std::optional<std::uint64_t> limit, std::stop_token stop) {
+                                         std::optional<std::uint64_t> limit, const std::stop_token& stop) {
     const auto at = [&](std::optional<std::uint64_t> which) -> Hash& {
         return m_hashes[Asked{canonicalization, algorithm, which}];
     };

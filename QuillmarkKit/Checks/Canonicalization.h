@@ -88,7 +88,7 @@ public:
     /// With a `limit` (`l=`) beyond the canonical length the digest covers the whole and only the length
     /// counts.
     const Hash& hash(Canonicalization canonicalization, HashAlgorithm algorithm,
-                     std::optional<std::uint64_t> limit, std::stop_token stop = {});
+                     std::optional<std::uint64_t> limit, const std::stop_token& stop = {});
 
 private:
     using Asked = std::tuple<Canonicalization, HashAlgorithm, std::optional<std::uint64_t>>;

@@ -226,7 +226,7 @@ std::vector<std::pair<int, std::string>> subjectsBefore(std::string_view subject
         if (!prefix) break;
         prefixes.push_back(std::move(*prefix));
     }
-    const auto spaced = [](std::string text) {
+    const auto spaced = [](const std::string& text) {
         return text.ends_with(' ') || text.ends_with('\t') || text.ends_with('\n') ? text : text + ' ';
     };
     for (std::size_t mask = 0; mask < std::size_t{1} << prefixes.size(); ++mask) {  // of those taken out

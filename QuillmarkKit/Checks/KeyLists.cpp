@@ -164,11 +164,11 @@ KeyList readKeyList(std::string_view bytes, const std::string& file, Date now) {
             const auto found = document.is_object() ? document.find(name) : document.end();
             return found != document.end() ? &*found : nullptr;
         };
-        const JSON *keys = member("keys"), *answers = member("answers");
+        const JSON *keys = document.is_array() ? &document : member("keys"), *answers = member("answers");
         if (answers && answers->is_object()) {
             reading.addAnswers(document, *answers);
-        } else if (document.is_array() || (keys && keys->is_array())) {
-            for (const JSON& entry : document.is_array() ? document : *keys) reading.add(entry);
+        } else if (keys && keys->is_array()) {
+            for (const JSON& entry : *keys) reading.add(entry);
         } else {
             throw DecodingError("expected a list of keys, or a recording");
         }

@@ -46,12 +46,13 @@ std::size_t behindTag(std::string_view text, std::string_view tag) {
 /// The nearest to the end first.
 std::vector<Cut> bottomsOf(std::string_view text, bool isHTML) {
     std::vector<Cut> cuts;
-    std::size_t end = text.size();
     if (isHTML) {
-        end = lastTag(text, "</body");
+        std::size_t end = lastTag(text, "</body");
         if (end == text.npos) end = lastTag(text, "</html");
         if (end == text.npos) end = text.size();
-        for (std::size_t at = end; at-- > 0 && end - at <= htmlReach && cuts.size() < mostEdits;) {
+        const std::size_t first = end - std::min(end, htmlReach);
+        for (std::size_t at = end; at > first && cuts.size() < mostEdits;) {
+            --at;
             if (text[at] == '<' || (at > 0 && text[at - 1] == '\n')) cuts.push_back({at, end});
             if (text[at] == '\r' && text.substr(at).starts_with(lineEnd)) cuts.push_back({at, end});
         }
@@ -161,7 +162,7 @@ std::vector<EditGroup> regionsOfParts(const MailMessage& message, RegionEnds end
     for (const auto& [part, isHTML] : chosen) {
         const Writer writer(*part, body.substr(part->bodyBegin, part->bodyEnd - part->bodyBegin));
         if (!writer.isUsable()) continue;
-        const auto add = [&](std::vector<Cut> cuts) {
+        const auto add = [&](const std::vector<Cut>& cuts) {
             EditGroup group;
             for (const Cut& cut : cuts) {
                 if (group.size() == most) break;

@@ -159,7 +159,7 @@ Once<RDAPClient::Table>::Made RDAPClient::makeTable(const Patience& patience) {
     using For = Once<Table>::For;
     const auto file = cacheFile();
     if (auto cached = file ? cachedTable(*file) : std::nullopt) return {std::move(cached)};
-    const Once<Table>::Made unreadable{{}, For::thoseWhoWait};
+    Once<Table>::Made unreadable{{}, For::thoseWhoWait};
     HTTPResponse response;
     try {
         response = get(m_options.bootstrapURL, bootstrapLimit, patience);

@@ -26,6 +26,7 @@ std::size_t loneLineEnds(std::string_view bytes) {
     // In nearly all messages there is none, and this tells it at half the cost of a count.
     constexpr std::size_t stretch = 256;
     if (!bytes.starts_with('\n')) {
+        // NOLINTNEXTLINE(bugprone-suspicious-stringview-data-usage): that many are there
         while (bytes.size() > stretch && hasPlainLineEnds<stretch>(bytes.data()))
             bytes.remove_prefix(stretch);
         if (bytes.starts_with('\n')) bytes.remove_prefix(1);  // its CR was the last byte of the stretch
@@ -256,6 +257,7 @@ std::string_view MailMessage::separatorLine() const {
     const std::string_view line = takeSeparator(text);
     if (line.empty()) return line;
     while (!text.empty() && isBlank(text.front())) takeLine(text);
+    // NOLINTNEXTLINE(bugprone-suspicious-stringview-data-usage): up to where the rest begins
     return {line.data(), static_cast<std::size_t>(text.data() - line.data())};
 }
 
