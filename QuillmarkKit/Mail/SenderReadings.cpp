@@ -172,12 +172,12 @@ std::string withLenientWords(std::string_view text) {
     }
 }
 
-/// The ASCII that a name is taken for, when each of its letters is some or looks like it.
+/// The ASCII that a name is taken for, in lower case, when each of its letters is some or looks like it.
 std::string plainLookAlike(std::string_view name) {
     std::string plain;
     while (!name.empty()) {
         const char32_t scalar = takeScalar(name);
-        const auto alike = scalar < 0x80 ? static_cast<char>(scalar) : asciiLookAlike(scalar);
+        const auto alike = scalar < 0x80 ? asciiLowered(static_cast<char>(scalar)) : asciiLookAlike(scalar);
         if (!alike) return {};
         plain += *alike;
     }
@@ -257,11 +257,15 @@ std::vector<std::string> domainsIn(std::string_view name, const PublicSuffixList
         if (at != std::string_view::npos) match.remove_prefix(at + 1);
         std::string domain = unicodeLowered(match);
         const std::string compared = comparableDomain(domain);
-        // Without an "@" it may be anything else with a dot, such as initials.
-        if (at == std::string_view::npos && !suffixes.hasTopLevelOf(compared) &&
-            !suffixes.hasTopLevelOf(plainLookAlike(domain)))
-            continue;
-        if (organizations.insert(suffixes.organizationalDomain(compared)).second)
+        const auto looksLikeDomain = [&](std::string_view written) {
+            return suffixes.hasTopLevelOf(plainLookAlike(written));
+        };
+        // Without an "@" it may be anything else with a dot, such as initials, or a site in ".ru" in Russian
+        // letters.
+        const bool isDomain =
+            at != std::string_view::npos || suffixes.hasTopLevelOf(compared) ||
+            (!domain.ends_with(".\u0440\u0443") && (looksLikeDomain(match) || looksLikeDomain(domain)));
+        if (isDomain && organizations.insert(suffixes.organizationalDomain(compared)).second)
             domains.push_back(std::move(domain));
     }
     return domains;
