@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 #include <variant>
 
 #include "QuillmarkKit/Mail/PublicSuffixList.h"
@@ -20,8 +21,10 @@ namespace quillmark {
 namespace {
 
 constexpr std::size_t mostCautions = 50;
-/// Signs of letters that are looked at: a message can have millions.
+/// Signs of letters that are looked at in domains to reply to: a message can have millions.
 constexpr std::size_t mostLetters = 1'000;
+/// Their rank, behind everything else, which no number of them is to crowd out.
+constexpr int rankOfMany = 100;
 constexpr std::size_t mostDamages = 3;  // of which it is told; the others stand with the findings
 
 /// Whom or what a caution is about.
@@ -166,16 +169,23 @@ Cautions cautionsOf(const ProofReport& report) {
     Cautions all;
     std::vector<Caution>& cautions = all.first;
     addDomains(cautions, report);
+    const auto& from = report.summary.from;
+    const std::string sender = from.empty() ? "" : MailAddress::domainPart(from.front().address);
+    const auto isToReplyTo = [&](const std::string& domain) {
+        return domain != sender && !equalsIgnoringCase(domain, report.verdict.domain);
+    };
     std::size_t letters = 0;
     for (const LookAlikeFlag& flag : report.flags) {
         const auto* punycode = std::get_if<LookAlikeFlag::Punycode>(&flag.value);
-        const bool isOfLetters = punycode || std::holds_alternative<LookAlikeFlag::MixedScripts>(flag.value);
-        if (isOfLetters && ++letters > mostLetters) {
+        const auto* mixed = std::get_if<LookAlikeFlag::MixedScripts>(&flag.value);
+        const bool isOfMany =
+            (punycode && isToReplyTo(punycode->domain)) || (mixed && isToReplyTo(mixed->domain));
+        if (isOfMany && ++letters > mostLetters) {
             ++all.more;
             continue;
         }
         const Subject subject = punycode ? ofLetters(punycode->domain) : Subject::sender;
-        cautions.push_back({subject, std::visit(RankOfSign{}, flag.value), &flag});
+        cautions.push_back({subject, isOfMany ? rankOfMany : std::visit(RankOfSign{}, flag.value), &flag});
     }
     for (const ReportNote& note : report.notes) {
         if (tone(note) != Tone::caution || !standsBesideHeadline(note, report.verdict.tone)) continue;
@@ -191,7 +201,8 @@ Cautions cautionsOf(const ProofReport& report) {
     const bool isBroken = report.verdict.kind == VerdictKind::signatureBroken;
     const Subject first = isBroken ? Subject::content : Subject::sender;
     std::ranges::stable_sort(cautions, {}, [&](const Caution& each) {
-        return std::pair(each.subject == first ? -1 : static_cast<int>(each.subject), each.rank);
+        return std::tuple(each.rank == rankOfMany,
+                          each.subject == first ? -1 : static_cast<int>(each.subject), each.rank);
     });
     return all;
 }

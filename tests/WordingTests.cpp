@@ -2,6 +2,7 @@
 
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Support/Text.h"
+#include "Wording/Banner.h"
 #include "Wording/Details.h"
 #include "WordingSupport.h"
 #include "tests/Test.h"
@@ -79,6 +80,29 @@ TEST(Wording, details) {
     }
     EXPECT_EQ(detailText(rows[0].detail, {.language = languageOf("zh")}),
               "a.example：超时；b.example：没有连接");
+}
+
+/// No number of domains to reply to crowds out what is odd about the sender, or about the text.
+TEST(Wording, letters) {
+    for (const int count : {60, 2'000}) {
+        ProofReport report;
+        report.verdict = {VerdictKind::verified, Tone::good, "xn--sprbank-3fg.example", "", {}};
+        report.summary.from.push_back({std::nullopt, "a@xn--bnk-6cd.example"});
+        report.dkim = {{.status = DKIMResult::Status::pass,
+                        .domain = report.verdict.domain,
+                        .unsignedBodyBytes = 1,
+                        .bodyChecked = true}};
+        for (int i = 0; i < count; ++i)
+            report.flags.push_back({LookAlikeFlag::Punycode{std::to_string(i) + ".xn--pypal-4ve.com", ""}});
+        for (const char* domain : {"xn--bnk-6cd.example", "xn--sprbank-3fg.example"})
+            report.flags.push_back({LookAlikeFlag::Punycode{domain, ""}});
+        const Banner banner = bannerOf(report, english);
+        ASSERT_GE(banner.cautions.size(), 3u);
+        EXPECT_TRUE(banner.cautions[0].text.starts_with("xn--bnk-6cd.example")) << banner.cautions[0].text;
+        EXPECT_TRUE(banner.cautions[1].text.starts_with("xn--sprbank-3fg.example"));
+        EXPECT_EQ(banner.cautions[2].text, "The signature covers nothing of the text");
+        EXPECT_EQ(banner.cautions.size() + banner.more, static_cast<std::size_t>(count) + 3);
+    }
 }
 
 TEST(Wording, addresses) {
