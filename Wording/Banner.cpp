@@ -367,13 +367,16 @@ bool mayBeDecided(const ProofReport& report) {
 /// Whether an answer that is missing could have shown that the domain in From sent it: then nobody is asked
 /// to reject it (RFC 7489, section 6.6.2).
 bool isAnswerMissing(const ProofReport& report) {
-    const auto isOfSender = [&](std::string_view domain) {
-        return PublicSuffixList::shared().sameOrganization(domain, report.verdict.fromDomain);
+    const auto speaksForFrom = [&](std::string_view domain, AlignmentMode mode) {
+        return aligned(domain, report.dmarc.fromDomain, mode, PublicSuffixList::shared());
     };
     const auto* spf = std::get_if<SPFFinding::Status::Judged>(&report.spf.status.value);
-    if (spf && spf->result == SPFResult::temperror && isOfSender(report.spf.domain.value_or(""))) return true;
+    if (spf && spf->result == SPFResult::temperror &&
+        speaksForFrom(report.spf.domain.value_or(""), report.dmarc.spfMode))
+        return true;
     return std::ranges::any_of(report.dkim, [&](const DKIMResult& signature) {
-        return signature.status == DKIMResult::Status::lookupFailed && isOfSender(signature.domain);
+        return signature.status == DKIMResult::Status::lookupFailed &&
+               speaksForFrom(signature.domain, report.dmarc.dkimMode);
     });
 }
 
