@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "QuillmarkKit/Lookups/DNS.h"
+#include "QuillmarkKit/Support/Text.h"
 #include "Wording/Details.h"
 #include "Wording/Quoted.h"
 #include "Wording/ReceiverResults.h"
@@ -253,9 +254,12 @@ const DKIMResult* uncheckedMark(const ARCFinding& finding) {
     const auto* fail = std::get_if<ARCFinding::Status::Fail>(&finding.status.value);
     if (!fail || finding.hops.empty()) return nullptr;
     auto hop = finding.hops.end() - 1;
-    if (fail->reason == ARCFinding::Reason::sealFailed)
+    if (fail->reason == ARCFinding::Reason::sealFailed) {
+        // It is by the same key, unless another domain made it.
         hop = std::ranges::find(finding.hops, false, &ARCFinding::Hop::sealValid);
-    if (hop == finding.hops.end()) return nullptr;
+        if (hop == finding.hops.end() || !equalsIgnoringCase(hop->sealer, hop->messageSignature.domain))
+            return nullptr;
+    }
     switch (hop->messageSignature.status) {
         case DKIMResult::Status::keyNotPublished:
         case DKIMResult::Status::keyRevoked:
