@@ -137,7 +137,7 @@ std::vector<Remark> receiverRemarks(const ProofReport& report, const Reader& rea
     const bool isNamed = results.server.find('=') == std::string::npos;
     const std::string server = isNamed ? quotedWord(results.server) : std::string();
     std::vector<Remark> remarks;
-    if (results.methods.empty() && isNamed) {
+    if (results.methods.empty() && !server.empty()) {
         remarks.push_back({{}, reader.translate("%1 wrote that it made no checks.", {server})});
     } else if (server.empty()) {
         remarks.push_back(
