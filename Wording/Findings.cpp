@@ -346,6 +346,10 @@ Remark hopRemark(const ARCFinding::Hop& hop, const Reader& reader) {
 
 std::vector<Remark> remarks(const ARCFinding::Hop& hop, const Reader& reader) {
     std::vector<Remark> remarks{hopRemark(hop, reader)};
+    if (hop.messageSignature.status == DKIMResult::Status::pass) {
+        if (auto remark = unsignedBodyRemark(hop.messageSignature, reader))
+            remarks.push_back(std::move(*remark));
+    }
     if (!hop.sawResults.methods.empty()) {
         remarks.push_back({{},
                            reader.translate("What forwarder %1 says it found itself: %2.",
