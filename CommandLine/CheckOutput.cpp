@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "Settings/ChosenResolver.h"
 #include "Settings/CurrentTime.h"
 #include "Wording/Details.h"
+#include "Wording/HistoryWording.h"
 #include "Wording/Quoted.h"
 
 namespace quillmark {
@@ -94,8 +96,12 @@ void CheckOutput::keep(const OrderedRun::Message& message) {
     }
     if (message.entry) m_pageContent->add(*message.entry);
     m_totals.add(message.counted);
-    if (!message.kept.empty()) m_saver.add(message.kept);
-    if (message.longKept) m_saver.add(*message.longKept);
+    try {
+        if (!message.kept.empty()) m_saver.add(message.kept);
+        if (message.longKept) m_saver.add(*message.longKept);
+    } catch (const std::bad_alloc& error) {
+        m_saver.leaveOut(historyNotSaved(reasonOf(error, m_command.reader), m_command.reader));
+    }
     if (!message.row.empty() && !m_table->isStream()) m_table->write(message.row);
 }
 

@@ -111,12 +111,12 @@ void HistorySaver::add(const ProofReport& report) {
     if (m_hasFailed) return;
     // Where it is sure that it is too large without what the history doesn't keep of it, it isn't copied.
     const auto json = compactJSONWithin(2 * largestKeptReport, report);
-    json ? add(report, json->size()) : leaveOut(report.fileName);
+    json ? add(report, json->size()) : leaveOut(historyNotKept(report.fileName, m_reader));
 }
 
 void HistorySaver::add(ProofReport report, std::size_t size) {
     const auto name = report.fileName;
-    if (!m_change.add(std::move(report))) return leaveOut(name);
+    if (!m_change.add(std::move(report))) return leaveOut(historyNotKept(name, m_reader));
     const auto now = Clock::now();
     if (m_size == 0) m_since = now;
     m_size += size;
@@ -124,8 +124,8 @@ void HistorySaver::add(ProofReport report, std::size_t size) {
     if (m_size > savedTogether || isLate) save();
 }
 
-void HistorySaver::leaveOut(const std::optional<std::string>& name) {
-    writeProblem(historyNotKept(name, m_reader));
+void HistorySaver::leaveOut(std::string_view problem) {
+    writeProblem(problem);
     m_isComplete = false;
 }
 

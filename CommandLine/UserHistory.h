@@ -43,14 +43,16 @@ public:
     explicit HistorySaver(Reader reader) : m_reader(reader) {}
 
     /// Keeps a report, given as compact JSON or as it is, for the history; tells of one that is too large.
+    /// Throws `std::bad_alloc`; then it isn't kept.
     void add(std::string_view json);
     void add(const ProofReport& report);
+    /// One report isn't kept, which `problem` tells.
+    void leaveOut(std::string_view problem);
     /// Saves what is left. False when not every report was saved; problem lines have said why.
     bool finish();
 
 private:
     void add(ProofReport report, std::size_t size);
-    void leaveOut(const std::optional<std::string>& name);
     void save();
 
     const Reader m_reader;

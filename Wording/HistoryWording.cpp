@@ -1,6 +1,8 @@
 #include "Wording/HistoryWording.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 #include <system_error>
 
 #include "Wording/Details.h"
@@ -18,6 +20,7 @@ std::int64_t number(std::size_t count) { return static_cast<std::int64_t>(count)
 }  // namespace
 
 std::string reasonOf(const std::exception& error, const Reader& reader) {
+    if (dynamic_cast<const std::bad_alloc*>(&error)) return systemErrorText(ENOMEM, reader);
     const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
     const std::string words =
         fromSystem ? systemErrorText(fromSystem->code().message(), reader) : detailText(error.what(), reader);

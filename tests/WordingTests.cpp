@@ -1,9 +1,13 @@
 #include "Wording/Wording.h"
 
+#include <cerrno>
+#include <new>
+
 #include "QuillmarkKit/Intake/Intake.h"
 #include "QuillmarkKit/Support/Text.h"
 #include "Wording/Banner.h"
 #include "Wording/Details.h"
+#include "Wording/HistoryWording.h"
 #include "WordingSupport.h"
 #include "tests/Test.h"
 
@@ -80,6 +84,7 @@ TEST(Wording, details) {
     }
     EXPECT_EQ(detailText(rows[0].detail, {.language = languageOf("zh")}),
               "a.example：超时；b.example：没有连接");
+    EXPECT_EQ(reasonOf(std::bad_alloc(), german), systemErrorText(ENOMEM, german));
 }
 
 /// No number of domains to reply to crowds out what is odd about the sender, or about the text.
