@@ -40,16 +40,17 @@ std::string problemOf(const HistoryFileError& error, const Reader& reader) {
     return damaged ? problemOf(*damaged, reader) : historyProblem(error, reader);
 }
 
-/// What `read` gives, or the line that says why nothing.
+/// What `read` gives, or the line that says why nothing: `problem`, of the reason.
 template <typename Read>
-auto readOrProblem(const Reader& reader, std::chrono::seconds patience, Read read)
+auto readOrProblem(const Reader& reader, std::chrono::seconds patience, Read read,
+                   std::string problem(const std::string&, const Reader&) = historyNotOpened)
     -> std::variant<decltype(read(HistoryFile())), std::string> {
     try {
         return read(userHistory(reader, patience));
     } catch (const HistoryFileError& error) {
         return problemOf(error, reader);
     } catch (const std::exception& error) {
-        return historyNotOpened(reasonOf(error, reader), reader);
+        return problem(reasonOf(error, reader), reader);
     }
 }
 
@@ -99,8 +100,9 @@ HistoryOutcome clearUserHistory(const HistoryContents& contents, const Reader& r
 std::variant<HistoryRecovery, std::string> recoverUserHistory(const std::filesystem::path& damagedFile,
                                                               const Reader& reader,
                                                               std::chrono::seconds patience) {
-    return readOrProblem(reader, patience,
-                         [&](const HistoryFile& file) { return file.recover(damagedFile, currentTime()); });
+    return readOrProblem(
+        reader, patience, [&](const HistoryFile& file) { return file.recover(damagedFile, currentTime()); },
+        historyNotRecovered);
 }
 
 void HistorySaver::add(std::string_view json) {
