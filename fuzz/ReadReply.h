@@ -9,8 +9,8 @@
 
 namespace quillmark::fuzz {
 
-/// Whatever it is that `read` reads, it ends in an answer within its bounds or in the one error; anything else
-/// that is thrown ends the run.
+/// Whatever it is that `read` reads, it ends in an answer within its bounds or in the one error; anything
+/// else that is thrown ends the run.
 template <typename Read>
 void requireReadable(const Read& read) {
     try {
