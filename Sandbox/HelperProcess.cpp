@@ -52,7 +52,8 @@ std::size_t Channel::receiveSome(void* bytes, std::size_t most, const GoesOn& go
     ssize_t count = 0;
     do count = ::read(m_descriptor, bytes, most);
     while (count < 0 && (errno == EINTR || (errno == EAGAIN && goesOn && goesOn())));
-    if (count == 0) errno = EPIPE;
+    // It has gone, having read all that it was sent or not.
+    if (count == 0 || (count < 0 && errno == ECONNRESET)) errno = EPIPE;
     return count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
