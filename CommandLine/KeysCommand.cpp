@@ -131,7 +131,8 @@ void import(const KeyList& added, const std::string& file, const Reader& reader)
     }
 }
 
-void forget(const KeysCommand& command) {
+/// The exit status: 1 when there was none.
+int forget(const KeysCommand& command) {
     if (!command.all && command.name.empty() && !command.file) {
         throw Problem{command.reader.translate("name what is to be forgotten: a key, --file or --all"), 2};
     }
@@ -150,6 +151,7 @@ void forget(const KeysCommand& command) {
                                         static_cast<std::int64_t>(count)) +
               "\n",
           command.reader);
+    return count > 0 ? 0 : 1;
 }
 
 // Keys out of signatures
@@ -369,8 +371,7 @@ int done(const KeysCommand& command) {
                 import(listIn(file, command.reader), lastComponent(file), command.reader);
             break;
         case Action::forget:
-            forget(command);
-            break;
+            return forget(command);
         case Action::derive:
             return derive(command);
         case Action::compare:
