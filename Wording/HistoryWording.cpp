@@ -22,7 +22,7 @@ std::int64_t number(std::size_t count) { return static_cast<std::int64_t>(count)
 std::string reasonOf(const std::exception& error, const Reader& reader) {
     if (dynamic_cast<const std::bad_alloc*>(&error)) return systemErrorText(ENOMEM, reader);
     const auto* fromSystem = dynamic_cast<const std::system_error*>(&error);
-    const std::string words =
+    std::string words =
         fromSystem ? systemErrorText(fromSystem->code().message(), reader) : detailText(error.what(), reader);
     const auto* ofFile = dynamic_cast<const std::filesystem::filesystem_error*>(&error);
     if (!ofFile || ofFile->path1().empty()) return words;

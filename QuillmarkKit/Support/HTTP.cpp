@@ -154,7 +154,7 @@ bool isLoopback(std::string_view address) { return address.starts_with("127.") |
 HTTPError::HTTPError(HTTPFailure failure)
     : std::runtime_error(failureTexts[static_cast<std::size_t>(failure)]), m_failure(failure) {}
 
-std::size_t HTTP::race(const HTTPRace& race, std::stop_token stop) {
+std::size_t HTTP::race(const HTTPRace& race, const std::stop_token& stop) {
     for (std::size_t i = 0; i < race.requests.size(); ++i) {
         HTTPRequest request = race.requests[i];
         const auto left =
@@ -597,7 +597,7 @@ HTTPResponse HTTPEngine::get(const HTTPRequest& request, std::stop_token stop) {
     }
 }
 
-std::size_t HTTPEngine::race(const HTTPRace& race, std::stop_token stop) {
+std::size_t HTTPEngine::race(const HTTPRace& race, const std::stop_token& stop) {
     struct Runner {
         std::shared_ptr<Transfer> transfer = std::make_shared<Transfer>();
         std::unique_ptr<Running> running = {};  // until it ended

@@ -93,7 +93,7 @@ public:
     /// Blocks until one of the answers will do, all have ended, or the stop or the deadline comes. What is
     /// then still under way is given up. How many were begun. This one doesn't begin one before the last has
     /// ended.
-    virtual std::size_t race(const HTTPRace& race, std::stop_token stop);
+    virtual std::size_t race(const HTTPRace& race, const std::stop_token& stop);
 };
 
 struct HTTPOptions {
@@ -118,7 +118,7 @@ public:
     ~HTTPEngine() override;
 
     HTTPResponse get(const HTTPRequest& request, std::stop_token stop) override;
-    std::size_t race(const HTTPRace& race, std::stop_token stop) override;
+    std::size_t race(const HTTPRace& race, const std::stop_token& stop) override;
 
 private:
     class Loop;
