@@ -212,6 +212,7 @@ std::vector<std::string> sortedRecords(const DNSAnswer& answer) {
 }
 
 bool isSame(const DNSAnswer& one, const DNSAnswer& other) {
+    // cppcheck-suppress accessMoved; what was known already was not moved
     return one.value.index() == other.value.index() && sortedRecords(one) == sortedRecords(other);
 }
 
@@ -253,6 +254,7 @@ std::vector<FixedAnswers::Contradiction> FixedAnswers::add(FixedAnswers other) {
         if (isNew) {
             errors.erase(question);
             takeSource(question, other.sources, sources);
+            // cppcheck-suppress accessMoved; as it is not new
         } else if (!isSame(known->second, answer)) {
             contradictions.push_back({question, told(known->second), told(answer)});
         }

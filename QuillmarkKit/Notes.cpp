@@ -643,9 +643,9 @@ void addSigner(Notes& notes, const MailMessage& message, const DKIMResult& signa
 
 /// An address without what a person may put behind "+" (RFC 5233), in the form that others are compared with.
 std::string mailboxOf(std::string_view address) {
-    std::string local = asciiLowered(address.substr(0, address.rfind('@')));
-    local = local.substr(0, local.find('+'));
-    return local + '@' + comparableDomain(MailAddress::domainPart(address));
+    const std::string_view local = address.substr(0, address.rfind('@'));
+    return asciiLowered(local.substr(0, local.find('+'))) + '@' +
+           comparableDomain(MailAddress::domainPart(address));
 }
 
 /// The addresses that the lines of the receiver itself name as the one that the message came to.

@@ -31,6 +31,7 @@ constexpr std::chrono::milliseconds betweenLooks{20};
 
 /// Starts the program with one argument, apart from this process: in a session of its own, with none of its
 /// files, and with every signal as a new program has it. Its number, or the error.
+// cppcheck-suppress passedByValue; a program may write to its arguments
 std::variant<pid_t, std::error_code> started(const std::filesystem::path& program, std::string argument) {
     std::string name = program.string();
     char* arguments[] = {name.data(), argument.data(), nullptr};

@@ -873,6 +873,7 @@ std::optional<std::vector<NamedFields>> signedHeader(const MailMessage& message,
     auto changes = Search(message, signature, ways, ways.axes()).run(budget, stop);
     for (std::size_t way = 0; way < waysOfFolding && !changes; ++way) {
         auto axes = ways.axesRefolded(way);
+        // cppcheck-suppress accessMoved; each way has its own
         if (axes.size() > 1) changes = Search(message, signature, ways, std::move(axes)).run(budget, stop);
     }
     return changes;

@@ -95,6 +95,7 @@ void setMultiple(Number& result, const UncheckedSignature& signature, const std:
 }
 
 std::string integer(std::string bytes) {
+    // cppcheck-suppress containerOutOfBounds; neither is zero
     if (static_cast<unsigned char>(bytes.front()) >= 0x80) bytes.insert(0, 1, '\0');
     return encodedDER('\x02', bytes);
 }

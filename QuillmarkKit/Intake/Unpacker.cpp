@@ -96,6 +96,16 @@ std::string shownName(const char* name) {
     return (isCut ? "…" : "") + forDisplay(repairedUTF8(text));
 }
 
+constexpr std::array<std::uint32_t, 256> tableOfCRC32() {
+    std::array<std::uint32_t, 256> values{};
+    for (std::uint32_t i = 0; i < values.size(); ++i) {
+        std::uint32_t value = i;
+        for (int bit = 0; bit < 8; ++bit) value = value >> 1 ^ ((value & 1) != 0 ? 0xEDB88320 : 0);
+        values[i] = value;
+    }
+    return values;
+}
+
 /// The check value of RFC 1952, section 8, which libarchive passes over.
 class CRC32 {
 public:
@@ -117,15 +127,7 @@ public:
     static constexpr std::size_t endSize = 8;
 
 private:
-    static constexpr std::array<std::uint32_t, 256> table = [] {
-        std::array<std::uint32_t, 256> values{};
-        for (std::uint32_t i = 0; i < values.size(); ++i) {
-            std::uint32_t value = i;
-            for (int bit = 0; bit < 8; ++bit) value = value >> 1 ^ ((value & 1) != 0 ? 0xEDB88320 : 0);
-            values[i] = value;
-        }
-        return values;
-    }();
+    static constexpr auto table = tableOfCRC32();
     std::uint32_t m_value = 0xFFFFFFFF, m_size = 0;
 };
 

@@ -41,7 +41,7 @@ std::string failureText(int error) {
 
 /// What this computer's servers reply, or the error (errno) of the last. Blocks until they did or were waited
 /// for in vain.
-std::variant<std::string, int> asked(const SystemResolverOptions& options, std::string question) {
+std::variant<std::string, int> asked(const SystemResolverOptions& options, const std::string& question) {
     struct __res_state state = {};
     if (res_ninit(&state) != 0) return ECONNREFUSED;
     const std::unique_ptr<struct __res_state, decltype(&res_nclose)> closing(&state, res_nclose);
@@ -79,8 +79,8 @@ std::string askedPatiently(const SystemResolverOptions& options, std::string que
         std::optional<std::variant<std::string, int>> value = {};
     };
     const auto reply = std::make_shared<Reply>();
-    std::thread([reply, options, question = std::move(question)]() mutable {
-        auto value = asked(options, std::move(question));
+    std::thread([reply, options, question = std::move(question)] {
+        auto value = asked(options, question);
         const std::lock_guard lock(reply->mutex);
         reply->value = std::move(value);
         reply->came.notify_all();

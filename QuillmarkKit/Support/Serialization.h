@@ -216,8 +216,8 @@ private:
         static_assert(
             names.size() + (keepsUnknownCases<T> ? 1 : 0) == std::variant_size_v<decltype(value.value)>,
             "one name for each case");
-        const auto writeValues = [&]<typename Values>(const Values& values) {
-            if constexpr (std::same_as<Values, UnknownCase>) {
+        const auto writeValues = [&](const auto& values) {
+            if constexpr (std::same_as<std::remove_cvref_t<decltype(values)>, UnknownCase>) {
                 writeUnknown(values.name, values.json);
             } else {
                 const std::string_view name = names[value.value.index()];
