@@ -53,6 +53,7 @@ TEST(PastedText, arrives) {
         {"Look what came:\n" + mail, dropped},
         {"\xEF\xBB\xBF" + mail, certain},
         {"From a@b Mon Jan  5 10:12:00 2026\n" + mail, certain},
+        {"From a@b Mon Jan  5 10:12:00 2026\n X: y\n" + mail, certain},
         // Lines that may be the message, whose text then is somebody else's source.
         {test::replaced(summary, "x ä", "Pay") + "\n" + mail, asked},
         {test::replaced(summary, "A <", "B <") + "\n" + mail, asked},
