@@ -231,8 +231,10 @@ AddressExtras MailAddress::extras(std::string_view value) {
 std::string MailAddress::domainPart(std::string_view address) {
     const auto at = address.rfind('@');
     if (at == std::string_view::npos) return {};
-    const std::string lowered = unicodeLowered(address.substr(at + 1));
-    return std::string(trimmed(lowered, ".>"));
+    std::string domain = unicodeLowered(address.substr(at + 1));
+    domain.erase(domain.find_last_not_of(".>") + 1);
+    domain.erase(0, domain.find_first_not_of(".>"));
+    return domain;
 }
 
 }  // namespace quillmark

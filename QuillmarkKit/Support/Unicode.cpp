@@ -1,5 +1,7 @@
 #include "QuillmarkKit/Support/Unicode.h"
 
+#include <unicode/bytestream.h>
+#include <unicode/casemap.h>
 #include <unicode/idna.h>
 #include <unicode/locid.h>
 #include <unicode/normalizer2.h>
@@ -62,8 +64,14 @@ icu::UnicodeString wideOf(std::string_view text) {
 
 std::string unicodeLowered(std::string_view text) {
     if (isASCII(text)) return asciiLowered(text);
+    // ICU leaves what is ill-formed as it is.
+    if (!isUTF8(text)) return unicodeLowered(repairedUTF8(text));
     std::string lowered;
-    wideOf(text).toLower(icu::Locale::getRoot()).toUTF8String(lowered);
+    const auto size = static_cast<std::int32_t>(text.size());
+    icu::StringByteSink<std::string> end(&lowered, size);
+    UErrorCode error = U_ZERO_ERROR;
+    icu::CaseMap::utf8ToLower("", 0, icu::StringPiece(text.data(), size), end, nullptr, error);
+    if (U_FAILURE(error)) return std::string(text);
     return lowered;
 }
 

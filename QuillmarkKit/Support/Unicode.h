@@ -15,7 +15,7 @@ inline bool isASCII(std::string_view text) {
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-/// `text` in lower case by the rules of Unicode, of no particular language.
+/// `text` in lower case by the rules of Unicode, of no particular language; ill-formed UTF-8 is repaired.
 std::string unicodeLowered(std::string_view text);
 /// The same in upper case, by the rules of a language (BCP 47): "ß" becomes "SS", and in Turkish "i" has its
 /// dot.
