@@ -170,13 +170,16 @@ std::optional<std::int64_t> decimal(std::string_view text) {
 }
 
 bool isUTF8(std::string_view bytes) {
-    for (;;) {
+    while (!bytes.empty()) {
         bytes.remove_prefix(asciiPrefix(bytes));
-        if (bytes.empty()) return true;
-        const Decoded front = decodedFront(bytes);
-        if (front.length == 0) return false;
-        bytes.remove_prefix(front.length);
+        // Behind what isn't ASCII there is mostly more of it.
+        while (!bytes.empty() && static_cast<unsigned char>(bytes.front()) >= 0x80) {
+            const Decoded front = decodedFront(bytes);
+            if (front.length == 0) return false;
+            bytes.remove_prefix(front.length);
+        }
     }
+    return true;
 }
 
 std::string repairedUTF8(std::string_view bytes) {
