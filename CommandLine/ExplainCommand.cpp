@@ -1,32 +1,18 @@
 #include "CommandLine/ExplainCommand.h"
 
-#include <cerrno>
-
 #include "CommandLine/Output.h"
-#include "Wording/Details.h"
 #include "Wording/Glossary.h"
 #include "Wording/Quoted.h"
 #include "Wording/Wrapped.h"
 
 namespace quillmark {
 
-namespace {
-
-/// Returns the exit status.
-int print(const std::string& text, const Reader& reader) {
-    if (writeOutput(text)) return 0;
-    writeProblem(reader.translate("The output couldn’t be written: %1", {systemErrorText(errno, reader)}));
-    return 1;
-}
-
-}  // namespace
-
 int ExplainCommand::run() const {
     endOnSignals();  // it reads nothing of anybody's
     std::string text;
     if (words.empty()) {
         for (const GlossaryEntry& each : glossary()) text += each.wordIn(reader) + '\n';
-        return print(text, reader);
+        return writeWhole(text, reader);
     }
     std::string word;
     for (const std::string& each : words) word += (word.empty() ? "" : " ") + each;
@@ -39,7 +25,7 @@ int ExplainCommand::run() const {
     text = entry->wordIn(reader) + "\n" + wrapped(entry->textIn(reader), 4, width) + '\n';
     if (!entry->source.empty())
         text += wrapped(reader.translate("Defined in %1.", {entry->source}), 4, width) + '\n';
-    return print(text, reader);
+    return writeWhole(text, reader);
 }
 
 }  // namespace quillmark

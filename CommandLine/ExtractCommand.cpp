@@ -125,10 +125,7 @@ FoundMessage extracted(const ExtractCommand& command) {
 int ExtractCommand::run() const {
     restricted({.read = {file}});
     try {
-        if (writeOutput(extracted(*this).bytes.view())) return 0;
-        writeProblem(
-            reader.translate("The output couldn’t be written: %1", {systemErrorText(errno, reader)}));
-        return 1;
+        return writeWhole(extracted(*this).bytes.view(), reader);
     } catch (const Fault& fault) {
         writeProblem(fault.what());
         return fault.status;

@@ -98,6 +98,12 @@ bool writeOutput(std::string_view bytes) {
     return error == 0;
 }
 
+int writeWhole(std::string_view text, const Reader& reader) {
+    if (writeOutput(text)) return 0;
+    writeProblem(reader.translate("The output couldn’t be written: %1", {systemErrorText(errno, reader)}));
+    return 1;
+}
+
 bool outputHasColours() {
     const char* const refused = std::getenv("NO_COLOR");
     return (!refused || !*refused) && isUsableTerminal(STDOUT_FILENO);

@@ -10,6 +10,8 @@
 
 namespace quillmark {
 
+struct Reader;
+
 /// Writes all of `bytes` to standard output, or to another stream. Returns 0, or the error (`errno`): EPIPE
 /// when the reader has gone.
 int writeBytes(std::string_view bytes, int descriptor = STDOUT_FILENO);
@@ -20,6 +22,10 @@ constexpr int readerHasGone = 128 + 13;
 /// The same for a command that has nothing to do when the reader has gone: then the process ends quietly.
 /// False when nothing can be written otherwise (a full disk); `errno` says why.
 bool writeOutput(std::string_view bytes);
+
+/// The same for all that a command has to say. Returns the exit status: 1, after a line on standard error, when
+/// it can't be written.
+int writeWhole(std::string_view text, const Reader& reader);
 
 /// Whether standard output is a terminal that shows colours, and the user wants them (NO_COLOR is unset or
 /// empty).

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <iostream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -80,12 +81,13 @@ int main(int count, char** values) {
         app.parse(forParser(arguments, table));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {  // help or version
-            const int status = app.exit(error);
-            if (!dynamic_cast<const CLI::CallForVersion*>(&error) || app.count("--verbose") == 0)
-                return status;
-            if (app.count("--no-sandbox") > 0) leaveOutSandbox(reader);
-            for (const std::string& line : sandboxLines(reader)) std::cout << line << '\n';
-            return status;
+            std::ostringstream text;
+            app.exit(error, text, text);
+            if (dynamic_cast<const CLI::CallForVersion*>(&error) && app.count("--verbose") > 0) {
+                if (app.count("--no-sandbox") > 0) leaveOutSandbox(reader);
+                for (const std::string& line : sandboxLines(reader)) text << line << '\n';
+            }
+            return writeWhole(text.str(), reader);
         }
         writeProblem(usageProblem(table, arguments, app.remaining(true), error.what(), reader));
         return 2;
