@@ -23,8 +23,8 @@ constexpr int readerHasGone = 128 + 13;
 /// False when nothing can be written otherwise (a full disk); `errno` says why.
 bool writeOutput(std::string_view bytes);
 
-/// The same for all that a command has to say. Returns the exit status: 1, after a line on standard error, when
-/// it can't be written.
+/// The same for all that a command has to say. Returns the exit status: 1, after a line on standard error,
+/// when it can't be written.
 int writeWhole(std::string_view text, const Reader& reader);
 
 /// Whether standard output is a terminal that shows colours, and the user wants them (NO_COLOR is unset or
