@@ -55,10 +55,11 @@ const LargerPart* largerPart() {
     return loaded.isWhole() ? &loaded : nullptr;
 }
 
-icu::UnicodeString wideOf(std::string_view text) {
-    return icu::UnicodeString::fromUTF8(
-        icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+icu::StringPiece pieceOf(std::string_view text) {
+    return {text.data(), static_cast<std::int32_t>(text.size())};
 }
+
+icu::UnicodeString wideOf(std::string_view text) { return icu::UnicodeString::fromUTF8(pieceOf(text)); }
 
 }  // namespace
 
@@ -67,10 +68,9 @@ std::string unicodeLowered(std::string_view text) {
     // ICU leaves what is ill-formed as it is.
     if (!isUTF8(text)) return unicodeLowered(repairedUTF8(text));
     std::string lowered;
-    const auto size = static_cast<std::int32_t>(text.size());
-    icu::StringByteSink<std::string> end(&lowered, size);
+    icu::StringByteSink<std::string> end(&lowered, static_cast<std::int32_t>(text.size()));
     UErrorCode error = U_ZERO_ERROR;
-    icu::CaseMap::utf8ToLower("", 0, icu::StringPiece(text.data(), size), end, nullptr, error);
+    icu::CaseMap::utf8ToLower("", 0, pieceOf(text), end, nullptr, error);
     if (U_FAILURE(error)) return std::string(text);
     return lowered;
 }
