@@ -38,7 +38,7 @@ enum class TalkKind : std::uint32_t {
     text,         ///< as plain text
     signedTexts,  ///< what was signed
     pasted,       ///< text that was pasted: bytes
-    isMailbox,    ///< whether the bytes of a file are a mailbox of more than one message
+    isAlone,      ///< whether a file of these bytes is a message alone
     // What the process asks back.
     file,     ///< the next files → for each whether it is there, the only one and the last that comes now,
               ///< or why it can't be read, and the file itself

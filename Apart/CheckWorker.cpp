@@ -202,8 +202,8 @@ struct CheckWorker::State {
                 return m_window.tell(Kind::done, packed(signedTexts(piece)));
             case Kind::pasted:
                 return pasted(piece);
-            case Kind::isMailbox:
-                return m_window.tell(Kind::done, packed(holdsSeveral(piece.bytes)));
+            case Kind::isAlone:
+                return m_window.tell(Kind::done, packed(isMessageAlone(piece.bytes)));
             default:
                 ::_exit(1);
         }

@@ -140,16 +140,6 @@ std::vector<SignedText> signedTexts(const FoundMessage& found, const Verifier& v
     return texts;
 }
 
-bool holdsSeveral(std::string_view file) {
-    const auto begin = mailboxBegin(file.substr(0, longestHead));
-    if (!begin) return false;
-    MailboxSplitter splitter(begin->form);
-    splitter.add(file.substr(begin->offset));
-    splitter.end();
-    const auto first = splitter.next();
-    return first && !first->isOnly;
-}
-
 OpenMailbox::OpenMailbox(const MessagePlace& file)
     : place(file), reader(std::make_unique<MailboxReader>(file.path, file.file)) {}
 OpenMailbox::OpenMailbox(const MessagePlace& file, std::unique_ptr<ApartReader> of)
@@ -460,9 +450,9 @@ MessageChecker::Pasted MessageChecker::pasted(std::string_view text) const {
     return outcome;
 }
 
-bool MessageChecker::isMailbox(std::string_view file) const {
-    if (!m_processes) return holdsSeveral(file);
-    return madeApart<bool>(*m_processes, TalkKind::isMailbox, file, soon()).value_or(true);
+bool MessageChecker::isMessageAlone(std::string_view file) const {
+    if (!m_processes) return quillmark::isMessageAlone(file);
+    return madeApart<bool>(*m_processes, TalkKind::isAlone, file, soon()).value_or(false);
 }
 
 }  // namespace quillmark

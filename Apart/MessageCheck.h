@@ -64,9 +64,6 @@ std::vector<SignedText> signedTexts(const FoundMessage& found, const Verifier& v
                                     const std::optional<std::string>& fileName, Date checkedAt,
                                     const UUID& id, const std::stop_token& stop);
 
-/// Whether a file is a mailbox of more than one message.
-bool holdsSeveral(std::string_view file);
-
 /// What came of a message.
 struct CheckOutcome {
     struct Checked {
@@ -148,8 +145,8 @@ public:
         std::optional<Refusal> refusal = {};
     };
     Pasted pasted(std::string_view text) const;
-    /// As `holdsSeveral`; also when it can't be told now.
-    bool isMailbox(std::string_view file) const;
+    /// As `quillmark::isMessageAlone`; false also when it can't be told now.
+    bool isMessageAlone(std::string_view file) const;
 
     /// What is taken in from now on is read by processes that have read nothing yet.
     void renew() const {

@@ -124,12 +124,12 @@ void AppModel::openDropped(const std::vector<std::string>& paths) {
             size += std::min(fs::file_size(path, error), mostReadAtDrop + 1);
         if (size > mostReadAtDrop) return openFiles(paths);
     }
-    std::vector<std::string> others;  // folders, mailboxes, devices, and what cannot be read
+    std::vector<std::string> others;  // folders, devices, files of other forms, and what cannot be read
     std::vector<std::pair<std::string, ByteBuffer>> read;
     for (const std::string& path : paths) {
         auto bytes = fs::is_regular_file(path, error) ? readFile(path) : Refusal{};
         auto* buffer = std::get_if<ByteBuffer>(&bytes);
-        if (buffer && !m_checker.isMailbox(buffer->view())) {
+        if (buffer && m_checker.isMessageAlone(buffer->view())) {
             read.emplace_back(lastComponent(path), std::move(*buffer));
         } else {
             others.push_back(path);

@@ -132,6 +132,13 @@ TEST(Desktop, everyFormOfADropIsChecked) {
         {"file", [&](QMimeData& data) { data.setUrls({QUrl::fromLocalFile(QString::fromStdString(path))}); }},
         {"data", [&](QMimeData& data) { data.setData("message/rfc822", bytes); }},
         {"text", [&](QMimeData& data) { data.setText(QString::fromUtf8(bytes)); }},
+        {"file that a mail program keeps",
+         [&](QMimeData& data) {
+             QFile counted(folder.filePath("1.emlx"));
+             ASSERT_TRUE(counted.open(QIODevice::WriteOnly));
+             counted.write(QByteArray::number(bytes.size()) + "\n" + bytes + "<?xml version=\"1.0\"?>\n");
+             data.setUrls({QUrl::fromLocalFile(counted.fileName())});
+         }},
         {"file that is deleted at once",
          [&](QMimeData& data) { data.setUrls({QUrl::fromLocalFile(folder.filePath("gone.eml"))}); }},
     };

@@ -6,6 +6,7 @@
 
 #include <iomanip>
 #include <numeric>
+#include <set>
 
 #include "QuillmarkKit/Intake/AttachedMessages.h"
 #include "QuillmarkKit/Support/Base64.h"
@@ -108,6 +109,8 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
          std::to_string(lf.size()) + "\r\n" + message + "<?xml version=\"1.0\"?>\r\n<plist></plist>\r\n"},
         {"mbox with lengths", withLength + withLength + separator + lf, 3},
         {"mbox, carriage returns", mac, 2},
+        {"mbox, carriage returns behind a mark", "\xEF\xBB\xBF\r\r" + mac, 2},
+        {"one in an mbox, a carriage return", test::replaced(separator, "\n", "\r") + lf},
         {"MMDF", mmdf + lf + mmdf},
         {"MMDF, several", mmdf + lf + mmdf + mmdf + separator + patch + mmdf, 2},
         {"dbox", store + stored(lf)},
@@ -129,12 +132,14 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
         {"attached to an attached one",
          mixed + "message/rfc822\n\nFrom: c@d\nContent-Type: message/rfc822\n\n" + lf, 1, 0, true},
     };
+    const std::set<std::string_view> alone = {"plain", "line feeds", "one in an mbox"};
     const auto resolver = std::make_shared<StaticResolver>(test::published(key));
     const auto verdictOf = [&](std::string_view bytes) {
         return Verifier(resolver).verify(MailMessage::parse(bytes), {}, Date()).verdict.kind;
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
+        EXPECT_EQ(isMessageAlone(row.file), row.isAttached || alone.contains(row.name));
         const std::string file = folder.write(row.name, row.file);
         MailboxReader reader(file);
         std::size_t count = 0;
@@ -160,6 +165,9 @@ TEST(MailboxReader, messagesVerifyInEachForm) {
             EXPECT_EQ(std::get<FoundMessage>(again).bytes.view(), one.bytes.view());
         }
         EXPECT_EQ(count, row.count);
+        if (alone.contains(row.name)) {
+            EXPECT_EQ(verdictOf(row.file), VerdictKind::verified);
+        }
         EXPECT_EQ(MailboxReader::expectedBytes(file), row.file.size());
         EXPECT_EQ(reader.bytesRead(), row.file.size());
     }
@@ -244,6 +252,8 @@ TEST(MailboxReader, whatIsNoMessage) {
         EXPECT_EQ(outcomes(folder.write("store", stored + rest)), List{"store refused 4"});
     // What other programs take for a field stays in front of the message, and is read there.
     EXPECT_EQ(outcomes(folder.write("field", "From : c@d\nFrom: x\n\n")),
+              List{"field: From : c@d\nFrom: x\n\n"});
+    EXPECT_EQ(outcomes(folder.write("field", "From x\nFrom : c@d\nFrom: x\n\n")),
               List{"field: From : c@d\nFrom: x\n\n"});
     EXPECT_EQ(outcomes(folder.write("nothing", "From a@b Mon Jan  5 10:12:00 2026\n\n")),
               List{"nothing refused 2"});

@@ -52,6 +52,8 @@ TEST(PastedText, arrives) {
          dropped},
         {"Look what came:\n" + mail, dropped},
         {"\xEF\xBB\xBF" + mail, certain},
+        {"\xEF\xBB\xBF" + indented(mail, "  ", ""), certain},
+        {"\xEF\xBB\xBF" + summary + "\n" + mail, dropped},
         {"From a@b Mon Jan  5 10:12:00 2026\n" + mail, certain},
         {"From a@b Mon Jan  5 10:12:00 2026\n X: y\n" + mail, certain},
         // Lines that may be the message, whose text then is somebody else's source.

@@ -85,15 +85,22 @@ bool endsWithEmptyLine(std::string_view text) {
     return false;
 }
 
+/// Whether a line is the field From, with blanks before its colon (RFC 5322, section 4.5).
+bool isFromField(std::string_view line) {
+    return line.starts_with(separatorBegin) &&
+           trimmedBlanks(line.substr(separatorBegin.size())).starts_with(':');
+}
+
 /// The length of the separator at the front of `text`, its line end included, which may be missing where the
 /// file ends; 0 when there is none.
 std::size_t separatorLength(std::string_view text, bool isBehindEmptyLine) {
+    const std::string_view line = firstLine(text.substr(0, longestSeparator));
+    if (isFromField(line)) return 0;
     const auto end = text.substr(0, longestSeparator).find('\n');
     if (end == std::string_view::npos) {
         const bool isLast = text.size() <= longestSeparator && isBehindEmptyLine && hasDate(text);
         return isLast ? text.size() : 0;
     }
-    const std::string_view line = firstLine(text);
     const bool isDated = hasDate(line), isBeforeField = beginsField(text.substr(end + 1));
     const bool isDatelessSeparator =
         isBehindEmptyLine && isBeforeField && line.find('@') != std::string_view::npos;
@@ -320,7 +327,7 @@ static std::optional<std::size_t> mboxBegin(std::string_view head) {
     std::string_view text = head.substr(0, longestHead);
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
     text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
-    if (!text.starts_with(separatorBegin)) return std::nullopt;
+    if (!text.starts_with(separatorBegin) || isFromField(firstLine(text))) return std::nullopt;
     const auto end = text.substr(0, longestSeparator).find('\n');
     if (end == std::string_view::npos) return std::nullopt;
     const std::string_view rest = text.substr(end + 1);

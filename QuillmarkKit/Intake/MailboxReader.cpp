@@ -42,6 +42,16 @@ bool isIndex(const std::string& path) {
     return head == begin;
 }
 
+/// Whether a mailbox that begins so has lines, the first at least, that end with CR alone, as on old systems:
+/// separators are looked for where LF stands.
+bool hasCRs(std::string_view head) {
+    if (head.starts_with("\xEF\xBB\xBF")) head.remove_prefix(3);
+    head.remove_prefix(std::min(head.find_first_not_of("\r\n"), head.size()));
+    const auto end = head.find_first_of("\r\n");
+    if (!head.starts_with("From ") || end == std::string_view::npos || head[end] == '\n') return false;
+    return end + 1 == head.size() || (head[end + 1] != '\r' && head[end + 1] != '\n');
+}
+
 /// The bytes of an open file, or of one in an archive; UTF-16 comes as UTF-8.
 class FileBytes {
 public:
@@ -81,11 +91,9 @@ public:
         bytes = decoded(bytes.view());
     }
 
-    /// Of a mailbox whose lines end with CR alone, as on old systems, the bytes read so far, and all that
-    /// come, get LF instead, where separators are looked for.
+    /// The bytes of a mailbox that were read so far, and all that come, get LF in place of CR.
     void endLinesWithLF(ByteBuffer& bytes) {
-        const std::string_view head = bytes.view();
-        if (!head.starts_with("From ") || head.find('\n') != std::string_view::npos) return;
+        if (!hasCRs(bytes.view())) return;
         m_isBehindCR = false;
         replaceCRs(bytes, 0);
     }
@@ -354,7 +362,6 @@ struct MailboxReader::State {
     std::optional<FileBytes> file = {};
     std::optional<MailboxSplitter> mailbox = {};
     std::stop_token stopped = {};  // of the call that is under way
-    std::string firstField = {};   // a line "From :", which parts messages here and is a field elsewhere
 
     bool openNext(std::optional<Found>& problem);
     std::optional<Found> openNextPacked(const std::stop_token& stop);
@@ -491,11 +498,6 @@ std::optional<Found> MailboxReader::State::nextIn(const std::stop_token& stop) {
     if (const auto begin = mailboxBegin(bytes.view())) {
         const std::int64_t before = passedOver;
         mailbox.emplace(begin->form);
-        const std::string_view separator = bytes.view().substr(0, begin->offset);
-        const auto blank = separator.find("From ");
-        const bool isField =
-            blank != std::string_view::npos && trimmed(separator.substr(blank + 5), " \t").starts_with(':');
-        firstField = isField ? separator.substr(blank) : std::string_view();
         mailbox->add(bytes.view().substr(begin->offset));
         auto found = nextInMailbox(stop);
         const bool isNothing = !found && file->hasEnded() && (passedOver == before || !files);
@@ -559,8 +561,6 @@ std::optional<Found> MailboxReader::State::nextInMailbox(const std::stop_token& 
             if (unquoted) found.facts.fromLines = unquoted->fromLines;
             found.bytes =
                 unquoted && unquoted->bytes ? std::move(*unquoted->bytes) : ByteBuffer(message->bytes);
-            if (message->number == 1 && !firstField.empty())
-                found.bytes = ByteBuffer(std::exchange(firstField, {}).append(found.bytes.view()));
             return found;
         }
         if (file->hasEnded() || stop.stop_requested()) return std::nullopt;
@@ -641,6 +641,22 @@ std::optional<std::uint64_t> MailboxReader::expectedBytes(const std::string& pat
         bytes += static_cast<std::uint64_t>(status.st_size);
     }
     return bytes;
+}
+
+bool isMessageAlone(std::string_view file) {
+    const std::string_view head = file.substr(0, longestHead);
+    if (packedForm(head) || beginsCompoundFile(head) || utf16Order(head) || beginsWithCount(head) ||
+        beginsStore(head) || hasCRs(head))
+        return false;
+    const auto begin = mailboxBegin(head);
+    if (!begin) return true;
+    MailboxSplitter splitter(begin->form);
+    splitter.add(file.substr(begin->offset));
+    splitter.end();
+    const auto first = splitter.next();
+    return begin->form == MailboxForm::mbox && first && first->isOnly && !first->isTooLarge &&
+           first->bytes.find_first_of("\r\n") != 0 && !isInternalData(first->bytes) &&
+           !withoutFromQuoting(first->bytes);
 }
 
 FoundMessage attachedApart(const OutlookMessage::Attached& attached, MessagePlace place) {

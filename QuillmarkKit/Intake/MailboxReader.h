@@ -6,6 +6,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -143,6 +144,11 @@ private:
     struct State;
     std::unique_ptr<State> m_state;
 };
+
+/// Whether a reader would give the message in this file with these bytes, but for a line that parts messages
+/// in front of it: it is one, and nothing has to be unpacked or undone. False for some of which that is so,
+/// too.
+bool isMessageAlone(std::string_view file);
 
 /// The same of what was attached to a message in a file of Outlook's.
 FoundMessage attachedApart(const OutlookMessage::Attached& attached, MessagePlace place);

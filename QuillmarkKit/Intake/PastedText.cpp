@@ -153,10 +153,8 @@ std::optional<DroppedLines> linesIn(std::string_view text) {
 
 /// What stands before the first field and is neither one nor what parts the messages of a mailbox.
 std::string_view textBeforeFields(const MailMessage& message) {
-    constexpr std::string_view mark = "\xEF\xBB\xBF";  // of the byte order
-    const std::string_view text = message.text(), separator = message.separatorLine();
-    const char* begin = text.data() + (text.starts_with(mark) ? mark.size() : 0);
-    if (!separator.empty()) begin = separator.data() + separator.size();
+    const std::string_view separator = message.separatorLine();
+    const char* const begin = separator.empty() ? message.text().data() : separator.data() + separator.size();
     // A line of blanks and a field behind the separator is read as part of both.
     const char* const end = std::max(begin, message.headers().front().raw.data());
     return {begin, static_cast<std::size_t>(end - begin)};
@@ -165,6 +163,7 @@ std::string_view textBeforeFields(const MailMessage& message) {
 }  // namespace
 
 PastedText pastedText(std::string_view text) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // the mark of the byte order
     PastedText pasted{.source = std::string(text)};
     const std::string_view begin = withoutEmptyLines(text);
     if (const std::string_view indent = indentation(begin); !indent.empty()) {
