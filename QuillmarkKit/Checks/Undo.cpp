@@ -490,6 +490,10 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
         }
     }
     for (const NamedFields& fields : changes) write(fields);
+    // A first field "From :" would be read as the line that begins a message in a mailbox.
+    const std::string own = std::string(signature.field.raw).append(lineEnd);
+    if (const auto at = header.find(own); header.starts_with("From ") && at != std::string::npos)
+        header.erase(at, own.size()).insert(0, own);
     header += lineEnd;
     ByteBuffer bytes(header.size() + body.size());
     std::ranges::copy(header, bytes.data());
