@@ -838,16 +838,16 @@ void addDamage(Notes& notes, const MailMessage& message, const ProofReport& repo
     }
 }
 
-void addIntake(Notes& notes, const IntakeFacts& facts) {
+void addIntake(Notes& notes, const MailMessage& message, const IntakeFacts& facts) {
     const auto& lines = facts.fromLines;
     if (lines && lines->isLossy) {
         notes.push_back({Damage{DamageKind::mboxLossy, {}}});
     } else if (lines && lines->isDecided) {
         notes.push_back({ReportNote::QuotedFromLines{lines->reading, lines->lines}});
     }
-    if (facts.dropped)
-        notes.push_back(
-            {ReportNote::LinesBeforeDropped{facts.dropped->count, excerpt(facts.dropped->first)}});
+    // Some programs end the header there, and show as the message's text what follows.
+    if (const auto dropped = facts.dropped ? facts.dropped : linesBeforeFields(message))
+        notes.push_back({ReportNote::LinesBeforeDropped{dropped->count, excerpt(dropped->first)}});
     if (facts.outlooksBody) notes.push_back({ReportNote::OutlookFile{*facts.outlooksBody}});
 }
 
@@ -878,7 +878,7 @@ std::vector<ReportNote> notes(const MailMessage& message, const ProofReport& rep
     addLeftOut(notes, message, report);
     addHiddenEnd(notes, message);
     addDamage(notes, message, report);
-    addIntake(notes, facts.intake);
+    addIntake(notes, message, facts.intake);
     if (facts.isJudgedByRFC9989) notes.push_back({ReportNote::JudgedByNewerDMARC{}});
     if (facts.newerDMARC) notes.push_back({*facts.newerDMARC});
     for (const UndoneSignature& undone : facts.undone)

@@ -138,7 +138,8 @@ struct ReportNote {
     };
     /// How the message was kept or copied changed its bytes.
     using Damage = quillmark::Damage;
-    /// Of a text that was pasted, lines before the message were dropped: a summary of it, or no header lines.
+    /// Lines before the message were dropped: no header lines, or, of a text that was pasted, a summary of
+    /// it.
     struct LinesBeforeDropped {
         std::int64_t lines = 0;  ///< those that are not empty; at least 1
         std::string first = {};  ///< of them

@@ -153,14 +153,20 @@ std::optional<DroppedLines> linesIn(std::string_view text) {
 
 /// What stands before the first field and is neither one nor what parts the messages of a mailbox.
 std::string_view textBeforeFields(const MailMessage& message) {
-    const std::string_view separator = message.separatorLine();
-    const char* const begin = separator.empty() ? message.text().data() : separator.data() + separator.size();
+    constexpr std::string_view mark = "\xEF\xBB\xBF";  // of the byte order
+    const std::string_view text = message.text(), separator = message.separatorLine();
+    const char* begin = text.data() + (text.starts_with(mark) ? mark.size() : 0);
+    if (!separator.empty()) begin = separator.data() + separator.size();
     // A line of blanks and a field behind the separator is read as part of both.
     const char* const end = std::max(begin, message.headers().front().raw.data());
     return {begin, static_cast<std::size_t>(end - begin)};
 }
 
 }  // namespace
+
+std::optional<DroppedLines> linesBeforeFields(const MailMessage& message) {
+    return message.headers().empty() ? std::nullopt : linesIn(textBeforeFields(message));
+}
 
 PastedText pastedText(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // the mark of the byte order
@@ -172,7 +178,7 @@ PastedText pastedText(std::string_view text) {
     }
     const std::string_view all = withoutEmptyLines(pasted.source);
     if (const auto message = MailMessage::parse(all, ParseMode::lenient); isSource(message)) {
-        if (!message.headers().empty()) pasted.dropped = linesIn(textBeforeFields(message));
+        pasted.dropped = linesBeforeFields(message);
         return pasted;
     }
     std::string_view rest = all;

@@ -7,12 +7,18 @@
 
 namespace quillmark {
 
+class MailMessage;
+
 /// Lines that stood before a message and are no part of it.
 struct DroppedLines {
     std::int64_t count = 0;  ///< of those that are not empty
     std::string first = {};
     bool operator==(const DroppedLines&) const = default;
 };
+
+/// Those before the first field; nothing where all of them are empty, or there is no field. A line that parts
+/// the messages of a mailbox is none of them.
+std::optional<DroppedLines> linesBeforeFields(const MailMessage& message);
 
 /// Text that was pasted, as the source of a message (to be parsed leniently).
 struct PastedText {
