@@ -474,6 +474,7 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
     places.erase(std::unique(places.begin(), places.end()), places.end());
     std::set<std::string> written;  // of the changed names
     std::string header;
+    std::optional<std::size_t> own = {};  // where the signature's own field begins there
     const auto write = [&](const NamedFields& fields) {
         if (!written.insert(fields.name).second) return;
         const std::size_t count = fields.fields.size(), signedCount = std::min(count, kept(fields.name));
@@ -486,14 +487,17 @@ MailMessage rebuilt(const MailMessage& message, const BrokenSignature& signature
         if (found != changes.end() && field != signature.field) {
             write(*found);
         } else {
+            if (field == signature.field) own = header.size();
             header.append(field.raw).append(lineEnd);
         }
     }
     for (const NamedFields& fields : changes) write(fields);
     // A first field "From :" would be read as the line that begins a message in a mailbox.
-    const std::string own = std::string(signature.field.raw).append(lineEnd);
-    if (const auto at = header.find(own); header.starts_with("From ") && at != std::string::npos)
-        header.erase(at, own.size()).insert(0, own);
+    if (own && header.starts_with("From ")) {
+        const auto begin = header.begin() + static_cast<std::ptrdiff_t>(*own);
+        const auto size = static_cast<std::ptrdiff_t>(signature.field.raw.size() + lineEnd.size());
+        std::rotate(header.begin(), begin, begin + size);
+    }
     header += lineEnd;
     ByteBuffer bytes(header.size() + body.size());
     std::ranges::copy(header, bytes.data());

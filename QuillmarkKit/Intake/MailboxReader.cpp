@@ -655,7 +655,7 @@ bool isMessageAlone(std::string_view file) {
     splitter.end();
     const auto first = splitter.next();
     return begin->form == MailboxForm::mbox && first && first->isOnly && !first->isTooLarge &&
-           first->bytes.find_first_of("\r\n") != 0 && !isInternalData(first->bytes) &&
+           first->bytes.find_first_of(" \t\r\n") != 0 && !isInternalData(first->bytes) &&
            !withoutFromQuoting(first->bytes);
 }
 

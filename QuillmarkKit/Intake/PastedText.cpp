@@ -157,7 +157,7 @@ std::string_view textBeforeFields(const MailMessage& message) {
     const std::string_view text = message.text(), separator = message.separatorLine();
     const char* begin = text.data() + (text.starts_with(mark) ? mark.size() : 0);
     if (!separator.empty()) begin = separator.data() + separator.size();
-    // A line of blanks and a field behind the separator is read as part of both.
+    // A field behind the separator that begins with a blank is read as part of both.
     const char* const end = std::max(begin, message.headers().front().raw.data());
     return {begin, static_cast<std::size_t>(end - begin)};
 }
